@@ -1,0 +1,1 @@
+#include "Base/ByteList.h"

@@ -1,0 +1,1 @@
+#include "HelperEntry.h"

@@ -1,0 +1,17 @@
+# korvel_add_test(NAME sources... [LIBRARIES targets...] [LABELS labels...]): one GoogleTest program,
+# each of its tests registered with CTest by name.
+include(GoogleTest)
+find_package(GTest REQUIRED)
+
+function(korvel_add_test name)
+  cmake_parse_arguments(ARG "" "TIMEOUT" "LIBRARIES;LABELS" ${ARGN})
+  if(NOT ARG_TIMEOUT)
+    set(ARG_TIMEOUT 300)
+  endif()
+  add_executable(${name} ${ARG_UNPARSED_ARGUMENTS})
+  target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR})
+  target_link_libraries(${name} PRIVATE korvel_flags ${ARG_LIBRARIES} GTest::gtest GTest::gmock
+    GTest::gtest_main Threads::Threads)
+  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60
+    PROPERTIES LABELS "${ARG_LABELS}" TIMEOUT ${ARG_TIMEOUT})
+endfunction()
