@@ -1,0 +1,35 @@
+#pragma once
+
+#include <expected>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace virtualmac {
+
+class Machine;
+
+/// One fault of the machine that can be switched by name.
+struct FaultDescription {
+  std::string_view name;       ///< "smc-result"
+  std::string_view arguments;  ///< "KEY CODE"; empty: takes none.
+  std::string_view text;       ///< One sentence: what it does.
+};
+
+/// Every fault, sorted by name.
+std::span<const FaultDescription> faultCatalogue();
+
+/// Switches a fault. `arguments` are needed to switch it on; to switch it off, those that say which
+/// (a key) are. The error is one line: an unknown name comes with the names nearest to it, a wrong
+/// argument with what is expected.
+std::expected<void, std::string> setFault(Machine& machine, std::string_view name,
+                                          std::span<const std::string> arguments, bool on);
+
+/// The same from one line, `smc-result CHTE 134`.
+std::expected<void, std::string> setFault(Machine& machine, std::string_view line, bool on);
+
+/// The faults that are on, as lines in the order in which they were switched on.
+std::vector<std::string> activeFaults(const Machine& machine);
+
+}  // namespace virtualmac

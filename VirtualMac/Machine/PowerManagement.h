@@ -1,0 +1,158 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Base/PropertyValue.h"
+#include "Platform/KernelTypes.h"
+#include "VirtualMac/Machine/MachineContext.h"
+
+namespace virtualmac {
+
+inline constexpr korvel::KernReturn ioReturnNotFound = static_cast<korvel::KernReturn>(0xE00002F0U);
+
+enum class SleepReason : std::uint8_t { Idle, Lid, Requested, LowBattery };
+std::string_view sleepReasonText(
+    SleepReason reason);  ///< "idle", "lid", "requested", "low battery"
+
+/// Awake, asking whether it may sleep, telling that it will, asleep.
+enum class SleepPhase : std::uint8_t { Awake, Asking, Leaving, Asleep };
+
+struct Assertion {
+  std::uint32_t id = 0;
+  std::int32_t owner = 0;
+  std::string type;
+  std::string name;
+  std::int64_t level = 0;                       ///< 0: off.
+  std::optional<Nanoseconds> releasedAtUptime;  ///< Its time-out.
+  bool releaseOnTimeout = false;                ///< Otherwise the time-out only turns it off.
+};
+
+/// What the power manager needs to know of the rest of the machine.
+struct SleepConditions {
+  bool adapterConnected = false;
+  bool lidClosed = false;
+  bool displayConnected = false;
+  bool batteryLow = false;  ///< Running from a battery with nothing left.
+};
+
+/// A root-domain message on its way to one registration of one process.
+struct PowerMessage {
+  std::int32_t pid = 0;
+  korvel::ObjectRef notifier = 0;
+  std::uint32_t messageType = 0;
+  std::intptr_t notificationID = 0;  ///< 0 for messages that take no acknowledgement.
+};
+
+/// Power assertions, the SleepDisabled setting, and the way in and out of sleep. Journals:
+///   power assertion 33001 created PreventUserIdleSystemSleep "name" (pid 412, 14400 s)
+///   power assertion 33001 released | timed out | dropped with pid 412
+///   power SleepDisabled = 1 | = 0 | = 1 (by another program) | write refused (code)
+///   power sleep (idle) begins | held off by assertion 33001 | by SleepDisabled | by display and
+///   adapter power sleep message 0xe0000280 to pid 412 | acknowledged by pid 412 | not acknowledged
+///   by pid 412 power asleep | awake (requested)
+///
+/// Who holds off what: SleepDisabled every sleep but low battery; a user-idle or system-sleep
+/// assertion idle sleep (the system one on adapter power only, and then a requested sleep too); an
+/// external display together with the adapter lid sleep. Idle sleep asks (can-sleep) first; every
+/// sleep is announced (will-sleep), and waits up to 30 s for each registered process's
+/// acknowledgement; a process that timed out three times is no longer waited for. What is due
+/// happens when the machine settles, never inside a helper's call.
+///
+/// Fault model. Creating or releasing assertions and writing the setting can be refused with any
+/// code (for the second assertion type separately); registration can fail; acknowledgements can be
+/// late or never come. The setting does not survive a reboot. Not modelled: dark wakes, standby.
+class PowerManagement {
+ public:
+  explicit PowerManagement(MachineContext& shared) : context(shared) {}
+
+  /// Assertions.
+  korvel::KernReturn createAssertion(std::int32_t owner, const korvel::PropertyValue& properties,
+                                     std::uint32_t& id);
+  korvel::KernReturn releaseAssertion(std::uint32_t id);
+  [[nodiscard]] const std::vector<Assertion>& assertions() const { return held; }
+
+  /// The settings. `privileged`: the caller is root.
+  korvel::KernReturn setSystemPowerSetting(std::string_view key, bool value, bool privileged);
+  korvel::PropertyValue copySystemPowerSettings();
+  [[nodiscard]] bool sleepDisabled() const { return sleepDisabledSetting.value_or(false); }
+  /// As the user or another program does it; none: as if never stored.
+  void setSleepDisabledExternally(std::optional<bool> value);
+
+  /// Sleep and wake. A request that is held off is journalled and forgotten; lid and idle sleep
+  /// come back by themselves when what held them off ends.
+  void requestSleep(SleepReason reason = SleepReason::Requested);
+  void wake(std::string_view cause = "requested");
+  /// Somebody touched the machine: restarts the idle count, and takes back an idle sleep that is
+  /// still being asked for.
+  void userActivity();
+  void setIdleSleepMinutes(std::int64_t minutes);  ///< 0: never.
+  [[nodiscard]] SleepPhase phase() const { return sleepPhase; }
+  [[nodiscard]] bool isAsleep() const { return sleepPhase == SleepPhase::Asleep; }
+
+  /// Faults.
+  std::optional<korvel::KernReturn> assertionRefusal;
+  std::optional<korvel::KernReturn> secondaryAssertionRefusal;  ///< "PreventSystemSleep" only.
+  std::optional<korvel::KernReturn> assertionReleaseRefusal;
+  std::optional<korvel::KernReturn> settingRefusal;
+  std::optional<korvel::PropertyValue> settingsOverride;  ///< In place of the copied dictionary.
+  bool registrationFails = false;
+  double acknowledgementSeconds = 30;
+
+  /// For RootDomainClient.
+  using Deliver = std::function<void(const PowerMessage&)>;
+  void addRegistration(std::int32_t pid, korvel::ObjectRef notifier, Deliver deliver);
+  void removeRegistration(std::int32_t pid, korvel::ObjectRef notifier);
+  korvel::KernReturn acknowledge(std::int32_t pid, korvel::ObjectRef notifier,
+                                 std::intptr_t notificationID);
+
+  /// For Machine: what is due happens; time passes; what a dead process or a reboot takes along.
+  void settle(const SleepConditions& conditions);
+  [[nodiscard]] Nanoseconds untilNextEvent() const;
+  void pass(Nanoseconds duration);
+  void dropProcess(std::int32_t pid);
+  void forgetOverReboot();
+  [[nodiscard]] Nanoseconds uptime() const { return uptimeNow; }
+
+ private:
+  struct Registration {
+    std::int32_t pid = 0;
+    korvel::ObjectRef notifier = 0;
+    Deliver deliver;
+    std::intptr_t awaited = 0;  ///< The id that it has still to acknowledge; 0: none.
+    int timeouts = 0;
+  };
+  void announce(std::uint32_t messageType, bool acknowledged);
+  [[nodiscard]] bool allAcknowledged() const;
+  void giveUpWaiting();
+  void beginSleep(SleepReason reason);
+  void leave();
+  void fallAsleep();
+  void wakeNow();
+  void expireAssertions();
+  [[nodiscard]] std::optional<std::string> holder(SleepReason reason) const;
+  void considerAutomaticSleep();
+
+  MachineContext& context;
+  std::vector<Assertion> held;
+  std::uint32_t lastAssertionID = 33000;
+  std::optional<bool> sleepDisabledSetting;
+  std::vector<Registration> registrations;
+  std::intptr_t lastNotificationID = 0x3a0000;
+  SleepPhase sleepPhase = SleepPhase::Awake;
+  SleepReason sleepReason = SleepReason::Requested;
+  std::optional<SleepReason> requested;
+  std::optional<std::string> wakeCause;
+  SleepConditions around;
+  bool automaticSleepHeldOff = false;
+  Nanoseconds uptimeNow = 0;
+  Nanoseconds acknowledgementsDue = 0;
+  Nanoseconds idleSince = 0;
+  Nanoseconds idleSleepAfter = 0;
+};
+
+}  // namespace virtualmac

@@ -1,0 +1,108 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "Base/PropertyValue.h"
+#include "Platform/KernelTypes.h"
+#include "VirtualMac/Machine/MachineContext.h"
+#include "VirtualMac/Machine/NameTable.h"
+
+namespace virtualmac {
+
+class Battery;
+class Adapter;
+class Lid;
+class SMC;
+
+/// The I/O registry as far as the helper looks: AppleSMC, AppleSmartBattery with its pack and bank
+/// entries, IOPMrootDomain. Properties are made from the other parts on demand and kept until
+/// something changes.
+///
+/// Fault model. A service can be missing; its properties can be unreadable; any property can be
+/// missing or hold a value of any type; iterating the children can fail. Not modelled: services
+/// that come and go while an iterator stands on them.
+class Registry {
+ public:
+  using EntryID = std::uint32_t;
+  static constexpr EntryID noEntry = 0;
+
+  Registry(const Battery& pack, const Adapter& charger, const Lid& cover, const SMC& controller,
+           MachineContext& shared);
+
+  /// The first service of a class; noEntry: none.
+  [[nodiscard]] EntryID matching(std::string_view className) const;
+  [[nodiscard]] bool conforms(EntryID entry, std::string_view className) const;
+  /// All descendants, in registry order.
+  [[nodiscard]] std::vector<EntryID> descendants(EntryID entry) const;
+  /// An entry's properties, overrides applied.
+  [[nodiscard]] const korvel::PropertyValue& properties(EntryID entry);
+  /// One property, without making the whole dictionary where that is cheaper.
+  [[nodiscard]] korvel::PropertyValue property(EntryID entry, std::string_view key);
+
+  /// Puts `value` in the place of a property of every entry of a class; an absent value removes the
+  /// property.
+  void overrideProperty(std::string_view className, std::string_view key,
+                        korvel::PropertyValue value);
+  void restoreProperty(std::string_view className, std::string_view key);
+  /// Services that are not found any more.
+  void hideService(std::string_view className, bool hidden);
+  bool propertiesUnreadable = false;
+  bool iterationFails = false;
+
+ private:
+  struct Cached {
+    std::uint64_t revision = 0;
+    korvel::PropertyValue value;
+  };
+  [[nodiscard]] korvel::PropertyValue::Dictionary build(EntryID entry) const;
+  [[nodiscard]] korvel::PropertyValue::Dictionary buildBatteryService() const;
+  [[nodiscard]] korvel::PropertyValue::Dictionary buildBatteryData() const;
+  [[nodiscard]] korvel::PropertyValue::Dictionary buildBank(std::uint32_t index) const;
+  [[nodiscard]] korvel::PropertyValue::Dictionary buildRootDomain() const;
+  [[nodiscard]] std::string_view className(EntryID entry) const;
+
+  const Battery& battery;
+  const Adapter& adapter;
+  const Lid& lid;
+  const SMC& smc;
+  MachineContext& context;
+  std::map<std::pair<std::string, std::string>, korvel::PropertyValue, std::less<>> overrides;
+  std::vector<std::string> hiddenServices;
+  std::map<EntryID, Cached> cache;
+};
+
+/// One process's names for registry objects: the seam's calls.
+class RegistryClient {
+ public:
+  explicit RegistryClient(Registry& tree) : registry(tree) {}
+
+  korvel::ObjectRef getMatchingService(std::string_view className);
+  korvel::PropertyValue createProperty(korvel::ObjectRef entry, std::string_view key);
+  korvel::KernReturn createProperties(korvel::ObjectRef entry, korvel::PropertyValue& properties);
+  korvel::KernReturn createIterator(korvel::ObjectRef entry, std::string_view plane,
+                                    std::uint32_t options, korvel::ObjectRef& iterator);
+  korvel::ObjectRef iteratorNext(korvel::ObjectRef iterator);
+  bool conformsTo(korvel::ObjectRef object, std::string_view className);
+  korvel::KernReturn objectRelease(korvel::ObjectRef object);
+
+  /// Names held; what is left after the helper gave everything back has leaked.
+  [[nodiscard]] std::size_t liveObjects() const { return objects.size(); }
+  /// The entry behind a name; Registry::noEntry for iterators and unknown names.
+  [[nodiscard]] Registry::EntryID entry(korvel::ObjectRef object);
+  void dropAll() { objects.clear(); }
+
+ private:
+  struct Object {
+    Registry::EntryID entry = Registry::noEntry;
+    std::vector<Registry::EntryID> remaining;  ///< An iterator's, last first.
+  };
+  Registry& registry;
+  NameTable<Object> objects{0x03};
+};
+
+}  // namespace virtualmac

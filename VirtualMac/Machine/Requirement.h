@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstddef>
+#include <expected>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "VirtualMac/Machine/Profile.h"
+
+namespace virtualmac {
+
+/// Why a requirement text does not parse.
+struct RequirementError {
+  std::size_t position = 0;  ///< The offending byte, from 0.
+  std::string message;
+};
+
+/// A code requirement: the subset of the requirement language that connections are admitted by.
+///
+///   requirement := conjunction { "or" conjunction }
+///   conjunction := term { "and" term }
+///   term        := "!" term | "(" requirement ")" | clause
+///   clause      := "anchor" "apple" [ "generic" ] | "identifier" value | "always" | "never"
+///                | "certificate" "leaf" "[" field "]" ( "=" value | "exists" )
+///   field       := "subject.OU" | "field." digits { "." digits }
+///   value       := quoted text | a word that starts with a letter
+///
+/// Fault model: every text gives a requirement or an error with its position, never both.
+class Requirement {
+ public:
+  static std::expected<Requirement, RequirementError> parse(std::string_view text);
+
+  /// True when code signed like this satisfies the requirement.
+  [[nodiscard]] bool satisfiedBy(const SigningIdentity& code) const;
+
+  /// A node of the parsed text.
+  struct Node;
+
+ private:
+  explicit Requirement(std::shared_ptr<const Node> parsed);
+  std::shared_ptr<const Node> root;
+};
+
+}  // namespace virtualmac
