@@ -1,0 +1,75 @@
+#!/usr/bin/env python3
+"""Checks that every source file belongs to something that is built: to the given build, or, below
+KorvelHelper/macOS, to the Mac's own list of sources. Benchmarks count when the build has them on.
+
+usage: built.py REPOSITORY BUILD
+       built.py --self-test
+"""
+import json
+import pathlib
+import re
+import sys
+
+import tree
+
+MAC_FOLDER = "KorvelHelper/macOS/"
+
+
+def compiled(root, build):
+    commands = json.loads((build / "compile_commands.json").read_text(encoding="utf-8"))
+    names = (pathlib.Path(c["directory"], c["file"]).resolve() for c in commands)
+    return {n.relative_to(root).as_posix() for n in names if n.is_relative_to(root)}
+
+
+def option_is_on(build, option):
+    cache = (build / "CMakeCache.txt").read_text(encoding="utf-8")
+    return re.search(rf"^{option}:BOOL=(?:ON|1|TRUE|YES)$", cache, re.M | re.I) is not None
+
+
+def check(root, build):
+    built = compiled(root, build)
+    mac_lists = "".join(p.read_text(encoding="utf-8")
+                        for p in (root / MAC_FOLDER).glob("CMakeLists.txt"))
+    mac_words = set(re.findall(r"[\w.+/-]+", mac_lists))
+    found = []
+    for name in tree.files(root, tree.SOURCES):
+        if name.startswith(MAC_FOLDER):
+            if name[len(MAC_FOLDER):] not in mac_words:
+                found.append(f"{name}: not in {MAC_FOLDER}CMakeLists.txt")
+        elif name.startswith("Benchmarks/") and not option_is_on(build, "KORVEL_BENCHMARKS"):
+            continue
+        elif name not in built:
+            found.append(f"{name}: no target builds it")
+    return found
+
+
+def self_test():
+    def check_made(root):
+        commands = [{"directory": str(root), "file": "Tests/a.cpp"}]
+        (root / "build").mkdir()
+        (root / "build/compile_commands.json").write_text(json.dumps(commands), encoding="utf-8")
+        on = "ON" if (root / "on").exists() else "OFF"
+        (root / "build/CMakeCache.txt").write_text(f"KORVEL_BENCHMARKS:BOOL={on}\n", encoding="utf-8")
+        return check(root, root / "build")
+
+    clean = {"Tests/a.cpp": "", MAC_FOLDER + "M.mm": "", "Benchmarks/b.cpp": "",
+             MAC_FOLDER + "CMakeLists.txt": "add_library(mac M.mm)\n"}
+    tree.expect(check_made, clean)
+    tree.expect(check_made, clean | {"KorvelHelper/C.cpp": ""}, "C.cpp: no target builds it")
+    tree.expect(check_made, clean | {MAC_FOLDER + "N.mm": ""}, "N.mm: not in")
+    tree.expect(check_made, clean | {"on": ""}, "Benchmarks/b.cpp: no target builds it")
+
+
+def main(arguments):
+    if arguments == ["--self-test"]:
+        self_test()
+        print("the check passes a tree that is built and finds a source that is not")
+        return
+    if len(arguments) != 2:
+        sys.exit(__doc__.strip())
+    root, build = (pathlib.Path(a).resolve() for a in arguments)
+    tree.report(check(root, build), len(tree.files(root, tree.SOURCES)), "sources", "all are built")
+
+
+if __name__ == "__main__":
+    main(sys.argv[1:])

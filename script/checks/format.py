@@ -1,0 +1,57 @@
+#!/usr/bin/env python3
+"""Checks that every C++ file is as clang-format 19 writes it (.clang-format).
+
+usage: format.py [--fix] REPOSITORY [FILE...]
+       format.py --self-test
+"""
+import pathlib
+import subprocess
+import sys
+
+import tree
+
+FORMATTER = "clang-format-19"
+BATCH = 20
+
+
+def formatted(root, names, fix):
+    """Findings of the formatter on `names`; with `fix` it rewrites them instead."""
+    found = []
+    mode = ["-i"] if fix else ["--dry-run", "--ferror-limit=1"]
+    for start in range(0, len(names), BATCH):
+        done = subprocess.run([FORMATTER, "--style=file"] + mode + names[start:start + BATCH],
+                              cwd=root, capture_output=True, text=True, check=False)
+        if done.returncode != 0:
+            sys.exit(f"{FORMATTER} failed: {done.stderr}")
+        found += [line.replace("code should be clang-formatted", "not formatted; run script/lint --fix")
+                  for line in done.stderr.splitlines() if "warning:" in line]
+    return found
+
+
+def check(root):
+    return formatted(root, [n for n in tree.files(root) if not n.endswith(".def")], False)
+
+
+def self_test():
+    style = {".clang-format": "BasedOnStyle: Google\n"}
+    tree.expect(check, style | {"KorvelHelper/A.cpp": "int a = 1;\n"})
+    tree.expect(check, style | {"KorvelHelper/A.cpp": "int  a=1;\n"}, "A.cpp:1:4: warning: not formatted")
+
+
+def main(arguments):
+    if arguments == ["--self-test"]:
+        self_test()
+        print("the check passes a formatted file and finds one that is not")
+        return
+    fix = "--fix" in arguments
+    rest = [a for a in arguments if a != "--fix"]
+    if not rest or rest[0].startswith("-"):
+        sys.exit(__doc__.strip())
+    root = pathlib.Path(rest[0]).resolve()
+    names = [str(pathlib.Path(f).resolve().relative_to(root)) for f in rest[1:]]
+    names = names or [n for n in tree.files(root) if not n.endswith(".def")]
+    tree.report(formatted(root, names, fix), len(names), "C++ files", "every file is formatted")
+
+
+if __name__ == "__main__":
+    main(sys.argv[1:])

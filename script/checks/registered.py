@@ -1,0 +1,77 @@
+#!/usr/bin/env python3
+"""Checks that every test written in the sources is one that the runner knows, and that every test
+program was built.
+
+usage: registered.py REPOSITORY BUILD
+       registered.py --self-test
+"""
+import json
+import pathlib
+import re
+import subprocess
+import sys
+
+import tree
+
+WRITTEN = re.compile(r"^(TEST|TEST_F|TEST_P|TYPED_TEST|TYPED_TEST_P|RC_GTEST_PROP|RC_GTEST_FIXTURE_PROP)"
+                     r"\s*\(\s*(\w+)\s*,\s*(\w+)\s*[,)]", re.M)
+
+
+def written(root):
+    """(file, line, kind, suite, name) of every test in the sources."""
+    for name in tree.files(root, tree.SOURCES):
+        if name.startswith("Tests/"):
+            code = tree.blanked(tree.read(root, name))
+            for match in WRITTEN.finditer(code):
+                yield (name, tree.line_of(code, match.start())) + match.groups()
+
+
+def known_to(build):
+    listed = subprocess.run(["ctest", "--show-only=json-v1"], cwd=build, capture_output=True,
+                            text=True, check=True)
+    return [test["name"] for test in json.loads(listed.stdout)["tests"]]
+
+
+def check(root, known):
+    found = [f"{name[:-len('_NOT_BUILT')]}: the test program is not built; its tests cannot run"
+             for name in known if name.endswith("_NOT_BUILT")]
+    # Parameterised: Instance/Suite.Name/0; typed: Suite/0.Name; as the discovery prints them.
+    plain = set()
+    for name in known:
+        suite, _, test = name.partition(".")
+        parts = suite.split("/")
+        for part in parts:
+            plain.add(part + "." + test.split("/")[0])
+    for file, line, kind, suite, name in written(root):
+        if f"{suite}.{name}" not in plain:
+            why = ("no instance of it exists" if kind.endswith("_P") else "the test runner does not "
+                   "know it; add its file to a test program")
+            found.append(f"{file}:{line}: {suite}.{name}: {why}")
+    return found
+
+
+def self_test():
+    source = {"Tests/unit/T.cpp": "TEST(A, B) {}\nTEST_F(Fix,\n       C) {}\nTEST_P(Par, D) {}\n"
+                                  "// TEST(No, One)\nTYPED_TEST(Ty, E) {}\n"}
+    known = ["A.B", "Fix.C", "All/Par.D/0", "Ty/0.E", "Other.Test"]
+    tree.expect(lambda root: check(root, known), source)
+    tree.expect(lambda root: check(root, known[1:]), source, "T.cpp:1: A.B: the test runner does not")
+    tree.expect(lambda root: check(root, known[:2] + known[3:]), source, "Par.D: no instance of it")
+    tree.expect(lambda root: check(root, known + ["unit_tests_NOT_BUILT"]), source,
+                "unit_tests: the test program is not built")
+
+
+def main(arguments):
+    if arguments == ["--self-test"]:
+        self_test()
+        print("the check passes known tests and finds one that the runner does not know")
+        return
+    if len(arguments) != 2:
+        sys.exit(__doc__.strip())
+    root, build = (pathlib.Path(a).resolve() for a in arguments)
+    tree.report(check(root, known_to(build)), len(list(written(root))), "tests in the sources",
+                "the runner knows them all")
+
+
+if __name__ == "__main__":
+    main(sys.argv[1:])

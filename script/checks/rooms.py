@@ -1,0 +1,166 @@
+#!/usr/bin/env python3
+"""Checks the walls between the rooms: what each may include, and which calls it may make.
+
+usage: rooms.py REPOSITORY
+       rooms.py --self-test
+"""
+import re
+
+import tree
+
+THREADS = {"thread", "mutex", "shared_mutex", "condition_variable", "future", "stop_token",
+           "semaphore", "barrier", "latch"}
+TIME = {"chrono", "ctime", "random"}
+STREAMS = {"iostream", "fstream", "filesystem", "syncstream", "print"}
+STANDARD = {
+    "algorithm", "any", "array", "atomic", "bit", "bitset", "cctype", "cerrno", "charconv",
+    "climits", "cmath", "compare", "concepts", "csignal", "cstdarg", "cstddef", "cstdint", "cstdio",
+    "cstdlib", "cstring", "deque", "exception", "expected", "functional", "initializer_list",
+    "iomanip", "iterator", "limits", "list", "locale", "map", "memory", "new", "numbers", "numeric",
+    "optional", "ostream", "istream", "queue", "ranges", "ratio", "set", "source_location", "span",
+    "sstream", "stack", "stdexcept", "streambuf", "string", "string_view", "system_error", "tuple",
+    "type_traits", "typeindex", "typeinfo", "unordered_map", "unordered_set", "utility", "valarray",
+    "variant", "vector", "version"} | THREADS | TIME | STREAMS
+SYSTEM_OF_CORE = {"csignal", "atomic", "locale", "iomanip"} | THREADS | TIME | STREAMS
+
+# A call has an operator, a bracket or a keyword before it; a declaration has a type.
+BEFORE_CALL = r"(?:(?<=[=(),;{}!?:|<+\[/-])|(?<=&&)|(?<=\breturn)|(?<=\belse)|(?<=\bdo)|^)\s*"
+ANY_CALL = BEFORE_CALL + r"(?<![\w.>:~])(?:std\s*::\s*|::\s*)?(?:%s)\s*\("
+QUALIFIED_CALL = BEFORE_CALL + r"(?<![\w.>:~])(?:std\s*::\s*|::\s*)(?:%s)\s*\("
+TIME_CALLS = ("reads the time or waits; time is handed in", ANY_CALL %
+              "time|gettimeofday|clock_gettime|localtime|gmtime|sleep|usleep|nanosleep|alarm"
+              + "|" + QUALIFIED_CALL % "clock" + r"|\bstd\s*::\s*chrono\b")
+THREAD_USE = ("uses a thread or lock of its own; queues and locks are handed in",
+              r"\bstd\s*::\s*(?:jthread|thread|async|(?:recursive_|shared_|timed_)*mutex|lock_guard"
+              r"|unique_lock|scoped_lock|condition_variable\w*|this_thread)\b|\bthread_local\b")
+CHANCE = ("draws random numbers; chance is handed in",
+          ANY_CALL % "rand|srand|random|drand48"
+          + r"|\bstd\s*::\s*(?:random_device|default_random_engine|\w+_distribution)\b")
+PRINTING = ("prints; texts go to the log or the journal",
+            ANY_CALL % "printf|fprintf|puts|putchar|perror|vprintf"
+            + r"|\bstd\s*::\s*(?:cout|cerr|clog)\b")
+NAKED_NEW = ("owns memory by hand; use make_unique, make_shared or a container",
+             r"\bnew\s+[\w:(]|\bdelete\s+[\w*(]|\bdelete\s*\[\]|"
+             + ANY_CALL % "malloc|calloc|realloc|free")
+SYSTEM_CALLS = ("calls the system past the seam",
+                ANY_CALL % "getenv|setenv|popen|fork|execv|execve|sigaction|_exit|quick_exit|fopen"
+                + "|" + QUALIFIED_CALL % "system|kill|raise|signal|getpid|exit|open|read|write|close"
+                "|unlink|chmod|mkdir|umask|fsync|rename|socket|dlopen|dlsym")
+CATCH_ALL = ("catches everything; a killed process unwinds through here",
+             r"\bcatch\s*\(\s*\.\.\.\s*\)")
+
+CORE_CALLS = (TIME_CALLS, THREAD_USE, CHANCE, PRINTING, NAKED_NEW, SYSTEM_CALLS, CATCH_ALL)
+MODEL_CALLS = (TIME_CALLS, THREAD_USE, CHANCE, PRINTING, NAKED_NEW)
+FEW_CALLS = (CHANCE, NAKED_NEW)
+
+
+class Room:
+    """`own`: prefixes of quoted includes; `libraries`: prefixes of angled ones that are not
+    standard; `system`: angled includes of any name."""
+
+    def __init__(self, folder, own, libraries=(), banned=frozenset(), calls=(), system=False,
+                 helper_root=True):
+        self.folder, self.own, self.libraries, self.banned = folder, own, libraries, banned
+        self.calls, self.system, self.helper_root = calls, system, helper_root
+
+    def allows(self, name, angled):
+        if ".." in name.split("/"):
+            return False
+        if not angled:
+            return any(name.startswith(prefix) for prefix in self.own) or (
+                self.helper_root and "/" not in name)
+        if name in STANDARD:
+            return name not in self.banned
+        return self.system or any(name.startswith(prefix) for prefix in self.libraries)
+
+
+SEAM = ("Base/", "Platform/")
+MODEL = SEAM + ("VirtualMac/Schedule/", "VirtualMac/Machine/")
+ALL_VIRTUAL = SEAM + ("VirtualMac/",)
+ROOMS = [  # The first that matches a file is its room.
+    Room("KorvelHelper/Base/", ("Base/",), banned=SYSTEM_OF_CORE, calls=CORE_CALLS,
+         helper_root=False),
+    Room("KorvelHelper/Platform/", SEAM, banned=SYSTEM_OF_CORE, calls=CORE_CALLS,
+         helper_root=False),
+    Room("KorvelHelper/macOS/", SEAM + ("macOS/",), system=True),
+    Room("KorvelHelper/", SEAM, ("nlohmann/",), SYSTEM_OF_CORE, CORE_CALLS),
+    Room("VirtualMac/Machine/", SEAM + ("VirtualMac/Machine/", "VirtualMac/Schedule/Journal.h",
+                                        "VirtualMac/Schedule/SeamCall.h"),
+         ("nlohmann/",), THREADS | TIME - {"random"}, MODEL_CALLS, helper_root=False),
+    Room("VirtualMac/Schedule/", SEAM + ("VirtualMac/Schedule/",), ("nlohmann/",),
+         TIME - {"random"}, FEW_CALLS + (TIME_CALLS, PRINTING), helper_root=False),
+    Room("VirtualMac/InProcess/", MODEL + ("VirtualMac/InProcess/",), ("nlohmann/",),
+         TIME - {"random"}, FEW_CALLS + (TIME_CALLS,)),
+    Room("VirtualMac/Remote/", MODEL + ("VirtualMac/InProcess/", "VirtualMac/Remote/"),
+         ("nlohmann/", "asio"), calls=FEW_CALLS, system=True),
+    Room("VirtualMac/", ALL_VIRTUAL, system=True, calls=FEW_CALLS),
+    # The tests of the real processes see the programs only from outside.
+    Room("Tests/process/", ("Tests/process/", "VirtualMac/Remote/", "VirtualMac/Schedule/"),
+         system=True, helper_root=False),
+    Room("Tests/", ALL_VIRTUAL + ("Tests/",), system=True, calls=(CHANCE,)),
+    Room("Benchmarks/", ALL_VIRTUAL + ("Benchmarks/",), system=True, calls=(CHANCE,)),
+    Room("Packaging/", SEAM, system=True),
+]
+# The one file of a room that is its door to the thing the others must not touch.
+SANCTIONED = {
+    ("KorvelHelper/Base/Trap.cpp", PRINTING[0]),   # a trap's text must reach somebody
+    ("KorvelHelper/Base/Trap.cpp", SYSTEM_CALLS[0]),
+}
+
+
+def room_of(name):
+    return next((room for room in ROOMS if name.startswith(room.folder)), None)
+
+
+def check(root):
+    found = []
+    for name in tree.files(root):
+        room = room_of(name)
+        text = tree.read(root, name)
+        code = tree.blanked(text)
+        for line, included, angled in tree.includes(text):
+            if not room.allows(included, angled):
+                found.append(f"{name}:{line}: {room.folder} must not include {included}")
+        for why, pattern in room.calls:
+            if (name, why) in SANCTIONED:
+                continue
+            for match in re.finditer(pattern, code, re.M):
+                line = tree.line_of(code, match.end())
+                found.append(f"{name}:{line}: \"{match.group(0).strip()}\" {why}")
+    return found
+
+
+def self_test():
+    core, machine = "KorvelHelper/A.cpp", "VirtualMac/Machine/M.cpp"
+    tree.expect(check, {
+        core: '#include "Base/Date.h"\n#include <vector>\n#include <nlohmann/json.hpp>\n'
+              '// time(nullptr) in a comment\nauto t = "std::thread"; int x = files.open(1);\n'
+              "void X::close(int) {}\nint timer(int runtime(int));\n",
+        machine: '#include "VirtualMac/Schedule/Journal.h"\n#include <map>\n',
+        "Tests/process/p.cpp": "#include <unistd.h>\n#include <gtest/gtest.h>\n"})
+    for text, word in [
+            ('#include "VirtualMac/Machine/Machine.h"', "must not include VirtualMac"),
+            ('#include "macOS/Main.h"', "must not include macOS"),
+            ('#include "Tests/A.h"', "must not include Tests"),
+            ("#include <unistd.h>", "must not include unistd.h"),
+            ("#include <thread>", "must not include thread"),
+            ('#include "../Base/Date.h"', "must not include .."),
+            ("auto t = time(nullptr);", "reads the time"), ("sleep(1);", "reads the time"),
+            ("std::mutex m;", "a thread or lock"), ("int r = std::rand();", "random"),
+            ('std::printf("x");', "prints"), ("auto* p = new Thing();", "memory by hand"),
+            ("std::exit(0);", "past the seam"), ("int d = ::open(p, 0);", "past the seam"),
+            ("try {} catch (...) {}", "catches everything")]:
+        tree.expect(check, {core: text + "\n"}, word)
+    tree.expect(check, {"KorvelHelper/Base/B.h": '#include "SMCWriter.h"\n'}, "must not include")
+    tree.expect(check, {"KorvelHelper/Platform/P.h": '#include "Logger.h"\n'}, "must not include")
+    tree.expect(check, {"KorvelHelper/macOS/M.mm": '#include "VirtualMac/M.h"\n'},
+                "must not include")
+    tree.expect(check, {machine: "#include <mutex>\n#include <chrono>\nstd::thread t;\n"},
+                "include mutex", "include chrono", "a thread or lock")
+    tree.expect(check, {machine: '#include "VirtualMac/InProcess/World.h"\n'}, "must not include")
+    tree.expect(check, {"Tests/process/p.cpp": '#include "HelperImpl.h"\n'}, "must not include")
+
+
+if __name__ == "__main__":
+    tree.run(__doc__, self_test, check, "C++ files", "every include and call is allowed in its room",
+             lambda root: len(tree.files(root)))

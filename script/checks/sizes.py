@@ -1,0 +1,86 @@
+#!/usr/bin/env python3
+"""Checks lengths: functions, files, headers, headers of the seam.
+
+usage: sizes.py REPOSITORY
+       sizes.py --self-test
+"""
+import re
+
+import tree
+
+FUNCTION_LINES, SOURCE_LINES, HEADER_LINES, SEAM_HEADER_LINES = 70, 400, 150, 80
+# One object with one declaration: the core's fields and their guards are read side by side.
+LONGER = {"KorvelHelper/HelperImpl.h": 230}
+NOT_A_FUNCTION = re.compile(r"^\s*(?:inline\s+)?(?:namespace|class|struct|union|enum|extern)\b|=\s*$")
+
+
+def function_bodies(code):
+    """(first line, last line) of every outermost function body: a block at namespace or class level
+    whose head has a parameter list. A lambda counts as part of the function it stands in. The
+    format gives a block's brace a space and an initialiser's none."""
+    stack, head_start, body = [], 0, None
+    for offset, character in enumerate(code):
+        if character == "{" and not code[offset - 1].isspace():
+            stack.append(None)
+            continue
+        if character == "}" and stack and stack[-1] is None:
+            stack.pop()
+            continue
+        if character == "{":
+            head = code[head_start:offset]
+            head = re.sub(r"^\s*(?:#[^\n]*\n\s*)+", "", head)
+            head = re.sub(r"^\s*template\s*<[^{;]*?>\s*(?=\w)", "", head)
+            is_function = body is None and ")" in head and not NOT_A_FUNCTION.search(head)
+            stack.append(is_function)
+            if is_function:
+                start = offset - len(head.lstrip())
+                body = tree.line_of(code, start)
+        elif character == "}" and stack:
+            if stack.pop():
+                yield body, tree.line_of(code, offset)
+                body = None
+        if character in "{};" and body is None:
+            head_start = offset + 1
+
+
+def allowed_lines(name):
+    if name in LONGER:
+        return LONGER[name]
+    if name.endswith(tree.SOURCES):
+        return SOURCE_LINES
+    return SEAM_HEADER_LINES if name.startswith("KorvelHelper/Platform/") else HEADER_LINES
+
+
+def check(root):
+    found = []
+    for name in tree.files(root):
+        text = tree.read(root, name)
+        lines = text.count("\n")
+        if lines > allowed_lines(name):
+            found.append(f"{name}: {lines} lines, {allowed_lines(name)} at most")
+        for first, last in function_bodies(tree.blanked(text)):
+            if last - first + 1 > FUNCTION_LINES:
+                found.append(f"{name}:{first}: a function of {last - first + 1} lines, "
+                             f"{FUNCTION_LINES} at most")
+    return found
+
+
+def self_test():
+    short = "namespace n {\nclass C {\n int f(int a) const { return a; }\n};\n}\n"
+    long_body = "  x = {1, 2};\n" * 69
+    tree.expect(check, {"KorvelHelper/A.cpp": short + "void f() {\n" + "  ;\n" * 68 + "}\n"})
+    tree.expect(check, {"KorvelHelper/A.cpp": short + "void f() {\n" + long_body + "}\n"},
+                "A.cpp:6: a function of 71 lines")
+    tree.expect(check, {"KorvelHelper/A.cpp":
+                        "C::C(int a)\n    : b{a} {\n" + long_body + "}\n"}, "A.cpp:1: a function")
+    tree.expect(check, {"Tests/unit/T.cpp": "TEST(A, B) {\n" + long_body + "}\n"}, "T.cpp:1:")
+    tree.expect(check, {"Tests/unit/T.cpp": "\n" * 401}, "401 lines, 400 at most")
+    tree.expect(check, {"VirtualMac/M.h": "\n" * 151}, "151 lines, 150 at most")
+    tree.expect(check, {"KorvelHelper/Platform/P.h": "\n" * 81}, "81 lines, 80 at most")
+    assert list(function_bodies(tree.blanked("struct A { int x = 1; };\nint f() { return '{'; }\n"
+                                             "int g() {\n}\n"))) == [(2, 2), (3, 4)]
+
+
+if __name__ == "__main__":
+    tree.run(__doc__, self_test, check, "C++ files", "every file and function is short enough",
+             lambda root: len(tree.files(root)))

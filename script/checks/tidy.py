@@ -1,0 +1,52 @@
+#!/usr/bin/env python3
+"""Runs clang-tidy 19 (.clang-tidy) on every source that a build compiles, two or more at a time.
+
+usage: tidy.py REPOSITORY BUILD [FILE...]
+"""
+import concurrent.futures
+import json
+import os
+import pathlib
+import subprocess
+import sys
+
+TIDY = "clang-tidy-19"
+
+
+def compiled(root, build):
+    commands = json.loads((build / "compile_commands.json").read_text(encoding="utf-8"))
+    names = {pathlib.Path(c["directory"], c["file"]).resolve() for c in commands}
+    return sorted(n for n in names if n.is_relative_to(root) and not n.is_relative_to(root / "build"))
+
+
+def tidy(root, build, source):
+    done = subprocess.run([TIDY, "--quiet", "-p", str(build), str(source)], cwd=root,
+                          capture_output=True, text=True, check=False)
+    # A header that several sources include is reported by each; the caller drops repetitions.
+    return source, done.returncode, done.stdout
+
+
+def main(arguments):
+    if len(arguments) < 2 or arguments[0].startswith("-"):
+        sys.exit(__doc__.strip())
+    root, build = (pathlib.Path(a).resolve() for a in arguments[:2])
+    asked = {pathlib.Path(f).resolve() for f in arguments[2:]}
+    sources = [s for s in compiled(root, build) if not asked or s in asked]
+    if not sources:
+        sys.exit("no source to tidy: none of the files is compiled by that build")
+    failed, said = 0, set()
+    workers = int(os.environ.get("JOBS", os.cpu_count() or 1))
+    with concurrent.futures.ThreadPoolExecutor(workers) as pool:
+        for source, status, text in pool.map(lambda s: tidy(root, build, s), sources):
+            failed += status != 0
+            for paragraph in text.split("\n\n"):
+                if paragraph.strip() and paragraph not in said:
+                    said.add(paragraph)
+                    print(paragraph.replace(str(root) + "/", "").rstrip())
+    if failed:
+        sys.exit(f"{failed} of {len(sources)} sources are not tidy")
+    print(f"{len(sources)} sources: tidy")
+
+
+if __name__ == "__main__":
+    main(sys.argv[1:])

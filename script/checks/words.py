@@ -1,0 +1,69 @@
+#!/usr/bin/env python3
+"""Checks words that must not stand in the sources: conditional compilation in the helper, notes of
+unfinished work, trailing underscores, commented-out code, headers without a guard.
+
+usage: words.py REPOSITORY
+       words.py --self-test
+"""
+import re
+
+import tree
+
+CONDITIONAL = re.compile(r"^\s*#\s*(?:if|ifdef|ifndef|elif|else)\b", re.M)
+CONDITIONAL_ALLOWED = {"KorvelHelper/Base/Annotations.h", "KorvelHelper/Logger.h"}
+UNFINISHED = re.compile(r"\b(?:TODO|FIXME|XXX|HACK)\b")
+UNDERSCORE = re.compile(r"\b[A-Za-z]\w*_\b(?!\s*\()")
+USING_NAMESPACE = re.compile(r"^\s*using\s+namespace\b", re.M)
+COMMENTED_CODE = re.compile(r"^\s*//(?!/)\s*(?:[\w:.<>\->*&]+\s*\(.*\);|[\w:<>]+ \w+ = .*;|(?:if|for"
+                            r"|while) \(.*\) \{|return\b.*;|#\s*include\b.*|\})\s*$", re.M)
+
+
+def check(root):
+    found = []
+
+    def each(pattern, text, why):
+        for match in pattern.finditer(text):
+            start = match.end() - len(match.group(0).lstrip())
+            found.append(f"{name}:{tree.line_of(text, start)}: {match.group(0).strip()}: {why}")
+
+    for name in tree.files(root):
+        text = tree.read(root, name)
+        code = tree.blanked(text)
+        core = name.startswith("KorvelHelper/") and not name.startswith("KorvelHelper/macOS/")
+        if core and name not in CONDITIONAL_ALLOWED:
+            each(CONDITIONAL, code, "no conditional compilation in the helper; platforms differ below "
+                                    "the seam")
+        each(UNFINISHED, text, "finish it, or write it down where work is planned")
+        each(COMMENTED_CODE, text, "commented-out code")
+        each(UNDERSCORE, code, "names carry no trailing underscore")
+        if name.endswith(".h"):
+            each(USING_NAMESPACE, code, "a header must not pull a namespace into its includers")
+            if "#pragma once" not in text:
+                found.append(f"{name}:1: a header without #pragma once")
+        if "\t" in text:
+            found.append(f"{name}:{tree.line_of(text, text.index(chr(9)))}: a tab")
+        if text and not text.endswith("\n"):
+            found.append(f"{name}: the last line has no end")
+    return found
+
+
+def self_test():
+    name = "KorvelHelper/A.cpp"
+    tree.expect(check, {name: "// A sentence with code() in it.\nint a_b = __LINE__;\n",
+                        "KorvelHelper/macOS/M.mm": "#if 1\n#endif\n",
+                        "KorvelHelper/Logger.h": "#pragma once\n#if defined(__clang__)\n#endif\n",
+                        "Tests/t.cpp": "#ifdef X\n#endif\n"})
+    for text, word in [("#ifdef __APPLE__\n#endif\n", "no conditional"),
+                       ("int a;  // TODO: more\n", "finish it"),
+                       ("int count_ = 0;\n", "trailing underscore"),
+                       ("int a;\n// callIt(3);\n", "A.cpp:2: // callIt(3);: commented-out code"),
+                       ("//  return a;\n", "commented-out code"),
+                       ("int a;\tint b;\n", "a tab"), ("int a;", "no end")]:
+        tree.expect(check, {name: text}, word)
+    tree.expect(check, {"KorvelHelper/A.h": "int a();\n"}, "without #pragma once")
+    tree.expect(check, {"KorvelHelper/A.h": "#pragma once\nusing namespace std;\n"}, "a namespace")
+
+
+if __name__ == "__main__":
+    tree.run(__doc__, self_test, check, "C++ files", "no unwanted words",
+             lambda root: len(tree.files(root)))
