@@ -25,8 +25,8 @@ class PowerUIChargeBackend {
       std::string text;
     };
     BackendError(Rejected rejected) : kind(rejected) {}  // NOLINT(google-explicit-constructor)
-    BackendError(ObjcCallFailed failed)
-        : kind(std::move(failed)) {}  // NOLINT(google-explicit-constructor)
+    BackendError(ObjcCallFailed failed)  // NOLINT(google-explicit-constructor)
+        : kind(std::move(failed)) {}
     [[nodiscard]] std::string description() const;
 
    private:

@@ -19,7 +19,9 @@ const Value* sharedIn(const Content& content) {
 }  // namespace
 
 std::optional<bool> PropertyValue::boolean() const { return valueIn<bool>(content); }
-std::optional<std::int64_t> PropertyValue::integer() const { return valueIn<std::int64_t>(content); }
+std::optional<std::int64_t> PropertyValue::integer() const {
+  return valueIn<std::int64_t>(content);
+}
 std::optional<double> PropertyValue::real() const { return valueIn<double>(content); }
 const std::string* PropertyValue::text() const { return std::get_if<std::string>(&content); }
 const PropertyValue::Data* PropertyValue::data() const { return std::get_if<Data>(&content); }

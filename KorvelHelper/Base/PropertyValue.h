@@ -22,21 +22,19 @@ class PropertyValue {
   using Array = std::vector<PropertyValue>;
   using Dictionary = std::map<std::string, PropertyValue, std::less<>>;
 
-  PropertyValue() = default;                                  ///< Absent.
-  PropertyValue(bool value) : content(value) {}               // NOLINT(google-explicit-constructor)
-  PropertyValue(std::int64_t value) : content(value) {}       // NOLINT(google-explicit-constructor)
-  PropertyValue(int value) : content(std::int64_t{value}) {}  // NOLINT(google-explicit-constructor)
-  PropertyValue(double value) : content(value) {}             // NOLINT(google-explicit-constructor)
-  PropertyValue(std::string value)
-      : content(std::move(value)) {}  // NOLINT(google-explicit-constructor)
-  PropertyValue(const char* value)
-      : content(std::string(value)) {}                      // NOLINT(google-explicit-constructor)
-  PropertyValue(Date value) : content(value) {}             // NOLINT(google-explicit-constructor)
-  PropertyValue(Data value) : content(std::move(value)) {}  // NOLINT(google-explicit-constructor)
-  PropertyValue(Array value)                                // NOLINT(google-explicit-constructor)
-      : content(std::make_shared<const Array>(std::move(value))) {}
-  PropertyValue(Dictionary value)  // NOLINT(google-explicit-constructor)
-      : content(std::make_shared<const Dictionary>(std::move(value))) {}
+  PropertyValue() = default;  ///< Absent.
+  // NOLINTBEGIN(google-explicit-constructor): a value of each type is a property value
+  PropertyValue(bool value) : content(value) {}
+  PropertyValue(std::int64_t value) : content(value) {}
+  PropertyValue(int value) : content(std::int64_t{value}) {}
+  PropertyValue(double value) : content(value) {}
+  PropertyValue(std::string value) : content(std::move(value)) {}
+  PropertyValue(const char* value) : content(std::string(value)) {}
+  PropertyValue(Date value) : content(value) {}
+  PropertyValue(Data value) : content(std::move(value)) {}
+  PropertyValue(Array value) : content(std::make_shared<const Array>(std::move(value))) {}
+  PropertyValue(Dictionary value) : content(std::make_shared<const Dictionary>(std::move(value))) {}
+  // NOLINTEND(google-explicit-constructor)
 
   [[nodiscard]] bool isAbsent() const { return std::holds_alternative<std::monostate>(content); }
   [[nodiscard]] std::optional<bool> boolean() const;

@@ -7,10 +7,12 @@ import concurrent.futures
 import json
 import os
 import pathlib
+import re
 import subprocess
 import sys
 
 TIDY = "clang-tidy-19"
+FINDING = re.compile(r"^(?=\S+:\d+:\d+: (?:error|warning): )", re.M)
 
 
 def compiled(root, build):
@@ -22,8 +24,7 @@ def compiled(root, build):
 def tidy(root, build, source):
     done = subprocess.run([TIDY, "--quiet", "-p", str(build), str(source)], cwd=root,
                           capture_output=True, text=True, check=False)
-    # A header that several sources include is reported by each; the caller drops repetitions.
-    return source, done.returncode, done.stdout
+    return done.returncode, done.stdout
 
 
 def main(arguments):
@@ -34,15 +35,15 @@ def main(arguments):
     sources = [s for s in compiled(root, build) if not asked or s in asked]
     if not sources:
         sys.exit("no source to tidy: none of the files is compiled by that build")
-    failed, said = 0, set()
+    failed, said = 0, set()  # A header's finding comes with every source that includes it.
     workers = int(os.environ.get("JOBS", os.cpu_count() or 1))
     with concurrent.futures.ThreadPoolExecutor(workers) as pool:
-        for source, status, text in pool.map(lambda s: tidy(root, build, s), sources):
+        for status, text in pool.map(lambda s: tidy(root, build, s), sources):
             failed += status != 0
-            for paragraph in text.split("\n\n"):
-                if paragraph.strip() and paragraph not in said:
-                    said.add(paragraph)
-                    print(paragraph.replace(str(root) + "/", "").rstrip())
+            for finding in FINDING.split(text):
+                if finding.strip() and finding not in said:
+                    said.add(finding)
+                    print(finding.replace(str(root) + "/", "").rstrip(), flush=True)
     if failed:
         sys.exit(f"{failed} of {len(sources)} sources are not tidy")
     print(f"{len(sources)} sources: tidy")
