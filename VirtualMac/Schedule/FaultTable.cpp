@@ -140,6 +140,7 @@ FaultTable::Verdict FaultTable::next(SeamCall call) {
   const auto index = static_cast<std::size_t>(call);
   ++made.byCall[index];
   ++made.total;
+  if (observer) observer(call);
   Verdict verdict;
   verdict.latencySeconds = latency[index];
   if (made.total == killIndex) verdict.kill = true;

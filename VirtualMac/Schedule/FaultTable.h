@@ -6,6 +6,7 @@
 #include <limits>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "VirtualMac/Schedule/SeamCall.h"
@@ -63,6 +64,9 @@ class FaultTable {
   /// The n-th call takes this long.
   RuleId delayNth(SeamCall call, std::uint64_t n, double seconds);
 
+  /// Runs with every call, before the table decides about it; an empty function ends that.
+  void observe(std::function<void(SeamCall)> function) { observer = std::move(function); }
+
   void remove(RuleId rule);
   /// Forgets all rules and latencies; the counters go on.
   void clear();
@@ -94,6 +98,7 @@ class FaultTable {
   void applyRules(SeamCall call, Verdict& verdict);
 
   CallCounts made;
+  std::function<void(SeamCall)> observer;
   std::vector<Rule> rules;
   std::array<double, seamCallCount> latency{};
   std::uint64_t failIndex = 0;
