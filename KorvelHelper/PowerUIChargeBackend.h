@@ -25,7 +25,7 @@ class PowerUIChargeBackend {
       std::string text;
     };
     BackendError(Rejected rejected) : kind(rejected) {}  // NOLINT(google-explicit-constructor)
-    BackendError(ObjcCallFailed failed)  // NOLINT(google-explicit-constructor)
+    BackendError(ObjcCallFailed failed)                  // NOLINT(google-explicit-constructor)
         : kind(std::move(failed)) {}
     [[nodiscard]] std::string description() const;
 
