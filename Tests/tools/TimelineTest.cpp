@@ -1,0 +1,255 @@
+#include "VirtualMac/Tools/Timeline.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "VirtualMac/Tools/TimelineText.h"
+
+namespace virtualmac {
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+
+TimelineState plugged(double percent) {
+  TimelineState state;
+  state.percent = percent;
+  state.adapterConnected = true;
+  return state;
+}
+
+/// The state in force at the end of a timeline made of `entries`.
+TimelineState after(std::vector<Journal::Entry> entries) {
+  TimelineBuilder builder("run", 0, plugged(76));
+  for (const Journal::Entry& entry : entries) builder.add(entry);
+  return builder.finish(100).samples.back().state;
+}
+
+std::vector<TimelineMark> marksOf(std::vector<Journal::Entry> entries) {
+  TimelineBuilder builder("run", 0, plugged(76));
+  for (const Journal::Entry& entry : entries) builder.add(entry);
+  return builder.finish(100).marks;
+}
+
+std::size_t count(const std::string& text, const std::string& word) {
+  std::size_t found = 0;
+  for (std::size_t at = text.find(word); at != std::string::npos; at = text.find(word, at + 1)) {
+    ++found;
+  }
+  return found;
+}
+
+/// What is wrong with `xml` as XML, as far as a document without comments and sections can be
+/// wrong; empty: nothing.
+std::string defectOf(const std::string& xml) {
+  std::vector<std::string> open;
+  for (std::size_t at = 0; at < xml.size();) {
+    if (xml[at] == '&') {
+      const std::size_t end = xml.find(';', at);
+      const std::string name = end == std::string::npos ? "" : xml.substr(at, end - at + 1);
+      if (name != "&amp;" && name != "&lt;" && name != "&gt;" && name != "&quot;") {
+        return "a bare ampersand at " + xml.substr(at, 20);
+      }
+    }
+    if (static_cast<unsigned char>(xml[at]) < 0x20 && xml[at] != '\n') return "a control character";
+    if (xml[at] != '<') {
+      ++at;
+      continue;
+    }
+    std::size_t end = at + 1;
+    bool quoted = false;
+    while (end < xml.size() && (quoted || xml[end] != '>')) {
+      if (xml[end] == '"') quoted = !quoted;
+      if (xml[end] == '<') return "a bracket inside a tag at " + xml.substr(at, 40);
+      ++end;
+    }
+    if (end == xml.size()) return "an unfinished tag";
+    const std::string tag = xml.substr(at + 1, end - at - 1);
+    const std::string name = tag.substr(0, tag.find_first_of(" /", tag[0] == '/' ? 1 : 0));
+    if (tag[0] == '/') {
+      if (open.empty() || "/" + open.back() != name) return "closes " + name + " out of turn";
+      open.pop_back();
+    } else if (tag.back() != '/') {
+      open.push_back(name);
+    }
+    at = end + 1;
+  }
+  return open.empty() ? "" : open.back() + " is never closed";
+}
+
+TEST(TimelineTest, BuilderFollowsTheHardware) {
+  EXPECT_EQ(after({{5, "mac", "battery 77 %"}}).percent, 77);
+  EXPECT_FALSE(after({{5, "mac", "adapter disconnected"}}).adapterConnected);
+  EXPECT_TRUE(after({{5, "mac", "lid closed"}}).lidClosed);
+  EXPECT_FALSE(after({{5, "mac", "lid closed"}, {6, "mac", "lid opened"}}).lidClosed);
+  EXPECT_TRUE(after({{5, "power", "asleep"}}).asleep);
+  EXPECT_FALSE(after({{5, "power", "asleep"}, {6, "power", "awake (lid opened)"}}).asleep);
+  EXPECT_TRUE(after({{5, "proc", "helper 412 started"}}).helperRunning);
+  EXPECT_FALSE(
+      after({{5, "proc", "helper 412 started"}, {6, "proc", "helper 412 killed by signal 9"}})
+          .helperRunning);
+}
+
+TEST(TimelineTest, BuilderReadsTheGateFromEitherKeyFamilyAndTheNativeLimit) {
+  EXPECT_TRUE(after({{1, "smc", "CHTE <- 01 00 00 00"}}).chargingPaused);
+  EXPECT_TRUE(after({{1, "smc", "CH0B <- 02"}, {1, "smc", "CH0C <- 02"}}).chargingPaused);
+  EXPECT_FALSE(
+      after({{1, "smc", "CHTE <- 01 00 00 00"}, {2, "smc", "CHTE <- 00 00 00 00"}}).chargingPaused);
+  EXPECT_TRUE(after({{1, "power", "native limit 80 (pid 412)"}}).chargingPaused);
+  EXPECT_FALSE(after({{1, "power", "native limit 100 (pid 412)"}}).chargingPaused);
+  EXPECT_TRUE(after({{1, "smc", "CHIE <- 08"}}).inflowInhibited);
+  EXPECT_TRUE(after({{1, "smc", "CH0I <- 01"}}).inflowInhibited);
+  EXPECT_FALSE(
+      after({{1, "smc", "CHIE <- 08"}, {2, "mac", "adapter renegotiated (inflow inhibit dropped)"}})
+          .inflowInhibited);
+}
+
+TEST(TimelineTest, AWriteThatTheFirmwareDidNotObeyChangesNothing) {
+  EXPECT_FALSE(after({{1, "smc", "CHTE <- 01 00 00 00 refused (result 134)"}}).chargingPaused);
+  EXPECT_FALSE(
+      after({{1, "smc", "CHTE <- 01 00 00 00 ignored (value stays 00 00 00 00)"}}).chargingPaused);
+}
+
+TEST(TimelineTest, TheLimitShowsWhileItIsEnforced) {
+  const Journal::Entry saved{1, "disk", "state.json replaced: chargeLimit=70 sailingBand=3"};
+  const Journal::Entry asked{1, "log", "HelperImpl default \"setChargeLimit(70) pid=501 team=T\""};
+  EXPECT_FALSE(after({saved}).enforcing);
+  const TimelineState held = after({asked, saved});
+  EXPECT_TRUE(held.enforcing);
+  EXPECT_EQ(held.limitPercent, 70);
+  EXPECT_EQ(held.bandPercent, 3);
+  EXPECT_FALSE(
+      after({asked, saved, {2, "log", "HelperImpl default \"clearChargeLimit pid=501 team=T\""}})
+          .enforcing);
+  EXPECT_FALSE(after({asked, saved, {2, "proc", "helper 412 killed by signal 9"}}).enforcing);
+  EXPECT_TRUE(
+      after({{1, "log", "HelperImpl default \"client connect — arming polling loop at limit=80\""}})
+          .enforcing);
+}
+
+TEST(TimelineTest, RequestsAreNamedByWhatWasAskedFor) {
+  const auto marks =
+      marksOf({{1, "log", "HelperImpl default \"setChargeLimit(80) pid=501 signingID=a\""},
+               {2, "log", "HelperImpl default \"forceDischarge(1) pid=501 signingID=a\""},
+               {3, "reply", "forceDischarge failed 400 \"Battery is already at the 80% limit.\""},
+               {4, "log", "HelperImpl default \"charge enforcement pause:ok\""},
+               {5, "log", "SMCWriter error \"SMC write failed\""},
+               {6, "proc", "helper 412 killed by signal 9"}});
+  ASSERT_EQ(marks.size(), 6U);
+  EXPECT_EQ(marks[0].text, "limit 80 %");
+  EXPECT_EQ(marks[1].text, "discharge");
+  EXPECT_EQ(marks[1].kind, TimelineMarkKind::Request);
+  EXPECT_EQ(marks[2].text, "forceDischarge refused: \"Battery is already at the 80% limit.\"");
+  EXPECT_EQ(marks[2].kind, TimelineMarkKind::Refusal);
+  EXPECT_EQ(marks[3].kind, TimelineMarkKind::Log);
+  EXPECT_EQ(marks[4].kind, TimelineMarkKind::Error);
+  EXPECT_EQ(marks[5].text, "helper killed by signal 9");
+  EXPECT_EQ(marks[5].kind, TimelineMarkKind::Loss);
+}
+
+TEST(TimelineTest, MeasuredLevelsAreKeptBetweenWholePercents) {
+  TimelineBuilder builder("run", 0, plugged(76));
+  builder.sample(10, 76.3);
+  builder.sample(11, 76.31);
+  builder.add({12, "mac", "battery 77 %"});
+  const Timeline made = builder.finish(20);
+  ASSERT_EQ(made.samples.size(), 3U);
+  EXPECT_EQ(made.samples[1].state.percent, 76.3);
+  EXPECT_EQ(made.samples[2].state.percent, 77);
+}
+
+TEST(TimelineTest, ClockCountsDays) {
+  EXPECT_EQ(timelineClock(0), "00:00:00");
+  EXPECT_EQ(timelineClock(3725.9), "01:02:05");
+  EXPECT_EQ(timelineClock(86400 + 61), "1d 00:01:01");
+}
+
+TEST(TimelineTest, LabelsFollowTheStep) {
+  EXPECT_EQ(tickSeconds(10), 1);
+  EXPECT_EQ(tickSeconds(11), 2);
+  EXPECT_EQ(tickSeconds(3600), 600);
+  EXPECT_EQ(tickSeconds(7 * 86400.0), 86400);
+  EXPECT_EQ(tickLabel(65, 5), "00:01:05");
+  EXPECT_EQ(tickLabel(3600, 600), "01:00");
+  EXPECT_EQ(tickLabel(2 * 86400.0, 86400), "2d");
+}
+
+TEST(TimelineTest, AShortenedTextKeepsWholeCharacters) {
+  EXPECT_EQ(shortened("short", 5), "short");
+  EXPECT_EQ(shortened("shorter", 5), "short…");
+  EXPECT_EQ(shortened("caf\u00e9s", 4), "caf…");
+}
+
+Timeline eventfulDay() {
+  TimelineBuilder builder("A day of <every> \"kind\" & more", 0, plugged(76));
+  builder.add({1, "proc", "helper 412 started"});
+  builder.add({2, "log", "HelperImpl default \"setChargeLimit(80) pid=501 signingID=a\""});
+  builder.add({2, "disk", "state.json replaced: chargeLimit=80 sailingBand=5"});
+  for (int percent = 77; percent <= 80; ++percent) {
+    builder.add({100.0 * (percent - 76), "mac", "battery " + std::to_string(percent) + " %"});
+  }
+  builder.add({400, "smc", "CHTE <- 01 00 00 00"});
+  builder.add({400, "log", "HelperImpl default \"charge enforcement pause:ok\""});
+  builder.add({500, "mac", "adapter disconnected"});
+  builder.add({600, "power", "asleep"});
+  builder.add({700, "power", "awake (lid opened)"});
+  builder.add({800, "log", "SMCWriter error \"a < b && c\x01 é\""});
+  return builder.finish(1000);
+}
+
+TEST(TimelineTest, ThePictureIsWellFormed) {
+  EXPECT_EQ(defectOf(timelineSVG(eventfulDay())), "");
+  EXPECT_EQ(defectOf("<a><b x=\"1\"/></a>"), "");
+  EXPECT_NE(defectOf("<a><b></a>"), "");
+  EXPECT_NE(defectOf("<a>&</a>"), "");
+}
+
+TEST(TimelineTest, ThePictureShowsEachPart) {
+  const std::string svg = timelineSVG(eventfulDay());
+  EXPECT_THAT(svg, HasSubstr("A day of &lt;every&gt; &quot;kind&quot; &amp; more"));
+  for (const char* words :
+       {">limit 80 %<", ">charge enforcement pause:ok<", ">paused<", ">allowed<", ">connected<",
+        ">asleep<", ">running<", ">80 %<", ">00:06:40<"}) {
+    EXPECT_THAT(svg, HasSubstr(words)) << words;
+  }
+  EXPECT_THAT(svg, Not(HasSubstr(">inhibited<")));
+}
+
+TEST(TimelineTest, TheSameTimelineGivesTheSameBytes) {
+  EXPECT_EQ(timelineSVG(eventfulDay()), timelineSVG(eventfulDay()));
+}
+
+TEST(TimelineTest, ManyLogLinesAreListedInPartAndTheRestIsCounted) {
+  TimelineBuilder builder("busy", 0, plugged(50));
+  for (int line = 0; line < 40; ++line) {
+    builder.add({line * 10.0, "log", "HelperImpl default \"line " + std::to_string(line) + "\""});
+  }
+  const std::string svg = timelineSVG(builder.finish(400));
+  EXPECT_EQ(count(svg, ">line "), 14U);
+  EXPECT_THAT(svg, HasSubstr(">and 26 more log lines<"));
+}
+
+TEST(TimelineTest, FlagsNeverOverlap) {
+  TimelineBuilder builder("crowd", 0, plugged(50));
+  for (int second = 0; second < 30; ++second) {
+    builder.add({100.0 + second, "log", "HelperImpl default \"setChargeLimit(80) pid=1 a\""});
+  }
+  // Thirty poles, and only as many flags as have room in the rows.
+  const std::string svg = timelineSVG(builder.finish(1000));
+  EXPECT_EQ(count(svg, "opacity=\"0.45\"/>"), 30U);
+  EXPECT_EQ(count(svg, ">limit 80 %<"), 3U);
+}
+
+TEST(TimelineTest, ARunWithoutLengthHasAPictureToo) {
+  const TimelineBuilder builder("nothing happened", 5, plugged(100));
+  const std::string svg = timelineSVG(builder.finish(5));
+  EXPECT_EQ(defectOf(svg), "");
+  EXPECT_THAT(svg, Not(HasSubstr("nan")));
+  EXPECT_EQ(timelineSVG({}), "");
+}
+
+}  // namespace
+}  // namespace virtualmac

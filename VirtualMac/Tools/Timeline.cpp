@@ -1,0 +1,200 @@
+#include "VirtualMac/Tools/Timeline.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <utility>
+
+namespace virtualmac {
+
+namespace {
+
+constexpr double leastPercentStep = 0.05;
+
+/// The number that follows `before` in `text`; none when there is none.
+std::optional<int> numberAfter(std::string_view text, std::string_view before) {
+  const std::size_t found = text.find(before);
+  if (found == std::string_view::npos) return std::nullopt;
+  text.remove_prefix(found + before.size());
+  int number = 0;
+  const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (failure != std::errc()) return std::nullopt;
+  return number;
+}
+
+/// What a person asked for, from the line with which the helper logs who asked; none: another line.
+std::optional<std::string> requestIn(std::string_view text) {
+  struct Request {
+    std::string_view start;
+    std::string_view label;
+  };
+  static constexpr std::array<Request, 11> requests{{
+      {"setChargeLimit(", "limit "},
+      {"clearChargeLimit ", "clear"},
+      {"forceDischarge(1)", "discharge"},
+      {"forceDischarge(0)", "stop discharge"},
+      {"setClamshellKeepAwake(1)", "keep awake"},
+      {"setClamshellKeepAwake(0)", "let sleep"},
+      {"releaseLimitUntilFullThenRestore ", "top off"},
+      {"cancelTopUp ", "cancel top-off"},
+      {"resetAllSMCKeys ", "reset"},
+      {"quit() received", "quit"},
+      {"shutdownGracefully", "shut down"},
+  }};
+  for (const Request& request : requests) {
+    if (!text.starts_with(request.start)) continue;
+    std::string label(request.label);
+    if (label.ends_with(' ')) label += fmt::format("{} %", numberAfter(text, "(").value_or(0));
+    return label;
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+TimelineBuilder::TimelineBuilder(std::string title, double startTime, const TimelineState& start)
+    : now(start) {
+  made.title = std::move(title);
+  made.samples.push_back({startTime, start});
+}
+
+void TimelineBuilder::add(const Journal::Entry& entry) {
+  if (entry.kind == "mac") addHardware(entry.text);
+  if (entry.kind == "smc") addWrite(entry.text);
+  if (entry.kind == "power") addPower(entry.text);
+  if (entry.kind == "disk") addDisk(entry.text);
+  if (entry.kind == "proc") addProcess(entry);
+  if (entry.kind == "reply") addReply(entry);
+  if (entry.kind == "log") addLog(entry);
+  keep(entry.time);
+}
+
+void TimelineBuilder::sample(double time, double percent) {
+  if (std::abs(percent - now.percent) < leastPercentStep) return;
+  now.percent = percent;
+  keep(time);
+}
+
+Timeline TimelineBuilder::finish(double time) const {
+  Timeline result = made;
+  result.end = std::max(time, result.samples.back().time);
+  return result;
+}
+
+void TimelineBuilder::addHardware(const std::string& text) {
+  if (const std::optional<int> percent = numberAfter(text, "battery ")) {
+    // A measured level within the same whole percent is the better one.
+    if (std::abs(now.percent - *percent) > 0.5 + leastPercentStep) now.percent = *percent;
+  }
+  if (text == "adapter connected") now.adapterConnected = true;
+  if (text == "adapter disconnected") now.adapterConnected = false;
+  if (text.find("inflow inhibit dropped") != std::string::npos) now.inflowInhibited = false;
+  if (text == "lid closed") now.lidClosed = true;
+  if (text == "lid opened") now.lidClosed = false;
+}
+
+void TimelineBuilder::addWrite(const std::string& text) {
+  if (text.find("refused") != std::string::npos || text.find("ignored") != std::string::npos)
+    return;
+  const std::size_t arrow = text.find(" <- ");
+  if (arrow == std::string::npos) return;
+  const std::string_view key = std::string_view(text).substr(0, arrow);
+  const std::string_view first = std::string_view(text).substr(arrow + 4, 2);
+  if (key == "CHTE" || key == "CH0B" || key == "CH0C") now.chargingPaused = first != "00";
+  if (key == "CHIE" || key == "CH0I" || key == "CH0J") now.inflowInhibited = first != "00";
+}
+
+void TimelineBuilder::addPower(const std::string& text) {
+  if (text == "asleep") now.asleep = true;
+  if (text.starts_with("awake")) now.asleep = false;
+  if (text.starts_with("native limit") && text.find("refused") == std::string::npos) {
+    const std::optional<int> limit = numberAfter(text, "native limit ");
+    now.chargingPaused = limit.has_value() && *limit < 100;
+  }
+}
+
+void TimelineBuilder::addDisk(const std::string& text) {
+  if (const auto limit = numberAfter(text, "chargeLimit=")) now.limitPercent = limit;
+  if (const auto band = numberAfter(text, "sailingBand=")) now.bandPercent = *band;
+  if (text.find("topUpActive=true") != std::string::npos) now.toppingOff = true;
+  if (text.find("topUpActive=false") != std::string::npos) now.toppingOff = false;
+}
+
+void TimelineBuilder::addProcess(const Journal::Entry& entry) {
+  const std::string& text = entry.text;
+  if (!text.starts_with("helper ")) return;
+  now.helperRunning = text.find(" started") != std::string::npos;
+  if (!now.helperRunning) now.enforcing = now.toppingOff = false;
+  const std::size_t afterPid = text.find(' ', text.find(' ') + 1);
+  const bool killed = text.find(" killed") != std::string::npos;
+  mark(entry.time, killed ? TimelineMarkKind::Loss : TimelineMarkKind::Event,
+       "helper" + (afterPid == std::string::npos ? std::string() : text.substr(afterPid)));
+}
+
+void TimelineBuilder::addReply(const Journal::Entry& entry) {
+  const std::size_t failed = entry.text.find(" failed ");
+  if (failed == std::string::npos) return;
+  const std::size_t quote = entry.text.find('"', failed);
+  mark(entry.time, TimelineMarkKind::Refusal,
+       entry.text.substr(0, failed) + " refused" +
+           (quote == std::string::npos ? std::string() : ": " + entry.text.substr(quote)));
+}
+
+void TimelineBuilder::addLog(const Journal::Entry& entry) {
+  // Category, level, then the text in quotes.
+  const std::size_t open = entry.text.find('"');
+  const std::size_t close = entry.text.rfind('"');
+  if (open == std::string::npos || close <= open) return;
+  const std::string_view head = std::string_view(entry.text).substr(0, open);
+  std::string text = entry.text.substr(open + 1, close - open - 1);
+  const auto says = [&text](std::string_view words) {
+    return text.find(words) != std::string::npos;
+  };
+  if (head.starts_with("HelperImpl ")) {
+    if (says("setChargeLimit(") || says("arming polling loop") || says("arming watchdog") ||
+        says("restored limit") || says("restoring limit")) {
+      now.enforcing = true;
+    }
+    if (const auto limit = numberAfter(text, "loop at limit=")) now.limitPercent = limit;
+    if (text.starts_with("clearChargeLimit ") || text.starts_with("resetAllSMCKeys ") ||
+        says("suspending enforcement") || says("stopped enforcement") ||
+        text.starts_with("releaseLimitUntilFullThenRestore ")) {
+      now.enforcing = false;
+    }
+    if (text.starts_with("cancelTopUp ") && now.toppingOff) now.enforcing = true;
+    if (std::optional<std::string> request = requestIn(text)) {
+      mark(entry.time, TimelineMarkKind::Request, std::move(*request));
+      return;
+    }
+  }
+  const bool bad = head.find(" error") != std::string_view::npos ||
+                   head.find(" fault") != std::string_view::npos;
+  mark(entry.time, bad ? TimelineMarkKind::Error : TimelineMarkKind::Log, std::move(text));
+}
+
+void TimelineBuilder::mark(double time, TimelineMarkKind kind, std::string text) {
+  made.marks.push_back({time, kind, std::move(text)});
+}
+
+void TimelineBuilder::keep(double time) {
+  Timeline::Sample& last = made.samples.back();
+  if (last.state == now) return;
+  if (time <= last.time) {
+    last.state = now;
+  } else {
+    made.samples.push_back({time, now});
+  }
+}
+
+std::string timelineClock(double seconds) {
+  const auto whole = static_cast<long long>(std::floor(seconds));
+  const long long inDay = whole % 86400;
+  const std::string clock =
+      fmt::format("{:02}:{:02}:{:02}", inDay / 3600, inDay / 60 % 60, inDay % 60);
+  return whole < 86400 ? clock : fmt::format("{}d {}", whole / 86400, clock);
+}
+
+}  // namespace virtualmac

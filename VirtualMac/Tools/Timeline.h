@@ -1,0 +1,96 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "VirtualMac/Schedule/Journal.h"
+
+namespace virtualmac {
+
+/// The machine at one moment, as far as a timeline shows it.
+struct TimelineState {
+  double percent = 0;  ///< Of charge; a fraction where one is known.
+  bool adapterConnected = false;
+  bool chargingPaused = false;   ///< The charging gate is closed.
+  bool inflowInhibited = false;  ///< The adapter is in but feeds nothing.
+  bool lidClosed = false;
+  bool asleep = false;
+  bool helperRunning = false;
+  bool toppingOff = false;
+  bool enforcing = false;           ///< A limit was asked for and is held.
+  std::optional<int> limitPercent;  ///< Shown while enforcing.
+  int bandPercent = 5;
+
+  friend bool operator==(const TimelineState&, const TimelineState&) = default;
+};
+
+enum class TimelineMarkKind : std::uint8_t {
+  Request,  ///< Somebody asked the helper for something.
+  Refusal,  ///< The helper said no.
+  Event,    ///< The helper started or ended in order.
+  Loss,     ///< The helper was killed.
+  Log,
+  Error  ///< A log line of level error or fault.
+};
+
+/// Something that happened at one moment.
+struct TimelineMark {
+  double time = 0;
+  TimelineMarkKind kind{};
+  std::string text;
+};
+
+/// A run as a picture needs it: states in the order of time, each in force until the next, marks,
+/// and the moment where it ends.
+struct Timeline {
+  struct Sample {
+    double time = 0;
+    TimelineState state;
+  };
+  std::string title;
+  std::vector<Sample> samples;
+  std::vector<TimelineMark> marks;
+  double end = 0;
+};
+
+/// Reads a journal entry by entry and keeps what a timeline shows. Entries of no interest are
+/// passed over, so a whole journal may be given. What the journal cannot tell is handed in: the
+/// state at the start, and exact charge levels between two whole percentages.
+class TimelineBuilder {
+ public:
+  /// `start` is the state at `startTime` (virtual seconds).
+  TimelineBuilder(std::string title, double startTime, const TimelineState& start);
+
+  void add(const Journal::Entry& entry);
+  /// The charge as measured at `time`, which is not before the last entry.
+  void sample(double time, double percent);
+  /// The timeline up to `time`.
+  [[nodiscard]] Timeline finish(double time) const;
+
+ private:
+  void addHardware(const std::string& text);
+  void addWrite(const std::string& text);
+  void addPower(const std::string& text);
+  void addDisk(const std::string& text);
+  void addProcess(const Journal::Entry& entry);
+  void addReply(const Journal::Entry& entry);
+  void addLog(const Journal::Entry& entry);
+  void mark(double time, TimelineMarkKind kind, std::string text);
+  void keep(double time);
+
+  Timeline made;
+  TimelineState now;
+};
+
+/// The picture: the charge with limit and band, a lane for each of adapter, gate, inflow, lid,
+/// sleep and helper, requests above, numbered log lines below. The same timeline gives the same
+/// bytes. Has its own light background, so it reads on a dark page too.
+std::string timelineSVG(const Timeline& timeline);
+
+/// `01:02:05`, with `1d ` before it from a day on.
+std::string timelineClock(double seconds);
+
+}  // namespace virtualmac
