@@ -1,0 +1,78 @@
+#include "VirtualMac/Remote/CallCodec.h"
+
+namespace virtualmac {
+
+using korvel::HandleRef;
+using korvel::LogLevel;
+using korvel::PowerSourceList;
+
+void put(WireWriter& to, const PowerSourceList& value) {
+  put(to, value.handle);
+  put(to, value.isArray);
+  to.u32(static_cast<std::uint32_t>(value.elements.size()));
+  for (const HandleRef element : value.elements) put(to, element);
+}
+
+void get(WireReader& from, PowerSourceList& value) {
+  get(from, value.handle);
+  get(from, value.isArray);
+  value.elements.clear();
+  for (std::uint32_t count = from.u32(); count > 0 && !from.failed(); --count)
+    get(from, value.elements.emplace_back());
+}
+
+void put(WireWriter& to, const InjectedFault& value) {
+  to.i64(value.code);
+  to.text(value.text);
+}
+
+void get(WireReader& from, InjectedFault& value) {
+  value.code = from.i64();
+  value.text = from.text();
+}
+
+void put(WireWriter& to, const FileVerdict& value) {
+  put(to, value.fault);
+  to.u64(value.writeLimit);
+}
+
+void get(WireReader& from, FileVerdict& value) {
+  get(from, value.fault);
+  value.writeLimit = from.u64();
+}
+
+void put(WireWriter& to, const MachineTime& value) {
+  to.i64(value.steadyNanoseconds);
+  to.i64(value.uptime);
+  to.real(value.speed);
+  to.boolean(value.frozen);
+}
+
+void get(WireReader& from, MachineTime& value) {
+  value.steadyNanoseconds = from.i64();
+  value.uptime = from.i64();
+  value.speed = from.real();
+  value.frozen = from.boolean();
+  if (!(value.speed > 0)) from.fail("a speed that is not above 0");
+}
+
+void get(WireReader& from, LogLevel& value) {
+  switch (const auto level = static_cast<LogLevel>(from.u8())) {
+    case LogLevel::Default:
+    case LogLevel::Error:
+    case LogLevel::Fault:
+      value = level;
+      return;
+  }
+  from.fail("an unknown log level");
+}
+
+void get(WireReader& from, SeamCall& value) {
+  const std::uint8_t number = from.u8();
+  if (number >= seamCallCount)
+    from.fail("an unknown platform call");
+  else
+    value = static_cast<SeamCall>(number);
+}
+
+}  // namespace virtualmac

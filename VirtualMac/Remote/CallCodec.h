@@ -1,0 +1,169 @@
+#pragma once
+
+#include <array>
+#include <concepts>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <tuple>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include "Platform/PowerSources.h"
+#include "Platform/RootPowerDomain.h"
+#include "Platform/UnifiedLog.h"
+#include "VirtualMac/Remote/HelperHost.h"
+#include "VirtualMac/Remote/Wire.h"
+#include "VirtualMac/Schedule/SeamCall.h"
+
+namespace virtualmac {
+
+/// How each type that a platform call takes or gives travels. The rules, applied to a call's
+/// declaration and to nothing else:
+///   an argument by value or by const reference goes to the machine;
+///   an argument by reference goes there as it is and comes back as the call left it;
+///   callbacks and their context stay at home: the other side sees a null pointer.
+/// So a call that is added to the seam needs a line in the table of calls and nothing here, as long
+/// as its types are known here.
+
+inline void put(WireWriter& to, bool value) { to.boolean(value); }
+inline void put(WireWriter& to, double value) { to.real(value); }
+template <std::integral Number>
+void put(WireWriter& to, Number value) {
+  to.i64(static_cast<std::int64_t>(value));
+}
+inline void put(WireWriter& to, korvel::LogLevel value) { to.u8(static_cast<std::uint8_t>(value)); }
+inline void put(WireWriter& to, SeamCall value) { to.u8(static_cast<std::uint8_t>(value)); }
+inline void put(WireWriter& to, std::string_view value) { to.text(value); }
+inline void put(WireWriter& to, const std::string& value) { to.text(value); }
+inline void put(WireWriter& to, const korvel::PropertyValue& value) { to.property(value); }
+inline void put(WireWriter& to, korvel::Date value) { to.real(value.secondsSinceReference); }
+template <std::size_t size>
+void put(WireWriter& to, std::span<std::uint8_t, size> value) {
+  to.raw(value);
+}
+template <std::size_t size>
+void put(WireWriter& to, std::span<const std::uint8_t, size> value) {
+  to.raw(value);
+}
+inline void put(WireWriter&, void*) {}
+inline void put(WireWriter&, korvel::InterestCallback) {}
+void put(WireWriter& to, const korvel::PowerSourceList& value);
+void put(WireWriter& to, const InjectedFault& value);
+void put(WireWriter& to, const FileVerdict& value);
+void put(WireWriter& to, const MachineTime& value);
+template <class Value>
+void put(WireWriter& to, const std::optional<Value>& value) {
+  to.boolean(value.has_value());
+  if (value) put(to, *value);
+}
+
+inline void get(WireReader& from, bool& value) { value = from.boolean(); }
+inline void get(WireReader& from, double& value) { value = from.real(); }
+template <std::integral Number>
+void get(WireReader& from, Number& value) {
+  const std::int64_t whole = from.i64();
+  value = static_cast<Number>(whole);
+  if (static_cast<std::int64_t>(value) != whole) from.fail("a number that its type cannot hold");
+}
+void get(WireReader& from, korvel::LogLevel& value);
+void get(WireReader& from, SeamCall& value);
+inline void get(WireReader& from, std::string& value) { value = from.text(); }
+inline void get(WireReader& from, korvel::PropertyValue& value) { value = from.property(); }
+inline void get(WireReader& from, korvel::Date& value) {
+  value.secondsSinceReference = from.real();
+}
+template <std::size_t size>
+void get(WireReader& from, std::array<std::uint8_t, size>& value) {
+  from.raw(value);
+}
+inline void get(WireReader&, void*& value) { value = nullptr; }
+inline void get(WireReader&, korvel::InterestCallback& value) { value = nullptr; }
+void get(WireReader& from, korvel::PowerSourceList& value);
+void get(WireReader& from, InjectedFault& value);
+void get(WireReader& from, FileVerdict& value);
+void get(WireReader& from, MachineTime& value);
+template <class Value>
+void get(WireReader& from, std::optional<Value>& value) {
+  value.reset();
+  if (from.boolean()) get(from, value.emplace());
+}
+
+/// What holds an argument while a call is made from received bytes: its own type but for views.
+template <class Argument>
+struct ArgumentStorage {
+  using Type = std::remove_cvref_t<Argument>;
+};
+template <>
+struct ArgumentStorage<std::string_view> {
+  using Type = std::string;
+};
+template <class Byte, std::size_t size>
+struct ArgumentStorage<std::span<Byte, size>> {
+  using Type = std::array<std::uint8_t, size>;
+};
+
+/// Arguments that come back.
+template <class Argument>
+inline constexpr bool isOutArgument =
+    std::is_lvalue_reference_v<Argument> && !std::is_const_v<std::remove_reference_t<Argument>>;
+template <std::size_t size>
+inline constexpr bool isOutArgument<std::span<std::uint8_t, size>> = true;
+
+/// Takes an out-argument's new value into the caller's variable; leaves others alone.
+template <class Argument, class Variable>
+void takeBack(WireReader& from, Variable& variable) {
+  if constexpr (isOutArgument<Argument>) {
+    if constexpr (requires { std::span<std::uint8_t>(variable); })
+      from.raw(variable);
+    else
+      get(from, variable);
+  }
+}
+
+/// Sends an out-argument's new value back.
+template <class Argument, class Variable>
+void giveBack(WireWriter& to, Variable& variable) {
+  if constexpr (isOutArgument<Argument>) {
+    if constexpr (requires { std::span<std::uint8_t>(variable); })
+      to.raw(variable);
+    else
+      put(to, variable);
+  }
+}
+
+/// The machine's half of one call: reads the arguments, makes the call, writes the result and the
+/// out-arguments. Writes nothing when the reader failed; the call is then not made.
+template <class Interface, class Result, class... Arguments>
+void serveCall(Interface& target, Result (Interface::*method)(Arguments...), WireReader& from,
+               WireWriter& to) {
+  std::tuple<typename ArgumentStorage<Arguments>::Type...> held{};
+  std::apply([&from](auto&... argument) { (get(from, argument), ...); }, held);
+  if (!from.finish()) return;
+  std::apply(
+      [&](auto&... argument) {
+        if constexpr (std::is_void_v<Result>)
+          (target.*method)(argument...);
+        else
+          put(to, (target.*method)(argument...));
+        (giveBack<Arguments>(to, argument), ...);
+      },
+      held);
+}
+
+/// The helper's half: the arguments of one call as bytes.
+template <class... Arguments>
+void putArguments(WireWriter& to, const Arguments&... arguments) {
+  (put(to, arguments), ...);
+}
+
+/// The helper's half of the way back: out-arguments into the caller's variables.
+template <class... Arguments>
+void getOutArguments(WireReader& from, std::remove_reference_t<Arguments>&... arguments) {
+  (takeBack<Arguments>(from, arguments), ...);
+}
+
+}  // namespace virtualmac

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "Base/PropertyValue.h"
+#include "VirtualMac/Remote/MachineTime.h"
+#include "VirtualMac/Schedule/SeamCall.h"
+
+namespace virtualmac {
+
+/// What the machine says to a file call before it is made.
+struct FileVerdict {
+  std::optional<InjectedFault> fault;  ///< Takes the call's place.
+  std::uint64_t writeLimit = 0;        ///< A write takes no more bytes than this.
+};
+
+/// What the helper's process needs from its machine beside the platform's calls: those that are
+/// made in the helper's own process (files, messages) but that the machine must know of.
+class HelperHost {
+ public:
+  virtual ~HelperHost() = default;
+  /// A file call is about to be made. Its latency has passed when this returns.
+  virtual FileVerdict announceFileCall(SeamCall call) = 0;
+  /// A file was put in the place of another, by its path as the helper knows it.
+  virtual void fileReplaced(std::string_view path) = 0;
+  /// Whether a requirement text parses; if not, the reason.
+  virtual std::optional<std::string> requirementError(std::string_view requirement) = 0;
+  /// Whether the program with this pid satisfies the requirement.
+  virtual bool satisfies(std::int32_t pid, std::string_view requirement) = 0;
+  /// A line for the machine's journal.
+  virtual void journal(std::string_view kind, std::string_view text) = 0;
+  virtual std::optional<std::string> bundleExecutablePath() = 0;
+  virtual korvel::PropertyValue bundleInfo(std::string_view key) = 0;
+  /// How time runs now; changes are sent without being asked for.
+  virtual MachineTime time() = 0;
+};
+
+}  // namespace virtualmac

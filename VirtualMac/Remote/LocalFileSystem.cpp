@@ -1,0 +1,152 @@
+#include "VirtualMac/Remote/LocalFileSystem.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <utility>
+
+namespace virtualmac {
+
+using korvel::ErrorObject;
+using korvel::PosixResult;
+
+namespace {
+
+constexpr off_t largestFile = off_t{16} * 1024 * 1024;
+
+template <class Value>
+PosixResult result(Value value) {
+  return {static_cast<std::int64_t>(value), value < 0 ? errno : 0};
+}
+
+PosixResult injected(const InjectedFault& fault) { return {-1, static_cast<int>(fault.code)}; }
+
+ErrorObject posixError(int error) {
+  return {"NSPOSIXErrorDomain",
+          error,
+          {{korvel::localizedDescriptionKey, std::string(::strerror(error))}}};
+}
+
+ErrorObject injectedError(const InjectedFault& fault) {
+  return {"NSPOSIXErrorDomain", fault.code, {{korvel::localizedDescriptionKey, fault.text}}};
+}
+
+std::expected<std::string, ErrorObject> readAll(int descriptor, std::size_t size) {
+  std::string content;
+  content.resize(size + 1);
+  std::size_t filled = 0;
+  for (;;) {
+    const ssize_t got = ::read(descriptor, content.data() + filled, content.size() - filled);
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) return std::unexpected(posixError(errno));
+    if (got == 0) break;
+    filled += static_cast<std::size_t>(got);
+    if (filled > static_cast<std::size_t>(largestFile)) return std::unexpected(posixError(EFBIG));
+    if (filled == content.size()) content.resize(content.size() * 2);
+  }
+  content.resize(filled);
+  return content;
+}
+
+}  // namespace
+
+LocalFileSystem::LocalFileSystem(std::string rootDirectory, HelperHost& machineHost)
+    : root(std::move(rootDirectory)), host(machineHost) {}
+
+PosixResult LocalFileSystem::mkdir(const std::string& path, std::uint32_t mode) {
+  if (const auto verdict = host.announceFileCall(SeamCall::fileMkdir); verdict.fault)
+    return injected(*verdict.fault);
+  return result(::mkdir(below(path).c_str(), mode));
+}
+
+PosixResult LocalFileSystem::chmod(const std::string& path, std::uint32_t mode) {
+  if (const auto verdict = host.announceFileCall(SeamCall::fileChmod); verdict.fault)
+    return injected(*verdict.fault);
+  return result(::chmod(below(path).c_str(), mode));
+}
+
+std::uint32_t LocalFileSystem::umask(std::uint32_t mask) {
+  host.announceFileCall(SeamCall::fileUmask);
+  return ::umask(mask);
+}
+
+PosixResult LocalFileSystem::openExclusive(const std::string& path, std::uint32_t mode) {
+  if (const auto verdict = host.announceFileCall(SeamCall::fileOpenExclusive); verdict.fault)
+    return injected(*verdict.fault);
+  return result(::open(below(path).c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
+}
+
+PosixResult LocalFileSystem::openReadOnly(const std::string& path) {
+  if (const auto verdict = host.announceFileCall(SeamCall::fileOpenReadOnly); verdict.fault)
+    return injected(*verdict.fault);
+  return result(::open(below(path).c_str(), O_RDONLY | O_CLOEXEC));
+}
+
+PosixResult LocalFileSystem::write(int descriptor, std::span<const char> bytes) {
+  const auto verdict = host.announceFileCall(SeamCall::fileWrite);
+  if (verdict.fault) return injected(*verdict.fault);
+  return result(
+      ::write(descriptor, bytes.data(), std::min<std::size_t>(bytes.size(), verdict.writeLimit)));
+}
+
+PosixResult LocalFileSystem::fsync(int descriptor) {
+  if (const auto verdict = host.announceFileCall(SeamCall::fileFsync); verdict.fault)
+    return injected(*verdict.fault);
+  return result(::fsync(descriptor));
+}
+
+PosixResult LocalFileSystem::close(int descriptor) {
+  const auto verdict = host.announceFileCall(SeamCall::fileClose);
+  // A close that reports an error has let go of the descriptor all the same.
+  const PosixResult closed = result(::close(descriptor));
+  return verdict.fault ? injected(*verdict.fault) : closed;
+}
+
+PosixResult LocalFileSystem::unlink(const std::string& path) {
+  if (const auto verdict = host.announceFileCall(SeamCall::fileUnlink); verdict.fault)
+    return injected(*verdict.fault);
+  return result(::unlink(below(path).c_str()));
+}
+
+std::expected<void, ErrorObject> LocalFileSystem::replaceItem(const std::string& original,
+                                                              const std::string& replacement) {
+  if (const auto verdict = host.announceFileCall(SeamCall::fileReplaceItem); verdict.fault)
+    return std::unexpected(injectedError(*verdict.fault));
+  if (::rename(below(replacement).c_str(), below(original).c_str()) != 0)
+    return std::unexpected(posixError(errno));
+  host.fileReplaced(original);
+  return {};
+}
+
+bool LocalFileSystem::fileExists(const std::string& path) {
+  if (host.announceFileCall(SeamCall::fileExists).fault) return false;
+  struct stat facts{};
+  return ::stat(below(path).c_str(), &facts) == 0;
+}
+
+std::expected<std::string, ErrorObject> LocalFileSystem::readFile(const std::string& path) {
+  if (const auto verdict = host.announceFileCall(SeamCall::fileRead); verdict.fault)
+    return std::unexpected(injectedError(*verdict.fault));
+  // Without O_NONBLOCK a FIFO in the file's place would keep the caller for ever.
+  const int descriptor = ::open(below(path).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  if (descriptor < 0) return std::unexpected(posixError(errno));
+  struct stat facts{};
+  std::expected<std::string, ErrorObject> content = std::unexpected(posixError(EINVAL));
+  if (::fstat(descriptor, &facts) != 0)
+    content = std::unexpected(posixError(errno));
+  else if (S_ISDIR(facts.st_mode))
+    content = std::unexpected(posixError(EISDIR));
+  else if (S_ISREG(facts.st_mode) && facts.st_size > largestFile)
+    content = std::unexpected(posixError(EFBIG));
+  else if (S_ISREG(facts.st_mode))
+    content = readAll(descriptor, static_cast<std::size_t>(facts.st_size));
+  ::close(descriptor);
+  return content;
+}
+
+}  // namespace virtualmac

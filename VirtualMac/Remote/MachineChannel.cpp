@@ -1,0 +1,105 @@
+#include "VirtualMac/Remote/MachineChannel.h"
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <utility>
+
+#include "Base/Trap.h"
+
+namespace virtualmac {
+
+MachineChannel::MachineChannel(int descriptor) : socket(descriptor) {}
+
+MachineChannel::~MachineChannel() {
+  ::shutdown(socket, SHUT_RDWR);
+  if (readingThread.joinable()) readingThread.join();
+  ::close(socket);
+}
+
+void MachineChannel::start(Listener heard, EndHandler whenOver) {
+  listener = std::move(heard);
+  endHandler = std::move(whenOver);
+  readingThread = std::thread([this] { readLoop(); });
+}
+
+std::string MachineChannel::exchange(CallNumber number, std::string_view arguments) {
+  std::uint32_t ticket = 0;
+  {
+    const std::lock_guard lock(mutex);
+    while (ticket == 0 || answers.contains(ticket)) ticket = ++lastTicket;
+  }
+  send(ticket, number, arguments);
+  std::unique_lock lock(mutex);
+  for (;;) {
+    if (const auto answer = answers.extract(ticket)) return std::move(answer.mapped());
+    arrived.wait(lock);
+  }
+}
+
+void MachineChannel::send(std::uint32_t ticket, CallNumber number, std::string_view arguments) {
+  WireWriter whole;
+  whole.u8(static_cast<std::uint8_t>(MachineFrame::Call));
+  whole.u32(ticket);
+  whole.u16(number);
+  const std::string frame = wireFrame(whole.body() + std::string(arguments));
+  std::string_view rest = frame;
+  const std::lock_guard lock(sendMutex);
+  while (!rest.empty()) {
+    const ssize_t sent = ::send(socket, rest.data(), rest.size(), MSG_NOSIGNAL);
+    if (sent > 0)
+      rest.remove_prefix(static_cast<std::size_t>(sent));
+    else if (sent < 0 && errno != EINTR)
+      return;  // The reading side hears of the end too, and tells it.
+  }
+}
+
+void MachineChannel::checkAnswer(CallNumber number, WireReader& answer) {
+  if (!answer.finish())
+    korvel::trap("the machine's answer to call " + std::to_string(number) +
+                 " makes no sense: " + answer.failure());
+}
+
+bool MachineChannel::readExactly(char* into, std::size_t size) {
+  while (size > 0) {
+    const ssize_t got = ::recv(socket, into, size, 0);
+    if (got < 0 && errno == EINTR) continue;
+    if (got <= 0) return false;
+    into += got;
+    size -= static_cast<std::size_t>(got);
+  }
+  return true;
+}
+
+void MachineChannel::readLoop() {
+  std::string body;
+  for (;;) {
+    std::array<char, wireHeaderSize> header{};
+    if (!readExactly(header.data(), header.size())) return endHandler("the machine is gone");
+    const std::uint32_t length = wireBodyLength(header);
+    if (length > wireFrameLimit) return endHandler("an oversized frame from the machine");
+    body.resize(length);
+    if (!readExactly(body.data(), body.size())) return endHandler("the machine is gone");
+    if (!takeFrame(body)) return endHandler("a frame from the machine that makes no sense");
+  }
+}
+
+bool MachineChannel::takeFrame(const std::string& body) {
+  WireReader frame(body);
+  const auto kind = static_cast<MachineFrame>(frame.u8());
+  if (kind == MachineFrame::Answer) {
+    const std::uint32_t ticket = frame.u32();
+    if (frame.failed()) return false;
+    const std::lock_guard lock(mutex);
+    answers.insert_or_assign(ticket, body.substr(sizeof(std::uint8_t) + sizeof ticket));
+    arrived.notify_all();
+    return true;
+  }
+  if (kind != MachineFrame::Power && kind != MachineFrame::Clock) return false;
+  listener(kind, frame);
+  return frame.finish();
+}
+
+}  // namespace virtualmac

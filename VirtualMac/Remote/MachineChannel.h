@@ -1,0 +1,95 @@
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <thread>
+
+#include "VirtualMac/Remote/CallCodec.h"
+
+namespace virtualmac {
+
+/// What the first byte of a frame between the helper and its machine says.
+enum class MachineFrame : std::uint8_t {
+  Call,    ///< To the machine: ticket, call number, arguments. Ticket 0 wants no answer.
+  Answer,  ///< To the helper: ticket, result and out-arguments.
+  Power,   ///< To the helper: notifier, message type, notification id.
+  Clock    ///< To the helper: how its machine's time runs from now on.
+};
+
+/// Calls are numbered as the tables list them: the seam's first, then the host's.
+using CallNumber = std::uint16_t;
+
+/// The helper's end of the connection to its machine. Any thread may call; each waits for its own
+/// answer. What the machine sends by itself is handed to the listener on the channel's own thread.
+///
+/// Failure: the machine going away, or a frame that makes no sense, is the end of the channel. It
+/// is told to the end handler once, with a text. Calls that wait or come later never return from
+/// then on: for them the machine stands still. The owner ends the process, or destroys the channel
+/// when no caller is left.
+class MachineChannel {
+ public:
+  using Listener = std::function<void(MachineFrame kind, WireReader& body)>;
+  using EndHandler = std::function<void(const std::string& reason)>;
+
+  /// Takes over `descriptor`, one end of a connected stream socket.
+  explicit MachineChannel(int descriptor);
+  ~MachineChannel();
+  MachineChannel(const MachineChannel&) = delete;
+  MachineChannel& operator=(const MachineChannel&) = delete;
+
+  /// Starts reading. Both handlers run on the channel's thread and must not make calls.
+  void start(Listener listener, EndHandler endHandler);
+
+  /// One call: arguments out, result and out-arguments back. `Arguments` are the declared types.
+  template <class Result, class... Arguments>
+  Result call(CallNumber number, std::remove_reference_t<Arguments>&... arguments) {
+    WireWriter request;
+    putArguments(request, arguments...);
+    const std::string answer = exchange(number, request.body());
+    WireReader reader(answer);
+    if constexpr (std::is_void_v<Result>) {
+      getOutArguments<Arguments...>(reader, arguments...);
+      checkAnswer(number, reader);
+    } else {
+      Result result{};
+      get(reader, result);
+      getOutArguments<Arguments...>(reader, arguments...);
+      checkAnswer(number, reader);
+      return result;
+    }
+  }
+
+  /// A call whose answer nobody needs: returns when it is sent, and keeps its place before later
+  /// calls.
+  template <class... Arguments>
+  void tell(CallNumber number, const Arguments&... arguments) {
+    WireWriter request;
+    putArguments(request, arguments...);
+    send(0, number, request.body());
+  }
+
+ private:
+  std::string exchange(CallNumber number, std::string_view arguments);
+  void send(std::uint32_t ticket, CallNumber number, std::string_view arguments);
+  void checkAnswer(CallNumber number, WireReader& reader);
+  void readLoop();
+  bool readExactly(char* into, std::size_t size);
+  bool takeFrame(const std::string& body);
+
+  int socket;
+  Listener listener;
+  EndHandler endHandler;
+  std::mutex sendMutex;  ///< One frame at a time; never held while waiting for an answer.
+  std::mutex mutex;      ///< Guards what follows.
+  std::condition_variable arrived;
+  std::uint32_t lastTicket = 0;
+  std::map<std::uint32_t, std::string> answers;
+  std::thread readingThread;
+};
+
+}  // namespace virtualmac

@@ -1,0 +1,196 @@
+#include "VirtualMac/Remote/ProcessDispatch.h"
+
+#include <algorithm>
+#include <asio/executor_work_guard.hpp>
+#include <asio/io_context.hpp>
+#include <asio/post.hpp>
+#include <asio/signal_set.hpp>
+#include <condition_variable>
+#include <future>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <utility>
+
+#include "Base/Trap.h"
+#include "VirtualMac/Remote/ProcessTimer.h"
+
+namespace virtualmac {
+
+namespace {
+
+using WorkGuard = asio::executor_work_guard<asio::io_context::executor_type>;
+
+constexpr std::chrono::milliseconds shortestGroupWait{50};
+
+class ProcessQueue final : public korvel::WorkQueue {
+ public:
+  explicit ProcessQueue(std::string_view label)
+      : context(std::make_shared<asio::io_context>(1)), guard(context->get_executor()) {
+    // The kernel keeps 15 characters of a thread's name: the end of the label tells most.
+    const std::string name(label.substr(label.size() > 15 ? label.size() - 15 : 0));
+    std::thread([name, running = context] {
+      ::pthread_setname_np(::pthread_self(), name.c_str());
+      currentContext = running.get();
+      running->run();
+    }).detach();
+  }
+
+  void async(korvel::Task work) override { asio::post(*context, std::move(work)); }
+
+  void sync(korvel::Task work) override {
+    if (isCurrent()) korvel::trap("a queue's own work waits for the queue");
+    std::promise<void> done;
+    asio::post(*context, [&work, &done] {
+      work();
+      done.set_value();
+    });
+    done.get_future().wait();
+  }
+
+  [[nodiscard]] bool isCurrent() const override { return currentContext == context.get(); }
+
+ private:
+  static thread_local const asio::io_context* currentContext;
+
+  std::shared_ptr<asio::io_context> context;
+  WorkGuard guard;  ///< Let go with the queue: the thread then ends when nothing is left.
+};
+
+thread_local const asio::io_context* ProcessQueue::currentContext = nullptr;
+
+class ProcessLock final : public korvel::LockPrimitive {
+ public:
+  void lock() override { mutex.lock(); }
+  void unlock() override { mutex.unlock(); }
+
+ private:
+  std::mutex mutex;
+};
+
+class ProcessGroup final : public korvel::DispatchGroup {
+ public:
+  explicit ProcessGroup(const MachineClock& machineClock) : clock(machineClock) {}
+
+  void enter() override {
+    const std::lock_guard lock(mutex);
+    ++entered;
+  }
+
+  void leave() override {
+    const std::lock_guard lock(mutex);
+    if (entered == 0) korvel::trap("a dispatch group was left more often than entered");
+    if (--entered == 0) empty.notify_all();
+  }
+
+  bool wait(double timeoutSeconds) override {
+    const std::chrono::nanoseconds scaled = realDuration(clock.time(), fromSeconds(timeoutSeconds));
+    std::unique_lock lock(mutex);
+    return empty.wait_for(lock, std::max<std::chrono::nanoseconds>(scaled, shortestGroupWait),
+                          [this] { return entered == 0; });
+  }
+
+ private:
+  const MachineClock& clock;
+  std::mutex mutex;
+  std::condition_variable empty;
+  int entered = 0;
+};
+
+}  // namespace
+
+struct ProcessDispatch::MainLoop : std::enable_shared_from_this<MainLoop> {
+  struct Source {
+    int number = 0;
+    bool resumed = false;
+    std::function<void()> handler;
+  };
+
+  void listen() {
+    signals.async_wait([this](const std::error_code& error, int number) {
+      if (error) return;
+      listen();
+      hear(number);
+    });
+  }
+
+  void hear(int number) {
+    // A handler may not return, and may make or drop sources.
+    const std::vector<std::shared_ptr<Source>> heard = sources;
+    for (const std::shared_ptr<Source>& source : heard)
+      if (source->number == number && source->resumed && source->handler) source->handler();
+  }
+
+  asio::io_context context{1};
+  WorkGuard guard{context.get_executor()};
+  asio::signal_set signals{context};
+  std::vector<std::shared_ptr<Source>> sources;
+};
+
+namespace {
+
+/// Keeps its entry in the main loop's list for as long as it lives. Main thread only.
+template <class Loop, class Entry>
+class ProcessSignalSource final : public korvel::SignalSource {
+ public:
+  ProcessSignalSource(std::shared_ptr<Loop> mainLoop, int signalNumber)
+      : loop(std::move(mainLoop)), entry(std::make_shared<Entry>()) {
+    entry->number = signalNumber;
+    loop->sources.push_back(entry);
+  }
+  ~ProcessSignalSource() override { std::erase(loop->sources, entry); }
+
+  void setEventHandler(std::function<void()> handler) override {
+    entry->handler = std::move(handler);
+  }
+  void resume() override { entry->resumed = true; }
+
+ private:
+  std::shared_ptr<Loop> loop;
+  std::shared_ptr<Entry> entry;
+};
+
+}  // namespace
+
+ProcessDispatch::ProcessDispatch(MachineClock& machineClock)
+    : clock(machineClock), main(std::make_shared<MainLoop>()) {
+  main->listen();
+}
+
+ProcessDispatch::~ProcessDispatch() = default;
+
+std::shared_ptr<korvel::WorkQueue> ProcessDispatch::makeSerialQueue(std::string_view label) {
+  return std::make_shared<ProcessQueue>(label);
+}
+
+std::unique_ptr<korvel::TimerSource> ProcessDispatch::makeTimer(
+    const std::shared_ptr<korvel::WorkQueue>& queue) {
+  return std::make_unique<ProcessTimer>(queue, clock);
+}
+
+std::unique_ptr<korvel::SignalSource> ProcessDispatch::makeSignalSource(int signalNumber) {
+  return std::make_unique<ProcessSignalSource<MainLoop, MainLoop::Source>>(main, signalNumber);
+}
+
+std::shared_ptr<korvel::DispatchGroup> ProcessDispatch::makeGroup() {
+  return std::make_shared<ProcessGroup>(clock);
+}
+
+std::unique_ptr<korvel::LockPrimitive> ProcessDispatch::makeLock() {
+  return std::make_unique<ProcessLock>();
+}
+
+void ProcessDispatch::ignoreDefaultAction(int signalNumber) { main->signals.add(signalNumber); }
+
+void ProcessDispatch::runMainLoop() {
+  main->context.restart();
+  main->context.run();
+}
+
+void ProcessDispatch::postToMain(std::function<void()> work) {
+  asio::post(main->context, std::move(work));
+}
+
+void ProcessDispatch::stopMainLoop() { main->context.stop(); }
+
+}  // namespace virtualmac

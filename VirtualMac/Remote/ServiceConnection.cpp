@@ -1,0 +1,261 @@
+#include "VirtualMac/Remote/ServiceConnection.h"
+
+#include <sys/socket.h>
+
+#include <asio/buffer.hpp>
+#include <asio/dispatch.hpp>
+#include <asio/post.hpp>
+#include <asio/read.hpp>
+#include <asio/write.hpp>
+#include <utility>
+
+#include "KorvelHelperProtocol.h"
+#include "VirtualMac/Remote/ServiceListener.h"
+
+namespace virtualmac {
+
+using korvel::ErrorObject;
+using korvel::PropertyValue;
+
+namespace {
+
+thread_local std::optional<std::int32_t> pidOfCurrentCall;
+
+std::int32_t peerOf(ServiceConnection::Socket& socket) {
+  ucred credentials{};
+  socklen_t size = sizeof credentials;
+  if (::getsockopt(socket.native_handle(), SOL_SOCKET, SO_PEERCRED, &credentials, &size) != 0)
+    return 0;
+  return credentials.pid;
+}
+
+/// "ok", "failed 400 "text"", "7 bytes": a reply as the journal tells it.
+std::string summary(const std::vector<XPCValue>& values) {
+  const auto* first = std::get_if<PropertyValue>(&values.front());
+  if (first != nullptr && first->data() != nullptr)
+    return std::to_string(first->data()->size()) + " bytes";
+  if (first != nullptr && first->integer()) return std::to_string(*first->integer());
+  if (first != nullptr && first->boolean().value_or(false)) return "ok";
+  const auto* error = values.size() > 1 ? std::get_if<ErrorObject>(&values[1]) : nullptr;
+  if (error == nullptr) return "failed";
+  return "failed " + std::to_string(error->code) + " \"" + error->localizedDescription() + '"';
+}
+
+/// The operation's name without its selector's punctuation: "setChargeLimit".
+std::string shortName(std::string_view selector) {
+  std::string name(selector.substr(0, selector.find(':')));
+  if (const auto suffix = name.find("WithReply"); suffix != std::string::npos) name.resize(suffix);
+  return name;
+}
+
+/// Carries one call's answer to its connection.
+template <class Make, class... Values>
+class ConnectionSink final : public korvel::ReplySink<Values...> {
+ public:
+  ConnectionSink(std::shared_ptr<ServiceConnection> target, const XPCOperation& answered,
+                 std::uint32_t callTicket)
+      : connection(std::move(target)), operation(answered), ticket(callTicket) {}
+  void deliver(Values... values) override {
+    connection->reply(operation, ticket, Make{}(std::move(values)...));
+  }
+
+ private:
+  std::shared_ptr<ServiceConnection> connection;
+  const XPCOperation& operation;
+  std::uint32_t ticket;
+};
+
+struct MakeOutcome {
+  std::vector<XPCValue> operator()(bool success, std::optional<ErrorObject> error) const {
+    std::vector<XPCValue> values{PropertyValue(success), PropertyValue()};
+    if (error) values[1] = *std::move(error);
+    return values;
+  }
+};
+struct MakeData {
+  std::vector<XPCValue> operator()(const std::string& bytes) const {
+    return {PropertyValue(PropertyValue::Data(bytes.begin(), bytes.end()))};
+  }
+};
+struct MakePid {
+  std::vector<XPCValue> operator()(std::uint64_t number) const {
+    return {PropertyValue(static_cast<std::int64_t>(number))};
+  }
+};
+
+}  // namespace
+
+ServiceConnection::ServiceConnection(Socket accepted, HelperHost& machineHost)
+    : socket(std::move(accepted)), host(machineHost), pid(peerOf(socket)) {}
+
+ServiceConnection::~ServiceConnection() = default;
+
+std::optional<std::int32_t> ServiceConnection::currentPid() { return pidOfCurrentCall; }
+
+void ServiceConnection::setExportedInterface(const korvel::XPCInterface& interface) {
+  exportedInterface = interface;
+}
+
+void ServiceConnection::setExportedObject(std::shared_ptr<korvel::KorvelHelperProtocol> object) {
+  exportedObject = std::move(object);
+}
+
+bool ServiceConnection::setCodeSigningRequirement(const std::string& requirement) {
+  if (const auto error = host.requirementError(requirement)) {
+    host.journal("app", "requirement does not parse: " + *error);
+    return false;
+  }
+  codeRequirement = requirement;
+  return true;
+}
+
+void ServiceConnection::setInvalidationHandler(std::function<void()> handler) {
+  invalidationHandler = std::move(handler);
+}
+
+void ServiceConnection::setInterruptionHandler(std::function<void()> handler) {
+  interruptionHandler = std::move(handler);
+}
+
+void ServiceConnection::resume() { resumed = true; }
+
+void ServiceConnection::begin() {
+  if (!resumed) return refuse();
+  host.journal("app", "client " + std::to_string(pid) + " connected");
+  reading = true;
+  asio::post(socket.get_executor(), [self = shared_from_this()] { self->readHeader(); });
+}
+
+void ServiceConnection::refuse() {
+  host.journal("app", "client " + std::to_string(pid) + " refused");
+  over = true;
+  std::error_code ignored;
+  socket.close(ignored);
+}
+
+void ServiceConnection::readHeader() {
+  if (over) return;
+  asio::async_read(socket, asio::buffer(header),
+                   [self = shared_from_this()](const std::error_code& error, std::size_t got) {
+                     if (!error) return self->readBody(wireBodyLength(self->header));
+                     self->end(got == 0 ? "" : "truncated: the peer stopped inside a message");
+                   });
+}
+
+void ServiceConnection::readBody(std::uint32_t length) {
+  if (length > wireFrameLimit)
+    return end("oversized: a message of " + std::to_string(length) + " bytes");
+  body.resize(length);
+  asio::async_read(socket, asio::buffer(body),
+                   [self = shared_from_this()](const std::error_code& error, std::size_t) {
+                     if (!error) return self->take();
+                     self->end("truncated: the peer stopped inside a message");
+                   });
+}
+
+void ServiceConnection::take() {
+  if (over) return;
+  if (!admitted && !codeRequirement.empty() && !host.satisfies(pid, codeRequirement))
+    return end("does not satisfy the code-signing requirement");
+  admitted = true;
+  const auto call = decodeXPCCall(body);
+  if (!call) return end("malformed: " + call.error());
+  const XPCOperation* operation = xpcOperation(call->selector);
+  if (operation == nullptr) return end("unknown selector \"" + call->selector + '"');
+  if (const auto fits = checkArguments(*operation, call->arguments); !fits)
+    return end("malformed: " + fits.error());
+  if (operation->answer != XPCAnswer::None) ++unanswered;
+  pidOfCurrentCall = pid;
+  deliver(*operation, *call);
+  pidOfCurrentCall.reset();
+  reading = false;
+  readOnUnlessWaiting();
+}
+
+void ServiceConnection::deliver(const XPCOperation& operation, const XPCCall& call) {
+  using Outcome = ConnectionSink<MakeOutcome, bool, std::optional<ErrorObject>>;
+  using Data = ConnectionSink<MakeData, std::string>;
+  using Pid = ConnectionSink<MakePid, std::uint64_t>;
+  namespace selector = korvel::KorvelHelperSelector;
+  const auto outcome = [&] {
+    return korvel::Reply(std::make_unique<Outcome>(shared_from_this(), operation, call.ticket));
+  };
+  const auto data = [&] {
+    return korvel::DataReply(std::make_unique<Data>(shared_from_this(), operation, call.ticket));
+  };
+  korvel::KorvelHelperProtocol& object = *exportedObject;
+  const std::string_view name = operation.selector;
+  if (name == selector::ping)
+    object.ping(
+        korvel::PidReply(std::make_unique<Pid>(shared_from_this(), operation, call.ticket)));
+  else if (name == selector::capabilities)
+    object.capabilities(data());
+  else if (name == selector::setChargeLimit)
+    object.setChargeLimit(static_cast<std::uint8_t>(*call.arguments[0].integer()), outcome());
+  else if (name == selector::clearChargeLimit)
+    object.clearChargeLimit(outcome());
+  else if (name == selector::forceDischarge)
+    object.forceDischarge(*call.arguments[0].boolean(), outcome());
+  else if (name == selector::setClamshellKeepAwake)
+    object.setClamshellKeepAwake(*call.arguments[0].boolean(), outcome());
+  else if (name == selector::releaseLimitUntilFullThenRestore)
+    object.releaseLimitUntilFullThenRestore(outcome());
+  else if (name == selector::cancelTopUp)
+    object.cancelTopUp(outcome());
+  else if (name == selector::getState)
+    object.getState(data());
+  else if (name == selector::resetAllSMCKeys)
+    object.resetAllSMCKeys(outcome());
+  else if (name == selector::quit)
+    object.quit();
+}
+
+void ServiceConnection::readOnUnlessWaiting() {
+  if (over || reading || unanswered >= ServiceListener::unansweredLimit) return;
+  reading = true;
+  readHeader();
+}
+
+void ServiceConnection::reply(const XPCOperation& operation, std::uint32_t ticket,
+                              std::vector<XPCValue> values) {
+  host.journal("reply", shortName(operation.selector) + ' ' + summary(values));
+  asio::post(socket.get_executor(),
+             [self = shared_from_this(), &operation, ticket, sent = std::move(values)] {
+               self->sendReply(operation, ticket, sent);
+             });
+}
+
+void ServiceConnection::sendReply(const XPCOperation& operation, std::uint32_t ticket,
+                                  const std::vector<XPCValue>& values) {
+  if (over) return;
+  if (const auto fits = checkReply(operation, values, exportedInterface); !fits)
+    return end(fits.error());
+  outgoing.push_back(wireFrame(encode(XPCReply{ticket, values})));
+  if (outgoing.size() == 1) writeNext();
+}
+
+void ServiceConnection::writeNext() {
+  asio::async_write(socket, asio::buffer(outgoing.front()),
+                    [self = shared_from_this()](const std::error_code& error, std::size_t) {
+                      if (error) return self->end("");
+                      self->outgoing.pop_front();
+                      --self->unanswered;
+                      if (!self->outgoing.empty()) self->writeNext();
+                      self->readOnUnlessWaiting();
+                    });
+}
+
+void ServiceConnection::end(const std::string& reason) {
+  if (over) return;
+  over = true;
+  host.journal("app", "client " + std::to_string(pid) +
+                          (reason.empty() ? " disconnected" : " cut off: " + reason));
+  std::error_code ignored;
+  socket.close(ignored);
+  outgoing.clear();
+  exportedObject.reset();
+  interruptionHandler = nullptr;
+  if (const auto handler = std::exchange(invalidationHandler, nullptr)) handler();
+}
+
+}  // namespace virtualmac

@@ -1,0 +1,78 @@
+#pragma once
+
+#include <asio/any_io_executor.hpp>
+#include <asio/local/stream_protocol.hpp>
+#include <asio/strand.hpp>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Platform/XPCConnection.h"
+#include "VirtualMac/Remote/HelperHost.h"
+#include "VirtualMac/Remote/XPCMessages.h"
+
+namespace virtualmac {
+
+/// One client of the helper's service; see ServiceListener. Everything but `reply` runs on the
+/// connection's strand. The interruption handler is kept and never called: a socket that breaks
+/// does not come back.
+class ServiceConnection final : public korvel::XPCConnection,
+                                public std::enable_shared_from_this<ServiceConnection> {
+ public:
+  using Socket = asio::local::stream_protocol::socket;
+
+  ServiceConnection(Socket accepted, HelperHost& machineHost);
+  ~ServiceConnection() override;
+
+  void setExportedInterface(const korvel::XPCInterface& interface) override;
+  void setExportedObject(std::shared_ptr<korvel::KorvelHelperProtocol> object) override;
+  bool setCodeSigningRequirement(const std::string& requirement) override;
+  void setInvalidationHandler(std::function<void()> handler) override;
+  void setInterruptionHandler(std::function<void()> handler) override;
+  void resume() override;
+
+  [[nodiscard]] std::int32_t peer() const { return pid; }
+  /// The delegate has accepted: messages are read from now on, if the connection was resumed. Not
+  /// before, so that nobody hears of a client's end earlier than of the client.
+  void begin();
+  /// Drops a connection that was not accepted.
+  void refuse();
+  /// The answer to a call. Any thread; nothing happens when the connection is over.
+  void reply(const XPCOperation& operation, std::uint32_t ticket, std::vector<XPCValue> values);
+
+  /// The pid of the peer whose call runs on this thread; none outside a call.
+  static std::optional<std::int32_t> currentPid();
+
+ private:
+  void readHeader();
+  void readBody(std::uint32_t length);
+  void take();
+  void deliver(const XPCOperation& operation, const XPCCall& call);
+  void readOnUnlessWaiting();
+  void sendReply(const XPCOperation& operation, std::uint32_t ticket,
+                 const std::vector<XPCValue>& values);
+  void writeNext();
+  void end(const std::string& reason);
+
+  Socket socket;
+  HelperHost& host;
+  std::int32_t pid = 0;
+  korvel::XPCInterface exportedInterface;
+  std::shared_ptr<korvel::KorvelHelperProtocol> exportedObject;
+  std::string codeRequirement;
+  std::function<void()> invalidationHandler;
+  std::function<void()> interruptionHandler;
+  bool resumed = false;
+  bool admitted = false;
+  bool over = false;
+  bool reading = false;
+  int unanswered = 0;  ///< Calls whose reply is not yet on its way.
+  std::array<char, wireHeaderSize> header{};
+  std::string body;
+  std::deque<std::string> outgoing;
+};
+
+}  // namespace virtualmac

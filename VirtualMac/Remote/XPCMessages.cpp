@@ -1,0 +1,196 @@
+#include "VirtualMac/Remote/XPCMessages.h"
+
+#include <algorithm>
+#include <array>
+#include <limits>
+#include <optional>
+
+#include "KorvelHelperProtocol.h"
+
+namespace virtualmac {
+
+using korvel::ErrorObject;
+using korvel::PropertyValue;
+using korvel::ReplyClass;
+
+namespace {
+
+constexpr std::uint8_t callTag = 1;
+constexpr std::uint8_t replyTag = 2;
+constexpr std::uint8_t valueTag = 0;
+constexpr std::uint8_t errorTag = 1;
+
+namespace selector = korvel::KorvelHelperSelector;
+constexpr std::array<XPCOperation, 11> operations{{
+    {selector::ping, XPCArgument::None, XPCAnswer::Pid},
+    {selector::capabilities, XPCArgument::None, XPCAnswer::Data},
+    {selector::setChargeLimit, XPCArgument::UInt8, XPCAnswer::Outcome},
+    {selector::clearChargeLimit, XPCArgument::None, XPCAnswer::Outcome},
+    {selector::forceDischarge, XPCArgument::Boolean, XPCAnswer::Outcome},
+    {selector::setClamshellKeepAwake, XPCArgument::Boolean, XPCAnswer::Outcome},
+    {selector::releaseLimitUntilFullThenRestore, XPCArgument::None, XPCAnswer::Outcome},
+    {selector::cancelTopUp, XPCArgument::None, XPCAnswer::Outcome},
+    {selector::getState, XPCArgument::None, XPCAnswer::Data},
+    {selector::resetAllSMCKeys, XPCArgument::None, XPCAnswer::Outcome},
+    {selector::quit, XPCArgument::None, XPCAnswer::None},
+}};
+
+/// The class of a value that travels as an object; none: one that no setting can name.
+std::optional<ReplyClass> classOf(const PropertyValue& value) {
+  if (value.text() != nullptr) return ReplyClass::String;
+  if (value.boolean() || value.integer() || value.real()) return ReplyClass::Number;
+  if (value.data() != nullptr) return ReplyClass::Data;
+  if (value.dictionary() != nullptr) return ReplyClass::Dictionary;
+  return std::nullopt;
+}
+
+class AllowedClasses {
+ public:
+  explicit AllowedClasses(const std::vector<ReplyClass>& named) : classes(named) {}
+
+  [[nodiscard]] bool allow(ReplyClass kind) const {
+    return std::find(classes.begin(), classes.end(), kind) != classes.end();
+  }
+  [[nodiscard]] bool allow(const PropertyValue& value) const {
+    const std::optional<ReplyClass> kind = classOf(value);
+    if (!kind || !allow(*kind)) return false;
+    return value.dictionary() == nullptr || allow(*value.dictionary());
+  }
+  [[nodiscard]] bool allow(const PropertyValue::Dictionary& entries) const {
+    return std::all_of(entries.begin(), entries.end(),
+                       [this](const auto& entry) { return allow(entry.second); });
+  }
+  [[nodiscard]] bool allow(const XPCValue& value) const {
+    if (const auto* error = std::get_if<ErrorObject>(&value))
+      return allow(ReplyClass::Error) && allow(error->userInfo);
+    const auto& property = std::get<PropertyValue>(value);
+    return property.isAbsent() || allow(property);
+  }
+
+ private:
+  const std::vector<ReplyClass>& classes;
+};
+
+/// The reply as the operation declares it.
+bool declared(const XPCOperation& operation, const std::vector<XPCValue>& values) {
+  const auto property = [&values](std::size_t index) {
+    return index < values.size() ? std::get_if<PropertyValue>(&values[index]) : nullptr;
+  };
+  const PropertyValue* first = property(0);
+  switch (operation.answer) {
+    case XPCAnswer::Pid:
+      return values.size() == 1 && first != nullptr && first->integer();
+    case XPCAnswer::Data:
+      return values.size() == 1 && first != nullptr && first->data() != nullptr;
+    case XPCAnswer::Outcome: {
+      if (values.size() != 2 || first == nullptr || !first->boolean()) return false;
+      const PropertyValue* second = property(1);
+      return second == nullptr || second->isAbsent();
+    }
+    case XPCAnswer::None:
+      return false;
+  }
+  return false;
+}
+
+}  // namespace
+
+std::span<const XPCOperation> xpcOperations() { return operations; }
+
+const XPCOperation* xpcOperation(std::string_view name) {
+  const auto found =
+      std::find_if(operations.begin(), operations.end(),
+                   [name](const XPCOperation& operation) { return operation.selector == name; });
+  return found == operations.end() ? nullptr : &*found;
+}
+
+std::string encode(const XPCCall& call) {
+  WireWriter body;
+  body.u8(callTag);
+  body.u32(call.ticket);
+  body.text(call.selector);
+  body.u8(static_cast<std::uint8_t>(call.arguments.size()));
+  for (const PropertyValue& argument : call.arguments) body.property(argument);
+  return body.body();
+}
+
+std::string encode(const XPCReply& reply) {
+  WireWriter body;
+  body.u8(replyTag);
+  body.u32(reply.ticket);
+  body.u8(static_cast<std::uint8_t>(reply.values.size()));
+  for (const XPCValue& value : reply.values) {
+    if (const auto* error = std::get_if<ErrorObject>(&value)) {
+      body.u8(errorTag);
+      body.error(*error);
+    } else {
+      body.u8(valueTag);
+      body.property(std::get<PropertyValue>(value));
+    }
+  }
+  return body.body();
+}
+
+std::expected<XPCCall, std::string> decodeXPCCall(std::string_view body) {
+  WireReader reader(body);
+  if (reader.u8() != callTag) reader.fail("a message that is not a call");
+  XPCCall call;
+  call.ticket = reader.u32();
+  call.selector = reader.text();
+  for (int count = reader.u8(); count > 0 && !reader.failed(); --count)
+    call.arguments.push_back(reader.property());
+  if (!reader.finish()) return std::unexpected(reader.failure());
+  return call;
+}
+
+std::expected<XPCReply, std::string> decodeXPCReply(std::string_view body) {
+  WireReader reader(body);
+  if (reader.u8() != replyTag) reader.fail("a message that is not a reply");
+  XPCReply reply;
+  reply.ticket = reader.u32();
+  for (int count = reader.u8(); count > 0 && !reader.failed(); --count) {
+    const std::uint8_t tag = reader.u8();
+    if (tag == errorTag)
+      reply.values.emplace_back(reader.error());
+    else if (tag == valueTag)
+      reply.values.emplace_back(reader.property());
+    else
+      reader.fail("an unknown sort of reply value");
+  }
+  if (!reader.finish()) return std::unexpected(reader.failure());
+  return reply;
+}
+
+std::expected<void, std::string> checkArguments(const XPCOperation& operation,
+                                                const std::vector<PropertyValue>& given) {
+  const std::size_t expected = operation.argument == XPCArgument::None ? 0 : 1;
+  const std::string who(operation.selector);
+  if (given.size() != expected)
+    return std::unexpected(who + " takes " + std::to_string(expected) + " argument(s), not " +
+                           std::to_string(given.size()));
+  if (operation.argument == XPCArgument::Boolean && !given.front().boolean())
+    return std::unexpected(who + " takes a Boolean");
+  if (operation.argument == XPCArgument::UInt8) {
+    const std::optional<std::int64_t> number = given.front().integer();
+    if (!number || *number < 0 || *number > std::numeric_limits<std::uint8_t>::max())
+      return std::unexpected(who + " takes a whole number from 0 to 255");
+  }
+  return {};
+}
+
+std::expected<void, std::string> checkReply(const XPCOperation& operation,
+                                            const std::vector<XPCValue>& values,
+                                            const korvel::XPCInterface& interface) {
+  const std::string who(operation.selector);
+  if (!declared(operation, values))
+    return std::unexpected("the reply of " + who + " is not what it declares");
+  for (const korvel::ReplyClassSetting& setting : interface.replyClasses) {
+    if (setting.selector != operation.selector) continue;
+    if (setting.argumentIndex >= values.size() ||
+        !AllowedClasses(setting.classes).allow(values[setting.argumentIndex]))
+      return std::unexpected("the reply of " + who + " holds a class that is not allowed");
+  }
+  return {};
+}
+
+}  // namespace virtualmac
