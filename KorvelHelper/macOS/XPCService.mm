@@ -1,0 +1,168 @@
+#import <Foundation/Foundation.h>
+
+#include <utility>
+
+#include "macOS/Adapters.h"
+#import "macOS/ExportedObject.h"
+#include "macOS/PropertyConversion.h"
+
+namespace korvel::macos {
+
+namespace {
+
+NSString* makeNSString(std::string_view text) {
+  return (__bridge_transfer NSString*)makeCFString(text).handOver();
+}
+
+Class classFor(ReplyClass replyClass) {
+  switch (replyClass) {
+    case ReplyClass::Data:
+      return [NSData class];
+    case ReplyClass::Error:
+      return [NSError class];
+    case ReplyClass::String:
+      return [NSString class];
+    case ReplyClass::Number:
+      return [NSNumber class];
+    case ReplyClass::Dictionary:
+      return [NSDictionary class];
+  }
+  trap("a reply class without a platform class");
+}
+
+NSXPCInterface* makeNSXPCInterface(const XPCInterface& description) {
+  Protocol* protocol = NSProtocolFromString(makeNSString(description.protocolName));
+  NSXPCInterface* interface = [NSXPCInterface interfaceWithProtocol:protocol];
+  for (const ReplyClassSetting& setting : description.replyClasses) {
+    NSMutableSet* classes = [NSMutableSet set];
+    for (const ReplyClass allowed : setting.classes) [classes addObject:classFor(allowed)];
+    [interface setClasses:classes
+              forSelector:NSSelectorFromString(makeNSString(setting.selector))
+            argumentIndex:setting.argumentIndex
+                  ofReply:YES];
+  }
+  return interface;
+}
+
+/// The handler as a block with a pool of its own. The connection keeps the block until it is
+/// invalidated, and drops it then.
+dispatch_block_t handlerBlock(std::function<void()> handler) {
+  return ^{
+    @autoreleasepool {
+      handler();
+    }
+  };
+}
+
+/// A new connection for as long as the delegate decides on it. A resumed connection keeps itself
+/// alive until it is invalidated, so nothing is stored.
+class SystemXPCConnection final : public XPCConnection {
+ public:
+  explicit SystemXPCConnection(NSXPCConnection* newConnection) : connection(newConnection) {}
+
+  void setExportedInterface(const XPCInterface& interface) override {
+    connection.exportedInterface = makeNSXPCInterface(interface);
+  }
+
+  void setExportedObject(std::shared_ptr<KorvelHelperProtocol> object) override {
+    connection.exportedObject = [[KorvelExportedObject alloc] initWithCore:std::move(object)];
+  }
+
+  bool setCodeSigningRequirement(const std::string& requirement) override {
+    @try {
+      [connection setCodeSigningRequirement:makeNSString(requirement)];
+      return true;
+    } @catch (NSException* unparseable) {
+      return false;
+    }
+  }
+
+  void setInvalidationHandler(std::function<void()> handler) override {
+    connection.invalidationHandler = handlerBlock(std::move(handler));
+  }
+
+  void setInterruptionHandler(std::function<void()> handler) override {
+    connection.interruptionHandler = handlerBlock(std::move(handler));
+  }
+
+  void resume() override { [connection resume]; }
+
+ private:
+  NSXPCConnection* connection;
+};
+
+}  // namespace
+
+}  // namespace korvel::macos
+
+/// The listener's delegate as the platform knows it; asks the portable one.
+@interface KorvelListenerBridge : NSObject <NSXPCListenerDelegate>
+- (instancetype)init NS_UNAVAILABLE;
+- (instancetype)initWithDelegate:(std::weak_ptr<korvel::XPCListenerDelegate>)weakDelegate
+    NS_DESIGNATED_INITIALIZER;
+@end
+
+@implementation KorvelListenerBridge {
+  std::weak_ptr<korvel::XPCListenerDelegate> delegate;
+}
+
+- (instancetype)initWithDelegate:(std::weak_ptr<korvel::XPCListenerDelegate>)weakDelegate {
+  self = [super init];
+  if (self != nil) delegate = std::move(weakDelegate);
+  return self;
+}
+
+- (BOOL)listener:(NSXPCListener*)listener
+    shouldAcceptNewConnection:(NSXPCConnection*)newConnection {
+  const std::shared_ptr<korvel::XPCListenerDelegate> deciding = delegate.lock();
+  if (deciding == nullptr) return NO;
+  korvel::macos::SystemXPCConnection connection(newConnection);
+  return deciding->shouldAcceptNewConnection(connection);
+}
+
+@end
+
+namespace korvel::macos {
+
+namespace {
+
+/// Holds what the platform only refers to: NSXPCListener keeps its delegate weakly.
+class SystemXPCListener final : public XPCListener {
+ public:
+  explicit SystemXPCListener(NSXPCListener* created) : listener(created) {}
+
+  void setDelegate(const std::shared_ptr<XPCListenerDelegate>& delegate) override {
+    bridge = [[KorvelListenerBridge alloc] initWithDelegate:delegate];
+    listener.delegate = bridge;
+  }
+
+  void resume() override { [listener resume]; }
+
+ private:
+  NSXPCListener* listener;
+  KorvelListenerBridge* bridge = nil;
+};
+
+class SystemXPCService final : public XPCService {
+ public:
+  std::unique_ptr<XPCListener> makeListener(std::string_view machServiceName) override {
+    @autoreleasepool {
+      return std::make_unique<SystemXPCListener>(
+          [[NSXPCListener alloc] initWithMachServiceName:makeNSString(machServiceName)]);
+    }
+  }
+
+  std::optional<std::int32_t> currentConnectionPid() override {
+    @autoreleasepool {
+      NSXPCConnection* current = [NSXPCConnection currentConnection];
+      if (current == nil) return std::nullopt;
+      return current.processIdentifier;
+    }
+  }
+};
+
+}  // namespace
+
+std::unique_ptr<XPCService> makeXPCService() { return std::make_unique<SystemXPCService>(); }
+
+}  // namespace korvel::macos

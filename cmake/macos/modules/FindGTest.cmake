@@ -1,0 +1,15 @@
+# GoogleTest for a cross build, from its source: the tests link for the Mac and run on one.
+find_path(KORVEL_GOOGLETEST_SOURCE googlemock/CMakeLists.txt
+  PATHS /usr/src/googletest NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)
+include(FindPackageHandleStandardArgs)
+find_package_handle_standard_args(GTest REQUIRED_VARS KORVEL_GOOGLETEST_SOURCE)
+if(GTest_FOUND AND NOT TARGET gtest)
+  set(INSTALL_GTEST OFF)
+  set(BUILD_GMOCK ON)
+  add_subdirectory(${KORVEL_GOOGLETEST_SOURCE} ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL SYSTEM)
+  foreach(library gtest gtest_main gmock gmock_main)
+    if(NOT TARGET GTest::${library})
+      add_library(GTest::${library} ALIAS ${library})
+    endif()
+  endforeach()
+endif()
