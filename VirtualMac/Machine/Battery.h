@@ -62,7 +62,7 @@ class Battery {
   /// Lets time pass; `duration` is not longer than untilNextChange().
   void pass(Nanoseconds duration);
 
-  /// Changes of the rates, for tests and profiles that wear out.
+  /// Capacities, rates and heats; a new kind applies from now on.
   [[nodiscard]] const BatteryProfile& kind() const { return profile; }
   void setKind(const BatteryProfile& kind);
 

@@ -5,7 +5,6 @@
 #include <map>
 #include <memory>
 #include <optional>
-#include <random>
 #include <span>
 #include <string>
 #include <string_view>
@@ -13,23 +12,11 @@
 
 #include "Base/ErrorObject.h"
 #include "Platform/FileSystem.h"
+#include "VirtualMac/Machine/DiskNode.h"
 #include "VirtualMac/Machine/MachineContext.h"
-#include "VirtualMac/Machine/NameTable.h"
+#include "VirtualMac/Schedule/Random.h"
 
 namespace virtualmac {
-
-enum class FileKind : std::uint8_t { Plain, Directory, Symlink, Fifo };
-
-/// A file, directory, symbolic link or FIFO. Directories keep two tables of entries: the one that
-/// is seen and the one that a power loss leaves.
-struct DiskNode {
-  FileKind kind = FileKind::Plain;
-  std::uint32_t mode = 0644;
-  std::string content;         ///< A file's bytes, or a link's target.
-  std::string durableContent;  ///< The bytes as last synced.
-  std::map<std::string, std::shared_ptr<DiskNode>, std::less<>> entries;
-  std::map<std::string, std::shared_ptr<DiskNode>, std::less<>> durableEntries;
-};
 
 /// What `stat` would tell.
 struct FileFacts {
@@ -38,18 +25,23 @@ struct FileFacts {
   std::size_t size = 0;
 };
 
-/// The disk, in memory, with what a crash does to it. Journals a finished replacement of a file
-/// that holds a JSON object by the fields that differ from the file before, `disk  state.json
-/// replaced: chargeLimit=80`, others by their size; `disk  state.json removed`; nothing for
-/// temporary files.
+/// The disk, in memory, with what a crash does to it. Journals each finished replacement by the
+/// fields of its JSON object that differ from the file before, and removals, but nothing of names
+/// that end in ".tmp":
+///   disk  state.json created: chargeLimit=80 …
+///   disk  state.json replaced: chargeLimit=75 lastWriteAt=2026-01-01T00:00:05Z
+///   disk  state.json replaced: no field differs
+///   disk  state.json replaced: 12 bytes
+///   disk  state.json removed
 ///
 /// Fault model. Written bytes are durable once the file was synced, and entries (new, replaced,
-/// removed names) once their directory was; at a power loss each change that was not synced has or
-/// has not reached the disk, drawn from the seed, file by file and name by name, but a replacement
-/// is atomic: the name leads to the old or to the new file. An unsynced file keeps a prefix of its
-/// bytes. The disk can be full, read-only, or fail any call with any errno. Anything can stand in
+/// removed names) once their directory was, or 30 s later by themselves. A power loss keeps, drawn
+/// from the seed, a prefix of each file's younger bytes and a prefix of each directory's younger
+/// operations; one operation is all or nothing, so a replaced name leads to the old or to the new
+/// file. The disk can be full, read-only, or fail any call with any errno. Anything can stand in
 /// the place of a file: a link, a FIFO, a directory, a huge file. A killed process loses nothing.
-/// Not modelled: bit rot, a disk that lies about a sync, ownership.
+/// Not modelled: bit rot, a disk that lies about a sync, ownership, lost modes; opening a FIFO,
+/// which would block, fails.
 class Disk {
  public:
   Disk(MachineContext& shared, std::uint64_t seed);
@@ -77,28 +69,33 @@ class Disk {
   void failCall(std::string_view call, int error);
   void clearCall(std::string_view call);
 
+  /// What an orderly shutdown does.
+  void syncAll();
   /// Drops what was not synced.
   void powerLoss();
 
  private:
   friend class FilesClient;
-  friend class DiskWalk;
   struct Place {
     std::shared_ptr<DiskNode> directory;
     std::string name;
     std::shared_ptr<DiskNode> node;  ///< Null: the name is free.
   };
   [[nodiscard]] std::expected<Place, int> resolve(std::string_view path, bool followLast) const;
+  /// The errno that a fault has in store for a call; 0: none.
   [[nodiscard]] int refusal(std::string_view call, bool writes) const;
-  std::shared_ptr<DiskNode> place(std::string_view path, DiskNode node);
+  void place(std::string_view path, DiskNode node);
+  void change(DiskNode& directory, DiskNode::Entries names);
   void loseUnsynced(DiskNode& directory);
-  void tellReplaced(std::string_view name, const std::string& before, const std::string& after);
 
   MachineContext& context;
   std::shared_ptr<DiskNode> root;
   std::map<std::string, int, std::less<>> failingCalls;
-  std::mt19937_64 random;
+  Random random;
 };
+
+/// What a replacement of `before` (none: the name was free) by `after` is told as.
+std::string replacementText(const std::optional<std::string>& before, const std::string& after);
 
 /// One process's descriptors and umask: the seam's calls. Descriptors start at 3.
 class FilesClient {

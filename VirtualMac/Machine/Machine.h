@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -42,7 +43,8 @@ struct ProcessEnd {
 /// call.
 ///
 /// Journals `proc  helper 412 started`, `proc  helper 412 exited 0`, `proc  helper 412 killed by
-/// signal 9`, `mac   reboot`, `mac   power lost`.
+/// signal 9`, `mac   reboot`, `mac   power lost`, `mac   battery empty, power lost`, `mac   powered
+/// on`.
 ///
 /// Fault model: the parts', and these. Power can be lost at any moment, which ends every process
 /// and drops what the disk had not synced; a battery that runs empty without the adapter does the
@@ -83,8 +85,8 @@ class Machine {
   [[nodiscard]] std::optional<Nanoseconds> nextEventNanoseconds();
 
   /// Virtual seconds since the machine was made; the journal's time.
-  [[nodiscard]] double totalSeconds() const { return toSeconds(total); }
-  [[nodiscard]] Nanoseconds totalNanoseconds() const { return total; }
+  [[nodiscard]] double totalSeconds() const { return toSeconds(context.total); }
+  [[nodiscard]] Nanoseconds totalNanoseconds() const { return context.total; }
   /// Virtual time awake: the clock of timers. Goes on over a reboot.
   [[nodiscard]] Nanoseconds uptimeNanoseconds() const { return power.uptime(); }
   [[nodiscard]] double uptimeSeconds() const { return toSeconds(power.uptime()); }
@@ -100,6 +102,8 @@ class Machine {
   /// Ends every process. The caller stops helpers the orderly way first, if it wants that.
   void reboot();
   void powerLoss();
+  /// Off since the battery ran empty; the adapter brings it up again.
+  [[nodiscard]] bool isOff() const { return off; }
   /// Called by reboot, powerLoss and an empty battery, before processes are ended: whoever runs the
   /// helper stops it here.
   void setDownHandler(std::function<void(std::string_view cause)> handler);
@@ -117,18 +121,18 @@ class Machine {
  private:
   void settle();
   void settleOnce();
-  void goDown(std::string_view cause);
+  void goDown(std::string_view cause, bool orderly);
   [[nodiscard]] BatteryConditions batteryConditions() const;
   [[nodiscard]] Nanoseconds untilNext() const;
   void pass(Nanoseconds duration);
 
   std::uint64_t settledRevision = 0;
-  Nanoseconds total = 0;
   Nanoseconds nextAt = 0;  ///< Total time of the next event, as of the settled revision.
   double wallAtStart;
   std::map<std::int32_t, std::shared_ptr<HelperProcess>> processes;
   std::function<void(std::string_view)> downHandler;
-  std::map<SeamCall, double> latencies;
+  std::array<double, seamCallCount> latencies{};
+  bool off = false;
 };
 
 }  // namespace virtualmac

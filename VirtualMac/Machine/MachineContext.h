@@ -20,11 +20,12 @@ constexpr Nanoseconds fromSeconds(double seconds) {
 }
 constexpr double toSeconds(Nanoseconds duration) { return static_cast<double>(duration) / 1e9; }
 
-/// What every part of the machine shares: where effects are told, and a counter of changes. A part
-/// notes each change that another part may depend on; the machine compares the counter instead of
-/// asking every part, which keeps a quiet machine almost free.
+/// What every part of the machine shares: where effects are told, the machine's time, and a counter
+/// of changes. A part notes each change that another part may depend on; the machine compares the
+/// counter instead of asking every part, which keeps a quiet machine almost free.
 struct MachineContext {
   Journal& journal;
+  Nanoseconds total = 0;  ///< Since the machine was made.
   std::uint64_t revision = 1;
 
   void noteChange() { ++revision; }

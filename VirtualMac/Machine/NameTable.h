@@ -8,8 +8,9 @@
 
 namespace virtualmac {
 
-/// Names that one process holds for objects of one sort: never 0, never handed out twice, and with
-/// a low byte of their sort, so that a name used in the wrong table is not found there.
+/// Names that one process holds for objects of one sort: never 0, not handed out again for sixteen
+/// million names, and with a low byte of their sort, so that a name used in the wrong table is not
+/// found there.
 /// Few names live at once, so a flat list beats a map.
 template <class Object>
 class NameTable {

@@ -50,11 +50,23 @@ struct PowerMessage {
 
 /// Power assertions, the SleepDisabled setting, and the way in and out of sleep. Journals:
 ///   power assertion 33001 created PreventUserIdleSystemSleep "name" (pid 412, 14400 s)
-///   power assertion 33001 released | timed out | dropped with pid 412
-///   power SleepDisabled = 1 | = 0 | = 1 (by another program) | write refused (code)
-///   power sleep (idle) begins | held off by assertion 33001 | by SleepDisabled | by display and
-///   adapter power sleep message 0xe0000280 to pid 412 | acknowledged by pid 412 | not acknowledged
-///   by pid 412 power asleep | awake (requested)
+///   power assertion 33001 released
+///   power assertion 33001 timed out
+///   power assertion 33001 dropped with pid 412
+///   power SleepDisabled = 1
+///   power SleepDisabled = 1 refused (-536870207)
+///   power SleepDisabled = 1 (by another program)
+///   power SleepDisabled removed (by another program)
+///   power sleep (idle) begins
+///   power sleep (lid) held off by SleepDisabled
+///   power sleep (idle) held off by assertion 33001
+///   power sleep (lid) held off by display and adapter
+///   power sleep (idle) taken back
+///   power message 0xe0000280 to pid 412
+///   power message acknowledged by pid 412
+///   power message not acknowledged by pid 412
+///   power asleep
+///   power awake (lid opened)
 ///
 /// Who holds off what: SleepDisabled every sleep but low battery; a user-idle or system-sleep
 /// assertion idle sleep (the system one on adapter power only, and then a requested sleep too); an
@@ -129,6 +141,7 @@ class PowerManagement {
   void announce(std::uint32_t messageType, bool acknowledged);
   [[nodiscard]] bool allAcknowledged() const;
   void giveUpWaiting();
+  void beginRequestedSleep();
   void beginSleep(SleepReason reason);
   void leave();
   void fallAsleep();
@@ -144,11 +157,11 @@ class PowerManagement {
   std::vector<Registration> registrations;
   std::intptr_t lastNotificationID = 0x3a0000;
   SleepPhase sleepPhase = SleepPhase::Awake;
-  SleepReason sleepReason = SleepReason::Requested;
   std::optional<SleepReason> requested;
   std::optional<std::string> wakeCause;
   SleepConditions around;
-  bool automaticSleepHeldOff = false;
+  std::optional<std::string> heldOff;  ///< The last line about an automatic sleep held off.
+  bool activity = false;               ///< Somebody touched the machine since it settled.
   Nanoseconds uptimeNow = 0;
   Nanoseconds acknowledgementsDue = 0;
   Nanoseconds idleSince = 0;

@@ -83,7 +83,8 @@ class SmartChargeClient {
   struct Object {
     bool initialised = false;
   };
-  [[nodiscard]] bool answers(korvel::HandleRef object, std::string_view selector);
+  [[nodiscard]] bool isClient(korvel::HandleRef object);
+  [[nodiscard]] bool offers(std::string_view selector) const;
 
   PowerUI& powerUI;
   std::int32_t pid;

@@ -37,8 +37,8 @@ class Registry {
   /// The first service of a class; noEntry: none.
   [[nodiscard]] EntryID matching(std::string_view className) const;
   [[nodiscard]] bool conforms(EntryID entry, std::string_view className) const;
-  /// All descendants, in registry order.
-  [[nodiscard]] std::vector<EntryID> descendants(EntryID entry) const;
+  /// The entries below, in registry order: all of them, or the direct children only.
+  [[nodiscard]] std::vector<EntryID> below(EntryID entry, bool recursively) const;
   /// An entry's properties, overrides applied.
   [[nodiscard]] const korvel::PropertyValue& properties(EntryID entry);
   /// One property, without making the whole dictionary where that is cheaper.
@@ -53,26 +53,31 @@ class Registry {
   void hideService(std::string_view className, bool hidden);
   bool propertiesUnreadable = false;
   bool iterationFails = false;
+  /// The adapter reads as disconnected while its inflow is inhibited, as some machines report it.
+  void setInhibitHidesAdapter(bool hides);
 
  private:
   struct Cached {
     std::uint64_t revision = 0;
+    std::int64_t temperature = 0;
     korvel::PropertyValue value;
   };
   [[nodiscard]] korvel::PropertyValue::Dictionary build(EntryID entry) const;
   [[nodiscard]] korvel::PropertyValue::Dictionary buildBatteryService() const;
-  [[nodiscard]] korvel::PropertyValue::Dictionary buildBatteryData() const;
-  [[nodiscard]] korvel::PropertyValue::Dictionary buildBank(std::uint32_t index) const;
-  [[nodiscard]] korvel::PropertyValue::Dictionary buildRootDomain() const;
-  [[nodiscard]] std::string_view className(EntryID entry) const;
+  [[nodiscard]] korvel::PropertyValue::Dictionary buildPackData() const;
+  [[nodiscard]] bool externalConnected() const;
+  [[nodiscard]] bool isHidden(std::string_view className) const;
+  [[nodiscard]] const korvel::PropertyValue* overriding(EntryID entry, std::string_view key) const;
+  [[nodiscard]] static std::string_view className(EntryID entry);
 
   const Battery& battery;
   const Adapter& adapter;
   const Lid& lid;
   const SMC& smc;
   MachineContext& context;
-  std::map<std::pair<std::string, std::string>, korvel::PropertyValue, std::less<>> overrides;
+  std::map<std::pair<std::string, std::string>, korvel::PropertyValue> overrides;
   std::vector<std::string> hiddenServices;
+  bool inhibitHidesAdapter = false;
   std::map<EntryID, Cached> cache;
 };
 

@@ -21,9 +21,11 @@ struct RequirementError {
 ///   requirement := conjunction { "or" conjunction }
 ///   conjunction := term { "and" term }
 ///   term        := "!" term | "(" requirement ")" | clause
-///   clause      := "anchor" "apple" [ "generic" ] | "identifier" value | "always" | "never"
-///                | "certificate" "leaf" "[" field "]" ( "=" value | "exists" )
-///   field       := "subject.OU" | "field." digits { "." digits }
+///   clause      := "anchor" "apple" [ "generic" ] | "identifier" [ "=" ] value | "always" |
+///   "never"
+///                | ( "certificate" | "cert" ) "leaf" "[" field
+///   field       := "subject.OU" "]" ( "=" value | "exists" )
+///                | "field." digits { "." digits } "]" "exists"
 ///   value       := quoted text | a word that starts with a letter
 ///
 /// Fault model: every text gives a requirement or an error with its position, never both.

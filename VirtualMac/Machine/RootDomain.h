@@ -11,7 +11,8 @@
 namespace virtualmac {
 
 /// One process's registrations with the root power domain: the seam's calls, but for the callback,
-/// which belongs to whoever runs the process.
+/// which belongs to whoever runs the process. A message whose source is on no run loop waits in its
+/// port; a destroyed port loses what waits.
 class RootDomainClient {
  public:
   RootDomainClient(PowerManagement& manager, std::int32_t processID);
@@ -38,6 +39,7 @@ class RootDomainClient {
   struct Registration {
     korvel::ConnectionRef rootPort = 0;
     korvel::HandleRef port = 0;
+    korvel::HandleRef source = 0;
     korvel::ObjectRef notifier = 0;
     bool attached = false;
     std::vector<PowerMessage> waiting;  ///< Arrived while the source was on no run loop.

@@ -1,0 +1,115 @@
+#include "VirtualMac/Machine/FaultNames.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "VirtualMac/Machine/FaultTableEntries.h"
+#include "VirtualMac/Machine/Machine.h"
+
+namespace virtualmac {
+
+namespace {
+
+/// Names that differ by this many edits, or begin alike, are worth showing.
+constexpr std::size_t nearEdits = 4;
+
+std::size_t editDistance(std::string_view left, std::string_view right) {
+  std::vector<std::size_t> row(right.size() + 1);
+  for (std::size_t i = 0; i < row.size(); ++i) row[i] = i;
+  for (std::size_t i = 1; i <= left.size(); ++i) {
+    std::size_t diagonal = std::exchange(row[0], i);
+    for (std::size_t j = 1; j <= right.size(); ++j) {
+      const std::size_t substituted = diagonal + (left[i - 1] == right[j - 1] ? 0U : 1U);
+      diagonal = row[j];
+      row[j] = std::min({row[j] + 1, row[j - 1] + 1, substituted});
+    }
+  }
+  return row.back();
+}
+
+std::string unknownName(std::string_view name) {
+  std::string near;
+  std::string all;
+  for (const FaultEntry& entry : faultEntries()) {
+    const std::string_view known = entry.description.name;
+    all += (all.empty() ? "" : ", ") + std::string(known);
+    if (editDistance(name, known) <= nearEdits || (!name.empty() && known.starts_with(name))) {
+      near += (near.empty() ? "" : ", ") + std::string(known);
+    }
+  }
+  return "no fault is called \"" + std::string(name) + "\"; " +
+         (near.empty() ? "there are: " + all : "near to it: " + near);
+}
+
+std::vector<std::string> words(std::string_view line) {
+  std::vector<std::string> found;
+  while (!line.empty()) {
+    const std::size_t end = line.find(' ');
+    if (end != 0) found.emplace_back(line.substr(0, end));
+    line.remove_prefix(end == std::string_view::npos ? line.size() : end + 1);
+  }
+  return found;
+}
+
+/// The line a fault is remembered by; switching it again with other values replaces it.
+std::string rememberedLine(std::string_view name, std::span<const std::string> arguments,
+                           std::size_t count) {
+  std::string line(name);
+  for (std::size_t i = 0; i < std::min(count, arguments.size()); ++i) line += " " + arguments[i];
+  return line;
+}
+
+void remember(Machine& machine, const FaultEntry& entry, std::span<const std::string> arguments,
+              bool on) {
+  const std::string_view name = entry.description.name;
+  const std::string which = rememberedLine(name, arguments, entry.selectors);
+  std::erase_if(machine.activeFaultLines, [&](const std::string& line) {
+    return line == which || line.starts_with(which + " ");
+  });
+  if (on && !entry.momentary) {
+    machine.activeFaultLines.push_back(rememberedLine(name, arguments, arguments.size()));
+  }
+}
+
+}  // namespace
+
+std::span<const FaultDescription> faultCatalogue() {
+  static const std::vector<FaultDescription> catalogue = [] {
+    std::vector<FaultDescription> made;
+    for (const FaultEntry& entry : faultEntries()) made.push_back(entry.description);
+    std::ranges::sort(made, {}, &FaultDescription::name);
+    return made;
+  }();
+  return catalogue;
+}
+
+std::expected<void, std::string> setFault(Machine& machine, std::string_view name,
+                                          std::span<const std::string> arguments, bool on) {
+  const auto entries = faultEntries();
+  const auto found = std::ranges::find_if(
+      entries, [name](const FaultEntry& entry) { return entry.description.name == name; });
+  if (found == entries.end()) return std::unexpected(unknownName(name));
+  const std::string usage =
+      std::string(name) + " takes " +
+      (found->description.arguments.empty() ? std::string("no arguments")
+                                            : std::string(found->description.arguments));
+  const std::size_t needed = on ? found->needed : found->selectors;
+  if (arguments.size() < needed || (arguments.size() > found->accepted)) {
+    return std::unexpected(usage);
+  }
+  FaultArguments given(arguments);
+  found->apply(machine, given, on);
+  if (given.complaint) return std::unexpected(usage + ": " + *given.complaint);
+  remember(machine, *found, arguments, on);
+  return {};
+}
+
+std::expected<void, std::string> setFault(Machine& machine, std::string_view line, bool on) {
+  const std::vector<std::string> all = words(line);
+  if (all.empty()) return std::unexpected(unknownName(""));
+  return setFault(machine, all.front(), std::span(all).subspan(1), on);
+}
+
+std::vector<std::string> activeFaults(const Machine& machine) { return machine.activeFaultLines; }
+
+}  // namespace virtualmac

@@ -1,0 +1,308 @@
+#include "VirtualMac/Machine/FaultTableEntries.h"
+
+#include <cerrno>
+#include <charconv>
+#include <cstdlib>
+#include <functional>
+
+#include "VirtualMac/Machine/Machine.h"
+
+namespace virtualmac {
+
+namespace {
+
+using Args = FaultArguments;
+using korvel::PropertyValue;
+
+constexpr std::string_view batteryClass = "AppleSmartBattery";
+constexpr std::string_view packClass = "AppleSmartBatteryPack";
+constexpr std::string_view rootDomainClass = "IOPMrootDomain";
+constexpr korvel::KernReturn notPermitted = static_cast<korvel::KernReturn>(0xE00002E2U);
+constexpr double longestSeconds = 1e6;
+
+/// Puts a fault on one key, or complains that there is none of that name.
+void withKey(Machine& mac, Args& args, const std::function<void(SMC::Key&)>& act) {
+  if (SMC::Key* key = mac.smc.key(args.text(0))) {
+    act(*key);
+  } else {
+    args.complaint = "this machine has no key " + args.text(0);
+  }
+}
+
+void overrideOrRestore(Machine& mac, std::string_view className, std::string_view key,
+                       PropertyValue value, bool on) {
+  if (on) {
+    mac.registry.overrideProperty(className, key, std::move(value));
+  } else {
+    mac.registry.restoreProperty(className, key);
+  }
+}
+
+/// The temperature sits on the service or, in the pack's layout, inside the pack's data.
+void overrideTemperature(Machine& mac, const PropertyValue& value, bool on) {
+  overrideOrRestore(mac, batteryClass, "Temperature", value, on);
+  if (mac.battery.kind().layout == BatteryLayout::Pack) {
+    overrideOrRestore(mac, packClass, "BatteryData", PropertyValue::Dictionary{}, on);
+  }
+}
+
+void setCapacity(Machine& mac, PropertyValue value, bool on) {
+  if (on) {
+    mac.powerSources.overrideCurrentCapacity(std::move(value));
+  } else {
+    mac.powerSources.restoreCurrentCapacity();
+  }
+}
+
+template <class Value>
+void setOptional(std::optional<Value>& target, bool on, Value value) {
+  target = on ? std::optional<Value>(std::move(value)) : std::nullopt;
+}
+
+void setResult(std::optional<std::uint8_t>& target, Args& args, bool on) {
+  const std::int64_t code = on ? args.integer(1, 1, 255) : 0;
+  if (!args.complaint) setOptional(target, on, static_cast<std::uint8_t>(code));
+}
+
+void setCode(std::optional<korvel::KernReturn>& target, Args& args, bool on,
+             korvel::KernReturn usual) {
+  const korvel::KernReturn code = args.code(0, usual);
+  if (!args.complaint) setOptional(target, on, code);
+}
+
+void keyMissing(Machine& mac, Args& args, bool on) {
+  if (on) {
+    if (!mac.smc.removeKey(args.text(0))) args.complaint = "there is no key " + args.text(0);
+    return;
+  }
+  for (const SMCKeyProfile& key : mac.profile().smcKeys) {
+    if (key.name == args.text(0)) return mac.smc.addKey(key);
+  }
+  args.complaint = "this kind of machine never had a key " + args.text(0);
+}
+
+void keyJunk(Machine& mac, Args& args, bool on) {
+  std::vector<std::uint8_t> junk;
+  for (std::size_t i = 1; on && i < args.count(); ++i) {
+    junk.push_back(static_cast<std::uint8_t>(args.integer(i, 0, 255)));
+  }
+  if (!args.complaint) withKey(mac, args, [&](SMC::Key& key) { key.trailingJunk = junk; });
+}
+
+void keySize(Machine& mac, Args& args, bool on) {
+  const auto size = static_cast<std::uint32_t>(on ? args.integer(1, 0, 255) : 0);
+  if (args.complaint) return;
+  withKey(mac, args, [&](SMC::Key& key) { setOptional(key.statedSize, on, size); });
+}
+
+void reopenFails(Machine& mac, Args& args, bool on) {
+  setCode(mac.smc.openRefusal, args, on, notPermitted);
+  if (on && !args.complaint) mac.smc.invalidateConnections();
+}
+
+void temperatureOverride(Machine& mac, Args& args, bool on) {
+  const double celsius = on ? args.real(0, -50, 150) : 0;
+  if (args.complaint) return;
+  mac.battery.overrideTemperatureCelsius(on ? std::optional(celsius) : std::nullopt);
+}
+
+void methodMissing(Machine& mac, Args& args, bool on) {
+  if (on) {
+    mac.powerUI.missingMethods.insert(args.text(0));
+  } else {
+    mac.powerUI.missingMethods.erase(args.text(0));
+  }
+}
+
+void offeredLimits(Machine& mac, Args& args, bool on) {
+  PropertyValue::Array limits;
+  for (std::size_t i = 0; on && i < args.count(); ++i) {
+    limits.emplace_back(args.integer(i, INT32_MIN, INT32_MAX));
+  }
+  if (args.complaint) return;
+  mac.powerUI.offeredLimits = on ? PropertyValue(limits) : mac.profile().powerUI.offeredLimits;
+}
+
+void diskCallFails(Machine& mac, Args& args, bool on) {
+  const auto error = static_cast<int>(on ? args.integer(1, 1, 255) : 0);
+  if (args.complaint) return;
+  if (on) {
+    mac.disk.failCall(args.text(0), error);
+  } else {
+    mac.disk.clearCall(args.text(0));
+  }
+}
+
+void callLatency(Machine& mac, Args& args, bool on) {
+  const double seconds = on ? args.real(1, 0, longestSeconds) : 0;
+  if (args.complaint) return;
+  for (std::size_t i = 0; i < seamCallCount; ++i) {
+    if (seamCalls[i].id == args.text(0)) {
+      return mac.setLatencySeconds(static_cast<SeamCall>(i), seconds);
+    }
+  }
+  args.complaint = "no call is named " + args.text(0);
+}
+
+void shortWrites(Machine& mac, Args& args, bool on) {
+  const auto bytes = static_cast<std::size_t>(on ? args.integer(0, 0, INT32_MAX) : 0);
+  if (!args.complaint) setOptional(mac.disk.shortWriteBytes, on, bytes);
+}
+
+void signHelperAs(Machine& mac, std::string_view identity, bool on) {
+  mac.signatures.setPath(helperProgramPath, on ? identity : "helper");
+}
+
+// clang-format off: one fault a line.
+const FaultEntry entries[] = {
+    {{"smc-missing", "", "The AppleSMC service is not there."}, 0, 0, 0,
+     [](Machine& mac, Args&, bool on) { mac.smc.servicePresent = !on; }},
+    {{"smc-open-refused", "[CODE]", "Opening AppleSMC is refused."}, 0, 1, 0,
+     [](Machine& mac, Args& args, bool on) { setCode(mac.smc.openRefusal, args, on, notPermitted); }},
+    {{"smc-stale", "[CODE]", "Every connection open now is stale, once."}, 0, 1, 0,
+     [](Machine& mac, Args& args, bool on) {
+       const korvel::KernReturn code = args.code(0, korvel::ioReturnNotOpen);
+       if (on && !args.complaint) mac.smc.invalidateConnections(code);
+     }, true},
+    {{"smc-reopen-fails", "[CODE]", "Connections are stale and cannot be opened again."}, 0, 1, 0, reopenFails},
+    {{"smc-key-missing", "KEY", "A key is gone; it comes back with its first value."}, 1, 1, 1, keyMissing},
+    {{"smc-result", "KEY CODE", "Every command on a key answers a result code."}, 2, 2, 1,
+     [](Machine& mac, Args& args, bool on) { withKey(mac, args, [&](SMC::Key& key) { setResult(key.result, args, on); }); }},
+    {{"smc-write-result", "KEY CODE", "Writes of a key answer a result code."}, 2, 2, 1,
+     [](Machine& mac, Args& args, bool on) { withKey(mac, args, [&](SMC::Key& key) { setResult(key.writeResult, args, on); }); }},
+    {{"smc-silent-refusal", "KEY", "Writes of a key succeed and change nothing."}, 1, 1, 1,
+     [](Machine& mac, Args& args, bool on) { withKey(mac, args, [on](SMC::Key& key) { key.silentlyRefuses = on; }); }},
+    {{"smc-junk", "KEY BYTE...", "A key reads back with these bytes after its value."}, 2, Args::anyNumber, 1, keyJunk},
+    {{"smc-size", "KEY SIZE", "Key info states another size than the key has."}, 2, 2, 1, keySize},
+    {{"smc-latency", "SECONDS", "Every SMC command takes this long."}, 1, 1, 0,
+     [](Machine& mac, Args& args, bool on) {
+       const double seconds = on ? args.real(0, 0, longestSeconds) : 0;
+       if (!args.complaint) mac.smc.callLatencySeconds = seconds;
+     }},
+    {{"call-latency", "CALL SECONDS", "Every platform call of a name takes this long."}, 2, 2, 1, callLatency},
+    {{"battery-unreadable", "", "The battery's power source has no current capacity."}, 0, 0, 0,
+     [](Machine& mac, Args&, bool on) { setCapacity(mac, {}, on); }},
+    {{"battery-mistyped", "", "The battery's current capacity is text."}, 0, 0, 0,
+     [](Machine& mac, Args&, bool on) { setCapacity(mac, "full", on); }},
+    {{"power-sources-missing", "", "There is no snapshot of the power sources."}, 0, 0, 0,
+     [](Machine& mac, Args&, bool on) { mac.powerSources.snapshotFails = on; }},
+    {{"power-sources-no-list", "", "A snapshot gives no list."}, 0, 0, 0,
+     [](Machine& mac, Args&, bool on) { mac.powerSources.listFails = on; }},
+    {{"power-sources-empty", "", "The list of power sources is empty."}, 0, 0, 0,
+     [](Machine& mac, Args&, bool on) { mac.powerSources.listEmpty = on; }},
+    {{"power-sources-mistyped", "", "The list of power sources is not an array."}, 0, 0, 0,
+     [](Machine& mac, Args&, bool on) { mac.powerSources.listIsNotArray = on; }},
+    {{"temperature-unreadable", "", "The battery states no temperature."}, 0, 0, 0,
+     [](Machine& mac, Args&, bool on) { overrideTemperature(mac, {}, on); }},
+    {{"temperature-mistyped", "", "The battery's temperature is text."}, 0, 0, 0,
+     [](Machine& mac, Args&, bool on) { overrideTemperature(mac, "warm", on); }},
+    {{"temperature-override", "CELSIUS", "The battery has this temperature."}, 1, 1, 0, temperatureOverride},
+    {{"adapter-unknown", "", "The adapter's state is not stated."}, 0, 0, 0,
+     [](Machine& mac, Args&, bool on) { overrideOrRestore(mac, batteryClass, "ExternalConnected", {}, on); }},
+    {{"adapter-mistyped", "", "The adapter's state is a number."}, 0, 0, 0,
+     [](Machine& mac, Args&, bool on) { overrideOrRestore(mac, batteryClass, "ExternalConnected", 1, on); }},
+    {{"adapter-hidden", "", "The adapter reads as disconnected while its inflow is inhibited."}, 0, 0, 0,
+     [](Machine& mac, Args&, bool on) { mac.registry.setInhibitHidesAdapter(on); }},
+    {{"lid-unknown", "", "The lid's state is not stated."}, 0, 0, 0,
+     [](Machine& mac, Args&, bool on) { overrideOrRestore(mac, rootDomainClass, "AppleClamshellState", {}, on); }},
+    {{"battery-service-missing", "", "The battery's registry service is not there."}, 0, 0, 0,
+     [](Machine& mac, Args&, bool on) { mac.registry.hideService(batteryClass, on); }},
+    {{"root-domain-missing", "", "The root power domain's registry service is not there."}, 0, 0, 0,
+     [](Machine& mac, Args&, bool on) { mac.registry.hideService(rootDomainClass, on); }},
+    {{"registry-unreadable", "", "Registry entries give no properties."}, 0, 0, 0,
+     [](Machine& mac, Args&, bool on) { mac.registry.propertiesUnreadable = on; }},
+    {{"registry-iteration-fails", "", "Registry children cannot be walked."}, 0, 0, 0,
+     [](Machine& mac, Args&, bool on) { mac.registry.iterationFails = on; }},
+    {{"powerui-missing", "", "The PowerUI framework does not load."}, 0, 0, 0,
+     [](Machine& mac, Args&, bool on) { mac.powerUI.frameworkPresent = !on && mac.profile().powerUI.present; }},
+    {{"powerui-class-missing", "", "PowerUI lacks its client class."}, 0, 0, 0,
+     [](Machine& mac, Args&, bool on) { mac.powerUI.classPresent = !on && mac.profile().powerUI.present; }},
+    {{"powerui-method-missing", "NAME", "PowerUI lacks one method."}, 1, 1, 1, methodMissing},
+    {{"powerui-init-fails", "", "PowerUI's client cannot be made."}, 0, 0, 0,
+     [](Machine& mac, Args&, bool on) { mac.powerUI.initGivesNothing = on; }},
+    {{"powerui-unsupported", "", "PowerUI says that this machine has no charge limit."}, 0, 0, 0,
+     [](Machine& mac, Args&, bool on) { mac.powerUI.supported = !on && mac.profile().powerUI.supported; }},
+    {{"powerui-offers", "LIMIT...", "PowerUI offers these limits."}, 0, Args::anyNumber, 0, offeredLimits},
+    {{"powerui-error", "TEXT...", "Setting the native limit fails with an error."}, 1, Args::anyNumber, 0,
+     [](Machine& mac, Args& args, bool on) { setOptional(mac.powerUI.setError, on, args.rest(0)); }},
+    {{"powerui-read-error", "TEXT...", "Reading the native limit fails with an error."}, 1, Args::anyNumber, 0,
+     [](Machine& mac, Args& args, bool on) { setOptional(mac.powerUI.getError, on, args.rest(0)); }},
+    {{"powerui-offers-error", "TEXT...", "Asking for the offered limits fails with an error."}, 1, Args::anyNumber, 0,
+     [](Machine& mac, Args& args, bool on) { setOptional(mac.powerUI.offeredError, on, args.rest(0)); }},
+    {{"powerui-refuses", "", "Setting the native limit is refused without an error."}, 0, 0, 0,
+     [](Machine& mac, Args&, bool on) { mac.powerUI.refuses = on; }},
+    {{"powerui-keeps-limit", "", "Setting the native limit succeeds and changes nothing."}, 0, 0, 0,
+     [](Machine& mac, Args&, bool on) { mac.powerUI.keepsOldLimit = on; }},
+    {{"settings-refused", "[CODE]", "Writing power settings is refused."}, 0, 1, 0,
+     [](Machine& mac, Args& args, bool on) { setCode(mac.power.settingRefusal, args, on, korvel::ioReturnNotPrivileged); }},
+    {{"settings-unreadable", "", "Power settings read as never stored."}, 0, 0, 0,
+     [](Machine& mac, Args&, bool on) { setOptional(mac.power.settingsOverride, on, PropertyValue()); }},
+    {{"settings-mistyped", "", "Power settings read as text."}, 0, 0, 0,
+     [](Machine& mac, Args&, bool on) { setOptional(mac.power.settingsOverride, on, PropertyValue("settings")); }},
+    {{"assertion-refused", "[CODE]", "Power assertions cannot be made."}, 0, 1, 0,
+     [](Machine& mac, Args& args, bool on) { setCode(mac.power.assertionRefusal, args, on, korvel::ioReturnError); }},
+    {{"assertion-secondary-refused", "[CODE]", "PreventSystemSleep assertions cannot be made."}, 0, 1, 0,
+     [](Machine& mac, Args& args, bool on) { setCode(mac.power.secondaryAssertionRefusal, args, on, korvel::ioReturnError); }},
+    {{"assertion-release-refused", "[CODE]", "Power assertions cannot be released."}, 0, 1, 0,
+     [](Machine& mac, Args& args, bool on) { setCode(mac.power.assertionReleaseRefusal, args, on, korvel::ioReturnError); }},
+    {{"power-registration-fails", "", "Nobody can register for sleep and wake messages."}, 0, 0, 0,
+     [](Machine& mac, Args&, bool on) { mac.power.registrationFails = on; }},
+    {{"disk-full", "", "Nothing can be written to the disk."}, 0, 0, 0,
+     [](Machine& mac, Args&, bool on) { mac.disk.full = on; }},
+    {{"disk-readonly", "", "The disk is read-only."}, 0, 0, 0,
+     [](Machine& mac, Args&, bool on) { mac.disk.readOnly = on; }},
+    {{"disk-rename-fails", "", "Files cannot be replaced."}, 0, 0, 0,
+     [](Machine& mac, Args&, bool on) { mac.disk.replaceFails = on; }},
+    {{"disk-short-writes", "BYTES", "No write takes more bytes at once."}, 1, 1, 0, shortWrites},
+    {{"disk-call-fails", "CALL ERRNO", "A file call (mkdir, fsync, readFile, ...) fails with an errno."}, 2, 2, 1, diskCallFails},
+    {{"helper-unsigned", "", "The helper's program is not signed."}, 0, 0, 0,
+     [](Machine& mac, Args&, bool on) { signHelperAs(mac, "unsigned", on); }},
+    {{"helper-without-team", "", "The helper's program is signed without a team."}, 0, 0, 0,
+     [](Machine& mac, Args&, bool on) { signHelperAs(mac, "ad-hoc", on); }},
+};
+// clang-format on
+
+}  // namespace
+
+std::span<const FaultEntry> faultEntries() { return entries; }
+
+std::string FaultArguments::rest(std::size_t index) const {
+  std::string text;
+  for (std::size_t i = index; i < words.size(); ++i) text += (text.empty() ? "" : " ") + words[i];
+  return text;
+}
+
+std::int64_t FaultArguments::integer(std::size_t index, std::int64_t low, std::int64_t high) {
+  const std::string& word = words[index];
+  const bool hexadecimal = word.starts_with("0x");
+  const char* first = word.data() + (hexadecimal ? 2 : 0);
+  const char* last = word.data() + word.size();
+  std::int64_t value = 0;
+  const auto [end, error] = std::from_chars(first, last, value, hexadecimal ? 16 : 10);
+  if (error != std::errc() || end != last || value < low || value > high) {
+    complaint = "\"" + word + "\" is not a whole number from " + std::to_string(low) + " to " +
+                std::to_string(high);
+    return low;
+  }
+  return value;
+}
+
+std::int32_t FaultArguments::code(std::size_t index, std::int32_t otherwise) {
+  if (index >= words.size()) return otherwise;
+  // A hexadecimal code is the unsigned form of a signed number.
+  return static_cast<std::int32_t>(integer(index, INT32_MIN, UINT32_MAX));
+}
+
+double FaultArguments::real(std::size_t index, double low, double high) {
+  const std::string& word = words[index];
+  char* end = nullptr;
+  const double value = std::strtod(word.c_str(), &end);
+  if (word.empty() || *end != '\0' || !(value >= low && value <= high)) {
+    complaint = "\"" + word + "\" is not a number from " + std::to_string(low) + " to " +
+                std::to_string(high);
+    return low;
+  }
+  return value;
+}
+
+}  // namespace virtualmac

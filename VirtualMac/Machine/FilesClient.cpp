@@ -1,0 +1,177 @@
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include "VirtualMac/Machine/Disk.h"
+
+namespace virtualmac {
+
+namespace {
+
+using korvel::ErrorObject;
+using korvel::PosixResult;
+
+constexpr std::size_t largestReadableFile = std::size_t{16} << 20U;
+constexpr int firstDescriptor = 3;
+
+/// Codes of the file manager's error domain.
+constexpr const char* cocoaDomain = "NSCocoaErrorDomain";
+constexpr std::int64_t noSuchFileError = 4;
+constexpr std::int64_t readUnknownError = 256;
+constexpr std::int64_t readNoSuchFileError = 260;
+constexpr std::int64_t readTooLargeError = 263;
+constexpr std::int64_t writeUnknownError = 512;
+
+PosixResult failed(int error) { return PosixResult{-1, error}; }
+
+ErrorObject cocoaError(std::int64_t code, std::string text) {
+  return ErrorObject{cocoaDomain, code, {{korvel::localizedDescriptionKey, std::move(text)}}};
+}
+
+bool isTemporary(std::string_view name) { return name.ends_with(".tmp"); }
+
+}  // namespace
+
+PosixResult FilesClient::addDescriptor(Descriptor descriptor) {
+  int number = firstDescriptor;
+  while (descriptors.contains(number)) ++number;
+  descriptors.emplace(number, std::move(descriptor));
+  return PosixResult{number, 0};
+}
+
+PosixResult FilesClient::mkdir(const std::string& path, std::uint32_t mode) {
+  if (const int error = disk.refusal("mkdir", false)) return failed(error);
+  const auto found = disk.resolve(path, false);
+  if (!found) return failed(found.error());
+  if (found->node != nullptr) return failed(EEXIST);
+  if (disk.readOnly) return failed(EROFS);
+  if (disk.full) return failed(ENOSPC);
+  auto made = std::make_shared<DiskNode>();
+  made->kind = FileKind::Directory;
+  made->mode = mode & ~mask;
+  disk.change(*found->directory, {{found->name, std::move(made)}});
+  return {};
+}
+
+PosixResult FilesClient::chmod(const std::string& path, std::uint32_t mode) {
+  if (const int error = disk.refusal("chmod", true)) return failed(error);
+  const auto found = disk.resolve(path, true);
+  if (!found) return failed(found.error());
+  if (found->node == nullptr) return failed(ENOENT);
+  found->node->mode = mode;
+  return {};
+}
+
+std::uint32_t FilesClient::umask(std::uint32_t newMask) {
+  return std::exchange(mask, newMask & 0777U);
+}
+
+PosixResult FilesClient::openExclusive(const std::string& path, std::uint32_t mode) {
+  if (const int error = disk.refusal("openExclusive", true)) return failed(error);
+  const auto found = disk.resolve(path, false);
+  if (!found) return failed(found.error());
+  if (found->node != nullptr) return failed(EEXIST);
+  auto made = std::make_shared<DiskNode>();
+  made->mode = mode & ~mask;
+  disk.change(*found->directory, {{found->name, made}});
+  return addDescriptor(Descriptor{std::move(made), true});
+}
+
+PosixResult FilesClient::openReadOnly(const std::string& path) {
+  if (const int error = disk.refusal("openReadOnly", false)) return failed(error);
+  const auto found = disk.resolve(path, true);
+  if (!found) return failed(found.error());
+  if (found->node == nullptr) return failed(ENOENT);
+  if (found->node->kind == FileKind::Fifo) return failed(ENXIO);
+  return addDescriptor(Descriptor{found->node, false});
+}
+
+PosixResult FilesClient::write(int descriptor, std::span<const char> bytes) {
+  if (const int error = disk.refusal("write", true)) return failed(error);
+  const auto found = descriptors.find(descriptor);
+  if (found == descriptors.end() || !found->second.writable) return failed(EBADF);
+  if (disk.full) return failed(ENOSPC);
+  const std::size_t taken = std::min(bytes.size(), disk.shortWriteBytes.value_or(bytes.size()));
+  DiskNode& node = *found->second.node;
+  node.content.append(bytes.data(), taken);
+  node.writtenAt = disk.context.total;
+  return PosixResult{static_cast<std::int64_t>(taken), 0};
+}
+
+PosixResult FilesClient::fsync(int descriptor) {
+  if (const int error = disk.refusal("fsync", false)) return failed(error);
+  const auto found = descriptors.find(descriptor);
+  if (found == descriptors.end()) return failed(EBADF);
+  DiskNode& node = *found->second.node;
+  node.durableBytes = node.content.size();
+  node.durableEntries = node.entries;
+  node.pending.clear();
+  return {};
+}
+
+PosixResult FilesClient::close(int descriptor) {
+  if (descriptors.erase(descriptor) == 0) return failed(EBADF);
+  // The descriptor is gone even when close reports an error.
+  if (const int error = disk.refusal("close", false)) return failed(error);
+  return {};
+}
+
+PosixResult FilesClient::unlink(const std::string& path) {
+  if (const int error = disk.refusal("unlink", false)) return failed(error);
+  const auto found = disk.resolve(path, false);
+  if (!found) return failed(found.error());
+  if (found->node == nullptr) return failed(ENOENT);
+  if (disk.readOnly) return failed(EROFS);
+  if (found->node->kind == FileKind::Directory) return failed(EPERM);
+  disk.change(*found->directory, {{found->name, nullptr}});
+  if (!isTemporary(found->name)) disk.context.journal.record("disk", found->name + " removed");
+  return {};
+}
+
+std::expected<void, ErrorObject> FilesClient::replaceItem(const std::string& original,
+                                                          const std::string& replacement) {
+  const int error = disk.refusal("replaceItem", true);
+  if (error != 0 || disk.replaceFails) {
+    return std::unexpected(cocoaError(writeUnknownError, "The file couldn’t be replaced."));
+  }
+  const auto from = disk.resolve(replacement, false);
+  const auto to = disk.resolve(original, false);
+  if (!from || from->node == nullptr || !to) {
+    return std::unexpected(cocoaError(noSuchFileError, "The file doesn’t exist."));
+  }
+  const bool intoDirectory = to->node != nullptr && to->node->kind == FileKind::Directory;
+  if (intoDirectory || from->directory != to->directory) {
+    return std::unexpected(cocoaError(writeUnknownError, "The file couldn’t be replaced."));
+  }
+  std::optional<std::string> before;
+  if (to->node != nullptr) before = to->node->content;
+  disk.change(*to->directory, {{to->name, from->node}, {from->name, nullptr}});
+  disk.context.journal.record("disk",
+                              to->name + " " + replacementText(before, from->node->content));
+  return {};
+}
+
+bool FilesClient::fileExists(const std::string& path) {
+  const auto found = disk.resolve(path, true);
+  return found && found->node != nullptr;
+}
+
+std::expected<std::string, ErrorObject> FilesClient::readFile(const std::string& path) {
+  if (const int error = disk.refusal("readFile", false)) {
+    return std::unexpected(cocoaError(readUnknownError, std::strerror(error)));
+  }
+  const auto found = disk.resolve(path, true);
+  if (!found || found->node == nullptr) {
+    return std::unexpected(cocoaError(readNoSuchFileError, "The file doesn’t exist."));
+  }
+  if (found->node->kind != FileKind::Plain) {
+    return std::unexpected(cocoaError(readUnknownError, "The file isn’t a plain file."));
+  }
+  if (found->node->content.size() > largestReadableFile) {
+    return std::unexpected(cocoaError(readTooLargeError, "The file is too large."));
+  }
+  return found->node->content;
+}
+
+}  // namespace virtualmac

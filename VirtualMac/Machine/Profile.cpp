@@ -1,0 +1,203 @@
+#include "VirtualMac/Machine/Profile.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <span>
+#include <utility>
+
+#include "VirtualMac/Machine/BuiltInProfiles.h"
+#include "VirtualMac/Machine/ProfileReader.h"
+
+namespace virtualmac {
+
+namespace {
+
+using Json = ProfileReader::Json;
+using korvel::PropertyValue;
+
+constexpr std::int64_t largestKeySize = 255;
+/// Attributes of a key that may be read and written.
+constexpr std::uint8_t ordinaryAttributes = 0xd0;
+
+PropertyValue propertyFrom(const Json& value) {
+  switch (value.type()) {
+    case Json::value_t::boolean:
+      return value.get<bool>();
+    case Json::value_t::number_integer:
+    case Json::value_t::number_unsigned:
+      return value.get<std::int64_t>();
+    case Json::value_t::number_float:
+      return value.get<double>();
+    case Json::value_t::string:
+      return value.get<std::string>();
+    case Json::value_t::array: {
+      PropertyValue::Array elements;
+      for (const Json& each : value) elements.push_back(propertyFrom(each));
+      return elements;
+    }
+    case Json::value_t::object: {
+      PropertyValue::Dictionary entries;
+      for (const auto& [key, each] : value.items()) entries[key] = propertyFrom(each);
+      return entries;
+    }
+    default:
+      return {};
+  }
+}
+
+void readBytes(ProfileReader& reader, SMCKeyProfile& key) {
+  const Json* value = reader.field("bytes");
+  if (value == nullptr) return;
+  const auto isByte = [](const Json& each) {
+    return each.is_number_unsigned() && each.get<std::uint64_t>() <= 255;
+  };
+  if (!value->is_array() || value->size() > key.size || !std::ranges::all_of(*value, isByte)) {
+    return reader.complain(reader.keyPath("bytes"), "a list of at most size numbers from 0 to 255");
+  }
+  for (const Json& each : *value) key.bytes.push_back(each.get<std::uint8_t>());
+}
+
+void readKeys(ProfileReader& reader, std::vector<SMCKeyProfile>& keys) {
+  reader.readNamed([&](const std::string& name, ProfileReader& inner) {
+    SMCKeyProfile key;
+    key.name = name;
+    key.size = 1;
+    key.attributes = ordinaryAttributes;
+    inner.read("size", key.size, 1, largestKeySize);
+    inner.read("type", key.type);
+    inner.read("attributes", key.attributes, 0, 255);
+    readBytes(inner, key);
+    if (name.size() != 4) inner.complain(reader.keyPath(name), "named by four characters");
+    if (key.type.size() != 4) inner.complain(inner.keyPath("type"), "four characters");
+    keys.push_back(std::move(key));
+  });
+}
+
+void readBattery(ProfileReader& reader, BatteryProfile& battery) {
+  reader.read("present", battery.present);
+  reader.readChoice<BatteryLayout>("layout", battery.layout,
+                                   {{"root", BatteryLayout::Root}, {"pack", BatteryLayout::Pack}});
+  reader.read("banks", battery.banks, 0, 16);
+  reader.read("startPercent", battery.startPercent, 0, 100);
+  reader.read("designCapacityMilliampHours", battery.designCapacityMilliampHours, 1, 100000);
+  reader.read("fullCapacityMilliampHours", battery.fullCapacityMilliampHours, 1, 100000);
+  reader.read("chargePercentPerHour", battery.chargePercentPerHour, 0, 1000);
+  reader.read("taperStartPercent", battery.taperStartPercent, 0, 100);
+  reader.read("activeDrainPercentPerHour", battery.activeDrainPercentPerHour, 0, 1000);
+  reader.read("heldDrainPercentPerHour", battery.heldDrainPercentPerHour, 0, 1000);
+  reader.read("asleepDrainPercentPerHour", battery.asleepDrainPercentPerHour, 0, 1000);
+  reader.read("ambientCelsius", battery.ambientCelsius, -40, 80);
+  reader.read("chargingHeatCelsius", battery.chargingHeatCelsius, 0, 80);
+  reader.read("dischargingHeatCelsius", battery.dischargingHeatCelsius, 0, 80);
+  reader.read("closedLidHeatCelsius", battery.closedLidHeatCelsius, 0, 80);
+}
+
+void readPowerSource(ProfileReader& reader, Profile& profile) {
+  OtherPowerSourceProfile source;
+  reader.read("name", source.name);
+  reader.read("type", source.type);
+  reader.read("currentCapacity", source.currentCapacity, 0, 100);
+  reader.readChoice<bool>("place", source.beforeBattery,
+                          {{"before battery", true}, {"after battery", false}});
+  profile.otherPowerSources.push_back(std::move(source));
+}
+
+void readIdentity(ProfileReader& reader, Profile& profile) {
+  SigningIdentity identity;
+  reader.read("name", identity.name);
+  reader.read("signed", identity.isSigned);
+  reader.read("anchorApple", identity.anchorApple);
+  reader.read("anchorAppleGeneric", identity.anchorAppleGeneric);
+  reader.read("identifier", identity.identifier);
+  reader.read("team", identity.team);
+  if (const Json* value = reader.field("leafExtensions")) {
+    const auto isText = [](const Json& each) { return each.is_string(); };
+    if (!value->is_array() || !std::ranges::all_of(*value, isText)) {
+      reader.complain(reader.keyPath("leafExtensions"), "a list of object identifiers as text");
+    } else {
+      identity.leafExtensions = value->get<std::vector<std::string>>();
+    }
+  }
+  if (identity.name.empty()) reader.complain(reader.keyPath("name"), "text that is not empty");
+  profile.identities.push_back(std::move(identity));
+}
+
+void readProfile(ProfileReader& reader, Profile& profile) {
+  reader.read("description", profile.description);
+  reader.readObject("smc", [&](ProfileReader& smc) {
+    smc.read("present", profile.smcPresent);
+    smc.readObject("keys", [&](ProfileReader& keys) { readKeys(keys, profile.smcKeys); });
+  });
+  reader.readObject("battery", [&](ProfileReader& inner) { readBattery(inner, profile.battery); });
+  reader.read("lid", profile.hasLid);
+  reader.read("adapterConnected", profile.adapterConnected);
+  reader.read("externalDisplayConnected", profile.externalDisplayConnected);
+  reader.read("idleSleepMinutes", profile.idleSleepMinutes, 0, 1440);
+  reader.readList("powerSources", [&](ProfileReader& inner) { readPowerSource(inner, profile); });
+  reader.readObject("powerUI", [&](ProfileReader& inner) {
+    profile.powerUI.present = true;
+    inner.read("present", profile.powerUI.present);
+    inner.read("supported", profile.powerUI.supported);
+    if (const Json* value = inner.field("offeredLimits")) {
+      profile.powerUI.offeredLimits = propertyFrom(*value);
+    }
+    inner.read("currentLimit", profile.powerUI.currentLimit, 0, 100);
+  });
+  reader.readList("identities", [&](ProfileReader& inner) { readIdentity(inner, profile); });
+  reader.finish();
+}
+
+std::string stemOf(std::string_view origin) {
+  return std::filesystem::path(origin).stem().string();
+}
+
+std::string joined(const std::vector<std::string>& names) {
+  std::string text;
+  for (const std::string& name : names) text += (text.empty() ? "" : ", ") + name;
+  return text;
+}
+
+}  // namespace
+
+std::vector<std::string> builtInProfileNames() {
+  std::vector<std::string> names;
+  for (const BuiltInProfile& each : builtInProfiles()) names.emplace_back(each.name);
+  std::ranges::sort(names);
+  return names;
+}
+
+std::expected<Profile, std::string> parseProfile(std::string_view text, std::string_view origin) {
+  ProfileReader::Complaint complaint{std::string(origin), std::nullopt};
+  Json parsed;
+  try {
+    parsed = Json::parse(text);
+  } catch (const Json::parse_error& error) {
+    return std::unexpected(complaint.origin + ": not JSON at byte " + std::to_string(error.byte));
+  }
+  Profile profile;
+  profile.name = stemOf(origin);
+  ProfileReader reader(parsed, "", complaint);
+  readProfile(reader, profile);
+  if (complaint.text) return std::unexpected(*complaint.text);
+  return profile;
+}
+
+std::expected<Profile, std::string> loadProfile(std::string_view nameOrPath) {
+  const bool isPath =
+      nameOrPath.find('/') != std::string_view::npos || nameOrPath.ends_with(".json");
+  if (!isPath) {
+    for (const BuiltInProfile& each : builtInProfiles()) {
+      if (each.name == nameOrPath) return parseProfile(each.text, each.name);
+    }
+    return std::unexpected("no profile is called \"" + std::string(nameOrPath) +
+                           "\"; there are: " + joined(builtInProfileNames()));
+  }
+  std::ifstream file{std::string(nameOrPath), std::ios::binary};
+  if (!file) return std::unexpected(std::string(nameOrPath) + ": cannot be read");
+  const std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  return parseProfile(text, nameOrPath);
+}
+
+}  // namespace virtualmac
