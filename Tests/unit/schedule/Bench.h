@@ -1,0 +1,83 @@
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "VirtualMac/Schedule/Observer.h"
+#include "VirtualMac/Schedule/Scheduler.h"
+#include "VirtualMac/Schedule/VirtualDispatch.h"
+
+namespace virtualmac {
+
+/// Clocks that are moved by nobody but the scheduler, with sleep and wake at given moments.
+class PlainClock final : public TimeKeeper {
+ public:
+  Nanoseconds total() override { return totalTime; }
+  Nanoseconds uptime() override { return awakeTime; }
+  bool asleep() override { return sleeping; }
+  std::optional<Nanoseconds> untilNextEvent() override {
+    if (events.empty()) return std::nullopt;
+    return std::max<Nanoseconds>(events.begin()->first - totalTime, 0);
+  }
+  void advance(Nanoseconds duration) override {
+    totalTime += duration;
+    if (!sleeping) awakeTime += duration;
+    while (!events.empty() && events.begin()->first <= totalTime) {
+      const std::function<void()> event = std::move(events.begin()->second);
+      events.erase(events.begin());
+      event();
+    }
+  }
+
+  void at(double seconds, std::function<void()> event) {
+    events.emplace(nanosecondsFrom(seconds), std::move(event));
+  }
+  void sleepBetween(double from, double to) {
+    at(from, [this] { sleeping = true; });
+    at(to, [this] { sleeping = false; });
+  }
+
+ private:
+  Nanoseconds totalTime = 0;
+  Nanoseconds awakeTime = 0;
+  bool sleeping = false;
+  std::multimap<Nanoseconds, std::function<void()>> events;
+};
+
+/// A scheduler with one process on it, whose main thread serves its loop.
+class Bench {
+ public:
+  explicit Bench(Scheduler::Order order = Scheduler::Order::Fifo, std::uint64_t seed = 1)
+      : scheduler(clock, order, seed),
+        process("helper", [this] { ++endings; }),
+        main(std::make_shared<Lane>(scheduler, "main", &process)),
+        dispatch(scheduler, process, main, observers) {
+    scheduler.post(*main, [this] { dispatch.runMainLoop(); });
+  }
+  ~Bench() { scheduler.killAndUnwind(process); }
+
+  void note(const std::string& text) {
+    notes += text + '@' + std::to_string(clock.uptime() / 1'000'000) + ' ';
+  }
+  void runFor(double seconds) { scheduler.runFor(nanosecondsFrom(seconds)); }
+  /// What a platform call of so many seconds does to its thread.
+  void busy(double seconds) {
+    scheduler.sleepUntil(clock.uptime() + nanosecondsFrom(seconds), &process);
+    scheduler.requireAlive(&process);
+  }
+
+  PlainClock clock;
+  Scheduler scheduler;
+  ScheduleObservers observers;
+  int endings = 0;
+  ThreadGroup process;
+  std::shared_ptr<Lane> main;
+  VirtualDispatch dispatch;
+  std::string notes;  ///< "text@uptime in ms " for each note.
+};
+
+}  // namespace virtualmac

@@ -1,0 +1,113 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+#include "Bench.h"
+
+namespace virtualmac {
+namespace {
+
+using testing::HasSubstr;
+
+struct StuckTest : testing::Test {
+  Bench bench;
+  // Threads unwind while what they wait for is still there.
+  void TearDown() override { bench.scheduler.killAndUnwind(bench.process); }
+
+  std::shared_ptr<korvel::WorkQueue> one = bench.dispatch.makeSerialQueue("one");
+  std::shared_ptr<korvel::WorkQueue> two = bench.dispatch.makeSerialQueue("two");
+  std::unique_ptr<korvel::LockPrimitive> lock = bench.dispatch.makeLock();
+  std::unique_ptr<korvel::LockPrimitive> other = bench.dispatch.makeLock();
+
+  std::string report(double seconds = 1) {
+    try {
+      bench.runFor(seconds);
+    } catch (const StuckError& error) {
+      return error.what();
+    }
+    return "not stuck";
+  }
+};
+
+TEST_F(StuckTest, TwoLocksTakenInOppositeOrderAreReportedWithTheirHolders) {
+  one->async([this] {
+    lock->lock();
+    bench.busy(0.1);
+    other->lock();
+  });
+  two->async([this] {
+    other->lock();
+    bench.busy(0.2);
+    lock->lock();
+  });
+  EXPECT_EQ(report(),
+            "two waits for lock lock 1 held by one; one waits for lock lock 2 held by two");
+}
+
+TEST_F(StuckTest, IsFoundThoughATimerWouldGoOnForEver) {
+  const auto timer = bench.dispatch.makeTimer(two);
+  timer->schedule(0, 5.0, 0);
+  timer->resume();
+  one->async([this] { one->sync([] {}); });
+  EXPECT_EQ(report(60), "one waits for sync one held by one");
+}
+
+TEST_F(StuckTest, TakingALockTwice) {
+  one->async([this] {
+    lock->lock();
+    lock->lock();
+  });
+  EXPECT_EQ(report(), "one waits for lock lock 1 held by one");
+}
+
+TEST_F(StuckTest, ASyncIntoAQueueThatWaitsForTheCallersLock) {
+  one->async([this] {
+    lock->lock();
+    two->sync([] {});
+  });
+  two->async([this] { lock->lock(); });
+  EXPECT_EQ(report(), "two waits for lock lock 1 held by one; one waits for sync two held by two");
+}
+
+TEST_F(StuckTest, AWaitThatNobodyCanEndIsReportedWhenNothingElseIsLeft) {
+  one->async([this] {
+    lock->lock();
+    bench.scheduler.block(Wait{.what = "a message", .process = &bench.process});
+  });
+  two->async([this] { lock->lock(); });
+  const std::string text = report();
+  EXPECT_THAT(text, HasSubstr("nothing can run"));
+  EXPECT_THAT(text, HasSubstr("one waits for a message"));
+  EXPECT_THAT(text, HasSubstr("two waits for lock lock 1 held by one"));
+}
+
+TEST_F(StuckTest, TheDrivingThreadsOwnWaitThrows) {
+  lock->lock();
+  EXPECT_THROW(lock->lock(), StuckError);
+  lock->unlock();
+  // The bench is usable afterwards.
+  one->async([this] { bench.note("one"); });
+  EXPECT_EQ(report(), "not stuck");
+  EXPECT_EQ(bench.notes, "one@0 ");
+}
+
+TEST_F(StuckTest, AnIdleMainLoopIsNotStuck) { EXPECT_EQ(report(), "not stuck"); }
+
+TEST_F(StuckTest, WaitingWithATimeoutIsNotStuck) {
+  const auto group = bench.dispatch.makeGroup();
+  group->enter();
+  one->async([&] { group->wait(0.5); });
+  EXPECT_EQ(report(), "not stuck");
+  group->leave();
+}
+
+TEST_F(StuckTest, WorkThatGoesOnWithoutTimeIsReported) {
+  std::function<void()> again = [&] { one->async([&] { again(); }); };
+  one->async([&] { again(); });
+  EXPECT_EQ(report(), "work goes on without time passing: one");
+}
+
+}  // namespace
+}  // namespace virtualmac

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string_view>
+#include <vector>
+
+#include "VirtualMac/Schedule/SeamCall.h"
+
+namespace virtualmac {
+
+class Lane;
+class ThreadGroup;
+class VirtualLock;
+
+/// One timer as it was scheduled.
+struct TimerFacts {
+  std::uint64_t id = 0;
+  double delaySeconds = 0;
+  std::optional<double> intervalSeconds;
+  const ThreadGroup* process = nullptr;
+};
+
+/// Sees what the scheduler sees and the journal does not say: locks, timers, waits, calls.
+class ScheduleObserver {
+ public:
+  virtual ~ScheduleObserver() = default;
+  /// `lane` has just taken `lock`, which is now the last of the locks that it holds.
+  virtual void lockTaken(const Lane& lane, const VirtualLock& lock);
+  /// `lane` makes a platform call.
+  virtual void callMade(const Lane& lane, SeamCall call);
+  virtual void timerStarted(const TimerFacts& timer);
+  virtual void timerCancelled(const TimerFacts& timer);
+  /// The body is about to run.
+  virtual void timerFires(const TimerFacts& timer);
+  /// `lane` was blocked in a wait ("group", "sync", "lock") for so long.
+  virtual void waited(const Lane& lane, std::string_view what, double seconds);
+};
+
+/// Who is told.
+class ScheduleObservers {
+ public:
+  void add(ScheduleObserver& observer) { observers.push_back(&observer); }
+  void remove(ScheduleObserver& observer) { std::erase(observers, &observer); }
+  template <class Method, class... Arguments>
+  void tell(Method method, const Arguments&... arguments) const {
+    for (ScheduleObserver* observer : observers) (observer->*method)(arguments...);
+  }
+  [[nodiscard]] bool empty() const { return observers.empty(); }
+
+ private:
+  std::vector<ScheduleObserver*> observers;
+};
+
+}  // namespace virtualmac

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <deque>
+#include <string>
+
+#include "Base/Lock.h"
+#include "VirtualMac/Schedule/Observer.h"
+#include "VirtualMac/Schedule/Scheduler.h"
+
+namespace virtualmac {
+
+/// A plain lock under the baton: handed to whoever waited longest. Taking it twice is a deadlock,
+/// and reported as one.
+class VirtualLock final : public korvel::LockPrimitive {
+ public:
+  VirtualLock(Scheduler& baton, ThreadGroup& owner, const ScheduleObservers& watchers,
+              std::string lockName);
+
+  void lock() override;
+  void unlock() override;
+
+  /// "lock 1", "lock 2", … in the order in which the process made them.
+  [[nodiscard]] const std::string& name() const { return label; }
+
+ private:
+  void waitForTurn(Lane& lane);
+
+  Scheduler& scheduler;
+  ThreadGroup& process;
+  const ScheduleObservers& observers;
+  std::string label;
+  Lane* holder = nullptr;
+  std::deque<Lane*> waiting;
+};
+
+}  // namespace virtualmac
