@@ -4,7 +4,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <span>
+#include <nlohmann/json.hpp>
 #include <utility>
 
 #include "VirtualMac/Machine/BuiltInProfiles.h"
