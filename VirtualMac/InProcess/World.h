@@ -25,7 +25,7 @@ enum class Scheduling : std::uint8_t {
 };
 
 struct WorldOptions {
-  std::string profile = "tahoe";  ///< A machine profile's name.
+  std::string profile = "newer-keys";  ///< A machine profile's name.
   std::uint64_t seed = 1;
   Scheduling scheduling = Scheduling::Fifo;
   std::optional<std::string> helperVersion = "2.0.0";  ///< The bundle's short version string.
