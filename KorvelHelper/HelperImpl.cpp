@@ -1,1 +1,114 @@
 #include "HelperImpl.h"
+
+#include "Base/ByteList.h"
+#include "Platform/Process.h"
+#include "Platform/XPCListener.h"
+#include "ScopedCode.h"
+
+namespace korvel {
+
+namespace {
+
+std::optional<std::string> runningHelperVersion(Process& process) {
+  const PropertyValue version = process.bundleInfo("CFBundleShortVersionString");
+  return version.text() == nullptr ? std::nullopt : std::optional(*version.text());
+}
+
+std::string textOrEmpty(const PropertyValue& value) {
+  return value.text() == nullptr ? std::string() : *value.text();
+}
+
+}  // namespace
+
+std::shared_ptr<HelperImpl> HelperImpl::create(Platform& outside) {
+  const std::shared_ptr<HelperImpl> core(new HelperImpl(outside));
+  core->boot();
+  return core;
+}
+
+HelperImpl::HelperImpl(Platform& outside)
+    : platform(outside),
+      log(platform.log, "HelperImpl"),
+      smcQueue(platform.dispatch.makeSerialQueue("com.korvel.app.helper.smc")),
+      writer(platform.smc, Logger(platform.log, "SMCWriter")),
+      nativeChargeBackend(PowerUIChargeBackend::make(platform.smartCharge,
+                                                     Logger(platform.log, "PowerUIChargeBackend"))),
+      persistence(platform.files, Logger(platform.log, "Persistence")),
+      pmAssertions(platform.assertions, platform.dispatch, platform.log),
+      clamshellSleep(platform.powerSettings, Logger(platform.log, "ClamshellSleep")),
+      capabilitiesLock(platform.dispatch.makeLock()),
+      stateLock(platform.dispatch.makeLock()),
+      topOffGenerationLock(platform.dispatch.makeLock()) {
+  state = persistence.read();
+  state.lastDischargeAbortReason.reset();
+  state.lastDischargeAbortAt.reset();
+  state.topUpActive = false;
+  state.helperVersion = runningHelperVersion(platform.process);
+}
+
+void HelperImpl::ping(PidReply reply) {
+  reply(static_cast<std::uint64_t>(platform.process.getpid()));
+}
+
+void HelperImpl::getState(DataReply reply) { reply(encodeReply(stateCopy())); }
+
+void HelperImpl::capabilities(DataReply reply) { reply(encodeReply(currentCapabilities())); }
+
+HelperCapabilities HelperImpl::currentCapabilities() {
+  const ScopedLock held(capabilitiesLock);
+  if (!cachedCapabilities) cachedCapabilities = probeInPlace();
+  return *cachedCapabilities;
+}
+
+// Unchecked by the compiler on purpose: a caller that finds the cache empty probes where it stands,
+// also off smcQueue. Creation fills the cache through the queue before anybody else has the core,
+// so in a running helper no such caller exists.
+HelperCapabilities HelperImpl::probeInPlace() {
+  HelperCapabilities found = writer.probeCapabilities();
+  found.nativeCharging = nativeChargeBackend != nullptr;
+  return found;
+}
+
+CallerIdentity HelperImpl::currentCallerIdentity() const {
+  CallerIdentity caller;
+  const std::optional<std::int32_t> client = platform.xpc.currentConnectionPid();
+  caller.pid = client ? *client : platform.process.getpid();
+
+  CodeSigning& signing = platform.codeSigning;
+  ScopedCode guest(signing);
+  if (signing.copyGuestWithPid(caller.pid, guest.slot()) != 0 || !guest) return caller;
+  ScopedCode program(signing);
+  if (signing.copyStaticCode(guest.get(), program.slot()) != 0 || !program) return caller;
+  const PropertyValue information = program.signingInformation();
+
+  caller.signingID = textOrEmpty(information[codeInfoIdentifierKey]);
+  caller.teamID = textOrEmpty(information[codeInfoTeamIdentifierKey]);
+  // The system files its hash under other names; an empty one in the log is the normal case.
+  const PropertyValue& hash = information["cdhash"];
+  if (hash.data() != nullptr) caller.cdHashHex = lowerHex(*hash.data());
+  return caller;
+}
+
+HelperState HelperImpl::stateCopy() {
+  const ScopedLock held(stateLock);
+  return state;
+}
+
+std::uint64_t HelperImpl::supersedeTopOff() {
+  const ScopedLock held(topOffGenerationLock);
+  return ++topOffGeneration;
+}
+
+void HelperImpl::stopPollingLoop() {
+  if (!pollingTimer) return;
+  pollingTimer->cancel();
+  pollingTimer.reset();
+}
+
+void HelperImpl::releaseDischargeAssertion() {
+  if (!dischargeAssertionID) return;
+  pmAssertions.release(*dischargeAssertionID);
+  dischargeAssertionID.reset();
+}
+
+}  // namespace korvel

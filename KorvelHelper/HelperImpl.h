@@ -9,6 +9,7 @@
 #include "Base/Lock.h"
 #include "Base/SerialQueue.h"
 #include "ClamshellSleepController.h"
+#include "DischargeDecision.h"
 #include "HelperPersistence.h"
 #include "HelperRecords.h"
 #include "IOPMAssertionManager.h"
@@ -21,23 +22,6 @@
 #include "SystemPowerObserver.h"
 
 namespace korvel {
-
-/// Why a force-discharge ended. The raw values are stored by clients.
-enum class DischargeStopReason : unsigned char {
-  floorReached,
-  targetReached,
-  lidClosed,
-  systemWillSleep,
-  powerDisconnected,  // No path of the helper gives it; the app's vocabulary keeps it.
-  clamshellTimeout,
-  clamshellOverheated,
-  clamshellDisarmed,
-  chargeInhibitLost,
-};
-
-std::string_view rawValue(DischargeStopReason reason);
-/// The text that the app shows.
-std::string_view bannerCopy(DischargeStopReason reason);
 
 /// The helper itself: implements the protocol and owns the charging state machine.
 ///
@@ -123,14 +107,20 @@ class HelperImpl final : public KorvelHelperProtocol,
         [held] { (*held)(false, std::nullopt); });
   }
   HelperCapabilities currentCapabilities() EXCLUDES(capabilitiesLock);
-  CallerIdentity currentCallerIdentity();
-  static std::optional<std::string> runningHelperVersion(Process& process);
+  HelperCapabilities probeInPlace() REQUIRES(capabilitiesLock) NO_THREAD_SAFETY_ANALYSIS;
+  CallerIdentity currentCallerIdentity() const;
+  template <class Field>
+  Field stateField(Field HelperState::* field) EXCLUDES(stateLock) {
+    const ScopedLock held(stateLock);
+    return state.*field;
+  }
   HelperState stateCopy() EXCLUDES(stateLock);
-  void supersedeTopOff() EXCLUDES(topOffGenerationLock);
+  std::uint64_t supersedeTopOff() EXCLUDES(topOffGenerationLock);
   void stopPollingLoop() REQUIRES(smcQueue);
   void releaseDischargeAssertion() REQUIRES(smcQueue);
 
   // Charge limit
+  void endAllActivity() EXCLUDES(stateLock);
   void persistCurrentState() REQUIRES(smcQueue) EXCLUDES(stateLock);
   void revertToDurableState() REQUIRES(smcQueue) EXCLUDES(stateLock);
   void recordWriteVerified(bool verified) REQUIRES(smcQueue) EXCLUDES(stateLock);
@@ -139,6 +129,13 @@ class HelperImpl final : public KorvelHelperProtocol,
   void startPollingLoop(std::int64_t target) REQUIRES(smcQueue);
   void pollOnce(std::int64_t target) REQUIRES(smcQueue) EXCLUDES(stateLock);
   void handChargingBack() REQUIRES(smcQueue) EXCLUDES(stateLock);
+  struct GatePayload {
+    ByteList tahoe;
+    ByteList preTahoe;
+    std::int64_t nativeLimit;
+  };
+  WriterResult writeGate(const HelperCapabilities& caps, const GatePayload& payload)
+      REQUIRES(smcQueue);
   WriterResult writeChargingPause(const HelperCapabilities& caps) REQUIRES(smcQueue);
   WriterResult writeChargingResume(const HelperCapabilities& caps) REQUIRES(smcQueue);
   WriterResult writeNativeLimit(PowerUIChargeBackend& backend, std::int64_t target)
@@ -146,26 +143,39 @@ class HelperImpl final : public KorvelHelperProtocol,
   void reportEnforcement(std::string_view action, const WriterResult& result) REQUIRES(smcQueue);
 
   // Force discharge
-  void startForceDischarge(Reply reply) REQUIRES(smcQueue) EXCLUDES(stateLock);
-  void stopForceDischarge(Reply reply) REQUIRES(smcQueue) EXCLUDES(stateLock);
+  void startForceDischarge(const HelperCapabilities& caps, Reply reply) REQUIRES(smcQueue)
+      EXCLUDES(stateLock);
+  std::optional<ErrorObject> dischargeRefusal() REQUIRES(smcQueue) EXCLUDES(stateLock);
+  WriterResult writeDischargeStartKeys(const HelperCapabilities& caps) REQUIRES(smcQueue);
+  void stopForceDischarge(const HelperCapabilities& caps, Reply reply) REQUIRES(smcQueue)
+      EXCLUDES(stateLock);
+  void pauseIfAboveLimit(const HelperCapabilities& caps) REQUIRES(smcQueue) EXCLUDES(stateLock);
   void watchDischarge(std::int64_t target) REQUIRES(smcQueue) EXCLUDES(stateLock);
+  void countUnreadableCapacity() REQUIRES(smcQueue) EXCLUDES(stateLock);
+  std::optional<double> lidClosedSeconds(bool lidClosed) REQUIRES(smcQueue);
+  void logVerdict(const DischargeFacts& facts, const DischargeVerdict& verdict) const;
   void stopForceDischargeInternal(DischargeStopReason reason) REQUIRES(smcQueue)
       EXCLUDES(stateLock);
   /// Releases the adapter-inflow inhibit with plain writes; the result of the last one.
   WriterResult writeDischargeStopKeys(const HelperCapabilities& caps) REQUIRES(smcQueue);
 
   // Readings: fresh on every call, none or false when unknown
-  std::optional<std::int64_t> currentBatteryCapacityPercent();
-  std::optional<std::int64_t> currentBatteryTemperatureCelsius();
-  std::optional<bool> externalPowerConnected();
-  bool isClamshellClosed();
+  [[nodiscard]] std::optional<std::int64_t> currentBatteryCapacityPercent() const;
+  [[nodiscard]] std::optional<std::int64_t> currentBatteryTemperatureCelsius() const;
+  [[nodiscard]] std::optional<bool> externalPowerConnected() const;
+  [[nodiscard]] bool isClamshellClosed() const;
 
   // Client presence
+  void countClientIn() REQUIRES(smcQueue) EXCLUDES(stateLock);
+  void countClientOut() REQUIRES(smcQueue) EXCLUDES(stateLock);
+  void cancelClientReleaseTimer() REQUIRES(smcQueue);
   void startClientReleaseTimer() REQUIRES(smcQueue);
   void suspendEnforcementForNoClient() REQUIRES(smcQueue) EXCLUDES(stateLock);
 
   // Keep-awake
   void armClamshellKeepAwake(Reply reply) REQUIRES(smcQueue) EXCLUDES(stateLock);
+  void disarmOnRequest() REQUIRES(smcQueue) EXCLUDES(stateLock);
+  void setSleepDisabledOwnership(bool owned) EXCLUDES(stateLock);
   void disarmClamshellKeepAwake() REQUIRES(smcQueue) EXCLUDES(stateLock);
 
   // Sleep and wake
@@ -174,14 +184,18 @@ class HelperImpl final : public KorvelHelperProtocol,
   void evaluateOnWake();
 
   // Top-off
+  void startTopOff(Reply reply) REQUIRES(smcQueue) EXCLUDES(stateLock);
   void scheduleTopOffRestoreLoop(std::uint64_t generation) REQUIRES(smcQueue) EXCLUDES(stateLock);
+  void topOffTick(std::uint64_t generation, std::int64_t& ticks, std::int64_t savedLimit)
+      REQUIRES(smcQueue) EXCLUDES(stateLock);
   void endTopOffLoop() REQUIRES(smcQueue);
-  void restoreAfterTopOff(std::int64_t savedLimit) REQUIRES(smcQueue) EXCLUDES(stateLock);
+  void endTopOffNow() REQUIRES(smcQueue) EXCLUDES(stateLock);
+  std::uint64_t currentTopOffGeneration() EXCLUDES(topOffGenerationLock);
 
   // Shutdown and reset
   void restoreBeforeExit() REQUIRES(smcQueue) EXCLUDES(stateLock);
   void resetToDefaults() REQUIRES(smcQueue) EXCLUDES(stateLock);
-  std::optional<WriterError> restoreIfPresent(const ResetWrite& reset) REQUIRES(smcQueue);
+  WriterResult restoreIfPresent(const ResetWrite& reset) REQUIRES(smcQueue);
   void releaseEverythingHeld() REQUIRES(smcQueue) EXCLUDES(stateLock);
 
   Platform platform;

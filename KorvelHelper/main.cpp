@@ -1,1 +1,111 @@
+// The entry: wiring, signals, and who may talk to the helper. What it does is HelperImpl's.
+
+#include <csignal>
+#include <source_location>
+
 #include "HelperEntry.h"
+#include "HelperImpl.h"
+#include "KorvelHelperProtocol.h"
+#include "Platform/Dispatch.h"
+#include "Platform/Process.h"
+#include "ScopedCode.h"
+
+namespace korvel {
+
+namespace {
+
+constexpr const char* fileID = "KorvelHelper/main.cpp";
+
+std::unique_ptr<SignalSource> listenFor(int signalNumber, Dispatch& dispatch,
+                                        std::function<void()> handler) {
+  auto source = dispatch.makeSignalSource(signalNumber);
+  source->setEventHandler(std::move(handler));
+  source->resume();
+  // Only now: from here on the signal is the source's alone, and there was no gap without either.
+  dispatch.ignoreDefaultAction(signalNumber);
+  return source;
+}
+
+}  // namespace
+
+int runHelper(Platform& platform) {
+  const Logger bootLog(platform.log, "Boot");
+  const std::string teamID = bundleTeamIdentifier(platform);
+  bootLog.log("KorvelHelper starting pid=%{public}d team=%{public}s", platform.process.getpid(),
+              teamID.c_str());
+  const std::shared_ptr<HelperImpl> core = HelperImpl::create(platform);
+
+  const auto listener = platform.xpc.makeListener(KorvelHelperMachServiceName);
+  const auto delegate = std::make_shared<HelperListenerDelegate>(platform, core, teamID);
+  listener->setDelegate(delegate);
+  listener->resume();
+
+  const auto sigtermSource = listenFor(SIGTERM, platform.dispatch, [bootLog, core] {
+    bootLog.log("SIGTERM — shutting down gracefully");
+    core->shutdownGracefully();
+  });
+  const auto sigintSource = listenFor(SIGINT, platform.dispatch, [bootLog, core] {
+    bootLog.log("SIGINT — shutting down gracefully");
+    core->shutdownGracefully();
+  });
+  platform.dispatch.runMainLoop();
+  return 0;
+}
+
+std::string bundleTeamIdentifier(Platform& platform) {
+  const std::optional<std::string> path = platform.process.bundleExecutablePath();
+  if (!path) return {};
+  ScopedCode program(platform.codeSigning);
+  if (platform.codeSigning.staticCodeCreateWithPath(*path, program.slot()) != 0 || !program) {
+    return {};
+  }
+  const PropertyValue information = program.signingInformation();
+  const std::string* team = information[codeInfoTeamIdentifierKey].text();
+  return team == nullptr ? std::string() : *team;
+}
+
+std::string strictRequirement(std::string_view identifier, std::string_view team) {
+  std::string text = "anchor apple generic and identifier \"";
+  text += identifier;
+  text += "\" and certificate leaf[subject.OU] = \"";
+  text += team;
+  text += "\" and certificate leaf[field.1.2.840.113635.100.6.1.13] exists";
+  return text;
+}
+
+HelperListenerDelegate::HelperListenerDelegate(Platform& platform,
+                                               std::shared_ptr<HelperImpl> sharedCore,
+                                               std::string team)
+    : log(platform.log, "Listener"), core(std::move(sharedCore)), teamIdentifier(std::move(team)) {}
+
+bool HelperListenerDelegate::shouldAcceptNewConnection(XPCConnection& connection) {
+  XPCInterface interface = makeHelperInterface();
+  applyTypedReplyClasses(interface);
+  connection.setExportedInterface(interface);
+  connection.setExportedObject(core);
+  if (teamIdentifier.empty()) {
+    log.fault("Release build with unreadable Team ID — refusing XPC connection");
+    return false;
+  }
+  // A text that does not parse protects nothing, so such a connection is not taken.
+  if (!connection.setCodeSigningRequirement(
+          strictRequirement(KorvelAppBundleIdentifier, teamIdentifier))) {
+    return false;
+  }
+  connection.setInvalidationHandler([weak = weak_from_this(), counted = core] {
+    const long line = std::source_location::current().line();
+    if (const auto self = weak.lock()) {
+      self->log.log("connection invalidated #fileID=%{public}s line=%{public}ld", fileID, line);
+    }
+    counted->clientDidDisconnect();
+  });
+  connection.setInterruptionHandler([weak = weak_from_this()] {
+    if (const auto self = weak.lock()) self->log.log("connection interrupted");
+  });
+  connection.resume();
+  log.log("accepted XPC connection (requirement set, team=%{public}s)", teamIdentifier.c_str());
+  core->clientDidConnect();
+  return true;
+}
+
+}  // namespace korvel
