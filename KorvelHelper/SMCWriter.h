@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <expected>
 #include <map>
@@ -110,11 +111,19 @@ class SMCWriter {
     KernReturn code = kernSuccess;
     std::array<std::uint8_t, smcBlockSize> output{};
   };
+  struct Reading {
+    Payload bytes{};
+    std::size_t size = 0;
+    [[nodiscard]] std::span<const std::uint8_t> content() const {
+      return std::span(bytes).first(size);
+    }
+  };
 
   void openConnection();
   bool reopenConnection();
   bool hasConnection() { return connection != 0 || reopenConnection(); }
   std::expected<SMCKeyInfoData, WriterError> keyInfo(std::string_view key);
+  std::expected<Reading, WriterError> readPayload(std::string_view key);
   CallOutcome call(Command command, std::string_view key, const SMCKeyInfoData& info,
                    const Payload& payload);
   CallOutcome callRecovering(Command command, std::string_view key, const SMCKeyInfoData& info,
