@@ -109,15 +109,16 @@ std::unique_ptr<PowerUIChargeBackend> PowerUIChargeBackend::make(SmartChargeRunt
   if (smartCharge.get() == 0 || !isUsable(objectRuntime, smartCharge.get())) return nullptr;
   std::vector<std::int64_t> offered = offeredBy(objectRuntime, smartCharge.get());
   if (!std::ranges::binary_search(offered, fullCharge)) return nullptr;
-  logger.log("PowerUI native charge backend ready — limits=%{public}s",
-             decimalList(std::span<const std::int64_t>(offered)).c_str());
   return std::unique_ptr<PowerUIChargeBackend>(
       new PowerUIChargeBackend(objectRuntime, logger, smartCharge.take(), std::move(offered)));
 }
 
 PowerUIChargeBackend::PowerUIChargeBackend(SmartChargeRuntime& objectRuntime, Logger logger,
                                            HandleRef smartCharge, std::vector<std::int64_t> offered)
-    : runtime(objectRuntime), log(logger), client(smartCharge), limits(std::move(offered)) {}
+    : runtime(objectRuntime), log(logger), client(smartCharge), limits(std::move(offered)) {
+  log.log("PowerUI native charge backend ready — limits=%{public}s",
+          decimalList(std::span<const std::int64_t>(limits)).c_str());
+}
 
 PowerUIChargeBackend::~PowerUIChargeBackend() { runtime.release(client); }
 
