@@ -1,8 +1,6 @@
 // What creation does once the core has an owner: announce itself, learn what the hardware can do,
 // clean up after a predecessor that died, and listen for sleep and for an abort.
 
-#include <csignal>
-
 #include "HelperImpl.h"
 #include "Platform/Process.h"
 
@@ -54,7 +52,7 @@ void HelperImpl::installPowerObserver() {
 }
 
 void HelperImpl::installAbortTrap() {
-  auto source = platform.dispatch.makeSignalSource(SIGABRT);
+  auto source = platform.dispatch.makeSignalSource(signalAbort);
   source->setEventHandler([weak = weak_from_this()] {
     const std::shared_ptr<HelperImpl> core = weak.lock();
     if (!core) return;
@@ -63,7 +61,7 @@ void HelperImpl::installAbortTrap() {
     core->shutdownGracefully();
   });
   source->resume();
-  platform.dispatch.ignoreDefaultAction(SIGABRT);
+  platform.dispatch.ignoreDefaultAction(signalAbort);
   sigabrtSource = std::move(source);
 }
 

@@ -21,12 +21,12 @@ std::string textOrEmpty(const PropertyValue& value) {
 }  // namespace
 
 std::shared_ptr<HelperImpl> HelperImpl::create(Platform& outside) {
-  const std::shared_ptr<HelperImpl> core(new HelperImpl(outside));
+  const auto core = std::make_shared<HelperImpl>(OnlyFromCreate{}, outside);
   core->boot();
   return core;
 }
 
-HelperImpl::HelperImpl(Platform& outside)
+HelperImpl::HelperImpl(OnlyFromCreate /*proof*/, Platform& outside)
     : platform(outside),
       log(platform.log, "HelperImpl"),
       smcQueue(platform.dispatch.makeSerialQueue("com.korvel.app.helper.smc")),

@@ -46,7 +46,12 @@ namespace korvel {
 /// write is only logged. Nothing but a programming error stops the process.
 class HelperImpl final : public KorvelHelperProtocol,
                          public std::enable_shared_from_this<HelperImpl> {
+  struct OnlyFromCreate {
+    explicit OnlyFromCreate() = default;
+  };
+
  public:
+  HelperImpl(OnlyFromCreate, Platform& outside);
   /// Builds the core: components, stored state, capability probe, crash recovery queued, power
   /// observer, SIGABRT trap. Main thread.
   static std::shared_ptr<HelperImpl> create(Platform& outside);
@@ -73,8 +78,6 @@ class HelperImpl final : public KorvelHelperProtocol,
   [[noreturn]] void shutdownGracefully();
 
  private:
-  explicit HelperImpl(Platform& outside);
-
   // Boot
   void boot();
   void recoverFromCrash() REQUIRES(smcQueue);
@@ -83,8 +86,8 @@ class HelperImpl final : public KorvelHelperProtocol,
 
   // Core
   /// Posts `work(core)` to smcQueue; when the core is gone by then, `gone()` runs instead.
-  template <class Work, class Gone>
-  void submit(Work work, Gone gone) {
+  template <class Work, class Gone = void (*)()>
+  void submit(Work work, Gone gone = [] {}) {
     smcQueue.async(
         [weak = weak_from_this(), work = std::move(work), gone = std::move(gone)]() mutable {
           if (const std::shared_ptr<HelperImpl> core = weak.lock()) {
@@ -93,10 +96,6 @@ class HelperImpl final : public KorvelHelperProtocol,
             gone();
           }
         });
-  }
-  template <class Work>
-  void submit(Work work) {
-    submit(std::move(work), [] {});
   }
   /// The same for a command: when the core is gone, the reply is (false, none).
   template <class Work>

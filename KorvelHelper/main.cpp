@@ -1,6 +1,5 @@
 // The entry: wiring, signals, and who may talk to the helper. What it does is HelperImpl's.
 
-#include <csignal>
 #include <source_location>
 
 #include "HelperEntry.h"
@@ -40,11 +39,11 @@ int runHelper(Platform& platform) {
   listener->setDelegate(delegate);
   listener->resume();
 
-  const auto sigtermSource = listenFor(SIGTERM, platform.dispatch, [bootLog, core] {
+  const auto sigtermSource = listenFor(signalTerminate, platform.dispatch, [bootLog, core] {
     bootLog.log("SIGTERM — shutting down gracefully");
     core->shutdownGracefully();
   });
-  const auto sigintSource = listenFor(SIGINT, platform.dispatch, [bootLog, core] {
+  const auto sigintSource = listenFor(signalInterrupt, platform.dispatch, [bootLog, core] {
     bootLog.log("SIGINT — shutting down gracefully");
     core->shutdownGracefully();
   });

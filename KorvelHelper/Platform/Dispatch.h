@@ -11,6 +11,10 @@
 
 namespace korvel {
 
+inline constexpr int signalInterrupt = 2;   ///< SIGINT
+inline constexpr int signalAbort = 6;       ///< SIGABRT
+inline constexpr int signalTerminate = 15;  ///< SIGTERM
+
 /// A timer on a queue, stopped while the machine sleeps. Made suspended; destroying it cancels it.
 /// Cancelled from its own queue, it never fires again, a firing already queued included.
 class TimerSource {
