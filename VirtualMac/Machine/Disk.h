@@ -68,6 +68,8 @@ class Disk {
   /// cleared.
   void failCall(std::string_view call, int error);
   void clearCall(std::string_view call);
+  /// The errno that a fault has in store for a call; 0: none.
+  [[nodiscard]] int refusal(std::string_view call, bool writes) const;
 
   /// What an orderly shutdown does.
   void syncAll();
@@ -82,8 +84,6 @@ class Disk {
     std::shared_ptr<DiskNode> node;  ///< Null: the name is free.
   };
   [[nodiscard]] std::expected<Place, int> resolve(std::string_view path, bool followLast) const;
-  /// The errno that a fault has in store for a call; 0: none.
-  [[nodiscard]] int refusal(std::string_view call, bool writes) const;
   void place(std::string_view path, DiskNode node);
   void change(DiskNode& directory, DiskNode::Entries names);
   void loseUnsynced(DiskNode& directory);

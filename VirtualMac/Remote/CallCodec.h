@@ -135,10 +135,11 @@ void giveBack(WireWriter& to, Variable& variable) {
   }
 }
 
-/// The machine's half of one call: reads the arguments, makes the call, writes the result and the
-/// out-arguments. Writes nothing when the reader failed; the call is then not made.
-template <class Interface, class Result, class... Arguments>
-void serveCall(Interface& target, Result (Interface::*method)(Arguments...), WireReader& from,
+/// The machine's half of one call: reads the arguments that the declaration `method` asks for, has
+/// `make` make the call, writes the result and the out-arguments. When the arguments do not read,
+/// the call is not made and nothing is written.
+template <class Interface, class Result, class... Arguments, class Make>
+void serveCall(Result (Interface::*)(Arguments...), const Make& make, WireReader& from,
                WireWriter& to) {
   std::tuple<typename ArgumentStorage<Arguments>::Type...> held{};
   std::apply([&from](auto&... argument) { (get(from, argument), ...); }, held);
@@ -146,9 +147,9 @@ void serveCall(Interface& target, Result (Interface::*method)(Arguments...), Wir
   std::apply(
       [&](auto&... argument) {
         if constexpr (std::is_void_v<Result>)
-          (target.*method)(argument...);
+          make(argument...);
         else
-          put(to, (target.*method)(argument...));
+          put(to, Result(make(argument...)));
         (giveBack<Arguments>(to, argument), ...);
       },
       held);

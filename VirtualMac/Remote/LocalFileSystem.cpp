@@ -26,14 +26,24 @@ PosixResult result(Value value) {
 
 PosixResult injected(const InjectedFault& fault) { return {-1, static_cast<int>(fault.code)}; }
 
-ErrorObject posixError(int error) {
-  return {"NSPOSIXErrorDomain",
-          error,
-          {{korvel::localizedDescriptionKey, std::string(::strerror(error))}}};
+/// Codes of the file manager's error domain.
+constexpr std::int64_t noSuchFileError = 4;
+constexpr std::int64_t readUnknownError = 256;
+constexpr std::int64_t readNoSuchFileError = 260;
+constexpr std::int64_t readTooLargeError = 263;
+constexpr std::int64_t writeUnknownError = 512;
+
+ErrorObject cocoaError(std::int64_t code, std::string text) {
+  return {"NSCocoaErrorDomain", code, {{korvel::localizedDescriptionKey, std::move(text)}}};
 }
 
-ErrorObject injectedError(const InjectedFault& fault) {
-  return {"NSPOSIXErrorDomain", fault.code, {{korvel::localizedDescriptionKey, fault.text}}};
+ErrorObject replaceError(int error) {
+  return cocoaError(error == ENOENT ? noSuchFileError : writeUnknownError, std::strerror(error));
+}
+
+ErrorObject readError(int error) {
+  if (error == ENOENT) return cocoaError(readNoSuchFileError, std::strerror(error));
+  return cocoaError(error == EFBIG ? readTooLargeError : readUnknownError, std::strerror(error));
 }
 
 std::expected<std::string, ErrorObject> readAll(int descriptor, std::size_t size) {
@@ -43,10 +53,10 @@ std::expected<std::string, ErrorObject> readAll(int descriptor, std::size_t size
   for (;;) {
     const ssize_t got = ::read(descriptor, content.data() + filled, content.size() - filled);
     if (got < 0 && errno == EINTR) continue;
-    if (got < 0) return std::unexpected(posixError(errno));
+    if (got < 0) return std::unexpected(readError(errno));
     if (got == 0) break;
     filled += static_cast<std::size_t>(got);
-    if (filled > static_cast<std::size_t>(largestFile)) return std::unexpected(posixError(EFBIG));
+    if (filled > static_cast<std::size_t>(largestFile)) return std::unexpected(readError(EFBIG));
     if (filled == content.size()) content.resize(content.size() * 2);
   }
   content.resize(filled);
@@ -116,9 +126,9 @@ PosixResult LocalFileSystem::unlink(const std::string& path) {
 std::expected<void, ErrorObject> LocalFileSystem::replaceItem(const std::string& original,
                                                               const std::string& replacement) {
   if (const auto verdict = host.announceFileCall(SeamCall::fileReplaceItem); verdict.fault)
-    return std::unexpected(injectedError(*verdict.fault));
+    return std::unexpected(cocoaError(writeUnknownError, verdict.fault->text));
   if (::rename(below(replacement).c_str(), below(original).c_str()) != 0)
-    return std::unexpected(posixError(errno));
+    return std::unexpected(replaceError(errno));
   host.fileReplaced(original);
   return {};
 }
@@ -131,18 +141,18 @@ bool LocalFileSystem::fileExists(const std::string& path) {
 
 std::expected<std::string, ErrorObject> LocalFileSystem::readFile(const std::string& path) {
   if (const auto verdict = host.announceFileCall(SeamCall::fileRead); verdict.fault)
-    return std::unexpected(injectedError(*verdict.fault));
+    return std::unexpected(cocoaError(readUnknownError, verdict.fault->text));
   // Without O_NONBLOCK a FIFO in the file's place would keep the caller for ever.
   const int descriptor = ::open(below(path).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  if (descriptor < 0) return std::unexpected(posixError(errno));
+  if (descriptor < 0) return std::unexpected(readError(errno));
   struct stat facts{};
-  std::expected<std::string, ErrorObject> content = std::unexpected(posixError(EINVAL));
+  std::expected<std::string, ErrorObject> content = std::unexpected(readError(EINVAL));
   if (::fstat(descriptor, &facts) != 0)
-    content = std::unexpected(posixError(errno));
+    content = std::unexpected(readError(errno));
   else if (S_ISDIR(facts.st_mode))
-    content = std::unexpected(posixError(EISDIR));
+    content = std::unexpected(readError(EISDIR));
   else if (S_ISREG(facts.st_mode) && facts.st_size > largestFile)
-    content = std::unexpected(posixError(EFBIG));
+    content = std::unexpected(readError(EFBIG));
   else if (S_ISREG(facts.st_mode))
     content = readAll(descriptor, static_cast<std::size_t>(facts.st_size));
   ::close(descriptor);

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "VirtualMac/Schedule/Journal.h"
+
+namespace virtualmac {
+
+/// Tells the journal what became of the helper's state file, which lies on a real disk and is
+/// replaced by the helper itself. Outlives the helpers, since each finds the file of the one
+/// before.
+class DiskWatch {
+ public:
+  /// `rootDirectory` stands for the machine's root directory.
+  DiskWatch(Journal& effects, std::string rootDirectory);
+
+  /// A helper says that it replaced the file at `path`.
+  void replaced(std::string_view path);
+  /// A helper has ended: tells a replacement that it did not live to speak of.
+  void look();
+
+ private:
+  void tell(const std::optional<std::string>& now);
+  [[nodiscard]] std::optional<std::string> stateFile() const;
+
+  Journal& journal;
+  std::string root;
+  std::optional<std::string> known;
+};
+
+}  // namespace virtualmac

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "VirtualMac/Machine/PowerManagement.h"
+#include "VirtualMac/Remote/MachineChannel.h"
+#include "VirtualMac/Remote/MachineTime.h"
+
+namespace virtualmac {
+
+class DiskWatch;
+class HelperProcess;
+class Journal;
+class Machine;
+
+/// The machine's half of the remote seam, made from the tables of calls: one helper process's
+/// calls, made on what that process holds of the machine. Faults are the machine's own.
+///
+/// It neither waits nor sends: the caller lets latency pass, transports bytes and keeps time. One
+/// thread at a time.
+///
+/// Failure: a call that is not in the table, or whose arguments do not read, is not made; the
+/// reader says what is wrong.
+class MachineHalf {
+ public:
+  MachineHalf(Machine& machine, HelperProcess& process, Journal& journal, DiskWatch& disk);
+  ~MachineHalf();
+  MachineHalf(const MachineHalf&) = delete;
+  MachineHalf& operator=(const MachineHalf&) = delete;
+
+  void setTimeSource(std::function<MachineTime()> source);
+  /// Where the root domain's messages for this process go.
+  void setPowerHandler(PowerManagement::Deliver handler);
+
+  /// Virtual seconds that a call takes before it may be served.
+  [[nodiscard]] double latencySeconds(CallNumber number, std::string_view arguments) const;
+  /// Makes the call and writes its result.
+  void serve(CallNumber number, WireReader& arguments, WireWriter& result);
+
+ private:
+  struct Parts;
+  std::unique_ptr<Parts> parts;
+};
+
+}  // namespace virtualmac
