@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Checks that every source file belongs to something that is built: to the given build, or, below
-KorvelHelper/macOS, to the Mac's own list of sources. Benchmarks count when the build has them on.
+"""Checks that every source file belongs to something that is built: to the given build, or, in a
+room that only a Mac builds, to that room's own list of sources. Benchmarks count when the build has them on.
 
 usage: built.py REPOSITORY BUILD
        built.py --self-test
@@ -12,13 +12,17 @@ import sys
 
 import tree
 
-MAC_FOLDER = "KorvelHelper/macOS/"
+MAC_FOLDERS = ("KorvelHelper/macOS/", "Packaging/", "Tests/macos/")
 
 
 def compiled(root, build):
     commands = json.loads((build / "compile_commands.json").read_text(encoding="utf-8"))
     names = (pathlib.Path(c["directory"], c["file"]).resolve() for c in commands)
     return {n.relative_to(root).as_posix() for n in names if n.is_relative_to(root)}
+
+
+def listed_in(path):
+    return set(re.findall(r"[\w.+/-]+", path.read_text(encoding="utf-8"))) if path.exists() else set()
 
 
 def option_is_on(build, option):
@@ -28,14 +32,13 @@ def option_is_on(build, option):
 
 def check(root, build):
     built = compiled(root, build)
-    mac_lists = "".join(p.read_text(encoding="utf-8")
-                        for p in (root / MAC_FOLDER).glob("CMakeLists.txt"))
-    mac_words = set(re.findall(r"[\w.+/-]+", mac_lists))
+    mac_words = {folder: listed_in(root / folder / "CMakeLists.txt") for folder in MAC_FOLDERS}
     found = []
     for name in tree.files(root, tree.SOURCES):
-        if name.startswith(MAC_FOLDER):
-            if name[len(MAC_FOLDER):] not in mac_words:
-                found.append(f"{name}: not in {MAC_FOLDER}CMakeLists.txt")
+        folder = next((f for f in MAC_FOLDERS if name.startswith(f)), None)
+        if folder:
+            if name not in built and name[len(folder):] not in mac_words[folder]:
+                found.append(f"{name}: not in {folder}CMakeLists.txt")
         elif name.startswith("Benchmarks/") and not option_is_on(build, "KORVEL_BENCHMARKS"):
             continue
         elif name not in built:
@@ -52,11 +55,13 @@ def self_test():
         (root / "build/CMakeCache.txt").write_text(f"KORVEL_BENCHMARKS:BOOL={on}\n", encoding="utf-8")
         return check(root, root / "build")
 
-    clean = {"Tests/a.cpp": "", MAC_FOLDER + "M.mm": "", "Benchmarks/b.cpp": "",
-             MAC_FOLDER + "CMakeLists.txt": "add_library(mac M.mm)\n"}
+    mac = MAC_FOLDERS[0]
+    clean = {"Tests/a.cpp": "", mac + "M.mm": "", "Benchmarks/b.cpp": "",
+             mac + "CMakeLists.txt": "add_library(mac M.mm)\n"}
     tree.expect(check_made, clean)
     tree.expect(check_made, clean | {"KorvelHelper/C.cpp": ""}, "C.cpp: no target builds it")
-    tree.expect(check_made, clean | {MAC_FOLDER + "N.mm": ""}, "N.mm: not in")
+    tree.expect(check_made, clean | {mac + "N.mm": ""}, "N.mm: not in")
+    tree.expect(check_made, clean | {MAC_FOLDERS[1] + "M.mm": ""}, "M.mm: not in")
     tree.expect(check_made, clean | {"on": ""}, "Benchmarks/b.cpp: no target builds it")
 
 

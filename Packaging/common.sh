@@ -1,0 +1,85 @@
+# Sourced by the packaging scripts. They run under the bash 3.2 that macOS has.
+# shellcheck shell=bash
+
+# Read by the scripts that source this file.
+# shellcheck disable=SC2034
+label=com.korvel.app.helper
+# shellcheck disable=SC2034
+appIdentifier=com.korvel.app
+packaging=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+
+# Empty but for a test, which installs below a directory of its own.
+root=${KORVEL_INSTALL_ROOT:-}
+program=$root/Library/PrivilegedHelperTools/$label
+job=$root/Library/LaunchDaemons/$label.plist
+# shellcheck disable=SC2034
+stateDirectory="$root/Library/Application Support/$label"
+# shellcheck disable=SC2034
+jobSource=$packaging/launchd/system/$label.plist
+
+die() {
+  printf '%s: %s\n' "$(basename "$0")" "$1" >&2
+  exit 1
+}
+
+say() {
+  printf '%s\n' "$1"
+}
+
+# Prints the comment at the head of the calling script, and ends.
+showHelp() {
+  sed -n '2,/^[^#]/{/^#/!d;s/^# \{0,1\}//;p;}' "$0"
+  exit 0
+}
+
+mustBeRoot() {
+  [ "$(id -u)" = 0 ] || die "must be run as root (sudo)"
+}
+
+isLoaded() {
+  launchctl print "system/$label" >/dev/null 2>&1
+}
+
+isRunning() {
+  launchctl print "system/$label" 2>/dev/null | grep -q '^[[:space:]]*state = running'
+}
+
+# Sees to it that the helper runs and will notice a signal. Its signal handlers are the last step of
+# its start, a fraction of a second in; one that is stopped before that restores nothing.
+makeRun() {
+  if ! isRunning; then
+    launchctl kickstart "system/$label" || die "the helper does not start; nothing was removed"
+    sleep 3
+  fi
+}
+
+# Stops the helper with SIGTERM, which makes it restore the hardware, and waits until launchd has
+# forgotten the job: a job that is still ending would answer the next bootstrap with an error.
+bootOut() {
+  launchctl bootout "system/$label" || true
+  local waited=0
+  while isLoaded; do
+    [ "$waited" -lt 30 ] || die "launchd still has $label after 30 seconds; nothing was removed"
+    sleep 1
+    waited=$((waited + 1))
+  done
+}
+
+# The team in a program's signature; empty when there is none.
+teamOf() {
+  codesign -dv "$1" 2>&1 | sed -n 's/^TeamIdentifier=//p' | grep -v '^not set$' || true
+}
+
+# The identifier in a program's signature.
+identifierOf() {
+  codesign -dv "$1" 2>&1 | sed -n 's/^Identifier=//p'
+}
+
+# Refuses a program that launchd would start but no client could use.
+mustBeSigned() {
+  codesign --verify --strict "$1" || die "$1 has no valid signature"
+  [ "$(identifierOf "$1")" = "$label" ] ||
+    die "$1 is signed as \"$(identifierOf "$1")\", not as $label"
+  [ -n "$(teamOf "$1")" ] ||
+    die "$1 is signed without a team: the helper would turn every client away"
+}

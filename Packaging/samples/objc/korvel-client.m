@@ -1,0 +1,329 @@
+// A client of the helper in Objective-C: shows its state and banners, and asks for every operation.
+//
+// Signed with the identifier com.korvel.app and a Developer ID certificate of the helper's team, it
+// is admitted like the application. It is as careful in the other direction: it talks only to a
+// helper of that identifier and of its own team.
+
+#import <Foundation/Foundation.h>
+#import <Security/Security.h>
+
+#import "KorvelHelperXPC.h"
+
+static NSString *const usage =
+    @"usage: korvel-client COMMAND\n"
+     "\n"
+     "  state                  the limit, what is going on, and the last banner\n"
+     "  capabilities           what this Mac lets the helper control\n"
+     "  ping                   the helper's process identifier\n"
+     "  limit PERCENT          hold the battery at 20 to 100 percent\n"
+     "  clear                  stop holding a limit\n"
+     "  discharge on|off       drain the battery down to the limit\n"
+     "  keep-awake on|off      stay awake under a closed lid\n"
+     "  top-off                charge once to 100 percent\n"
+     "  cancel                 give that up\n"
+     "  watch                  show the state whenever it changes; the limit is held meanwhile\n"
+     "  reset                  put every charging key back to the system's default\n"
+     "  quit                   end the helper in order\n"
+     "\n"
+     "The helper gives charging back to the system 30 seconds after its last client has gone.\n";
+
+static const int64_t replyTimeoutSeconds = 20;
+
+static void say(NSString *text) {
+  [NSFileHandle.fileHandleWithStandardOutput
+      writeData:[[text stringByAppendingString:@"\n"] dataUsingEncoding:NSUTF8StringEncoding]];
+}
+
+static void complain(NSString *text) {
+  [NSFileHandle.fileHandleWithStandardError
+      writeData:[[text stringByAppendingString:@"\n"] dataUsingEncoding:NSUTF8StringEncoding]];
+}
+
+/// The team in this program's own signature; nil without one.
+static NSString *_Nullable ownTeam(void) {
+  SecCodeRef code = NULL;
+  SecStaticCodeRef staticCode = NULL;
+  CFDictionaryRef information = NULL;
+  NSString *team = nil;
+  if (SecCodeCopySelf(kSecCSDefaultFlags, &code) == errSecSuccess &&
+      SecCodeCopyStaticCode(code, kSecCSDefaultFlags, &staticCode) == errSecSuccess &&
+      SecCodeCopySigningInformation(staticCode, kSecCSSigningInformation, &information) ==
+          errSecSuccess) {
+    team = [(__bridge NSDictionary *)information
+        objectForKey:(__bridge NSString *)kSecCodeInfoTeamIdentifier];
+  }
+  if (information != NULL) CFRelease(information);
+  if (staticCode != NULL) CFRelease(staticCode);
+  if (code != NULL) CFRelease(code);
+  return team;
+}
+
+/// What the helper must be: signed with a Developer ID certificate of this team, under its name.
+static NSString *helperRequirement(NSString *team) {
+  return [NSString stringWithFormat:@"anchor apple generic and identifier \"%s\" and certificate "
+                                     "leaf[subject.OU] = \"%@\" and certificate "
+                                     "leaf[field.1.2.840.113635.100.6.1.13] exists",
+                                    KORVEL_HELPER_BUNDLE_IDENTIFIER, team];
+}
+
+static NSXPCInterface *helperInterface(void) {
+  NSXPCInterface *interface =
+      [NSXPCInterface interfaceWithProtocol:@protocol(KorvelHelperProtocol)];
+  NSSet *errorClasses = [NSSet setWithObjects:[NSError class], [NSString class], [NSNumber class],
+                                              [NSDictionary class], nil];
+  for (NSString *selector in @[
+         @"setChargeLimit:reply:", @"clearChargeLimitWithReply:", @"forceDischarge:reply:",
+         @"setClamshellKeepAwake:reply:", @"releaseLimitUntilFullThenRestoreWithReply:",
+         @"cancelTopUpWithReply:", @"resetAllSMCKeysWithReply:"
+       ]) {
+    [interface setClasses:errorClasses
+              forSelector:NSSelectorFromString(selector)
+            argumentIndex:1
+                  ofReply:YES];
+  }
+  return interface;
+}
+
+static NSXPCConnection *_Nullable connectToHelper(void) {
+  NSString *team = ownTeam();
+  if (team == nil) {
+    complain(@"This program is signed without a team; the helper would not listen to it.");
+    return nil;
+  }
+  NSXPCConnection *connection =
+      [[NSXPCConnection alloc] initWithMachServiceName:@KORVEL_HELPER_MACH_SERVICE_NAME
+                                               options:NSXPCConnectionPrivileged];
+  connection.remoteObjectInterface = helperInterface();
+  [connection setCodeSigningRequirement:helperRequirement(team)];
+  [connection resume];
+  return connection;
+}
+
+/// One call to the helper: sends it, waits for the reply or an error, and keeps what came.
+@interface Call : NSObject
+@property(nonatomic, readonly) id<KorvelHelperProtocol> helper;
+@property(nonatomic, nullable) NSData *data;
+@property(nonatomic) BOOL succeeded;
+- (instancetype)initWithConnection:(NSXPCConnection *)connection;
+- (void (^)(BOOL, NSError *_Nullable))statusReply;
+- (void (^)(NSData *))dataReply;
+- (void)finish;
+/// Whether a reply came in time and said success; what went wrong is told.
+- (BOOL)wait;
+@end
+
+@implementation Call {
+  NSXPCConnection *link;
+  dispatch_semaphore_t answered;
+  NSError *failure;
+}
+
+- (instancetype)initWithConnection:(NSXPCConnection *)connection {
+  self = [super init];
+  if (self != nil) {
+    link = connection;
+    answered = dispatch_semaphore_create(0);
+  }
+  return self;
+}
+
+- (id<KorvelHelperProtocol>)helper {
+  return [link remoteObjectProxyWithErrorHandler:^(NSError *error) {
+    self->failure = error;
+    dispatch_semaphore_signal(self->answered);
+  }];
+}
+
+- (void (^)(BOOL, NSError *_Nullable))statusReply {
+  return ^(BOOL success, NSError *_Nullable error) {
+    self.succeeded = success;
+    self->failure = error;
+    dispatch_semaphore_signal(self->answered);
+  };
+}
+
+- (void (^)(NSData *))dataReply {
+  return ^(NSData *json) {
+    self.data = json;
+    [self finish];
+  };
+}
+
+- (void)finish {
+  self.succeeded = YES;
+  dispatch_semaphore_signal(answered);
+}
+
+- (BOOL)wait {
+  const dispatch_time_t deadline =
+      dispatch_time(DISPATCH_TIME_NOW, replyTimeoutSeconds * (int64_t)NSEC_PER_SEC);
+  if (dispatch_semaphore_wait(answered, deadline) != 0) {
+    complain(@"The helper did not answer in time.");
+    return NO;
+  }
+  if (failure != nil) {
+    complain([NSString stringWithFormat:@"%@ (%@ %ld)", failure.localizedDescription,
+                                        failure.domain, (long)failure.code]);
+  }
+  return self.succeeded && failure == nil;
+}
+
+@end
+
+static NSDictionary *_Nullable decoded(NSData *json) {
+  id object =
+      json == nil ? nil : [NSJSONSerialization JSONObjectWithData:json options:0 error:NULL];
+  return [object isKindOfClass:[NSDictionary class]] ? object : nil;
+}
+
+static NSString *yesOrNo(id value) { return [value boolValue] ? @"yes" : @"no"; }
+
+/// The helper counts its dates in seconds since 2001.
+static NSString *dateText(id seconds) {
+  if (![seconds isKindOfClass:[NSNumber class]]) return @"never";
+  NSDate *date = [NSDate dateWithTimeIntervalSinceReferenceDate:[seconds doubleValue]];
+  if ([date isEqualToDate:NSDate.distantPast]) return @"never";
+  return [NSDateFormatter localizedStringFromDate:date
+                                        dateStyle:NSDateFormatterMediumStyle
+                                        timeStyle:NSDateFormatterMediumStyle];
+}
+
+static void showState(NSDictionary *state) {
+  say([NSString stringWithFormat:@"limit            %@ %% (band %@ %%)", state[@"chargeLimit"],
+                                 state[@"sailingBand"]]);
+  say([NSString stringWithFormat:@"discharging      %@", yesOrNo(state[@"forceDischargeActive"])]);
+  say([NSString stringWithFormat:@"topping off      %@", yesOrNo(state[@"topUpActive"])]);
+  say([NSString stringWithFormat:@"sleep disabled   %@", yesOrNo(state[@"sleepDisabledByKorvel"])]);
+  say([NSString
+      stringWithFormat:@"last write       %@, %@", dateText(state[@"lastWriteAt"]),
+                       [state[@"lastWriteVerified"] boolValue] ? @"verified" : @"NOT verified"]);
+  NSString *version = state[@"helperVersion"];
+  say([NSString stringWithFormat:@"helper version   %@", version == nil ? @"unknown" : version]);
+  NSString *banner = state[@"lastDischargeAbortReason"];
+  if (banner != nil) {
+    say([NSString stringWithFormat:@"banner           %@ (%@)", banner,
+                                   dateText(state[@"lastDischargeAbortAt"])]);
+  }
+}
+
+static NSDictionary *_Nullable fetchState(NSXPCConnection *connection) {
+  Call *call = [[Call alloc] initWithConnection:connection];
+  [call.helper getStateWithReply:call.dataReply];
+  return [call wait] ? decoded(call.data) : nil;
+}
+
+static BOOL watch(NSXPCConnection *connection) {
+  NSDictionary *shown = nil;
+  while (true) {
+    @autoreleasepool {
+      NSDictionary *state = fetchState(connection);
+      if (state == nil) return NO;
+      if (![state isEqual:shown]) {
+        say([@"--- " stringByAppendingString:dateText(@(NSDate.timeIntervalSinceReferenceDate))]);
+        showState(state);
+        shown = state;
+      }
+      [NSThread sleepForTimeInterval:2];
+    }
+  }
+}
+
+static BOOL query(NSXPCConnection *connection, NSString *command) {
+  if ([command isEqual:@"state"]) {
+    NSDictionary *state = fetchState(connection);
+    if (state != nil) showState(state);
+    return state != nil;
+  }
+  Call *call = [[Call alloc] initWithConnection:connection];
+  if ([command isEqual:@"ping"]) {
+    [call.helper pingWithReply:^(uint64_t processIdentifier) {
+      say([NSString stringWithFormat:@"%llu", processIdentifier]);
+      [call finish];
+    }];
+    return [call wait];
+  }
+  [call.helper capabilitiesWithReply:call.dataReply];
+  if (![call wait]) return NO;
+  NSDictionary *capabilities = decoded(call.data);
+  for (NSString *name in [capabilities.allKeys sortedArrayUsingSelector:@selector(compare:)]) {
+    say([NSString stringWithFormat:@"%-18s %@", name.UTF8String, yesOrNo(capabilities[name])]);
+  }
+  return capabilities != nil;
+}
+
+static BOOL commandWithoutArgument(NSXPCConnection *connection, NSString *command) {
+  Call *call = [[Call alloc] initWithConnection:connection];
+  if ([command isEqual:@"clear"]) [call.helper clearChargeLimitWithReply:call.statusReply];
+  if ([command isEqual:@"cancel"]) [call.helper cancelTopUpWithReply:call.statusReply];
+  if ([command isEqual:@"reset"]) [call.helper resetAllSMCKeysWithReply:call.statusReply];
+  if ([command isEqual:@"top-off"]) {
+    [call.helper releaseLimitUntilFullThenRestoreWithReply:call.statusReply];
+  }
+  return [call wait];
+}
+
+/// One-way: the proof that the helper went is that the connection ends.
+static BOOL quitHelper(NSXPCConnection *connection) {
+  Call *call = [[Call alloc] initWithConnection:connection];
+  connection.interruptionHandler = ^{
+    [call finish];
+  };
+  [call.helper quit];
+  return [call wait];
+}
+
+static BOOL commandWithArgument(NSXPCConnection *connection, NSString *command,
+                                NSString *argument) {
+  Call *call = [[Call alloc] initWithConnection:connection];
+  if ([command isEqual:@"limit"]) {
+    const NSInteger percent = argument.integerValue;
+    if (percent < 0 || percent > UINT8_MAX) {
+      complain(@"The limit is a percentage.");
+      return NO;
+    }
+    [call.helper setChargeLimit:(uint8_t)percent reply:call.statusReply];
+    return [call wait];
+  }
+  const BOOL enable = [argument isEqual:@"on"];
+  if (!enable && ![argument isEqual:@"off"]) {
+    complain(@"Say on or off.");
+    return NO;
+  }
+  if ([command isEqual:@"discharge"]) {
+    [call.helper forceDischarge:enable reply:call.statusReply];
+  } else {
+    [call.helper setClamshellKeepAwake:enable reply:call.statusReply];
+  }
+  return [call wait];
+}
+
+static BOOL run(NSXPCConnection *connection, NSString *command, NSString *_Nullable argument) {
+  if (argument != nil) return commandWithArgument(connection, command, argument);
+  if ([command isEqual:@"watch"]) return watch(connection);
+  if ([command isEqual:@"quit"]) return quitHelper(connection);
+  if ([@[ @"state", @"ping", @"capabilities" ] containsObject:command]) {
+    return query(connection, command);
+  }
+  return commandWithoutArgument(connection, command);
+}
+
+int main(int argc, const char *argv[]) {
+  @autoreleasepool {
+    NSArray<NSString *> *plain = @[
+      @"state", @"ping", @"capabilities", @"clear", @"top-off", @"cancel", @"watch", @"reset",
+      @"quit"
+    ];
+    NSArray<NSString *> *withArgument = @[ @"limit", @"discharge", @"keep-awake" ];
+    NSString *command = argc > 1 ? @(argv[1]) : @"";
+    const BOOL known = (argc == 2 && [plain containsObject:command]) ||
+                       (argc == 3 && [withArgument containsObject:command]);
+    if (!known) {
+      const BOOL asked = [@[ @"-h", @"--help" ] containsObject:command];
+      asked ? say(usage) : complain(usage);
+      return asked ? 0 : 2;
+    }
+    NSXPCConnection *connection = connectToHelper();
+    if (connection == nil) return 1;
+    return run(connection, command, argc == 3 ? @(argv[2]) : nil) ? 0 : 1;
+  }
+}

@@ -1,0 +1,161 @@
+"""The property lists, scripts and samples say the same names as the program.
+
+usage: agreement_test.py REPOSITORY
+"""
+import pathlib
+import plistlib
+import re
+import subprocess
+import sys
+import unittest
+
+ROOT = None
+
+
+def read(name):
+    return (ROOT / name).read_text(encoding="utf-8")
+
+
+def constant(header, name):
+    """The text of a string constant in a C++ header."""
+    found = re.search(rf"\b{name}\s*=\s*\"([^\"]*)\"", read(header))
+    if found is None:
+        raise AssertionError(f"{header} has no constant {name}")
+    return found.group(1)
+
+
+def protocol(name):
+    return constant("KorvelHelper/KorvelHelperProtocol.h", name)
+
+
+def job(form):
+    label = protocol("KorvelHelperBundleIdentifier")
+    return plistlib.loads((ROOT / f"Packaging/launchd/{form}/{label}.plist").read_bytes())
+
+
+def shell_variable(name):
+    """What the packaging scripts' common part makes of a variable."""
+    command = f'unset KORVEL_INSTALL_ROOT; source "$1"; printf %s "${name}"'
+    return subprocess.run(["bash", "-uc", command, "bash", str(ROOT / "Packaging/common.sh")],
+                          check=True, capture_output=True, text=True).stdout
+
+
+class InfoPropertyList(unittest.TestCase):
+    def setUp(self):
+        text = read("Packaging/Info.plist.in")
+        self.version = re.search(r"project\(KorvelHelper VERSION ([\d.]+)",
+                                 read("CMakeLists.txt")).group(1)
+        self.values = plistlib.loads(text.replace("@PROJECT_VERSION@", self.version).encode())
+
+    def test_identifier_is_the_helpers(self):
+        self.assertEqual(self.values["CFBundleIdentifier"], protocol("KorvelHelperBundleIdentifier"))
+
+    def test_version_is_the_projects(self):
+        self.assertEqual(self.values["CFBundleShortVersionString"], self.version)
+        self.assertEqual(self.values["CFBundleVersion"], self.version)
+
+    def test_system_is_the_one_built_for(self):
+        self.assertEqual(self.values["LSMinimumSystemVersion"], "14.0")
+        self.assertIn('"CMAKE_OSX_DEPLOYMENT_TARGET": "14.0"', read("CMakePresets.json"))
+        self.assertIn("set(CMAKE_OSX_DEPLOYMENT_TARGET 14.0)",
+                      read("cmake/macos/cross-toolchain.cmake"))
+
+    def test_every_variable_is_filled_in(self):
+        for value in self.values.values():
+            self.assertNotRegex(value, r"[@$]")
+
+
+class Jobs(unittest.TestCase):
+    def test_label_and_service_are_the_listeners(self):
+        for form in ("bundle", "system"):
+            with self.subTest(form):
+                self.assertEqual(job(form)["Label"], protocol("KorvelHelperBundleIdentifier"))
+                self.assertEqual(job(form)["MachServices"],
+                                 {protocol("KorvelHelperMachServiceName"): True})
+                self.assertEqual(job(form)["AssociatedBundleIdentifiers"],
+                                 [protocol("KorvelAppBundleIdentifier")])
+
+    def test_a_crash_restarts_and_an_orderly_end_does_not(self):
+        for form in ("bundle", "system"):
+            self.assertEqual(job(form)["KeepAlive"], {"SuccessfulExit": False})
+
+    def test_nothing_lets_launchd_kill_an_idle_helper(self):
+        for form in ("bundle", "system"):
+            self.assertEqual(job(form).keys() & {"EnableTransactions", "EnablePressuredExit",
+                                                 "ExitTimeOut", "UserName"}, set())
+
+    def test_each_form_names_its_program(self):
+        self.assertEqual(job("bundle")["BundleProgram"], "Contents/MacOS/KorvelHelper")
+        self.assertNotIn("ProgramArguments", job("bundle"))
+        self.assertEqual(job("system")["ProgramArguments"], [shell_variable("program")])
+        self.assertNotIn("BundleProgram", job("system"))
+
+
+class Scripts(unittest.TestCase):
+    def test_names_are_the_programs(self):
+        self.assertEqual(shell_variable("label"), protocol("KorvelHelperBundleIdentifier"))
+        self.assertEqual(shell_variable("appIdentifier"), protocol("KorvelAppBundleIdentifier"))
+        self.assertEqual(shell_variable("job"), "/Library/LaunchDaemons/"
+                         + protocol("KorvelHelperBundleIdentifier") + ".plist")
+
+    def test_state_directory_is_the_stores(self):
+        self.assertEqual(shell_variable("stateDirectory"),
+                         constant("KorvelHelper/HelperPersistence.h", "directory"))
+
+    def test_uninstall_reads_the_record_as_the_store_writes_it(self):
+        self.assertIn("'\"sleepDisabledByKorvel\" : true'", read("Packaging/uninstall"))
+        self.assertIn("sleepDisabledByKorvel", read("KorvelHelper/HelperRecords.h"))
+
+
+class Samples(unittest.TestCase):
+    FILES = ("Packaging/samples/objc/korvel-client.m", "Packaging/samples/swift/main.swift")
+
+    def test_shared_header_says_the_programs_names(self):
+        header = read("KorvelHelper/macOS/KorvelHelperXPC/KorvelHelperXPC.h")
+        for macro, name in (("KORVEL_HELPER_MACH_SERVICE_NAME", "KorvelHelperMachServiceName"),
+                            ("KORVEL_HELPER_BUNDLE_IDENTIFIER", "KorvelHelperBundleIdentifier"),
+                            ("KORVEL_APP_BUNDLE_IDENTIFIER", "KorvelAppBundleIdentifier"),
+                            ("KORVEL_HELPER_ERROR_DOMAIN", "domain")):
+            self.assertRegex(header, rf'#define {macro} "{re.escape(protocol(name))}"\n')
+
+    def test_shared_header_declares_the_selectors_in_order(self):
+        header = read("KorvelHelper/macOS/KorvelHelperXPC/KorvelHelperXPC.h")
+        declared = []
+        for method in re.findall(r"^- \(void\)(.*?);$", header, re.M | re.S):
+            outside = re.sub(r"\(.*?\)(?=\w)", "", re.sub(r"\(void \(\^\)\(.*?\)\)", "", method,
+                                                          flags=re.S))
+            declared.append("".join(re.findall(r"\w+:", outside)) or outside.strip())
+        selectors = re.search(r"namespace KorvelHelperSelector \{(.*?)\n\}",
+                              read("KorvelHelper/KorvelHelperProtocol.h"), re.S).group(1)
+        self.assertEqual(declared, re.findall(r'"([^"]+)"', selectors))
+        self.assertEqual(len(declared), 11)
+
+    def test_samples_take_the_names_from_the_header(self):
+        for file in self.FILES:
+            code = re.sub(r"//.*", "", read(file))
+            self.assertIn("KORVEL_HELPER_MACH_SERVICE_NAME", code)
+            self.assertIn("KORVEL_HELPER_BUNDLE_IDENTIFIER", code)
+            self.assertNotIn("com.korvel", code)
+
+    def test_samples_ask_of_the_helper_what_it_asks_of_them(self):
+        helper = read("KorvelHelper/main.cpp")
+        for clause in ("anchor apple generic", "certificate leaf[subject.OU] = ",
+                       "certificate leaf[field.1.2.840.113635.100.6.1.13] exists"):
+            self.assertIn(clause, helper)
+            for file in self.FILES:
+                # The Objective-C literal is broken over lines by the formatter.
+                self.assertIn(clause, re.sub(r'"\s*\n\s*"', "", read(file)), file)
+
+    def test_samples_show_the_fields_that_the_helper_reports(self):
+        records = read("KorvelHelper/HelperRecords.h")
+        for field in ("chargeLimit", "sailingBand", "forceDischargeActive", "topUpActive",
+                      "sleepDisabledByKorvel", "lastWriteAt", "lastWriteVerified",
+                      "lastDischargeAbortReason", "lastDischargeAbortAt", "helperVersion"):
+            self.assertRegex(records, rf"\b{field}\b")
+            for file in self.FILES:
+                self.assertRegex(read(file), rf"\b{field}\b", file)
+
+
+if __name__ == "__main__":
+    ROOT = pathlib.Path(sys.argv.pop(1)).resolve()
+    unittest.main(verbosity=2)
