@@ -17,6 +17,7 @@
 namespace virtualmac {
 
 class Machine;
+class ScheduleObservers;
 class Scheduler;
 
 enum class Scheduling : std::uint8_t {
@@ -30,6 +31,8 @@ struct WorldOptions {
   Scheduling scheduling = Scheduling::Fifo;
   std::optional<std::string> helperVersion = "2.0.0";  ///< The bundle's short version string.
   bool keepJournal = true;                             ///< False: hashed and listened to only.
+  /// What a helper's main thread runs in place of the built helper.
+  std::function<int(korvel::Platform&)> entry = {};
 };
 
 /// What launchd does by itself. The service endpoint exists in any case: messages to a helper that
@@ -67,6 +70,7 @@ class World {
   [[nodiscard]] Journal& journal();
   [[nodiscard]] FaultTable& faults();
   [[nodiscard]] Scheduler& scheduler();
+  [[nodiscard]] ScheduleObservers& observers();
   [[nodiscard]] LaunchPolicy& launchd();
 
   // The helper as launchd runs it
@@ -81,6 +85,7 @@ class World {
   [[nodiscard]] bool helperRunning() const;
   /// The status of the last helper that ended by itself; none while it runs or if it was killed.
   [[nodiscard]] std::optional<int> exitStatus() const;
+  [[nodiscard]] std::optional<std::int32_t> helperPid() const;
 
   // A helper that the test builds by hand
   /// A process whose main thread only serves its loop: the test makes its own core from platform().

@@ -1,0 +1,58 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Platform/XPCConnection.h"
+#include "Platform/XPCListener.h"
+#include "VirtualMac/InProcess/ServiceEndpoint.h"
+#include "VirtualMac/Schedule/Journal.h"
+#include "VirtualMac/Schedule/Observer.h"
+#include "VirtualMac/Schedule/Scheduler.h"
+
+namespace virtualmac {
+
+class CodeSignatures;
+class InProcessListener;
+class ListenerCore;
+class PeerConnection;
+
+/// What every XPC object of one process needs.
+struct XPCSurroundings {
+  Scheduler& scheduler;
+  ThreadGroup& process;
+  ServiceEndpoint& endpoint;
+  const CodeSignatures& signatures;
+  Journal& journal;
+  std::function<void(std::string)> reportViolation;
+  std::string_view serviceName;  ///< The one Mach service that launchd knows.
+};
+
+/// NSXPC for one helper process: the listener and each connection have a thread of their own.
+class InProcessXPC final : public korvel::XPCService {
+ public:
+  explicit InProcessXPC(XPCSurroundings surroundings);
+  ~InProcessXPC() override;
+
+  std::unique_ptr<korvel::XPCListener> makeListener(std::string_view machServiceName) override;
+  std::optional<std::int32_t> currentConnectionPid() override;
+
+  /// Drops all connections as the kernel does with a dead process's.
+  void processGone();
+
+ private:
+  friend class InProcessListener;
+  friend class ListenerCore;
+  class ListenerCore;
+  friend class PeerConnection;
+
+  XPCSurroundings around;
+  std::shared_ptr<Lane> listenerLane;
+  std::vector<std::shared_ptr<PeerConnection>> connections;
+};
+
+}  // namespace virtualmac

@@ -1,0 +1,166 @@
+#include "VirtualMac/InProcess/PeerConnection.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "Base/Trap.h"
+#include "KorvelHelperProtocol.h"
+#include "VirtualMac/InProcess/ReplyTransport.h"
+#include "VirtualMac/Machine/CodeSignatures.h"
+
+namespace virtualmac {
+
+PeerConnection::PeerConnection(InProcessXPC& owner, std::shared_ptr<ClientEnd> other)
+    : service(owner),
+      client(std::move(other)),
+      thread(std::make_shared<Lane>(owner.around.scheduler, "xpc " + std::to_string(client->pid()),
+                                    &owner.around.process)) {}
+
+// ---- the helper's
+
+void PeerConnection::setExportedInterface(const korvel::XPCInterface& exportedInterface) {
+  interface = exportedInterface;
+}
+
+void PeerConnection::setExportedObject(std::shared_ptr<korvel::KorvelHelperProtocol> object) {
+  exported = std::move(object);
+}
+
+bool PeerConnection::setCodeSigningRequirement(const std::string& text) {
+  if (resumed) korvel::trap("a requirement was set on a resumed connection");
+  if (requirement) korvel::trap("a second requirement was set on a connection");
+  std::expected<Requirement, RequirementError> parsed = Requirement::parse(text);
+  if (!parsed) {
+    service.around.reportViolation("requirement does not parse: " + parsed.error().message);
+    return false;
+  }
+  requirement = std::move(*parsed);
+  return true;
+}
+
+void PeerConnection::setInvalidationHandler(std::function<void()> handler) {
+  invalidationHandler = std::move(handler);
+}
+
+void PeerConnection::setInterruptionHandler(std::function<void()> handler) {
+  interruptionHandler = std::move(handler);
+}
+
+void PeerConnection::resume() {
+  if (resumed || invalid) return;
+  resumed = true;
+  client->accepted(weak_from_this());
+  // The client may have gone while the delegate was thinking.
+  if (client->isOver()) clientGone();
+  service.around.scheduler.mayInterrupt();
+}
+
+// ---- the client's
+
+void PeerConnection::receive(ServiceMessage message) {
+  service.around.scheduler.post(*thread, [self = shared_from_this(), message = std::move(message)] {
+    self->deliver(message);
+  });
+}
+
+void PeerConnection::clientGone() {
+  service.around.scheduler.post(*thread, [self = shared_from_this()] { self->invalidate(); });
+}
+
+void PeerConnection::clientInterrupted() {
+  service.around.scheduler.post(*thread, [self = shared_from_this()] {
+    if (!self->invalid && self->interruptionHandler) self->interruptionHandler();
+  });
+}
+
+// ---- messages
+
+void PeerConnection::deliver(const ServiceMessage& message) {
+  // Messages that a client sent before it went away are delivered all the same.
+  if (invalid) return;
+  if (!peerIsAdmitted()) {
+    client->cutOff("requirement not satisfied");
+    invalidate();
+    return;
+  }
+  if (interface.protocolName != "KorvelHelperProtocol" || exported == nullptr) {
+    client->failed(message.call, "the connection exports nothing");
+    return;
+  }
+  // Ends with the delivery, also when that unwinds.
+  struct Delivering {
+    std::optional<std::int32_t>& pid;
+    ~Delivering() { pid.reset(); }
+  } scope{delivering};
+  delivering = client->pid();
+  call(message);
+}
+
+bool PeerConnection::peerIsAdmitted() {
+  if (!requirement) return true;
+  const SigningIdentity* identity = service.around.signatures.identity(client->identity());
+  return identity != nullptr && requirement->satisfiedBy(*identity);
+}
+
+void PeerConnection::call(const ServiceMessage& message) {
+  namespace selectors = korvel::KorvelHelperSelector;
+  const std::string& selector = message.call->selector;
+  const ReplyRoute route{service.around, client, message.call, interface};
+  // Kept for the call: the connection may end meanwhile.
+  const std::shared_ptr<korvel::KorvelHelperProtocol> object = exported;
+  if (selector == selectors::ping) {
+    object->ping(makePidReply(route));
+  } else if (selector == selectors::capabilities) {
+    object->capabilities(makeDataReply(route));
+  } else if (selector == selectors::setChargeLimit) {
+    object->setChargeLimit(message.argument, makeReply(route));
+  } else if (selector == selectors::clearChargeLimit) {
+    object->clearChargeLimit(makeReply(route));
+  } else if (selector == selectors::forceDischarge) {
+    object->forceDischarge(message.argument != 0, makeReply(route));
+  } else if (selector == selectors::setClamshellKeepAwake) {
+    object->setClamshellKeepAwake(message.argument != 0, makeReply(route));
+  } else if (selector == selectors::releaseLimitUntilFullThenRestore) {
+    object->releaseLimitUntilFullThenRestore(makeReply(route));
+  } else if (selector == selectors::cancelTopUp) {
+    object->cancelTopUp(makeReply(route));
+  } else if (selector == selectors::getState) {
+    object->getState(makeDataReply(route));
+  } else if (selector == selectors::resetAllSMCKeys) {
+    object->resetAllSMCKeys(makeReply(route));
+  } else if (selector == selectors::quit) {
+    object->quit();
+  } else {
+    client->failed(message.call, "the interface has no such selector");
+  }
+}
+
+// ---- the end
+
+void PeerConnection::invalidate() {
+  if (invalid) return;
+  invalid = true;
+  const std::shared_ptr<PeerConnection> self = shared_from_this();
+  std::erase(service.connections, self);
+  if (invalidationHandler) std::exchange(invalidationHandler, nullptr)();
+  interruptionHandler = nullptr;
+  exported = nullptr;
+}
+
+void PeerConnection::refuse() {
+  invalid = true;
+  client->refused();
+  invalidationHandler = nullptr;
+  interruptionHandler = nullptr;
+  exported = nullptr;
+}
+
+void PeerConnection::processGone() {
+  invalid = true;
+  client->helperGone();
+  invalidationHandler = nullptr;
+  interruptionHandler = nullptr;
+  exported = nullptr;
+}
+
+}  // namespace virtualmac

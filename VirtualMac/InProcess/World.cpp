@@ -1,0 +1,266 @@
+#include "VirtualMac/InProcess/World.h"
+
+#include <algorithm>
+#include <csignal>
+#include <stdexcept>
+#include <utility>
+
+#include "HelperEntry.h"
+#include "VirtualMac/InProcess/AppLink.h"
+#include "VirtualMac/InProcess/HostedProcess.h"
+#include "VirtualMac/InProcess/MachineTime.h"
+#include "VirtualMac/InProcess/ServiceEndpoint.h"
+#include "VirtualMac/Machine/Machine.h"
+#include "VirtualMac/Schedule/Scheduler.h"
+
+namespace virtualmac {
+
+namespace {
+
+constexpr std::int32_t firstHelperPid = 501;
+constexpr std::int32_t firstClientPid = 901;
+constexpr Nanoseconds longestWait = nanosecondsFrom(86400);
+
+Profile profileNamed(const std::string& name) {
+  std::expected<Profile, std::string> loaded = loadProfile(name);
+  if (!loaded) throw std::invalid_argument(loaded.error());
+  return std::move(*loaded);
+}
+
+std::string_view levelText(korvel::LogLevel level) {
+  switch (level) {
+    case korvel::LogLevel::Default:
+      return "default";
+    case korvel::LogLevel::Error:
+      return "error";
+    case korvel::LogLevel::Fault:
+      return "fault";
+  }
+  return "?";
+}
+
+}  // namespace
+
+/// What a world consists of, in the order in which it is made; taken apart in the reverse.
+struct World::Parts {
+  explicit Parts(WorldOptions chosen)
+      : options(std::move(chosen)),
+        journal([this] { return machine ? machine->totalSeconds() : 0.0; }),
+        machine(std::make_unique<Machine>(profileNamed(options.profile), journal, options.seed)),
+        time(*machine),
+        scheduler(time,
+                  options.scheduling == Scheduling::Fifo ? Scheduler::Order::Fifo
+                                                         : Scheduler::Order::Seeded,
+                  options.seed),
+        endpoint([this] {
+          if (launch.startOnDemand && !running()) start(true);
+        }) {
+    journal.keepEntries(options.keepJournal);
+    if (options.helperVersion) {
+      machine->bundleInformation.insert_or_assign("CFBundleShortVersionString",
+                                                  *options.helperVersion);
+    } else {
+      machine->bundleInformation.erase("CFBundleShortVersionString");
+    }
+    machine->signatures.setPath(helperProgramPath, "helper");
+    machine->setDownHandler([this](std::string_view) {
+      if (running()) present->end(ProcessEnd{std::nullopt, SIGKILL});
+    });
+  }
+
+  [[nodiscard]] bool running() const { return present != nullptr && present->alive(); }
+
+  HostedProcess& start(bool withEntry) {
+    if (running()) throw std::logic_error("a helper is already running");
+    processes.push_back(std::make_unique<HostedProcess>(
+        HostSurroundings{
+            *machine, scheduler, faults, journal, endpoint, observers,
+            [this](std::string text) { violations.push_back(std::move(text)); },
+            [this](auto level, auto category, auto text) { writeLog(level, category, text); },
+            [this](HostedProcess& process) { processGone(process); }},
+        nextHelperPid++));
+    present = processes.back().get();
+    HostedProcess& host = *present;
+    if (withEntry) {
+      scheduler.post(host.mainThread(), [this, &host] {
+        const int status =
+            options.entry ? options.entry(host.platform()) : korvel::runHelper(host.platform());
+        host.platform().process.exit(status);
+      });
+    } else {
+      scheduler.post(host.mainThread(), [&host] { host.dispatching().runMainLoop(); });
+    }
+    hasEntry = withEntry;
+    return host;
+  }
+
+  void processGone(HostedProcess& process) {
+    const bool crashed = process.endedBy().signal.has_value();
+    if (crashed && launch.restartAfterCrash && hasEntry && !closing && !machine->isOff()) {
+      start(true);
+    }
+  }
+
+  void writeLog(korvel::LogLevel level, std::string_view category, std::string_view text) {
+    journal.record("log", std::string(category) + ' ' + std::string(levelText(level)) + " \"" +
+                              std::string(text) + '"');
+    if (options.keepJournal) {
+      logLines.push_back(
+          {machine->totalSeconds(), std::string(category), level, std::string(text)});
+    }
+  }
+
+  /// Ends the helper and returns when its threads have unwound.
+  void kill(int signal) {
+    if (!running()) return;
+    HostedProcess& host = *present;
+    host.end(ProcessEnd{std::nullopt, signal});
+    unwind(host);
+  }
+
+  void unwind(HostedProcess& host) {
+    if (!host.threads().gone()) scheduler.killAndUnwind(host.threads());
+  }
+
+  WorldOptions options;
+  Journal journal;
+  std::unique_ptr<Machine> machine;
+  FaultTable faults;
+  MachineTime time;
+  ScheduleObservers observers;
+  Scheduler scheduler;
+  ServiceEndpoint endpoint;
+  LaunchPolicy launch;
+  std::vector<std::unique_ptr<HostedProcess>> processes;
+  HostedProcess* present = nullptr;
+  bool hasEntry = false;
+  bool closing = false;
+  std::int32_t nextHelperPid = firstHelperPid;
+  std::int32_t nextClientPid = firstClientPid;
+  std::vector<LogLine> logLines;
+  std::vector<std::string> violations;
+};
+
+World::World(WorldOptions options) : parts(std::make_unique<Parts>(std::move(options))) {}
+
+World::~World() {
+  parts->closing = true;
+  parts->kill(SIGKILL);
+}
+
+Machine& World::machine() { return *parts->machine; }
+Journal& World::journal() { return parts->journal; }
+FaultTable& World::faults() { return parts->faults; }
+Scheduler& World::scheduler() { return parts->scheduler; }
+ScheduleObservers& World::observers() { return parts->observers; }
+LaunchPolicy& World::launchd() { return parts->launch; }
+
+// ---- the helper
+
+void World::startHelper() { parts->start(true); }
+
+void World::killHelper() { parts->kill(SIGKILL); }
+
+void World::powerLoss() {
+  HostedProcess* const host = parts->running() ? parts->present : nullptr;
+  parts->machine->powerLoss();
+  if (host != nullptr) parts->unwind(*host);
+}
+
+void World::sendSignal(int number) {
+  if (!parts->running()) return;
+  parts->journal.record("proc", "signal " + std::to_string(number) + " to helper " +
+                                    std::to_string(parts->present->model().pid()));
+  if (!parts->present->dispatching().deliverSignal(number)) parts->kill(number);
+}
+
+bool World::helperRunning() const { return parts->running(); }
+
+std::optional<int> World::exitStatus() const {
+  if (parts->present == nullptr) return std::nullopt;
+  return parts->present->endedBy().exitStatus;
+}
+
+std::optional<std::int32_t> World::helperPid() const {
+  if (!parts->running()) return std::nullopt;
+  return parts->present->model().pid();
+}
+
+korvel::Platform& World::startBareHelper() { return parts->start(false).platform(); }
+
+korvel::Platform& World::platform() {
+  if (parts->present == nullptr) throw std::logic_error("no helper was started");
+  return parts->present->platform();
+}
+
+void World::onMain(std::function<void()> body) {
+  if (!parts->running()) throw std::logic_error("no helper is running");
+  HostedProcess& host = *parts->present;
+  const auto done = std::make_shared<bool>(false);
+  host.dispatching().postToMain([body = std::move(body), done] {
+    body();
+    *done = true;
+  });
+  parts->scheduler.runUntil([&host, done] { return *done || host.threads().gone(); }, longestWait);
+  if (!*done && !host.threads().gone()) {
+    throw StuckError("work on the main thread did not end in a day");
+  }
+}
+
+void World::onThread(std::string name, std::function<void()> body) {
+  if (!parts->running()) throw std::logic_error("no helper is running");
+  parts->present->startThread(std::move(name), std::move(body));
+}
+
+// ---- clients
+
+std::unique_ptr<AppClient> World::connectApp(std::string_view identity) {
+  if (parts->machine->signatures.identity(identity) == nullptr) {
+    throw std::invalid_argument("no signing identity is called " + std::string(identity));
+  }
+  const std::int32_t pid = parts->nextClientPid++;
+  parts->machine->signatures.setPid(pid, identity);
+  auto link = std::make_unique<AppClient::Link>();
+  link->end =
+      std::make_shared<ClientEnd>(parts->endpoint, parts->journal, std::string(identity), pid);
+  link->end->connect();
+  return std::unique_ptr<AppClient>(new AppClient(*this, std::move(link)));
+}
+
+// ---- time
+
+double World::now() const { return parts->machine->totalSeconds(); }
+double World::uptime() const { return parts->machine->uptimeSeconds(); }
+void World::runFor(double seconds) { parts->scheduler.runFor(nanosecondsFrom(seconds)); }
+void World::runUntilIdle() { parts->scheduler.runUntilIdle(); }
+
+bool World::runUntil(const std::function<bool()>& reached, double limitSeconds) {
+  return parts->scheduler.runUntil(reached, nanosecondsFrom(limitSeconds));
+}
+
+// ---- observation
+
+const CallCounts& World::callCounts() const { return parts->faults.counts(); }
+
+std::vector<LogLine> World::logLines(std::string_view category) const {
+  std::vector<LogLine> chosen;
+  std::copy_if(parts->logLines.begin(), parts->logLines.end(), std::back_inserter(chosen),
+               [&](const LogLine& line) { return category.empty() || line.category == category; });
+  return chosen;
+}
+
+std::size_t World::logCount(std::string_view text) const {
+  return static_cast<std::size_t>(
+      std::count_if(parts->logLines.begin(), parts->logLines.end(),
+                    [&](const LogLine& line) { return line.text == text; }));
+}
+
+bool World::logged(std::string_view category, korvel::LogLevel level, std::string_view text) const {
+  return std::any_of(parts->logLines.begin(), parts->logLines.end(), [&](const LogLine& line) {
+    return line.category == category && line.level == level && line.text == text;
+  });
+}
+
+const std::vector<std::string>& World::violations() const { return parts->violations; }
+
+}  // namespace virtualmac
