@@ -1,6 +1,7 @@
 // Putting everything back: before the process ends, and on request while it goes on. The saved
 // limit stays in either case; it is no longer enforced, not forgotten.
 
+#include "Base/Trap.h"
 #include "HelperImpl.h"
 #include "Platform/Process.h"
 
@@ -31,6 +32,7 @@ void HelperImpl::shutdownGracefully() {
       [group] { group->leave(); });
   static_cast<void>(group->wait(shutdownWaitSeconds));
   platform.process.exit(0);
+  trap("the process went on after its exit");
 }
 
 void HelperImpl::restoreBeforeExit() {
