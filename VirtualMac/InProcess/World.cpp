@@ -8,7 +8,7 @@
 #include "HelperEntry.h"
 #include "VirtualMac/InProcess/AppLink.h"
 #include "VirtualMac/InProcess/HostedProcess.h"
-#include "VirtualMac/InProcess/MachineTime.h"
+#include "VirtualMac/InProcess/MachineTimeKeeper.h"
 #include "VirtualMac/InProcess/ServiceEndpoint.h"
 #include "VirtualMac/Machine/Machine.h"
 #include "VirtualMac/Schedule/Scheduler.h"
@@ -126,7 +126,7 @@ struct World::Parts {
   Journal journal;
   std::unique_ptr<Machine> machine;
   FaultTable faults;
-  MachineTime time;
+  MachineTimeKeeper time;
   ScheduleObservers observers;
   Scheduler scheduler;
   ServiceEndpoint endpoint;

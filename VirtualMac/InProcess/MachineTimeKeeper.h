@@ -8,9 +8,9 @@
 namespace virtualmac {
 
 /// A machine's clocks as the scheduler moves them.
-class MachineTime final : public TimeKeeper {
+class MachineTimeKeeper final : public TimeKeeper {
  public:
-  explicit MachineTime(Machine& owner) : machine(owner) {}
+  explicit MachineTimeKeeper(Machine& owner) : machine(owner) {}
 
   Nanoseconds total() override { return machine.totalNanoseconds(); }
   Nanoseconds uptime() override { return machine.uptimeNanoseconds(); }
