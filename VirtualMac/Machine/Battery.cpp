@@ -9,10 +9,12 @@ namespace virtualmac {
 
 namespace {
 
-constexpr std::int64_t unitsPerPercent = 10'000'000'000'000'000;
+/// One percent an hour is a whole number of units a nanosecond, and so is every rate with up to
+/// four decimals; a full battery still fits.
+constexpr std::int64_t rateUnit = 10'000;
+constexpr std::int64_t unitsPerPercent = rateUnit * 3600 * nanosecondsPerSecond;
 constexpr std::int64_t fullCharge = 100 * unitsPerPercent;
 constexpr std::int64_t halfPercent = unitsPerPercent / 2;
-constexpr double unitsPerNanosecond = static_cast<double>(unitsPerPercent) / 3.6e12;
 
 /// The temperature moves on a fixed grid of time, so that it does not depend on how time is cut.
 constexpr Nanoseconds temperatureStep = 10 * nanosecondsPerSecond;
@@ -69,7 +71,9 @@ void Battery::setFullCapacity(std::int64_t milliampHours) {
 }
 
 std::int64_t Battery::temperatureHundredths() const {
-  return overriddenMicrodegrees.value_or(microdegrees) / 10'000;
+  const double hundredths =
+      static_cast<double>(overriddenMicrodegrees.value_or(microdegrees)) / 1e4;
+  return std::llround(hundredths);
 }
 
 void Battery::setAmbientCelsius(double celsius) { profile.ambientCelsius = celsius; }
@@ -110,22 +114,31 @@ double Battery::ratePercentPerHour() const {
   return profile.chargePercentPerHour * (1 - (1 - taperFloor) * std::min(1.0, above / span));
 }
 
+bool Battery::hasNativeLimit() const {
+  return now.nativeLimitPercent > 0 && now.nativeLimitPercent < 100;
+}
+
 void Battery::updateRate() {
-  const int limit = now.nativeLimitPercent;
   // One percent of play keeps a held battery from being topped up at every small loss.
-  if (limit == 0 || limit >= 100 || percent() < limit - 1) {
+  if (!hasNativeLimit() || charge < nativeLimit() - unitsPerPercent) {
     nativeHold = false;
-  } else if (percent() >= limit) {
+  } else if (charge >= nativeLimit()) {
     nativeHold = true;
   }
   ratePerNanosecond =
-      static_cast<std::int64_t>(std::llround(ratePercentPerHour() * unitsPerNanosecond));
+      static_cast<std::int64_t>(std::llround(ratePercentPerHour() * static_cast<double>(rateUnit)));
 }
+
+std::int64_t Battery::nativeLimit() const { return now.nativeLimitPercent * unitsPerPercent; }
 
 std::int64_t Battery::nextBoundary() const {
   const std::int64_t shown = percent();
-  if (ratePerNanosecond > 0) return std::min(fullCharge, shown * unitsPerPercent + halfPercent);
-  return std::max<std::int64_t>(0, shown * unitsPerPercent - halfPercent - 1);
+  if (ratePerNanosecond > 0) {
+    const std::int64_t step = std::min(fullCharge, shown * unitsPerPercent + halfPercent);
+    return hasNativeLimit() && charge < nativeLimit() ? std::min(step, nativeLimit()) : step;
+  }
+  const std::int64_t step = std::max<std::int64_t>(0, shown * unitsPerPercent - halfPercent - 1);
+  return nativeHold ? std::max(step, nativeLimit() - unitsPerPercent - 1) : step;
 }
 
 Nanoseconds Battery::untilNextChange() const {

@@ -20,9 +20,9 @@ struct BatteryConditions {
   friend bool operator==(const BatteryConditions&, const BatteryConditions&) = default;
 };
 
-/// The pack: charge and temperature over virtual time. Exact integers inside (units of 1e-16
-/// percent, rates per nanosecond), so the outcome does not depend on how time is cut.
-/// Journals `mac   battery 79 %` whenever the shown whole percentage changes by itself.
+/// The pack: charge and temperature over virtual time. Exact integers inside, so the outcome does
+/// not depend on how time is cut. Journals `mac   battery 79 %` whenever the shown whole percentage
+/// changes by itself.
 ///
 /// Fault model. The level can be unreadable, the temperature can be unreadable or overridden; both
 /// are faults of the readings (Registry, PowerSourceList), the pack itself goes on. Not modelled:
@@ -72,11 +72,13 @@ class Battery {
   [[nodiscard]] std::int64_t targetMicrodegrees() const;
   [[nodiscard]] double ratePercentPerHour() const;
   [[nodiscard]] std::int64_t nextBoundary() const;
+  [[nodiscard]] bool hasNativeLimit() const;
+  [[nodiscard]] std::int64_t nativeLimit() const;
 
   MachineContext& context;
   BatteryProfile profile;
   BatteryConditions now;
-  std::int64_t charge = 0;  ///< 1e-16 percent.
+  std::int64_t charge = 0;  ///< In units so small that rates a nanosecond are whole.
   std::int64_t ratePerNanosecond = 0;
   bool nativeHold = false;  ///< The native limit has been reached and holds.
   std::int64_t microdegrees = 0;

@@ -1,0 +1,138 @@
+#include "VirtualMac/Machine/FaultNames.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <set>
+
+#include "Tests/unit/machine/Bench.h"
+
+namespace virtualmac {
+namespace {
+
+std::string errorOf(Machine& mac, std::string_view line, bool on = true) {
+  const auto switched = setFault(mac, line, on);
+  return switched ? "" : switched.error();
+}
+
+/// Arguments that every fault of the catalogue takes.
+std::string exampleArguments(const FaultDescription& fault) {
+  std::string line(fault.name);
+  // The key that goes missing is not one that other faults are put on.
+  const char* key = fault.name == "smc-key-missing" ? " CHIE" : " CHTE";
+  if (fault.arguments.starts_with("KEY")) line += key;
+  if (fault.arguments == "KEY CODE") line += " 132";
+  if (fault.arguments == "KEY BYTE..." || fault.arguments == "KEY SIZE") line += " 2";
+  if (fault.arguments == "SECONDS" || fault.arguments == "BYTES") line += " 3";
+  if (fault.arguments == "CELSIUS") line += " 50";
+  if (fault.arguments == "NAME") line += " alloc";
+  if (fault.arguments == "TEXT...") line += " some text";
+  if (fault.arguments == "LIMIT...") line += " 80 100";
+  if (fault.arguments == "CALL SECONDS") line += " clockNow 2";
+  if (fault.arguments == "CALL ERRNO") line += " fsync 5";
+  return line;
+}
+
+TEST(FaultNamesTest, TheCatalogueIsSortedUniqueAndDescribed) {
+  std::set<std::string_view> names;
+  for (const FaultDescription& fault : faultCatalogue()) {
+    EXPECT_TRUE(names.insert(fault.name).second) << fault.name;
+    EXPECT_TRUE(fault.text.ends_with('.')) << fault.name;
+  }
+  EXPECT_GE(names.size(), 40U);
+  EXPECT_TRUE(std::ranges::is_sorted(faultCatalogue(), {}, &FaultDescription::name));
+}
+
+TEST(FaultNamesTest, EveryFaultSwitchesOnAndOff) {
+  Bench bench;
+  for (const FaultDescription& fault : faultCatalogue()) {
+    const std::string line = exampleArguments(fault);
+    EXPECT_EQ(errorOf(bench.mac, line), "");
+    EXPECT_EQ(errorOf(bench.mac, line, false), "");
+  }
+  EXPECT_TRUE(activeFaults(bench.mac).empty());
+}
+
+// A machine that had every fault and lost it again behaves as one that never had any.
+TEST(FaultNamesTest, AHealedMachineIsAsItWas) {
+  Bench bench{"newer-keys-and-native"};
+  for (const FaultDescription& fault : faultCatalogue()) bench.fault(exampleArguments(fault));
+  for (const FaultDescription& fault : faultCatalogue()) {
+    bench.fault(exampleArguments(fault), false);
+  }
+  Bench fresh{"newer-keys-and-native"};
+  const auto rootDomain = [](Bench& each) {
+    return each.mac.registry.properties(each.mac.registry.matching("IOPMrootDomain"));
+  };
+  EXPECT_EQ(rootDomain(bench), rootDomain(fresh));
+  bench.mac.battery.overrideTemperatureCelsius(24);
+  const auto battery = [](Bench& each) {
+    return each.mac.registry.properties(each.mac.registry.matching("AppleSmartBattery"));
+  };
+  EXPECT_EQ(battery(bench), battery(fresh));
+  EXPECT_EQ(*bench.mac.powerSources.current(), *fresh.mac.powerSources.current());
+  EXPECT_EQ(writeKey(*bench.helper, "CHTE", {1, 0, 0, 0}), smcResultSuccess);
+  EXPECT_TRUE(bench.mac.smc.chargingInhibited());
+  EXPECT_TRUE(bench.mac.power.copySystemPowerSettings().isAbsent());
+  EXPECT_EQ(bench.mac.powerUI.offeredLimits, fresh.mac.powerUI.offeredLimits);
+  EXPECT_EQ(bench.mac.signatures.atPath(helperProgramPath)->name, "helper");
+  EXPECT_EQ(bench.mac.latencySeconds(SeamCall::smcCallStruct), 0);
+  EXPECT_EQ(bench.mac.latencySeconds(SeamCall::clockNow), 0);
+  EXPECT_EQ(bench.helper->files.mkdir("/fresh", 0700).value, 0);
+}
+
+TEST(FaultNamesTest, AnUnknownNameShowsTheNearOnes) {
+  Bench bench;
+  EXPECT_EQ(errorOf(bench.mac, "disk-fulll"),
+            "no fault is called \"disk-fulll\"; near to it: disk-full");
+  const std::string all = errorOf(bench.mac, "gremlins-everywhere");
+  EXPECT_TRUE(all.starts_with("no fault is called \"gremlins-everywhere\"; there are: "));
+  for (const FaultDescription& fault : faultCatalogue()) {
+    EXPECT_NE(all.find(fault.name), std::string::npos) << fault.name;
+  }
+  EXPECT_NE(errorOf(bench.mac, "smc").find("near to it: smc-missing"), std::string::npos);
+  EXPECT_NE(errorOf(bench.mac, ""), "");
+}
+
+TEST(FaultNamesTest, WrongArgumentsAreToldWithWhatIsExpected) {
+  Bench bench;
+  EXPECT_EQ(errorOf(bench.mac, "smc-result CHTE"), "smc-result takes KEY CODE");
+  EXPECT_EQ(errorOf(bench.mac, "disk-full now"), "disk-full takes no arguments");
+  EXPECT_EQ(errorOf(bench.mac, "smc-result CHTE 256"),
+            "smc-result takes KEY CODE: \"256\" is not a whole number from 1 to 255");
+  EXPECT_EQ(errorOf(bench.mac, "smc-silent-refusal XXXX"),
+            "smc-silent-refusal takes KEY: this machine has no key XXXX");
+  EXPECT_NE(errorOf(bench.mac, "smc-latency soon"), "");
+  EXPECT_NE(errorOf(bench.mac, "smc-latency nan"), "");
+  EXPECT_NE(errorOf(bench.mac, "call-latency noSuchCall 1"), "");
+  EXPECT_NE(errorOf(bench.mac, "temperature-override 1x"), "");
+  EXPECT_NE(errorOf(bench.mac, "smc-key-missing XXXX"), "");
+  EXPECT_TRUE(activeFaults(bench.mac).empty());
+  EXPECT_EQ(bench.mac.smc.callLatencySeconds, 0) << "a refused fault changes nothing";
+}
+
+TEST(FaultNamesTest, ActiveFaultsAreListedOncePerKey) {
+  Bench bench;
+  bench.fault("smc-result CHTE 1");
+  bench.fault("smc-result CHIE 2");
+  bench.fault("smc-result CHTE 3");
+  bench.fault("disk-full");
+  bench.fault("smc-stale");
+  EXPECT_EQ(activeFaults(bench.mac),
+            (std::vector<std::string>{"smc-result CHIE 2", "smc-result CHTE 3", "disk-full"}));
+  bench.fault("smc-result CHIE", false);
+  bench.fault("disk-full", false);
+  EXPECT_EQ(activeFaults(bench.mac), std::vector<std::string>{"smc-result CHTE 3"});
+}
+
+TEST(FaultNamesTest, LatenciesAreForTheGate) {
+  Bench bench;
+  bench.fault("smc-latency 0.25");
+  EXPECT_EQ(bench.mac.latencySeconds(SeamCall::smcCallStruct), 0.25);
+  EXPECT_EQ(bench.mac.latencySeconds(SeamCall::smcOpen), 0);
+  bench.fault("call-latency fileFsync 2");
+  EXPECT_EQ(bench.mac.latencySeconds(SeamCall::fileFsync), 2);
+}
+
+}  // namespace
+}  // namespace virtualmac
