@@ -1,0 +1,182 @@
+#include "Tests/behaviour/Bench.h"
+
+#include "HelperPersistence.h"
+
+namespace korvel::test {
+
+namespace {
+
+WorldOptions optionsFor(std::string_view profile) {
+  WorldOptions options;
+  options.profile = std::string(profile);
+  return options;
+}
+
+bool among(std::string_view kinds, std::string_view kind) {
+  std::size_t start = 0;
+  while (start < kinds.size()) {
+    const std::size_t end = std::min(kinds.find(' ', start), kinds.size());
+    if (kinds.substr(start, end - start) == kind) return true;
+    start = end + 1;
+  }
+  return false;
+}
+
+std::string levelText(LogLevel level) {
+  switch (level) {
+    case LogLevel::Default:
+      return "default ";
+    case LogLevel::Error:
+      return "error ";
+    case LogLevel::Fault:
+      return "fault ";
+  }
+  return "unknown ";
+}
+
+}  // namespace
+
+Bench::Bench(std::string_view profile) : world(optionsFor(profile)) {}
+
+Bench::~Bench() { EXPECT_THAT(world.violations(), IsEmpty()); }
+
+void Bench::saveState(const HelperState& record) {
+  mac().disk.writeFile(HelperPersistence::statePath, encodeFile(record), 0600);
+}
+
+void Bench::boot() {
+  world.startHelper();
+  app = world.connectApp();
+  app->await(app->ping());
+  world.runUntilIdle();
+  mark();
+}
+
+void Bench::bootWithLimit(std::uint8_t limit) {
+  charge(limit - 1);
+  boot();
+  ASSERT_EQ(outcome(call(app->setChargeLimit(limit))), "ok");
+  mark();
+}
+
+void Bench::bootDischarging(std::int64_t percent) {
+  bootWithLimit(50);
+  charge(percent);
+  ASSERT_EQ(outcome(call(app->forceDischarge(true))), "ok");
+  mark();
+}
+
+void Bench::bootArmedDischarge(std::int64_t percent) {
+  bootWithLimit(50);
+  charge(percent);
+  ASSERT_EQ(outcome(call(app->setClamshellKeepAwake(true))), "ok");
+  ASSERT_EQ(outcome(call(app->forceDischarge(true))), "ok");
+  mark();
+}
+
+void Bench::charge(std::int64_t percent) { mac().powerSources.overrideCurrentCapacity(percent); }
+
+void Bench::chargeUnreadable() { mac().powerSources.overrideCurrentCapacity(PropertyValue()); }
+
+void Bench::adapterUnknown() {
+  mac().registry.overrideProperty("AppleSmartBattery", "ExternalConnected", PropertyValue());
+}
+
+void Bench::temperature(std::optional<double> celsius) {
+  if (celsius) {
+    mac().battery.overrideTemperatureCelsius(celsius);
+  } else {
+    mac().registry.overrideProperty("AppleSmartBattery", "Temperature", PropertyValue());
+  }
+}
+
+const AppCall& Bench::call(const AppCallRef& made) {
+  const AppCall& answered = app->await(made);
+  world.runUntilIdle();
+  return answered;
+}
+
+Lines Bench::since(std::string_view kinds) {
+  Lines lines;
+  const auto& entries = world.journal().entries();
+  for (std::size_t index = marked; index < entries.size(); ++index) {
+    if (!among(kinds, entries[index].kind)) continue;
+    lines.push_back(entries[index].kind + " " + entries[index].text);
+  }
+  return lines;
+}
+
+Lines Bench::timed(std::string_view kinds) {
+  Lines lines;
+  const auto& entries = world.journal().entries();
+  for (std::size_t index = marked; index < entries.size(); ++index) {
+    if (among(kinds, entries[index].kind)) lines.push_back(virtualmac::journalLine(entries[index]));
+  }
+  return lines;
+}
+
+Lines Bench::logs(std::string_view category) const {
+  Lines lines;
+  const std::vector<virtualmac::LogLine> all = world.logLines();
+  for (std::size_t index = markedLogs; index < all.size(); ++index) {
+    if (all[index].category == category)
+      lines.push_back(levelText(all[index].level) + all[index].text);
+  }
+  return lines;
+}
+
+void Bench::mark() {
+  marked = world.journal().entries().size();
+  markedLogs = world.logLines().size();
+}
+
+HelperState Bench::onDisk() {
+  const auto text = mac().disk.content(HelperPersistence::statePath);
+  if (!text) {
+    ADD_FAILURE() << "no state file";
+    return {};
+  }
+  const auto record = decodeStateFile(*text);
+  EXPECT_TRUE(record.has_value()) << record.error();
+  return record.value_or(HelperState());
+}
+
+HelperState Bench::state() {
+  const auto record = app->state();
+  EXPECT_TRUE(record.has_value());
+  return record.value_or(HelperState());
+}
+
+std::string Bench::key(std::string_view name) {
+  const auto bytes = mac().smc.value(name);
+  if (!bytes) return "absent";
+  std::string text;
+  for (const std::uint8_t byte : *bytes) {
+    constexpr std::string_view digits = "0123456789abcdef";
+    if (!text.empty()) text += ' ';
+    text += digits[byte >> 4U];
+    text += digits[byte & 15U];
+  }
+  return text;
+}
+
+std::string outcome(const AppCall& call) {
+  if (!call.answered) return "no answer";
+  if (call.success) return call.error ? "ok with an error" : "ok";
+  if (!call.error) return "failed";
+  return "failed " + std::to_string(call.error->code) + " " + call.error->localizedDescription();
+}
+
+std::string audit(const Bench& bench, std::string_view command) {
+  return "default " + std::string(command) + " pid=" + std::to_string(bench.app->pid()) +
+         " signingID=com.korvel.app team=ABCDE12345 cdHash=";
+}
+
+HelperState savedLimit(std::int64_t limit) {
+  HelperState record;
+  record.chargeLimit = limit;
+  record.lastWriteAt = Date{788918400};  // 2026-01-01
+  return record;
+}
+
+}  // namespace korvel::test

@@ -1,0 +1,110 @@
+// What a failed write of the record does to the core: a log line, and after a failed replacement
+// the memory goes back to what the disk holds.
+
+#include "Tests/behaviour/Bench.h"
+
+namespace korvel::test {
+namespace {
+
+TEST(PersistenceFailureTest, FailedWriteIsAFaultLineAndTheCommandSucceeds) {
+  Bench bench;
+  bench.charge(59);
+  bench.boot();
+  bench.mac().disk.full = true;
+  EXPECT_EQ(outcome(bench.call(bench.app->setChargeLimit(60))), "ok");
+  ASSERT_EQ(bench.logs().size(), 2U);
+  EXPECT_THAT(bench.logs()[1],
+              ::testing::StartsWith("fault persistence.write failed: write failed: "));
+  EXPECT_EQ(bench.state().chargeLimit, 60) << "a write that failed before the rename keeps memory";
+  EXPECT_EQ(bench.onDisk().chargeLimit, 80);
+}
+
+TEST(PersistenceFailureTest, UnusableDirectoryIsAFaultLineOnly) {
+  Bench bench;
+  bench.boot();
+  bench.mac().disk.failCall("chmod", 1);
+  EXPECT_EQ(outcome(bench.call(bench.app->setChargeLimit(60))), "ok");
+  EXPECT_THAT(bench.logs()[1],
+              ::testing::StartsWith("fault persistence.write failed: mkdir failed: "));
+  EXPECT_EQ(bench.state().chargeLimit, 60);
+}
+
+TEST(PersistenceFailureTest, FailedRenameRevertsTheMemoryToTheDisk) {
+  Bench bench;
+  bench.charge(59);
+  bench.boot();
+  bench.mac().disk.replaceFails = true;
+  EXPECT_EQ(outcome(bench.call(bench.app->setChargeLimit(60))), "ok");
+  const Lines lines = bench.logs();
+  ASSERT_EQ(lines.size(), 3U);
+  EXPECT_THAT(lines[1],
+              ::testing::StartsWith("fault persistence.write failed: atomic rename failed: "));
+  EXPECT_EQ(lines[2],
+            "default persistence rename failure — reverted in-memory state to last durable "
+            "snapshot");
+  EXPECT_EQ(bench.state().chargeLimit, 80);
+}
+
+TEST(PersistenceFailureTest, RevertToARecordWithoutDischargeUndoesTheDischargeInTheHardware) {
+  Bench bench;
+  bench.bootWithLimit(50);
+  bench.charge(70);
+  bench.call(bench.app->setClamshellKeepAwake(true));
+  bench.mac().disk.replaceFails = true;
+  bench.mark();
+  EXPECT_EQ(outcome(bench.call(bench.app->forceDischarge(true))), "ok");
+  // Disarming persists once more, fails once more, and so releases the inflow a second time.
+  EXPECT_THAT(bench.since("smc power"),
+              ElementsAre("smc CHIE <- 08", ::testing::StartsWith("power assertion 33001 created"),
+                          ::testing::StartsWith("power assertion 33002 created"), "smc CHIE <- 00",
+                          "power assertion 33001 released", "power assertion 33002 released",
+                          "power SleepDisabled = 0", "smc CHIE <- 00"));
+  EXPECT_FALSE(bench.state().forceDischargeActive);
+}
+
+TEST(PersistenceFailureTest, RevertOnTheOlderFamilyReleasesBothKeysInReverse) {
+  Bench bench("older-pair");
+  bench.boot();
+  bench.mac().disk.replaceFails = true;
+  bench.charge(40);
+  bench.call(bench.app->setChargeLimit(80));
+  EXPECT_THAT(bench.since("smc"), ElementsAre("smc CH0J <- 00", "smc CH0I <- 00"));
+}
+
+TEST(PersistenceFailureTest, RevertToARecordWithADischargeLeavesTheHardwareAlone) {
+  Bench bench;
+  bench.bootDischarging();
+  bench.mac().disk.replaceFails = true;
+  EXPECT_EQ(outcome(bench.call(bench.app->forceDischarge(false))), "ok");
+  EXPECT_TRUE(bench.state().forceDischargeActive);
+  EXPECT_THAT(bench.logs().back(),
+              "default persistence rename failure — reverted in-memory state to last durable "
+              "snapshot");
+}
+
+TEST(PersistenceFailureTest, FailedRenameWhileArmingLeavesTheSettingWithoutAnOwner) {
+  Bench bench;
+  bench.boot();
+  bench.mac().disk.replaceFails = true;
+  EXPECT_EQ(outcome(bench.call(bench.app->setClamshellKeepAwake(true))), "ok");
+  EXPECT_TRUE(bench.mac().power.sleepDisabled());
+  EXPECT_FALSE(bench.state().sleepDisabledByKorvel);
+  bench.mac().disk.replaceFails = false;
+  EXPECT_EQ(outcome(bench.call(bench.app->setClamshellKeepAwake(false))), "ok");
+  EXPECT_TRUE(bench.mac().power.sleepDisabled());
+  EXPECT_EQ(bench.logs().back(),
+            "default clamshell keep-awake DISARMED (SleepDisabled left as found — set externally)");
+}
+
+TEST(PersistenceFailureTest, RenameThatFailsForEverDoesNotRecurseForEver) {
+  Bench bench;
+  bench.bootArmedDischarge();
+  bench.mac().disk.replaceFails = true;
+  EXPECT_EQ(outcome(bench.call(bench.app->clearChargeLimit())), "ok");
+  EXPECT_LE(bench.world.logCount("persistence rename failure — reverted in-memory state to last "
+                                 "durable snapshot"),
+            3U);
+}
+
+}  // namespace
+}  // namespace korvel::test
