@@ -1,0 +1,39 @@
+#pragma once
+
+#include <expected>
+#include <nlohmann/json_fwd.hpp>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "VirtualMac/Tools/RootDirectory.h"
+
+namespace virtualmac {
+
+/// The other side of the machine's door, for programs that wait for one answer at a time. Throws
+/// nothing; errors are one line for a person.
+class ControlClient {
+ public:
+  /// Connects; the error says that no machine is up, and where it was looked for.
+  static std::expected<ControlClient, std::string> connect(const RootDirectory& root);
+
+  ControlClient(ControlClient&& other) noexcept;
+  ControlClient& operator=(ControlClient&&) = delete;
+  ~ControlClient();
+
+  /// Sends one request. False: the machine is gone.
+  bool send(const nlohmann::json& request);
+  /// The next line as an object; none: the machine is gone, or `timeoutSeconds` have passed.
+  std::optional<nlohmann::json> receive(std::optional<double> timeoutSeconds = std::nullopt);
+  /// The last receive ended by its time-out.
+  [[nodiscard]] bool timedOut() const { return late; }
+
+ private:
+  explicit ControlClient(int connected) : socket(connected) {}
+
+  int socket;
+  std::string input;
+  bool late = false;
+};
+
+}  // namespace virtualmac

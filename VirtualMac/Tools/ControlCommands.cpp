@@ -1,0 +1,239 @@
+#include "VirtualMac/Tools/ControlCommands.h"
+
+#include <fmt/format.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <optional>
+
+#include "VirtualMac/Machine/FaultNames.h"
+#include "VirtualMac/Tools/MachineServer.h"
+#include "VirtualMac/Tools/MachineStatus.h"
+#include "VirtualMac/Tools/Nearest.h"
+
+namespace virtualmac {
+
+namespace {
+
+using Words = std::vector<std::string>;
+using Outcome = ControlReply::Outcome;
+
+ControlReply done(std::string text) { return {Outcome::Done, std::move(text), {}}; }
+ControlReply failed(std::string text) { return {Outcome::Failed, std::move(text), {}}; }
+ControlReply usage(std::string text) { return {Outcome::Usage, std::move(text), {}}; }
+
+std::optional<double> numberIn(const std::string& word, double low, double high) {
+  char* end = nullptr;
+  const double value = std::strtod(word.c_str(), &end);
+  if (word.empty() || *end != '\0' || !(value >= low && value <= high)) return std::nullopt;
+  return value;
+}
+
+/// One thing that `set` sets: its words, or numbers in a range.
+struct Setting {
+  std::string_view name;
+  Words allowed;  ///< Words; empty: a number only.
+  double low = 0;
+  double high = -1;  ///< Below `low`: no number.
+  std::function<void(Machine&, const std::string& word, double number)> apply;
+};
+
+const std::vector<Setting>& settings() {
+  static const std::vector<Setting> all = {
+      {"battery",
+       {},
+       0,
+       100,
+       [](Machine& mac, const std::string&, double percent) { mac.battery.setPercent(percent); }},
+      {"adapter",
+       {"on", "off", "renegotiate"},
+       0,
+       -1,
+       [](Machine& mac, const std::string& word, double) {
+         if (word == "on") return mac.adapter.connect();
+         if (word == "off") return mac.adapter.disconnect();
+         mac.adapter.renegotiate();
+       }},
+      {"lid",
+       {"open", "closed"},
+       0,
+       -1,
+       [](Machine& mac, const std::string& word, double) {
+         word == "open" ? mac.lid.open() : mac.lid.close();
+       }},
+      {"display",
+       {"on", "off"},
+       0,
+       -1,
+       [](Machine& mac, const std::string& word, double) {
+         word == "on" ? mac.lid.connectDisplay() : mac.lid.disconnectDisplay();
+       }},
+      {"temperature",
+       {"free"},
+       -20,
+       100,
+       [](Machine& mac, const std::string& word, double celsius) {
+         mac.battery.overrideTemperatureCelsius(word == "free" ? std::nullopt
+                                                               : std::optional(celsius));
+       }},
+      {"ambient",
+       {},
+       -20,
+       60,
+       [](Machine& mac, const std::string&, double celsius) {
+         mac.battery.setAmbientCelsius(celsius);
+       }},
+      {"native-limit",
+       {},
+       0,
+       100,
+       [](Machine& mac, const std::string&, double percent) {
+         mac.powerUI.setLimitByUser(static_cast<std::uint8_t>(percent));
+       }},
+      {"sleep-disabled",
+       {"on", "off"},
+       0,
+       -1,
+       [](Machine& mac, const std::string& word, double) {
+         mac.power.setSleepDisabledExternally(word == "on");
+       }},
+      {"idle-sleep",
+       {},
+       0,
+       1440,
+       [](Machine& mac, const std::string&, double minutes) {
+         mac.power.setIdleSleepMinutes(static_cast<std::int64_t>(minutes));
+       }},
+  };
+  return all;
+}
+
+std::string allowedValues(const Setting& setting) {
+  std::string text;
+  for (const std::string& word : setting.allowed) text += (text.empty() ? "" : ", ") + word;
+  if (setting.high < setting.low) return text;
+  return fmt::format("{}{}{:g} to {:g}", text, text.empty() ? "" : ", ", setting.low, setting.high);
+}
+
+ControlReply set(MachineServer& server, const Words& words) {
+  Words names;
+  for (const Setting& each : settings()) names.emplace_back(each.name);
+  if (words.size() != 2) return usage("set takes what to set and a value");
+  for (const Setting& setting : settings()) {
+    if (setting.name != words[0]) continue;
+    const std::optional<double> number = numberIn(words[1], setting.low, setting.high);
+    const bool known = std::find(setting.allowed.begin(), setting.allowed.end(), words[1]) !=
+                       setting.allowed.end();
+    if (!known && !number && setting.high < setting.low)
+      return usage(unknownWord(words[0], words[1], setting.allowed));
+    if (!known && !number)
+      return usage(fmt::format("{} \"{}\" is not allowed (allowed: {})", words[0], words[1],
+                               allowedValues(setting)));
+    server.change([&](Machine& mac) { setting.apply(mac, words[1], number.value_or(0)); });
+    return done("");
+  }
+  return usage(unknownWord("setting", words[0], names));
+}
+
+ControlReply faultList(MachineServer& server) {
+  ControlReply reply;
+  nlohmann::ordered_json all = nlohmann::ordered_json::array();
+  for (const FaultDescription& fault : faultCatalogue()) {
+    const std::string use = std::string(fault.name) + (fault.arguments.empty() ? "" : " ") +
+                            std::string(fault.arguments);
+    reply.text += fmt::format("{:<36} {}\n", use, fault.text);
+    all.push_back({{"name", fault.name}, {"arguments", fault.arguments}, {"text", fault.text}});
+  }
+  const std::vector<std::string> active = activeFaults(server.machine());
+  for (const std::string& line : active) reply.text += "on: " + line + '\n';
+  reply.json = nlohmann::ordered_json{{"faults", all}, {"on", active}}.dump();
+  return reply;
+}
+
+ControlReply fault(MachineServer& server, const Words& words) {
+  if (words == Words{"list"}) return faultList(server);
+  if (words.size() < 2 || (words.back() != "on" && words.back() != "off"))
+    return usage("fault takes a name, its arguments, and on or off; or list");
+  const std::span<const std::string> arguments(words.data() + 1, words.size() - 2);
+  const auto set = server.change(
+      [&](Machine& mac) { return setFault(mac, words.front(), arguments, words.back() == "on"); });
+  return set ? done("") : usage(set.error());
+}
+
+ControlReply killHelper(MachineServer& server, const Words& words) {
+  static const std::map<std::string, int, std::less<>> signals = {
+      {"KILL", SIGKILL}, {"TERM", SIGTERM}, {"INT", SIGINT},
+      {"ABRT", SIGABRT}, {"STOP", SIGSTOP}, {"CONT", SIGCONT}};
+  const std::string name = words.empty() ? "KILL" : words.front();
+  const auto found = signals.find(name);
+  if (words.size() > 1 || found == signals.end()) {
+    Words names;
+    for (const auto& [each, number] : signals) names.push_back(each);
+    return usage(unknownWord("signal", name, names));
+  }
+  const auto pid = server.launchd().helper();
+  if (!pid || !server.launchd().signal(found->second)) return failed("the helper is not running");
+  return done(fmt::format("{} to helper {}\n", name, *pid));
+}
+
+ControlReply speed(MachineServer& server, const Words& words) {
+  const std::optional<double> factor =
+      words.size() == 1 ? numberIn(words.front(), 0.01, 10000) : std::nullopt;
+  if (!factor) return usage("speed takes a number from 0.01 to 10000");
+  server.timekeeper().setSpeed(*factor);
+  return done("");
+}
+
+ControlReply identities(MachineServer& server, const Words&) {
+  ControlReply reply;
+  for (const std::string& name : server.machine().signatures.names()) reply.text += name + '\n';
+  reply.json = nlohmann::json(server.machine().signatures.names()).dump();
+  return reply;
+}
+
+ControlReply status(MachineServer& server, const Words&) {
+  server.change([](Machine&) {});
+  return {Outcome::Done, statusText(server), statusJSON(server)};
+}
+
+ControlReply sleepMachine(MachineServer& server, const Words&) {
+  server.change([](Machine& mac) { mac.power.requestSleep(); });
+  return done("");
+}
+
+ControlReply wakeMachine(MachineServer& server, const Words&) {
+  server.change([](Machine& mac) { mac.power.wake(); });
+  return done("");
+}
+
+ControlReply losePower(MachineServer& server, const Words&) {
+  server.powerLoss();
+  return done("");
+}
+
+using Simple = ControlReply (*)(MachineServer&, const Words&);
+const std::map<std::string, Simple, std::less<>>& simpleCommands() {
+  static const std::map<std::string, Simple, std::less<>> all = {
+      {"fault", fault},     {"identities", identities},
+      {"kill", killHelper}, {"power-loss", losePower},
+      {"set", set},         {"sleep", sleepMachine},
+      {"speed", speed},     {"status", status},
+      {"wake", wakeMachine}};
+  return all;
+}
+
+}  // namespace
+
+void runControlCommand(MachineServer& server, const std::string& command, const Words& arguments,
+                       const ControlAnswer& answer) {
+  if (command == "reboot") return server.reboot([answer] { answer(done("")); });
+  const auto found = simpleCommands().find(command);
+  if (found != simpleCommands().end()) return answer(found->second(server, arguments));
+  Words names{"reboot"};
+  for (const auto& [name, function] : simpleCommands()) names.push_back(name);
+  answer(usage(unknownWord("command", command, names)));
+}
+
+}  // namespace virtualmac

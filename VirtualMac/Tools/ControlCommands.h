@@ -1,0 +1,28 @@
+#pragma once
+
+#include <functional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace virtualmac {
+
+class MachineServer;
+
+/// What a command answers.
+struct ControlReply {
+  enum class Outcome : unsigned char { Done, Failed, Usage };
+  Outcome outcome = Outcome::Done;
+  std::string text;  ///< For a person; ends with a newline unless empty. Errors: one line without.
+  std::string json;  ///< For a program; empty: none.
+};
+
+using ControlAnswer = std::function<void(const ControlReply&)>;
+
+/// Runs one command on the machine. The answer may come later (a reboot waits for the helper).
+/// Unknown commands and values are answered with the allowed ones.
+void runControlCommand(MachineServer& server, const std::string& command,
+                       const std::vector<std::string>& arguments, const ControlAnswer& answer);
+
+}  // namespace virtualmac

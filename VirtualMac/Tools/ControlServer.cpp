@@ -1,0 +1,217 @@
+#include "VirtualMac/Tools/ControlServer.h"
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <asio/buffer.hpp>
+#include <asio/local/stream_protocol.hpp>
+#include <asio/read_until.hpp>
+#include <asio/write.hpp>
+#include <deque>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <utility>
+
+#include "VirtualMac/Tools/ControlCommands.h"
+#include "VirtualMac/Tools/MachineServer.h"
+#include "VirtualMac/Tools/Nearest.h"
+
+namespace virtualmac {
+
+using nlohmann::json;
+using Protocol = asio::local::stream_protocol;
+
+namespace {
+
+constexpr std::size_t longestLine = 64 * 1024;
+/// A follower that does not read for this many lines is let go.
+constexpr std::size_t mostWaitingLines = 100'000;
+
+std::int32_t peerOf(Protocol::socket& socket) {
+  ucred credentials{};
+  socklen_t size = sizeof credentials;
+  if (::getsockopt(socket.native_handle(), SOL_SOCKET, SO_PEERCRED, &credentials, &size) != 0)
+    return 0;
+  return credentials.pid;
+}
+
+/// What the sessions share. A session that is dropped with the event loop outlives it.
+struct Shared {
+  MachineServer& server;
+  std::function<void()> down;
+  /// How many connections speak for each identified process: a pid is forgotten with the last.
+  std::map<std::int32_t, int> identified;
+};
+
+class Session final : public std::enable_shared_from_this<Session> {
+ public:
+  Session(Protocol::socket accepted, const std::shared_ptr<Shared>& sessionsShare)
+      : socket(std::move(accepted)), shared(sessionsShare), server(sessionsShare->server) {}
+
+  ~Session() {
+    const std::shared_ptr<Shared> alive = shared.lock();
+    if (!alive) return;
+    ended();
+    if (pid == 0 || --alive->identified[pid] > 0) return;
+    alive->identified.erase(pid);
+    server.machine().signatures.removePid(pid);
+  }
+
+  void read() {
+    asio::async_read_until(
+        socket, asio::dynamic_buffer(input, longestLine), '\n',
+        [self = shared_from_this()](const std::error_code& error, std::size_t size) {
+          if (error) return self->ended();
+          const std::string line = self->input.substr(0, size - 1);
+          self->input.erase(0, size);
+          self->take(line);
+          self->read();
+        });
+  }
+
+ private:
+  void ended() {
+    if (stopFollowing) std::exchange(stopFollowing, nullptr)();
+  }
+
+  void take(const std::string& line) {
+    const json request = json::parse(line, nullptr, false);
+    if (!request.is_object() || !request.contains("command") || !request["command"].is_string())
+      return refuse("a request is a JSON object with a command");
+    const auto command = request["command"].get<std::string>();
+    std::vector<std::string> arguments;
+    if (request.contains("arguments")) {
+      if (!request["arguments"].is_array()) return refuse("arguments are an array of text");
+      for (const json& word : request["arguments"]) {
+        if (!word.is_string()) return refuse("arguments are an array of text");
+        arguments.push_back(word.get<std::string>());
+      }
+    }
+    if (command == "follow") return follow();
+    if (command == "identify") return identify(request.value("identity", std::string()));
+    if (command == "down") return shutDown();
+    runControlCommand(
+        server, command, arguments,
+        [self = shared_from_this()](const ControlReply& reply) { self->answer(reply); });
+  }
+
+  void follow() {
+    if (stopFollowing) return refuse("already following");
+    // Between these two statements nothing happens: the file ends where the following begins.
+    send(json{{"ok", true}, {"size", server.journalSize()}});
+    stopFollowing = server.follow([self = weak_from_this()](const Journal::Entry& entry) {
+      if (const auto session = self.lock()) session->tell(entry);
+    });
+  }
+
+  void tell(const Journal::Entry& entry) {
+    if (outgoing.size() > mostWaitingLines) {
+      std::error_code ignored;
+      socket.close(ignored);
+      return;
+    }
+    send(json{{"line", journalLine(entry)}, {"kind", entry.kind}});
+  }
+
+  void identify(const std::string& identity) {
+    CodeSignatures& signatures = server.machine().signatures;
+    const std::int32_t peer = peerOf(socket);
+    if (signatures.identity(identity) == nullptr)
+      return refuse(unknownWord("identity", identity, signatures.names()));
+    signatures.setPid(peer, identity);
+    const std::shared_ptr<Shared> alive = shared.lock();
+    if (pid == 0 && alive) {
+      pid = peer;
+      ++alive->identified[pid];
+    }
+    send(json{{"ok", true},
+              {"service", server.options().root.service()},
+              {"clock", server.machine().wallClock().secondsSinceReference}});
+  }
+
+  void shutDown() {
+    server.shutDown([self = shared_from_this()] {
+      self->send(json{{"ok", true}});
+      if (const auto alive = self->shared.lock()) self->endsWith = alive->down;
+    });
+  }
+
+  void answer(const ControlReply& reply) {
+    if (reply.outcome != ControlReply::Outcome::Done)
+      return send(json{{"ok", false},
+                       {"usage", reply.outcome == ControlReply::Outcome::Usage},
+                       {"error", reply.text}});
+    json message{{"ok", true}, {"text", reply.text}};
+    message["json"] = reply.json.empty() ? json(nullptr) : json(reply.json);
+    send(message);
+  }
+
+  void refuse(const std::string& text) {
+    send(json{{"ok", false}, {"usage", true}, {"error", text}});
+  }
+
+  void send(const json& message) {
+    outgoing.push_back(message.dump(-1, ' ', false, json::error_handler_t::replace) + '\n');
+    if (outgoing.size() == 1) writeNext();
+  }
+
+  void writeNext() {
+    asio::async_write(socket, asio::buffer(outgoing.front()),
+                      [self = shared_from_this()](const std::error_code& error, std::size_t) {
+                        if (error) return self->ended();
+                        self->outgoing.pop_front();
+                        if (!self->outgoing.empty()) return self->writeNext();
+                        if (self->endsWith) self->endsWith();
+                      });
+  }
+
+  Protocol::socket socket;
+  std::weak_ptr<Shared> shared;
+  MachineServer& server;
+  std::string input;
+  std::deque<std::string> outgoing;
+  std::function<void()> stopFollowing;
+  std::function<void()> endsWith;
+  std::int32_t pid = 0;
+};
+
+}  // namespace
+
+struct ControlServer::Parts {
+  Parts(MachineServer& server, std::function<void()> down)
+      : shared(new Shared{server, std::move(down), {}}), acceptor(server.context()) {}
+
+  void accept() {
+    acceptor.async_accept([this](const std::error_code& error, Protocol::socket socket) {
+      if (error == asio::error::operation_aborted) return;
+      if (!error) std::make_shared<Session>(std::move(socket), shared)->read();
+      accept();
+    });
+  }
+
+  std::shared_ptr<Shared> shared;
+  Protocol::acceptor acceptor;
+};
+
+ControlServer::ControlServer(MachineServer& machineServer, std::function<void()> down)
+    : parts(std::make_unique<Parts>(machineServer, std::move(down))) {}
+
+ControlServer::~ControlServer() {
+  if (parts->acceptor.is_open()) ::unlink(parts->shared->server.options().root.control().c_str());
+}
+
+std::optional<std::string> ControlServer::listen() {
+  const std::string path = parts->shared->server.options().root.control();
+  std::error_code error;
+  if (path.size() >= sizeof(sockaddr_un::sun_path)) return "the path " + path + " is too long";
+  ::unlink(path.c_str());
+  parts->acceptor.open(Protocol(), error);
+  if (!error) parts->acceptor.bind(Protocol::endpoint(path), error);
+  if (!error) parts->acceptor.listen(asio::socket_base::max_listen_connections, error);
+  if (error) return path + ": " + error.message();
+  parts->accept();
+  return std::nullopt;
+}
+
+}  // namespace virtualmac

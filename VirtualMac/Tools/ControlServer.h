@@ -1,0 +1,43 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace virtualmac {
+
+class MachineServer;
+
+/// The machine's door for people and programs: a socket in the root directory that takes one JSON
+/// object a line.
+///
+///   {"command": "set", "arguments": ["battery", "80"]}
+///     → {"ok": true, "text": "...", "json": {...}} or
+///       {"ok": false, "usage": true or false, "error": "..."}
+///   {"command": "follow"}                     → the line so far, then one {"line": "..."} an
+///   effect
+///   {"command": "identify", "identity": "app"}
+///     → {"ok": true, "service": path}; the asking process has that signing identity from then on,
+///       until it closes this connection or ends.
+///   {"command": "down"}
+///     → {"ok": true} when the helper has ended; then the machine is gone
+///
+/// Failure: what is not such a line is answered with an error; a line that is too long ends the
+/// connection.
+class ControlServer {
+ public:
+  /// `down` runs when the machine is to end.
+  ControlServer(MachineServer& machineServer, std::function<void()> down);
+  ~ControlServer();
+
+  /// Publishes the socket. None: done; else what went wrong.
+  std::optional<std::string> listen();
+
+  struct Parts;
+
+ private:
+  std::unique_ptr<Parts> parts;
+};
+
+}  // namespace virtualmac

@@ -1,0 +1,258 @@
+#include "VirtualMac/Tools/JobRunner.h"
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <utility>
+
+namespace virtualmac {
+
+namespace {
+
+/// Where a started helper finds what it was given.
+constexpr int machineNumber = 3;
+constexpr int serviceNumber = 4;
+/// Descriptors are moved out of the way of those numbers first.
+constexpr int firstFreeNumber = 10;
+constexpr int longestQueue = 128;
+
+constexpr const char* serviceName = "com.korvel.app.helper";
+
+LaunchdJob helperJob() {
+  LaunchdJob job;
+  job.keepAlive = false;  // A crash is turned into a demand; an end that was meant is not.
+  return job;
+}
+
+ProcessEnd endOf(int status) {
+  ProcessEnd how;
+  if (WIFSIGNALED(status)) how.signal = WTERMSIG(status);
+  if (WIFEXITED(status)) how.exitStatus = WEXITSTATUS(status);
+  return how;
+}
+
+}  // namespace
+
+JobRunner::JobRunner(asio::io_context& context, const RootDirectory& home,
+                     std::string helperProgram, bool verboseHelper, Timekeeper& keeper,
+                     Machine& clock)
+    : root(home),
+      program(std::move(helperProgram)),
+      verbose(verboseHelper),
+      timekeeper(keeper),
+      machine(clock),
+      launchd(helperJob()),
+      children(context, SIGCHLD),
+      deadline(context),
+      service(context) {
+  reap();
+}
+
+JobRunner::~JobRunner() {
+  if (running) killNow();
+  if (service.is_open()) ::unlink(root.service().c_str());
+}
+
+void JobRunner::setHandlers(StartHandler start, EndHandler end, ProblemHandler problem) {
+  startHandler = std::move(start);
+  endHandler = std::move(end);
+  problemHandler = std::move(problem);
+}
+
+std::optional<std::string> JobRunner::listen() {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  const std::string path = root.service();
+  if (path.size() >= sizeof address.sun_path) return "the path " + path + " is too long";
+  std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
+  ::unlink(path.c_str());
+  const int listening = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (listening < 0 ||
+      ::bind(listening, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+      ::listen(listening, longestQueue) != 0) {
+    const std::string reason = std::strerror(errno);
+    if (listening >= 0) ::close(listening);
+    return path + ": " + reason;
+  }
+  service.assign(listening);
+  return std::nullopt;
+}
+
+void JobRunner::load() {
+  launchd = Launchd(helperJob());
+  act(launchd.load(machine.totalNanoseconds()));
+}
+
+void JobRunner::unload(std::function<void()> done) {
+  if (!running) {
+    act(launchd.unload(machine.totalNanoseconds()));
+    return done();
+  }
+  unloaded = std::move(done);
+  act(launchd.unload(machine.totalNanoseconds()));
+}
+
+void JobRunner::killNow() {
+  deadline.cancel();
+  launchd = Launchd(helperJob());
+  if (!running) return;
+  ::kill(*running, SIGKILL);
+  int status = 0;
+  while (::waitpid(*running, &status, 0) < 0 && errno == EINTR) {
+  }
+  ended(*running, status);
+}
+
+bool JobRunner::signal(int number) { return running && ::kill(*running, number) == 0; }
+
+void JobRunner::act(const std::vector<LaunchdAction>& actions) {
+  for (const LaunchdAction action : actions) {
+    switch (action) {
+      case LaunchdAction::Start:
+        start();
+        break;
+      case LaunchdAction::Terminate:
+        signal(SIGTERM);
+        break;
+      case LaunchdAction::Kill:
+        signal(SIGKILL);
+        break;
+    }
+  }
+  armDeadline();
+  watchService();
+}
+
+void JobRunner::start() {
+  std::array<int, 2> ends{};
+  if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) {
+    problemHandler(std::string("no connection to a helper can be made: ") + std::strerror(errno));
+    act(launchd.exited(machine.totalNanoseconds()));
+    return;
+  }
+  const std::optional<pid_t> pid = spawn(ends[1]);
+  ::close(ends[1]);
+  if (!pid) {
+    ::close(ends[0]);
+    act(launchd.exited(machine.totalNanoseconds()));
+    return;
+  }
+  running = pid;
+  ++startCount;
+  startHandler({*pid, ends[0]});
+}
+
+std::optional<pid_t> JobRunner::spawn(int machineEnd) {
+  const int machineCopy = ::fcntl(machineEnd, F_DUPFD_CLOEXEC, firstFreeNumber);
+  const int serviceCopy = ::fcntl(service.native_handle(), F_DUPFD_CLOEXEC, firstFreeNumber);
+  posix_spawn_file_actions_t files;
+  ::posix_spawn_file_actions_init(&files);
+  ::posix_spawn_file_actions_adddup2(&files, machineCopy, machineNumber);
+  ::posix_spawn_file_actions_adddup2(&files, serviceCopy, serviceNumber);
+  ::posix_spawn_file_actions_addopen(&files, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+  ::posix_spawn_file_actions_addopen(&files, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+  ::posix_spawn_file_actions_addopen(&files, STDERR_FILENO, root.helperErrors().c_str(),
+                                     O_WRONLY | O_CREAT | O_APPEND, 0600);
+  // A daemon's signals, not those of the machine's terminal.
+  posix_spawnattr_t attributes;
+  ::posix_spawnattr_init(&attributes);
+  sigset_t none;
+  sigset_t all;
+  ::sigemptyset(&none);
+  ::sigfillset(&all);
+  ::posix_spawnattr_setsigmask(&attributes, &none);
+  ::posix_spawnattr_setsigdefault(&attributes, &all);
+  ::posix_spawnattr_setpgroup(&attributes, 0);
+  ::posix_spawnattr_setflags(
+      &attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
+  std::vector<std::string> words{program,
+                                 "--machine-descriptor",
+                                 std::to_string(machineNumber),
+                                 "--service-descriptor",
+                                 std::to_string(serviceNumber),
+                                 "--service",
+                                 serviceName,
+                                 "--disk",
+                                 root.disk()};
+  if (verbose) words.emplace_back("--verbose");
+  std::vector<char*> arguments;
+  for (std::string& word : words) arguments.push_back(word.data());
+  arguments.push_back(nullptr);
+  pid_t pid = 0;
+  const int error =
+      ::posix_spawn(&pid, program.c_str(), &files, &attributes, arguments.data(), environ);
+  ::posix_spawnattr_destroy(&attributes);
+  ::posix_spawn_file_actions_destroy(&files);
+  ::close(machineCopy);
+  ::close(serviceCopy);
+  if (error == 0) return pid;
+  problemHandler(program + " cannot be started: " + std::strerror(error));
+  return std::nullopt;
+}
+
+void JobRunner::reap() {
+  children.async_wait([this](const std::error_code& cancelled, int) {
+    if (cancelled) return;
+    reap();
+    int status = 0;
+    for (pid_t pid = ::waitpid(-1, &status, WNOHANG); pid > 0;
+         pid = ::waitpid(-1, &status, WNOHANG)) {
+      if (running && pid == *running) {
+        timekeeper.catchUp();
+        ended(pid, status);
+        timekeeper.settle();
+      }
+    }
+  });
+}
+
+void JobRunner::ended(pid_t pid, int status) {
+  running.reset();
+  const ProcessEnd how = endOf(status);
+  endHandler(pid, how);
+  const Nanoseconds now = machine.totalNanoseconds();
+  std::vector<LaunchdAction> actions = launchd.exited(now);
+  if (how.exitStatus != 0 && actions.empty()) actions = launchd.demand(now);
+  act(actions);
+  if (const auto done = std::exchange(unloaded, nullptr)) done();
+}
+
+void JobRunner::watchService() {
+  if (watching || running || !launchd.isLoaded() || !service.is_open() || launchd.deadline())
+    return;
+  watching = true;
+  service.async_wait(asio::posix::stream_descriptor::wait_read,
+                     [this](const std::error_code& cancelled) {
+                       watching = false;
+                       if (cancelled || running || !launchd.isLoaded()) return;
+                       timekeeper.catchUp();
+                       act(launchd.demand(machine.totalNanoseconds()));
+                       timekeeper.settle();
+                     });
+}
+
+void JobRunner::armDeadline() {
+  const std::optional<Nanoseconds> due = launchd.deadline();
+  if (!due) {
+    deadline.cancel();
+    return;
+  }
+  deadline.expires_after(timekeeper.real(*due - machine.totalNanoseconds()));
+  deadline.async_wait([this](const std::error_code& cancelled) {
+    if (cancelled) return;
+    timekeeper.catchUp();
+    const auto actions = launchd.elapsed(machine.totalNanoseconds());
+    act(actions);
+    timekeeper.settle();
+  });
+}
+
+}  // namespace virtualmac

@@ -1,0 +1,110 @@
+#include "VirtualMac/Tools/JournalReader.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <fstream>
+#include <nlohmann/json.hpp>
+
+#include "VirtualMac/Tools/ControlClient.h"
+#include "VirtualMac/Tools/MachineCommands.h"
+
+namespace virtualmac {
+
+namespace {
+
+using nlohmann::json;
+
+/// Cuts the first word off a text.
+std::string_view takeWord(std::string_view& text) {
+  const std::string_view word = text.substr(0, text.find(' '));
+  text.remove_prefix(std::min(text.size(), word.size()));
+  text.remove_prefix(std::min(text.size(), text.find_first_not_of(' ')));
+  return word;
+}
+
+bool wanted(const JournalQuery& query, const JournalLine& line) {
+  if (!query.kinds.empty() &&
+      std::find(query.kinds.begin(), query.kinds.end(), line.kind) == query.kinds.end())
+    return false;
+  if (query.category.empty() && query.level.empty()) return true;
+  std::string_view text = line.text;
+  const std::string_view category = takeWord(text);
+  const std::string_view level = takeWord(text);
+  return (query.category.empty() || category == query.category) &&
+         (query.level.empty() || level == query.level);
+}
+
+void print(const JournalQuery& query, std::string_view line, const JournalLine& parts) {
+  if (!query.asJSON) {
+    fmt::print("{}\n", line);
+    return;
+  }
+  const nlohmann::ordered_json object = {
+      {"time", std::stod(std::string(parts.time))}, {"kind", parts.kind}, {"text", parts.text}};
+  fmt::print("{}\n", object.dump(-1, ' ', false, json::error_handler_t::replace));
+}
+
+/// True: this was the line to stop at.
+bool take(const JournalQuery& query, std::string_view line) {
+  const JournalLine parts = splitJournalLine(line);
+  if (!wanted(query, parts)) return false;
+  print(query, line, parts);
+  return !query.until.empty() && line.find(query.until) != std::string_view::npos;
+}
+
+/// The lines in the file's first `size` bytes. True: stopped.
+bool printFile(const JournalQuery& query, const std::string& path, std::size_t size) {
+  std::ifstream file(path);
+  std::string line;
+  std::size_t read = 0;
+  while (read < size && std::getline(file, line)) {
+    read += line.size() + 1;
+    if (take(query, line)) return true;
+  }
+  return false;
+}
+
+int follow(ControlClient& machine, const JournalQuery& query) {
+  using Clock = std::chrono::steady_clock;
+  const auto begun = Clock::now();
+  std::fflush(stdout);
+  for (;;) {
+    std::optional<double> left = query.timeoutSeconds;
+    if (left) *left -= std::chrono::duration<double>(Clock::now() - begun).count();
+    const std::optional<json> message = machine.receive(left);
+    if (!message) return query.until.empty() ? exitDone : exitFailed;
+    if (!message->contains("line")) continue;
+    const bool stopped = take(query, (*message)["line"].get<std::string>());
+    std::fflush(stdout);
+    if (stopped) return exitDone;
+  }
+}
+
+}  // namespace
+
+JournalLine splitJournalLine(std::string_view line) {
+  JournalLine parts;
+  parts.time = takeWord(line);
+  parts.kind = takeWord(line);
+  parts.text = line;
+  return parts;
+}
+
+int printJournal(const RootDirectory& root, const JournalQuery& query) {
+  auto machine = ControlClient::connect(root);
+  std::size_t size = static_cast<std::size_t>(-1);
+  if (machine && machine->send({{"command", "follow"}})) {
+    if (const auto reply = machine->receive()) size = reply->value("size", std::size_t{0});
+  } else if (query.follow || !std::ifstream(root.journal())) {
+    fmt::print(stderr, "virtual-mac: {}\n", machine ? "the machine went down" : machine.error());
+    return exitFailed;
+  }
+  if (!query.onlyNew && printFile(query, root.journal(), size)) return exitDone;
+  if (query.follow) return follow(*machine, query);
+  return query.until.empty() ? exitDone : exitFailed;
+}
+
+}  // namespace virtualmac

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "VirtualMac/Tools/RootDirectory.h"
+
+namespace virtualmac {
+
+/// Which lines of the journal to print, and when to stop.
+struct JournalQuery {
+  std::vector<std::string> kinds;  ///< Empty: all.
+  std::string category;            ///< Of log lines; empty: all.
+  std::string level;               ///< Of log lines; empty: all.
+  bool follow = false;
+  bool onlyNew = false;                  ///< Leaves out what is already there.
+  std::string until;                     ///< Stops after a line that contains this; empty: never.
+  std::optional<double> timeoutSeconds;  ///< Real seconds to follow.
+  bool asJSON = false;
+};
+
+/// The parts of one journal line.
+struct JournalLine {
+  std::string_view time;
+  std::string_view kind;
+  std::string_view text;
+};
+JournalLine splitJournalLine(std::string_view line);
+
+/// Prints. Returns an exit code: 1 when `until` was not met.
+int printJournal(const RootDirectory& root, const JournalQuery& query);
+
+}  // namespace virtualmac

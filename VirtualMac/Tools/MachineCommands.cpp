@@ -1,0 +1,230 @@
+#include "VirtualMac/Tools/MachineCommands.h"
+
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <filesystem>
+#include <nlohmann/json.hpp>
+
+#include "VirtualMac/Tools/ControlClient.h"
+#include "VirtualMac/Tools/JournalReader.h"
+#include "VirtualMac/Tools/MachineDaemon.h"
+#include "VirtualMac/Tools/Nearest.h"
+
+namespace virtualmac {
+
+namespace {
+
+using nlohmann::json;
+
+/// Everything that the command line can say.
+struct Choices {
+  std::string root;
+  bool asJSON = false;
+  std::string profile = "newer-keys";
+  double speed = 1;
+  bool foreground = false;
+  bool verbose = false;
+  std::string helper;
+  std::vector<std::string> words;  ///< Of the commands that the machine itself understands.
+  JournalQuery query;
+};
+
+int complain(const std::string& text, int code) {
+  fmt::print(stderr, "virtual-mac: {}\n", text);
+  return code;
+}
+
+/// The programs are built beside each other.
+std::string programBeside(const char* name) {
+  std::error_code error;
+  const auto self = std::filesystem::read_symlink("/proc/self/exe", error);
+  return error ? name : (self.parent_path() / name).string();
+}
+
+int up(const Choices& choices) {
+  auto profile = loadProfile(choices.profile);
+  if (!profile) return complain(profile.error(), exitUsage);
+  MachineOptions options;
+  options.profile = *std::move(profile);
+  options.speed = choices.speed;
+  options.root = RootDirectory::at(choices.root);
+  options.helperProgram = choices.helper.empty() ? programBeside("KorvelHelper") : choices.helper;
+  options.verboseHelper = choices.verbose;
+  const auto announce = [&](pid_t pid) {
+    if (choices.asJSON)
+      fmt::print("{}\n",
+                 nlohmann::ordered_json{
+                     {"profile", options.profile.name}, {"root", options.root.path}, {"pid", pid}}
+                     .dump());
+    else
+      fmt::print("{} is up at {:g}x, root {}\n", options.profile.name, options.speed,
+                 options.root.path);
+    std::fflush(stdout);
+  };
+  if (choices.foreground)
+    return runMachine(options, [&](const std::string& problem) {
+      problem.empty() ? announce(::getpid()) : void(complain(problem, exitFailed));
+    });
+  const auto started = startMachine(options);
+  if (!started) return complain(started.error(), exitFailed);
+  announce(*started);
+  return exitDone;
+}
+
+/// Sends one command to the machine and prints its answer.
+int ask(const Choices& choices, const std::string& command) {
+  auto machine = ControlClient::connect(RootDirectory::at(choices.root));
+  if (!machine) return complain(machine.error(), exitFailed);
+  machine->send({{"command", command}, {"arguments", choices.words}});
+  const auto reply = machine->receive();
+  if (!reply) return complain("the machine went down", exitFailed);
+  if (!reply->value("ok", false))
+    return complain(reply->value("error", std::string("no answer")),
+                    reply->value("usage", false) ? exitUsage : exitFailed);
+  if (!choices.asJSON) {
+    fmt::print("{}", reply->value("text", std::string()));
+    return exitDone;
+  }
+  const auto answer = reply->find("json");
+  fmt::print("{}\n", answer != reply->end() && answer->is_string() ? answer->get<std::string>()
+                                                                   : R"({"ok":true})");
+  return exitDone;
+}
+
+int listProfiles(const Choices& choices) {
+  nlohmann::ordered_json all = nlohmann::ordered_json::array();
+  for (const std::string& name : builtInProfileNames()) {
+    const auto profile = loadProfile(name);
+    if (!profile) return complain(profile.error(), exitFailed);
+    all.push_back({{"name", name}, {"description", profile->description}});
+    if (!choices.asJSON) fmt::print("{:<22} {}\n", name, profile->description);
+  }
+  if (choices.asJSON) fmt::print("{}\n", all.dump());
+  return exitDone;
+}
+
+void addUp(CLI::App& program, Choices& choices, std::function<int()>& chosen) {
+  CLI::App* command = program.add_subcommand("up", "Start a virtual Mac");
+  command->add_option("--profile", choices.profile, "Kind of Mac, or a JSON file of one")
+      ->capture_default_str();
+  command->add_option("--speed", choices.speed, "Virtual seconds in a real one")
+      ->capture_default_str()
+      ->check(CLI::Range(0.01, 10000.0));
+  command->add_flag("--foreground", choices.foreground, "Stay in the foreground");
+  command->add_flag("--verbose", choices.verbose, "The helper logs to helper.stderr too");
+  command->add_option("--helper", choices.helper, "The helper's program")->check(CLI::ExistingFile);
+  command->callback([&] { chosen = [&] { return up(choices); }; });
+}
+
+void addJournal(CLI::App& program, Choices& choices, std::function<int()>& chosen) {
+  const auto common = [&](CLI::App* command) {
+    command->add_flag("-f,--follow", choices.query.follow, "Go on as lines come");
+    command->add_flag("--new", choices.query.onlyNew, "Leave out the lines that are there");
+    command->add_option("--until", choices.query.until, "Stop after a line with this text");
+    command->add_option("--timeout", choices.query.timeoutSeconds, "Follow so many real seconds");
+    return command;
+  };
+  const auto print = [&] {
+    choices.query.asJSON = choices.asJSON;
+    return printJournal(RootDirectory::at(choices.root), choices.query);
+  };
+  CLI::App* journal = common(program.add_subcommand("journal", "Print what happened"));
+  journal
+      ->add_option("--kinds", choices.query.kinds,
+                   "Only these: smc,disk,log,reply,power,app,mac,proc")
+      ->delimiter(',')
+      ->check(CLI::IsMember({"smc", "disk", "log", "reply", "power", "app", "mac", "proc"}));
+  journal->callback([&chosen, print] { chosen = print; });
+  CLI::App* log = common(program.add_subcommand("log", "Print the helper's log"));
+  log->add_option("--category", choices.query.category, "Only this component's lines");
+  log->add_option("--level", choices.query.level, "Only lines of this level")
+      ->check(CLI::IsMember({"default", "error", "fault"}));
+  log->callback([&choices, &chosen, print] {
+    choices.query.kinds = {"log"};
+    chosen = print;
+  });
+}
+
+/// Commands that travel to the machine as they are.
+struct Forwarded {
+  const char* name;
+  const char* description;
+  const char* words;  ///< What their arguments are called; null: none.
+};
+
+constexpr Forwarded forwarded[] = {
+    {"down", "End the virtual Mac, its helper first", nullptr},
+    {"status", "Show the machine at one glance", nullptr},
+    {"set",
+     "Change what a person or the hardware changes: battery 0-100, adapter "
+     "on|off|renegotiate, lid open|closed, display on|off, temperature C|free, ambient C, "
+     "native-limit 0-100, sleep-disabled on|off, idle-sleep MINUTES",
+     "WHAT VALUE"},
+    {"fault", "Switch a fault: NAME [ARGUMENT...] on|off; or list", "NAME"},
+    {"kill", "Send the helper a signal: KILL (default), TERM, INT, ABRT, STOP, CONT", "SIGNAL"},
+    {"sleep", "Ask the machine to sleep", nullptr},
+    {"wake", "Wake the machine", nullptr},
+    {"reboot", "End the helper the orderly way and start the system anew", nullptr},
+    {"power-loss", "Take the power away, and give it back", nullptr},
+    {"speed", "Let time run faster or slower", "FACTOR"},
+    {"identities", "List the signing identities that clients may have", nullptr},
+};
+
+void addForwarded(CLI::App& program, Choices& choices, std::function<int()>& chosen) {
+  for (const Forwarded& each : forwarded) {
+    CLI::App* command = program.add_subcommand(each.name, each.description);
+    if (each.words != nullptr) command->add_option("arguments", choices.words, each.words);
+    command->callback([&choices, &chosen, name = std::string(each.name)] {
+      chosen = [&choices, name] { return ask(choices, name); };
+    });
+  }
+}
+
+/// The first word that is no option must be a command; says so better than the parser does.
+std::optional<std::string> unknownCommand(const CLI::App& program, int argc, char** argv) {
+  for (int index = 1; index < argc; ++index) {
+    const std::string word = argv[index];
+    if (word == "--root")
+      ++index;
+    else if (!word.starts_with('-')) {
+      std::vector<std::string> names;
+      for (const CLI::App* each : program.get_subcommands(nullptr))
+        names.push_back(each->get_name());
+      if (std::find(names.begin(), names.end(), word) != names.end()) return std::nullopt;
+      return unknownWord("command", word, names);
+    }
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+int runVirtualMac(int argc, char** argv) {
+  CLI::App program("A virtual Mac: its charging hardware, power management and launchd.",
+                   "virtual-mac");
+  Choices choices;
+  std::function<int()> chosen;
+  program.require_subcommand(1);
+  program.fallthrough();
+  program.add_option("--root", choices.root,
+                     "The machine's directory (default: $XDG_RUNTIME_DIR/virtual-mac, or "
+                     "/tmp/virtual-mac-UID)");
+  program.add_flag("--json", choices.asJSON, "Answer as JSON");
+  addUp(program, choices, chosen);
+  addForwarded(program, choices, chosen);
+  addJournal(program, choices, chosen);
+  program.add_subcommand("profiles", "List the kinds of Mac")->callback([&] {
+    chosen = [&] { return listProfiles(choices); };
+  });
+  if (const auto problem = unknownCommand(program, argc, argv))
+    return complain(*problem, exitUsage);
+  try {
+    program.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return program.exit(error) == 0 ? exitDone : exitUsage;
+  }
+  return chosen();
+}
+
+}  // namespace virtualmac

@@ -1,0 +1,123 @@
+#include "VirtualMac/Tools/MachineDaemon.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <asio/signal_set.hpp>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+
+#include "VirtualMac/Tools/ControlServer.h"
+
+namespace virtualmac {
+
+namespace {
+
+/// Held for as long as a machine is up: two in one root directory would share a disk.
+class RootLock {
+ public:
+  explicit RootLock(const RootDirectory& root)
+      : descriptor(::open((root.path + "/lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600)) {}
+  ~RootLock() {
+    if (descriptor >= 0) ::close(descriptor);
+  }
+  RootLock(const RootLock&) = delete;
+  RootLock& operator=(const RootLock&) = delete;
+  [[nodiscard]] bool isHeld() const {
+    return descriptor >= 0 && ::flock(descriptor, LOCK_EX | LOCK_NB) == 0;
+  }
+
+ private:
+  int descriptor;
+};
+
+void detach(const RootDirectory& root) {
+  ::setsid();
+  const int nothing = ::open("/dev/null", O_RDWR);
+  const int errors =
+      ::open(root.machineErrors().c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+  ::dup2(nothing, STDIN_FILENO);
+  ::dup2(nothing, STDOUT_FILENO);
+  ::dup2(errors >= 0 ? errors : nothing, STDERR_FILENO);
+  if (nothing > STDERR_FILENO) ::close(nothing);
+  if (errors > STDERR_FILENO) ::close(errors);
+}
+
+void tell(int descriptor, const std::string& text) {
+  const std::string line = text + '\n';
+  // The reader is waiting for exactly this; when it has gone, nobody is left to care.
+  if (::write(descriptor, line.data(), line.size()) < 0) return;
+}
+
+/// One line from the machine's process: empty when it is up.
+std::string hear(int descriptor) {
+  std::string text;
+  std::array<char, 512> chunk{};
+  for (;;) {
+    const ssize_t got = ::read(descriptor, chunk.data(), chunk.size());
+    if (got < 0 && errno == EINTR) continue;
+    if (got <= 0) return text.empty() ? "the machine's process ended before it was up" : text;
+    text.append(chunk.data(), static_cast<std::size_t>(got));
+    if (text.ends_with('\n')) return text.substr(0, text.size() - 1);
+  }
+}
+
+}  // namespace
+
+int runMachine(const MachineOptions& options,
+               const std::function<void(const std::string& problem)>& ready) {
+  std::error_code error;
+  std::filesystem::create_directories(options.root.path, error);
+  const RootLock lock(options.root);
+  if (!lock.isHeld()) {
+    ready("a virtual Mac is already up in " + options.root.path);
+    return 1;
+  }
+  ::signal(SIGPIPE, SIG_IGN);
+  asio::io_context context;
+  MachineServer server(context, options);
+  ControlServer control(server, [&context] { context.stop(); });
+  std::optional<std::string> problem = server.start();
+  if (!problem) problem = control.listen();
+  if (problem) {
+    ready(*problem);
+    return 1;
+  }
+  asio::signal_set stop(context, SIGTERM, SIGINT);
+  stop.async_wait([&](const std::error_code& cancelled, int) {
+    if (!cancelled) server.shutDown([&context] { context.stop(); });
+  });
+  ready("");
+  context.run();
+  return 0;
+}
+
+std::expected<pid_t, std::string> startMachine(const MachineOptions& options) {
+  std::array<int, 2> ends{};
+  std::error_code error;
+  std::filesystem::create_directories(options.root.path, error);
+  if (::pipe2(ends.data(), O_CLOEXEC) != 0)
+    return std::unexpected(std::string("no pipe: ") + std::strerror(errno));
+  const pid_t child = ::fork();
+  if (child < 0) return std::unexpected(std::string("no process: ") + std::strerror(errno));
+  if (child == 0) {
+    ::close(ends[0]);
+    detach(options.root);
+    const int status =
+        runMachine(options, [&ends](const std::string& problem) { tell(ends[1], problem); });
+    ::_exit(status);
+  }
+  ::close(ends[1]);
+  const std::string problem = hear(ends[0]);
+  ::close(ends[0]);
+  if (problem.empty()) return child;
+  ::waitpid(child, nullptr, 0);
+  return std::unexpected(problem);
+}
+
+}  // namespace virtualmac

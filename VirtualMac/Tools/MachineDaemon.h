@@ -1,0 +1,18 @@
+#pragma once
+
+#include <string>
+
+#include "VirtualMac/Tools/MachineServer.h"
+
+namespace virtualmac {
+
+/// Runs a machine in this process until it is told to go down, by a command, SIGTERM or SIGINT.
+/// Returns an exit code. `ready` is told once: nothing when the machine is up, else why it is not.
+int runMachine(const MachineOptions& options,
+               const std::function<void(const std::string& problem)>& ready);
+
+/// The same in a process of its own, detached from the terminal. Returns when that machine is up,
+/// with its pid, or the reason why it is not.
+std::expected<pid_t, std::string> startMachine(const MachineOptions& options);
+
+}  // namespace virtualmac

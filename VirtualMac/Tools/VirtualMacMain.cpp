@@ -1,0 +1,3 @@
+#include "VirtualMac/Tools/MachineCommands.h"
+
+int main(int argc, char** argv) { return virtualmac::runVirtualMac(argc, argv); }
