@@ -1,0 +1,81 @@
+#pragma once
+
+#include <deque>
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "VirtualMac/Machine/Machine.h"
+#include "VirtualMac/Scenarios/Stage.h"
+
+namespace virtualmac {
+
+/// A machine with nobody in it but the test, for looking at the engine alone: requests are answered
+/// from a list, and the helper is what the test says it is.
+class BareStage final : public Stage {
+ public:
+  explicit BareStage(const std::string& profile = "newer-keys")
+      : record([this] { return mac ? mac->totalSeconds() : 0.0; }),
+        mac(std::make_unique<Machine>(*loadProfile(profile), record)) {}
+
+  std::deque<Answer> answers;  ///< For the requests to come; when it is empty, none answers.
+  std::vector<std::string> asked;
+  std::vector<std::string> told;  ///< violations()
+  bool running = false;
+  std::optional<int> exited;
+  std::optional<std::string> saved;
+  std::optional<std::string> reported;
+  std::string version;
+  bool restarts = false;
+
+  Machine& machine() override { return *mac; }
+  Journal& journal() override { return record; }
+  double now() override { return mac->totalSeconds(); }
+  void runUntil(double moment, const std::function<bool()>& afterEach) override {
+    for (auto& [answered, answer] : std::exchange(due, {})) answered(answer);
+    mac->advance(0);
+    while (!afterEach() && now() < moment) {
+      const double next = mac->nextEvent().value_or(moment - now());
+      mac->advance(std::min(next, moment - now()));
+    }
+  }
+  void connect(const std::string& client, const std::string& identity) override {
+    names.push_back(client);
+    record.record("app", client + " connected as " + identity);
+  }
+  void disconnect(const std::string& client) override { std::erase(names, client); }
+  void killClient(const std::string& client) override { std::erase(names, client); }
+  std::vector<std::string> clients() override { return names; }
+  void request(const std::string& client, Request what, int argument,
+               std::function<void(Answer)> answered) override {
+    asked.push_back(client + " " + std::to_string(static_cast<int>(what)) + " " +
+                    std::to_string(argument));
+    if (answers.empty()) return;
+    due.emplace_back(std::move(answered), answers.front());
+    answers.pop_front();
+  }
+  std::optional<std::string> reportedState(const std::string&) override { return reported; }
+  void startHelper() override { running = true; }
+  void signalHelper(int number) override {
+    running = false;
+    record.record("proc", "helper 412 killed by signal " + std::to_string(number));
+  }
+  bool helperRunning() override { return running; }
+  std::optional<int> helperExitStatus() override { return exited; }
+  void setHelperVersion(const std::string& text) override { version = text; }
+  void powerLoss() override { mac->powerLoss(); }
+  void reboot() override { mac->reboot(); }
+  void setRestartAfterCrash(bool restart) override { restarts = restart; }
+  std::vector<std::string> violations() override { return told; }
+  std::optional<std::string> savedState() override { return saved; }
+  void setSavedState(const std::string& content) override { saved = content; }
+
+ private:
+  Journal record;
+  std::unique_ptr<Machine> mac;
+  std::vector<std::string> names;
+  std::vector<std::pair<std::function<void(Answer)>, Answer>> due;
+};
+
+}  // namespace virtualmac

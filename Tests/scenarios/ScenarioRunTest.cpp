@@ -1,0 +1,172 @@
+#include "VirtualMac/Scenarios/ScenarioRun.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "Tests/scenarios/BareStage.h"
+
+namespace virtualmac {
+namespace {
+
+using testing::HasSubstr;
+
+class ScenarioRunTest : public testing::Test {
+ protected:
+  ScenarioOutcome play(const std::string& steps) {
+    scenario = parseScenario("name: A\ndescription: B\n" + steps, "a.yaml");
+    EXPECT_TRUE(scenario) << scenario.error();
+    return ScenarioRun(*scenario, stage, "virtual-mac run a.yaml").run();
+  }
+
+  BareStage stage;
+  std::expected<Scenario, std::string> scenario = std::unexpected("");
+};
+
+TEST_F(ScenarioRunTest, AStoryThatGoesAsToldPasses) {
+  const ScenarioOutcome outcome = play(R"(start: {battery: 50, adapter: out}
+steps:
+  - at: 00:10
+    do: adapter in
+    expect: [adapter connected, "journal \"adapter connected\""]
+    within: 30m battery 60
+    holds: 10m charging
+  - at: 01:00
+    expect: battery > 60
+never: [asleep, battery < 40]
+always: lid open
+)");
+  EXPECT_TRUE(outcome.passed) << outcome.report;
+  EXPECT_EQ(outcome.report, "");
+  EXPECT_EQ(outcome.expectations, 8U);
+  EXPECT_EQ(outcome.virtualSeconds, 3600);
+  EXPECT_GT(outcome.timeline.samples.size(), 20U);
+}
+
+TEST_F(ScenarioRunTest, AnExpectationThatFailsIsReportedWithLineTimeJournalAndCommand) {
+  const ScenarioOutcome outcome = play(R"(start: {battery: 50}
+steps:
+  - at: 00:00:10
+    do: adapter out
+  - at: 00:01
+    expect: gate paused
+  - at: 00:10
+    do: lid close
+)");
+  EXPECT_FALSE(outcome.passed);
+  EXPECT_THAT(outcome.report, HasSubstr("a.yaml:8: at 00:01:00: expected \"gate paused\", but the "
+                                        "gate is charging\n"));
+  EXPECT_THAT(outcome.report, HasSubstr("10.000 mac   adapter disconnected"));
+  EXPECT_THAT(outcome.report, HasSubstr("run it again: virtual-mac run a.yaml\n"));
+  EXPECT_FALSE(stage.machine().lid.isClosed()) << "the run goes on after a failure";
+}
+
+TEST_F(ScenarioRunTest, WithinFailsAtItsDeadlineAndNotBefore) {
+  const ScenarioOutcome outcome = play(R"(start: {battery: 50}
+steps:
+  - at: 00:01
+    within: 90s asleep
+  - at: 00:30
+)");
+  EXPECT_FALSE(outcome.passed);
+  EXPECT_THAT(outcome.report, HasSubstr("at 00:02:30: expected within 90s \"asleep\""));
+}
+
+TEST_F(ScenarioRunTest, HoldsFailsWhenItEnds) {
+  const ScenarioOutcome outcome = play(R"(start: {battery: 50}
+steps:
+  - at: 00:01
+    holds: 10m adapter connected
+  - at: 00:05
+    do: adapter out
+)");
+  EXPECT_FALSE(outcome.passed);
+  EXPECT_THAT(outcome.report, HasSubstr("at 00:05:00: expected for 600s \"adapter connected\", but "
+                                        "the adapter is disconnected"));
+}
+
+TEST_F(ScenarioRunTest, NeverAndAlwaysAreJudgedAtEveryMoment) {
+  const ScenarioOutcome never = play(R"(start: {battery: 50, adapter: out}
+steps: [{at: 05:00}]
+never: battery 49
+)");
+  EXPECT_THAT(never.report, HasSubstr("expected never \"battery 49\", but the battery is at 49 %"));
+  const ScenarioOutcome always = play(R"(steps:
+  - at: 06:00
+    do: [lid close, lid open]
+always: lid open
+)");
+  EXPECT_THAT(always.report, HasSubstr("expected always \"lid open\""));
+}
+
+TEST_F(ScenarioRunTest, WordsAreHeardOnlyWhileTheyAreListenedFor) {
+  const std::string before = "steps:\n  - at: 00:01\n    do: adapter out\n  - at: 00:02\n";
+  EXPECT_FALSE(play(before + "    within: 5s journal \"adapter disconnected\"\n").passed);
+  EXPECT_TRUE(play("steps:\n  - at: 00:03\n    do: adapter in\n    within: 5s journal \"adapter "
+                   "connected\"\n")
+                  .passed);
+}
+
+TEST_F(ScenarioRunTest, ExpectationsOfALaterStepStillHearTheLatestActions) {
+  EXPECT_TRUE(play("steps:\n  - at: 00:01\n    do: adapter out\n  - at: 00:02\n    expect: journal "
+                   "\"adapter disconnected\"\n")
+                  .passed);
+  EXPECT_FALSE(play("steps:\n  - at: 00:03\n    do: adapter in\n  - at: 00:04\n    do: touch\n    "
+                    "expect: journal \"adapter connected\"\n")
+                   .passed);
+}
+
+TEST_F(ScenarioRunTest, RequestsAreExpectedToSucceed) {
+  stage.answers = {{Answer::Kind::Ok, std::nullopt}};
+  EXPECT_TRUE(play("steps: [{at: 00:01, do: set-limit 80}]\n").passed);
+  stage.answers = {{Answer::Kind::Failed, korvel::ErrorObject{"D", 400, {}}}};
+  EXPECT_THAT(play("steps: [{at: 00:02, do: set-limit 80}]\n").report,
+              HasSubstr("\"set-limit 80\": expected success, but it failed with 400"));
+  stage.answers = {};
+  EXPECT_THAT(play("steps: [{at: 00:03, do: set-limit 80}]\n").report,
+              HasSubstr("no answer came within 10 s"));
+  EXPECT_TRUE(play("steps: [{at: 00:05, do: set-limit 80, reply: none}]\n").passed);
+}
+
+TEST_F(ScenarioRunTest, OtherRepliesAreExpectedByName) {
+  const korvel::ErrorObject error{"D", 400, {{"NSLocalizedDescription", "Charge limit must be"}}};
+  const auto reply = [&](const std::string& expected, Answer answer) {
+    stage.answers = {std::move(answer)};
+    return play("steps:\n  - after: 1s\n    do: reset\n    reply: " + expected + "\n").passed;
+  };
+  EXPECT_TRUE(reply("failed 400 \"must be\"", {Answer::Kind::Failed, error}));
+  EXPECT_TRUE(reply("failed", {Answer::Kind::Failed, std::nullopt}));
+  EXPECT_FALSE(reply("failed 503", {Answer::Kind::Failed, error}));
+  EXPECT_FALSE(reply("failed 400 \"may be\"", {Answer::Kind::Failed, error}));
+  EXPECT_FALSE(reply("failed 400", {Answer::Kind::Ok, std::nullopt}));
+  EXPECT_TRUE(reply("lost", {Answer::Kind::Lost, std::nullopt}));
+  EXPECT_FALSE(reply("lost", {Answer::Kind::Ok, std::nullopt}));
+}
+
+TEST_F(ScenarioRunTest, WhatCannotBeDoneFailsTheScenario) {
+  EXPECT_THAT(play("steps: [{at: 00:01, do: fault smc-result QQQQ 1}]\n").report,
+              HasSubstr("a.yaml:3: at 00:01:00: \"fault smc-result QQQQ 1\" cannot be done"));
+}
+
+TEST_F(ScenarioRunTest, AViolationOfTheProtocolFailsTheScenario) {
+  stage.told = {"a reply was dropped"};
+  EXPECT_THAT(play("steps: [{at: 00:01}]\n").report, HasSubstr("a reply was dropped"));
+}
+
+TEST_F(ScenarioRunTest, TheStartIsWhatTheStoryFinds) {
+  const ScenarioOutcome outcome = play(R"(start:
+  battery: 33
+  adapter: out
+  display: in
+  saved-state: '{"chargeLimit":70}'
+  restart-after-crash: yes
+steps:
+  - at: 00:00
+    expect: [battery 33, adapter disconnected, display connected, saved chargeLimit=70]
+)");
+  EXPECT_TRUE(outcome.passed) << outcome.report;
+  EXPECT_TRUE(stage.restarts);
+  EXPECT_EQ(outcome.timeline.samples.front().state.percent, 33);
+}
+
+}  // namespace
+}  // namespace virtualmac

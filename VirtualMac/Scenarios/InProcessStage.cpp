@@ -1,0 +1,186 @@
+#include "VirtualMac/Scenarios/InProcessStage.h"
+
+#include <csignal>
+#include <stdexcept>
+#include <utility>
+
+#include "HelperPersistence.h"
+#include "VirtualMac/Machine/Machine.h"
+
+namespace virtualmac {
+
+namespace {
+
+constexpr double reportSeconds = 2;
+constexpr double shutdownSeconds = 5;
+
+AppCallRef send(AppClient& app, Request what, int argument) {
+  switch (what) {
+    case Request::SetChargeLimit:
+      return app.setChargeLimit(static_cast<std::uint8_t>(argument));
+    case Request::ClearChargeLimit:
+      return app.clearChargeLimit();
+    case Request::ForceDischarge:
+      return app.forceDischarge(argument != 0);
+    case Request::KeepAwake:
+      return app.setClamshellKeepAwake(argument != 0);
+    case Request::TopOff:
+      return app.releaseLimitUntilFullThenRestore();
+    case Request::CancelTopOff:
+      return app.cancelTopUp();
+    case Request::Reset:
+      return app.resetAllSMCKeys();
+    case Request::Quit:
+      return app.quit();
+  }
+  return nullptr;
+}
+
+Answer answerOf(const AppCall& call) {
+  if (call.failed) return {Answer::Kind::Lost, std::nullopt};
+  return {call.success ? Answer::Kind::Ok : Answer::Kind::Failed, call.error};
+}
+
+WorldOptions optionsOf(const Scenario& scenario) {
+  WorldOptions options;
+  options.profile = scenario.profile;
+  options.seed = scenario.seed;
+  options.helperVersion = scenario.helperVersion;
+  options.keepJournal = false;
+  return options;
+}
+
+}  // namespace
+
+InProcessStage::InProcessStage(const Scenario& scenario) : bench(optionsOf(scenario)) {}
+InProcessStage::~InProcessStage() = default;
+
+Machine& InProcessStage::machine() { return bench.machine(); }
+Journal& InProcessStage::journal() { return bench.journal(); }
+double InProcessStage::now() { return bench.now(); }
+
+void InProcessStage::runUntil(double moment, const std::function<bool()>& afterEach) {
+  const auto check = [&] {
+    tellAnswers();
+    return afterEach();
+  };
+  const double left = moment - bench.now();
+  if (left > 0) {
+    bench.runUntil(check, left);
+  } else {
+    bench.runUntilIdle();
+  }
+  check();
+}
+
+void InProcessStage::connect(const std::string& client, const std::string& identity) {
+  if (apps.contains(client)) throw std::runtime_error("\"" + client + "\" is connected already");
+  if (machine().signatures.identity(identity) == nullptr) {
+    std::string known;
+    for (const std::string& name : machine().signatures.names()) known += " " + name;
+    throw std::runtime_error("nobody signs as \"" + identity + "\"; there are:" + known);
+  }
+  apps[client] = bench.connectApp(identity);
+}
+
+void InProcessStage::disconnect(const std::string& client) {
+  named(client).disconnect();
+  tellAnswers();
+  apps.erase(client);
+}
+
+void InProcessStage::killClient(const std::string& client) {
+  named(client).kill();
+  tellAnswers();
+  apps.erase(client);
+}
+
+std::vector<std::string> InProcessStage::clients() {
+  std::vector<std::string> names;
+  for (const auto& [name, app] : apps) names.push_back(name);
+  return names;
+}
+
+void InProcessStage::request(const std::string& client, Request what, int argument,
+                             std::function<void(Answer)> answered) {
+  pending.push_back({send(named(client), what, argument), std::move(answered)});
+}
+
+std::optional<std::string> InProcessStage::reportedState(const std::string& client) {
+  AppClient& app = named(client);
+  const AppCall& call = app.await(app.getState(), reportSeconds);
+  if (!call.answered) return std::nullopt;
+  return call.data;
+}
+
+void InProcessStage::startHelper() { bench.startHelper(); }
+
+void InProcessStage::signalHelper(int number) {
+  if (number == SIGKILL) {
+    bench.killHelper();
+  } else {
+    bench.sendSignal(number);
+  }
+}
+
+bool InProcessStage::helperRunning() { return bench.helperRunning(); }
+std::optional<int> InProcessStage::helperExitStatus() { return bench.exitStatus(); }
+
+void InProcessStage::setHelperVersion(const std::string& version) {
+  machine().bundleInformation["CFBundleShortVersionString"] = version;
+}
+
+void InProcessStage::powerLoss() {
+  killClients();
+  bench.powerLoss();
+}
+
+void InProcessStage::reboot() {
+  killClients();
+  if (bench.helperRunning()) {
+    bench.sendSignal(SIGTERM);
+    bench.runUntil([this] { return !bench.helperRunning(); }, shutdownSeconds);
+  }
+  if (bench.helperRunning()) bench.killHelper();
+  machine().reboot();
+}
+
+void InProcessStage::setRestartAfterCrash(bool restart) {
+  bench.launchd().restartAfterCrash = restart;
+}
+
+std::vector<std::string> InProcessStage::violations() { return bench.violations(); }
+
+std::optional<std::string> InProcessStage::savedState() {
+  return machine().disk.content(korvel::HelperPersistence::statePath);
+}
+
+void InProcessStage::setSavedState(const std::string& content) {
+  machine().disk.writeFile(korvel::HelperPersistence::statePath, content, 0600);
+}
+
+AppClient& InProcessStage::named(const std::string& client) {
+  const auto found = apps.find(client);
+  if (found == apps.end()) throw std::runtime_error("\"" + client + "\" is not connected");
+  return *found->second;
+}
+
+void InProcessStage::tellAnswers() {
+  for (std::size_t index = 0; index < pending.size();) {
+    if (!pending[index].call->over()) {
+      ++index;
+      continue;
+    }
+    const Pending told = std::move(pending[index]);
+    pending.erase(pending.begin() + static_cast<std::ptrdiff_t>(index));
+    told.answered(answerOf(*told.call));
+  }
+}
+
+void InProcessStage::killClients() {
+  for (auto& [name, app] : apps) app->kill();
+  tellAnswers();
+  apps.clear();
+}
+
+}  // namespace virtualmac

@@ -1,0 +1,61 @@
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "VirtualMac/InProcess/World.h"
+#include "VirtualMac/Scenarios/Scenario.h"
+#include "VirtualMac/Scenarios/Stage.h"
+
+namespace virtualmac {
+
+/// A scenario's place in this process: everything in virtual time, as fast as it goes, and the same
+/// every time.
+class InProcessStage final : public Stage {
+ public:
+  explicit InProcessStage(const Scenario& scenario);
+  ~InProcessStage() override;
+
+  /// For whoever watches the same run in another way.
+  [[nodiscard]] World& world() { return bench; }
+
+  Machine& machine() override;
+  Journal& journal() override;
+  double now() override;
+  void runUntil(double moment, const std::function<bool()>& afterEach) override;
+  void connect(const std::string& client, const std::string& identity) override;
+  void disconnect(const std::string& client) override;
+  void killClient(const std::string& client) override;
+  std::vector<std::string> clients() override;
+  void request(const std::string& client, Request what, int argument,
+               std::function<void(Answer)> answered) override;
+  std::optional<std::string> reportedState(const std::string& client) override;
+  void startHelper() override;
+  void signalHelper(int number) override;
+  bool helperRunning() override;
+  std::optional<int> helperExitStatus() override;
+  void setHelperVersion(const std::string& version) override;
+  void powerLoss() override;
+  void reboot() override;
+  void setRestartAfterCrash(bool restart) override;
+  std::vector<std::string> violations() override;
+  std::optional<std::string> savedState() override;
+  void setSavedState(const std::string& content) override;
+
+ private:
+  struct Pending {
+    AppCallRef call;
+    std::function<void(Answer)> answered;
+  };
+  AppClient& named(const std::string& client);
+  void tellAnswers();
+  void killClients();
+
+  World bench;
+  std::map<std::string, std::unique_ptr<AppClient>> apps;
+  std::vector<Pending> pending;
+};
+
+}  // namespace virtualmac

@@ -1,0 +1,211 @@
+#include "VirtualMac/Scenarios/Phrase.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+namespace virtualmac {
+
+namespace {
+
+constexpr double dayHours = 24, hourSeconds = 3600, minuteSeconds = 60;
+
+bool isDigit(char character) { return character >= '0' && character <= '9'; }
+
+std::size_t edits(std::string_view left, std::string_view right) {
+  std::vector<std::size_t> row(right.size() + 1);
+  for (std::size_t i = 0; i < row.size(); ++i) row[i] = i;
+  for (std::size_t i = 1; i <= left.size(); ++i) {
+    std::size_t diagonal = std::exchange(row[0], i);
+    for (std::size_t j = 1; j <= right.size(); ++j) {
+      const std::size_t replaced = diagonal + (left[i - 1] == right[j - 1] ? 0U : 1U);
+      diagonal = row[j];
+      row[j] = std::min({row[j] + 1, row[j - 1] + 1, replaced});
+    }
+  }
+  return row.back();
+}
+
+/// `hh:mm` or `hh:mm:ss` in seconds, each part of two digits.
+std::optional<double> clockFrom(std::string_view text) {
+  if (text.size() != 5 && text.size() != 8) return std::nullopt;
+  std::array<int, 3> parts{};
+  for (std::size_t at = 0, part = 0; at < text.size(); at += 3, ++part) {
+    if (!isDigit(text[at]) || !isDigit(text[at + 1])) return std::nullopt;
+    if (at + 2 < text.size() && text[at + 2] != ':') return std::nullopt;
+    parts[part] = (text[at] - '0') * 10 + (text[at + 1] - '0');
+  }
+  if (parts[0] >= dayHours || parts[1] >= 60 || parts[2] >= 60) return std::nullopt;
+  return parts[0] * hourSeconds + parts[1] * minuteSeconds + parts[2];
+}
+
+}  // namespace
+
+Phrase::Phrase(std::string_view source) {
+  std::size_t at = 0;
+  while (true) {
+    at = source.find_first_not_of(" \n", at);
+    if (at == std::string_view::npos) return;
+    if (source[at] != '"') {
+      const std::size_t end = std::min(source.find_first_of(" \n", at), source.size());
+      words.push_back({std::string(source.substr(at, end - at)), false});
+      at = end;
+      continue;
+    }
+    Word word{"", true};
+    for (++at; at < source.size() && source[at] != '"'; ++at) {
+      if (source[at] == '\\' && at + 1 < source.size()) ++at;
+      word.text += source[at];
+    }
+    if (at == source.size()) {
+      complain("a quotation that does not end");
+      return;
+    }
+    ++at;
+    words.push_back(std::move(word));
+  }
+}
+
+std::string_view Phrase::peek() const { return atEnd() ? std::string_view() : words[next].text; }
+
+std::string Phrase::take(std::string_view what) {
+  if (atEnd()) {
+    complain(fmt::format("{} is missing", what));
+    return {};
+  }
+  return words[next++].text;
+}
+
+bool Phrase::takeIf(std::string_view word) {
+  if (atEnd() || words[next].quoted || words[next].text != word) return false;
+  ++next;
+  return true;
+}
+
+std::size_t Phrase::takeOneOf(std::string_view what,
+                              std::initializer_list<std::string_view> choices) {
+  const std::string word = take(what);
+  const auto* const found = std::find(choices.begin(), choices.end(), word);
+  if (found == choices.end()) {
+    complain(fmt::format("\"{}\" is not {}; it is {}", word, what, oneOfText(choices)));
+    return 0;
+  }
+  return static_cast<std::size_t>(found - choices.begin());
+}
+
+double Phrase::takeNumber(std::string_view what, double least, double most) {
+  const std::string word = take(what);
+  const bool negative = word.starts_with('-');
+  const std::optional<double> number = numberFrom(std::string_view(word).substr(negative ? 1 : 0));
+  const double value = number ? (negative ? -*number : *number) : least;
+  if (!number || value < least || value > most) {
+    complain(fmt::format("\"{}\" is not {}, a number from {} to {}", word, what, least, most));
+    return least;
+  }
+  return value;
+}
+
+std::vector<std::string> Phrase::takeRest() {
+  std::vector<std::string> rest;
+  while (!atEnd()) rest.push_back(words[next++].text);
+  return rest;
+}
+
+void Phrase::takeEnd() {
+  if (!atEnd()) complain(fmt::format("nothing belongs here after it: \"{}\"", words[next].text));
+}
+
+void Phrase::complain(std::string text) {
+  if (!first) first = std::move(text);
+}
+
+std::expected<double, std::string> momentFrom(std::string_view text) {
+  std::string_view rest = text;
+  double days = 0;
+  const std::size_t space = rest.find(' ');
+  if (space != std::string_view::npos && space >= 2 && rest[space - 1] == 'd') {
+    const std::optional<double> number = numberFrom(rest.substr(0, space - 1));
+    days = number.value_or(-1);
+    rest.remove_prefix(space + 1);
+  }
+  const std::optional<double> clock = clockFrom(rest);
+  if (!clock || days < 0 || days != static_cast<double>(static_cast<int>(days))) {
+    return std::unexpected(fmt::format(
+        "\"{}\" is not a moment; moments look like 00:42, 00:42:10 or 1d 02:00:05", text));
+  }
+  return days * dayHours * hourSeconds + *clock;
+}
+
+std::expected<double, std::string> durationFrom(std::string_view text) {
+  double seconds = 0;
+  std::string_view rest = text;
+  bool good = !rest.empty();
+  while (good && !rest.empty()) {
+    const std::size_t end = rest.find_first_not_of("0123456789.");
+    const std::optional<double> number = numberFrom(rest.substr(0, end));
+    const char unit = end == std::string_view::npos ? '\0' : rest[end];
+    const double factor = unit == 's'   ? 1
+                          : unit == 'm' ? minuteSeconds
+                          : unit == 'h' ? hourSeconds
+                          : unit == 'd' ? dayHours * hourSeconds
+                                        : 0;
+    good = number && factor > 0;
+    if (!good) break;
+    seconds += *number * factor;
+    rest.remove_prefix(end + 1);
+  }
+  if (!good) {
+    return std::unexpected(fmt::format(
+        "\"{}\" is not a length of time; these look like 5s, 0.5s, 90m, 1h30m or 2d", text));
+  }
+  return seconds;
+}
+
+std::optional<double> numberFrom(std::string_view text) {
+  double value = 0;
+  double place = 0;
+  bool digits = false;
+  for (const char character : text) {
+    if (character == '.' && place == 0 && digits) {
+      place = 1;
+      digits = false;
+    } else if (isDigit(character)) {
+      digits = true;
+      if (place > 0) {
+        place /= 10;
+        value += place * (character - '0');
+      } else {
+        value = value * 10 + (character - '0');
+      }
+    } else {
+      return std::nullopt;
+    }
+  }
+  return digits ? std::optional(value) : std::nullopt;
+}
+
+std::string oneOfText(std::initializer_list<std::string_view> choices) {
+  std::string text;
+  for (const auto* choice = choices.begin(); choice != choices.end(); ++choice) {
+    if (choice != choices.begin()) text += choice + 1 == choices.end() ? " or " : ", ";
+    text += *choice;
+  }
+  return text;
+}
+
+std::string_view nearest(std::string_view word, std::span<const std::string_view> choices) {
+  std::string_view best;
+  std::size_t least = std::max<std::size_t>(2, word.size() / 3) + 1;
+  for (const std::string_view choice : choices) {
+    const std::size_t distance = edits(word, choice);
+    if (distance < least) {
+      least = distance;
+      best = choice;
+    }
+  }
+  return best;
+}
+
+}  // namespace virtualmac

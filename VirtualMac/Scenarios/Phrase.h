@@ -1,0 +1,68 @@
+#pragma once
+
+#include <expected>
+#include <initializer_list>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace virtualmac {
+
+/// One word of a phrase; what stood in double quotes is one word.
+struct Word {
+  std::string text;
+  bool quoted = false;
+};
+
+/// A phrase cut into words, for reading from left to right. What a reader does not understand it
+/// says with `complain`; the first complaint is kept.
+class Phrase {
+ public:
+  explicit Phrase(std::string_view source);
+  explicit Phrase(std::vector<Word> taken) : words(std::move(taken)) {}
+
+  [[nodiscard]] bool atEnd() const { return next == words.size(); }
+  /// The next word without taking it; empty at the end.
+  [[nodiscard]] std::string_view peek() const;
+  [[nodiscard]] bool peekIsQuoted() const { return !atEnd() && words[next].quoted; }
+  /// Takes the next word; complains that `what` is missing at the end.
+  std::string take(std::string_view what);
+  /// Takes the next word if it is this one.
+  bool takeIf(std::string_view word);
+  /// Takes one of some words; its index. Complains, naming all, about any other.
+  std::size_t takeOneOf(std::string_view what, std::initializer_list<std::string_view> choices);
+  /// A number within bounds. Complains, naming them, about anything else.
+  double takeNumber(std::string_view what, double least, double most);
+  /// Whatever is left.
+  std::vector<std::string> takeRest();
+  void takeEnd();  ///< Complains about words that are left.
+
+  void complain(std::string text);
+  [[nodiscard]] const std::optional<std::string>& complaint() const { return first; }
+  [[nodiscard]] const std::vector<Word>& all() const { return words; }
+
+ private:
+  std::vector<Word> words;
+  std::size_t next = 0;
+  std::optional<std::string> first;
+};
+
+/// A moment in seconds from the scenario's start: `00:42`, `00:42:10`, `1d 02:00:05` (hours up to
+/// 23 once days are given). The error says what a moment looks like.
+std::expected<double, std::string> momentFrom(std::string_view text);
+
+/// A length of time in seconds: `5s`, `0.5s`, `90m`, `1h30m`, `2d`.
+std::expected<double, std::string> durationFrom(std::string_view text);
+
+/// A whole number or a decimal one, without sign, spaces or exponent; none for anything else.
+std::optional<double> numberFrom(std::string_view text);
+
+/// "a, b or c"
+std::string oneOfText(std::initializer_list<std::string_view> choices);
+/// The choice that is most like `word`; empty when none is.
+std::string_view nearest(std::string_view word, std::span<const std::string_view> choices);
+
+}  // namespace virtualmac

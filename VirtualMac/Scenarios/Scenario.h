@@ -1,0 +1,96 @@
+#pragma once
+
+#include <cstdint>
+#include <expected>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "VirtualMac/Scenarios/Action.h"
+#include "VirtualMac/Scenarios/Condition.h"
+
+namespace virtualmac {
+
+/// A condition with the line it stands on.
+struct Expectation {
+  Condition condition;
+  int line = 0;
+  double seconds = 0;  ///< For "within" and "holds".
+};
+
+/// How the requests of a step are to be answered.
+struct ExpectedReply {
+  enum class Kind : std::uint8_t {
+    Ok,
+    Failed,
+    Lost,  ///< The connection ends before an answer.
+    None   ///< Nobody waits for one.
+  };
+  Kind kind = Kind::Ok;
+  std::optional<std::int64_t> code;
+  std::optional<std::string> text;  ///< The error's description contains this.
+  int line = 0;
+};
+
+/// What happens at one moment, and what is expected from then on.
+struct Step {
+  double time = 0;  ///< Seconds from the start.
+  int line = 0;
+  std::vector<Action> actions;
+  std::vector<int> actionLines;
+  ExpectedReply reply;
+  std::vector<Expectation> expect;  ///< Holds once the step is done.
+  std::vector<Expectation> within;  ///< Comes true within a time.
+  std::vector<Expectation> holds;   ///< Comes true at once and stays so for a time.
+};
+
+/// A story about a machine: how it starts, what happens, what is expected. Read from YAML:
+///
+///   name: Lunch break
+///   description: Unplugging above the limit changes nothing.
+///   profile: newer-keys
+///   start:
+///     battery: 80
+///     adapter: in
+///   steps:
+///     - at: 00:00:05
+///       do: [connect, set-limit 80]
+///       within: 10s gate paused
+///     - at: 00:42
+///       do: adapter out
+///       holds: 30m gate paused
+///     - at: 01:30
+///       expect: [battery < 80, saved chargeLimit=80]
+///   never: CHIE=08 while asleep
+///
+/// Keys of the whole: name, description, profile, seed, start, steps, never, always, ends. Of the
+/// start: battery, adapter, lid, display, temperature, ambient, idle-sleep, sleep-disabled (with
+/// the words of the actions of these names), faults, saved-state, helper-version,
+/// restart-after-crash. Of a step: at or after, do, reply, expect, within, holds; or at, repeat,
+/// every, steps. Lists may be single values.
+struct Scenario {
+  std::string file;
+  std::string name;
+  std::string description;
+  std::string profile = "newer-keys";
+  std::uint64_t seed = 1;
+  std::vector<Action> start;  ///< What makes the machine as the story finds it.
+  std::vector<int> startLines;
+  std::optional<std::string> savedState;
+  std::optional<std::string> helperVersion = "2.0.0";
+  bool restartAfterCrash = false;
+  std::vector<Step> steps;  ///< In the order of time.
+  std::vector<Expectation> never;
+  std::vector<Expectation> always;
+  double end = 0;  ///< When it is over.
+};
+
+/// Reads a scenario file. The error has a line for every defect: `file:line: what, what is
+/// allowed`.
+std::expected<Scenario, std::string> loadScenario(const std::string& file);
+/// The same from text; `file` stands in the errors.
+std::expected<Scenario, std::string> parseScenario(const std::string& text,
+                                                   const std::string& file);
+
+}  // namespace virtualmac

@@ -1,0 +1,89 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Base/ErrorObject.h"
+
+namespace virtualmac {
+
+class Journal;
+class Machine;
+
+/// What a client may ask the helper for.
+enum class Request : std::uint8_t {
+  SetChargeLimit,  ///< Argument: percent.
+  ClearChargeLimit,
+  ForceDischarge,  ///< Argument: 0 or 1.
+  KeepAwake,       ///< Argument: 0 or 1.
+  TopOff,
+  CancelTopOff,
+  Reset,
+  Quit
+};
+
+/// What became of a request.
+struct Answer {
+  enum class Kind : std::uint8_t {
+    Ok,
+    Failed,  ///< Refused, with an error or without.
+    Lost     ///< No answer will ever come: the connection ended.
+  };
+  Kind kind = Kind::Ok;
+  std::optional<korvel::ErrorObject> error;
+};
+
+/// Where a scenario plays: a machine with its helper and its clients. One implementation runs all
+/// of it in this process and in virtual time; another drives real processes.
+///
+/// Clients go by the names that the scenario gives them. What a stage cannot do (an unknown client,
+/// an identity that does not exist, a fault that is misspelt) it says by throwing a
+/// std::runtime_error, which fails the scenario.
+class Stage {
+ public:
+  virtual ~Stage() = default;
+
+  [[nodiscard]] virtual Machine& machine() = 0;
+  [[nodiscard]] virtual Journal& journal() = 0;
+  /// Virtual seconds since the machine's start.
+  [[nodiscard]] virtual double now() = 0;
+  /// Lets time pass until `moment`, that moment included; `afterEach` runs after each piece of
+  /// work, on a settled machine, and true from it ends the wait. A moment in the past: only what is
+  /// due runs.
+  virtual void runUntil(double moment, const std::function<bool()>& afterEach) = 0;
+
+  virtual void connect(const std::string& client, const std::string& identity) = 0;
+  virtual void disconnect(const std::string& client) = 0;
+  virtual void killClient(const std::string& client) = 0;
+  [[nodiscard]] virtual std::vector<std::string> clients() = 0;
+  /// Sends a request. `answered` runs once, inside runUntil, when it is known what became of it.
+  virtual void request(const std::string& client, Request what, int argument,
+                       std::function<void(Answer)> answered) = 0;
+  /// The helper's state as this client is told; none: no answer. Lets a little time pass.
+  virtual std::optional<std::string> reportedState(const std::string& client) = 0;
+
+  virtual void startHelper() = 0;
+  virtual void signalHelper(int number) = 0;  ///< 9 is a kill.
+  [[nodiscard]] virtual bool helperRunning() = 0;
+  [[nodiscard]] virtual std::optional<int> helperExitStatus() = 0;
+  /// What the bundle says from now on.
+  virtual void setHelperVersion(const std::string& version) = 0;
+  /// Clients die too.
+  virtual void powerLoss() = 0;
+  virtual void reboot() = 0;
+  /// Whether launchd starts the helper again as soon as it was killed.
+  virtual void setRestartAfterCrash(bool restart) = 0;
+
+  /// What the helper did that no correct program does, noticed by whoever carried its messages.
+  [[nodiscard]] virtual std::vector<std::string> violations() = 0;
+
+  /// The state file's content; none: no such file.
+  [[nodiscard]] virtual std::optional<std::string> savedState() = 0;
+  /// Puts a state file there, as an older helper left it.
+  virtual void setSavedState(const std::string& content) = 0;
+};
+
+}  // namespace virtualmac
