@@ -146,6 +146,8 @@ World::World(WorldOptions options) : parts(std::make_unique<Parts>(std::move(opt
 World::~World() {
   parts->closing = true;
   parts->kill(SIGKILL);
+  // One that has just exited by itself may still be unwinding.
+  for (const auto& process : parts->processes) parts->unwind(*process);
 }
 
 Machine& World::machine() { return *parts->machine; }
