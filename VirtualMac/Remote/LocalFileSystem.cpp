@@ -71,18 +71,18 @@ LocalFileSystem::LocalFileSystem(std::string rootDirectory, HelperHost& machineH
 PosixResult LocalFileSystem::mkdir(const std::string& path, std::uint32_t mode) {
   if (const auto verdict = host.announceFileCall(SeamCall::fileMkdir); verdict.fault)
     return injected(*verdict.fault);
-  return result(::mkdir(below(path).c_str(), mode));
+  return result(::mkdir(below(path).c_str(), static_cast<mode_t>(mode)));
 }
 
 PosixResult LocalFileSystem::chmod(const std::string& path, std::uint32_t mode) {
   if (const auto verdict = host.announceFileCall(SeamCall::fileChmod); verdict.fault)
     return injected(*verdict.fault);
-  return result(::chmod(below(path).c_str(), mode));
+  return result(::chmod(below(path).c_str(), static_cast<mode_t>(mode)));
 }
 
 std::uint32_t LocalFileSystem::umask(std::uint32_t mask) {
   host.announceFileCall(SeamCall::fileUmask);
-  return ::umask(mask);
+  return ::umask(static_cast<mode_t>(mask));
 }
 
 PosixResult LocalFileSystem::openExclusive(const std::string& path, std::uint32_t mode) {
