@@ -6,10 +6,10 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
+#include "VirtualMac/Tools/CommandLine.h"
 #include "VirtualMac/Tools/ControlClient.h"
 #include "VirtualMac/Tools/JournalReader.h"
 #include "VirtualMac/Tools/MachineDaemon.h"
-#include "VirtualMac/Tools/Nearest.h"
 
 namespace virtualmac {
 
@@ -181,23 +181,6 @@ void addForwarded(CLI::App& program, Choices& choices, std::function<int()>& cho
   }
 }
 
-/// The first word that is no option must be a command; says so better than the parser does.
-std::optional<std::string> unknownCommand(const CLI::App& program, int argc, char** argv) {
-  for (int index = 1; index < argc; ++index) {
-    const std::string word = argv[index];
-    if (word == "--root")
-      ++index;
-    else if (!word.starts_with('-')) {
-      std::vector<std::string> names;
-      for (const CLI::App* each : program.get_subcommands(nullptr))
-        names.push_back(each->get_name());
-      if (std::find(names.begin(), names.end(), word) != names.end()) return std::nullopt;
-      return unknownWord("command", word, names);
-    }
-  }
-  return std::nullopt;
-}
-
 }  // namespace
 
 int runVirtualMac(int argc, char** argv) {
@@ -217,14 +200,7 @@ int runVirtualMac(int argc, char** argv) {
   program.add_subcommand("profiles", "List the kinds of Mac")->callback([&] {
     chosen = [&] { return listProfiles(choices); };
   });
-  if (const auto problem = unknownCommand(program, argc, argv))
-    return complain(*problem, exitUsage);
-  try {
-    program.parse(argc, argv);
-  } catch (const CLI::ParseError& error) {
-    return program.exit(error) == 0 ? exitDone : exitUsage;
-  }
-  return chosen();
+  return runCommandLine(program, {"--root"}, argc, argv, [&] { return chosen(); });
 }
 
 }  // namespace virtualmac

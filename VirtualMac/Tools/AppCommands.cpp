@@ -1,0 +1,237 @@
+#include "VirtualMac/Tools/AppCommands.h"
+
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <chrono>
+#include <nlohmann/json.hpp>
+#include <thread>
+
+#include "HelperRecords.h"
+#include "KorvelHelperProtocol.h"
+#include "VirtualMac/Tools/AppConnection.h"
+#include "VirtualMac/Tools/CommandLine.h"
+#include "VirtualMac/Tools/MachineCommands.h"
+#include "VirtualMac/Tools/StateText.h"
+
+namespace virtualmac {
+
+using korvel::PropertyValue;
+namespace selector = korvel::KorvelHelperSelector;
+
+namespace {
+
+using nlohmann::ordered_json;
+
+struct Choices {
+  std::string root;
+  std::string identity = "app";
+  bool asJSON = false;
+  double timeoutSeconds = 5;
+  int limit = 0;
+  std::string onOff;
+  double watchSeconds = -1;  ///< Below 0: until it is ended.
+  double everySeconds = 0.5;
+};
+
+int complain(const Choices& choices, const std::string& text, std::int64_t code = 0) {
+  if (choices.asJSON) {
+    ordered_json answer{{"ok", false}, {"error", text}};
+    if (code != 0) answer["code"] = code;
+    fmt::print("{}\n", answer.dump());
+  } else {
+    fmt::print(stderr, "korvel-app: {}{}\n", code == 0 ? "" : fmt::format("error {}: ", code),
+               text);
+  }
+  return exitFailed;
+}
+
+std::expected<AppConnection, std::string> connect(const Choices& choices) {
+  return AppConnection::open(RootDirectory::at(choices.root), choices.identity);
+}
+
+/// The payload of an operation that answers with bytes.
+std::expected<std::string, std::string> data(AppConnection& helper, const Choices& choices,
+                                             std::string_view name) {
+  const auto values = helper.call(*xpcOperation(name), {}, choices.timeoutSeconds);
+  if (!values) return std::unexpected(values.error());
+  const auto* bytes = std::get<PropertyValue>(values->front()).data();
+  return std::string(bytes->begin(), bytes->end());
+}
+
+int printData(const Choices& choices, std::string_view name) {
+  auto helper = connect(choices);
+  if (!helper) return complain(choices, helper.error());
+  const auto payload = data(*helper, choices, name);
+  if (!payload) return complain(choices, payload.error());
+  if (choices.asJSON || name == selector::getState) {
+    fmt::print("{}\n", *payload);
+    return exitDone;
+  }
+  const auto capabilities = korvel::decodeCapabilities(*payload);
+  if (!capabilities) return complain(choices, capabilities.error());
+  fmt::print("{}", capabilitiesText(*capabilities));
+  return exitDone;
+}
+
+int ping(const Choices& choices) {
+  auto helper = connect(choices);
+  if (!helper) return complain(choices, helper.error());
+  const auto values = helper->call(*xpcOperation(selector::ping), {}, choices.timeoutSeconds);
+  if (!values) return complain(choices, values.error());
+  const std::int64_t pid = std::get<PropertyValue>(values->front()).integer().value_or(0);
+  if (choices.asJSON)
+    fmt::print("{}\n", ordered_json{{"ok", true}, {"pid", pid}}.dump());
+  else
+    fmt::print("helper {}\n", pid);
+  return exitDone;
+}
+
+/// The operations that succeed or fail, and the one that answers by going away.
+int perform(const Choices& choices, std::string_view name,
+            const std::vector<PropertyValue>& arguments) {
+  auto helper = connect(choices);
+  if (!helper) return complain(choices, helper.error());
+  const auto values = helper->call(*xpcOperation(name), arguments, choices.timeoutSeconds);
+  if (!values) return complain(choices, values.error());
+  if (values->size() == 2 && !*std::get<PropertyValue>(values->front()).boolean()) {
+    const auto* error = std::get_if<korvel::ErrorObject>(&(*values)[1]);
+    if (error == nullptr) return complain(choices, "failed without an error");
+    return complain(choices, error->localizedDescription(), error->code);
+  }
+  fmt::print("{}\n", choices.asJSON ? R"({"ok":true})" : "ok");
+  return exitDone;
+}
+
+int status(const Choices& choices) {
+  auto helper = connect(choices);
+  if (!helper) return complain(choices, helper.error());
+  const auto statePayload = data(*helper, choices, selector::getState);
+  if (!statePayload) return complain(choices, statePayload.error());
+  const auto capabilitiesPayload = data(*helper, choices, selector::capabilities);
+  if (!capabilitiesPayload) return complain(choices, capabilitiesPayload.error());
+  const auto state = korvel::decodeStateReply(*statePayload);
+  if (!state) return complain(choices, state.error());
+  const auto capabilities = korvel::decodeCapabilities(*capabilitiesPayload);
+  if (!capabilities) return complain(choices, capabilities.error());
+  if (choices.asJSON)
+    fmt::print(R"({{"state":{},"capabilities":{}}})"
+               "\n",
+               *statePayload, *capabilitiesPayload);
+  else
+    fmt::print("{}", stateText(*state, *capabilities));
+  return exitDone;
+}
+
+void say(const std::string& line) {
+  fmt::print("{}\n", line);
+  std::fflush(stdout);
+}
+
+/// Prints the record whenever it changes; true as long as the helper is there.
+bool look(AppConnection& helper, const Choices& choices, std::string& last) {
+  const auto payload = data(helper, choices, selector::getState);
+  if (!payload) {
+    say(choices.asJSON ? ordered_json{{"lost", payload.error()}}.dump() : payload.error());
+    return false;
+  }
+  if (*payload == last) return true;
+  last = *payload;
+  const auto state = korvel::decodeStateReply(last);
+  say(choices.asJSON || !state ? last : stateLine(*state));
+  return true;
+}
+
+/// Stays connected, as the application does, and comes back when the helper went away.
+int watch(const Choices& choices) {
+  using Clock = std::chrono::steady_clock;
+  const auto begun = Clock::now();
+  const auto over = [&] {
+    return choices.watchSeconds >= 0 &&
+           std::chrono::duration<double>(Clock::now() - begun).count() >= choices.watchSeconds;
+  };
+  std::string last;
+  while (!over()) {
+    auto helper = connect(choices);
+    if (!helper) return complain(choices, helper.error());
+    while (look(*helper, choices, last) && !over())
+      if (!helper->stayConnected(choices.everySeconds)) break;
+    if (!over()) std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  return exitDone;
+}
+
+struct Plain {
+  const char* name;
+  std::string_view selector;
+  const char* description;
+};
+
+constexpr Plain plain[] = {
+    {"clear-limit", selector::clearChargeLimit, "Remove the limit, leave charging to macOS"},
+    {"top-off", selector::releaseLimitUntilFullThenRestore, "Charge to full once, then restore"},
+    {"cancel-top-off", selector::cancelTopUp, "Give up a running top-off"},
+    {"reset", selector::resetAllSMCKeys, "Put every charging key back to the system's default"},
+    {"quit", selector::quit, "Shut the helper down"},
+};
+
+void addOperations(CLI::App& program, Choices& choices, std::function<int()>& chosen) {
+  const auto add = [&](const char* name, const char* description, std::function<int()> run) {
+    CLI::App* command = program.add_subcommand(name, description);
+    command->callback([&chosen, run = std::move(run)] { chosen = run; });
+    return command;
+  };
+  add("ping", "Ask whether the helper is alive", [&] { return ping(choices); });
+  add("capabilities", "What this Mac lets the helper control",
+      [&] { return printData(choices, selector::capabilities); });
+  add("state", "The helper's record as it sends it",
+      [&] { return printData(choices, selector::getState); });
+  add("status", "The helper's record as a person reads it", [&] { return status(choices); });
+  add("set-limit", "Hold the battery at a limit (the helper takes 20 to 100)",
+      [&] { return perform(choices, selector::setChargeLimit, {PropertyValue(choices.limit)}); })
+      ->add_option("limit", choices.limit, "Percent")
+      ->required()
+      ->check(CLI::Range(0, 255));
+  const auto addSwitch = [&](const char* name, std::string_view operation, const char* text) {
+    add(name, text,
+        [&choices, operation] {
+          return perform(choices, operation, {PropertyValue(choices.onOff == "on")});
+        })
+        ->add_option("switch", choices.onOff, "on or off")
+        ->required()
+        ->check(CLI::IsMember({"on", "off"}));
+  };
+  addSwitch("discharge", selector::forceDischarge, "Drain the battery down to the limit");
+  addSwitch("keep-awake", selector::setClamshellKeepAwake, "Stay awake with the lid closed");
+  for (const Plain& each : plain)
+    add(each.name, each.description,
+        [&choices, name = each.selector] { return perform(choices, name, {}); });
+  CLI::App* watching = add("watch", "Stay connected and print the record when it changes",
+                           [&] { return watch(choices); });
+  watching->add_option("--for", choices.watchSeconds, "Real seconds; default: until ended");
+  watching->add_option("--every", choices.everySeconds, "Real seconds between two looks")
+      ->capture_default_str()
+      ->check(CLI::Range(0.01, 3600.0));
+}
+
+}  // namespace
+
+int runKorvelApp(int argc, char** argv) {
+  CLI::App program("The application's side of the helper, on a virtual Mac.", "korvel-app");
+  Choices choices;
+  std::function<int()> chosen;
+  program.require_subcommand(1);
+  program.fallthrough();
+  program.add_option("--root", choices.root, "The machine's directory, as for virtual-mac");
+  program.add_option("--as", choices.identity, "Signing identity (virtual-mac identities)")
+      ->capture_default_str();
+  program.add_flag("--json", choices.asJSON, "Answer as JSON");
+  program.add_option("--timeout", choices.timeoutSeconds, "Real seconds to wait for a reply")
+      ->capture_default_str()
+      ->check(CLI::PositiveNumber);
+  addOperations(program, choices, chosen);
+  return runCommandLine(program, {"--root", "--as", "--timeout"}, argc, argv,
+                        [&] { return chosen(); });
+}
+
+}  // namespace virtualmac

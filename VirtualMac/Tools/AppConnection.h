@@ -1,0 +1,50 @@
+#pragma once
+
+#include <expected>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Base/Date.h"
+#include "VirtualMac/Remote/XPCMessages.h"
+#include "VirtualMac/Tools/ControlClient.h"
+#include "VirtualMac/Tools/RootDirectory.h"
+
+namespace virtualmac {
+
+/// A client of the helper: the application's end of one connection. It is given a signing identity
+/// by the machine for as long as it lives. Replies are held against the same interface as the
+/// helper's. Errors are one line for a person.
+class AppConnection {
+ public:
+  /// The helper is started when it does not run; nothing is known of that here.
+  static std::expected<AppConnection, std::string> open(const RootDirectory& root,
+                                                        const std::string& identity);
+
+  AppConnection(AppConnection&& other) noexcept;
+  AppConnection& operator=(AppConnection&&) = delete;
+  ~AppConnection();
+
+  /// Sends a call and waits for its reply, `timeoutSeconds` real seconds at most. An operation
+  /// without a reply returns nothing as soon as the helper has ended the connection.
+  std::expected<std::vector<XPCValue>, std::string> call(
+      const XPCOperation& operation, const std::vector<korvel::PropertyValue>& arguments,
+      double timeoutSeconds);
+  /// Waits. True: the connection is still there afterwards.
+  bool stayConnected(double seconds);
+
+ private:
+  AppConnection(int connected, ControlClient machineDoor)
+      : socket(connected), machine(std::move(machineDoor)) {}
+
+  std::expected<void, std::string> send(const std::string& bytes);
+  std::expected<std::string, std::string> receiveBody(double deadline);
+
+  int socket;
+  ControlClient machine;  ///< Held: the identity lasts as long as it.
+  std::uint32_t lastTicket = 0;
+  std::string input;
+};
+
+}  // namespace virtualmac
