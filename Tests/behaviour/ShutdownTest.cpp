@@ -1,0 +1,162 @@
+// The orderly end: what is restored, in which order, within which time, and what survives.
+
+#include <csignal>
+
+#include "Tests/behaviour/Bench.h"
+
+namespace korvel::test {
+namespace {
+
+TEST(ShutdownTest, QuitSaysSoRestoresAndExitsWithZero) {
+  Bench bench;
+  bench.bootArmedDischarge();
+  bench.mac().smc.setValue("CHTE", {1, 0, 0, 0});
+  bench.run(1);
+  bench.mark();
+  bench.app->quit();
+  bench.world.runUntilIdle();
+  EXPECT_FALSE(bench.world.helperRunning());
+  EXPECT_EQ(bench.world.exitStatus(), 0);
+  EXPECT_THAT(bench.logs(), ElementsAre("default quit() received pid=501",
+                                        "default shutdownGracefully — restoring SMC before exit",
+                                        "default clamshell keep-awake DISARMED"));
+  EXPECT_THAT(bench.since("smc power disk"),
+              ElementsAre("power SleepDisabled = 0",
+                          "disk state.json replaced: sleepDisabledByKorvel=false",
+                          "smc CHTE <- 00 00 00 00", "smc CHIE <- 00",
+                          "power assertion 33001 released", "power assertion 33002 released",
+                          "disk state.json replaced: forceDischargeActive=false "
+                          "lastWriteAt=2026-01-01T00:00:01Z"));
+  EXPECT_THAT(bench.since("reply"), IsEmpty()) << "quit has no reply";
+  EXPECT_FALSE(bench.app->connected()) << "the client's connection is invalidated";
+}
+
+TEST(ShutdownTest, KeepsLimitBandVerificationAndBanner) {
+  Bench bench;
+  HelperState record = savedLimit(50);
+  record.sailingBand = 9;
+  bench.saveState(record);
+  bench.charge(70);
+  bench.boot();
+  bench.call(bench.app->forceDischarge(true));
+  bench.charge(50);
+  bench.run(5);
+  ASSERT_TRUE(bench.state().lastDischargeAbortReason.has_value());
+  bench.app->quit();
+  bench.world.runUntilIdle();
+  const HelperState left = bench.onDisk();
+  EXPECT_EQ(left.chargeLimit, 50);
+  EXPECT_EQ(left.sailingBand, 9);
+  EXPECT_TRUE(left.lastWriteVerified);
+  EXPECT_TRUE(left.lastDischargeAbortReason.has_value());
+  EXPECT_EQ(left.helperVersion, "2.0.0");
+  EXPECT_FALSE(left.forceDischargeActive);
+}
+
+TEST(ShutdownTest, BusyQueueMeansExitAfterHalfASecondWithoutRestoring) {
+  Bench bench;
+  bench.bootWithLimit(50);
+  bench.charge(70);
+  bench.run(5);
+  ASSERT_EQ(bench.key("CHTE"), "01 00 00 00");
+  bench.world.faults().setLatency(SeamCall::powerSourcesCopyInfo, 10);
+  bench.run(5);  // The tick at 10 s is now stuck in its reading.
+  bench.mark();
+  bench.world.sendSignal(SIGTERM);
+  bench.run(0.499);
+  EXPECT_TRUE(bench.world.helperRunning());
+  bench.run(0.002);
+  EXPECT_FALSE(bench.world.helperRunning());
+  EXPECT_EQ(bench.world.exitStatus(), 0);
+  EXPECT_THAT(bench.since("smc disk"), IsEmpty());
+  EXPECT_EQ(bench.key("CHTE"), "01 00 00 00");
+}
+
+TEST(ShutdownTest, RestorationThatTakesLongIsCutOffWhereItStands) {
+  Bench bench("both-families");
+  bench.bootWithLimit(50);
+  bench.charge(70);
+  bench.run(5);
+  bench.world.faults().setLatency(SeamCall::smcCallStruct, 0.15);
+  bench.mark();
+  bench.world.sendSignal(SIGTERM);
+  bench.run(2);
+  EXPECT_EQ(bench.world.exitStatus(), 0);
+  const Lines writes = bench.since("smc");
+  EXPECT_FALSE(writes.empty());
+  EXPECT_LT(writes.size(), 6U);
+  EXPECT_THAT(bench.since("disk"), IsEmpty());
+}
+
+TEST(ShutdownTest, FailuresAreSilent) {
+  Bench bench("newer-keys-and-native");
+  bench.bootWithLimit(50);
+  bench.mac().smc.key("CHTE")->writeResult = 134;
+  bench.mac().powerUI.setError = "no";
+  bench.mark();
+  bench.app->quit();
+  bench.world.runUntilIdle();
+  EXPECT_THAT(bench.logs(), ElementsAre("default quit() received pid=501",
+                                        "default shutdownGracefully — restoring SMC before exit"));
+  EXPECT_THAT(bench.since("smc"),
+              ElementsAre("smc CHTE <- 00 00 00 00 refused (result 134)", "smc CHIE <- 00"));
+}
+
+TEST(ShutdownTest, NativeLimitGoesBackToNone) {
+  Bench bench("native-only");
+  bench.bootWithLimit(80);
+  bench.charge(90);
+  bench.run(5);
+  ASSERT_EQ(bench.mac().powerUI.currentLimit(), 80);
+  bench.app->quit();
+  bench.world.runUntilIdle();
+  EXPECT_EQ(bench.mac().powerUI.currentLimit(), 0);
+}
+
+TEST(ShutdownTest, NextBootFindsNothingToRecover) {
+  Bench bench;
+  bench.bootArmedDischarge();
+  bench.app->quit();
+  bench.world.runUntilIdle();
+  bench.boot();
+  EXPECT_EQ(bench.world.logCount("crash-recovery: clearing stuck discharge keys from previous run"),
+            0U);
+  EXPECT_EQ(bench.world.logCount("crash-recovery: clearing SleepDisabled set by previous run"), 0U);
+}
+
+TEST(ShutdownTest, SigabrtRestoresLikeTheOthers) {
+  Bench bench;
+  bench.bootDischarging();
+  bench.world.sendSignal(SIGABRT);
+  bench.world.runUntilIdle();
+  EXPECT_EQ(bench.world.exitStatus(), 0);
+  EXPECT_THAT(bench.logs("Boot"),
+              ElementsAre("fault SIGABRT — running shutdownGracefully before exit"));
+  EXPECT_EQ(bench.key("CHIE"), "00");
+}
+
+TEST(ShutdownTest, SmcThatIsGoneStillReleasesAndPersists) {
+  Bench bench;
+  bench.bootDischarging();
+  bench.mac().smc.servicePresent = false;
+  bench.mac().smc.invalidateConnections();
+  bench.mark();
+  bench.app->quit();
+  bench.world.runUntilIdle();
+  EXPECT_EQ(bench.world.exitStatus(), 0);
+  EXPECT_THAT(bench.since("smc"), IsEmpty());
+  EXPECT_TRUE(bench.mac().power.assertions().empty());
+  EXPECT_FALSE(bench.onDisk().forceDischargeActive);
+}
+
+TEST(ShutdownTest, FailedPersistDoesNotHoldUpTheExit) {
+  Bench bench;
+  bench.bootWithLimit(50);
+  bench.mac().disk.full = true;
+  bench.app->quit();
+  bench.world.runUntilIdle();
+  EXPECT_EQ(bench.world.exitStatus(), 0);
+}
+
+}  // namespace
+}  // namespace korvel::test
