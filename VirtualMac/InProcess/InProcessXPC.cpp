@@ -25,6 +25,7 @@ class ListenerCore final : public ConnectionAcceptor,
   void considerNext() {
     if (closed) return;
     const std::shared_ptr<ClientEnd> client = service.around.endpoint.take();
+    // A client that has gone meanwhile is still seen to come and go.
     if (client == nullptr) return;
     const auto connection = std::make_shared<PeerConnection>(service, client);
     const std::shared_ptr<korvel::XPCListenerDelegate> judge = delegate.lock();

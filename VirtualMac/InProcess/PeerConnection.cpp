@@ -50,7 +50,7 @@ void PeerConnection::resume() {
   if (resumed || invalid) return;
   resumed = true;
   client->accepted(weak_from_this());
-  // The client may have gone while the delegate was thinking.
+  // The client may have gone before anybody looked.
   if (client->isOver()) clientGone();
   service.around.scheduler.mayInterrupt();
 }

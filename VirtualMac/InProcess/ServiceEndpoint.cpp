@@ -13,10 +13,6 @@ void ServiceEndpoint::connect(const std::shared_ptr<ClientEnd>& client) {
   onDemand();
 }
 
-void ServiceEndpoint::forget(const std::shared_ptr<ClientEnd>& client) {
-  std::erase(waiting, client);
-}
-
 std::shared_ptr<ClientEnd> ServiceEndpoint::take() {
   if (waiting.empty()) return nullptr;
   std::shared_ptr<ClientEnd> client = std::move(waiting.front());
@@ -82,13 +78,13 @@ void ClientEnd::disconnect(const std::string& how) {
   journal(how);
   const std::shared_ptr<ServerEnd> there = server.lock();
   end("the client ended the connection");
-  endpoint.forget(shared_from_this());
   if (there) there->clientGone();
 }
 
 void ClientEnd::interrupt() {
   if (over) return;
   journal("interrupted");
+  unsent.clear();
   failAll("the connection was interrupted");
   if (const std::shared_ptr<ServerEnd> there = server.lock()) there->clientInterrupted();
 }
@@ -96,6 +92,7 @@ void ClientEnd::interrupt() {
 void ClientEnd::refused() {
   if (over) return;
   journal("refused");
+  unsent.clear();
   end("the helper refused the connection");
 }
 
@@ -123,7 +120,6 @@ void ClientEnd::failed(const AppCallRef& call, const std::string& why) {
 }
 
 void ClientEnd::failAll(const std::string& why) {
-  unsent.clear();
   for (const AppCallRef& call : std::exchange(pending, {})) {
     if (call->over()) continue;
     call->failed = true;

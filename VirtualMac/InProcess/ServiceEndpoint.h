@@ -46,7 +46,6 @@ class ServiceEndpoint {
   explicit ServiceEndpoint(std::function<void()> demand) : onDemand(std::move(demand)) {}
 
   void connect(const std::shared_ptr<ClientEnd>& client);
-  void forget(const std::shared_ptr<ClientEnd>& client);
   void listen(ConnectionAcceptor& by);
   void stopListening(ConnectionAcceptor& by);
   /// The one that waited longest; null: none.
@@ -78,7 +77,7 @@ class ClientEnd : public std::enable_shared_from_this<ClientEnd> {
   void answered(const AppCallRef& call);
   void failed(const AppCallRef& call, const std::string& why);
 
-  [[nodiscard]] bool isConnected() const { return !server.expired(); }
+  [[nodiscard]] bool isConnected() const { return !over && !server.expired(); }
   [[nodiscard]] bool isOver() const { return over; }
   [[nodiscard]] const std::string& identity() const { return identityLabel; }
   [[nodiscard]] std::int32_t pid() const { return id; }

@@ -1,0 +1,138 @@
+#pragma once
+
+#include <csignal>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "KorvelHelperProtocol.h"
+#include "Platform/Dispatch.h"
+#include "Platform/Platform.h"
+#include "Platform/Process.h"
+#include "Platform/XPCListener.h"
+#include "VirtualMac/InProcess/World.h"
+
+namespace virtualmac {
+
+/// A helper that is nothing but its transport: it accepts connections as told, and answers calls as
+/// told, so that tests see what the transport does and not what a helper does.
+class FakeHelper final : public korvel::KorvelHelperProtocol {
+ public:
+  std::string requirement;  ///< Empty: none is set.
+  bool accepts = true;
+  bool resumes = true;
+  bool ignoresSignals = true;
+  bool typedReplies = true;
+  std::string interfaceName;  ///< Empty: the real one.
+  std::function<void(const std::string& call)> onCall;
+  std::vector<korvel::Reply> kept;  ///< Replies of setChargeLimit while `keepsReplies`.
+  bool keepsReplies = false;
+  bool dropsReplies = false;
+  std::optional<korvel::ErrorObject> error;  ///< In the replies of those that carry one.
+  std::string notes;                         ///< What happened, word by word.
+
+  /// World options whose helper is this one. Only one at a time.
+  WorldOptions options() {
+    WorldOptions chosen;
+    chosen.entry = [this](korvel::Platform& platform) { return run(platform); };
+    return chosen;
+  }
+
+  void note(const std::string& word) { notes += word + ' '; }
+
+  void ping(korvel::PidReply reply) override {
+    called("ping");
+    reply(static_cast<std::uint64_t>(seam->process.getpid()));
+  }
+  void capabilities(korvel::DataReply reply) override {
+    called("capabilities");
+    reply("{}");
+  }
+  void setChargeLimit(std::uint8_t limit, korvel::Reply reply) override {
+    called("setChargeLimit(" + std::to_string(limit) + ")");
+    if (dropsReplies) return;
+    if (keepsReplies) {
+      kept.push_back(std::move(reply));
+    } else {
+      reply(!error, error);
+    }
+  }
+  void clearChargeLimit(korvel::Reply reply) override { plain("clearChargeLimit", reply); }
+  void forceDischarge(bool enable, korvel::Reply reply) override {
+    plain(enable ? "forceDischarge(on)" : "forceDischarge(off)", reply);
+  }
+  void setClamshellKeepAwake(bool enabled, korvel::Reply reply) override {
+    plain(enabled ? "setClamshellKeepAwake(on)" : "setClamshellKeepAwake(off)", reply);
+  }
+  void releaseLimitUntilFullThenRestore(korvel::Reply reply) override {
+    plain("releaseLimitUntilFullThenRestore", reply);
+  }
+  void cancelTopUp(korvel::Reply reply) override { plain("cancelTopUp", reply); }
+  void getState(korvel::DataReply reply) override {
+    called("getState");
+    reply(std::string());
+  }
+  void resetAllSMCKeys(korvel::Reply reply) override { plain("resetAllSMCKeys", reply); }
+  void quit() override { called("quit"); }
+
+  korvel::Platform* seam = nullptr;
+
+ private:
+  class Delegate final : public korvel::XPCListenerDelegate {
+   public:
+    explicit Delegate(FakeHelper& of) : helper(of) {}
+    bool shouldAcceptNewConnection(korvel::XPCConnection& connection) override {
+      return helper.consider(connection);
+    }
+
+   private:
+    FakeHelper& helper;
+  };
+
+  void called(const std::string& call) {
+    note(call);
+    if (onCall) onCall(call);
+  }
+  void plain(const std::string& name, korvel::Reply& reply) {
+    called(name);
+    reply(!error, error);
+  }
+
+  int run(korvel::Platform& platform) {
+    seam = &platform;
+    const auto delegate = std::make_shared<Delegate>(*this);
+    const auto listener = platform.xpc.makeListener(korvel::KorvelHelperMachServiceName);
+    listener->setDelegate(delegate);
+    listener->resume();
+    const auto source = platform.dispatch.makeSignalSource(SIGTERM);
+    source->setEventHandler([&] {
+      note("SIGTERM");
+      platform.process.exit(3);
+    });
+    source->resume();
+    if (ignoresSignals) platform.dispatch.ignoreDefaultAction(SIGTERM);
+    platform.dispatch.runMainLoop();
+    return 0;
+  }
+
+  bool consider(korvel::XPCConnection& connection) {
+    korvel::XPCInterface interface = korvel::makeHelperInterface();
+    if (!interfaceName.empty()) interface.protocolName = interfaceName;
+    if (typedReplies) korvel::applyTypedReplyClasses(interface);
+    connection.setExportedInterface(interface);
+    // Without owning: the fake outlives its worlds.
+    connection.setExportedObject(
+        std::shared_ptr<korvel::KorvelHelperProtocol>(std::shared_ptr<void>(), this));
+    if (!accepts) return false;
+    if (!requirement.empty()) connection.setCodeSigningRequirement(requirement);
+    connection.setInvalidationHandler([this] { note("invalidated"); });
+    connection.setInterruptionHandler([this] { note("interrupted"); });
+    if (resumes) connection.resume();
+    note("accepted");
+    return true;
+  }
+};
+
+}  // namespace virtualmac
