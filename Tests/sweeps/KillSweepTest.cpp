@@ -1,0 +1,124 @@
+#include "Tests/sweeps/StoryTest.h"
+
+namespace sweeps {
+
+namespace {
+
+using korvel::HelperState;
+
+constexpr std::string_view alone = "alone";
+constexpr std::string_view withClient = "with-client";
+
+/// The record that recovery makes of what it found.
+HelperState recovered(const Leftovers& left) {
+  HelperState record = left.record.value_or(HelperState::empty());
+  record.forceDischargeActive = false;
+  record.sleepDisabledByKorvel = false;
+  record.topUpActive = false;
+  record.lastDischargeAbortReason.reset();
+  record.lastDischargeAbortAt.reset();
+  record.helperVersion = "2.0.0";
+  return record;
+}
+
+/// Plays until the helper is killed at call k. False: it was not.
+bool playUntilKilled(Stage& stage, std::uint64_t k, Findings& findings) {
+  stage.world.faults().killAtCall(k);
+  stage.play();
+  stage.world.faults().clear();
+  // A call that only gives something back does not end a process: the next one does, if there is.
+  if (stage.world.helperRunning()) stage.world.killHelper();
+  if (stage.exited()) return false;
+  checkAssertions(findings, stage.world);
+  findings.expect(stage.mac().power.assertions().empty(), "an assertion is left without a helper");
+  return true;
+}
+
+/// Starts the helper again and gives it the time and the waking state to recover.
+void startAgain(Stage& stage) {
+  stage.world.startHelper();
+  stage.world.runFor(0.5);
+  stage.mac().lid.open();
+  stage.mac().power.wake();
+  stage.world.runFor(0.5);
+}
+
+void checkHardwareFollowsRecord(Findings& findings, Stage& stage, const Leftovers& left) {
+  virtualmac::Machine& mac = stage.mac();
+  const korvel::HelperCapabilities caps = trueCapabilities(mac);
+  const bool discharging = left.record && left.record->forceDischargeActive;
+  const bool owning = left.record && left.record->sleepDisabledByKorvel;
+  const bool cleared = discharging && caps.canForceDischarge();
+  findings.expect(mac.smc.inflowInhibited() == (left.inflowInhibited && !cleared),
+                  "the discharge keys are not as the record says");
+  findings.expect(mac.power.sleepDisabled() == (left.sleepDisabled && !owning),
+                  "SleepDisabled is not as the record says");
+}
+
+void recoverAlone(Stage& stage, Findings& findings) {
+  const Leftovers left = leftoversOn(stage.world);
+  startAgain(stage);
+  stage.world.runFor(11);
+  checkHardwareFollowsRecord(findings, stage, left);
+  findings.expect(chargingPaused(stage.mac()) == left.chargingPaused,
+                  "recovery moved the charging gate");
+  const auto now = recordOnDisk(stage.mac());
+  findings.expect(now == recovered(left), "the recovered record is another one");
+}
+
+void recoverWithClient(Stage& stage, Findings& findings) {
+  const Leftovers left = leftoversOn(stage.world);
+  healMachine(stage.mac());
+  startAgain(stage);
+  virtualmac::AppClient& app = stage.join();
+  checkHardwareFollowsRecord(findings, stage, left);
+  const auto record = recordOnDisk(stage.mac());
+  if (!findings.expect(record.has_value(), "no record after recovery")) return;
+  const bool armed = record->lastWriteAt != korvel::Date::distantPast();
+  const auto caps = app.capabilityRecord();
+  findings.expect(caps == trueCapabilities(stage.mac()), "the capabilities are reported wrongly");
+  if (armed && caps && caps->canControlCharging()) {
+    findings.expect(gateSettles(stage.world, {record->chargeLimit}), "the gate is wrong");
+  } else {
+    stage.world.runFor(10);
+    findings.expect(chargingPaused(stage.mac()) == left.chargingPaused,
+                    "the gate moved without a limit");
+  }
+  const auto told = app.state();
+  findings.expect(told.has_value(), "the state is not told");
+  findings.expect(told && told->chargeLimit == record->chargeLimit, "another limit is told");
+}
+
+void killAndRecover(Stage& stage, Findings& findings, std::uint64_t k, std::string_view how) {
+  if (!playUntilKilled(stage, k, findings)) return;
+  // Before the first write there is only what the story put there.
+  if (!stage.world.journal().text("disk").empty()) checkStateFile(findings, stage.mac());
+  if (how == withClient) {
+    recoverWithClient(stage, findings);
+  } else {
+    recoverAlone(stage, findings);
+  }
+  checkStateFile(findings, stage.mac());
+  checkAssertions(findings, stage.world);
+  checkIdleProcess(findings, stage.world);
+  checkConduct(findings, stage.world);
+}
+
+class KillSweep : public StoryTest {};
+
+TEST_P(KillSweep, RecoversFromAKillAtEveryCall) {
+  const Trace trace = traceStory(GetParam());
+  Sweep sweep(GetParam(), "*KillSweep.*");
+  for (const std::uint64_t k : chosenCalls(trace.calls.size(), 120)) {
+    for (const std::string_view how : {alone, withClient}) {
+      sweep.run({k, std::string(how)},
+                [&](Stage& stage, Findings& findings) { killAndRecover(stage, findings, k, how); });
+    }
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Stories, KillSweep, testing::ValuesIn(stories()), storyName);
+
+}  // namespace
+
+}  // namespace sweeps
