@@ -114,6 +114,10 @@ constexpr std::array<std::string_view, 11> stateKeys = {"chargeLimit",
 constexpr std::array<std::string_view, 5> capabilityKeys = {
     "tahoeCharging", "preTahoeCharging", "tahoeDischarge", "preTahoeDischarge", "nativeCharging"};
 
+std::string notJSON(std::size_t position) {
+  return "not valid JSON at byte " + std::to_string(position);
+}
+
 /// Takes the known members of the outermost object off a stream of parser events. Nothing else is
 /// kept, and nothing recurses: the depth of the input is a number.
 class MemberCollector final : public nlohmann::json_sax<nlohmann::json> {
@@ -152,7 +156,7 @@ class MemberCollector final : public nlohmann::json_sax<nlohmann::json> {
   bool end_array() override { return close(); }
   bool parse_error(std::size_t position, const std::string& /*lastToken*/,
                    const nlohmann::detail::exception& /*exception*/) override {
-    failure = "not valid JSON at byte " + std::to_string(position);
+    failure = notJSON(position);
     return false;
   }
 
@@ -260,6 +264,10 @@ class FieldReader {
 template <class Record, class Fill>
 std::expected<Record, std::string> decode(std::string_view text,
                                           std::span<const std::string_view> keys, Fill fill) {
+  // The parser takes a NUL byte for the end of the input, whatever follows it.
+  if (const std::size_t null = text.find('\0'); null != text.npos) {
+    return std::unexpected(notJSON(null + 1));
+  }
   MemberCollector collector(keys);
   if (!nlohmann::json::sax_parse(text.begin(), text.end(), &collector)) {
     return std::unexpected(collector.error());

@@ -14,9 +14,6 @@ constexpr std::int64_t referenceDay = 2451911;       // 2001-01-01
 constexpr std::int64_t firstGregorianDay = 2299161;  // 1582-10-15
 constexpr std::int64_t secondsPerDay = 86400;
 
-constexpr double earliestSeconds = Date::distantPast().secondsSinceReference;
-constexpr double latestSeconds = 252455615999.0;  // 9999-12-31T23:59:59Z
-
 struct CivilDay {
   std::int64_t year;
   std::int64_t month;
@@ -62,9 +59,16 @@ constexpr CivilDay civilDay(std::int64_t number) {
   return month < 10 ? CivilDay{year, month + 3, day} : CivilDay{year + 1, month - 9, day};
 }
 
+constexpr double startOf(const CivilDay& civil) {
+  return static_cast<double>((dayNumber(civil) - referenceDay) * secondsPerDay);
+}
+
+// What four digits of a year can say.
+constexpr double earliestSeconds = startOf({1, 1, 1});
+constexpr double latestSeconds = startOf({10000, 1, 1}) - 1;
+
+static_assert(earliestSeconds == Date::distantPast().secondsSinceReference);
 static_assert(dayNumber({2001, 1, 1}) == referenceDay);
-static_assert(dayNumber({1, 1, 1}) * secondsPerDay ==
-              referenceDay * secondsPerDay + static_cast<std::int64_t>(earliestSeconds));
 static_assert(dayNumber(firstGregorian) == firstGregorianDay);
 static_assert(dayNumber({1582, 10, 4}) == firstGregorianDay - 1);
 
@@ -153,10 +157,9 @@ std::optional<Date> dateFromISO8601(std::string_view text) {
   if (!reader.complete() || !offset) return std::nullopt;
   if (civil.year < 1 || civil.month < 1 || civil.month > 12 || civil.day < 1) return std::nullopt;
   if (hour > 23 || minute > 59 || second > 59) return std::nullopt;
-  const std::int64_t number = dayNumber(civil);
-  if (civilDay(number) != civil) return std::nullopt;  // a day that the calendar does not have
+  if (civilDay(dayNumber(civil)) != civil) return std::nullopt;  // a day that never was
   const std::int64_t clock = (hour * 60 + minute) * 60 + second;
-  return Date{static_cast<double>((number - referenceDay) * secondsPerDay + clock - *offset)};
+  return Date{startOf(civil) + static_cast<double>(clock - *offset)};
 }
 
 }  // namespace korvel

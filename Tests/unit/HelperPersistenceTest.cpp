@@ -1,0 +1,225 @@
+#include "HelperPersistence.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <limits>
+#include <string>
+
+#include "Tests/unit/FakesFiles.h"
+#include "Tests/unit/FakesLog.h"
+#include "Tests/unit/SampleStates.h"
+
+namespace korvel {
+namespace {
+
+using test::fullState;
+using testing::Each;
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::IsEmpty;
+using testing::StartsWith;
+
+const std::string directory = "/Library/Application Support/com.korvel.app.helper";
+const std::string statePath = directory + "/state.json";
+const std::string temporaryPath = directory + "/state.json.tmp";
+
+class HelperPersistenceTest : public testing::Test {
+ protected:
+  void putFile(const std::string& content) {
+    files.nodes[directory] = {true, 0700, ""};
+    files.nodes[statePath] = {false, 0600, content};
+  }
+  std::string errorOfWrite(const HelperState& state) {
+    const auto result = store.write(state);
+    return result ? "written" : result.error().description();
+  }
+
+  test::FakeLog log;
+  test::FakeFiles files;
+  HelperPersistence store{files, Logger(log, "Persistence")};
+};
+
+TEST_F(HelperPersistenceTest, PathsAreThePublishedOnes) {
+  EXPECT_EQ(HelperPersistence::directory, directory);
+  EXPECT_EQ(HelperPersistence::statePath, statePath);
+  EXPECT_EQ(HelperPersistence::temporaryPath, temporaryPath);
+}
+
+TEST_F(HelperPersistenceTest, AWriteMakesItsCallsInTheirFixedOrder) {
+  EXPECT_EQ(errorOfWrite(fullState()), "written");
+  EXPECT_THAT(files.calls,
+              ElementsAre("umask", "mkdir", "unlink", "openExclusive", "write", "fsync", "close",
+                          "replaceItem", "openReadOnly", "fsync", "close", "readFile", "umask"));
+}
+
+TEST_F(HelperPersistenceTest, AWrittenFileHoldsTheRecordForItsOwnerOnly) {
+  EXPECT_EQ(errorOfWrite(fullState()), "written");
+  EXPECT_EQ(files.nodes.at(directory).mode, 0700U);
+  EXPECT_EQ(files.nodes.at(statePath).mode, 0600U);
+  EXPECT_EQ(files.nodes.at(statePath).content, encodeFile(fullState()));
+  EXPECT_FALSE(files.nodes.contains(temporaryPath));
+  EXPECT_TRUE(files.descriptors.empty());
+  EXPECT_THAT(log.lines, IsEmpty());
+}
+
+TEST_F(HelperPersistenceTest, TheFileIsPrettySortedAndHasISODates) {
+  EXPECT_EQ(errorOfWrite(fullState()), "written");
+  EXPECT_THAT(files.nodes.at(statePath).content,
+              testing::AllOf(StartsWith("{\n  \"chargeLimit\" : 75,\n  \"forceDischarge"),
+                             testing::HasSubstr("\"lastWriteAt\" : \"2026-05-09T06:13:20Z\""),
+                             EndsWith("\"topUpActive\" : true\n}")));
+}
+
+TEST_F(HelperPersistenceTest, TheFileMaskIsPrivateDuringAWriteAndRestoredAfterIt) {
+  for (const std::uint32_t mask : {0U, 0022U, 0777U}) {
+    files = {};
+    files.mask = mask;
+    EXPECT_EQ(errorOfWrite(fullState()), "written");
+    EXPECT_THAT(files.masksOfCreation, ElementsAre(0077U));
+    EXPECT_EQ(files.mask, mask);
+    EXPECT_EQ(files.nodes.at(statePath).mode, 0600U);
+  }
+}
+
+TEST_F(HelperPersistenceTest, ADirectoryThatIsTooOpenIsTightened) {
+  files.nodes[directory] = {true, 0755, ""};
+  EXPECT_EQ(errorOfWrite(fullState()), "written");
+  EXPECT_EQ(files.nodes.at(directory).mode, 0700U);
+}
+
+TEST_F(HelperPersistenceTest, ATemporaryFileLeftByACrashIsRemoved) {
+  putFile("{}");
+  files.nodes[temporaryPath] = {false, 0644, "half a record"};
+  EXPECT_EQ(errorOfWrite(fullState()), "written");
+  EXPECT_EQ(files.nodes.at(statePath).content, encodeFile(fullState()));
+  EXPECT_EQ(files.nodes.at(statePath).mode, 0600U);
+  EXPECT_FALSE(files.nodes.contains(temporaryPath));
+}
+
+TEST_F(HelperPersistenceTest, AWrittenRecordReadsBackEqual) {
+  for (const HelperState& state : {HelperState::empty(), fullState()}) {
+    EXPECT_EQ(errorOfWrite(state), "written");
+    EXPECT_EQ(store.read(), state);
+  }
+  EXPECT_THAT(log.lines, IsEmpty());
+}
+
+TEST_F(HelperPersistenceTest, AMissingFileReadsAsTheEmptyRecord) {
+  EXPECT_EQ(store.read(), HelperState::empty());
+  EXPECT_THAT(log.lines, ElementsAre("default Persistence: state.json missing — first run or "
+                                     "post-uninstall reinstall; continuing with empty defaults"));
+  EXPECT_THAT(files.calls, ElementsAre("fileExists"));
+}
+
+TEST_F(HelperPersistenceTest, AFileThatIsNoJSONReadsAsTheEmptyRecordAndIsLeftInPlace) {
+  putFile("not a record");
+  EXPECT_EQ(store.read(), HelperState::empty());
+  EXPECT_THAT(log.lines,
+              ElementsAre("fault Persistence: state.json corrupt — not valid JSON at byte 2; "
+                          "continuing with empty defaults until next setChargeLimit"));
+  EXPECT_EQ(files.nodes.at(statePath).content, "not a record");
+}
+
+TEST_F(HelperPersistenceTest, AnEmptyFileIsCorrupt) {
+  putFile("");
+  EXPECT_EQ(store.read(), HelperState::empty());
+  EXPECT_THAT(log.lines, ElementsAre(StartsWith("fault Persistence: state.json corrupt — ")));
+}
+
+TEST_F(HelperPersistenceTest, AFileThatLacksAFieldIsCorruptAndTheLineNamesIt) {
+  putFile(R"({"chargeLimit":80,"sailingBand":5,"forceDischargeActive":false,)"
+          R"("heatPauseActive":false})");
+  EXPECT_EQ(store.read(), HelperState::empty());
+  EXPECT_THAT(log.lines,
+              ElementsAre("fault Persistence: state.json corrupt — missing key \"lastWriteAt\"; "
+                          "continuing with empty defaults until next setChargeLimit"));
+}
+
+TEST_F(HelperPersistenceTest, AFileThatCannotBeReadIsCorruptWithTheReason) {
+  putFile("");
+  files.readError = ErrorObject{"NSPOSIXErrorDomain", 5, {{localizedDescriptionKey, "disk gone"}}};
+  EXPECT_EQ(store.read(), HelperState::empty());
+  EXPECT_THAT(log.lines,
+              ElementsAre("fault Persistence: state.json corrupt — disk gone [NSPOSIXErrorDomain "
+                          "5]; continuing with empty defaults until next setChargeLimit"));
+}
+
+TEST_F(HelperPersistenceTest, TheNextWriteReplacesACorruptFile) {
+  putFile("not a record");
+  EXPECT_EQ(errorOfWrite(fullState()), "written");
+  EXPECT_EQ(store.read(), fullState());
+}
+
+TEST_F(HelperPersistenceTest, ShortWritesGoOnWithTheRest) {
+  for (std::size_t piece = 1; piece <= 64; piece *= 2) {
+    files = {};
+    files.writes.assign(2000, {static_cast<std::int64_t>(piece), 0});
+    EXPECT_EQ(errorOfWrite(fullState()), "written");
+    EXPECT_EQ(files.nodes.at(statePath).content, encodeFile(fullState()));
+    const std::size_t size = encodeFile(fullState()).size();
+    EXPECT_EQ(std::ranges::count(files.calls, "write"),
+              static_cast<std::ptrdiff_t>((size + piece - 1) / piece));
+  }
+}
+
+TEST_F(HelperPersistenceTest, InterruptedWritesAreRetried) {
+  files.writes = {{-1, EINTR}, {3, 0}, {-1, EINTR}, {-1, EINTR}, {5, 0}};
+  EXPECT_EQ(errorOfWrite(fullState()), "written");
+  EXPECT_EQ(files.nodes.at(statePath).content, encodeFile(fullState()));
+  EXPECT_EQ(std::ranges::count(files.calls, "write"), 6);
+}
+
+TEST_F(HelperPersistenceTest, ARecordThatCannotBeEncodedIsNotWritten) {
+  putFile("old");
+  HelperState state;
+  state.lastWriteAt = Date{std::numeric_limits<double>::quiet_NaN()};
+  EXPECT_THAT(errorOfWrite(state), StartsWith("write failed: "));
+  EXPECT_EQ(files.nodes.at(statePath).content, "old");
+  EXPECT_THAT(files.calls, ElementsAre("umask", "mkdir", "chmod", "umask"));
+  EXPECT_EQ(files.mask, 0022U);
+}
+
+TEST_F(HelperPersistenceTest, AFailedDirectoryFlushIsLoggedAndTheWriteStands) {
+  files.failures["openReadOnly 1"] = EMFILE;
+  EXPECT_EQ(errorOfWrite(fullState()), "written");
+  EXPECT_THAT(log.lines, ElementsAre("error Persistence: fsync parent dir: open(" + directory +
+                                     ") errno=" + std::to_string(EMFILE)));
+  EXPECT_EQ(store.read(), fullState());
+}
+
+TEST_F(HelperPersistenceTest, AFailedFlushOfTheOpenedDirectoryIsIgnored) {
+  files.failures["fsync 2"] = EIO;
+  EXPECT_EQ(errorOfWrite(fullState()), "written");
+  EXPECT_TRUE(files.descriptors.empty());
+  EXPECT_THAT(log.lines, IsEmpty());
+}
+
+TEST_F(HelperPersistenceTest, FailedClosesAreIgnored) {
+  files.failures = {{"close 1", EIO}, {"close 2", EINTR}};
+  EXPECT_EQ(errorOfWrite(fullState()), "written");
+  EXPECT_TRUE(files.descriptors.empty());
+}
+
+TEST_F(HelperPersistenceTest, AReadBackThatDiffersIsNamedWithBothSizes) {
+  const std::size_t size = encodeFile(fullState()).size();
+  for (const std::string& onDisk : {std::string(), std::string("{}"), std::string(size, ' ')}) {
+    files.readBack = onDisk;
+    const auto result = store.write(fullState());
+    ASSERT_FALSE(result);
+    EXPECT_EQ(result.error().kind, HelperPersistence::PersistenceError::Kind::Verify);
+    EXPECT_EQ(result.error().underlying.domain, "com.korvel.app.helper.persistence");
+    EXPECT_EQ(result.error().underlying.code, -1);
+    EXPECT_EQ(result.error().underlying.localizedDescription(),
+              "on-disk bytes (" + std::to_string(onDisk.size()) +
+                  ") differ from intended payload (" + std::to_string(size) + ")");
+    EXPECT_THAT(
+        result.error().description(),
+        StartsWith("read-back verify failed: " + result.error().underlying.localizedDescription()));
+    EXPECT_EQ(files.mask, 0022U);
+  }
+}
+
+}  // namespace
+}  // namespace korvel

@@ -1,0 +1,146 @@
+// The 80 bytes that go to the user client, as they go.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <string>
+
+#include "SMCWriter.h"
+#include "Tests/unit/FakesLog.h"
+#include "Tests/unit/FakesSMC.h"
+
+namespace korvel {
+namespace {
+
+using Block = test::FakeSMC::Block;
+
+class SMCBlockTest : public testing::Test {
+ protected:
+  SMCBlockTest() {
+    smc.keys["CHTE"] = {0x0000000A, {}, 0x68657820, 0x84};
+    smc.keys["BIGK"] = {0x01020304, {}, 0xA1B2C3D4, 0xFF};
+  }
+
+  test::FakeLog log;
+  test::FakeSMC smc;
+  SMCWriter writer{smc, Logger(log, "SMCWriter")};
+};
+
+TEST_F(SMCBlockTest, AKeyInfoBlockHoldsKeyAndCommand) {
+  EXPECT_TRUE(writer.isPresent("CHTE"));
+  Block golden{};
+  golden[0] = 0x45;  // "CHTE" as a little-endian 32-bit code
+  golden[1] = 0x54;
+  golden[2] = 0x48;
+  golden[3] = 0x43;
+  golden[42] = 9;
+  ASSERT_EQ(smc.inputs.size(), 1U);
+  EXPECT_EQ(smc.inputs[0], golden);
+}
+
+TEST_F(SMCBlockTest, AReadBlockHoldsSizeAndTypeToo) {
+  EXPECT_TRUE(writer.readKey("CHTE"));
+  Block golden{};
+  golden[0] = 0x45;
+  golden[1] = 0x54;
+  golden[2] = 0x48;
+  golden[3] = 0x43;
+  golden[28] = 0x0A;
+  golden[32] = 0x20;  // "hex " as a little-endian 32-bit code
+  golden[33] = 0x78;
+  golden[34] = 0x65;
+  golden[35] = 0x68;
+  golden[42] = 5;
+  ASSERT_EQ(smc.inputs.size(), 2U);
+  EXPECT_EQ(smc.inputs[1], golden);
+}
+
+TEST_F(SMCBlockTest, AWriteBlockHoldsThePayloadToo) {
+  EXPECT_TRUE(writer.writeKey("CHTE", ByteList{1, 2, 3}));
+  Block golden{};
+  golden[0] = 0x45;
+  golden[1] = 0x54;
+  golden[2] = 0x48;
+  golden[3] = 0x43;
+  golden[28] = 0x0A;
+  golden[32] = 0x20;
+  golden[33] = 0x78;
+  golden[34] = 0x65;
+  golden[35] = 0x68;
+  golden[42] = 6;
+  golden[48] = 1;
+  golden[49] = 2;
+  golden[50] = 3;
+  ASSERT_EQ(smc.inputs.size(), 2U);
+  EXPECT_EQ(smc.inputs[1], golden);
+}
+
+TEST_F(SMCBlockTest, AFullPayloadEndsWithTheBlock) {
+  ByteList payload;
+  for (std::uint8_t value = 1; value <= 32; ++value) payload.push_back(value);
+  EXPECT_TRUE(writer.writeKey("BIGK", payload));
+  const Block& block = smc.inputs.at(1);
+  EXPECT_TRUE(std::ranges::equal(std::span(block).subspan(48), payload));
+}
+
+TEST_F(SMCBlockTest, AllFourBytesOfSizeAndTypeGoBackAsTheyCame) {
+  EXPECT_TRUE(writer.readKey("BIGK"));
+  const Block& block = smc.inputs.at(1);
+  const auto field = [&](std::size_t offset) {
+    return ByteList(block.begin() + static_cast<std::ptrdiff_t>(offset),
+                    block.begin() + static_cast<std::ptrdiff_t>(offset) + 4);
+  };
+  EXPECT_EQ(field(28), (ByteList{0x04, 0x03, 0x02, 0x01}));
+  EXPECT_EQ(field(32), (ByteList{0xD4, 0xC3, 0xB2, 0xA1}));
+}
+
+TEST_F(SMCBlockTest, AttributesAreNeverSent) {
+  EXPECT_TRUE(writer.writeKey("BIGK", ByteList{1}));
+  for (const Block& block : smc.inputs) EXPECT_EQ(block[36], 0);
+}
+
+TEST_F(SMCBlockTest, FieldsThatAreNotNamedStayZero) {
+  EXPECT_TRUE(writer.writeKeyAndVerify("BIGK", ByteList(32, 0xFF)).result);
+  ASSERT_EQ(smc.inputs.size(), 4U);
+  for (const Block& block : smc.inputs) {
+    for (std::size_t offset = 0; offset < block.size(); ++offset) {
+      const bool named = offset < 4 || (offset >= 28 && offset < 36) || offset == 42 ||
+                         (offset >= 48 && block[42] == 6);
+      if (!named) EXPECT_EQ(block[offset], 0) << "offset " << offset;
+    }
+  }
+}
+
+TEST(FourCharCodeTest, TheFirstCharacterIsTheMostSignificantByte) {
+  EXPECT_EQ(fourCharCode("CHTE"), 0x43485445U);
+  EXPECT_EQ(fourCharCode("CH0B"), 0x43483042U);
+  EXPECT_EQ(fourCharCode(std::string_view("\0\0\0\1", 4)), 1U);
+  EXPECT_EQ(fourCharCode("\xFF\xFF\xFF\xFF"), 0xFFFFFFFFU);
+}
+
+TEST(FourCharCodeDeathTest, AnyOtherLengthStopsTheProcess) {
+  for (const char* key : {"", "CHT", "CHTEX", "CHÉ0"}) {
+    EXPECT_DEATH(fourCharCode(key), "an SMC key name has exactly four bytes") << key;
+  }
+}
+
+TEST_F(SMCBlockTest, OperationsWithAnImpossibleKeyStopTheProcessDeathTest) {
+  EXPECT_DEATH(writer.readKey("LONGER"), "an SMC key name has exactly four bytes");
+  EXPECT_DEATH(writer.writeKey("", ByteList{1}), "an SMC key name has exactly four bytes");
+}
+
+TEST(BytesToTupleTest, ThirtyTwoBytesAreTaken) {
+  ByteList bytes(32, 7);
+  bytes[31] = 9;
+  const auto field = bytesToTuple(bytes);
+  EXPECT_TRUE(std::ranges::equal(field, bytes));
+}
+
+TEST(BytesToTupleDeathTest, AnyOtherLengthStopsTheProcess) {
+  for (const std::size_t size : {0U, 31U, 33U}) {
+    EXPECT_DEATH(bytesToTuple(ByteList(size)), "an SMC payload field has exactly 32 bytes");
+  }
+}
+
+}  // namespace
+}  // namespace korvel

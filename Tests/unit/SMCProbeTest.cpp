@@ -1,0 +1,145 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <array>
+#include <string>
+
+#include "SMCWriter.h"
+#include "Tests/unit/FakesLog.h"
+#include "Tests/unit/FakesSMC.h"
+
+namespace korvel {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+constexpr std::array<const char*, 5> markers = {"CHTE", "CH0B", "CH0C", "CHIE", "CH0I"};
+
+class SMCProbeTest : public testing::Test {
+ protected:
+  SMCWriter opened() { return SMCWriter(smc, Logger(log, "SMCWriter")); }
+
+  test::FakeLog log;
+  test::FakeSMC smc;
+};
+
+TEST_F(SMCProbeTest, AsksForTheFiveKeysInOrderAndReadsNothing) {
+  SMCWriter writer = opened();
+  smc.forgetCalls();
+  EXPECT_EQ(writer.probeCapabilities(), HelperCapabilities::none());
+  EXPECT_THAT(smc.calls,
+              ElementsAre("info CHTE", "info CH0B", "info CH0C", "info CHIE", "info CH0I"));
+  EXPECT_THAT(log.lines,
+              ElementsAre("default SMCWriter: capability probe: tahoeC=0 preTahoeC=0 (metaB=0 "
+                          "metaC=0) tahoeD=0 preTahoeD=0"));
+}
+
+TEST_F(SMCProbeTest, TheNewerFamilyWinsWhileTheLogShowsTheOlderKeys) {
+  for (const char* key : markers) smc.keys[key] = {1, {}};
+  EXPECT_EQ(opened().probeCapabilities(), (HelperCapabilities{true, false, true, false, false}));
+  EXPECT_THAT(log.lines,
+              ElementsAre("default SMCWriter: capability probe: tahoeC=1 preTahoeC=0 (metaB=1 "
+                          "metaC=1) tahoeD=1 preTahoeD=0"));
+}
+
+TEST_F(SMCProbeTest, HalfOfTheOlderPairIsNotEnough) {
+  smc.keys["CH0B"] = {1, {}};
+  EXPECT_FALSE(opened().probeCapabilities().preTahoeCharging);
+  EXPECT_THAT(log.lines, ElementsAre(HasSubstr("preTahoeC=0 (metaB=1 metaC=0)")));
+}
+
+TEST_F(SMCProbeTest, EveryCombinationOfKeysGivesOneFamilyOfEachKindAtMost) {
+  for (unsigned bits = 0; bits < 32; ++bits) {
+    smc.keys.clear();
+    const auto has = [&](std::size_t index) { return (bits >> index & 1U) != 0; };
+    for (std::size_t index = 0; index < markers.size(); ++index) {
+      if (has(index)) smc.keys[markers[index]] = {1, {}};
+    }
+    HelperCapabilities expected;
+    if (has(0)) {
+      expected.tahoeCharging = true;
+    } else if (has(1) && has(2)) {
+      expected.preTahoeCharging = true;
+    }
+    if (has(3)) {
+      expected.tahoeDischarge = true;
+    } else if (has(4)) {
+      expected.preTahoeDischarge = true;
+    }
+    EXPECT_EQ(opened().probeCapabilities(), expected) << bits;
+  }
+}
+
+TEST_F(SMCProbeTest, TheKeysSizeTypeAndValueDoNotMatter) {
+  smc.keys["CHTE"] = {0, {}, 0, 0};
+  smc.keys["CHIE"] = {200, {1, 2, 3}, 0xFFFFFFFF, 0xFF};
+  const HelperCapabilities found = opened().probeCapabilities();
+  EXPECT_TRUE(found.tahoeCharging);
+  EXPECT_TRUE(found.tahoeDischarge);
+}
+
+TEST_F(SMCProbeTest, AFailedKeyInfoOnlyMakesItsOwnKeyAbsent) {
+  for (std::size_t failing = 0; failing < markers.size(); ++failing) {
+    for (const test::FakeSMC::Answer answer :
+         {test::FakeSMC::Answer{ioReturnError, 0}, {0, 132}, {0, 1}}) {
+      smc.keys.clear();
+      for (std::size_t index = failing; index < markers.size(); ++index) {
+        smc.keys[markers[index]] = {1, {}};
+      }
+      SMCWriter writer = opened();
+      smc.forgetCalls();
+      smc.answers = {{failing + 1, answer}};
+      const HelperCapabilities found = writer.probeCapabilities();
+      EXPECT_EQ(smc.callNumber, markers.size());
+      EXPECT_FALSE(found.tahoeCharging);
+      EXPECT_EQ(found.preTahoeCharging, failing == 0);
+      EXPECT_EQ(found.tahoeDischarge, failing < 3);
+      EXPECT_EQ(found.preTahoeDischarge, failing == 3);
+    }
+  }
+}
+
+TEST_F(SMCProbeTest, WithoutAnSMCEveryKeyTriesToReopenAndIsAbsent) {
+  for (std::size_t number = 1; number <= 6; ++number) smc.answers[number] = {ioReturnNoDevice};
+  SMCWriter writer = opened();
+  smc.calls.clear();
+  log.lines.clear();
+  EXPECT_EQ(writer.probeCapabilities(), HelperCapabilities::none());
+  EXPECT_THAT(smc.calls, ElementsAre("match", "match", "match", "match", "match"));
+  ASSERT_EQ(log.lines.size(), 11U);
+  for (std::size_t key = 0; key < 5; ++key) {
+    EXPECT_EQ(log.lines[2 * key], "fault SMCWriter: AppleSMC service not found at init");
+    EXPECT_EQ(log.lines[2 * key + 1],
+              "fault SMCWriter: AppleSMC reopen failed — writes will continue to fail until "
+              "launchd respawns");
+  }
+}
+
+TEST_F(SMCProbeTest, AnSMCThatAppearsMidwayIsUsedForTheRest) {
+  for (const char* key : markers) smc.keys[key] = {1, {}};
+  smc.answers[1] = {ioReturnNoDevice};
+  smc.answers[2] = {ioReturnNoDevice};  // the reopen for "CHTE"
+  EXPECT_EQ(opened().probeCapabilities(), (HelperCapabilities{false, true, true, false, false}));
+}
+
+TEST_F(SMCProbeTest, AStaleConnectionIsReopenedDuringTheProbe) {
+  for (const char* key : markers) smc.keys[key] = {1, {}};
+  SMCWriter writer = opened();
+  smc.forgetCalls();
+  smc.answers[1] = {ioReturnNotOpen};
+  EXPECT_EQ(writer.probeCapabilities(), (HelperCapabilities{true, false, true, false, false}));
+  EXPECT_EQ(smc.lookUps(), 1U);
+}
+
+TEST_F(SMCProbeTest, TheFirstWriteAfterAProbeNeedsNoKeyInfo) {
+  smc.keys["CHTE"] = {4, {}};
+  SMCWriter writer = opened();
+  writer.probeCapabilities();
+  smc.forgetCalls();
+  EXPECT_TRUE(writer.writeKey("CHTE", ByteList{1, 0, 0, 0}));
+  EXPECT_THAT(smc.calls, ElementsAre("write CHTE [1, 0, 0, 0]"));
+}
+
+}  // namespace
+}  // namespace korvel
