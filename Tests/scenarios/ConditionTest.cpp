@@ -106,12 +106,13 @@ TEST_F(ConditionTest, FieldsOfTheSavedAndTheReportedState) {
   EXPECT_TRUE(holds("saved nothing"));
   EXPECT_FALSE(holds("reported chargeLimit=80"));
   EXPECT_FALSE(holds("reported lastDischargeAbortReason absent"));
-  stage.saved = R"({"chargeLimit":80,"topUpActive":false,"helperVersion":"2.0.0"})";
+  stage.saved =
+      R"({"chargeLimit":80,"topUpActive":false,"helperVersion":"2.0.0","why":"too warm"})";
   stage.reported = R"({"chargeLimit":70})";
   EXPECT_FALSE(holds("saved nothing"));
   EXPECT_TRUE(holds("saved chargeLimit=80"));
   EXPECT_TRUE(holds("saved topUpActive=false and saved helperVersion=2.0.0"));
-  EXPECT_TRUE(holds("saved helperVersion=\"2.0.0\""));
+  EXPECT_TRUE(holds("saved helperVersion=\"2.0.0\" and saved why=\"too warm\""));
   EXPECT_TRUE(holds("saved lastDischargeAbortReason absent"));
   EXPECT_FALSE(holds("saved chargeLimit absent"));
   EXPECT_TRUE(holds("reported chargeLimit=70"));

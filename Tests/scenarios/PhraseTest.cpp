@@ -18,6 +18,18 @@ TEST(PhraseTest, WordsAreSplitAtSpacesAndQuotationsStayWhole) {
   EXPECT_FALSE(phrase.complaint());
 }
 
+TEST(PhraseTest, AQuotationWithinAWordBelongsToIt) {
+  Phrase phrase(R"(saved reason="too warm, really" x)");
+  phrase.take("it");
+  EXPECT_FALSE(phrase.peekIsQuoted());
+  EXPECT_EQ(phrase.take("it"), "reason=too warm, really");
+  EXPECT_EQ(phrase.take("it"), "x");
+  Phrase empty("\"\"");
+  EXPECT_TRUE(empty.peekIsQuoted());
+  EXPECT_EQ(empty.take("it"), "");
+  EXPECT_FALSE(empty.complaint());
+}
+
 TEST(PhraseTest, TheFirstComplaintIsKept) {
   Phrase phrase("lid ajar now");
   phrase.take("it");

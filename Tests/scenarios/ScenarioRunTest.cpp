@@ -60,6 +60,18 @@ steps:
   EXPECT_FALSE(stage.machine().lid.isClosed()) << "the run goes on after a failure";
 }
 
+TEST_F(ScenarioRunTest, WhatIsGivenIsJudgedBeforeAnythingIsDone) {
+  EXPECT_TRUE(play(R"(steps:
+  - at: 00:01
+    given: adapter connected
+    do: adapter out
+    expect: adapter disconnected
+)")
+                  .passed);
+  EXPECT_THAT(play("steps: [{at: 00:02, given: adapter connected, do: adapter in}]\n").report,
+              HasSubstr("expected \"adapter connected\", but the adapter is disconnected"));
+}
+
 TEST_F(ScenarioRunTest, WithinFailsAtItsDeadlineAndNotBefore) {
   const ScenarioOutcome outcome = play(R"(start: {battery: 50}
 steps:

@@ -115,12 +115,7 @@ void takeField(Phrase& phrase, Term& term) {
     }
     return;
   }
-  std::string value = first.substr(equals + 1);
-  // A quotation right after the equals sign is a word of its own.
-  term.value = value.empty() && phrase.peekIsQuoted() ? phrase.take("a value") : value;
-  if (term.value->size() >= 2 && term.value->front() == '"' && term.value->back() == '"') {
-    term.value = term.value->substr(1, term.value->size() - 2);
-  }
+  term.value = first.substr(equals + 1);
 }
 
 /// `CHIE=08` or `CHTE=01 00 00 00`.

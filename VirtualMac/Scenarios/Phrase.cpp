@@ -44,28 +44,26 @@ std::optional<double> clockFrom(std::string_view text) {
 }  // namespace
 
 Phrase::Phrase(std::string_view source) {
-  std::size_t at = 0;
-  while (true) {
-    at = source.find_first_not_of(" \n", at);
-    if (at == std::string_view::npos) return;
-    if (source[at] != '"') {
-      const std::size_t end = std::min(source.find_first_of(" \n", at), source.size());
-      words.push_back({std::string(source.substr(at, end - at)), false});
-      at = end;
-      continue;
-    }
-    Word word{"", true};
-    for (++at; at < source.size() && source[at] != '"'; ++at) {
-      if (source[at] == '\\' && at + 1 < source.size()) ++at;
+  bool inside = false;   // a quotation
+  bool started = false;  // a word
+  Word word;
+  for (std::size_t at = 0; at < source.size(); ++at) {
+    const char character = source[at];
+    if (!inside && (character == ' ' || character == '\n')) {
+      if (started) words.push_back(std::exchange(word, {}));
+      started = false;
+    } else if (character == '"') {
+      inside = !inside;
+      word.quoted = word.quoted || !started;
+      started = true;
+    } else {
+      if (inside && character == '\\' && at + 1 < source.size()) ++at;
       word.text += source[at];
+      started = true;
     }
-    if (at == source.size()) {
-      complain("a quotation that does not end");
-      return;
-    }
-    ++at;
-    words.push_back(std::move(word));
   }
+  if (started) words.push_back(std::move(word));
+  if (inside) complain("a quotation that does not end");
 }
 
 std::string_view Phrase::peek() const { return atEnd() ? std::string_view() : words[next].text; }

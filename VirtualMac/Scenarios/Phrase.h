@@ -11,10 +11,11 @@
 
 namespace virtualmac {
 
-/// One word of a phrase; what stood in double quotes is one word.
+/// One word of a phrase. What stands in double quotes belongs to one word, spaces included, also
+/// within a word: `reason="too warm"`.
 struct Word {
   std::string text;
-  bool quoted = false;
+  bool quoted = false;  ///< It began with a quote.
 };
 
 /// A phrase cut into words, for reading from left to right. What a reader does not understand it

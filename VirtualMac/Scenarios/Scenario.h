@@ -40,6 +40,7 @@ struct Step {
   std::vector<Action> actions;
   std::vector<int> actionLines;
   ExpectedReply reply;
+  std::vector<Expectation> given;   ///< Holds before anything is done.
   std::vector<Expectation> expect;  ///< Holds once the step is done.
   std::vector<Expectation> within;  ///< Comes true within a time.
   std::vector<Expectation> holds;   ///< Comes true at once and stays so for a time.
@@ -61,14 +62,16 @@ struct Step {
 ///       do: adapter out
 ///       holds: 30m gate paused
 ///     - at: 01:30
-///       expect: [battery < 80, saved chargeLimit=80]
+///       given: [battery < 80, saved chargeLimit=80]
+///       do: clear
+///       expect: gate charging
 ///   never: CHIE=08 while asleep
 ///
 /// Keys of the whole: name, description, profile, seed, start, steps, never, always, ends. Of the
 /// start: battery, adapter, lid, display, temperature, ambient, idle-sleep, sleep-disabled (with
 /// the words of the actions of these names), faults, saved-state, helper-version,
-/// restart-after-crash. Of a step: at or after, do, reply, expect, within, holds; or at, repeat,
-/// every, steps. Lists may be single values.
+/// restart-after-crash. Of a step: at or after, given, do, reply, expect, within, holds; or at,
+/// repeat, every, steps. Lists may be single values.
 struct Scenario {
   std::string file;
   std::string name;

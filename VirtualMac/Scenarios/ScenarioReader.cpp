@@ -166,12 +166,14 @@ void ScenarioReader::readStep(const YAML::Node& node, double from) {
       if (key == "at" || key == "after") readTime(key, phrase, from, step);
       if (key == "do") addAction(phrase, step.actions, step.actionLines);
       if (key == "reply") readReply(phrase, step);
+      if (key == "given") addExpectation(phrase, false, false, step.given);
       if (key == "expect") addExpectation(phrase, false, false, step.expect);
       if (key == "within") addExpectation(phrase, true, true, step.within);
       if (key == "holds") addExpectation(phrase, true, true, step.holds);
     }
   };
-  entries(node, "a step", {"at", "after", "do", "reply", "expect", "within", "holds"}, each);
+  entries(node, "a step", {"at", "after", "given", "do", "reply", "expect", "within", "holds"},
+          each);
   if (step.time < 0) return defect(step.line, "a step says when: at MOMENT or after DURATION");
   if (step.time < latest) {
     return defect(step.line, fmt::format("this step is before the one in line {}", latestLine));
@@ -285,7 +287,8 @@ std::expected<Scenario, std::string> parseScenario(const std::string& text,
   try {
     reader.read(YAML::Load(text));
   } catch (const YAML::Exception& failure) {
-    reader.defect(failure.mark.line + 1, failure.msg);
+    reader.defect(failure.mark.line + 1,
+                  failure.msg + " (a phrase with \": \" or a leading quote needs '...' around it)");
   }
   if (!reader.defects.empty()) return std::unexpected(reader.defects);
   return std::move(reader.scenario);

@@ -133,6 +133,8 @@ void ScenarioRun::setUp() {
 }
 
 void ScenarioRun::play(const Step& step) {
+  judgeExpectations(step.given);
+  if (failure) return;
   if (!step.actions.empty()) stepBegan = ears->entries.size();
   startWatching(step);
   for (std::size_t index = 0; index < step.actions.size() && !failure; ++index) {
@@ -140,7 +142,7 @@ void ScenarioRun::play(const Step& step) {
   }
   for (Watch& watch : watches) watch.waiting = false;
   if (!failure) judgeWatches(false);
-  if (!failure) judgeExpectations(step);
+  if (!failure) judgeExpectations(step.expect);
 }
 
 void ScenarioRun::perform(const Action& action, int line, const ExpectedReply& reply) {
@@ -168,8 +170,8 @@ void ScenarioRun::judgeReply(const Action& action, int line, const ExpectedReply
                          answerText(answer)));
 }
 
-void ScenarioRun::judgeExpectations(const Step& step) {
-  for (const Expectation& expectation : step.expect) {
+void ScenarioRun::judgeExpectations(const std::vector<Expectation>& expectations) {
+  for (const Expectation& expectation : expectations) {
     Condition condition = expectation.condition;
     for (std::size_t index = stepBegan; index < ears->entries.size(); ++index) {
       condition.hear(ears->entries[index]);

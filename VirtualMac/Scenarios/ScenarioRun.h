@@ -26,8 +26,8 @@ struct ScenarioOutcome {
 /// Plays one scenario on one stage, and stops at the first expectation that fails.
 ///
 /// A step is done when its requests were answered and nothing more is due at that moment; only then
-/// its `expect` is judged. Everything else is watched: judged after each piece of work, and at its
-/// deadline.
+/// its `expect` is judged; its `given` before anything is done. Everything else is watched: judged
+/// after each piece of work, and at its deadline.
 class ScenarioRun {
  public:
   /// `command` runs the scenario again; it ends the report of a failure.
@@ -60,7 +60,7 @@ class ScenarioRun {
   void perform(const Action& action, int line, const ExpectedReply& reply);
   void judgeReply(const Action& action, int line, const ExpectedReply& reply,
                   const std::optional<Answer>& answer);
-  void judgeExpectations(const Step& step);
+  void judgeExpectations(const std::vector<Expectation>& expectations);
   void startWatching(const Step& step);
   /// Lets time pass until `moment`, stopping at the deadlines on the way.
   void advance(double moment);
