@@ -41,16 +41,43 @@ Leftovers leftoversOn(virtualmac::World& world) {
   return left;
 }
 
+namespace {
+
+/// Where the helper has no key to write, it sets the system's own limit, never below the lowest
+/// that the system offers.
+bool usesNativeLimit(virtualmac::Machine& mac) {
+  const korvel::HelperCapabilities caps = trueCapabilities(mac);
+  return caps.nativeCharging && !caps.tahoeCharging && !caps.preTahoeCharging;
+}
+
+std::int64_t lowestNativeLimit(const virtualmac::Machine& mac) {
+  std::int64_t lowest = 100;
+  const korvel::PropertyValue& offered = mac.profile().powerUI.offeredLimits;
+  if (offered.array() == nullptr) return lowest;
+  for (const korvel::PropertyValue& each : *offered.array()) {
+    const std::int64_t limit = each.integer().value_or(0);
+    if (limit >= 1) lowest = std::min(lowest, limit);
+  }
+  return lowest;
+}
+
+/// The gate stands as an enforced limit leaves it.
+bool heldBackFor(virtualmac::Machine& mac, std::int64_t limit) {
+  if (!usesNativeLimit(mac)) return mac.smc.chargingInhibited();
+  return mac.powerUI.currentLimit() == std::max(limit, lowestNativeLimit(mac));
+}
+
+}  // namespace
+
 bool chargingPaused(virtualmac::Machine& mac) {
-  const std::uint8_t native = mac.powerUI.currentLimit();
-  return mac.smc.chargingInhibited() || (native != 0 && native <= mac.battery.percent());
+  return mac.smc.chargingInhibited() || mac.powerUI.currentLimit() != 0;
 }
 
 bool gateIsRight(virtualmac::Machine& mac, std::int64_t limit, std::int64_t band) {
   const std::int64_t charge = mac.battery.percent();
   if (limit == 100) return !chargingPaused(mac);
   if (!mac.adapter.isConnected()) return true;
-  if (charge >= limit) return chargingPaused(mac);
+  if (charge >= limit) return heldBackFor(mac, limit);
   const std::int64_t effective = std::min(std::clamp<std::int64_t>(band, 1, 20), limit - 1);
   return charge >= limit - effective || !chargingPaused(mac);
 }

@@ -35,7 +35,7 @@ std::optional<korvel::HelperState> recordOnDisk(const virtualmac::Machine& mac);
 struct Leftovers {
   std::optional<std::string> file;
   std::optional<korvel::HelperState> record;
-  bool chargingPaused = false;  ///< By an SMC key or by a native limit below 100.
+  bool chargingPaused = false;  ///< By an SMC key or by a native limit.
   bool inflowInhibited = false;
   bool sleepDisabled = false;
 };
@@ -44,8 +44,10 @@ Leftovers leftoversOn(virtualmac::World& world);
 /// Charging is held back, by whichever control the machine has.
 bool chargingPaused(virtualmac::Machine& mac);
 
-/// Whether the gate stands as a limit wants it with the battery's present charge. True inside the
-/// band, where any gate is right, and without the adapter, where it is left alone.
+/// Whether the gate stands as a limit wants it with the battery's present charge: at the limit and
+/// above, charging is paused (the native limit set, where that is the gate); below the band, it is
+/// not. True inside the band, where any gate is right, and without the adapter, where it is left
+/// alone.
 bool gateIsRight(virtualmac::Machine& mac, std::int64_t limit, std::int64_t band = 5);
 
 /// Ends what keeps the helper from seeing and acting: readings work, the adapter is in, the lid is

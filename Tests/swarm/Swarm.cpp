@@ -1,0 +1,164 @@
+#include "Tests/swarm/Swarm.h"
+
+#include <algorithm>
+#include <array>
+
+#include "Tests/swarm/Deeds.h"
+#include "VirtualMac/Machine/FaultNames.h"
+#include "VirtualMac/Schedule/SeamCall.h"
+
+namespace swarm {
+
+namespace {
+
+using sweeps::Findings;
+using virtualmac::FaultTable;
+using virtualmac::SeamCall;
+
+SeamCall callNamed(std::string_view id) {
+  const auto& all = virtualmac::seamCalls;
+  const auto found = std::ranges::find(all, id, &virtualmac::SeamCallDescription::id);
+  return static_cast<SeamCall>(found - all.begin());
+}
+
+constexpr std::size_t mostClients = 4;
+/// Longer than any call takes here, several in a row included.
+constexpr double quietSeconds = 120;
+
+}  // namespace
+
+Swarm::Swarm(const SwarmPlan& given)
+    : random(given.seed),
+      plan(given),
+      story{"swarm", given.profile, {}, {}},
+      stage(story, given.seed, virtualmac::Scheduling::Seeded) {
+  world().launchd().startOnDemand = true;
+  world().launchd().restartAfterCrash = plan.restartAfterCrash;
+  mac().battery.setPercent(static_cast<double>(random.between(5, 100)));
+}
+
+void Swarm::rage(Findings& findings) {
+  world().startHelper();
+  for (std::uint64_t i = 0; i < plan.steps && findings.empty(); ++i) {
+    step();
+    letTimePass();
+    checkStep(findings);
+  }
+}
+
+void Swarm::step() {
+  if (!plan.machineFaults.empty() && random.chance(1, 5)) return toggleMachineFault();
+  if (!plan.callFaults.empty() && random.chance(1, 5)) return toggleCallFault();
+  if (plan.deeds.empty()) return;
+  const std::string& wanted = plan.deeds[random.below(plan.deeds.size())];
+  std::ranges::find(deeds(), wanted, &Deed::name)->act(*this);
+}
+
+void Swarm::letTimePass() {
+  constexpr std::array seconds{0.0, 0.0, 0.02, 0.3, 2.0, 5.0, 12.0, 31.0, 90.0, 600.0};
+  const double most = seconds.at(random.below(seconds.size()));
+  world().runFor(most * random.unit());
+}
+
+void Swarm::toggleMachineFault() {
+  const std::string line = plan.machineFaults[random.below(plan.machineFaults.size())];
+  const auto found = std::ranges::find(faultsOn, line);
+  const bool on = found == faultsOn.end();
+  // Of a key that this machine lacks there is nothing to switch.
+  if (!virtualmac::setFault(mac(), line, on)) return;
+  if (on) {
+    faultsOn.push_back(line);
+  } else {
+    faultsOn.erase(found);
+  }
+}
+
+void Swarm::toggleCallFault() {
+  const std::string& id = plan.callFaults[random.below(plan.callFaults.size())];
+  const auto found =
+      std::ranges::find(rules, id, &std::pair<std::string, FaultTable::RuleId>::first);
+  if (found != rules.end()) {
+    world().faults().remove(found->second);
+    rules.erase(found);
+    return;
+  }
+  const SeamCall call = callNamed(id);
+  const std::uint64_t every = 1 + random.below(4);
+  const auto fault = virtualmac::plainFault(call).value_or(virtualmac::InjectedFault{});
+  rules.emplace_back(id, world().faults().failWhen(
+                             call, [this, every] { return random.chance(1, every); }, fault));
+}
+
+void Swarm::checkStep(Findings& findings) {
+  sweeps::checkConduct(findings, world());
+  sweeps::checkAssertions(findings, world());
+  sweeps::checkStateFile(findings, mac());
+  const auto status = world().exitStatus();
+  findings.expect(!status || *status == 0, "the helper ended with another status than 0");
+}
+
+sweeps::Excuses Swarm::excuses() const {
+  sweeps::Excuses found;
+  const bool recordLost = plan.hasFault("fileRead") || plan.hasFault("fileExists") ||
+                          plan.hasFault("disk-call-fails readFile");
+  const bool revertedOnce = plan.hasFault("fileReplaceItem") || plan.hasFault("disk-rename-fails");
+  // A replacement on a disk that takes no change fails too.
+  const bool reverted =
+      revertedOnce || plan.hasFault("disk-readonly") || plan.hasFault("disk-full");
+  found.assertions = plan.hasFault("assertion-release") || plan.hasFault("assertionRelease");
+  found.sleepDisabled = plan.hasFault("settings") || recordLost || reverted ||
+                        plan.has("anotherProgramTurnsSleepOff");
+  found.claim = reverted;
+  found.failedCalls = true;
+  found.gateByItself = reverted || recordLost;
+  found.restart = plan.hasFault("smc-size");
+  return found;
+}
+
+void Swarm::healAndConverge(Findings& findings) {
+  world().faults().clear();
+  // Keys come back first: what is wrong with a key can only end while there is one.
+  std::ranges::partition(
+      faultsOn, [](const std::string& line) { return line.starts_with("smc-key-missing"); });
+  for (const std::string& line : faultsOn) {
+    const auto done = virtualmac::setFault(mac(), line, false);
+    if (!done) findings.note("a fault does not end: " + done.error());
+  }
+  mac().power.setIdleSleepMinutes(0);
+  sweeps::healMachine(mac());
+  if (mac().battery.percent() < 25) mac().battery.setPercent(25);
+  for (const auto& client : stage.clients) client->disconnect();
+  // Messages that wait for a helper reach the next one: also the last quit has to be played out.
+  if (!world().helperRunning()) world().startHelper();
+  world().launchd() = {.startOnDemand = false, .restartAfterCrash = false};
+  world().runFor(quietSeconds);
+  sweeps::converge(stage, findings, excuses());
+}
+
+std::string Swarm::journalTail() {
+  constexpr std::size_t lines = 80;
+  const auto& entries = world().journal().entries();
+  std::string tail;
+  for (std::size_t i = entries.size() - std::min(lines, entries.size()); i < entries.size(); ++i) {
+    tail += virtualmac::journalLine(entries[i]) + '\n';
+  }
+  return tail;
+}
+
+virtualmac::AppClient* Swarm::someClient() {
+  if (stage.clients.empty()) return nullptr;
+  return stage.clients[random.below(stage.clients.size())].get();
+}
+
+void Swarm::connect(std::string_view identity) {
+  if (stage.clients.size() >= mostClients) return;
+  stage.clients.push_back(world().connectApp(identity));
+  // The connection comes about with its first message.
+  stage.clients.back()->ping();
+}
+
+void Swarm::forgetClient(const virtualmac::AppClient& client) {
+  std::erase_if(stage.clients, [&client](const auto& each) { return each.get() == &client; });
+}
+
+}  // namespace swarm
