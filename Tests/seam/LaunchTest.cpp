@@ -76,6 +76,24 @@ TEST_F(LaunchTest, ACrashedHelperIsStartedAgainWhenThePolicySaysSo) {
   EXPECT_EQ(world.exitStatus(), 3);
 }
 
+TEST_F(LaunchTest, NothingIsStartedWhileTheMachineGoesDown) {
+  world.launchd().restartAfterCrash = true;
+  world.startHelper();
+  world.powerLoss();
+  EXPECT_FALSE(world.helperRunning());
+  const auto app = world.connectApp();
+  EXPECT_TRUE(app->await(app->ping()).answered) << "the next demand starts a helper";
+  EXPECT_NE(world.machine().process(world.helperPid().value_or(0)), nullptr);
+}
+
+TEST_F(LaunchTest, AWorldMayEndRightAfterItsHelperExited) {
+  World ending(helper.options());
+  ending.startHelper();
+  ending.runUntilIdle();
+  ending.sendSignal(SIGTERM);
+  EXPECT_TRUE(ending.runUntil([&ending] { return !ending.helperRunning(); }, 1));
+}
+
 TEST_F(LaunchTest, AnIgnoredSignalReachesItsSource) {
   world.startHelper();
   world.runUntilIdle();

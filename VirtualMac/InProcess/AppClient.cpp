@@ -42,7 +42,9 @@ AppCallRef AppClient::releaseLimitUntilFullThenRestore() {
 AppCallRef AppClient::cancelTopUp() { return start(selectors::cancelTopUp, 0); }
 AppCallRef AppClient::getState() { return start(selectors::getState, 0); }
 AppCallRef AppClient::resetAllSMCKeys() { return start(selectors::resetAllSMCKeys, 0); }
-AppCallRef AppClient::send(std::string_view selector) { return start(selector, 0); }
+AppCallRef AppClient::send(std::string_view selector, std::uint8_t argument) {
+  return start(selector, argument);
+}
 
 AppCallRef AppClient::quit() {
   AppCallRef call = start(selectors::quit, 0);

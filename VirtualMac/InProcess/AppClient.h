@@ -51,8 +51,8 @@ class AppClient {
   AppCallRef getState();
   AppCallRef resetAllSMCKeys();
   AppCallRef quit();  ///< Over as soon as it is sent.
-  /// A message that no interface may know, without arguments.
-  AppCallRef send(std::string_view selector);
+  /// Any message, also one that no interface may know.
+  AppCallRef send(std::string_view selector, std::uint8_t argument = 0);
 
   /// Runs the world until `call` is over, `limitSeconds` of virtual time at most.
   const AppCall& await(const AppCallRef& call, double limitSeconds = 10);

@@ -65,7 +65,10 @@ struct World::Parts {
     }
     machine->signatures.setPath(helperProgramPath, "helper");
     machine->setDownHandler([this](std::string_view) {
-      if (running()) present->end(ProcessEnd{std::nullopt, SIGKILL});
+      if (!running()) return;
+      // Not a crash to launchd, which goes down as well: nothing starts while the machine does.
+      endedWithMachine = present;
+      present->end(ProcessEnd{std::nullopt, SIGKILL});
     });
   }
 
@@ -96,7 +99,7 @@ struct World::Parts {
   }
 
   void processGone(HostedProcess& process) {
-    const bool crashed = process.endedBy().signal.has_value();
+    const bool crashed = process.endedBy().signal.has_value() && &process != endedWithMachine;
     if (crashed && launch.restartAfterCrash && hasEntry && !closing && !machine->isOff()) {
       start(true);
     }
@@ -134,6 +137,7 @@ struct World::Parts {
   LaunchPolicy launch;
   std::vector<std::unique_ptr<HostedProcess>> processes;
   HostedProcess* present = nullptr;
+  const HostedProcess* endedWithMachine = nullptr;
   bool hasEntry = false;
   bool closing = false;
   std::int32_t nextHelperPid = firstHelperPid;
