@@ -1,0 +1,162 @@
+// Who may talk to the helper, and how connections are counted.
+
+#include "HelperEntry.h"
+#include "HelperImpl.h"
+#include "KorvelHelperProtocol.h"
+#include "Tests/behaviour/Bench.h"
+#include "Tests/behaviour/Doubles.h"
+
+namespace korvel::test {
+namespace {
+
+class DelegateTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    Platform& platform = bench.world.startBareHelper();
+    core = HelperImpl::create(platform);
+    delegate = std::make_shared<HelperListenerDelegate>(platform, core, "ABCDE12345");
+    teamless = std::make_shared<HelperListenerDelegate>(platform, core, "");
+    bench.world.runUntilIdle();
+    bench.mark();
+  }
+
+  Bench bench;
+  std::shared_ptr<HelperImpl> core;
+  std::shared_ptr<HelperListenerDelegate> delegate, teamless;
+  RecordingConnection connection;
+};
+
+TEST_F(DelegateTest, PreparesAConnectionInThisOrderBeforeItIsResumed) {
+  EXPECT_TRUE(delegate->shouldAcceptNewConnection(connection));
+  EXPECT_THAT(connection.steps,
+              ElementsAre("interface", "object", "requirement", "invalidation handler",
+                          "interruption handler", "resume"));
+  EXPECT_EQ(connection.object, core) << "every client has the one core";
+  EXPECT_EQ(connection.interface.protocolName, "KorvelHelperProtocol");
+  EXPECT_EQ(connection.interface.replyClasses.size(), 8U);
+  EXPECT_EQ(connection.requirement, strictRequirement("com.korvel.app", "ABCDE12345"));
+  EXPECT_THAT(bench.logs("Listener"),
+              ElementsAre("default accepted XPC connection (requirement set, team=ABCDE12345)"));
+  EXPECT_THAT(bench.logs(), IsEmpty()) << "the core is told by a post, not by a call";
+  bench.world.runUntilIdle();
+  EXPECT_THAT(bench.logs(), ElementsAre("default client connected (count=1)"));
+}
+
+TEST_F(DelegateTest, WithoutATeamNothingIsResumedCountedOrGivenHandlers) {
+  EXPECT_FALSE(teamless->shouldAcceptNewConnection(connection));
+  EXPECT_THAT(connection.steps, ElementsAre("interface", "object"));
+  bench.world.runUntilIdle();
+  EXPECT_THAT(bench.since("log"),
+              ElementsAre("log Listener fault \"Release build with unreadable Team ID — refusing "
+                          "XPC connection\""));
+}
+
+TEST_F(DelegateTest, RequirementThatDoesNotParseIsARefusal) {
+  connection.requirementParses = false;
+  EXPECT_FALSE(delegate->shouldAcceptNewConnection(connection));
+  EXPECT_THAT(connection.steps, ElementsAre("interface", "object", "requirement"));
+  bench.world.runUntilIdle();
+  EXPECT_THAT(bench.logs(), IsEmpty());
+}
+
+TEST_F(DelegateTest, InvalidationNamesItsPlaceInTheEntryAndCountsOut) {
+  delegate->shouldAcceptNewConnection(connection);
+  bench.world.runUntilIdle();
+  bench.mark();
+  connection.invalidation();
+  ASSERT_EQ(bench.logs("Listener").size(), 1U);
+  EXPECT_THAT(bench.logs("Listener").front(),
+              ::testing::MatchesRegex(
+                  "default connection invalidated #fileID=KorvelHelper/main\\.cpp line=[0-9]+"));
+  bench.world.runUntilIdle();
+  EXPECT_THAT(bench.logs(), ElementsAre("default client disconnected (count=0)"));
+}
+
+TEST_F(DelegateTest, InvalidationStillCountsOutAfterTheDelegateIsGone) {
+  delegate->shouldAcceptNewConnection(connection);
+  bench.world.runUntilIdle();
+  delegate.reset();
+  bench.mark();
+  connection.invalidation();
+  connection.interruption();
+  bench.world.runUntilIdle();
+  EXPECT_THAT(bench.since("log"),
+              ElementsAre("log HelperImpl default \"client disconnected (count=0)\""));
+}
+
+TEST_F(DelegateTest, HandlersDoNotKeepTheDelegateAlive) {
+  delegate->shouldAcceptNewConnection(connection);
+  const std::weak_ptr<HelperListenerDelegate> watched = delegate;
+  delegate.reset();
+  EXPECT_TRUE(watched.expired());
+}
+
+TEST_F(DelegateTest, InterruptionIsALineAndNothingElse) {
+  delegate->shouldAcceptNewConnection(connection);
+  bench.world.runUntilIdle();
+  bench.mark();
+  connection.interruption();
+  bench.world.runUntilIdle();
+  EXPECT_THAT(bench.since("log"), ElementsAre("log Listener default \"connection interrupted\""));
+}
+
+TEST(RequirementTest, HasFourClausesWithBothNamesInQuotes) {
+  EXPECT_EQ(strictRequirement("com.korvel.app", "ABCDE12345"),
+            "anchor apple generic and identifier \"com.korvel.app\" and certificate "
+            "leaf[subject.OU] = \"ABCDE12345\" and certificate "
+            "leaf[field.1.2.840.113635.100.6.1.13] exists");
+}
+
+TEST(RequirementTest, EscapesNothing) {
+  EXPECT_EQ(strictRequirement("a\"b", "c\\d"),
+            "anchor apple generic and identifier \"a\"b\" and certificate leaf[subject.OU] = "
+            "\"c\\d\" and certificate leaf[field.1.2.840.113635.100.6.1.13] exists");
+}
+
+TEST(AdmissionTest, OneOfTwoLeavingLeavesOneCounted) {
+  Bench bench;
+  bench.boot();
+  const auto second = bench.world.connectApp();
+  second->await(second->ping());
+  bench.app->disconnect();
+  bench.world.runUntilIdle();
+  EXPECT_EQ(bench.logs().back(), "default client disconnected (count=1)");
+}
+
+TEST(AdmissionTest, InterruptedConnectionStillCounts) {
+  Bench bench;
+  bench.bootWithLimit(50);
+  bench.app->interrupt();
+  bench.run(60);
+  EXPECT_THAT(bench.logs("Listener"), ElementsAre("default connection interrupted"));
+  EXPECT_THAT(bench.logs(), IsEmpty());
+}
+
+class StrangerTest : public ::testing::TestWithParam<const char*> {};
+
+TEST_P(StrangerTest, IsCutOffBeforeAnyMessageReachesTheCore) {
+  Bench bench;
+  bench.boot();
+  const auto stranger = bench.world.connectApp(GetParam());
+  const AppCallRef ping = stranger->ping();
+  const AppCallRef limit = stranger->setChargeLimit(50);
+  bench.world.runUntilIdle();
+  EXPECT_TRUE(ping->failed);
+  EXPECT_TRUE(limit->failed);
+  EXPECT_THAT(bench.since("disk smc reply"), IsEmpty());
+  EXPECT_THAT(bench.logs(), ElementsAre("default client connected (count=2)",
+                                        "default client disconnected (count=1)"))
+      << "accepted, then gone: counted in once and out once, and no audit line";
+}
+
+INSTANTIATE_TEST_SUITE_P(Identities, StrangerTest,
+                         ::testing::Values("other-identifier", "other-team", "development",
+                                           "ad-hoc", "unsigned", "apple", "helper"),
+                         [](const auto& named) {
+                           std::string name = named.param;
+                           std::erase(name, '-');
+                           return name;
+                         });
+
+}  // namespace
+}  // namespace korvel::test

@@ -1,0 +1,209 @@
+// The read-only calls, the capability cache, the caller's identity.
+
+#include "Base/Reply.h"
+#include "HelperImpl.h"
+#include "Platform/Process.h"
+#include "Tests/behaviour/Bench.h"
+#include "Tests/behaviour/Doubles.h"
+
+namespace korvel::test {
+namespace {
+
+TEST(CoreObjectTest, PingAnswersWithTheHelpersOwnPid) {
+  Bench bench;
+  bench.boot();
+  const AppCall& call = bench.call(bench.app->ping());
+  EXPECT_EQ(call.pid, 501U);
+  EXPECT_NE(call.pid, static_cast<std::uint64_t>(bench.app->pid()));
+}
+
+TEST(CoreObjectTest, FreshInstallReportsTheEmptyRecordWithTheRunningVersion) {
+  Bench bench;
+  bench.boot();
+  const AppCall& call = bench.call(bench.app->getState());
+  EXPECT_EQ(call.data,
+            "{\"chargeLimit\":80,\"sailingBand\":5,\"forceDischargeActive\":false,"
+            "\"heatPauseActive\":false,\"lastWriteAt\":-63114076800,\"lastWriteVerified\":true,"
+            "\"topUpActive\":false,\"sleepDisabledByKorvel\":false,\"helperVersion\":\"2.0.0\"}");
+}
+
+TEST(CoreObjectTest, BundleWithoutAVersionLeavesTheKeyOut) {
+  Bench bench;
+  bench.mac().bundleInformation.erase("CFBundleShortVersionString");
+  bench.boot();
+  EXPECT_FALSE(bench.state().helperVersion.has_value());
+  bench.world.killHelper();
+  bench.mac().bundleInformation.insert_or_assign("CFBundleShortVersionString", PropertyValue(2));
+  bench.boot();
+  EXPECT_FALSE(bench.state().helperVersion.has_value()) << "a version that is not text";
+}
+
+TEST(CoreObjectTest, ReplyHasDatesAsNumbersAndTheFileHasThemAsText) {
+  Bench bench;
+  bench.bootWithLimit(60);
+  EXPECT_THAT(bench.call(bench.app->getState()).data,
+              ::testing::HasSubstr("\"lastWriteAt\":788918400"));
+  EXPECT_EQ(bench.onDisk().lastWriteAt.secondsSinceReference, 788918400);
+}
+
+TEST(CoreObjectTest, CapabilitiesTellTheFamiliesAndTheNativeLimit) {
+  const std::vector<std::pair<std::string, HelperCapabilities>> expected = {
+      {"newer-keys", {.tahoeCharging = true, .tahoeDischarge = true}},
+      {"older-pair", {.preTahoeCharging = true, .preTahoeDischarge = true}},
+      {"both-families", {.tahoeCharging = true, .tahoeDischarge = true}},
+      {"mixed-families", {.tahoeCharging = true, .preTahoeDischarge = true}},
+      {"discharge-only", {.tahoeDischarge = true}},
+      {"native-only", {.nativeCharging = true}},
+      {"newer-keys-and-native",
+       {.tahoeCharging = true, .tahoeDischarge = true, .nativeCharging = true}},
+      {"no-control", {}},
+      {"no-smc", {}},
+  };
+  for (const auto& [profile, capabilities] : expected) {
+    Bench bench(profile);
+    bench.boot();
+    EXPECT_EQ(bench.app->capabilityRecord(), capabilities) << profile;
+  }
+}
+
+TEST(CoreObjectTest, CapabilitiesAreProbedOnceAndNeverAgain) {
+  Bench bench;
+  bench.boot();
+  bench.mac().smc.removeKey("CHTE");
+  const auto before = bench.world.callCounts();
+  for (int round = 0; round < 3; ++round) {
+    EXPECT_TRUE(bench.app->capabilityRecord()->tahoeCharging);
+  }
+  EXPECT_EQ((bench.world.callCounts() - before)[SeamCall::smcCallStruct], 0U);
+}
+
+TEST(CoreObjectTest, ReadOnlyCallsAnswerWhileTheHardwareHangs) {
+  Bench bench;
+  bench.boot();
+  bench.world.faults().setLatency(SeamCall::smcCallStruct, 10);
+  bench.charge(90);
+  bench.app->setChargeLimit(80);
+  bench.run(1);
+  const double askedAt = bench.world.now();
+  EXPECT_TRUE(bench.app->await(bench.app->ping()).answered);
+  EXPECT_TRUE(bench.app->await(bench.app->getState()).answered);
+  EXPECT_TRUE(bench.app->await(bench.app->capabilities()).answered);
+  EXPECT_EQ(bench.world.now(), askedAt) << "an answer waited for the hardware";
+  const AppCallRef waits = bench.app->cancelTopUp();
+  bench.run(5);
+  EXPECT_FALSE(waits->over()) << "the queue was not blocked, so the above proves nothing";
+}
+
+TEST(CoreObjectTest, StateIsTheOldOrTheNewRecordNeverAMix) {
+  constexpr double start = 788918400;
+  std::size_t seen = 0;
+  for (std::uint64_t seed = 1; seed <= 25; ++seed) {
+    WorldOptions options;
+    options.profile = "newer-keys";
+    options.seed = seed;
+    options.scheduling = virtualmac::Scheduling::Seeded;
+    World world(options);
+    world.startHelper();
+    const auto writer = world.connectApp();
+    const auto reader = world.connectApp();
+    writer->await(writer->ping());
+    world.runUntilIdle();
+    std::vector<AppCallRef> answers;
+    for (std::uint8_t second = 1; second <= 10; ++second) {
+      world.runFor(1);
+      // The limit tells the second in which it was set.
+      writer->setChargeLimit(static_cast<std::uint8_t>(60 + second));
+      for (int read = 0; read < 4; ++read) answers.push_back(reader->getState());
+    }
+    world.runFor(1);
+    for (const AppCallRef& answer : answers) {
+      const auto record = decodeStateReply(answer->data);
+      ASSERT_TRUE(record.has_value());
+      if (record->chargeLimit == 80) {
+        EXPECT_EQ(record->lastWriteAt, Date::distantPast());
+      } else {
+        EXPECT_EQ(record->lastWriteAt.secondsSinceReference,
+                  start + static_cast<double>(record->chargeLimit - 60));
+        ++seen;
+      }
+    }
+  }
+  EXPECT_GT(seen, 500U);
+}
+
+/// A core made by hand on code signing that answers what the test says.
+class CallerIdentityTest : public ::testing::Test {
+ protected:
+  CallerIdentityTest() : platform(with(bench.world.startBareHelper(), signing)) {
+    signing.information =
+        PropertyValue::Dictionary{{"identifier", PropertyValue("com.example.client")},
+                                  {"teamid", PropertyValue("TEAM")},
+                                  {"cdhash", PropertyValue(PropertyValue::Data{0x00, 0x0f, 0xab})}};
+  }
+  ~CallerIdentityTest() override { EXPECT_EQ(signing.alive, 0) << "a code object leaked"; }
+
+  /// The audit line of a call from the test, which no connection carries.
+  std::string auditLine() {
+    bench.mark();
+    const auto core = HelperImpl::create(platform);
+    core->cancelTopUp(Reply(std::make_unique<FunctionReplySink<bool, std::optional<ErrorObject>>>(
+        [](bool, const std::optional<ErrorObject>&) {})));
+    bench.world.runUntilIdle();
+    return bench.logs().back();
+  }
+
+  Bench bench;
+  ScriptedCodeSigning signing;
+  Platform platform;
+};
+
+TEST_F(CallerIdentityTest, WithoutAConnectionThePidIsTheHelpersOwn) {
+  EXPECT_EQ(auditLine(),
+            "default cancelTopUp pid=501 signingID=com.example.client team=TEAM cdHash=000fab");
+  EXPECT_THAT(signing.pidsSeen, ElementsAre(501));
+  EXPECT_THAT(signing.flagsSeen, ElementsAre(2U));
+}
+
+TEST_F(CallerIdentityTest, EveryStepThatFailsLeavesAllThreeTextsEmpty) {
+  const std::string unknown = "default cancelTopUp pid=501 signingID= team= cdHash=";
+  signing.guestStatus = 100003;
+  EXPECT_EQ(auditLine(), unknown);
+  signing.guestStatus = 0;
+  signing.givesNoGuest = true;
+  EXPECT_EQ(auditLine(), unknown);
+  signing.givesNoGuest = false;
+  signing.staticStatus = -67061;
+  EXPECT_EQ(auditLine(), unknown);
+  signing.staticStatus = 0;
+  signing.informationStatus = -67061;
+  EXPECT_EQ(auditLine(), unknown);
+  signing.informationStatus = 0;
+  signing.information = PropertyValue();
+  EXPECT_EQ(auditLine(), unknown);
+}
+
+TEST_F(CallerIdentityTest, EntriesOfAnotherTypeAreEmptyEachForItself) {
+  signing.information = PropertyValue::Dictionary{{"identifier", PropertyValue(3)},
+                                                  {"teamid", PropertyValue("TEAM")},
+                                                  {"cdhash", PropertyValue("00ff")}};
+  EXPECT_EQ(auditLine(), "default cancelTopUp pid=501 signingID= team=TEAM cdHash=");
+}
+
+TEST(CallerIdentityOfClientTest, HashIsEmptyBecauseTheSystemFilesItUnderOtherNames) {
+  Bench bench;
+  bench.boot();
+  bench.call(bench.app->cancelTopUp());
+  EXPECT_THAT(bench.logs(), ElementsAre("default cancelTopUp pid=901 signingID=com.korvel.app "
+                                        "team=ABCDE12345 cdHash="));
+}
+
+TEST(CallerIdentityOfClientTest, ClientThatIsGoneIsStillServedWithEmptyTexts) {
+  Bench bench;
+  bench.boot();
+  bench.mac().signatures.removePid(bench.app->pid());
+  EXPECT_EQ(outcome(bench.call(bench.app->cancelTopUp())), "ok");
+  EXPECT_THAT(bench.logs(), ElementsAre("default cancelTopUp pid=901 signingID= team= cdHash="));
+}
+
+}  // namespace
+}  // namespace korvel::test
