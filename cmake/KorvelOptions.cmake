@@ -16,3 +16,9 @@ if(KORVEL_SANITIZE)
   target_link_options(korvel_flags INTERFACE -fsanitize=${KORVEL_SANITIZE})
 endif()
 find_package(Threads REQUIRED)
+
+# Rooms that a toolchain cannot build are named by it, and written down for its script to tell.
+if(KORVEL_LEFT_OUT)
+  list(JOIN KORVEL_LEFT_OUT "\n" rooms)
+  file(WRITE ${CMAKE_BINARY_DIR}/left-out.txt "${rooms}\n")
+endif()

@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "Base/Trap.h"
+#include "VirtualMac/Remote/HostSystem.h"
 #include "VirtualMac/Remote/ProcessTimer.h"
 
 namespace virtualmac {
@@ -27,10 +28,8 @@ class ProcessQueue final : public korvel::WorkQueue {
  public:
   explicit ProcessQueue(std::string_view label)
       : context(std::make_shared<asio::io_context>(1)), guard(context->get_executor()) {
-    // The kernel keeps 15 characters of a thread's name: the end of the label tells most.
-    const std::string name(label.substr(label.size() > 15 ? label.size() - 15 : 0));
-    std::thread([name, running = context] {
-      ::pthread_setname_np(::pthread_self(), name.c_str());
+    std::thread([name = std::string(label), running = context] {
+      hostsystem::nameThisThread(name);
       currentContext = running.get();
       running->run();
     }).detach();

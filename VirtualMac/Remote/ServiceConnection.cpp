@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "KorvelHelperProtocol.h"
+#include "VirtualMac/Remote/HostSystem.h"
 #include "VirtualMac/Remote/ServiceListener.h"
 
 namespace virtualmac {
@@ -20,14 +21,6 @@ using korvel::PropertyValue;
 namespace {
 
 thread_local std::optional<std::int32_t> pidOfCurrentCall;
-
-std::int32_t peerOf(ServiceConnection::Socket& socket) {
-  ucred credentials{};
-  socklen_t size = sizeof credentials;
-  if (::getsockopt(socket.native_handle(), SOL_SOCKET, SO_PEERCRED, &credentials, &size) != 0)
-    return 0;
-  return credentials.pid;
-}
 
 /// "ok", "failed 400 "text"", "7 bytes": a reply as the journal tells it.
 std::string summary(const std::vector<XPCValue>& values) {
@@ -86,7 +79,9 @@ struct MakePid {
 }  // namespace
 
 ServiceConnection::ServiceConnection(Socket accepted, HelperHost& machineHost)
-    : socket(std::move(accepted)), host(machineHost), pid(peerOf(socket)) {}
+    : socket(std::move(accepted)),
+      host(machineHost),
+      pid(hostsystem::peerProcess(socket.native_handle())) {}
 
 ServiceConnection::~ServiceConnection() = default;
 

@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "KorvelHelperProtocol.h"
+#include "VirtualMac/Remote/HostSystem.h"
 
 namespace virtualmac {
 
@@ -64,7 +65,7 @@ std::expected<AppConnection, std::string> AppConnection::open(const RootDirector
   if (path.size() >= sizeof address.sun_path)
     return std::unexpected("the service path is too long");
   std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
-  const int connected = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const int connected = hostsystem::unixSocket();
   if (connected >= 0 &&
       ::connect(connected, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0)
     return AppConnection(connected, *std::move(machine));

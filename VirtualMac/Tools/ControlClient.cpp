@@ -12,6 +12,8 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
+#include "VirtualMac/Remote/HostSystem.h"
+
 namespace virtualmac {
 
 using nlohmann::json;
@@ -24,7 +26,7 @@ std::expected<ControlClient, std::string> ControlClient::connect(const RootDirec
   if (path.size() >= sizeof address.sun_path)
     return std::unexpected("the path " + path + " is too long for a socket");
   std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
-  const int connected = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const int connected = hostsystem::unixSocket();
   if (connected < 0) return std::unexpected(std::string("no socket: ") + std::strerror(errno));
   if (::connect(connected, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0)
     return ControlClient(connected);

@@ -13,6 +13,7 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
+#include "VirtualMac/Remote/HostSystem.h"
 #include "VirtualMac/Tools/ControlCommands.h"
 #include "VirtualMac/Tools/MachineServer.h"
 #include "VirtualMac/Tools/Nearest.h"
@@ -27,14 +28,6 @@ namespace {
 constexpr std::size_t longestLine = 64 * 1024;
 /// A follower that does not read for this many lines is let go.
 constexpr std::size_t mostWaitingLines = 100'000;
-
-std::int32_t peerOf(Protocol::socket& socket) {
-  ucred credentials{};
-  socklen_t size = sizeof credentials;
-  if (::getsockopt(socket.native_handle(), SOL_SOCKET, SO_PEERCRED, &credentials, &size) != 0)
-    return 0;
-  return credentials.pid;
-}
 
 /// What the sessions share. A session that is dropped with the event loop outlives it.
 struct Shared {
@@ -116,7 +109,7 @@ class Session final : public std::enable_shared_from_this<Session> {
 
   void identify(const std::string& identity) {
     CodeSignatures& signatures = server.machine().signatures;
-    const std::int32_t peer = peerOf(socket);
+    const std::int32_t peer = hostsystem::peerProcess(socket.native_handle());
     if (signatures.identity(identity) == nullptr)
       return refuse(unknownWord("identity", identity, signatures.names()));
     signatures.setPid(peer, identity);

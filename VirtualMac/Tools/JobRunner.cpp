@@ -13,6 +13,8 @@
 #include <cstring>
 #include <utility>
 
+#include "VirtualMac/Remote/HostSystem.h"
+
 namespace virtualmac {
 
 namespace {
@@ -74,7 +76,7 @@ std::optional<std::string> JobRunner::listen() {
   if (path.size() >= sizeof address.sun_path) return "the path " + path + " is too long";
   std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
   ::unlink(path.c_str());
-  const int listening = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const int listening = hostsystem::unixSocket();
   if (listening < 0 ||
       ::bind(listening, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
       ::listen(listening, longestQueue) != 0) {
@@ -133,7 +135,7 @@ void JobRunner::act(const std::vector<LaunchdAction>& actions) {
 
 void JobRunner::start() {
   std::array<int, 2> ends{};
-  if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) {
+  if (!hostsystem::unixSocketPair(ends)) {
     problemHandler(std::string("no connection to a helper can be made: ") + std::strerror(errno));
     act(launchd.exited(machine.totalNanoseconds()));
     return;
@@ -166,8 +168,8 @@ std::optional<pid_t> JobRunner::spawn(int machineEnd) {
   ::posix_spawnattr_init(&attributes);
   sigset_t none;
   sigset_t all;
-  ::sigemptyset(&none);
-  ::sigfillset(&all);
+  sigemptyset(&none);
+  sigfillset(&all);
   ::posix_spawnattr_setsigmask(&attributes, &none);
   ::posix_spawnattr_setsigdefault(&attributes, &all);
   ::posix_spawnattr_setpgroup(&attributes, 0);
@@ -187,8 +189,8 @@ std::optional<pid_t> JobRunner::spawn(int machineEnd) {
   for (std::string& word : words) arguments.push_back(word.data());
   arguments.push_back(nullptr);
   pid_t pid = 0;
-  const int error =
-      ::posix_spawn(&pid, program.c_str(), &files, &attributes, arguments.data(), environ);
+  const int error = ::posix_spawn(&pid, program.c_str(), &files, &attributes, arguments.data(),
+                                  hostsystem::environment());
   ::posix_spawnattr_destroy(&attributes);
   ::posix_spawn_file_actions_destroy(&files);
   ::close(machineCopy);

@@ -12,6 +12,7 @@
 #include <cstring>
 #include <filesystem>
 
+#include "VirtualMac/Remote/HostSystem.h"
 #include "VirtualMac/Tools/ControlServer.h"
 
 namespace virtualmac {
@@ -101,7 +102,7 @@ std::expected<pid_t, std::string> startMachine(const MachineOptions& options) {
   std::array<int, 2> ends{};
   std::error_code error;
   std::filesystem::create_directories(options.root.path, error);
-  if (::pipe2(ends.data(), O_CLOEXEC) != 0)
+  if (!hostsystem::pipe(ends))
     return std::unexpected(std::string("no pipe: ") + std::strerror(errno));
   const pid_t child = ::fork();
   if (child < 0) return std::unexpected(std::string("no process: ") + std::strerror(errno));

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <array>
+#include <cstdint>
+#include <filesystem>
+#include <string>
+
+/// What the building and running systems call differently. One file implements it for each of them;
+/// everywhere else the virtual Mac's programs are plain POSIX.
+namespace virtualmac::hostsystem {
+
+/// A Unix stream socket that no child inherits. -1: failed, errno says why.
+int unixSocket();
+/// Two of them, connected. False: failed, errno says why.
+bool unixSocketPair(std::array<int, 2>& ends);
+/// A pipe that no child inherits. False: failed, errno says why.
+bool pipe(std::array<int, 2>& ends);
+/// The process at the other end of a connected Unix socket; 0 when it cannot be told.
+std::int32_t peerProcess(int socket);
+/// Names the calling thread for debuggers, as far as the system keeps it.
+void nameThisThread(const std::string& name);
+/// The running program's file; empty when it cannot be told.
+std::filesystem::path ownProgram();
+/// The process's environment, as posix_spawn wants it.
+char** environment();
+
+}  // namespace virtualmac::hostsystem

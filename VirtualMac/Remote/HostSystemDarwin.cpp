@@ -1,0 +1,65 @@
+#include <crt_externs.h>
+#include <fcntl.h>
+#include <mach-o/dyld.h>
+#include <pthread.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <system_error>
+
+#include "VirtualMac/Remote/HostSystem.h"
+
+namespace virtualmac::hostsystem {
+
+namespace {
+
+// This system has no flag for it at creation. Only a child spawned by another thread in between
+// would inherit the descriptor; the programs spawn from the thread that creates.
+void closeOnExec(int descriptor) {
+  const int flags = ::fcntl(descriptor, F_GETFD);
+  if (flags >= 0) ::fcntl(descriptor, F_SETFD, flags | FD_CLOEXEC);
+}
+
+}  // namespace
+
+int unixSocket() {
+  const int made = ::socket(AF_UNIX, SOCK_STREAM, 0);
+  if (made >= 0) closeOnExec(made);
+  return made;
+}
+
+bool unixSocketPair(std::array<int, 2>& ends) {
+  if (::socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()) != 0) return false;
+  for (const int end : ends) closeOnExec(end);
+  return true;
+}
+
+bool pipe(std::array<int, 2>& ends) {
+  if (::pipe(ends.data()) != 0) return false;
+  for (const int end : ends) closeOnExec(end);
+  return true;
+}
+
+std::int32_t peerProcess(int socket) {
+  pid_t peer = 0;
+  socklen_t size = sizeof peer;
+  if (::getsockopt(socket, SOL_LOCAL, LOCAL_PEERPID, &peer, &size) != 0) return 0;
+  return peer;
+}
+
+void nameThisThread(const std::string& name) { ::pthread_setname_np(name.c_str()); }
+
+std::filesystem::path ownProgram() {
+  std::uint32_t size = 0;
+  ::_NSGetExecutablePath(nullptr, &size);
+  std::string path(size, '\0');
+  if (::_NSGetExecutablePath(path.data(), &size) != 0) return {};
+  std::error_code error;
+  const std::filesystem::path resolved = std::filesystem::canonical(path.c_str(), error);
+  return error ? std::filesystem::path() : resolved;
+}
+
+char** environment() { return *::_NSGetEnviron(); }
+
+}  // namespace virtualmac::hostsystem
