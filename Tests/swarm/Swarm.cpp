@@ -111,6 +111,8 @@ sweeps::Excuses Swarm::excuses() const {
   found.claim = reverted;
   found.failedCalls = true;
   found.gateByItself = reverted || recordLost;
+  // A key that the probe missed makes a run use the other family.
+  found.otherFamily = plan.hasFault("smc");
   found.restart = plan.hasFault("smc-size");
   return found;
 }

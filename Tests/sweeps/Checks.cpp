@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "HelperPersistence.h"
-#include "Platform/Process.h"
 
 namespace sweeps {
 
@@ -118,7 +117,7 @@ void checkAssertions(Findings& findings, virtualmac::World& world) {
 }
 
 void checkIdleProcess(Findings& findings, virtualmac::World& world, bool descriptorsToo) {
-  const auto process = world.machine().process(world.platform().process.getpid());
+  const auto process = world.machine().process(world.helperPid().value_or(0));
   if (!findings.expect(process != nullptr, "the helper has no process")) return;
   if (descriptorsToo) {
     findings.expect(process->files.openDescriptors() == 0, "descriptors are left open");

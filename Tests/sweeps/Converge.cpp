@@ -143,8 +143,12 @@ void converge(Stage& stage, Findings& findings, const Excuses& excuses) {
   healMachine(stage.mac());
   stage.world.runFor(0.5);
   const bool sameHelper = bringTogether(stage, findings, excuses.restart);
+  if (excuses.otherFamily) {
+    findings.expect(stage.ask(stage.app().resetAllSMCKeys()), "the keys cannot be reset");
+  }
   const bool canControl = trueCapabilities(stage.mac()).canControlCharging();
-  if (sameHelper && canControl && !excuses.gateByItself) checkGateByItself(stage, findings);
+  if (sameHelper && canControl && !excuses.gateByItself && !excuses.otherFamily)
+    checkGateByItself(stage, findings);
   findings.expect(stage.ask(stage.app().forceDischarge(false)), "a discharge cannot be stopped");
   findings.expect(stage.ask(stage.app().setClamshellKeepAwake(false)),
                   "keep-awake cannot be disarmed");

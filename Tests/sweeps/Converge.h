@@ -14,6 +14,7 @@ struct Excuses {
   bool claim = false;          ///< The record that came back claims SleepDisabled.
   bool failedCalls = false;    ///< Connections broke and came back.
   bool gateByItself = false;   ///< The loop's target and the record may have gone apart.
+  bool otherFamily = false;    ///< An earlier run may have used keys that this one does not.
   bool restart = false;        ///< The helper learned something that only a start corrects.
 };
 Excuses excusesFor(virtualmac::SeamCall call, const Stage& stage);

@@ -317,6 +317,25 @@ TEST_F(OrderWindows, AKeyThatTheProbeMissesIsNotUsedUntilTheNextStart) {
   EXPECT_TRUE(stage.mac().smc.chargingInhibited());
 }
 
+TEST_F(OrderWindows, WhatWasPausedThroughTheOtherKeysStaysPausedUntilAReset) {
+  const Story story{"orderWindow", "both-families", batteryAt(85), {}};
+  Stage stage(story);
+  stage.mac().smc.key("CHTE")->result = std::uint8_t{1};
+  begin(stage);
+  stage.mac().smc.key("CHTE")->result.reset();
+  beginWithLimit(stage, 80);
+  stage.run(1);
+  EXPECT_EQ(stage.mac().smc.value("CH0B"), std::vector<std::uint8_t>{2});
+  stage.world.killHelper();
+  startAgain(stage);  // This run sees the newer key and writes no other.
+  stage.join();
+  EXPECT_TRUE(stage.setLimit(100));
+  stage.run(6);
+  EXPECT_TRUE(stage.mac().smc.chargingInhibited());
+  EXPECT_TRUE(stage.ask(stage.app().resetAllSMCKeys()));
+  EXPECT_FALSE(stage.mac().smc.chargingInhibited());
+}
+
 TEST_F(OrderWindows, ShutdownLeavesAfterHalfASecondWhenTheHardwareHangs) {
   const Story story = at(85);
   Stage stage(story);
