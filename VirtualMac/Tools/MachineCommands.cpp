@@ -183,7 +183,7 @@ void addForwarded(CLI::App& program, Choices& choices, std::function<int()>& cho
 
 }  // namespace
 
-int runVirtualMac(int argc, char** argv) {
+int runVirtualMac(int argc, char** argv, const std::vector<AddCommand>& more) {
   CLI::App program("A virtual Mac: its charging hardware, power management and launchd.",
                    "virtual-mac");
   Choices choices;
@@ -197,6 +197,7 @@ int runVirtualMac(int argc, char** argv) {
   addUp(program, choices, chosen);
   addForwarded(program, choices, chosen);
   addJournal(program, choices, chosen);
+  for (const AddCommand& add : more) add(program, chosen);
   program.add_subcommand("profiles", "List the kinds of Mac")->callback([&] {
     chosen = [&] { return listProfiles(choices); };
   });

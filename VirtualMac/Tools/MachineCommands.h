@@ -1,5 +1,12 @@
 #pragma once
 
+#include <functional>
+#include <vector>
+
+namespace CLI {
+class App;
+}
+
 namespace virtualmac {
 
 /// Exit codes of the programs.
@@ -7,7 +14,10 @@ inline constexpr int exitDone = 0;
 inline constexpr int exitFailed = 1;
 inline constexpr int exitUsage = 2;
 
-/// The program `virtual-mac`.
-int runVirtualMac(int argc, char** argv);
+/// Adds a command; its callback puts what is to be done into the second argument.
+using AddCommand = std::function<void(CLI::App&, std::function<int()>&)>;
+
+/// The program `virtual-mac`, with commands of its own and `more`.
+int runVirtualMac(int argc, char** argv, const std::vector<AddCommand>& more);
 
 }  // namespace virtualmac

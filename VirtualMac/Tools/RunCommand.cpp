@@ -1,0 +1,87 @@
+#include "VirtualMac/Tools/RunCommand.h"
+
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <exception>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "VirtualMac/Scenarios/InProcessStage.h"
+#include "VirtualMac/Scenarios/ScenarioRun.h"
+#include "VirtualMac/Tools/MachineCommands.h"
+
+namespace virtualmac {
+
+namespace {
+
+struct Choices {
+  std::vector<std::string> files;
+  std::string timeline;
+  bool inProcess = false;
+  bool journal = false;
+};
+
+bool writeTimeline(const std::string& file, const Timeline& timeline) {
+  std::ofstream stream(file, std::ios::binary);
+  stream << timelineSVG(timeline);
+  stream.flush();
+  if (!stream) fmt::print(stderr, "virtual-mac: {} cannot be written\n", file);
+  return static_cast<bool>(stream);
+}
+
+/// One file; an exit code.
+int play(const std::string& file, const Choices& choices) {
+  const auto scenario = loadScenario(file);
+  if (!scenario) {
+    fmt::print(stderr, "{}", scenario.error());
+    return exitUsage;
+  }
+  InProcessStage stage(*scenario);
+  if (choices.journal) {
+    stage.journal().addListener(
+        [](const Journal::Entry& entry) { fmt::print("{}\n", journalLine(entry)); });
+  }
+  const ScenarioOutcome outcome =
+      ScenarioRun(*scenario, stage, "virtual-mac run " + file + " --in-process").run();
+  const bool written =
+      choices.timeline.empty() || writeTimeline(choices.timeline, outcome.timeline);
+  if (outcome.passed) {
+    fmt::print("passed  {}: {} expectations held over {}\n", scenario->name, outcome.expectations,
+               timelineClock(outcome.virtualSeconds));
+  } else {
+    fmt::print("FAILED  {}\n{}", scenario->name, outcome.report);
+  }
+  std::fflush(stdout);
+  return outcome.passed && written ? exitDone : exitFailed;
+}
+
+int playAll(const Choices& choices) {
+  int worst = exitDone;
+  for (const std::string& file : choices.files) {
+    try {
+      worst = std::max(worst, play(file, choices));
+    } catch (const std::exception& failure) {
+      fmt::print(stderr, "virtual-mac: {}: {}\n", file, failure.what());
+      worst = std::max(worst, exitFailed);
+    }
+  }
+  return worst;
+}
+
+}  // namespace
+
+void addRun(CLI::App& program, std::function<int()>& chosen) {
+  const auto choices = std::make_shared<Choices>();
+  CLI::App* command = program.add_subcommand("run", "Play scenarios and say how they went");
+  command->add_option("files", choices->files, "Scenario files (YAML)")->required();
+  command->add_flag("--in-process", choices->inProcess,
+                    "In this process and in virtual time (the default)");
+  command->add_option("--timeline", choices->timeline, "Draw the run into this SVG file");
+  command->add_flag("--journal", choices->journal, "Print what happens, as it happens");
+  command->callback([choices, &chosen] { chosen = [choices] { return playAll(*choices); }; });
+}
+
+}  // namespace virtualmac
