@@ -13,10 +13,3 @@
 - (instancetype)initWithCore:(std::shared_ptr<korvel::KorvelHelperProtocol>)sharedCore
     NS_DESIGNATED_INITIALIZER;
 @end
-
-namespace korvel::macos {
-
-/// The error as the platform carries it between processes.
-NSError *makeNSError(const ErrorObject &error);
-
-}  // namespace korvel::macos

@@ -3,7 +3,7 @@
 #include <functional>
 #include <utility>
 
-#include "macOS/PropertyConversion.h"
+#import "macOS/FoundationConversion.h"
 
 namespace korvel::macos {
 
@@ -23,10 +23,6 @@ static_assert(KorvelHelperError::codeUnsupportedCapability ==
 using ErrorReplyBlock = void (^)(BOOL, NSError*);
 using DataReplyBlock = void (^)(NSData*);
 using PidReplyBlock = void (^)(uint64_t);
-
-NSString* makeNSString(const std::string& text) {
-  return (__bridge_transfer NSString*)makeCFString(text).handOver();
-}
 
 /// The core's reply from a message's reply block. The reply drops its sink before it delivers, and
 /// traps when it is called again, so the block is called exactly once. A client may have sent no
@@ -60,14 +56,6 @@ PidReply pidReply(PidReplyBlock block) {
 }
 
 }  // namespace
-
-NSError* makeNSError(const ErrorObject& error) {
-  NSDictionary* userInfo =
-      (__bridge_transfer NSDictionary*)makeCFDictionary(error.userInfo).handOver();
-  return [NSError errorWithDomain:makeNSString(error.domain)
-                             code:static_cast<NSInteger>(error.code)
-                         userInfo:userInfo];
-}
 
 }  // namespace korvel::macos
 

@@ -6,6 +6,7 @@
 #include <cstdlib>
 
 #include "macOS/Adapters.h"
+#import "macOS/FoundationConversion.h"
 #include "macOS/PropertyConversion.h"
 
 namespace korvel::macos {
@@ -28,9 +29,8 @@ class SystemProcess final : public Process {
 
   PropertyValue bundleInfo(std::string_view key) override {
     @autoreleasepool {
-      NSString* name = (__bridge_transfer NSString*)makeCFString(key).handOver();
       return propertyValue(
-          (__bridge CFTypeRef)[NSBundle.mainBundle objectForInfoDictionaryKey:name]);
+          (__bridge CFTypeRef)[NSBundle.mainBundle objectForInfoDictionaryKey:makeNSString(key)]);
     }
   }
 };

@@ -5,6 +5,7 @@
 #include <objc/runtime.h>
 
 #include "macOS/Adapters.h"
+#import "macOS/FoundationConversion.h"
 #include "macOS/PropertyConversion.h"
 
 namespace korvel::macos {
@@ -29,10 +30,6 @@ Class classFor(HandleRef cls) { return (__bridge Class)address(cls); }
 Method methodFor(HandleRef method) { return reinterpret_cast<Method>(method); }
 
 SEL selectorFor(std::string_view name) { return sel_registerName(std::string(name).c_str()); }
-
-NSString* makeNSString(std::string_view text) {
-  return (__bridge_transfer NSString*)makeCFString(text).handOver();
-}
 
 ErrorSlot errorText(NSString* description) {
   const std::optional<std::string> text = utf8Text((__bridge CFStringRef)description);

@@ -4,45 +4,11 @@
 
 #include "macOS/Adapters.h"
 #import "macOS/ExportedObject.h"
-#include "macOS/PropertyConversion.h"
+#import "macOS/FoundationConversion.h"
 
 namespace korvel::macos {
 
 namespace {
-
-NSString* makeNSString(std::string_view text) {
-  return (__bridge_transfer NSString*)makeCFString(text).handOver();
-}
-
-Class classFor(ReplyClass replyClass) {
-  switch (replyClass) {
-    case ReplyClass::Data:
-      return [NSData class];
-    case ReplyClass::Error:
-      return [NSError class];
-    case ReplyClass::String:
-      return [NSString class];
-    case ReplyClass::Number:
-      return [NSNumber class];
-    case ReplyClass::Dictionary:
-      return [NSDictionary class];
-  }
-  trap("a reply class without a platform class");
-}
-
-NSXPCInterface* makeNSXPCInterface(const XPCInterface& description) {
-  Protocol* protocol = NSProtocolFromString(makeNSString(description.protocolName));
-  NSXPCInterface* interface = [NSXPCInterface interfaceWithProtocol:protocol];
-  for (const ReplyClassSetting& setting : description.replyClasses) {
-    NSMutableSet* classes = [NSMutableSet set];
-    for (const ReplyClass allowed : setting.classes) [classes addObject:classFor(allowed)];
-    [interface setClasses:classes
-              forSelector:NSSelectorFromString(makeNSString(setting.selector))
-            argumentIndex:setting.argumentIndex
-                  ofReply:YES];
-  }
-  return interface;
-}
 
 /// The handler as a block with a pool of its own. The connection keeps the block until it is
 /// invalidated, and drops it then.

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 """Checks that every test written in the sources is one that the runner knows, and that every test
-program was built.
+program was built. The tests of the Mac's adapters are built on a Mac only, and asked for only there.
 
 usage: registered.py REPOSITORY BUILD
        registered.py --self-test
@@ -17,10 +17,13 @@ WRITTEN = re.compile(r"^(TEST|TEST_F|TEST_P|TYPED_TEST|TYPED_TEST_P|RC_GTEST_PRO
                      r"\s*\(\s*(\w+)\s*,\s*(\w+)\s*[,)]", re.M)
 
 
-def written(root):
-    """(file, line, kind, suite, name) of every test in the sources."""
+MAC_FOLDER = "Tests/macos/"
+
+
+def written(root, on_mac=sys.platform == "darwin"):
+    """(file, line, kind, suite, name) of every test in the sources that this system builds."""
     for name in tree.files(root, tree.SOURCES):
-        if name.startswith("Tests/"):
+        if name.startswith("Tests/") and (on_mac or not name.startswith(MAC_FOLDER)):
             code = tree.blanked(tree.read(root, name))
             for match in WRITTEN.finditer(code):
                 yield (name, tree.line_of(code, match.start())) + match.groups()
@@ -32,7 +35,7 @@ def known_to(build):
     return [test["name"] for test in json.loads(listed.stdout)["tests"]]
 
 
-def check(root, known):
+def check(root, known, on_mac=sys.platform == "darwin"):
     found = [f"{name[:-len('_NOT_BUILT')]}: the test program is not built; its tests cannot run"
              for name in known if name.endswith("_NOT_BUILT")]
     # Parameterised: Instance/Suite.Name/0; typed: Suite/0.Name; as the discovery prints them.
@@ -42,7 +45,7 @@ def check(root, known):
         parts = suite.split("/")
         for part in parts:
             plain.add(part + "." + test.split("/")[0])
-    for file, line, kind, suite, name in written(root):
+    for file, line, kind, suite, name in written(root, on_mac):
         if f"{suite}.{name}" not in plain:
             why = ("no instance of it exists" if kind.endswith("_P") else "the test runner does not "
                    "know it; add its file to a test program")
@@ -56,6 +59,9 @@ def self_test():
     known = ["A.B", "Fix.C", "All/Par.D/0", "Ty/0.E", "Other.Test"]
     tree.expect(lambda root: check(root, known), source)
     tree.expect(lambda root: check(root, known[1:]), source, "T.cpp:1: A.B: the test runner does not")
+    mac = source | {MAC_FOLDER + "M.mm": "TEST(Mac, Only) {}\n"}
+    tree.expect(lambda root: check(root, known, False), mac)
+    tree.expect(lambda root: check(root, known, True), mac, "M.mm:1: Mac.Only: the test runner")
     tree.expect(lambda root: check(root, known[:2] + known[3:]), source, "Par.D: no instance of it")
     tree.expect(lambda root: check(root, known + ["unit_tests_NOT_BUILT"]), source,
                 "unit_tests: the test program is not built")

@@ -101,6 +101,7 @@ ROOMS = [  # The first that matches a file is its room.
     # The tests of the real processes see the programs only from outside.
     Room("Tests/process/", ("Tests/process/", "VirtualMac/Remote/", "VirtualMac/Schedule/"),
          system=True, helper_root=False),
+    Room("Tests/macos/", ALL_VIRTUAL + ("Tests/", "macOS/"), system=True),
     Room("Tests/", ALL_VIRTUAL + ("Tests/",), system=True, calls=(CHANCE,)),
     Room("Benchmarks/", ALL_VIRTUAL + ("Benchmarks/",), system=True, calls=(CHANCE,)),
     Room("Packaging/", SEAM, system=True),

@@ -1,0 +1,153 @@
+#include <CoreFoundation/CoreFoundation.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+
+#include "Platform/Dispatch.h"
+#include "Platform/FileSystem.h"
+#include "Tests/seam/contract/SeamContract.h"
+#include "macOS/Adapters.h"
+
+namespace virtualmac {
+namespace {
+
+/// The adapter's file system below a directory of the test's own.
+class FilesBelow final : public korvel::FileSystem {
+ public:
+  FilesBelow() {
+    std::string pattern = std::filesystem::temp_directory_path() / "korvel-contract-XXXXXX";
+    if (mkdtemp(pattern.data()) == nullptr) std::abort();
+    root = pattern;
+  }
+  FilesBelow(const FilesBelow&) = delete;
+  FilesBelow& operator=(const FilesBelow&) = delete;
+  ~FilesBelow() override { std::filesystem::remove_all(root); }
+
+  korvel::PosixResult mkdir(const std::string& path, std::uint32_t mode) override {
+    return files->mkdir(root + path, mode);
+  }
+  korvel::PosixResult chmod(const std::string& path, std::uint32_t mode) override {
+    return files->chmod(root + path, mode);
+  }
+  std::uint32_t umask(std::uint32_t mask) override { return files->umask(mask); }
+  korvel::PosixResult openExclusive(const std::string& path, std::uint32_t mode) override {
+    return files->openExclusive(root + path, mode);
+  }
+  korvel::PosixResult openReadOnly(const std::string& path) override {
+    return files->openReadOnly(root + path);
+  }
+  korvel::PosixResult write(int descriptor, std::span<const char> bytes) override {
+    return files->write(descriptor, bytes);
+  }
+  korvel::PosixResult fsync(int descriptor) override { return files->fsync(descriptor); }
+  korvel::PosixResult close(int descriptor) override { return files->close(descriptor); }
+  korvel::PosixResult unlink(const std::string& path) override {
+    return files->unlink(root + path);
+  }
+  std::expected<void, korvel::ErrorObject> replaceItem(const std::string& original,
+                                                       const std::string& replacement) override {
+    return files->replaceItem(root + original, root + replacement);
+  }
+  bool fileExists(const std::string& path) override { return files->fileExists(root + path); }
+  std::expected<std::string, korvel::ErrorObject> readFile(const std::string& path) override {
+    return files->readFile(root + path);
+  }
+
+ private:
+  std::unique_ptr<korvel::FileSystem> files = korvel::macos::makeFileSystem();
+  std::string root;
+};
+
+/// This process on this Mac, in real time. The test's thread is the main thread, and serves the
+/// main run loop whenever it waits. There is no machine to look into and no launchd to connect
+/// through.
+class MacRig final : public SeamRig {
+ public:
+  korvel::Platform& platform() override { return adapters; }
+  void onMain(std::function<void()> body) override { body(); }
+  void pass(double seconds) override {
+    until([] { return false; }, seconds);
+  }
+  bool until(const std::function<bool()>& reached, double limitSeconds) override {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(limitSeconds);
+    while (!reached()) {
+      if (std::chrono::steady_clock::now() >= end) return false;
+      CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0.005, false);
+    }
+    return true;
+  }
+  void machine(const std::function<void(Machine&)>&) override {
+    ADD_FAILURE() << "a real Mac's hardware cannot be arranged";
+  }
+  std::unique_ptr<RigClient> connect(std::string_view) override {
+    ADD_FAILURE() << "a client needs a job of launchd";
+    return nullptr;
+  }
+  void signal(int number) override { ::kill(::getpid(), number); }
+  bool logged(std::string_view, korvel::LogLevel, std::string_view) override {
+    ADD_FAILURE() << "the log is not read back";
+    return false;
+  }
+
+ private:
+  std::unique_ptr<korvel::SMCUserClient> smc = korvel::macos::makeSMCUserClient();
+  std::unique_ptr<korvel::IORegistry> registry = korvel::macos::makeIORegistry();
+  std::unique_ptr<korvel::PowerSources> powerSources = korvel::macos::makePowerSources();
+  std::unique_ptr<korvel::PowerAssertions> assertions = korvel::macos::makePowerAssertions();
+  std::unique_ptr<korvel::PowerSettings> powerSettings = korvel::macos::makePowerSettings();
+  std::unique_ptr<korvel::RootPowerDomain> rootDomain = korvel::macos::makeRootPowerDomain();
+  std::unique_ptr<korvel::SmartChargeRuntime> smartCharge = korvel::macos::makeSmartChargeRuntime();
+  FilesBelow files;
+  std::unique_ptr<korvel::Dispatch> dispatch = korvel::macos::makeDispatch();
+  std::unique_ptr<korvel::WallClock> clock = korvel::macos::makeWallClock();
+  std::unique_ptr<korvel::UnifiedLog> log = korvel::macos::makeUnifiedLog();
+  std::unique_ptr<korvel::CodeSigning> codeSigning = korvel::macos::makeCodeSigning();
+  std::unique_ptr<korvel::XPCService> xpc = korvel::macos::makeXPCService();
+  std::unique_ptr<korvel::Process> process = korvel::macos::makeProcess();
+  korvel::Platform adapters{
+      .smc = *smc,
+      .registry = *registry,
+      .powerSources = *powerSources,
+      .assertions = *assertions,
+      .powerSettings = *powerSettings,
+      .rootDomain = *rootDomain,
+      .smartCharge = *smartCharge,
+      .files = files,
+      .dispatch = *dispatch,
+      .clock = *clock,
+      .log = *log,
+      .codeSigning = *codeSigning,
+      .xpc = *xpc,
+      .process = *process,
+  };
+};
+
+RigKind adaptersOfThisMac() {
+  return {"Adapters", [](const std::string&) { return std::make_unique<MacRig>(); }};
+}
+
+INSTANTIATE_SEAM_CONTRACT(Mac, DispatchContract, testing::Values(adaptersOfThisMac()));
+INSTANTIATE_SEAM_CONTRACT(Mac, FileSystemContract, testing::Values(adaptersOfThisMac()));
+
+}  // namespace
+
+// These contracts arrange the hardware, connect clients or read the log, which a test cannot do to
+// a real Mac. SystemTest, ExportedObjectTest and SmartChargeRuntimeTest try those adapters instead.
+GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(SMCUserClientContract);
+GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(IORegistryContract);
+GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(PowerSourcesContract);
+GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(PowerAssertionsContract);
+GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(PowerSettingsContract);
+GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(RootPowerDomainContract);
+GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(SmartChargeRuntimeContract);
+GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(WallClockContract);
+GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(UnifiedLogContract);
+GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(CodeSigningContract);
+GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(XPCContract);
+GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(ProcessContract);
+
+}  // namespace virtualmac
