@@ -265,7 +265,7 @@ template <class Record, class Fill>
 std::expected<Record, std::string> decode(std::string_view text,
                                           std::span<const std::string_view> keys, Fill fill) {
   // The parser takes a NUL byte for the end of the input, whatever follows it.
-  if (const std::size_t null = text.find('\0'); null != text.npos) {
+  if (const std::size_t null = text.find('\0'); null != std::string_view::npos) {
     return std::unexpected(notJSON(null + 1));
   }
   MemberCollector collector(keys);

@@ -40,7 +40,7 @@ struct Conversion {
   std::string_view length;
   char type = '\0';
 
-  [[nodiscard]] bool isBoolean() const { return annotation.find("bool") != annotation.npos; }
+  [[nodiscard]] bool isBoolean() const { return annotation.find("bool") != std::string_view::npos; }
 };
 
 class FormatReader {

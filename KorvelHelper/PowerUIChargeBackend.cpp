@@ -70,7 +70,7 @@ bool isUsable(SmartChargeRuntime& runtime, HandleRef client) {
 
 /// The integer value of a number, with 0 for one that no limit can have; none for anything else.
 std::optional<std::int64_t> limitOf(const PropertyValue& value) {
-  if (const auto whole = value.integer()) return *whole;
+  if (const auto whole = value.integer()) return whole;
   const auto real = value.real();
   if (!real) return std::nullopt;
   const bool sane =
