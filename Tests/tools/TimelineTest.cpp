@@ -81,7 +81,9 @@ std::string defectOf(const std::string& xml) {
 }
 
 TEST(TimelineTest, BuilderFollowsTheHardware) {
-  EXPECT_EQ(after({{5, "mac", "battery 77 %"}}).percent, 77);
+  EXPECT_EQ(after({{5, "mac", "battery 77 %"}}).percent, 76.5);
+  EXPECT_EQ(after({{5, "mac", "battery 75 %"}}).percent, 75.5);
+  EXPECT_EQ(after({{5, "mac", "battery 40 %"}}).percent, 40);
   EXPECT_FALSE(after({{5, "mac", "adapter disconnected"}}).adapterConnected);
   EXPECT_TRUE(after({{5, "mac", "lid closed"}}).lidClosed);
   EXPECT_FALSE(after({{5, "mac", "lid closed"}, {6, "mac", "lid opened"}}).lidClosed);
@@ -136,6 +138,7 @@ TEST(TimelineTest, RequestsAreNamedByWhatWasAskedFor) {
                {2, "log", "HelperImpl default \"forceDischarge(1) pid=501 signingID=a\""},
                {3, "reply", "forceDischarge failed 400 \"Battery is already at the 80% limit.\""},
                {4, "log", "HelperImpl default \"charge enforcement pause:ok\""},
+               {5, "log", "SMCWriter default \"SMC write CHTE bytes=[1, 0, 0, 0]\""},
                {5, "log", "SMCWriter error \"SMC write failed\""},
                {6, "proc", "helper 412 killed by signal 9"}});
   ASSERT_EQ(marks.size(), 6U);
@@ -150,6 +153,19 @@ TEST(TimelineTest, RequestsAreNamedByWhatWasAskedFor) {
   EXPECT_EQ(marks[5].kind, TimelineMarkKind::Loss);
 }
 
+TEST(TimelineTest, AJournalsTextReadsBackToItsEntries) {
+  const Journal::Entry entry{12.345, "mac", "battery 79 %"};
+  const auto read = journalEntryFrom(journalLine(entry));
+  ASSERT_TRUE(read);
+  EXPECT_EQ(read->time, 12.345);
+  EXPECT_EQ(read->kind, "mac");
+  EXPECT_EQ(read->text, "battery 79 %");
+  EXPECT_EQ(journalEntryFrom("3.000 power asleep")->text, "asleep");
+  for (const char* wrong : {"", "x", "1.5 smc   a", "1.500", "1.500 smc", "a.500 smc   b"}) {
+    EXPECT_FALSE(journalEntryFrom(wrong)) << wrong;
+  }
+}
+
 TEST(TimelineTest, MeasuredLevelsAreKeptBetweenWholePercents) {
   TimelineBuilder builder("run", 0, plugged(76));
   builder.sample(10, 76.3);
@@ -158,7 +174,7 @@ TEST(TimelineTest, MeasuredLevelsAreKeptBetweenWholePercents) {
   const Timeline made = builder.finish(20);
   ASSERT_EQ(made.samples.size(), 3U);
   EXPECT_EQ(made.samples[1].state.percent, 76.3);
-  EXPECT_EQ(made.samples[2].state.percent, 77);
+  EXPECT_EQ(made.samples[2].state.percent, 76.5);
 }
 
 TEST(TimelineTest, ClockCountsDays) {

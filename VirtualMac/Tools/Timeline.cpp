@@ -25,6 +25,23 @@ std::optional<int> numberAfter(std::string_view text, std::string_view before) {
   return number;
 }
 
+/// A journal line's time: seconds with three decimals.
+std::optional<double> secondsFrom(std::string_view text) {
+  const std::size_t point = text.find('.');
+  if (point == std::string_view::npos || text.size() - point != 4) return std::nullopt;
+  long long whole = 0;
+  int thousandths = 0;
+  const char* const middle = text.data() + point;
+  const char* const end = text.data() + text.size();
+  const auto first = std::from_chars(text.data(), middle, whole);
+  const auto second = std::from_chars(middle + 1, end, thousandths);
+  if (first.ec != std::errc() || first.ptr != middle || second.ec != std::errc() ||
+      second.ptr != end) {
+    return std::nullopt;
+  }
+  return static_cast<double>(whole) + thousandths / 1000.0;
+}
+
 /// What a person asked for, from the line with which the helper logs who asked; none: another line.
 std::optional<std::string> requestIn(std::string_view text) {
   struct Request {
@@ -86,8 +103,10 @@ Timeline TimelineBuilder::finish(double time) const {
 
 void TimelineBuilder::addHardware(const std::string& text) {
   if (const std::optional<int> percent = numberAfter(text, "battery ")) {
-    // A measured level within the same whole percent is the better one.
-    if (std::abs(now.percent - *percent) > 0.5 + leastPercentStep) now.percent = *percent;
+    // A level that moves by itself is told as it crosses the middle between two whole percents; one
+    // that jumps is set by hand.
+    const double moved = *percent - now.percent;
+    now.percent = std::abs(moved) > 1.6 ? *percent : *percent + (moved > 0 ? -0.5 : 0.5);
   }
   if (text == "adapter connected") now.adapterConnected = true;
   if (text == "adapter disconnected") now.adapterConnected = false;
@@ -170,8 +189,10 @@ void TimelineBuilder::addLog(const Journal::Entry& entry) {
       return;
     }
   }
+  // The decisions are the core's; what its components say of themselves matters when it is bad.
   const bool bad = head.find(" error") != std::string_view::npos ||
                    head.find(" fault") != std::string_view::npos;
+  if (!bad && !head.starts_with("HelperImpl ")) return;
   mark(entry.time, bad ? TimelineMarkKind::Error : TimelineMarkKind::Log, std::move(text));
 }
 
@@ -187,6 +208,20 @@ void TimelineBuilder::keep(double time) {
   } else {
     made.samples.push_back({time, now});
   }
+}
+
+std::optional<Journal::Entry> journalEntryFrom(std::string_view line) {
+  const std::size_t afterTime = line.find(' ');
+  if (afterTime == std::string_view::npos) return std::nullopt;
+  const std::optional<double> time = secondsFrom(line.substr(0, afterTime));
+  if (!time) return std::nullopt;
+  line.remove_prefix(afterTime + 1);
+  const std::size_t afterKind = line.find(' ');
+  if (afterKind == std::string_view::npos) return std::nullopt;
+  Journal::Entry entry{*time, std::string(line.substr(0, afterKind)), {}};
+  line.remove_prefix(std::min(line.find_first_not_of(' ', afterKind), line.size()));
+  entry.text = line;
+  return entry;
 }
 
 std::string timelineClock(double seconds) {

@@ -57,8 +57,9 @@ struct Timeline {
 };
 
 /// Reads a journal entry by entry and keeps what a timeline shows. Entries of no interest are
-/// passed over, so a whole journal may be given. What the journal cannot tell is handed in: the
-/// state at the start, and exact charge levels between two whole percentages.
+/// passed over, so a whole journal may be given; so are the routine log lines of components. What
+/// the journal cannot tell is handed in: the state at the start, and exact charge levels between
+/// two whole percentages.
 class TimelineBuilder {
  public:
   /// `start` is the state at `startTime` (virtual seconds).
@@ -84,6 +85,9 @@ class TimelineBuilder {
   Timeline made;
   TimelineState now;
 };
+
+/// A line of a journal's text, without its newline; none: not such a line.
+std::optional<Journal::Entry> journalEntryFrom(std::string_view line);
 
 /// The picture: the charge with limit and band, a lane for each of adapter, gate, inflow, lid,
 /// sleep and helper, requests above, numbered log lines below. The same timeline gives the same

@@ -1,0 +1,72 @@
+#include "VirtualMac/Tools/TimelineCommand.h"
+
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <fstream>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "VirtualMac/Tools/MachineCommands.h"
+#include "VirtualMac/Tools/RootDirectory.h"
+#include "VirtualMac/Tools/Timeline.h"
+
+namespace virtualmac {
+
+namespace {
+
+struct Choices {
+  std::string file;
+  std::string title = "A virtual Mac";
+  double from = 0;
+};
+
+int complain(const std::string& text) {
+  fmt::print(stderr, "virtual-mac: {}\n", text);
+  return exitFailed;
+}
+
+int draw(const std::string& root, const Choices& choices) {
+  const std::string journal = RootDirectory::at(root).journal();
+  std::ifstream lines(journal);
+  if (!lines) return complain(journal + " cannot be read");
+  // What was before the picture's first moment is where it starts from.
+  TimelineState start;
+  start.percent = 50;
+  start.adapterConnected = true;
+  TimelineBuilder before("", 0, start);
+  std::optional<TimelineBuilder> shown;
+  double end = choices.from;
+  for (std::string line; std::getline(lines, line);) {
+    const std::optional<Journal::Entry> entry = journalEntryFrom(line);
+    if (!entry) continue;
+    if (!shown && entry->time >= choices.from) {
+      shown.emplace(choices.title, choices.from, before.finish(0).samples.back().state);
+    }
+    (shown ? *shown : before).add(*entry);
+    end = entry->time;
+  }
+  if (!shown) return complain(journal + " tells nothing from then on");
+  std::ofstream picture(choices.file, std::ios::binary);
+  picture << timelineSVG(shown->finish(end));
+  picture.flush();
+  return picture ? exitDone : complain(choices.file + " cannot be written");
+}
+
+}  // namespace
+
+void addTimeline(CLI::App& program, std::function<int()>& chosen) {
+  const auto choices = std::make_shared<Choices>();
+  CLI::App* command = program.add_subcommand("timeline", "Draw the journal as a picture");
+  command->add_option("file", choices->file, "SVG file to write")->required();
+  command->add_option("--title", choices->title, "The picture's title")->capture_default_str();
+  command->add_option("--from", choices->from, "First virtual second that is shown")
+      ->check(CLI::NonNegativeNumber);
+  command->callback([choices, &program, &chosen] {
+    const std::string root = program.get_option("--root")->as<std::string>();
+    chosen = [choices, root] { return draw(root, *choices); };
+  });
+}
+
+}  // namespace virtualmac
