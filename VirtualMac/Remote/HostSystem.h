@@ -3,6 +3,7 @@
 #include <sys/types.h>
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <string>
@@ -23,6 +24,8 @@ std::int32_t peerProcess(int socket);
 void nameThisThread(const std::string& name);
 /// The running program's file; empty when it cannot be told.
 std::filesystem::path ownProgram();
+/// How many threads the process has.
+std::size_t threadCount();
 /// The process's environment, as posix_spawn wants it.
 char** environment();
 

@@ -1,6 +1,7 @@
 #include <crt_externs.h>
 #include <fcntl.h>
 #include <mach-o/dyld.h>
+#include <mach/mach.h>
 #include <pthread.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -58,6 +59,19 @@ std::filesystem::path ownProgram() {
   std::error_code error;
   const std::filesystem::path resolved = std::filesystem::canonical(path.c_str(), error);
   return error ? std::filesystem::path() : resolved;
+}
+
+std::size_t threadCount() {
+  thread_act_array_t threads = nullptr;
+  mach_msg_type_number_t count = 0;
+  if (::task_threads(mach_task_self(), &threads, &count) != KERN_SUCCESS) return 0;
+  // The kernel gives a right to each thread, and the array they came in.
+  for (mach_msg_type_number_t i = 0; i < count; ++i) {
+    ::mach_port_deallocate(mach_task_self(), threads[i]);
+  }
+  ::vm_deallocate(mach_task_self(), reinterpret_cast<vm_address_t>(threads),
+                  count * sizeof(thread_act_t));
+  return count;
 }
 
 char** environment() { return *::_NSGetEnviron(); }

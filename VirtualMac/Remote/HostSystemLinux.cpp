@@ -3,6 +3,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <iterator>
 #include <system_error>
 
 #include "VirtualMac/Remote/HostSystem.h"
@@ -34,6 +35,12 @@ void nameThisThread(const std::string& name) {
 std::filesystem::path ownProgram() {
   std::error_code error;
   return std::filesystem::read_symlink("/proc/self/exe", error);
+}
+
+std::size_t threadCount() {
+  return static_cast<std::size_t>(
+      std::distance(std::filesystem::directory_iterator("/proc/self/task"),
+                    std::filesystem::directory_iterator()));
 }
 
 char** environment() { return environ; }

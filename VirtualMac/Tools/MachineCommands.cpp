@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
+#include "VirtualMac/Remote/HostSystem.h"
 #include "VirtualMac/Tools/CommandLine.h"
 #include "VirtualMac/Tools/ControlClient.h"
 #include "VirtualMac/Tools/JournalReader.h"
@@ -37,9 +38,8 @@ int complain(const std::string& text, int code) {
 
 /// The programs are built beside each other.
 std::string programBeside(const char* name) {
-  std::error_code error;
-  const auto self = std::filesystem::read_symlink("/proc/self/exe", error);
-  return error ? name : (self.parent_path() / name).string();
+  const std::filesystem::path self = hostsystem::ownProgram();
+  return self.empty() ? name : (self.parent_path() / name).string();
 }
 
 int up(const Choices& choices) {
