@@ -119,6 +119,19 @@ TEST_F(OrderWindows, AFailedRenameWhileArmingKeepAwakeLeavesSleepDisabledWithout
             1U);
 }
 
+TEST_F(OrderWindows, AnArmingThatCouldNotBeRecordedOutlivesACrash) {
+  const Story story = at(90);
+  Stage stage(story);
+  begin(stage);
+  beginWithLimit(stage, 60);
+  stage.mac().disk.full = true;
+  EXPECT_TRUE(stage.ask(stage.app().setClamshellKeepAwake(true)));
+  stage.mac().disk.full = false;
+  stage.world.killHelper();
+  startAgain(stage);
+  EXPECT_TRUE(stage.mac().power.sleepDisabled()) << "the next start knows of no claim";
+}
+
 TEST_F(OrderWindows, AFailedRenameWhileDisarmingKeepsTheClaimOfASettingThatIsOff) {
   const Story story = at(90);
   Stage stage(story);
