@@ -7,6 +7,7 @@ void ScheduleObserver::callMade(const Lane&, SeamCall) {}
 void ScheduleObserver::timerStarted(const TimerFacts&) {}
 void ScheduleObserver::timerCancelled(const TimerFacts&) {}
 void ScheduleObserver::timerFires(const TimerFacts&) {}
+void ScheduleObserver::timerDone(const TimerFacts&) {}
 void ScheduleObserver::waited(const Lane&, std::string_view, double) {}
 
 }  // namespace virtualmac

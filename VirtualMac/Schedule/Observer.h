@@ -33,6 +33,8 @@ class ScheduleObserver {
   virtual void timerCancelled(const TimerFacts& timer);
   /// The body is about to run.
   virtual void timerFires(const TimerFacts& timer);
+  /// The body has returned.
+  virtual void timerDone(const TimerFacts& timer);
   /// `lane` was blocked in a wait ("group", "sync", "lock") for so long.
   virtual void waited(const Lane& lane, std::string_view what, double seconds);
 };

@@ -126,6 +126,7 @@ void TimerCore::fire() {
   if (cancelled) return;
   observers.tell(&ScheduleObserver::timerFires, facts);
   if (handler) handler();
+  observers.tell(&ScheduleObserver::timerDone, facts);
 }
 
 // ---- group

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "HelperRecords.h"
+#include "Platform/Dispatch.h"
+#include "Platform/Platform.h"
+#include "Platform/UnifiedLog.h"
+#include "VirtualMac/InProcess/Invariants.h"
+#include "VirtualMac/InProcess/World.h"
+#include "VirtualMac/Machine/Machine.h"
+
+namespace virtualmac {
+
+inline constexpr const char* statePath =
+    "/Library/Application Support/com.korvel.app.helper/state.json";
+
+/// A process that breaks rules by hand, and the rules that watch it.
+class BrokenRules : public testing::Test {
+ protected:
+  World world;
+  InvariantSet rules{world};
+  korvel::Platform& platform = world.startBareHelper();
+  std::shared_ptr<korvel::WorkQueue> queue = platform.dispatch.makeSerialQueue("smc");
+
+  void SetUp() override { world.runUntilIdle(); }
+  void TearDown() override { world.killHelper(); }
+
+  /// What happened, as the machine or the helper would journal it.
+  void happens(const char* kind, const char* text) { world.journal().record(kind, text); }
+  void logs(const std::string& text) {
+    platform.log.emit("com.korvel.app.helper", "HelperImpl", korvel::LogLevel::Default, text);
+  }
+  void save(const korvel::HelperState& state) {
+    world.machine().disk.writeFile(statePath, korvel::encodeFile(state));
+  }
+  void startDischarge() { happens("smc", "CHIE <- 08"); }
+  std::vector<std::string> found() {
+    rules.finish();
+    return rules.violations();
+  }
+};
+
+}  // namespace virtualmac

@@ -1,0 +1,155 @@
+#include <array>
+#include <map>
+#include <set>
+#include <string>
+
+#include "HelperRecords.h"
+#include "VirtualMac/InProcess/Invariants.h"
+#include "VirtualMac/InProcess/World.h"
+#include "VirtualMac/Machine/Machine.h"
+
+namespace virtualmac {
+
+namespace {
+
+bool inFamily(std::string_view key, std::initializer_list<std::string_view> family) {
+  for (const std::string_view each : family) {
+    if (key == each) return true;
+  }
+  return false;
+}
+
+/// A reset or a shutdown is under way: they alone write keys of families that the helper does not
+/// use otherwise.
+class ResetWatch {
+ public:
+  void see(const Journal::Entry& entry) {
+    if (entry.kind == "proc" && contains(entry.text, "started")) {
+      resets = 0;
+      shuttingDown = false;
+    }
+    if (entry.kind == "log" && contains(entry.text, "\"resetAllSMCKeys pid=")) ++resets;
+    if (entry.kind == "reply" && entry.text.starts_with("resetAllSMCKeys") && resets > 0) --resets;
+    if (entry.kind == "log" && contains(entry.text, "shutdownGracefully — ")) shuttingDown = true;
+  }
+  [[nodiscard]] bool resetting() const { return resets > 0 || shuttingDown; }
+
+ private:
+  int resets = 0;
+  bool shuttingDown = false;
+};
+
+class PermittedWritesOnly final : public Invariant {
+ public:
+  explicit PermittedWritesOnly(World& watched) : Invariant(watched, "permitted writes only") {}
+
+  void journalled(const Journal::Entry& entry) override {
+    if (entry.kind != "smc") return;
+    static const std::map<std::string, std::set<std::string>, std::less<>> permitted{
+        {"CHTE", {"01 00 00 00", "00 00 00 00"}},
+        {"CH0B", {"00", "02"}},
+        {"CH0C", {"00", "02"}},
+        {"CHIE", {"00", "08"}},
+        {"CH0I", {"00", "01"}},
+        {"CH0J", {"00", "01"}}};
+    const JournalledWrite write = journalledWrite(entry.text);
+    const auto found = permitted.find(write.key);
+    if (found == permitted.end() || !found->second.contains(write.payload)) violate(entry.text);
+  }
+};
+
+class OneFamilyOfKeys final : public Invariant {
+ public:
+  explicit OneFamilyOfKeys(World& watched) : Invariant(watched, "one family of keys") {}
+
+  void journalled(const Journal::Entry& entry) override {
+    reset.see(entry);
+    if (entry.kind == "proc" && contains(entry.text, "started")) {
+      charging.clear();
+      discharging.clear();
+    }
+    if (reset.resetting()) return;
+    if (entry.kind == "power" && entry.text.starts_with("native limit")) use(charging, "native");
+    if (entry.kind != "smc") return;
+    const JournalledWrite write = journalledWrite(entry.text);
+    if (write.key == "CHTE") use(charging, "CHTE");
+    if (inFamily(write.key, {"CH0B", "CH0C"})) use(charging, "CH0B and CH0C");
+    if (write.key == "CHIE") use(discharging, "CHIE");
+    if (inFamily(write.key, {"CH0I", "CH0J"})) use(discharging, "CH0I and CH0J");
+  }
+
+ private:
+  void use(std::string& inUse, const std::string& family) {
+    if (inUse.empty()) inUse = family;
+    if (inUse != family) violate(family + " used beside " + inUse);
+  }
+
+  ResetWatch reset;
+  std::string charging;
+  std::string discharging;
+};
+
+/// After an exit nobody controls the hardware any more, so it must be as the system's defaults are.
+/// Not asked for what the hardware refused to take, and not when the half second was not enough.
+class ExitLeavesDefaults final : public Invariant {
+ public:
+  explicit ExitLeavesDefaults(World& watched) : Invariant(watched, "exit leaves defaults") {}
+
+  void journalled(const Journal::Entry& entry) override {
+    if (entry.kind == "log" && contains(entry.text, "shutdownGracefully — ")) {
+      excused = false;
+      faultsBefore = world.faults().injected();
+    }
+    if (entry.kind == "smc" && !journalledWrite(entry.text).obeyed) excused = true;
+    if (entry.kind == "power" && contains(entry.text, "refused")) excused = true;
+    if (entry.kind == "power" && entry.text.starts_with("SleepDisabled")) {
+      keptAwake = entry.text == "SleepDisabled = 1";
+    }
+    if (entry.kind == "mac" && contains(entry.text, "power")) keptAwake = false;
+    if (entry.kind == "proc" && contains(entry.text, "exited 0")) check();
+  }
+
+  void waited(const Lane& /*lane*/, std::string_view what, double seconds) override {
+    if (what == "group" && seconds >= shutdownWaitSeconds) excused = true;
+  }
+
+ private:
+  static constexpr double shutdownWaitSeconds = 0.4999;
+
+  void check() {
+    Machine& mac = world.machine();
+    if (excused || world.faults().injected() != faultsBefore || !mac.activeFaultLines.empty()) {
+      return;
+    }
+    if (!mac.smc.servicePresent || mac.smc.openRefusal) return;
+    for (const korvel::ResetWrite& reset : korvel::resetWrites()) {
+      const auto value = mac.smc.value(reset.key);
+      if (value && *value != reset.bytes)
+        violate(std::string(reset.key) + " is not at its default");
+    }
+    if (mac.powerUI.currentLimit() != 0) violate("a native limit is left");
+    if (!mac.power.assertions().empty()) violate("an assertion is still held");
+    if (keptAwake) violate("SleepDisabled is still set");
+    const auto file = mac.disk.content(statePath);
+    const auto record = file ? korvel::decodeStateFile(*file) : std::unexpected(std::string());
+    if (!record) return;
+    if (record->sleepDisabledByKorvel) violate("SleepDisabled is still owned");
+    if (record->forceDischargeActive) violate("a discharge is still recorded");
+  }
+
+  static constexpr std::string_view statePath =
+      "/Library/Application Support/com.korvel.app.helper/state.json";
+  bool excused = false;
+  bool keptAwake = false;  ///< By the helper: nobody else has written the setting since.
+  std::uint64_t faultsBefore = 0;
+};
+
+}  // namespace
+
+void addHardwareInvariants(InvariantList& list, World& world) {
+  list.push_back(std::make_unique<PermittedWritesOnly>(world));
+  list.push_back(std::make_unique<OneFamilyOfKeys>(world));
+  list.push_back(std::make_unique<ExitLeavesDefaults>(world));
+}
+
+}  // namespace virtualmac

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "VirtualMac/Schedule/Journal.h"
+#include "VirtualMac/Schedule/Observer.h"
+
+namespace virtualmac {
+
+class World;
+
+/// One rule that holds in every run of a correct helper, whatever fails around it. Watches a world
+/// from the beginning and writes down each time that the rule is broken.
+class Invariant : public ScheduleObserver {
+ public:
+  Invariant(World& watched, std::string_view ruleName) : world(watched), label(ruleName) {}
+  ~Invariant() override = default;
+
+  [[nodiscard]] std::string_view name() const { return label; }
+  /// "12.345 what happened", the first few.
+  [[nodiscard]] const std::vector<std::string>& violations() const { return noted; }
+
+  virtual void journalled(const Journal::Entry& entry);
+  /// The run is over, and what was asked for had time to finish.
+  virtual void finished();
+
+ protected:
+  void violate(std::string_view what);
+
+  World& world;
+
+ private:
+  std::string_view label;
+  std::vector<std::string> noted;
+};
+
+/// An `smc` line of the journal.
+struct JournalledWrite {
+  std::string key;
+  std::string payload;  ///< "01 00 00 00"
+  bool obeyed = true;
+  bool forbidden = false;
+
+  [[nodiscard]] bool isZero() const;
+};
+JournalledWrite journalledWrite(std::string_view text);
+
+/// The number after `word` in `text`: 80 for "chargeLimit=" in "… chargeLimit=80 …".
+std::optional<std::int64_t> numberAfter(std::string_view text, std::string_view word);
+
+bool contains(std::string_view text, std::string_view part);
+
+}  // namespace virtualmac

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "VirtualMac/InProcess/Invariant.h"
+
+namespace virtualmac {
+
+class World;
+
+/// All named rules, watching one world. Made right after the world, and gone before it.
+class InvariantSet {
+ public:
+  explicit InvariantSet(World& world);
+  ~InvariantSet();
+  InvariantSet(const InvariantSet&) = delete;
+  InvariantSet& operator=(const InvariantSet&) = delete;
+
+  /// Ends the watch: asks every rule for what is still missing. Once, with the world at rest.
+  void finish();
+  /// "rule: 12.345 what happened", the transport's own findings included.
+  [[nodiscard]] std::vector<std::string> violations() const;
+  [[nodiscard]] std::vector<std::string> names() const;
+
+ private:
+  struct Parts;
+  std::unique_ptr<Parts> parts;
+  /// False once this is gone; a journal keeps its listeners.
+  std::shared_ptr<bool> watch = std::make_shared<bool>(true);
+};
+
+using InvariantList = std::vector<std::unique_ptr<Invariant>>;
+
+void addHardwareInvariants(InvariantList& list, World& world);
+void addDischargeInvariants(InvariantList& list, World& world);
+void addPowerInvariants(InvariantList& list, World& world);
+void addScheduleInvariants(InvariantList& list, World& world);
+void addRecordInvariants(InvariantList& list, World& world);
+
+}  // namespace virtualmac

@@ -1,0 +1,121 @@
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+
+#include "HelperRecords.h"
+#include "VirtualMac/InProcess/Invariants.h"
+#include "VirtualMac/InProcess/World.h"
+#include "VirtualMac/Machine/Machine.h"
+#include "VirtualMac/Schedule/Lane.h"
+
+namespace virtualmac {
+
+namespace {
+
+constexpr std::string_view statePath =
+    "/Library/Application Support/com.korvel.app.helper/state.json";
+
+/// The flag reaches the disk before the setting is written, so that a crash in between is undone.
+/// Not asked for when the disk has refused the record: that never stops a command.
+class SleepDisabledOnlyWhenOwned final : public Invariant {
+ public:
+  explicit SleepDisabledOnlyWhenOwned(World& watched)
+      : Invariant(watched, "SleepDisabled only when owned") {}
+
+  void journalled(const Journal::Entry& entry) override {
+    if (entry.kind == "disk" && contains(entry.text, "state.json")) diskRefused = false;
+    if (entry.kind == "log" && contains(entry.text, "persistence.write failed")) diskRefused = true;
+    if (entry.kind != "power" || entry.text != "SleepDisabled = 1" || diskRefused) return;
+    const auto file = world.machine().disk.content(statePath);
+    const auto record = file ? korvel::decodeStateFile(*file) : std::unexpected(std::string());
+    if (!record || !record->sleepDisabledByKorvel) violate("set without the flag on disk");
+  }
+
+ private:
+  bool diskRefused = false;
+};
+
+/// Every release that the helper asks for gives back an assertion that it holds. Its own time-out
+/// may have been first; and a platform that refuses proves nothing.
+class AssertionsReleasedOnce final : public Invariant {
+ public:
+  explicit AssertionsReleasedOnce(World& watched)
+      : Invariant(watched, "assertions released once") {}
+
+  void callMade(const Lane& lane, SeamCall call) override {
+    // The thread's next call: its release has been answered by now.
+    if (&lane == releasing) settle();
+    if (call != SeamCall::assertionRelease) return;
+    releasing = &lane;
+    faultsBefore = world.faults().injected();
+  }
+  void journalled(const Journal::Entry& entry) override {
+    if (entry.kind == "proc") {
+      releasing = nullptr;
+      timedOut = 0;
+    }
+    if (entry.kind != "power" || !entry.text.starts_with("assertion ")) return;
+    if (contains(entry.text, "timed out")) ++timedOut;
+    if (contains(entry.text, "released")) releasing = nullptr;
+  }
+  void finished() override { settle(); }
+
+ private:
+  void settle() {
+    if (releasing == nullptr) return;
+    releasing = nullptr;
+    if (world.faults().injected() != faultsBefore) return;
+    if (world.machine().power.assertionReleaseRefusal) return;
+    if (timedOut > 0) {
+      --timedOut;
+      return;
+    }
+    violate("released what it did not hold");
+  }
+
+  const Lane* releasing = nullptr;
+  int timedOut = 0;
+  std::uint64_t faultsBefore = 0;
+};
+
+/// The main thread hears signals and power messages, so it never waits long.
+class MainThreadStaysFree final : public Invariant {
+ public:
+  explicit MainThreadStaysFree(World& watched) : Invariant(watched, "main thread stays free") {}
+
+  void journalled(const Journal::Entry& entry) override {
+    if (entry.kind == "proc" && contains(entry.text, "started")) {
+      shuttingDown = false;
+      syncs = 0;
+    }
+    if (entry.kind == "log" && contains(entry.text, "shutdownGracefully — ")) shuttingDown = true;
+  }
+  void waited(const Lane& lane, std::string_view what, double seconds) override {
+    if (lane.name() != "main") return;
+    const double limit = what != "group" ? 0 : shuttingDown ? shutdownSeconds : sleepSeconds;
+    // The probe at boot is the one piece of work that it waits for without a limit.
+    if (what == "sync" && ++syncs == 1) return;
+    if (seconds > limit + toleranceSeconds) {
+      violate("blocked in a " + std::string(what) + " for " + std::to_string(seconds) + " s");
+    }
+  }
+
+ private:
+  static constexpr double sleepSeconds = 0.1;
+  static constexpr double shutdownSeconds = 0.5;
+  static constexpr double toleranceSeconds = 1e-6;
+
+  bool shuttingDown = false;
+  int syncs = 0;
+};
+
+}  // namespace
+
+void addPowerInvariants(InvariantList& list, World& world) {
+  list.push_back(std::make_unique<SleepDisabledOnlyWhenOwned>(world));
+  list.push_back(std::make_unique<AssertionsReleasedOnce>(world));
+  list.push_back(std::make_unique<MainThreadStaysFree>(world));
+}
+
+}  // namespace virtualmac
