@@ -233,6 +233,7 @@ void ServiceConnection::writeNext() {
   asio::async_write(socket, asio::buffer(outgoing.front()),
                     [self = shared_from_this()](const std::error_code& error, std::size_t) {
                       if (error) return self->end("");
+                      if (self->over) return;
                       self->outgoing.pop_front();
                       --self->unanswered;
                       if (!self->outgoing.empty()) self->writeNext();
@@ -247,7 +248,6 @@ void ServiceConnection::end(const std::string& reason) {
                           (reason.empty() ? " disconnected" : " cut off: " + reason));
   std::error_code ignored;
   socket.close(ignored);
-  outgoing.clear();
   exportedObject.reset();
   interruptionHandler = nullptr;
   if (const auto handler = std::exchange(invalidationHandler, nullptr)) handler();

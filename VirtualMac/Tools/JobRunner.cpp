@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -28,9 +29,13 @@ constexpr int longestQueue = 128;
 
 constexpr const char* serviceName = "com.korvel.app.helper";
 
-LaunchdJob helperJob() {
+/// However fast the machine's time runs, a process gets this long to end by itself.
+constexpr double shortestRealExit = 5;
+
+LaunchdJob helperJob(double speed) {
   LaunchdJob job;
   job.keepAlive = false;  // A crash is turned into a demand; an end that was meant is not.
+  job.exitTimeoutSeconds = std::max(job.exitTimeoutSeconds, shortestRealExit * speed);
   return job;
 }
 
@@ -51,7 +56,7 @@ JobRunner::JobRunner(asio::io_context& context, const RootDirectory& home,
       verbose(verboseHelper),
       timekeeper(keeper),
       machine(clock),
-      launchd(helperJob()),
+      launchd(helperJob(keeper.speed())),
       children(context, SIGCHLD),
       deadline(context),
       service(context) {
@@ -89,7 +94,7 @@ std::optional<std::string> JobRunner::listen() {
 }
 
 void JobRunner::load() {
-  launchd = Launchd(helperJob());
+  launchd = Launchd(helperJob(timekeeper.speed()));
   act(launchd.load(machine.totalNanoseconds()));
 }
 
@@ -104,7 +109,7 @@ void JobRunner::unload(std::function<void()> done) {
 
 void JobRunner::killNow() {
   deadline.cancel();
-  launchd = Launchd(helperJob());
+  launchd = Launchd(helperJob(timekeeper.speed()));
   if (!running) return;
   ::kill(*running, SIGKILL);
   int status = 0;

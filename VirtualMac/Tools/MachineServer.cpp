@@ -7,6 +7,15 @@
 
 namespace virtualmac {
 
+namespace {
+
+/// How long the machine waits for a helper before it sleeps without its answer. However fast time
+/// runs, a process gets some real seconds.
+constexpr double usualAcknowledgementSeconds = 30;
+constexpr double shortestRealAcknowledgement = 2;
+
+}  // namespace
+
 MachineServer::MachineServer(asio::io_context& mainLoop, MachineOptions options)
     : loop(mainLoop),
       chosen(std::move(options)),
@@ -27,9 +36,12 @@ MachineServer::MachineServer(asio::io_context& mainLoop, MachineOptions options)
     losingPower = false;
   });
   keeper.setClockHandler([this](const MachineTime& time) {
+    mac.power.acknowledgementSeconds =
+        std::max(usualAcknowledgementSeconds, shortestRealAcknowledgement * time.speed);
     if (link) link->sendClock(time);
     jobs.armDeadline();
   });
+  keeper.setSpeed(chosen.speed);
   keeper.setSettledHandler([this] { watchPower(); });
   jobs.setHandlers([this](const JobRunner::Started& started) { helperStarted(started); },
                    [this](pid_t pid, const ProcessEnd& how) { helperEnded(pid, how); },
