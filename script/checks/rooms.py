@@ -102,6 +102,7 @@ ROOMS = [  # The first that matches a file is its room.
     Room("Tests/process/", ("Tests/process/", "VirtualMac/Remote/", "VirtualMac/Schedule/"),
          system=True, helper_root=False),
     Room("Tests/macos/", ALL_VIRTUAL + ("Tests/", "macOS/"), system=True),
+    Room("Tests/files/", ALL_VIRTUAL + ("Tests/", "macOS/"), system=True),
     Room("Tests/", ALL_VIRTUAL + ("Tests/",), system=True, calls=(CHANCE,)),
     Room("Benchmarks/", ALL_VIRTUAL + ("Benchmarks/",), system=True, calls=(CHANCE,)),
     Room("Packaging/", SEAM, system=True),
