@@ -80,10 +80,12 @@ class SystemXPCConnection final : public XPCConnection {
 
 - (BOOL)listener:(NSXPCListener*)listener
     shouldAcceptNewConnection:(NSXPCConnection*)newConnection {
-  const std::shared_ptr<korvel::XPCListenerDelegate> deciding = delegate.lock();
-  if (deciding == nullptr) return NO;
-  korvel::macos::SystemXPCConnection connection(newConnection);
-  return deciding->shouldAcceptNewConnection(connection);
+  @autoreleasepool {
+    const std::shared_ptr<korvel::XPCListenerDelegate> deciding = delegate.lock();
+    if (deciding == nullptr) return NO;
+    korvel::macos::SystemXPCConnection connection(newConnection);
+    return deciding->shouldAcceptNewConnection(connection);
+  }
 }
 
 @end
@@ -98,11 +100,17 @@ class SystemXPCListener final : public XPCListener {
   explicit SystemXPCListener(NSXPCListener* created) : listener(created) {}
 
   void setDelegate(const std::shared_ptr<XPCListenerDelegate>& delegate) override {
-    bridge = [[KorvelListenerBridge alloc] initWithDelegate:delegate];
-    listener.delegate = bridge;
+    @autoreleasepool {
+      bridge = [[KorvelListenerBridge alloc] initWithDelegate:delegate];
+      listener.delegate = bridge;
+    }
   }
 
-  void resume() override { [listener resume]; }
+  void resume() override {
+    @autoreleasepool {
+      [listener resume];
+    }
+  }
 
  private:
   NSXPCListener* listener;
