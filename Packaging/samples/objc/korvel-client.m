@@ -4,9 +4,10 @@
 // is admitted like the application. It is as careful in the other direction: it talks only to a
 // helper of that identifier and of its own team.
 
-@import Foundation;
+#import <Foundation/Foundation.h>
+#import <Security/Security.h>
+
 @import KorvelHelperXPC;
-@import Security;
 
 static NSString *const usage =
     @"usage: korvel-client COMMAND\n"
