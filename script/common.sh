@@ -42,10 +42,14 @@ configure() {
   }
 }
 
-# build PRESET: configures and builds build/PRESET.
+# build PRESET [TARGET...]: configures and builds build/PRESET, all of it or some targets.
 build() {
   configure "$1"
-  cmake --build "$root/build/$1" -j "$jobs"
+  local targets=()
+  if (($# > 1)); then
+    targets=(--target "${@:2}")
+  fi
+  cmake --build "$root/build/$1" -j "$jobs" "${targets[@]}"
 }
 
 # runTests PRESET LOG [CTEST-ARGUMENT...]: runs tests of build/PRESET, the runner's words also into

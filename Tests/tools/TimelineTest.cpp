@@ -153,6 +153,34 @@ TEST(TimelineTest, RequestsAreNamedByWhatWasAskedFor) {
   EXPECT_EQ(marks[5].kind, TimelineMarkKind::Loss);
 }
 
+TEST(TimelineTest, TheChargeMovesEvenlyUntilSomethingChangesIt) {
+  TimelineBuilder builder("run", 0, plugged(76));
+  builder.add({100, "proc", "helper 412 started"});
+  builder.add({200, "mac", "battery 77 %"});
+  builder.add({250, "mac", "adapter disconnected"});
+  builder.add({400, "mac", "battery 75 %"});
+  const Timeline made = builder.finish(500);
+  ASSERT_EQ(made.samples.size(), 5U);
+  EXPECT_EQ(made.samples[1].state.percent, 76.25);
+  EXPECT_EQ(made.samples[2].state.percent, 76.5);
+  EXPECT_EQ(made.samples[3].state.percent, 76.5) << "charging ends here; how far is not known";
+}
+
+TEST(TimelineTest, ClientsAreALaneAndQuitIsSaidOnce) {
+  const std::vector<Journal::Entry> entries{
+      {1, "log", "HelperImpl default \"client connected (count=1)\""},
+      {2, "log", "HelperImpl default \"quit() received pid=412\""},
+      {2, "log", "HelperImpl default \"shutdownGracefully — restoring SMC before exit\""}};
+  EXPECT_TRUE(after(entries).clientConnected);
+  EXPECT_FALSE(after({entries[0], {3, "proc", "helper 412 exited 0"}}).clientConnected);
+  EXPECT_FALSE(
+      after({entries[0], {3, "log", "HelperImpl default \"client disconnected (count=0)\""}})
+          .clientConnected);
+  ASSERT_EQ(marksOf(entries).size(), 1U);
+  EXPECT_EQ(marksOf(entries)[0].text, "quit");
+  EXPECT_EQ(marksOf({entries[2]})[0].text, "shut down");
+}
+
 TEST(TimelineTest, AJournalsTextReadsBackToItsEntries) {
   const Journal::Entry entry{12.345, "mac", "battery 79 %"};
   const auto read = journalEntryFrom(journalLine(entry));

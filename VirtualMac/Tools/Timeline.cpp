@@ -42,6 +42,34 @@ std::optional<double> secondsFrom(std::string_view text) {
   return static_cast<double>(whole) + thousandths / 1000.0;
 }
 
+/// Whether the battery goes on as before from one state to the other.
+bool movesAlike(const TimelineState& left, const TimelineState& right) {
+  return left.adapterConnected == right.adapterConnected &&
+         left.chargingPaused == right.chargingPaused &&
+         left.inflowInhibited == right.inflowInhibited && left.asleep == right.asleep;
+}
+
+/// Gives samples between two known charges theirs, where nothing else tells how it went.
+void interpolate(std::vector<Timeline::Sample>& samples) {
+  for (std::size_t first = 0; first < samples.size();) {
+    std::size_t next = first + 1;
+    while (next < samples.size() && !samples[next].measured &&
+           movesAlike(samples[first].state, samples[next].state)) {
+      ++next;
+    }
+    if (next < samples.size() && samples[next].measured) {
+      const Timeline::Sample& from = samples[first];
+      const Timeline::Sample& to = samples[next];
+      for (std::size_t between = first + 1; between < next; ++between) {
+        const double part = (samples[between].time - from.time) / (to.time - from.time);
+        samples[between].state.percent =
+            from.state.percent + part * (to.state.percent - from.state.percent);
+      }
+    }
+    first = next;
+  }
+}
+
 /// What a person asked for, from the line with which the helper logs who asked; none: another line.
 std::optional<std::string> requestIn(std::string_view text) {
   struct Request {
@@ -75,7 +103,7 @@ std::optional<std::string> requestIn(std::string_view text) {
 TimelineBuilder::TimelineBuilder(std::string title, double startTime, const TimelineState& start)
     : now(start) {
   made.title = std::move(title);
-  made.samples.push_back({startTime, start});
+  made.samples.push_back({startTime, start, true});
 }
 
 void TimelineBuilder::add(const Journal::Entry& entry) {
@@ -97,6 +125,7 @@ void TimelineBuilder::sample(double time, double percent) {
 
 Timeline TimelineBuilder::finish(double time) const {
   Timeline result = made;
+  interpolate(result.samples);
   result.end = std::max(time, result.samples.back().time);
   return result;
 }
@@ -146,7 +175,7 @@ void TimelineBuilder::addProcess(const Journal::Entry& entry) {
   const std::string& text = entry.text;
   if (!text.starts_with("helper ")) return;
   now.helperRunning = text.find(" started") != std::string::npos;
-  if (!now.helperRunning) now.enforcing = now.toppingOff = false;
+  if (!now.helperRunning) now.enforcing = now.toppingOff = now.clientConnected = false;
   const std::size_t afterPid = text.find(' ', text.find(' ') + 1);
   const bool killed = text.find(" killed") != std::string::npos;
   mark(entry.time, killed ? TimelineMarkKind::Loss : TimelineMarkKind::Event,
@@ -184,7 +213,14 @@ void TimelineBuilder::addLog(const Journal::Entry& entry) {
       now.enforcing = false;
     }
     if (text.starts_with("cancelTopUp ") && now.toppingOff) now.enforcing = true;
+    if (text.starts_with("client connected") || text.starts_with("client disconnected")) {
+      now.clientConnected = numberAfter(text, "count=").value_or(0) > 0;
+      return;
+    }
     if (std::optional<std::string> request = requestIn(text)) {
+      // To quit is to shut down; once is enough to say.
+      const bool said = !made.marks.empty() && made.marks.back().text == "quit";
+      if (said && *request == "shut down") return;
       mark(entry.time, TimelineMarkKind::Request, std::move(*request));
       return;
     }
@@ -203,10 +239,12 @@ void TimelineBuilder::mark(double time, TimelineMarkKind kind, std::string text)
 void TimelineBuilder::keep(double time) {
   Timeline::Sample& last = made.samples.back();
   if (last.state == now) return;
+  const bool measured = last.state.percent != now.percent;
   if (time <= last.time) {
     last.state = now;
+    last.measured = last.measured || measured;
   } else {
-    made.samples.push_back({time, now});
+    made.samples.push_back({time, now, measured});
   }
 }
 

@@ -19,6 +19,7 @@ struct TimelineState {
   bool lidClosed = false;
   bool asleep = false;
   bool helperRunning = false;
+  bool clientConnected = false;  ///< At least one.
   bool toppingOff = false;
   bool enforcing = false;           ///< A limit was asked for and is held.
   std::optional<int> limitPercent;  ///< Shown while enforcing.
@@ -49,6 +50,7 @@ struct Timeline {
   struct Sample {
     double time = 0;
     TimelineState state;
+    bool measured = false;  ///< The charge is known at this very moment.
   };
   std::string title;
   std::vector<Sample> samples;
@@ -68,7 +70,8 @@ class TimelineBuilder {
   void add(const Journal::Entry& entry);
   /// The charge as measured at `time`, which is not before the last entry.
   void sample(double time, double percent);
-  /// The timeline up to `time`.
+  /// The timeline up to `time`. Between two moments with a known charge it moves evenly, unless
+  /// something changed that moves it otherwise.
   [[nodiscard]] Timeline finish(double time) const;
 
  private:

@@ -20,6 +20,7 @@ struct Choices {
   std::string file;
   std::string title = "A virtual Mac";
   double from = 0;
+  double percent = 50;
 };
 
 int complain(const std::string& text) {
@@ -33,7 +34,7 @@ int draw(const std::string& root, const Choices& choices) {
   if (!lines) return complain(journal + " cannot be read");
   // What was before the picture's first moment is where it starts from.
   TimelineState start;
-  start.percent = 50;
+  start.percent = choices.percent;
   start.adapterConnected = true;
   TimelineBuilder before("", 0, start);
   std::optional<TimelineBuilder> shown;
@@ -63,6 +64,11 @@ void addTimeline(CLI::App& program, std::function<int()>& chosen) {
   command->add_option("--title", choices->title, "The picture's title")->capture_default_str();
   command->add_option("--from", choices->from, "First virtual second that is shown")
       ->check(CLI::NonNegativeNumber);
+  command
+      ->add_option("--percent", choices->percent,
+                   "Charge at the start: the journal tells changes only")
+      ->capture_default_str()
+      ->check(CLI::Range(0.0, 100.0));
   command->callback([choices, &program, &chosen] {
     const std::string root = program.get_option("--root")->as<std::string>();
     chosen = [choices, root] { return draw(root, *choices); };

@@ -212,7 +212,7 @@ class Drawing {
         return state.*field ? words : std::string();
       };
     };
-    static const std::array<Lane, 7> lanes{{
+    static const std::array<Lane, 8> lanes{{
         {"limit",
          [](const TimelineState& state) {
            if (state.toppingOff) return std::string("topping off");
@@ -237,6 +237,7 @@ class Drawing {
         {"lid", when(&TimelineState::lidClosed, "closed"), always({"#d1d5db", "#374151"})},
         {"sleep", when(&TimelineState::asleep, "asleep"), always({"#c7d2fe", "#3730a3"})},
         {"helper", when(&TimelineState::helperRunning, "running"), always({"#a5f3fc", "#155e75"})},
+        {"app", when(&TimelineState::clientConnected, "connected"), always({"#ddd6fe", "#5b21b6"})},
     }};
     return lanes;
   }
