@@ -10,6 +10,7 @@
 #include "HelperRecords.h"
 #include "KorvelHelperProtocol.h"
 #include "VirtualMac/Tools/AppConnection.h"
+#include "VirtualMac/Tools/AppSession.h"
 #include "VirtualMac/Tools/CommandLine.h"
 #include "VirtualMac/Tools/MachineCommands.h"
 #include "VirtualMac/Tools/StateText.h"
@@ -206,6 +207,9 @@ void addOperations(CLI::App& program, Choices& choices, std::function<int()>& ch
   for (const Plain& each : plain)
     add(each.name, each.description,
         [&choices, name = each.selector] { return perform(choices, name, {}); });
+  add("session", "Answer requests from standard input over one connection", [&] {
+    return runSession(RootDirectory::at(choices.root), choices.identity, choices.timeoutSeconds);
+  });
   CLI::App* watching = add("watch", "Stay connected and print the record when it changes",
                            [&] { return watch(choices); });
   watching->add_option("--for", choices.watchSeconds, "Real seconds; default: until ended");
