@@ -8,9 +8,11 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "HelperRecords.h"
+#include "VirtualMac/InProcess/Invariants.h"
 #include "VirtualMac/InProcess/World.h"
 #include "VirtualMac/Machine/Machine.h"
 
@@ -30,6 +32,7 @@ using Lines = std::vector<std::string>;
 ///
 /// The battery's charge is what a test sets: it is put in the place of the reading, so that a
 /// stretch of time does not move it. The adapter is connected at first, as the profiles have it.
+/// Every test also checks the rules that hold in every run.
 class Bench {
  public:
   explicit Bench(std::string_view profile = "newer-keys");
@@ -70,15 +73,22 @@ class Bench {
   HelperState state();
   /// A key's bytes as text: "01 00 00 00"; "absent" when there is no such key.
   [[nodiscard]] std::string key(std::string_view name);
+  /// Lets a test break a rule of every run that its set-up cannot keep. Say why at the call.
+  void excuse(std::string rule) { excused.push_back(std::move(rule)); }
   [[nodiscard]] virtualmac::Machine& mac() { return world.machine(); }
 
   World world;
+  virtualmac::InvariantSet invariants{world};
   std::unique_ptr<AppClient> app;
 
  private:
   std::size_t marked = 0;
   std::size_t markedLogs = 0;
+  Lines excused;
 };
+
+/// The rule about replies on the wire; calls that a test makes itself have none.
+inline constexpr const char* replyRule = "one audit line and one reply each";
 
 /// "ok", "failed 400 text", "failed" (no error object), "no answer".
 std::string outcome(const AppCall& call);

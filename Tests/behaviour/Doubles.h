@@ -7,9 +7,11 @@
 #include <utility>
 #include <vector>
 
+#include "Base/Reply.h"
 #include "Platform/CodeSigning.h"
 #include "Platform/Dispatch.h"
 #include "Platform/Platform.h"
+#include "Platform/RootPowerDomain.h"
 #include "Platform/XPCListener.h"
 
 namespace korvel::test {
@@ -36,6 +38,59 @@ inline Platform with(const Platform& base, Dispatch& dispatch, XPCService& xpc) 
           xpc,
           base.process};
 }
+
+inline Platform with(const Platform& base, RootPowerDomain& rootDomain) {
+  return {base.smc,   base.registry,    base.powerSources, base.assertions, base.powerSettings,
+          rootDomain, base.smartCharge, base.files,        base.dispatch,   base.clock,
+          base.log,   base.codeSigning, base.xpc,          base.process};
+}
+
+/// A root domain whose messages a test sends itself, on its own thread.
+class ScriptedRootDomain final : public RootPowerDomain {
+ public:
+  void send(std::uint32_t messageType) { callback(context, 0, messageType, 0x77); }
+
+  ConnectionRef registerForSystemPower(void* refcon, HandleRef& port, InterestCallback handler,
+                                       ObjectRef& notifier) override {
+    context = refcon;
+    callback = handler;
+    port = 1;
+    notifier = 2;
+    return 3;
+  }
+  HandleRef notificationPortGetRunLoopSource(HandleRef) override { return 4; }
+  HandleRef mainRunLoop() override { return 5; }
+  void runLoopAddSource(HandleRef, HandleRef) override {}
+  void runLoopRemoveSource(HandleRef, HandleRef) override {}
+  KernReturn allowPowerChange(ConnectionRef, std::intptr_t) override { return kernSuccess; }
+  KernReturn deregisterForSystemPower(ObjectRef& notifier) override {
+    notifier = 0;
+    return kernSuccess;
+  }
+  KernReturn serviceClose(ConnectionRef) override { return kernSuccess; }
+  void notificationPortDestroy(HandleRef) override {}
+
+ private:
+  void* context = nullptr;
+  InterestCallback callback = nullptr;
+};
+
+/// A reply that a test looks at.
+struct Answers {
+  int count = 0;
+  bool success = true;
+  bool withError = true;
+};
+inline Reply into(const std::shared_ptr<Answers>& answers) {
+  return Reply(std::make_unique<FunctionReplySink<bool, std::optional<ErrorObject>>>(
+      [answers](bool success, const std::optional<ErrorObject>& error) {
+        ++answers->count;
+        answers->success = success;
+        answers->withError = error.has_value();
+      }));
+}
+/// One that nobody looks at.
+inline Reply ignored() { return into(std::make_shared<Answers>()); }
 
 /// Code signing that answers what a test says, and counts what is not given back.
 class ScriptedCodeSigning final : public CodeSigning {

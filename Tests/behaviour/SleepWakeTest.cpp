@@ -1,7 +1,10 @@
 // The pause before sleep, the end of a discharge before sleep, and the fresh look after wake.
 
 #include "DischargeDecision.h"
+#include "HelperImpl.h"
+#include "Platform/KernelTypes.h"
 #include "Tests/behaviour/Bench.h"
+#include "Tests/behaviour/Doubles.h"
 
 namespace korvel::test {
 namespace {
@@ -186,32 +189,98 @@ TEST(SleepWakeTest, WakeWithoutALoopStartsNone) {
   EXPECT_EQ((bench.world.callCounts() - before).text(), "");
 }
 
-TEST(SleepWakeTest, WakeDuringADischargeLeavesTheRunningLoopAsItIs) {
+/// A core whose power messages a test sends itself: sleep ends every discharge, so no real wake
+/// ever meets one.
+class HandSentMessagesTest : public ::testing::Test {
+ protected:
+  HandSentMessagesTest() : platform(with(bench.world.startBareHelper(), rootDomain)) {
+    bench.excuse(replyRule);  // The calls are the test's own.
+    core = HelperImpl::create(platform);
+    bench.charge(49);
+    core->setChargeLimit(50, ignored());
+    bench.run(2);
+  }
+
+  /// When readings are taken in the next nine seconds, counted from now.
+  std::vector<double> ticksOfNineSeconds() {
+    std::vector<double> ticks;
+    const double start = bench.world.now();
+    bench.world.faults().observe([&](SeamCall call) {
+      if (call == SeamCall::powerSourcesCopyInfo) ticks.push_back(bench.world.now() - start);
+    });
+    bench.run(9);
+    bench.world.faults().observe({});
+    return ticks;
+  }
+
   Bench bench;
-  bench.bootWithLimit(50);
-  bench.charge(70);
-  sleepNow(bench);
-  // Asked for while asleep, done right after wake, before the wake block.
-  const AppCallRef start = bench.app->forceDischarge(true);
-  bench.mark();
-  wakeNow(bench);
-  bench.world.runUntilIdle();
-  ASSERT_TRUE(start->answered);
-  bench.run(30);
-  EXPECT_TRUE(bench.state().forceDischargeActive);
+  ScriptedRootDomain rootDomain;
+  Platform platform;
+  std::shared_ptr<HelperImpl> core;
+};
+
+TEST_F(HandSentMessagesTest, WakeRestartsALoopThatOnlyEnforces) {
+  rootDomain.send(ioMessageSystemHasPoweredOn);
+  EXPECT_THAT(ticksOfNineSeconds(), ElementsAre(0, 5));
 }
 
-TEST(SleepWakeTest, WakeWithALimitOutOfRangeLeavesTheLoopAlone) {
+TEST_F(HandSentMessagesTest, WakeDuringADischargeLeavesTheRunningLoopAsItIs) {
+  bench.charge(70);
+  core->forceDischarge(true, ignored());
+  bench.world.runUntilIdle();
+  rootDomain.send(ioMessageSystemHasPoweredOn);
+  EXPECT_THAT(ticksOfNineSeconds(), ElementsAre(3, 8));
+  EXPECT_TRUE(bench.onDisk().forceDischargeActive);
+}
+
+TEST_F(HandSentMessagesTest, OtherMessagesDoNothing) {
+  bench.mark();
+  rootDomain.send(ioMessageSystemWillPowerOn);
+  rootDomain.send(ioMessageSystemWillNotSleep);
+  rootDomain.send(ioMessageCanSystemSleep);
+  EXPECT_THAT(ticksOfNineSeconds(), ElementsAre(3, 8));
+  EXPECT_THAT(bench.since("smc log"), IsEmpty());
+}
+
+TEST(SleepWakeTest, LimitOutOfRangeInTheRecordNeitherPausesNorRestarts) {
+  // A failed replacement leaves a loop running with 60 over a record that says 10.
   Bench bench;
   bench.saveState(savedLimit(10));
-  bench.charge(60);
+  bench.charge(59);
   bench.boot();
-  bench.call(bench.app->forceDischarge(true));  // Starts a loop with an impossible target.
+  bench.mac().disk.replaceFails = true;
+  bench.call(bench.app->setChargeLimit(60));
+  ASSERT_EQ(bench.state().chargeLimit, 10);
+  bench.run(2);
   bench.mark();
   sleepNow(bench);
+  EXPECT_THAT(bench.since("smc"), IsEmpty());
+  EXPECT_THAT(bench.logs(), IsEmpty());
+  std::vector<double> ticks;
+  bench.world.faults().observe([&](SeamCall call) {
+    if (call == SeamCall::powerSourcesCopyInfo) ticks.push_back(bench.world.now());
+  });
+  const double wokenAt = bench.world.now();
   wakeNow(bench);
-  bench.run(30);
-  EXPECT_EQ(bench.world.logCount("pollOnce: target 10 out of range — stopping loop"), 1U);
+  bench.run(4);
+  EXPECT_THAT(ticks, ElementsAre(wokenAt + 3)) << "the running loop keeps its own time";
+}
+
+TEST(SleepWakeTest, WakeIsNotHeldUpByABusyQueue) {
+  Bench bench;
+  bench.bootWithLimit(50);
+  bench.run(2);
+  sleepNow(bench);
+  bench.world.faults().setLatency(SeamCall::powerSourcesCopyInfo, 10);
+  wakeNow(bench);
+  bench.run(4);  // The tick is stuck in its reading.
+  bench.mark();
+  bench.mac().power.requestSleep();
+  bench.run(0.2);
+  EXPECT_THAT(bench.logs("SystemPower"),
+              ElementsAre("default kIOMessageSystemWillSleep — flushing pre-sleep SMC pause-write"))
+      << "the main thread is free to hear the next message";
+  EXPECT_TRUE(bench.mac().power.isAsleep());
 }
 
 TEST(SleepWakeTest, CanSleepIsAllowedAtOnceWithoutAnyWork) {
