@@ -64,6 +64,7 @@ const SigningIdentity* CodeSignatures::identity(std::string_view name) const {
 
 std::vector<std::string> CodeSignatures::names() const {
   std::vector<std::string> all;
+  all.reserve(identities.size());
   for (const auto& [name, each] : identities) all.push_back(name);
   return all;
 }

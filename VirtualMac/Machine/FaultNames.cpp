@@ -76,6 +76,7 @@ void remember(Machine& machine, const FaultEntry& entry, std::span<const std::st
 std::span<const FaultDescription> faultCatalogue() {
   static const std::vector<FaultDescription> catalogue = [] {
     std::vector<FaultDescription> made;
+    made.reserve(faultEntries().size());
     for (const FaultEntry& entry : faultEntries()) made.push_back(entry.description);
     std::ranges::sort(made, {}, &FaultDescription::name);
     return made;

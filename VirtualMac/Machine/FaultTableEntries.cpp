@@ -297,7 +297,9 @@ double FaultArguments::real(std::size_t index, double low, double high) {
   const std::string& word = words[index];
   char* end = nullptr;
   const double value = std::strtod(word.c_str(), &end);
-  if (word.empty() || *end != '\0' || !(value >= low && value <= high)) {
+  // Not a number is not within any bounds.
+  const bool within = value >= low && value <= high;
+  if (word.empty() || *end != '\0' || !within) {
     complaint = "\"" + word + "\" is not a number from " + std::to_string(low) + " to " +
                 std::to_string(high);
     return low;

@@ -1,6 +1,6 @@
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
+#include <system_error>
 #include <utility>
 
 #include "VirtualMac/Machine/Disk.h"
@@ -159,7 +159,7 @@ bool FilesClient::fileExists(const std::string& path) {
 
 std::expected<std::string, ErrorObject> FilesClient::readFile(const std::string& path) {
   if (const int error = disk.refusal("readFile", false)) {
-    return std::unexpected(cocoaError(readUnknownError, std::strerror(error)));
+    return std::unexpected(cocoaError(readUnknownError, std::generic_category().message(error)));
   }
   const auto found = disk.resolve(path, true);
   if (!found || found->node == nullptr) {

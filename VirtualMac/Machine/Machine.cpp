@@ -116,14 +116,14 @@ void Machine::advanceNanoseconds(Nanoseconds duration) {
   }
 }
 
-std::optional<Nanoseconds> Machine::nextEventNanoseconds() {
+std::optional<Nanoseconds> Machine::nextEventNanoseconds() const {
   if (settledRevision != context.revision) return 0;
   const Nanoseconds until = nextAt - context.total;
   if (until >= neverNanoseconds / 2) return std::nullopt;
   return until;
 }
 
-std::optional<double> Machine::nextEvent() {
+std::optional<double> Machine::nextEvent() const {
   const std::optional<Nanoseconds> until = nextEventNanoseconds();
   if (!until) return std::nullopt;
   return toSeconds(*until);

@@ -81,8 +81,8 @@ class Machine {
   void advanceNanoseconds(Nanoseconds duration);
   /// Until the machine does something by itself that others can see (battery percent step,
   /// assertion time-out, idle sleep, acknowledgement time-out); none: nothing ahead.
-  [[nodiscard]] std::optional<double> nextEvent();
-  [[nodiscard]] std::optional<Nanoseconds> nextEventNanoseconds();
+  [[nodiscard]] std::optional<double> nextEvent() const;
+  [[nodiscard]] std::optional<Nanoseconds> nextEventNanoseconds() const;
 
   /// Virtual seconds since the machine was made; the journal's time.
   [[nodiscard]] double totalSeconds() const { return toSeconds(context.total); }

@@ -196,6 +196,7 @@ korvel::KernReturn PowerManagement::acknowledge(std::int32_t pid, korvel::Object
 
 void PowerManagement::announce(std::uint32_t messageType, bool acknowledged) {
   std::vector<std::pair<Deliver, PowerMessage>> outgoing;
+  outgoing.reserve(registrations.size());
   for (Registration& each : registrations) {
     PowerMessage message{each.pid, each.notifier, messageType, 0};
     each.awaited = 0;

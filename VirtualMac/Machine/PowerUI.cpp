@@ -68,11 +68,11 @@ HandleRef SmartChargeClient::dlopen(std::string_view path, int mode) {
   return frameworkHandle;
 }
 
-HandleRef SmartChargeClient::classFromString(std::string_view name) {
+HandleRef SmartChargeClient::classFromString(std::string_view name) const {
   return loaded && powerUI.classPresent && name == className ? classHandle : 0;
 }
 
-bool SmartChargeClient::isClass(HandleRef object) {
+bool SmartChargeClient::isClass(HandleRef object) const {
   return object == classHandle && !powerUI.classIsNotAClass;
 }
 

@@ -58,8 +58,8 @@ class SmartChargeClient {
       : powerUI(framework), pid(processID) {}
 
   korvel::HandleRef dlopen(std::string_view path, int mode);
-  korvel::HandleRef classFromString(std::string_view name);
-  bool isClass(korvel::HandleRef object);
+  korvel::HandleRef classFromString(std::string_view name) const;
+  bool isClass(korvel::HandleRef object) const;
   korvel::HandleRef getClassMethod(korvel::HandleRef cls, std::string_view selector);
   korvel::HandleRef getInstanceMethod(korvel::HandleRef cls, std::string_view selector);
   korvel::HandleRef callAlloc(korvel::HandleRef method, korvel::HandleRef cls);

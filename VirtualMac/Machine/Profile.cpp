@@ -34,6 +34,7 @@ PropertyValue propertyFrom(const Json& value) {
       return value.get<std::string>();
     case Json::value_t::array: {
       PropertyValue::Array elements;
+      elements.reserve(value.size());
       for (const Json& each : value) elements.push_back(propertyFrom(each));
       return elements;
     }
@@ -163,6 +164,7 @@ std::string joined(const std::vector<std::string>& names) {
 
 std::vector<std::string> builtInProfileNames() {
   std::vector<std::string> names;
+  names.reserve(builtInProfiles().size());
   for (const BuiltInProfile& each : builtInProfiles()) names.emplace_back(each.name);
   std::ranges::sort(names);
   return names;

@@ -15,8 +15,8 @@ std::string numberText(double value) {
 
 /// Within what a signed 64-bit number holds.
 bool isWhole(const ProfileReader::Json& value) {
-  return value.is_number_integer() &&
-         !(value.is_number_unsigned() && value.get<std::uint64_t>() > INT64_MAX);
+  if (value.is_number_unsigned()) return value.get<std::uint64_t>() <= INT64_MAX;
+  return value.is_number_integer();
 }
 
 }  // namespace
