@@ -25,6 +25,7 @@ struct Held {
 struct ProcessEndTest : testing::Test {
   Bench bench;
   std::shared_ptr<korvel::WorkQueue> queue = bench.dispatch.makeSerialQueue("q");
+  std::shared_ptr<korvel::WorkQueue> idle = bench.dispatch.makeSerialQueue("idle");
   std::unique_ptr<korvel::LockPrimitive> lock = bench.dispatch.makeLock();
 
   void kill() { bench.scheduler.killAndUnwind(bench.process); }
@@ -163,6 +164,7 @@ TEST_F(ProcessEndTest, CallsMadeWhileUnwindingDoNothing) {
         test.lock->unlock();
         test.queue->async([this] { test.bench.note("never"); });
         test.queue->sync([this] { test.bench.note("never"); });
+        test.idle->async([this] { test.bench.note("never"); });
         test.bench.note("late");
       }
     } late{*this};

@@ -71,6 +71,25 @@ TEST_F(StuckTest, ASyncIntoAQueueThatWaitsForTheCallersLock) {
   EXPECT_EQ(report(), "two waits for lock lock 1 held by one; one waits for sync two held by two");
 }
 
+TEST_F(StuckTest, ALockThatChangedHandsSinceOneWaitsForIt) {
+  const auto three = bench.dispatch.makeSerialQueue("three");
+  one->async([this] {
+    lock->lock();
+    bench.busy(0.2);
+    lock->unlock();
+  });
+  two->async([this] {
+    lock->lock();
+    other->lock();
+  });
+  three->async([this] {
+    other->lock();
+    lock->lock();
+  });
+  EXPECT_EQ(report(),
+            "two waits for lock lock 2 held by three; three waits for lock lock 1 held by two");
+}
+
 TEST_F(StuckTest, AWaitThatNobodyCanEndIsReportedWhenNothingElseIsLeft) {
   one->async([this] {
     lock->lock();

@@ -58,6 +58,15 @@ TEST_F(TimerTest, DelayCountsFromSchedulingNotFromResuming) {
   EXPECT_EQ(bench.notes, "tick@10000 ");
 }
 
+TEST_F(TimerTest, ResumedLateItFiresOnceForAllThatItMissed) {
+  timer->setEventHandler([this] { bench.note("tick"); });
+  timer->schedule(0, 5.0, 0);
+  bench.runFor(23);
+  timer->resume();
+  bench.runFor(8);
+  EXPECT_EQ(bench.notes, "tick@23000 tick@25000 tick@30000 ");
+}
+
 TEST_F(TimerTest, StandsStillWhileTheMachineSleeps) {
   bench.clock.sleepBetween(7, 1007);
   start(5, 5.0);
