@@ -1,0 +1,91 @@
+#include <gtest/gtest.h>
+
+#include "Mac.h"
+#include "RawClient.h"
+
+namespace processtests {
+
+namespace {
+
+class AdmissionTest : public testing::TestWithParam<const char*> {};
+
+}  // namespace
+
+// Whoever is not the application of the helper's own team is cut off at the first message, which
+// nobody ever sees; who was connected before notices nothing.
+TEST_P(AdmissionTest, AStrangerIsCutOffBeforeItsFirstMessage) {
+  const Mac mac;
+  RawClient genuine(mac);
+  ASSERT_TRUE(succeeded(genuine.setChargeLimit(75)));
+  const Result stranger = mac.app({"--as", GetParam(), "set-limit", "33"});
+  EXPECT_EQ(stranger.status, 1);
+  EXPECT_NE(stranger.err.find("the helper ended the connection"), std::string::npos)
+      << stranger.err;
+  EXPECT_EQ(mac.journalCount("cut off: does not satisfy the code-signing requirement"), 1U);
+  EXPECT_EQ(mac.journalCount("setChargeLimit(33)"), 0U);
+  const auto state = genuine.getState();
+  ASSERT_TRUE(state);
+  EXPECT_EQ(state->at("chargeLimit"), 75);
+  EXPECT_TRUE(mac.becomes([&](const auto&) {
+    return mac.journalCount("client disconnected (count=1)") == 1;
+  })) << "the core counts the stranger out again";
+}
+
+INSTANTIATE_TEST_SUITE_P(, AdmissionTest,
+                         testing::Values("other-identifier", "other-team", "development", "ad-hoc",
+                                         "unsigned", "apple", "helper"),
+                         [](const testing::TestParamInfo<const char*>& tested) {
+                           std::string name = tested.param;
+                           std::erase(name, '-');
+                           return name;
+                         });
+
+TEST(AdmissionByPidTest, AProgramThatTheMachineDoesNotKnowIsCutOff) {
+  const Mac mac;
+  RawClient nobody(mac, std::nullopt);
+  nobody.send(callBody(1, "pingWithReply:").frame());
+  EXPECT_TRUE(nobody.isCutOff());
+  EXPECT_EQ(mac.journalCount("cut off: does not satisfy the code-signing requirement"), 1U);
+}
+
+TEST(AdmissionByPidTest, TheAuditLineNamesTheCaller) {
+  const Mac mac;
+  RawClient client(mac);
+  ASSERT_TRUE(succeeded(client.setChargeLimit(75)));
+  EXPECT_EQ(mac.journalCount("setChargeLimit(75) pid=" + std::to_string(::getpid()) +
+                             " signingID=com.korvel.app team=ABCDE12345 cdHash="),
+            1U);
+}
+
+namespace {
+
+class OwnSignatureTest : public testing::TestWithParam<const char*> {};
+
+}  // namespace
+
+// A helper that does not know its own team serves nobody, and says so for each who tries.
+TEST_P(OwnSignatureTest, AHelperWithoutATeamRefusesEverybodyAndKeepsRunning) {
+  const Mac mac;
+  mac.tell({"fault", GetParam(), "on"});
+  EXPECT_EQ(mac.app({"ping"}).status, 1);
+  const auto pid = mac.helper();
+  ASSERT_TRUE(pid);
+  EXPECT_EQ(mac.app({"set-limit", "50"}).status, 1);
+  EXPECT_EQ(mac.helper(), pid);
+  EXPECT_EQ(mac.journalCount("team=\""), 1U);  // The start line, with nothing after the sign.
+  EXPECT_EQ(mac.journalCount("Listener fault \"Release build with unreadable Team ID — refusing "
+                             "XPC connection\""),
+            2U);
+  EXPECT_EQ(mac.journalCount("client connected (count="), 0U);
+  EXPECT_EQ(mac.journalCount("setChargeLimit("), 0U);
+}
+
+INSTANTIATE_TEST_SUITE_P(, OwnSignatureTest,
+                         testing::Values("helper-without-team", "helper-unsigned"),
+                         [](const testing::TestParamInfo<const char*>& tested) {
+                           std::string name = tested.param;
+                           std::erase(name, '-');
+                           return name;
+                         });
+
+}  // namespace processtests

@@ -1,0 +1,171 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+
+#include "Mac.h"
+#include "RawClient.h"
+
+namespace processtests {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+unsigned modeOf(const std::string& path) {
+  struct stat facts{};
+  EXPECT_EQ(::lstat(path.c_str(), &facts), 0) << path;
+  return facts.st_mode & 07777U;
+}
+
+/// A machine on whose disk something was put before the helper first ran.
+class FilesTest : public testing::Test {
+ protected:
+  /// The helper works and takes a limit, whatever it found.
+  void expectService() {
+    RawClient client(mac);
+    EXPECT_TRUE(succeeded(client.setChargeLimit(60)));
+    const auto state = client.getState();
+    ASSERT_TRUE(state);
+    EXPECT_EQ(state->at("chargeLimit"), 60);
+  }
+  /// What it took stands in a plain, private file.
+  void expectSaved() {
+    EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(mac.stateFile())));
+    EXPECT_EQ(modeOf(mac.stateFile()), 0600U);
+    EXPECT_EQ(modeOf(mac.stateDirectory()), 0700U);
+    EXPECT_EQ(mac.state().value("chargeLimit", 0), 60);
+    EXPECT_FALSE(fs::exists(fs::symlink_status(mac.stateFile() + ".tmp")));
+  }
+  void makeDirectory() { fs::create_directory(mac.stateDirectory()); }
+  std::string victim() {
+    const std::string path = mac.root() + "/victim";
+    writeFile(path, "precious");
+    return path;
+  }
+
+  const Mac mac;
+};
+
+}  // namespace
+
+TEST_F(FilesTest, AFirstRunMakesAPrivateDirectoryAndFile) {
+  expectService();
+  expectSaved();
+  EXPECT_EQ(mac.journalCount("state.json missing — first run"), 1U);
+}
+
+TEST_F(FilesTest, AnOpenDirectoryIsTightened) {
+  makeDirectory();
+  fs::permissions(mac.stateDirectory(), fs::perms::all);
+  expectService();
+  expectSaved();
+}
+
+TEST_F(FilesTest, ALeftoverTemporaryFileIsReplaced) {
+  makeDirectory();
+  writeFile(mac.stateFile() + ".tmp", "{\"chargeLimit\":");
+  expectService();
+  expectSaved();
+}
+
+TEST_F(FilesTest, GarbageReadsAsTheEmptyStateAndIsReplaced) {
+  makeDirectory();
+  writeFile(mac.stateFile(), "not JSON at all");
+  expectService();
+  expectSaved();
+  EXPECT_EQ(mac.journalCount("Persistence fault \"state.json corrupt — "), 1U);
+}
+
+TEST_F(FilesTest, AHugeFileReadsAsCorrupt) {
+  makeDirectory();
+  writeFile(mac.stateFile(), "");
+  fs::resize_file(mac.stateFile(), std::uintmax_t{1} << 34U);
+  expectService();
+  expectSaved();
+  EXPECT_EQ(mac.journalCount("state.json corrupt"), 1U);
+}
+
+// A link in the file's place is replaced; where it led to is not touched.
+TEST_F(FilesTest, ALinkInTheFilesPlaceIsReplacedAndNotFollowed) {
+  makeDirectory();
+  const std::string target = victim();
+  fs::create_symlink(target, mac.stateFile());
+  expectService();
+  expectSaved();
+  EXPECT_EQ(readFile(target), "precious");
+}
+
+TEST_F(FilesTest, ALinkInTheTemporaryFilesPlaceIsRemovedAndNotFollowed) {
+  makeDirectory();
+  const std::string target = victim();
+  fs::create_symlink(target, mac.stateFile() + ".tmp");
+  expectService();
+  expectSaved();
+  EXPECT_EQ(readFile(target), "precious");
+}
+
+// Reading a FIFO would wait for ever.
+TEST_F(FilesTest, AFifoInTheFilesPlaceDoesNotHoldTheHelperUp) {
+  makeDirectory();
+  ASSERT_EQ(::mkfifo(mac.stateFile().c_str(), 0600), 0);
+  expectService();
+  expectSaved();
+}
+
+// What cannot be saved is logged; the limit is enforced all the same.
+TEST_F(FilesTest, ADirectoryInTheFilesPlaceIsReportedAndServedWithout) {
+  makeDirectory();
+  fs::create_directories(mac.stateFile() + "/full");
+  {
+    RawClient client(mac);
+    EXPECT_TRUE(client.setChargeLimit(60));
+    EXPECT_TRUE(client.call("pingWithReply:"));
+  }
+  EXPECT_GE(mac.journalCount("persistence.write failed: atomic rename failed: "), 1U);
+  EXPECT_TRUE(fs::is_directory(mac.stateFile() + "/full"));
+  EXPECT_FALSE(fs::exists(mac.stateFile() + ".tmp"));
+}
+
+TEST_F(FilesTest, ADirectoryInTheTemporaryFilesPlaceIsReportedAndServedWithout) {
+  makeDirectory();
+  fs::create_directories(mac.stateFile() + ".tmp/full");
+  expectService();
+  EXPECT_GE(mac.journalCount("persistence.write failed: write failed: "), 1U);
+  EXPECT_FALSE(fs::exists(mac.stateFile()));
+}
+
+TEST_F(FilesTest, AFileInTheDirectorysPlaceIsReportedAndServedWithout) {
+  writeFile(mac.stateDirectory(), "in the way");
+  expectService();
+  EXPECT_GE(mac.journalCount("persistence.write failed: "), 1U);
+  EXPECT_EQ(readFile(mac.stateDirectory()), "in the way");
+}
+
+TEST_F(FilesTest, AMissingParentIsReportedAndServedWithout) {
+  fs::remove_all(mac.supportDirectory());
+  expectService();
+  EXPECT_GE(mac.journalCount("persistence.write failed: mkdir failed: "), 1U);
+}
+
+// A named fault of the machine stands before the real call.
+TEST_F(FilesTest, AFullDiskIsReportedAndTheOldFileStays) {
+  expectService();
+  mac.tell({"fault", "disk-full", "on"});
+  RawClient client(mac);
+  EXPECT_TRUE(client.setChargeLimit(90));
+  EXPECT_GE(mac.journalCount("persistence.write failed: write failed: "), 1U);
+  EXPECT_EQ(mac.state().value("chargeLimit", 0), 60);
+  mac.tell({"fault", "disk-full", "off"});
+  EXPECT_TRUE(succeeded(client.setChargeLimit(70)));
+  EXPECT_EQ(mac.state().value("chargeLimit", 0), 70);
+}
+
+// Writes that take few bytes at a time still make a whole file.
+TEST_F(FilesTest, ShortWritesAreContinued) {
+  mac.tell({"fault", "disk-short-writes", "7", "on"});
+  expectService();
+  expectSaved();
+}
+
+}  // namespace processtests

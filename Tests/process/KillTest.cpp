@@ -1,0 +1,146 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <random>
+#include <thread>
+
+#include "Mac.h"
+#include "RawClient.h"
+
+namespace processtests {
+
+namespace {
+
+/// Keeps asking, and connects again whenever the helper is gone, until it is told to stop.
+class BusyClient {
+ public:
+  BusyClient(const Mac& target, unsigned seed)
+      : thread([this, &target, seed] { work(target, seed); }) {}
+  ~BusyClient() {
+    stop = true;
+    thread.join();
+  }
+  BusyClient(const BusyClient&) = delete;
+  BusyClient& operator=(const BusyClient&) = delete;
+  [[nodiscard]] int answered() const { return answers; }
+
+ private:
+  void work(const Mac& mac, unsigned seed) {
+    std::mt19937 random(seed);
+    while (!stop) {
+      RawClient client(mac);
+      while (!stop) {
+        const bool answer =
+            random() % 3 == 0
+                ? client.forceDischarge(random() % 2 == 0).has_value()
+                : client.setChargeLimit(static_cast<int>(50 + random() % 40)).has_value();
+        if (!answer) break;
+        ++answers;
+      }
+    }
+  }
+
+  std::atomic<bool> stop = false;
+  std::atomic<int> answers = 0;
+  std::thread thread;
+};
+
+void expectWhole(const nlohmann::json& state) {
+  ASSERT_TRUE(state.is_object()) << "the state file is not whole";
+  for (const char* field :
+       {"chargeLimit", "sailingBand", "forceDischargeActive", "heatPauseActive", "lastWriteAt"})
+    ASSERT_TRUE(state.contains(field)) << field;
+}
+
+}  // namespace
+
+// Killed two hundred times wherever it just is, also while it starts: the state file is whole each
+// time, launchd starts it each time, the next client finds it working, and nothing of what the dead
+// ones held is left.
+TEST(KillTest, TwoHundredKillsLeaveNothingBehind) {
+  constexpr int kills = 200;
+  std::mt19937 random(announceSeed());
+  const Mac mac({.speed = 200});
+  mac.tell({"set", "battery", "95"});
+  auto journal = mac.follow();
+  int answered = 0;
+  {
+    const BusyClient client(mac, static_cast<unsigned>(random()));
+    for (int kill = 0; kill < kills; ++kill) {
+      SCOPED_TRACE("kill " + std::to_string(kill));
+      const auto started = journal.waitFor("started");
+      ASSERT_TRUE(started);
+      const pid_t pid = std::stoi(started->text.substr(started->text.find(' ')));
+      // From the first instruction to a while after the first answers.
+      pauseFor(std::uniform_real_distribution<double>(0, 0.08)(random));
+      ASSERT_EQ(::kill(pid, SIGKILL), 0);
+      ASSERT_TRUE(journal.waitFor("helper " + std::to_string(pid) + " killed by signal 9"));
+      if (const std::string content = readFile(mac.stateFile()); !content.empty())
+        expectWhole(nlohmann::json::parse(content, nullptr, false));
+    }
+    answered = client.answered();
+  }
+  EXPECT_GT(answered, kills / 4) << "most helpers never got to work";
+
+  mac.tell({"set", "battery", "95"});
+  RawClient client(mac);
+  ASSERT_TRUE(succeeded(client.setChargeLimit(60)));
+  ASSERT_TRUE(succeeded(client.call("resetAllSMCKeysWithReply:")));
+  const auto status = mac.status();
+  EXPECT_EQ(status.at("assertions").size(), 0U);
+  EXPECT_EQ(status.at("inflowInhibited"), false);
+  EXPECT_EQ(status.at("chargingInhibited"), false);
+  EXPECT_EQ(status.at("forbiddenWrites"), 0);
+  EXPECT_FALSE(std::filesystem::exists(mac.stateFile() + ".tmp"));
+  EXPECT_EQ(mac.state().at("forceDischargeActive"), false);
+}
+
+// The application stays; the helper it talked to is dead; the one it reconnects to takes up the
+// saved limit by itself.
+TEST(KillTest, AClientThatReconnectsFindsTheLimitEnforcedAgain) {
+  const Mac mac({.speed = 20});
+  mac.tell({"set", "battery", "70"});
+  auto journal = mac.follow();
+  const Background application("korvel-app", {"--root", mac.root(), "watch", "--every", "0.05"});
+  ASSERT_EQ(mac.app({"set-limit", "50"}).status, 0);
+  ASSERT_TRUE(journal.waitFor("CHTE <- 01 00 00 00"));
+  mac.tell({"kill"});
+  ASSERT_TRUE(journal.waitFor("killed by signal 9"));
+  EXPECT_TRUE(journal.waitFor("client connect — arming polling loop at limit=50"));
+  EXPECT_TRUE(mac.becomes([](const auto& status) { return status.at("chargingInhibited"); }));
+}
+
+// Killed in the middle of a discharge: the next start hands the adapter back.
+TEST(KillTest, TheNextStartEndsADischarge) {
+  const Mac mac({.speed = 20});
+  mac.tell({"set", "battery", "70"});
+  RawClient client(mac);
+  ASSERT_TRUE(succeeded(client.setChargeLimit(50)));
+  ASSERT_TRUE(succeeded(client.forceDischarge(true)));
+  EXPECT_EQ(mac.status().at("assertions").size(), 2U);
+  auto journal = mac.follow();
+  mac.tell({"kill"});
+  ASSERT_TRUE(journal.waitFor("killed by signal 9"));
+  EXPECT_EQ(mac.status().at("assertions").size(), 0U);
+  ASSERT_TRUE(journal.waitFor("crash-recovery: clearing stuck discharge keys"));
+  ASSERT_TRUE(journal.waitFor("CHIE <- 00"));
+}
+
+// A helper that is stopped is not dead: nobody is served, nothing is restarted, and afterwards all
+// is as it was.
+TEST(KillTest, AStoppedHelperGoesOnWhereItWas) {
+  const Mac mac;
+  RawClient client(mac);
+  ASSERT_TRUE(succeeded(client.setChargeLimit(60)));
+  const auto pid = mac.helper();
+  mac.tell({"kill", "STOP"});
+  client.send(callBody(99, "pingWithReply:").frame());
+  EXPECT_FALSE(client.receive(1));
+  mac.tell({"kill", "CONT"});
+  const auto late = client.receive();
+  ASSERT_TRUE(late);
+  EXPECT_EQ(late->ticket, 99U);
+  EXPECT_EQ(mac.helper(), pid);
+}
+
+}  // namespace processtests

@@ -1,0 +1,84 @@
+#include <gtest/gtest.h>
+
+#include "Mac.h"
+#include "RawClient.h"
+
+namespace processtests {
+
+// Nobody asks, nobody runs.
+TEST(LifeTest, NothingRunsBeforeTheFirstConnection) {
+  const Mac mac;
+  EXPECT_FALSE(mac.helper());
+  EXPECT_EQ(mac.status().at("helperStarts"), 0);
+}
+
+TEST(LifeTest, TheFirstConnectionStartsTheHelperAndIsAnswered) {
+  const Mac mac;
+  const Result ping = mac.app({"--json", "ping"});
+  ASSERT_EQ(ping.status, 0) << ping.err;
+  const auto pid = mac.helper();
+  ASSERT_TRUE(pid);
+  EXPECT_EQ(nlohmann::json::parse(ping.out).at("pid"), *pid);
+  EXPECT_EQ(
+      mac.journalCount("KorvelHelper starting pid=" + std::to_string(*pid) + " team=ABCDE12345"),
+      1U);
+}
+
+TEST(LifeTest, TheSameHelperServesTheNextClient) {
+  const Mac mac;
+  const Result first = mac.app({"ping"});
+  const Result second = mac.app({"ping"});
+  EXPECT_EQ(first.status, 0);
+  EXPECT_EQ(first.out, second.out);
+  EXPECT_EQ(mac.status().at("helperStarts"), 1);
+}
+
+// Ten seconds from one start to the next, however soon the helper died.
+TEST(LifeTest, ACrashedHelperIsStartedAgainButNotTooSoon) {
+  const Mac mac({.speed = 20});
+  auto journal = mac.follow();
+  ASSERT_EQ(mac.app({"ping"}).status, 0);
+  const auto first = journal.waitFor("started");
+  ASSERT_TRUE(first);
+  mac.tell({"kill"});
+  ASSERT_TRUE(journal.waitFor("killed by signal 9"));
+  const auto second = journal.waitFor("started");
+  ASSERT_TRUE(second);
+  EXPECT_GE(second->time - first->time, 10.0);
+  EXPECT_LT(second->time - first->time, 25.0);
+}
+
+// What ends with status 0 meant to; it comes back when somebody asks.
+TEST(LifeTest, AnEndThatWasMeantIsNotUndone) {
+  const Mac mac({.speed = 20});
+  auto journal = mac.follow();
+  EXPECT_EQ(mac.app({"quit"}).status, 0);
+  ASSERT_TRUE(journal.waitFor("exited 0"));
+  for (const JournalLine& line : journal.collect(1.5)) EXPECT_NE(line.kind, "proc") << line.text;
+  EXPECT_FALSE(mac.helper());
+  EXPECT_EQ(mac.app({"ping"}).status, 0);
+  EXPECT_EQ(mac.status().at("helperStarts"), 2);
+}
+
+// A connection that came while no helper could be started waits for one.
+TEST(LifeTest, AClientThatComesTooSoonWaitsForTheNextHelper) {
+  const Mac mac({.speed = 20});
+  auto journal = mac.follow();
+  ASSERT_EQ(mac.app({"quit"}).status, 0);
+  ASSERT_TRUE(journal.waitFor("exited 0"));
+  EXPECT_EQ(mac.app({"ping"}).status, 0);
+}
+
+// The helper's computer is the machine's process: without it nothing is left to do.
+TEST(LifeTest, AHelperDoesNotOutliveItsMachine) {
+  const Mac mac;
+  ASSERT_EQ(mac.app({"ping"}).status, 0);
+  const pid_t helper = mac.helper().value_or(0);
+  ASSERT_GT(helper, 0);
+  ASSERT_EQ(::kill(mac.machinePid(), SIGKILL), 0);
+  const double deadline = clockNow() + 20;
+  while (isAlive(helper) && clockNow() < deadline) pauseFor(0.02);
+  EXPECT_FALSE(isAlive(helper));
+}
+
+}  // namespace processtests

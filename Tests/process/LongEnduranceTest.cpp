@@ -1,0 +1,9 @@
+#include <gtest/gtest.h>
+
+#include "Endurance.h"
+
+namespace processtests {
+
+TEST(LongEnduranceTest, ADayChangesNothingButTheBattery) { endure(24); }
+
+}  // namespace processtests

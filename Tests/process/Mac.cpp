@@ -1,0 +1,111 @@
+#include "Mac.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <random>
+#include <sstream>
+#include <stdexcept>
+
+namespace processtests {
+
+using nlohmann::json;
+
+namespace {
+
+std::string freshDirectory() {
+  std::string path = "/tmp/korvel-process-XXXXXX";
+  if (::mkdtemp(path.data()) == nullptr) throw std::runtime_error("no directory for the test");
+  return path;
+}
+
+}  // namespace
+
+Mac::Mac(const MacOptions& options) : directory(freshDirectory()) {
+  std::ostringstream speed;
+  speed << options.speed;
+  const Result up = command({"up", "--json", "--profile", options.profile, "--speed", speed.str()});
+  if (up.status != 0) throw std::runtime_error("the machine does not come up: " + up.err);
+  machine = json::parse(up.out).at("pid").get<pid_t>();
+}
+
+Mac::~Mac() {
+  if (isAlive(machine)) EXPECT_EQ(command({"down"}).status, 0);
+  if (testing::Test::HasFailure()) {
+    std::cout << "journal of the failed test:\n" << readFile(directory + "/journal");
+    std::cout << readFile(directory + "/helper.stderr");
+    std::cout << readFile(directory + "/virtual-mac.stderr");
+  }
+  std::error_code ignored;
+  std::filesystem::remove_all(directory, ignored);
+}
+
+Result Mac::command(std::vector<std::string> arguments) const {
+  arguments.insert(arguments.begin(), {"--root", directory});
+  return run("virtual-mac", arguments);
+}
+
+Result Mac::app(std::vector<std::string> arguments) const {
+  arguments.insert(arguments.begin(), {"--root", directory, "--timeout", "20"});
+  return run("korvel-app", arguments);
+}
+
+void Mac::tell(const std::vector<std::string>& arguments) const {
+  const Result result = command(arguments);
+  if (result.status != 0) throw std::runtime_error("virtual-mac: " + result.err);
+}
+
+json Mac::status() const {
+  LineSocket socket(controlPath());
+  socket.send(R"({"command":"status"})");
+  const auto line = socket.receive(20);
+  if (!line) throw std::runtime_error("the machine does not answer");
+  return json::parse(json::parse(*line).at("json").get<std::string>());
+}
+
+std::optional<pid_t> Mac::helper() const {
+  const json pid = status().at("helperPid");
+  if (pid.is_null()) return std::nullopt;
+  return pid.get<pid_t>();
+}
+
+std::vector<JournalLine> Mac::journal() const {
+  std::vector<JournalLine> lines;
+  std::istringstream file(readFile(directory + "/journal"));
+  std::string line;
+  while (std::getline(file, line)) lines.push_back(parseJournalLine(line));
+  return lines;
+}
+
+std::size_t Mac::journalCount(const std::string& text) const {
+  std::size_t count = 0;
+  for (const JournalLine& line : journal())
+    if (line.text.find(text) != std::string::npos) ++count;
+  return count;
+}
+
+json Mac::state() const { return json::parse(readFile(stateFile()), nullptr, false); }
+
+unsigned announceSeed() {
+  const char* fixed = std::getenv("KORVEL_TEST_SEED");
+  const auto seed = fixed != nullptr ? static_cast<unsigned>(std::strtoul(fixed, nullptr, 10))
+                                     : std::random_device{}();
+  std::cout << "KORVEL_TEST_SEED=" << seed << std::endl;
+  return seed;
+}
+
+std::string readFile(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::ostringstream content;
+  content << file.rdbuf();
+  return std::move(content).str();
+}
+
+void writeFile(const std::string& path, const std::string& content) {
+  std::ofstream(path, std::ios::binary) << content;
+}
+
+}  // namespace processtests

@@ -1,0 +1,132 @@
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "Mac.h"
+#include "RawClient.h"
+
+namespace processtests {
+
+TEST(SleepTest, TheHelperPausesChargingAndLetsTheMachineSleep) {
+  const Mac mac({.speed = 10});
+  RawClient client(mac);
+  ASSERT_TRUE(succeeded(client.setChargeLimit(80)));
+  auto journal = mac.follow();
+  mac.tell({"sleep"});
+  ASSERT_TRUE(journal.waitFor("kIOMessageSystemWillSleep — flushing pre-sleep SMC pause-write"));
+  ASSERT_TRUE(journal.waitFor("acknowledged by pid"));
+  ASSERT_TRUE(journal.waitFor("asleep"));
+  EXPECT_EQ(mac.status().at("power"), "asleep");
+  EXPECT_EQ(mac.status().at("chargingInhibited"), true);
+  mac.tell({"wake"});
+  ASSERT_TRUE(journal.waitFor("kIOMessageSystemHasPoweredOn — re-evaluating charge gate"));
+  EXPECT_TRUE(mac.becomes([](const auto& status) { return !status.at("chargingInhibited"); }))
+      << "below the limit charging goes on after waking";
+}
+
+// The half minute that a leaving client has is time awake: a night in between does not count.
+TEST(SleepTest, TimersStandStillWhileTheMachineSleeps) {
+  const Mac mac({.speed = 20});
+  mac.tell({"set", "battery", "70"});
+  auto journal = mac.follow();
+  auto client = std::make_unique<RawClient>(mac);
+  ASSERT_TRUE(succeeded(client->setChargeLimit(50)));
+  client.reset();
+  const auto gone = journal.waitFor("client disconnected (count=0)");
+  ASSERT_TRUE(gone);
+  mac.tell({"sleep"});
+  const auto asleep = journal.waitFor("asleep");
+  ASSERT_TRUE(asleep);
+  for (const JournalLine& line : journal.collect(4))
+    EXPECT_EQ(line.text.find("all clients gone"), std::string::npos);
+  mac.tell({"wake"});
+  const auto awake = journal.waitFor("awake");
+  ASSERT_TRUE(awake);
+  const auto released = journal.waitFor("all clients gone");
+  ASSERT_TRUE(released);
+  const double slept = awake->time - asleep->time;
+  EXPECT_GT(slept, 60.0);
+  EXPECT_NEAR(released->time - gone->time - slept, 30.0, 8.0);
+}
+
+// A helper that does not answer delays sleep, and no more than that.
+TEST(SleepTest, AStoppedHelperCannotKeepTheMachineAwake) {
+  const Mac mac({.speed = 20});
+  RawClient client(mac);
+  ASSERT_TRUE(succeeded(client.setChargeLimit(80)));
+  auto journal = mac.follow();
+  mac.tell({"kill", "STOP"});
+  mac.tell({"sleep"});
+  ASSERT_TRUE(journal.waitFor("not acknowledged by pid"));
+  ASSERT_TRUE(journal.waitFor("asleep"));
+  mac.tell({"kill", "CONT"});
+  mac.tell({"wake"});
+  EXPECT_TRUE(journal.waitFor("kIOMessageSystemHasPoweredOn"));
+  EXPECT_TRUE(client.call("pingWithReply:"));
+}
+
+TEST(RebootTest, EndsTheHelperInOrderAndKeepsTheSavedLimit) {
+  const Mac mac({.speed = 10});
+  mac.tell({"set", "battery", "70"});
+  auto client = std::make_unique<RawClient>(mac);
+  ASSERT_TRUE(succeeded(client->setChargeLimit(50)));
+  ASSERT_TRUE(mac.becomes([](const auto& status) { return status.at("chargingInhibited"); }));
+  mac.tell({"set", "sleep-disabled", "on"});
+  auto journal = mac.follow();
+  mac.tell({"reboot"});
+  ASSERT_TRUE(journal.waitFor("SIGTERM — shutting down gracefully"));
+  ASSERT_TRUE(journal.waitFor("exited 0"));
+  ASSERT_TRUE(journal.waitFor("reboot"));
+  const auto status = mac.status();
+  EXPECT_TRUE(status.at("helperPid").is_null());
+  EXPECT_EQ(status.at("sleepDisabled"), false) << "that setting does not survive a reboot";
+  EXPECT_EQ(status.at("chargingInhibited"), false);
+  EXPECT_TRUE(client->isCutOff());
+  client = std::make_unique<RawClient>(mac);
+  EXPECT_EQ(client->getState().value().at("chargeLimit"), 50);
+  EXPECT_TRUE(mac.becomes([](const auto& now) { return now.at("chargingInhibited"); }));
+}
+
+// The keys outlive a loss of power; what was set for a discharge is cleared by the next helper.
+TEST(PowerLossTest, TheNextHelperPutsRightWhatThePowerLossLeft) {
+  const Mac mac({.speed = 20});
+  mac.tell({"set", "battery", "70"});
+  auto client = std::make_unique<RawClient>(mac);
+  ASSERT_TRUE(succeeded(client->setChargeLimit(50)));
+  ASSERT_TRUE(succeeded(client->forceDischarge(true)));
+  auto journal = mac.follow();
+  mac.tell({"power-loss"});
+  ASSERT_TRUE(journal.waitFor("power lost"));
+  const auto status = mac.status();
+  EXPECT_TRUE(status.at("helperPid").is_null());
+  EXPECT_EQ(status.at("assertions").size(), 0U);
+  EXPECT_EQ(status.at("inflowInhibited"), true);
+  EXPECT_EQ(mac.state().at("forceDischargeActive"), true);
+  client = std::make_unique<RawClient>(mac);
+  const auto state = client->getState();
+  ASSERT_TRUE(state);
+  EXPECT_EQ(state->at("chargeLimit"), 50);
+  EXPECT_TRUE(mac.becomes([](const auto& now) { return !now.at("inflowInhibited"); }));
+  EXPECT_EQ(client->getState().value().at("forceDischargeActive"), false);
+}
+
+// The lid is closed on an armed discharge: the machine stays awake, and SleepDisabled is given back
+// when the arming ends.
+TEST(KeepAwakeTest, TheMachineStaysAwakeWithItsLidClosedUntilTheDischargeEnds) {
+  const Mac mac({.speed = 10});
+  mac.tell({"set", "battery", "70"});
+  RawClient client(mac);
+  ASSERT_TRUE(succeeded(client.setChargeLimit(50)));
+  ASSERT_TRUE(succeeded(client.forceDischarge(true)));
+  ASSERT_TRUE(succeeded(client.call("setClamshellKeepAwake:reply:", Bytes().boolean(true), 1)));
+  EXPECT_EQ(mac.status().at("sleepDisabled"), true);
+  EXPECT_EQ(mac.state().at("sleepDisabledByKorvel"), true);
+  mac.tell({"set", "lid", "closed"});
+  pauseFor(1);
+  EXPECT_EQ(mac.status().at("power"), "awake");
+  ASSERT_TRUE(succeeded(client.call("setClamshellKeepAwake:reply:", Bytes().boolean(false), 1)));
+  EXPECT_EQ(mac.status().at("sleepDisabled"), false);
+  EXPECT_TRUE(mac.becomes([](const auto& status) { return status.at("power") == "asleep"; }));
+}
+
+}  // namespace processtests

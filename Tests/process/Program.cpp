@@ -1,0 +1,140 @@
+#include "Program.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+#include <thread>
+
+namespace processtests {
+
+namespace {
+
+std::string pathOf(const std::string& program) {
+  return std::string(PROGRAM_DIRECTORY) + '/' + program;
+}
+
+pid_t spawn(const std::string& program, const std::vector<std::string>& arguments, int out,
+            int err) {
+  posix_spawn_file_actions_t files;
+  ::posix_spawn_file_actions_init(&files);
+  ::posix_spawn_file_actions_addopen(&files, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+  ::posix_spawn_file_actions_adddup2(&files, out, STDOUT_FILENO);
+  ::posix_spawn_file_actions_adddup2(&files, err, STDERR_FILENO);
+  const std::string path = pathOf(program);
+  std::vector<std::string> words{path};
+  words.insert(words.end(), arguments.begin(), arguments.end());
+  std::vector<char*> pointers;
+  for (std::string& word : words) pointers.push_back(word.data());
+  pointers.push_back(nullptr);
+  pid_t pid = 0;
+  const int error = ::posix_spawn(&pid, path.c_str(), &files, nullptr, pointers.data(), environ);
+  ::posix_spawn_file_actions_destroy(&files);
+  if (error != 0) throw std::runtime_error(path + " cannot be started");
+  return pid;
+}
+
+/// Reads both pipes until they are closed or time is up. False: time is up.
+bool drain(std::array<int, 2> pipes, std::array<std::string*, 2> texts, double deadline) {
+  int open = 2;
+  while (open > 0) {
+    std::array<pollfd, 2> watched{};
+    for (std::size_t index = 0; index < 2; ++index)
+      watched[index] = {.fd = pipes[index], .events = POLLIN, .revents = 0};
+    const double left = deadline - clockNow();
+    if (left <= 0) return false;
+    if (::poll(watched.data(), 2, static_cast<int>(left * 1000) + 1) <= 0) continue;
+    for (std::size_t index = 0; index < 2; ++index) {
+      if (pipes[index] < 0 || watched[index].revents == 0) continue;
+      std::array<char, 4096> chunk{};
+      const ssize_t got = ::read(pipes[index], chunk.data(), chunk.size());
+      if (got > 0) {
+        texts[index]->append(chunk.data(), static_cast<std::size_t>(got));
+      } else {
+        pipes[index] = -1;
+        --open;
+      }
+    }
+  }
+  return true;
+}
+
+}  // namespace
+
+double clockNow() {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+void pauseFor(double seconds) {
+  std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
+}
+
+Result run(const std::string& program, const std::vector<std::string>& arguments,
+           double timeoutSeconds) {
+  std::array<int, 2> out{};
+  std::array<int, 2> err{};
+  if (::pipe2(out.data(), O_CLOEXEC) != 0 || ::pipe2(err.data(), O_CLOEXEC) != 0)
+    throw std::runtime_error("no pipes");
+  const pid_t pid = spawn(program, arguments, out[1], err[1]);
+  ::close(out[1]);
+  ::close(err[1]);
+  Result result;
+  if (!drain({out[0], err[0]}, {&result.out, &result.err}, clockNow() + timeoutSeconds))
+    ::kill(pid, SIGKILL);
+  ::close(out[0]);
+  ::close(err[0]);
+  int status = 0;
+  while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+  }
+  if (WIFEXITED(status)) result.status = WEXITSTATUS(status);
+  return result;
+}
+
+Background::Background(const std::string& program, const std::vector<std::string>& arguments) {
+  const int nothing = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+  child = spawn(program, arguments, nothing, nothing);
+  ::close(nothing);
+}
+
+Background::~Background() {
+  ::kill(child, SIGKILL);
+  while (::waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
+  }
+}
+
+std::optional<ProcessFacts> factsOf(pid_t pid) {
+  const std::string directory = "/proc/" + std::to_string(pid);
+  std::ifstream status(directory + "/status");
+  ProcessFacts facts;
+  std::string line;
+  while (std::getline(status, line)) {
+    if (line.starts_with("VmRSS:")) facts.residentKilobytes = std::stol(line.substr(6));
+    if (line.starts_with("Threads:")) facts.threads = std::stoi(line.substr(8));
+  }
+  std::error_code error;
+  for (const auto& entry : std::filesystem::directory_iterator(directory + "/fd", error))
+    facts.descriptors += entry.path().empty() ? 0 : 1;
+  if (facts.threads == 0 || error) return std::nullopt;
+  return facts;
+}
+
+bool isAlive(pid_t pid) {
+  std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
+  std::string stat;
+  std::getline(file, stat);
+  // The state follows the program's name, which stands in brackets. One that has ended may still
+  // wait for its parent.
+  const std::size_t name = stat.rfind(')');
+  return name != std::string::npos && name + 2 < stat.size() && stat[name + 2] != 'Z';
+}
+
+}  // namespace processtests
