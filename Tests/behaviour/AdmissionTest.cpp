@@ -4,7 +4,7 @@
 #include "HelperImpl.h"
 #include "KorvelHelperProtocol.h"
 #include "Tests/behaviour/Bench.h"
-#include "Tests/behaviour/Doubles.h"
+#include "Tests/behaviour/EntryDoubles.h"
 
 namespace korvel::test {
 namespace {

@@ -7,6 +7,7 @@
 #include "Platform/Process.h"
 #include "Tests/behaviour/Bench.h"
 #include "Tests/behaviour/Doubles.h"
+#include "Tests/behaviour/EntryDoubles.h"
 
 namespace korvel::test {
 namespace {
