@@ -92,7 +92,7 @@ void Swarm::toggleCallFault() {
 }
 
 void Swarm::checkStep(Findings& findings) {
-  sweeps::checkConduct(findings, world());
+  sweeps::checkConduct(findings, world(), stage.invariants);
   sweeps::checkAssertions(findings, world());
   sweeps::checkStateFile(findings, mac());
   const auto status = world().exitStatus();
@@ -136,6 +136,8 @@ void Swarm::healAndConverge(Findings& findings) {
     world().runFor(quietSeconds);
   }
   sweeps::converge(stage, findings, excuses());
+  stage.invariants.finish();
+  if (findings.empty()) sweeps::checkConduct(findings, world(), stage.invariants);
 }
 
 std::string Swarm::journalTail() {

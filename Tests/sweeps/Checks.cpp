@@ -129,8 +129,9 @@ void checkIdleProcess(Findings& findings, virtualmac::World& world, bool descrip
   findings.expect(process->smc.openConnections() <= 1, "a connection to the SMC was left open");
 }
 
-void checkConduct(Findings& findings, virtualmac::World& world) {
-  for (const std::string& each : world.violations()) findings.note("violation: " + each);
+void checkConduct(Findings& findings, virtualmac::World& world,
+                  const virtualmac::InvariantSet& invariants) {
+  for (const std::string& each : invariants.violations()) findings.note("rule broken: " + each);
   findings.expect(world.machine().smc.forbiddenWrites() == 0, "a forbidden key was written");
 }
 

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "HelperRecords.h"
+#include "VirtualMac/InProcess/Invariants.h"
 #include "VirtualMac/InProcess/World.h"
 #include "VirtualMac/Machine/Machine.h"
 
@@ -66,8 +67,9 @@ void checkAssertions(Findings& findings, virtualmac::World& world);
 /// An idle helper holds no descriptor, no foreign umask, and no object but those for life.
 void checkIdleProcess(Findings& findings, virtualmac::World& world, bool descriptorsToo = true);
 
-/// No violation of the transport's rules, no write to a key that must never be written.
-void checkConduct(Findings& findings, virtualmac::World& world);
+/// No rule broken that holds in every run, no write to a key that must never be written.
+void checkConduct(Findings& findings, virtualmac::World& world,
+                  const virtualmac::InvariantSet& invariants);
 
 /// Runs for five seconds and a tick, and once more when the battery's percentage moved just now.
 /// False: the gate is not right even then.

@@ -139,7 +139,7 @@ Excuses excusesFor(virtualmac::SeamCall call, const Stage& stage) {
 
 void converge(Stage& stage, Findings& findings, const Excuses& excuses) {
   checkReplies(stage, findings, excuses.failedCalls);
-  checkConduct(findings, stage.world);
+  checkConduct(findings, stage.world, stage.invariants);
   healMachine(stage.mac());
   stage.world.runFor(0.5);
   const bool sameHelper = bringTogether(stage, findings, excuses.restart);
@@ -161,7 +161,7 @@ void converge(Stage& stage, Findings& findings, const Excuses& excuses) {
   checkIdleProcess(findings, stage.world, !excuses.descriptors);
   quit(stage, findings);
   checkReplies(stage, findings, excuses.failedCalls);
-  checkConduct(findings, stage.world);
+  checkConduct(findings, stage.world, stage.invariants);
 }
 
 }  // namespace sweeps

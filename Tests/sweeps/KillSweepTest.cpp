@@ -101,7 +101,7 @@ void killAndRecover(Stage& stage, Findings& findings, std::uint64_t k, std::stri
   checkStateFile(findings, stage.mac());
   checkAssertions(findings, stage.world);
   checkIdleProcess(findings, stage.world);
-  checkConduct(findings, stage.world);
+  checkConduct(findings, stage.world, stage.invariants);
 }
 
 class KillSweep : public StoryTest {};

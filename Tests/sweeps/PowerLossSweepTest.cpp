@@ -61,7 +61,7 @@ void losePowerAt(Stage& stage, Findings& findings, const Trace& trace, std::uint
                   "recovery left a flag set");
   checkStateFile(findings, stage.mac());
   checkIdleProcess(findings, stage.world);
-  checkConduct(findings, stage.world);
+  checkConduct(findings, stage.world, stage.invariants);
 }
 
 void sweepStory(const Story& story, std::string_view variant) {

@@ -10,6 +10,7 @@
 
 #include "HelperRecords.h"
 #include "VirtualMac/InProcess/AppClient.h"
+#include "VirtualMac/InProcess/Invariants.h"
 #include "VirtualMac/InProcess/World.h"
 #include "VirtualMac/Machine/Machine.h"
 
@@ -75,6 +76,8 @@ class Stage {
   [[nodiscard]] bool exited() { return exitExpected && world.exitStatus().has_value(); }
 
   virtualmac::World world;
+  /// The rules that every run obeys, whatever fails.
+  virtualmac::InvariantSet invariants{world};
   /// SleepDisabled was on at the start, and no helper's record claims it.
   bool sleepDisabledByOther = false;
   /// The same, and the record at the start claims it.

@@ -6,7 +6,7 @@ namespace {
 
 class Stories : public StoryTest {};
 
-// The sweeps disturb the stories; that they mean something rests on these two.
+// The sweeps disturb the stories; that they mean something rests on these.
 
 TEST_P(Stories, PlaysAsWrittenWhenNothingFails) {
   const Trace trace = traceStory(GetParam());
@@ -20,6 +20,11 @@ TEST_P(Stories, PlaysTheSameEveryTime) {
   const Trace second = traceStory(GetParam());
   EXPECT_EQ(first.journalHash, second.journalHash);
   EXPECT_EQ(first.calls.size(), second.calls.size());
+}
+
+TEST_P(Stories, BreaksNoRuleWhenNothingFails) {
+  Sweep once(GetParam(), "*Stories.*");
+  once.run({0, "none"}, [](Stage& stage, Findings&) { stage.play(); });
 }
 
 INSTANTIATE_TEST_SUITE_P(Undisturbed, Stories, testing::ValuesIn(stories()), storyName);

@@ -96,6 +96,8 @@ void Sweep::run(const Case& which, const std::function<void(Stage&, Findings&)>&
   Stage stage(story, which.seed);
   try {
     body(stage, findings);
+    stage.invariants.finish();
+    if (findings.empty()) checkConduct(findings, stage.world, stage.invariants);
   } catch (const std::exception& problem) {
     findings.note(std::string("exception: ") + problem.what());
   }

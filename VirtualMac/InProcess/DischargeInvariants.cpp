@@ -153,6 +153,7 @@ class DischargeStartsLawfully final : public Invariant {
 
 /// Each rule that ends a discharge ends it within one tick of becoming true, and a moment for the
 /// calls themselves to take. Limits are taken in the discharge's favour where two may be meant.
+/// While platform calls fail, nobody knows what the helper could see: the time counts anew.
 class DischargeEndsInTime final : public Invariant {
  public:
   explicit DischargeEndsInTime(World& watched)
@@ -201,6 +202,12 @@ class DischargeEndsInTime final : public Invariant {
 
   void consider() {
     const double now = world.uptime();
+    if (world.faults().injected() != faultsSeen) {
+      faultsSeen = world.faults().injected();
+      lowest.reset();
+      closedSince.reset();
+      dueSince.reset();
+    }
     const std::string due = ruleThatHolds(now);
     if (due.empty()) {
       dueSince.reset();
@@ -239,6 +246,7 @@ class DischargeEndsInTime final : public Invariant {
   std::optional<double> dueSince;
   std::optional<double> lookedAt;
   int shownPercent = 0;
+  std::uint64_t faultsSeen = 0;
   bool looking = false;
   bool told = false;
 };

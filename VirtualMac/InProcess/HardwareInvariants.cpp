@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <array>
 #include <map>
 #include <set>
@@ -54,7 +55,16 @@ class PermittedWritesOnly final : public Invariant {
         {"CH0J", {"00", "01"}}};
     const JournalledWrite write = journalledWrite(entry.text);
     const auto found = permitted.find(write.key);
-    if (found == permitted.end() || !found->second.contains(write.payload)) violate(entry.text);
+    if (found == permitted.end() || !padded(found->second, write.payload)) violate(entry.text);
+  }
+
+ private:
+  /// A key that states a larger size gets zeros after the payload.
+  static bool padded(const std::set<std::string>& payloads, const std::string& written) {
+    return std::any_of(payloads.begin(), payloads.end(), [&](const std::string& payload) {
+      return written.starts_with(payload) &&
+             written.find_first_not_of("0 ", payload.size()) == std::string::npos;
+    });
   }
 };
 
@@ -90,12 +100,21 @@ class OneFamilyOfKeys final : public Invariant {
 };
 
 /// After an exit nobody controls the hardware any more, so it must be as the system's defaults are.
-/// Not asked for what the hardware refused to take, and not when the half second was not enough.
+/// Not asked for what the hardware refused to take, and not when the half second was not enough;
+/// nor for what is tried once and was refused earlier in this life: a release, a power setting, a
+/// record.
 class ExitLeavesDefaults final : public Invariant {
  public:
   explicit ExitLeavesDefaults(World& watched) : Invariant(watched, "exit leaves defaults") {}
 
   void journalled(const Journal::Entry& entry) override {
+    if (entry.kind == "proc" && contains(entry.text, "started")) {
+      releaseRefused = false;
+      claimLost = false;
+    }
+    if (entry.kind == "log" && contains(entry.text, "IOPMAssertionRelease(")) releaseRefused = true;
+    if (entry.kind == "log" && contains(entry.text, "persistence.write failed")) claimLost = true;
+    if (entry.kind == "log" && contains(entry.text, "IOPMSetSystemPowerSetting(")) claimLost = true;
     if (entry.kind == "log" && contains(entry.text, "shutdownGracefully — ")) {
       excused = false;
       faultsBefore = world.faults().injected();
@@ -106,7 +125,10 @@ class ExitLeavesDefaults final : public Invariant {
       keptAwake = entry.text == "SleepDisabled = 1";
     }
     if (entry.kind == "mac" && contains(entry.text, "power")) keptAwake = false;
-    if (entry.kind == "proc" && contains(entry.text, "exited 0")) check();
+    if (entry.kind != "proc" || !contains(entry.text, "exited 0")) return;
+    check();
+    // What this life could not clear is no longer anybody's.
+    keptAwake = false;
   }
 
   void waited(const Lane& /*lane*/, std::string_view what, double seconds) override {
@@ -128,7 +150,8 @@ class ExitLeavesDefaults final : public Invariant {
         violate(std::string(reset.key) + " is not at its default");
     }
     if (mac.powerUI.currentLimit() != 0) violate("a native limit is left");
-    if (!mac.power.assertions().empty()) violate("an assertion is still held");
+    if (!releaseRefused && !mac.power.assertions().empty()) violate("an assertion is still held");
+    if (claimLost) return;
     if (keptAwake) violate("SleepDisabled is still set");
     const auto file = mac.disk.content(statePath);
     const auto record = file ? korvel::decodeStateFile(*file) : std::unexpected(std::string());
@@ -140,6 +163,8 @@ class ExitLeavesDefaults final : public Invariant {
   static constexpr std::string_view statePath =
       "/Library/Application Support/com.korvel.app.helper/state.json";
   bool excused = false;
+  bool releaseRefused = false;
+  bool claimLost = false;
   bool keptAwake = false;  ///< By the helper: nobody else has written the setting since.
   std::uint64_t faultsBefore = 0;
 };

@@ -17,14 +17,15 @@ constexpr std::string_view statePath =
     "/Library/Application Support/com.korvel.app.helper/state.json";
 
 /// The flag reaches the disk before the setting is written, so that a crash in between is undone.
-/// Not asked for when the disk has refused the record: that never stops a command.
+/// Not asked for when the disk has refused a record of the same command: that never stops one.
 class SleepDisabledOnlyWhenOwned final : public Invariant {
  public:
   explicit SleepDisabledOnlyWhenOwned(World& watched)
       : Invariant(watched, "SleepDisabled only when owned") {}
 
   void journalled(const Journal::Entry& entry) override {
-    if (entry.kind == "disk" && contains(entry.text, "state.json")) diskRefused = false;
+    if (entry.kind == "log" && contains(entry.text, "\"setClamshellKeepAwake("))
+      diskRefused = false;
     if (entry.kind == "log" && contains(entry.text, "persistence.write failed")) diskRefused = true;
     if (entry.kind != "power" || entry.text != "SleepDisabled = 1" || diskRefused) return;
     const auto file = world.machine().disk.content(statePath);

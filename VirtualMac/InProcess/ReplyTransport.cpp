@@ -43,6 +43,8 @@ class Route {
  public:
   explicit Route(ReplyRoute way) : route(std::move(way)) {}
 
+  /// A thread of a dead process may come as far as its reply before it unwinds; nobody hears it.
+  [[nodiscard]] bool unheard() const { return !route.around.process.alive(); }
   void answered(const std::string& outcome) {
     route.around.journal.record("reply", operationName(route.call->selector) + ' ' + outcome);
     route.client->answered(route.call);
@@ -53,7 +55,7 @@ class Route {
     route.client->failed(route.call, "the reply could not be decoded: " + why);
   }
   void dropped() {
-    if (!route.around.process.alive()) return;
+    if (unheard()) return;
     route.around.reportViolation("reply dropped, " + operationName(route.call->selector));
     route.client->failed(route.call, "the helper dropped the reply");
   }
@@ -65,6 +67,7 @@ class PidSink final : public korvel::ReplySink<std::uint64_t>, Route {
  public:
   using Route::Route;
   void deliver(std::uint64_t pid) override {
+    if (unheard()) return;
     route.call->pid = pid;
     answered(std::to_string(pid));
   }
@@ -75,6 +78,7 @@ class DataSink final : public korvel::ReplySink<std::string>, Route {
  public:
   using Route::Route;
   void deliver(std::string data) override {
+    if (unheard()) return;
     if (const auto why = dataRejected(route.interface, route.call->selector)) {
       rejected(*why);
       return;
@@ -91,6 +95,7 @@ class OutcomeSink final : public korvel::ReplySink<bool, std::optional<korvel::E
  public:
   using Route::Route;
   void deliver(bool success, std::optional<korvel::ErrorObject> error) override {
+    if (unheard()) return;
     if (error) {
       if (const auto why = errorRejected(route.interface, route.call->selector, *error)) {
         rejected(*why);

@@ -73,7 +73,7 @@ class NoCallUnderLock final : public Invariant {
     if (lane.locksHeld().empty()) return;
     const VirtualLock* held = lane.locksHeld().back();
     if (held->name() == capabilitiesLockName) {
-      if (probing == nullptr && probed.insert(lane.process()).second) probing = held;
+      if (probing != held && probed.insert(lane.process()).second) probing = held;
       if (probing == held) return;
     }
     violate(std::string(describe(call).id) + " under " + held->name());
