@@ -149,7 +149,7 @@ class MemberCollector final : public nlohmann::json_sax<nlohmann::json> {
   }
   bool start_array(std::size_t /*size*/) override { return open(); }
   bool key(string_t& name) override {
-    if (depth == 1) current = indexOf(name);
+    current = indexOf(name);
     return true;
   }
   bool end_object() override { return close(); }
