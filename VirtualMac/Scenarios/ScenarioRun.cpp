@@ -153,7 +153,7 @@ void ScenarioRun::perform(const Action& action, int line, const ExpectedReply& r
     return fail(line, fmt::format("\"{}\" cannot be done: {}", action.text(), trouble.what()));
   }
   if (action.isRequest() && reply.kind != ExpectedReply::Kind::None) {
-    stage.runUntil(stage.now() + answerSeconds,
+    stage.runUntil(stage.now() + answerSeconds + stage.graceSeconds(),
                    [&] { return judgeWatches(false) || answer->has_value(); });
     if (!failure) judgeReply(action, line, reply, *answer);
   }
@@ -176,6 +176,17 @@ void ScenarioRun::judgeExpectations(const std::vector<Expectation>& expectations
     for (std::size_t index = stepBegan; index < ears->entries.size(); ++index) {
       condition.hear(ears->entries[index]);
     }
+    // Where things take real time, they are given a little of it.
+    const double patience = stage.now() + stage.graceSeconds();
+    while (!condition.holds(facts()) && stage.now() < patience && !failure) {
+      const std::size_t heard = ears->entries.size();
+      stage.runUntil(std::min(patience, stage.now() + stage.graceSeconds() / 10),
+                     [this] { return judgeWatches(false); });
+      for (std::size_t index = heard; index < ears->entries.size(); ++index) {
+        condition.hear(ears->entries[index]);
+      }
+    }
+    if (failure) return;
     if (!condition.holds(facts())) {
       return fail(expectation.line, fmt::format("expected \"{}\", but {}", condition.text(),
                                                 condition.actual(facts())));
@@ -186,8 +197,11 @@ void ScenarioRun::judgeExpectations(const std::vector<Expectation>& expectations
 
 void ScenarioRun::startWatching(const Step& step) {
   hear();
+  const double begin = std::max(step.time, stage.now());
   const auto watch = [&](Watching kind, const Expectation& expectation) {
-    watches.push_back({kind, expectation, step.time + expectation.seconds, true});
+    const double grace = kind == Watching::Within ? stage.graceSeconds() : -stage.graceSeconds();
+    const double length = std::max(0.0, expectation.seconds + grace);
+    watches.push_back({kind, expectation, begin + length, true});
   };
   for (const Expectation& expectation : step.within) watch(Watching::Within, expectation);
   for (const Expectation& expectation : step.holds) watch(Watching::Holds, expectation);

@@ -50,6 +50,8 @@ class Stage {
   [[nodiscard]] virtual Journal& journal() = 0;
   /// Virtual seconds since the machine's start.
   [[nodiscard]] virtual double now() = 0;
+  /// How much later than told things may come true here, in virtual seconds.
+  [[nodiscard]] virtual double graceSeconds() { return 0; }
   /// Lets time pass until `moment`, that moment included; `afterEach` runs after each piece of
   /// work, on a settled machine, and true from it ends the wait. A moment in the past: only what is
   /// due runs.

@@ -118,6 +118,10 @@ void JobRunner::killNow() {
   ended(*running, status);
 }
 
+void JobRunner::startByHand() {
+  if (!running) act(launchd.demand(machine.totalNanoseconds()));
+}
+
 bool JobRunner::signal(int number) { return running && ::kill(*running, number) == 0; }
 
 void JobRunner::act(const std::vector<LaunchdAction>& actions) {
@@ -227,7 +231,7 @@ void JobRunner::ended(pid_t pid, int status) {
   endHandler(pid, how);
   const Nanoseconds now = machine.totalNanoseconds();
   std::vector<LaunchdAction> actions = launchd.exited(now);
-  if (how.exitStatus != 0 && actions.empty()) actions = launchd.demand(now);
+  if (how.exitStatus != 0 && restartAfterCrash && actions.empty()) actions = launchd.demand(now);
   act(actions);
   if (const auto done = std::exchange(unloaded, nullptr)) done();
 }

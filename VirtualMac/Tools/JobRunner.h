@@ -56,6 +56,11 @@ class JobRunner {
   /// The machine's time runs differently now: what is due is due at another real moment.
   void armDeadline();
 
+  /// Starts the helper without waiting for a client, if none runs.
+  void startByHand();
+  /// Whether a crash starts the helper again by itself; so at first.
+  void setRestartAfterCrash(bool restart) { restartAfterCrash = restart; }
+
   /// Sends a signal to the running helper. False: none runs.
   bool signal(int number);
   [[nodiscard]] std::optional<pid_t> helper() const { return running; }
@@ -85,6 +90,7 @@ class JobRunner {
   std::optional<pid_t> running;
   std::uint64_t startCount = 0;
   bool watching = false;
+  bool restartAfterCrash = true;
 };
 
 }  // namespace virtualmac

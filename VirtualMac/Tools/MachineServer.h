@@ -46,6 +46,7 @@ class MachineServer {
   [[nodiscard]] Machine& machine() { return mac; }
   [[nodiscard]] Timekeeper& timekeeper() { return keeper; }
   [[nodiscard]] JobRunner& launchd() { return jobs; }
+  [[nodiscard]] Journal& journal() { return effects; }
   [[nodiscard]] const MachineOptions& options() const { return chosen; }
   [[nodiscard]] asio::io_context& context() { return loop; }
   /// How long the journal file is.

@@ -12,6 +12,7 @@
 #include "VirtualMac/Scenarios/InProcessStage.h"
 #include "VirtualMac/Scenarios/ScenarioRun.h"
 #include "VirtualMac/Tools/MachineCommands.h"
+#include "VirtualMac/Tools/ProcessStage.h"
 
 namespace virtualmac {
 
@@ -21,6 +22,8 @@ struct Choices {
   std::vector<std::string> files;
   std::string timeline;
   bool inProcess = false;
+  bool processes = false;
+  double speed = 600;
   bool journal = false;
 };
 
@@ -39,13 +42,20 @@ int play(const std::string& file, const Choices& choices) {
     fmt::print(stderr, "{}", scenario.error());
     return exitUsage;
   }
-  InProcessStage stage(*scenario);
+  std::unique_ptr<Stage> stage;
+  if (choices.processes) {
+    stage = std::make_unique<ProcessStage>(*scenario, choices.speed);
+  } else {
+    stage = std::make_unique<InProcessStage>(*scenario);
+  }
   if (choices.journal) {
-    stage.journal().addListener(
+    stage->journal().addListener(
         [](const Journal::Entry& entry) { fmt::print("{}\n", journalLine(entry)); });
   }
+  const std::string how =
+      choices.processes ? fmt::format(" --processes --speed {:g}", choices.speed) : " --in-process";
   const ScenarioOutcome outcome =
-      ScenarioRun(*scenario, stage, "virtual-mac run " + file + " --in-process").run();
+      ScenarioRun(*scenario, *stage, fmt::format("virtual-mac run {}{}", file, how)).run();
   const bool written =
       choices.timeline.empty() || writeTimeline(choices.timeline, outcome.timeline);
   if (outcome.passed) {
@@ -77,8 +87,16 @@ void addRun(CLI::App& program, std::function<int()>& chosen) {
   const auto choices = std::make_shared<Choices>();
   CLI::App* command = program.add_subcommand("run", "Play scenarios and say how they went");
   command->add_option("files", choices->files, "Scenario files (YAML)")->required();
-  command->add_flag("--in-process", choices->inProcess,
-                    "In this process and in virtual time (the default)");
+  CLI::Option* here = command->add_flag("--in-process", choices->inProcess,
+                                        "In this process and in virtual time (the default)");
+  CLI::Option* processes = command->add_flag("--processes", choices->processes,
+                                             "With the built helper and clients as real processes");
+  processes->excludes(here);
+  command
+      ->add_option("--speed", choices->speed,
+                   "Virtual seconds in a real one, where nothing is near; for --processes")
+      ->capture_default_str()
+      ->check(CLI::Range(1.0, 10000.0));
   command->add_option("--timeline", choices->timeline, "Draw the run into this SVG file");
   command->add_flag("--journal", choices->journal, "Print what happens, as it happens");
   command->callback([choices, &chosen] { chosen = [choices] { return playAll(*choices); }; });
