@@ -110,7 +110,8 @@ class ExitLeavesDefaults final : public Invariant {
   void journalled(const Journal::Entry& entry) override {
     if (entry.kind == "proc" && contains(entry.text, "started")) {
       releaseRefused = false;
-      claimLost = false;
+      // What the life before could not record is unknown to this one too.
+      claimLost = claimLost && keptAwake;
     }
     if (entry.kind == "log" && contains(entry.text, "IOPMAssertionRelease(")) releaseRefused = true;
     if (entry.kind == "log" && contains(entry.text, "persistence.write failed")) claimLost = true;
