@@ -103,8 +103,9 @@ class Scripts(unittest.TestCase):
                          constant("KorvelHelper/HelperPersistence.h", "directory"))
 
     def test_uninstall_reads_the_record_as_the_store_writes_it(self):
-        self.assertIn("'\"sleepDisabledByKorvel\" : true'", read("Packaging/uninstall"))
-        self.assertIn("sleepDisabledByKorvel", read("KorvelHelper/HelperRecords.h"))
+        for field in ("sleepDisabledByKorvel", "forceDischargeActive"):
+            self.assertIn(f"'\"{field}\" : true'", read("Packaging/uninstall"))
+            self.assertRegex(read("KorvelHelper/HelperRecords.h"), rf"\bbool {field}\b")
 
 
 class Samples(unittest.TestCase):

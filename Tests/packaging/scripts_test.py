@@ -222,6 +222,14 @@ class Uninstall(PretendedMac):
         self.run_script("uninstall")
         self.assertEqual(self.calls("pmset"), [])
 
+    def test_a_discharge_that_nobody_ended_keeps_everything(self):
+        self.put_installed()
+        self.state.write_text('{\n  "forceDischargeActive" : true\n}', encoding="utf-8")
+        done = self.run_script("uninstall")
+        self.assertNotEqual(done.returncode, 0)
+        self.assertIn("without restoring", done.stderr)
+        self.assertTrue(self.program.exists() and self.job.exists() and self.state.exists())
+
     def test_keep_state_keeps_the_record(self):
         self.put_installed()
         self.run_script("uninstall", "--keep-state")
