@@ -13,6 +13,7 @@ std::vector<PropertyValue> descriptions(HelperProcess& helper) {
   const korvel::HandleRef info = sources.copyInfo();
   const korvel::PowerSourceList list = sources.copyList(info);
   std::vector<PropertyValue> found;
+  found.reserve(list.elements.size());
   for (const korvel::HandleRef each : list.elements) {
     found.push_back(sources.getDescription(info, each));
   }

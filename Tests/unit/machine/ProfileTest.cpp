@@ -33,7 +33,8 @@ TEST(ProfileTest, EveryBuiltInOneLoadsAndSaysWhatItIs) {
 TEST(ProfileTest, FamiliesAreData) {
   const auto keysOf = [](std::string_view name) {
     std::vector<std::string> keys;
-    for (const SMCKeyProfile& key : loadProfile(name)->smcKeys) keys.push_back(key.name);
+    const auto profile = loadProfile(name);
+    for (const SMCKeyProfile& key : profile->smcKeys) keys.push_back(key.name);
     return keys;
   };
   EXPECT_EQ(keysOf("newer-keys"), (std::vector<std::string>{"CHTE", "CHIE"}));
