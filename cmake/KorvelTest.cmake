@@ -12,6 +12,13 @@ function(korvel_add_test name)
   target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR})
   target_link_libraries(${name} PRIVATE korvel_flags ${ARG_LIBRARIES} GTest::gtest GTest::gmock
     GTest::gtest_main Threads::Threads)
-  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60
-    PROPERTIES LABELS "${ARG_LABELS}" TIMEOUT ${ARG_TIMEOUT})
+  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 TEST_LIST ${name}_tests
+    PROPERTIES TIMEOUT ${ARG_TIMEOUT})
+  # A list does not survive the way through the discovery; the labels are given to what it found.
+  if(ARG_LABELS)
+    set(labels ${CMAKE_CURRENT_BINARY_DIR}/${name}_labels.cmake)
+    file(WRITE ${labels} "if(${name}_tests)\n  set_tests_properties(\${${name}_tests} PROPERTIES \
+LABELS \"${ARG_LABELS}\")\nendif()\n")
+    set_property(DIRECTORY APPEND PROPERTY TEST_INCLUDE_FILES ${labels})
+  endif()
 endfunction()

@@ -149,7 +149,10 @@ void InProcessStage::setRestartAfterCrash(bool restart) {
   bench.launchd().restartAfterCrash = restart;
 }
 
-std::vector<std::string> InProcessStage::violations() { return bench.violations(); }
+std::vector<std::string> InProcessStage::violations() {
+  rules.finish();
+  return rules.violations();
+}
 
 std::optional<std::string> InProcessStage::savedState() {
   return machine().disk.content(korvel::HelperPersistence::statePath);

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "VirtualMac/InProcess/Invariants.h"
 #include "VirtualMac/InProcess/World.h"
 #include "VirtualMac/Scenarios/Scenario.h"
 #include "VirtualMac/Scenarios/Stage.h"
@@ -12,14 +13,11 @@
 namespace virtualmac {
 
 /// A scenario's place in this process: everything in virtual time, as fast as it goes, and the same
-/// every time.
+/// every time. The named rules, which hold in every run whatever happens in it, are watched too.
 class InProcessStage final : public Stage {
  public:
   explicit InProcessStage(const Scenario& scenario);
   ~InProcessStage() override;
-
-  /// For whoever watches the same run in another way.
-  [[nodiscard]] World& world() { return bench; }
 
   Machine& machine() override;
   Journal& journal() override;
@@ -40,6 +38,7 @@ class InProcessStage final : public Stage {
   void powerLoss() override;
   void reboot() override;
   void setRestartAfterCrash(bool restart) override;
+  /// Ends the watch over the rules: to be asked once, at the end.
   std::vector<std::string> violations() override;
   std::optional<std::string> savedState() override;
   void setSavedState(const std::string& content) override;
@@ -54,6 +53,7 @@ class InProcessStage final : public Stage {
   void killClients();
 
   World bench;
+  InvariantSet rules{bench};
   std::map<std::string, std::unique_ptr<AppClient>> apps;
   std::vector<Pending> pending;
 };

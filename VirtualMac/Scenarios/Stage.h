@@ -79,7 +79,7 @@ class Stage {
   /// Whether launchd starts the helper again as soon as it was killed.
   virtual void setRestartAfterCrash(bool restart) = 0;
 
-  /// What the helper did that no correct program does, noticed by whoever carried its messages.
+  /// What the helper did in this run that no correct program does. Asked once, when it is over.
   [[nodiscard]] virtual std::vector<std::string> violations() = 0;
 
   /// The state file's content; none: no such file.
