@@ -2,8 +2,8 @@
 
 #include <memory>
 
-#include "Mac.h"
-#include "RawClient.h"
+#include "Tests/process/Mac.h"
+#include "Tests/process/RawClient.h"
 
 namespace processtests {
 

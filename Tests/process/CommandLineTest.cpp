@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
-#include "Mac.h"
-#include "RawClient.h"
+#include "Tests/process/Mac.h"
+#include "Tests/process/RawClient.h"
 
 namespace processtests {
 

@@ -1,8 +1,8 @@
-#include "Endurance.h"
+#include "Tests/process/Endurance.h"
 
 #include <gtest/gtest.h>
 
-#include "Mac.h"
+#include "Tests/process/Mac.h"
 
 namespace processtests {
 
@@ -17,7 +17,9 @@ struct Facts {
 };
 
 Facts factsNow(const Mac& mac) {
-  const auto helper = factsOf(mac.helper().value_or(0));
+  const pid_t pid = mac.helper().value_or(0);
+  pauseFor(0.2);  // The connection of the question before is closed by now.
+  const auto helper = factsOf(pid);
   const auto machine = factsOf(mac.machinePid());
   EXPECT_TRUE(helper && machine);
   return {helper.value_or(ProcessFacts{}), machine.value_or(ProcessFacts{})};

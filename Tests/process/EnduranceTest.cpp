@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "Endurance.h"
+#include "Tests/process/Endurance.h"
 
 namespace processtests {
 

@@ -3,8 +3,8 @@
 
 #include <filesystem>
 
-#include "Mac.h"
-#include "RawClient.h"
+#include "Tests/process/Mac.h"
+#include "Tests/process/RawClient.h"
 
 namespace processtests {
 

@@ -1,4 +1,4 @@
-#include "Journal.h"
+#include "Tests/process/Journal.h"
 
 #include <poll.h>
 #include <sys/socket.h>
@@ -11,7 +11,7 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "Program.h"
+#include "Tests/process/Program.h"
 
 namespace processtests {
 

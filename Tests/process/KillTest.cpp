@@ -4,8 +4,8 @@
 #include <random>
 #include <thread>
 
-#include "Mac.h"
-#include "RawClient.h"
+#include "Tests/process/Mac.h"
+#include "Tests/process/RawClient.h"
 
 namespace processtests {
 

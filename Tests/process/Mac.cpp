@@ -1,4 +1,4 @@
-#include "Mac.h"
+#include "Tests/process/Mac.h"
 
 #include <gtest/gtest.h>
 

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "Journal.h"
-#include "Program.h"
+#include "Tests/process/Journal.h"
+#include "Tests/process/Program.h"
 
 namespace processtests {
 

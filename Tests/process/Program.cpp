@@ -1,4 +1,4 @@
-#include "Program.h"
+#include "Tests/process/Program.h"
 
 #include <fcntl.h>
 #include <poll.h>

@@ -1,4 +1,4 @@
-#include "RawClient.h"
+#include "Tests/process/RawClient.h"
 
 #include <poll.h>
 #include <sys/socket.h>

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "Mac.h"
+#include "Tests/process/Mac.h"
 
 namespace processtests {
 

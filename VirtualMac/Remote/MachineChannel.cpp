@@ -14,6 +14,7 @@ namespace virtualmac {
 MachineChannel::MachineChannel(int descriptor) : socket(descriptor) {}
 
 MachineChannel::~MachineChannel() {
+  closing = true;
   ::shutdown(socket, SHUT_RDWR);
   if (readingThread.joinable()) readingThread.join();
   ::close(socket);
@@ -74,15 +75,20 @@ bool MachineChannel::readExactly(char* into, std::size_t size) {
 }
 
 void MachineChannel::readLoop() {
+  const std::string reason = readFrames();
+  if (!closing) endHandler(reason);
+}
+
+std::string MachineChannel::readFrames() {
   std::string body;
   for (;;) {
     std::array<char, wireHeaderSize> header{};
-    if (!readExactly(header.data(), header.size())) return endHandler("the machine is gone");
+    if (!readExactly(header.data(), header.size())) return "the machine is gone";
     const std::uint32_t length = wireBodyLength(header);
-    if (length > wireFrameLimit) return endHandler("an oversized frame from the machine");
+    if (length > wireFrameLimit) return "an oversized frame from the machine";
     body.resize(length);
-    if (!readExactly(body.data(), body.size())) return endHandler("the machine is gone");
-    if (!takeFrame(body)) return endHandler("a frame from the machine that makes no sense");
+    if (!readExactly(body.data(), body.size())) return "the machine is gone";
+    if (!takeFrame(body)) return "a frame from the machine that makes no sense";
   }
 }
 

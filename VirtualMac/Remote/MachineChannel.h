@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
@@ -78,10 +79,12 @@ class MachineChannel {
   void send(std::uint32_t ticket, CallNumber number, std::string_view arguments);
   void checkAnswer(CallNumber number, WireReader& reader);
   void readLoop();
+  std::string readFrames();
   bool readExactly(char* into, std::size_t size);
   bool takeFrame(const std::string& body);
 
   int socket;
+  std::atomic<bool> closing = false;
   Listener listener;
   EndHandler endHandler;
   std::mutex sendMutex;  ///< One frame at a time; never held while waiting for an answer.

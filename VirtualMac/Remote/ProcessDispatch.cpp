@@ -181,10 +181,7 @@ std::unique_ptr<korvel::LockPrimitive> ProcessDispatch::makeLock() {
 
 void ProcessDispatch::ignoreDefaultAction(int signalNumber) { main->signals.add(signalNumber); }
 
-void ProcessDispatch::runMainLoop() {
-  main->context.restart();
-  main->context.run();
-}
+void ProcessDispatch::runMainLoop() { main->context.run(); }
 
 void ProcessDispatch::postToMain(std::function<void()> work) {
   asio::post(main->context, std::move(work));

@@ -41,7 +41,8 @@ class ProcessDispatch final : public korvel::Dispatch {
 
   /// Runs `work` on the main thread, in the order posted. Any thread.
   void postToMain(std::function<void()> work);
-  /// Lets runMainLoop return. Only tests end a loop; a process ends by exit.
+  /// Lets runMainLoop return, also one that has yet to begin. Only tests end a loop; a process ends
+  /// by exit.
   void stopMainLoop();
 
  private:

@@ -189,4 +189,6 @@ RemotePlatform::~RemotePlatform() = default;
 
 korvel::Platform& RemotePlatform::platform() { return parts->platform; }
 
+ProcessDispatch& RemotePlatform::dispatch() { return parts->dispatch; }
+
 }  // namespace virtualmac

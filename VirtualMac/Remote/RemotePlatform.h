@@ -7,6 +7,8 @@
 
 namespace virtualmac {
 
+class ProcessDispatch;
+
 /// What launchd gives to a helper that it starts.
 struct LaunchOptions {
   int machineDescriptor = -1;  ///< One end of a stream socket; the machine has the other.
@@ -31,6 +33,8 @@ class RemotePlatform {
   RemotePlatform& operator=(const RemotePlatform&) = delete;
 
   [[nodiscard]] korvel::Platform& platform();
+  /// The platform's queues and main loop, for whoever has to post to that loop or end it.
+  [[nodiscard]] ProcessDispatch& dispatch();
 
  private:
   struct Parts;

@@ -31,6 +31,9 @@ constexpr std::size_t mostWaitingLines = 100'000;
 
 /// What the sessions share. A session that is dropped with the event loop outlives it.
 struct Shared {
+  Shared(MachineServer& machineServer, std::function<void()> downHandler)
+      : server(machineServer), down(std::move(downHandler)) {}
+
   MachineServer& server;
   std::function<void()> down;
   /// How many connections speak for each identified process: a pid is forgotten with the last.
@@ -173,7 +176,7 @@ class Session final : public std::enable_shared_from_this<Session> {
 
 struct ControlServer::Parts {
   Parts(MachineServer& server, std::function<void()> down)
-      : shared(new Shared{server, std::move(down), {}}), acceptor(server.context()) {}
+      : shared(std::make_shared<Shared>(server, std::move(down))), acceptor(server.context()) {}
 
   void accept() {
     acceptor.async_accept([this](const std::error_code& error, Protocol::socket socket) {

@@ -43,22 +43,22 @@ std::string enforcement(const HelperState& state) {
 }
 
 std::string chargingWay(const HelperCapabilities& capabilities) {
-  if (capabilities.tahoeCharging) return "CHTE";
-  if (capabilities.preTahoeCharging) return "CH0B and CH0C";
-  if (capabilities.nativeCharging) return "the charge limit of macOS";
-  return "no way: this Mac has no charging control";
+  if (capabilities.tahoeCharging) return "by CHTE";
+  if (capabilities.preTahoeCharging) return "by CH0B and CH0C";
+  if (capabilities.nativeCharging) return "by the charge limit of macOS";
+  return "cannot be controlled on this Mac";
 }
 
 std::string dischargeWay(const HelperCapabilities& capabilities) {
-  if (capabilities.tahoeDischarge) return "CHIE";
-  if (capabilities.preTahoeDischarge) return "CH0I and CH0J";
-  return "no way: this Mac cannot discharge on its adapter";
+  if (capabilities.tahoeDischarge) return "by CHIE";
+  if (capabilities.preTahoeDischarge) return "by CH0I and CH0J";
+  return "cannot be controlled on this Mac";
 }
 
 }  // namespace
 
 std::string capabilitiesText(const HelperCapabilities& capabilities) {
-  return fmt::format("charging       by {}\ndischarge      by {}\n", chargingWay(capabilities),
+  return fmt::format("charging       {}\ndischarge      {}\n", chargingWay(capabilities),
                      dischargeWay(capabilities));
 }
 

@@ -1,0 +1,195 @@
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+#include "VirtualMac/Machine/Machine.h"
+#include "VirtualMac/Remote/DiskWatch.h"
+#include "VirtualMac/Remote/MachineHalf.h"
+#include "VirtualMac/Remote/RemoteInterface.h"
+
+namespace virtualmac {
+namespace {
+
+/// The machine's half with bytes put in by hand.
+class CallsTest : public testing::Test {
+ protected:
+  struct Served {
+    std::string failure;
+    std::string result;
+  };
+  Served serve(RemoteCall call, const WireWriter& arguments) {
+    return serveNumber(static_cast<CallNumber>(call), arguments.body());
+  }
+  Served serveNumber(CallNumber number, const std::string& arguments) {
+    WireReader reader(arguments);
+    WireWriter writer;
+    half.serve(number, reader, writer);
+    return {reader.failure(), writer.body()};
+  }
+
+  Journal journal{[this] { return machine.totalSeconds(); }};
+  Machine machine{loadProfile("newer-keys").value(), journal};
+  DiskWatch disk{journal, "/nowhere"};
+  std::shared_ptr<HelperProcess> process = machine.startProcess(412);
+  MachineHalf half{machine, *process, journal, disk};
+};
+
+}  // namespace
+
+// The numbers of the seam's calls are those of the table, in both halves.
+TEST_F(CallsTest, TheSeamsCallsKeepTheirNumbers) {
+  EXPECT_EQ(static_cast<std::size_t>(RemoteCall::codeRelease),
+            static_cast<std::size_t>(SeamCall::codeRelease));
+  EXPECT_EQ(static_cast<std::size_t>(RemoteCall::hostAnnounceFileCall), seamCallCount);
+}
+
+TEST_F(CallsTest, ResultsAndOutArgumentsComeBack) {
+  WireWriter match;
+  const std::string matched = serve(RemoteCall::smcMatchAppleSMC, match).result;
+  WireReader matchedReader(matched);
+  const std::int64_t name = matchedReader.i64();
+  ASSERT_NE(name, 0);
+  WireWriter open;
+  open.i64(name);
+  open.i64(99);  // The connection as it was.
+  const Served opened = serve(RemoteCall::smcOpen, open);
+  EXPECT_EQ(opened.failure, "");
+  WireReader reader(opened.result);
+  EXPECT_EQ(reader.i64(), korvel::kernSuccess);
+  EXPECT_NE(reader.i64(), 99);
+  EXPECT_TRUE(reader.finish());
+}
+
+// A call whose arguments do not read is not made.
+TEST_F(CallsTest, ACallWithWrongArgumentsIsNotMade) {
+  WireWriter call;
+  call.text("SleepDisabled");
+  call.u8(2);
+  EXPECT_EQ(serve(RemoteCall::settingsSet, call).failure, "a Boolean that is neither 0 nor 1");
+  WireWriter tooMuch;
+  tooMuch.text("SleepDisabled");
+  tooMuch.u8(1);
+  tooMuch.u8(1);
+  EXPECT_EQ(serve(RemoteCall::settingsSet, tooMuch).failure,
+            "bytes left over after the last value");
+  WireWriter tooLittle;
+  tooLittle.text("SleepDisabled");
+  EXPECT_EQ(serve(RemoteCall::settingsSet, tooLittle).failure,
+            "truncated: a value reaches beyond the end");
+  EXPECT_FALSE(machine.power.sleepDisabled());
+  WireWriter right;
+  right.text("SleepDisabled");
+  right.u8(1);
+  EXPECT_EQ(serve(RemoteCall::settingsSet, right).failure, "");
+  EXPECT_TRUE(machine.power.sleepDisabled());
+}
+
+TEST_F(CallsTest, ANumberThatItsTypeCannotHoldIsAFailure) {
+  WireWriter call;
+  call.i64(std::int64_t{1} << 40U);
+  EXPECT_EQ(serve(RemoteCall::registryObjectRelease, call).failure,
+            "a number that its type cannot hold");
+}
+
+TEST_F(CallsTest, UnknownNumbersAndFileCallsAreFailures) {
+  EXPECT_EQ(serveNumber(static_cast<CallNumber>(remoteCallCount), "").failure,
+            "no call has this number");
+  EXPECT_EQ(serveNumber(0xFFFF, "").failure, "no call has this number");
+  EXPECT_EQ(serve(RemoteCall::fileUnlink, {}).failure,
+            "file calls are made in the helper's own process");
+}
+
+// No bytes whatever make a call do anything but fail or succeed.
+TEST_F(CallsTest, NoiseForEveryCallIsSurvived) {
+  half.setTimeSource([] { return MachineTime{}; });
+  Random random(1);
+  for (CallNumber number = 0; number < remoteCallCount; ++number) {
+    for (int round = 0; round < 50; ++round) {
+      std::string noise(random.below(60), '\0');
+      for (char& byte : noise) byte = static_cast<char>(random.next());
+      serveNumber(number, noise);
+    }
+  }
+  EXPECT_TRUE(process->isAlive());
+}
+
+TEST_F(CallsTest, FaultsOfTheDiskTakeTheFileCallsPlace) {
+  const auto verdict = [&](SeamCall call) {
+    WireWriter arguments;
+    put(arguments, call);
+    const Served served = serve(RemoteCall::hostAnnounceFileCall, arguments);
+    WireReader reader(served.result);
+    FileVerdict answer;
+    get(reader, answer);
+    EXPECT_TRUE(reader.finish()) << reader.failure();
+    return answer;
+  };
+  EXPECT_FALSE(verdict(SeamCall::fileWrite).fault);
+  machine.disk.full = true;
+  EXPECT_EQ(verdict(SeamCall::fileWrite).fault->code, ENOSPC);
+  EXPECT_FALSE(verdict(SeamCall::fileUnlink).fault);
+  machine.disk.full = false;
+  machine.disk.readOnly = true;
+  EXPECT_EQ(verdict(SeamCall::fileOpenExclusive).fault->code, EROFS);
+  machine.disk.readOnly = false;
+  machine.disk.failCall("fsync", EIO);
+  EXPECT_EQ(verdict(SeamCall::fileFsync).fault->code, EIO);
+  machine.disk.shortWriteBytes = 3;
+  EXPECT_EQ(verdict(SeamCall::fileWrite).writeLimit, 3U);
+  machine.disk.replaceFails = true;
+  EXPECT_TRUE(verdict(SeamCall::fileReplaceItem).fault);
+}
+
+TEST_F(CallsTest, ALatencyBelongsToTheCallThatItIsSetFor) {
+  machine.setLatencySeconds(SeamCall::fileFsync, 2);
+  machine.setLatencySeconds(SeamCall::smcOpen, 3);
+  WireWriter fsync;
+  put(fsync, SeamCall::fileFsync);
+  const auto announce = static_cast<CallNumber>(RemoteCall::hostAnnounceFileCall);
+  EXPECT_EQ(half.latencySeconds(announce, fsync.body()), 2);
+  EXPECT_EQ(half.latencySeconds(announce, ""), 0);
+  EXPECT_EQ(half.latencySeconds(static_cast<CallNumber>(RemoteCall::smcOpen), ""), 3);
+  EXPECT_EQ(half.latencySeconds(static_cast<CallNumber>(RemoteCall::hostTime), ""), 0);
+}
+
+TEST_F(CallsTest, RequirementsAreJudgedByTheMachinesSignatures) {
+  machine.signatures.setPid(77, "app");
+  machine.signatures.setPid(78, "other-team");
+  const auto satisfies = [&](std::int64_t pid, std::string_view text) {
+    WireWriter arguments;
+    arguments.i64(pid);
+    arguments.text(text);
+    return serve(RemoteCall::hostSatisfies, arguments).result == std::string(1, '\1');
+  };
+  const std::string team = R"(certificate leaf[subject.OU] = "ABCDE12345")";
+  EXPECT_TRUE(satisfies(77, team));
+  EXPECT_FALSE(satisfies(78, team));
+  EXPECT_FALSE(satisfies(79, team)) << "nobody knows that pid";
+  EXPECT_FALSE(satisfies(77, "certificate leaf["));
+}
+
+// The state file lies on a real disk: what a helper put there is told once, field by field, also
+// when it did not live to speak of it.
+TEST(DiskWatchTest, TellsWhatReplacementsChanged) {
+  std::string root = "/tmp/korvel-watch-XXXXXX";
+  ASSERT_NE(::mkdtemp(root.data()), nullptr);
+  const std::string folder = "/Library/Application Support/com.korvel.app.helper";
+  std::filesystem::create_directories(root + folder);
+  Journal journal([] { return 0.0; });
+  DiskWatch watch(journal, root);
+  const auto put = [&](const char* text) { std::ofstream(root + folder + "/state.json") << text; };
+  put(R"({"chargeLimit": 80, "topUpActive": false})");
+  watch.replaced(folder + "/state.json");
+  put(R"({"chargeLimit": 70, "topUpActive": false})");
+  watch.look();
+  watch.look();
+  EXPECT_EQ(journal.text(),
+            "0.000 disk  state.json created: chargeLimit=80 topUpActive=false\n"
+            "0.000 disk  state.json replaced: chargeLimit=70\n");
+  std::filesystem::remove_all(root);
+}
+
+}  // namespace virtualmac

@@ -1,0 +1,104 @@
+#include "VirtualMac/Tools/Timekeeper.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "VirtualMac/Tools/Nearest.h"
+#include "VirtualMac/Tools/StateText.h"
+
+namespace virtualmac {
+namespace {
+
+class TimekeeperTest : public testing::Test {
+ protected:
+  asio::io_context context{1};
+  Journal journal{[this] { return machine.totalSeconds(); }};
+  Machine machine{loadProfile("newer-keys").value(), journal};
+  Timekeeper keeper{context, machine, 1e6};
+};
+
+}  // namespace
+
+TEST_F(TimekeeperTest, TheMachineCatchesUpWithRealTime) {
+  const Nanoseconds before = machine.totalNanoseconds();
+  keeper.catchUp();
+  EXPECT_GT(machine.totalNanoseconds(), before);
+}
+
+// What is said of the time holds at the moment to which the machine has caught up.
+TEST_F(TimekeeperTest, TheTimeThatIsToldIsTheMachines) {
+  keeper.catchUp();
+  const MachineTime time = keeper.time();
+  EXPECT_EQ(time.uptime, machine.uptimeNanoseconds());
+  EXPECT_EQ(uptimeAt(time, time.steadyNanoseconds), machine.uptimeNanoseconds());
+  EXPECT_LE(time.steadyNanoseconds, steadyNow());
+  EXPECT_EQ(time.speed, 1e6);
+}
+
+TEST_F(TimekeeperTest, FallingAsleepAndWakingAreTold) {
+  std::vector<bool> frozen;
+  keeper.setClockHandler([&](const MachineTime& time) { frozen.push_back(time.frozen); });
+  machine.power.requestSleep();
+  keeper.settle();
+  machine.power.wake();
+  keeper.settle();
+  EXPECT_EQ(frozen, (std::vector<bool>{true, false}));
+}
+
+TEST_F(TimekeeperTest, AnotherSpeedIsToldAndTimeDoesNotJump) {
+  std::vector<double> speeds;
+  keeper.setClockHandler([&](const MachineTime& time) { speeds.push_back(time.speed); });
+  keeper.setSpeed(0.01);
+  EXPECT_EQ(speeds, std::vector<double>{0.01});
+  const Nanoseconds before = machine.totalNanoseconds();
+  keeper.catchUp();
+  EXPECT_LT(machine.totalNanoseconds() - before, nanosecondsPerSecond);
+}
+
+// The machine's own next event wakes the keeper: it falls due without anybody asking.
+TEST_F(TimekeeperTest, EventsHappenByThemselves) {
+  const int before = machine.battery.percent();
+  bool changed = false;
+  keeper.setSettledHandler([&] {
+    changed = machine.battery.percent() != before;
+    if (changed) context.stop();
+  });
+  keeper.settle();
+  context.run();
+  EXPECT_TRUE(changed);
+}
+
+TEST(NearestTest, NamesTheNearestWordWhenOneIsNear) {
+  EXPECT_EQ(unknownWord("lid", "opne", {"open", "closed"}),
+            "lid \"opne\" is unknown, did you mean \"open\"? (allowed: open, closed)");
+  EXPECT_EQ(unknownWord("lid", "sideways", {"open", "closed"}),
+            "lid \"sideways\" is unknown (allowed: open, closed)");
+}
+
+TEST(StateTextTest, BannersComeFirstAndTheReasonIsGiven) {
+  korvel::HelperState state;
+  korvel::HelperCapabilities capabilities;
+  capabilities.tahoeCharging = true;
+  EXPECT_EQ(stateText(state, capabilities),
+            "limit          80 %\n"
+            "enforced       nothing: no limit was ever set\n"
+            "charging       by CHTE\n"
+            "discharge      cannot be controlled on this Mac\n"
+            "last write     never\n"
+            "helper         unknown version\n");
+  state.lastWriteAt = korvel::Date{0};
+  state.lastWriteVerified = false;
+  state.lastDischargeAbortReason = "Stopped: the battery is hot.";
+  state.sleepDisabledByKorvel = true;
+  const std::string text = stateText(state, capabilities);
+  EXPECT_TRUE(
+      text.starts_with("! The last change of the charging hardware did not take hold.\n"
+                       "! Stopped: the battery is hot.\n"
+                       "! The Mac is kept awake with its lid closed.\n"
+                       "limit          80 %\n"
+                       "enforced       charging stops at 80 %, goes on below 75 %\n"))
+      << text;
+}
+
+}  // namespace virtualmac
