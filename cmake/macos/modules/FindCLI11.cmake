@@ -1,0 +1,10 @@
+# CLI11 for a cross build: headers only.
+include(KorvelHostHeaders)
+if(NOT TARGET CLI11::CLI11)
+  korvel_host_headers(CLI11::CLI11 PROBE CLI/CLI.hpp ENTRIES CLI)
+endif()
+if(TARGET CLI11::CLI11)
+  set(CLI11_TARGET CLI11::CLI11)
+endif()
+include(FindPackageHandleStandardArgs)
+find_package_handle_standard_args(CLI11 REQUIRED_VARS CLI11_TARGET)
