@@ -33,7 +33,9 @@ Mac::Mac(const MacOptions& options) : directory(freshDirectory()) {
 }
 
 Mac::~Mac() {
-  if (isAlive(machine)) EXPECT_EQ(command({"down"}).status, 0);
+  if (isAlive(machine)) {
+    EXPECT_EQ(command({"down"}).status, 0);
+  }
   if (testing::Test::HasFailure()) {
     std::cout << "journal of the failed test:\n" << readFile(directory + "/journal");
     std::cout << readFile(directory + "/helper.stderr");

@@ -41,12 +41,12 @@ inline void put(WireWriter& to, std::string_view value) { to.text(value); }
 inline void put(WireWriter& to, const std::string& value) { to.text(value); }
 inline void put(WireWriter& to, const korvel::PropertyValue& value) { to.property(value); }
 inline void put(WireWriter& to, korvel::Date value) { to.real(value.secondsSinceReference); }
-template <std::size_t size>
-void put(WireWriter& to, std::span<std::uint8_t, size> value) {
+template <std::size_t Size>
+void put(WireWriter& to, std::span<std::uint8_t, Size> value) {
   to.raw(value);
 }
-template <std::size_t size>
-void put(WireWriter& to, std::span<const std::uint8_t, size> value) {
+template <std::size_t Size>
+void put(WireWriter& to, std::span<const std::uint8_t, Size> value) {
   to.raw(value);
 }
 inline void put(WireWriter&, void*) {}
@@ -76,8 +76,8 @@ inline void get(WireReader& from, korvel::PropertyValue& value) { value = from.p
 inline void get(WireReader& from, korvel::Date& value) {
   value.secondsSinceReference = from.real();
 }
-template <std::size_t size>
-void get(WireReader& from, std::array<std::uint8_t, size>& value) {
+template <std::size_t Size>
+void get(WireReader& from, std::array<std::uint8_t, Size>& value) {
   from.raw(value);
 }
 inline void get(WireReader&, void*& value) { value = nullptr; }
@@ -101,17 +101,17 @@ template <>
 struct ArgumentStorage<std::string_view> {
   using Type = std::string;
 };
-template <class Byte, std::size_t size>
-struct ArgumentStorage<std::span<Byte, size>> {
-  using Type = std::array<std::uint8_t, size>;
+template <class Byte, std::size_t Size>
+struct ArgumentStorage<std::span<Byte, Size>> {
+  using Type = std::array<std::uint8_t, Size>;
 };
 
 /// Arguments that come back.
 template <class Argument>
 inline constexpr bool isOutArgument =
     std::is_lvalue_reference_v<Argument> && !std::is_const_v<std::remove_reference_t<Argument>>;
-template <std::size_t size>
-inline constexpr bool isOutArgument<std::span<std::uint8_t, size>> = true;
+template <std::size_t Size>
+inline constexpr bool isOutArgument<std::span<std::uint8_t, Size>> = true;
 
 /// Takes an out-argument's new value into the caller's variable; leaves others alone.
 template <class Argument, class Variable>

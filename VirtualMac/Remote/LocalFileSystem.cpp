@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
+#include <system_error>
 #include <utility>
 
 namespace virtualmac {
@@ -38,12 +38,15 @@ ErrorObject cocoaError(std::int64_t code, std::string text) {
 }
 
 ErrorObject replaceError(int error) {
-  return cocoaError(error == ENOENT ? noSuchFileError : writeUnknownError, std::strerror(error));
+  return cocoaError(error == ENOENT ? noSuchFileError : writeUnknownError,
+                    std::system_category().message(error));
 }
 
 ErrorObject readError(int error) {
-  if (error == ENOENT) return cocoaError(readNoSuchFileError, std::strerror(error));
-  return cocoaError(error == EFBIG ? readTooLargeError : readUnknownError, std::strerror(error));
+  if (error == ENOENT)
+    return cocoaError(readNoSuchFileError, std::system_category().message(error));
+  return cocoaError(error == EFBIG ? readTooLargeError : readUnknownError,
+                    std::system_category().message(error));
 }
 
 std::expected<std::string, ErrorObject> readAll(int descriptor, std::size_t size) {

@@ -1,8 +1,8 @@
 #include "VirtualMac/Remote/MachineHalf.h"
 
 #include <cerrno>
-#include <cstring>
 #include <limits>
+#include <system_error>
 #include <type_traits>
 #include <utility>
 
@@ -92,7 +92,7 @@ FileVerdict fileVerdict(const Disk& disk, SeamCall call) {
   if (error == 0 && call == SeamCall::fileReplaceItem && disk.replaceFails) error = EIO;
   FileVerdict verdict;
   verdict.writeLimit = disk.shortWriteBytes.value_or(std::numeric_limits<std::uint32_t>::max());
-  if (error != 0) verdict.fault = InjectedFault{error, std::strerror(error)};
+  if (error != 0) verdict.fault = InjectedFault{error, std::system_category().message(error)};
   return verdict;
 }
 
@@ -187,12 +187,11 @@ double MachineHalf::latencySeconds(CallNumber number, std::string_view arguments
 }
 
 void MachineHalf::serve(CallNumber number, WireReader& arguments, WireWriter& result) {
-  using namespace remotecalls;
   switch (static_cast<RemoteCall>(number)) {
 #define SEAM_CALL(id, interface, method, kind)                  \
   case RemoteCall::id:                                          \
-    return parts->serve<interface>(                             \
-        &interface::method,                                     \
+    return parts->serve<remotecalls::interface>(                \
+        &remotecalls::interface::method,                        \
         [](auto& answering, auto&... given) -> decltype(auto) { \
           return answering.method(given...);                    \
         },                                                      \

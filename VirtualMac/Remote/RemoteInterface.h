@@ -54,6 +54,7 @@ using korvel::SmartChargeRuntime;
 using korvel::SMCUserClient;
 using korvel::UnifiedLog;
 using korvel::WallClock;
+using virtualmac::HelperHost;
 
 template <class Interface>
 class Connected : public Interface {
@@ -65,9 +66,9 @@ class Connected : public Interface {
 };
 
 /// Which function a call is; and a class that overrides it.
-template <RemoteCall call>
+template <RemoteCall Call>
 struct Line;
-template <RemoteCall call, class Base, class Method>
+template <RemoteCall Call, class Base, class Method>
 class Override;
 
 #define SEAM_CALL(id, interface, method, kind)                                              \
@@ -90,15 +91,15 @@ class Override;
 #include "VirtualMac/Remote/HostCalls.def"
 #undef SEAM_CALL
 
-/// Base with the overrides of all lines from `index` on that belong to Interface.
-template <class Interface, class Base, std::size_t index>
+/// Base with the overrides of all lines from `Index` on that belong to Interface.
+template <class Interface, class Base, std::size_t Index>
 struct Stack {
-  static constexpr auto call = static_cast<RemoteCall>(index);
+  static constexpr auto call = static_cast<RemoteCall>(Index);
   using Next =
       std::conditional_t<std::is_same_v<typename Line<call>::Interface, Interface>,
                          Override<call, Base, std::remove_const_t<decltype(Line<call>::function)>>,
                          Base>;
-  using Type = typename Stack<Interface, Next, index + 1>::Type;
+  using Type = typename Stack<Interface, Next, Index + 1>::Type;
 };
 template <class Interface, class Base>
 struct Stack<Interface, Base, remoteCallCount> {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string>
@@ -11,7 +12,7 @@
 namespace virtualmac {
 
 /// The largest body of one frame. What is longer is an attack or a defect.
-inline constexpr std::size_t wireFrameLimit = 256 * 1024;
+inline constexpr std::size_t wireFrameLimit = std::size_t{256} * 1024;
 /// The bytes before a body: its length, little-endian.
 inline constexpr std::size_t wireHeaderSize = 4;
 

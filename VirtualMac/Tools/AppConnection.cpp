@@ -10,6 +10,7 @@
 #include <chrono>
 #include <cstring>
 #include <nlohmann/json.hpp>
+#include <system_error>
 #include <utility>
 
 #include "KorvelHelperProtocol.h"
@@ -69,7 +70,7 @@ std::expected<AppConnection, std::string> AppConnection::open(const RootDirector
   if (connected >= 0 &&
       ::connect(connected, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0)
     return AppConnection(connected, *std::move(machine));
-  const std::string reason = std::strerror(errno);
+  const std::string reason = std::system_category().message(errno);
   if (connected >= 0) ::close(connected);
   return std::unexpected("the service cannot be reached: " + reason);
 }

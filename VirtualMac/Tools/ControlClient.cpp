@@ -10,6 +10,7 @@
 #include <chrono>
 #include <cstring>
 #include <nlohmann/json.hpp>
+#include <system_error>
 #include <utility>
 
 #include "VirtualMac/Remote/HostSystem.h"
@@ -27,7 +28,8 @@ std::expected<ControlClient, std::string> ControlClient::connect(const RootDirec
     return std::unexpected("the path " + path + " is too long for a socket");
   std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
   const int connected = hostsystem::unixSocket();
-  if (connected < 0) return std::unexpected(std::string("no socket: ") + std::strerror(errno));
+  if (connected < 0)
+    return std::unexpected(std::string("no socket: ") + std::system_category().message(errno));
   if (::connect(connected, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0)
     return ControlClient(connected);
   ::close(connected);

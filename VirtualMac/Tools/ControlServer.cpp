@@ -25,7 +25,7 @@ using Protocol = asio::local::stream_protocol;
 
 namespace {
 
-constexpr std::size_t longestLine = 64 * 1024;
+constexpr std::size_t longestLine = std::size_t{64} * 1024;
 /// A follower that does not read for this many lines is let go.
 constexpr std::size_t mostWaitingLines = 100'000;
 

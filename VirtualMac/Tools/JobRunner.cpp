@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <system_error>
 #include <utility>
 
 #include "VirtualMac/Remote/HostSystem.h"
@@ -85,7 +86,7 @@ std::optional<std::string> JobRunner::listen() {
   if (listening < 0 ||
       ::bind(listening, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
       ::listen(listening, longestQueue) != 0) {
-    const std::string reason = std::strerror(errno);
+    const std::string reason = std::system_category().message(errno);
     if (listening >= 0) ::close(listening);
     return path + ": " + reason;
   }
@@ -145,7 +146,8 @@ void JobRunner::act(const std::vector<LaunchdAction>& actions) {
 void JobRunner::start() {
   std::array<int, 2> ends{};
   if (!hostsystem::unixSocketPair(ends)) {
-    problemHandler(std::string("no connection to a helper can be made: ") + std::strerror(errno));
+    problemHandler(std::string("no connection to a helper can be made: ") +
+                   std::system_category().message(errno));
     act(launchd.exited(machine.totalNanoseconds()));
     return;
   }
@@ -205,7 +207,7 @@ std::optional<pid_t> JobRunner::spawn(int machineEnd) {
   ::close(machineCopy);
   ::close(serviceCopy);
   if (error == 0) return pid;
-  problemHandler(program + " cannot be started: " + std::strerror(error));
+  problemHandler(program + " cannot be started: " + std::system_category().message(error));
   return std::nullopt;
 }
 

@@ -9,7 +9,6 @@
 #include <asio/signal_set.hpp>
 #include <cerrno>
 #include <csignal>
-#include <cstring>
 #include <filesystem>
 
 #include "VirtualMac/Remote/HostSystem.h"
@@ -103,9 +102,10 @@ std::expected<pid_t, std::string> startMachine(const MachineOptions& options) {
   std::error_code error;
   std::filesystem::create_directories(options.root.path, error);
   if (!hostsystem::pipe(ends))
-    return std::unexpected(std::string("no pipe: ") + std::strerror(errno));
+    return std::unexpected(std::string("no pipe: ") + std::system_category().message(errno));
   const pid_t child = ::fork();
-  if (child < 0) return std::unexpected(std::string("no process: ") + std::strerror(errno));
+  if (child < 0)
+    return std::unexpected(std::string("no process: ") + std::system_category().message(errno));
   if (child == 0) {
     ::close(ends[0]);
     detach(options.root);

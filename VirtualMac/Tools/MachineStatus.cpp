@@ -16,8 +16,8 @@ namespace {
 constexpr std::string_view chargingKeys[] = {"CHTE", "CH0B", "CH0C"};
 constexpr std::string_view inflowKeys[] = {"CHIE", "CH0I", "CH0J"};
 
-template <std::size_t count>
-std::vector<std::string> presentKeys(const SMC& smc, const std::string_view (&names)[count]) {
+template <std::size_t Count>
+std::vector<std::string> presentKeys(const SMC& smc, const std::string_view (&names)[Count]) {
   std::vector<std::string> lines;
   for (const std::string_view name : names) {
     const auto bytes = smc.value(name);
