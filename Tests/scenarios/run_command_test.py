@@ -1,0 +1,109 @@
+#!/usr/bin/env python3
+"""Looks at `virtual-mac run` and at the demonstration from outside: exit codes, words, pictures.
+
+usage: run_command_test.py PROGRAMS CASE
+"""
+import pathlib
+import subprocess
+import sys
+import tempfile
+import xml.dom.minidom
+
+HERE = pathlib.Path(__file__).resolve().parent
+ROOT = HERE.parent.parent
+GALLERY = ROOT / "VirtualMac/Scenarios/gallery"
+
+
+def run(programs, *words):
+    return subprocess.run([str(programs / "virtual-mac"), "run", *map(str, words)], cwd=ROOT,
+                          capture_output=True, text=True, timeout=120, check=False)
+
+
+def expect(condition, done):
+    if not condition:
+        sys.exit(f"status {done.returncode}\n{done.stdout}\n{done.stderr}")
+
+
+def passing_stories_end_with_0(programs):
+    done = run(programs, GALLERY / "quit.yaml", GALLERY / "hand-back.yaml")
+    expect(done.returncode == 0 and done.stdout.count("passed  ") == 2, done)
+
+
+def a_failing_story_ends_with_1_and_a_report(programs):
+    path = "Tests/scenarios/data/fails.yaml"
+    done = run(programs, path, GALLERY / "quit.yaml")
+    expect(done.returncode == 1, done)
+    expect(f'{path}:10: at 00:01:00: expected "gate paused", but the gate is charging' in done.stdout,
+           done)
+    expect("the journal around it:\n" in done.stdout and "setChargeLimit ok" in done.stdout, done)
+    expect(f"run it again: virtual-mac run {path} --in-process\n" in done.stdout, done)
+    expect("passed  Leaving for good" in done.stdout, done)
+
+
+def defects_end_with_2_and_their_lines(programs):
+    path = "Tests/scenarios/data/defects.yaml"
+    done = run(programs, path)
+    expect(done.returncode == 2 and done.stdout == "", done)
+    expect(f"{path}:3: " in done.stderr and f"{path}:6: " in done.stderr, done)
+    expect("newer-kees" in done.stderr and "is it connect?" in done.stderr, done)
+
+
+def two_ways_at_once_are_refused(programs):
+    done = run(programs, GALLERY / "quit.yaml", "--in-process", "--processes")
+    expect(done.returncode == 2, done)
+
+
+def the_journal_is_printed_on_demand(programs):
+    done = run(programs, GALLERY / "quit.yaml", "--journal")
+    expect(done.returncode == 0 and " smc   CHIE <- 08\n" in done.stdout, done)
+
+
+def the_timeline_is_a_picture(programs):
+    with tempfile.TemporaryDirectory() as folder:
+        picture = pathlib.Path(folder, "out.svg")
+        done = run(programs, GALLERY / "quit.yaml", "--timeline", picture)
+        expect(done.returncode == 0, done)
+        document = xml.dom.minidom.parse(str(picture))
+        texts = [t.firstChild.data for t in document.getElementsByTagName("text") if t.firstChild]
+        expect({"Leaving for good", "limit 80 %", "quit", "paused"} <= set(texts), done)
+    done = run(programs, GALLERY / "quit.yaml", "--timeline", "/no/such/folder/out.svg")
+    expect(done.returncode == 1 and "cannot be written" in done.stderr, done)
+
+
+def demo(programs, timeline):
+    return subprocess.run([sys.executable, str(ROOT / "script/demo.py"), str(programs), str(timeline)],
+                          capture_output=True, text=True, timeout=170, check=False)
+
+
+def the_demonstration_sees_every_step(programs):
+    with tempfile.TemporaryDirectory() as folder:
+        picture = pathlib.Path(folder, "out.svg")
+        done = demo(programs, picture)
+        expect(done.returncode == 0 and "Every step was seen in the machine" in done.stdout, done)
+        xml.dom.minidom.parse(str(picture))
+
+
+def the_demonstration_fails_without_a_working_helper(programs):
+    with tempfile.TemporaryDirectory() as folder:
+        for name in ("virtual-mac", "korvel-app"):
+            # A link would lead the machine to the helper beside the real program.
+            pathlib.Path(folder, name).write_bytes((programs / name).read_bytes())
+            pathlib.Path(folder, name).chmod(0o755)
+        broken = pathlib.Path(folder, "KorvelHelper")
+        broken.write_text("#!/bin/sh\nexit 1\n", encoding="utf-8")
+        broken.chmod(0o755)
+        picture = pathlib.Path(folder, "out.svg")
+        done = demo(pathlib.Path(folder), picture)
+        expect(done.returncode == 1 and "NOT SEEN" in done.stdout and not picture.exists(), done)
+
+
+CASES = [passing_stories_end_with_0, a_failing_story_ends_with_1_and_a_report,
+         defects_end_with_2_and_their_lines, two_ways_at_once_are_refused,
+         the_journal_is_printed_on_demand, the_timeline_is_a_picture,
+         the_demonstration_sees_every_step, the_demonstration_fails_without_a_working_helper]
+
+if __name__ == "__main__":
+    if len(sys.argv) != 3:
+        sys.exit(__doc__)
+    named = {case.__name__: case for case in CASES}
+    named[sys.argv[2]](pathlib.Path(sys.argv[1]).resolve())
