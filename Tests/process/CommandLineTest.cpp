@@ -49,6 +49,10 @@ TEST(CommandLineTest, ARootThatIsTooLongForASocketIsNamed) {
   std::filesystem::remove_all(root);
 }
 
+TEST(CommandLineTest, ARootThatCannotBeMadeIsNamed) {
+  expectSays(run("virtual-mac", {"--root", "/proc/nowhere", "up"}), 1, {"/proc/nowhere: "});
+}
+
 TEST(CommandLineTest, TwoMachinesDoNotShareARoot) {
   const Mac mac;
   expectSays(mac.command({"up"}), 1, {"already up in " + mac.root()});

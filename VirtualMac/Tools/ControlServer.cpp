@@ -7,7 +7,9 @@
 #include <asio/buffer.hpp>
 #include <asio/local/stream_protocol.hpp>
 #include <asio/read_until.hpp>
+#include <asio/steady_timer.hpp>
 #include <asio/write.hpp>
+#include <chrono>
 #include <deque>
 #include <map>
 #include <nlohmann/json.hpp>
@@ -176,18 +178,30 @@ class Session final : public std::enable_shared_from_this<Session> {
 
 struct ControlServer::Parts {
   Parts(MachineServer& server, std::function<void()> down)
-      : shared(std::make_shared<Shared>(server, std::move(down))), acceptor(server.context()) {}
+      : shared(std::make_shared<Shared>(server, std::move(down))),
+        acceptor(server.context()),
+        retry(server.context()) {}
 
   void accept() {
     acceptor.async_accept([this](const std::error_code& error, Protocol::socket socket) {
       if (error == asio::error::operation_aborted) return;
-      if (!error) std::make_shared<Session>(std::move(socket), shared)->read();
+      if (error) return acceptLater();
+      std::make_shared<Session>(std::move(socket), shared)->read();
       accept();
+    });
+  }
+
+  // Out of descriptors, mostly: who waits is served when others have gone.
+  void acceptLater() {
+    retry.expires_after(std::chrono::milliseconds(50));
+    retry.async_wait([this](const std::error_code& cancelled) {
+      if (!cancelled) accept();
     });
   }
 
   std::shared_ptr<Shared> shared;
   Protocol::acceptor acceptor;
+  asio::steady_timer retry;
 };
 
 ControlServer::ControlServer(MachineServer& machineServer, std::function<void()> down)

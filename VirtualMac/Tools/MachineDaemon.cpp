@@ -28,12 +28,17 @@ class RootLock {
   }
   RootLock(const RootLock&) = delete;
   RootLock& operator=(const RootLock&) = delete;
-  [[nodiscard]] bool isHeld() const {
-    return descriptor >= 0 && ::flock(descriptor, LOCK_EX | LOCK_NB) == 0;
+  /// None: held now; else why not.
+  [[nodiscard]] std::optional<std::string> take(const RootDirectory& root) const {
+    if (descriptor < 0) return root.path + ": " + std::system_category().message(reason);
+    if (::flock(descriptor, LOCK_EX | LOCK_NB) != 0)
+      return "a virtual Mac is already up in " + root.path;
+    return std::nullopt;
   }
 
  private:
   int descriptor;
+  int reason = errno;  ///< Why it could not be opened, if it could not.
 };
 
 void detach(const RootDirectory& root) {
@@ -74,18 +79,18 @@ int runMachine(const MachineOptions& options,
   std::error_code error;
   std::filesystem::create_directories(options.root.path, error);
   const RootLock lock(options.root);
-  if (!lock.isHeld()) {
-    ready("a virtual Mac is already up in " + options.root.path);
+  if (const auto problem = lock.take(options.root)) {
+    ready(*problem);
     return 1;
   }
   ::signal(SIGPIPE, SIG_IGN);
   asio::io_context context;
   MachineServer server(context, options);
   ControlServer control(server, [&context] { context.stop(); });
-  std::optional<std::string> problem = server.start();
-  if (!problem) problem = control.listen();
-  if (problem) {
-    ready(*problem);
+  std::optional<std::string> trouble = server.start();
+  if (!trouble) trouble = control.listen();
+  if (trouble) {
+    ready(*trouble);
     return 1;
   }
   asio::signal_set stop(context, SIGTERM, SIGINT);
