@@ -1,0 +1,207 @@
+// The helper as its own process: a request's round trip beside a bare ping-pong between two
+// processes, the time from its start to its first answer beside that of an empty program, and its
+// memory beside that program's.
+
+#include <benchmark/benchmark.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <string>
+#include <thread>
+
+#include "KorvelHelperProtocol.h"
+#include "VirtualMac/Tools/AppConnection.h"
+#include "VirtualMac/Tools/RootDirectory.h"
+
+namespace virtualmac {
+namespace {
+
+constexpr double timeoutSeconds = 5;
+
+std::string residentKiB(pid_t pid) {
+  std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+  for (std::string line; std::getline(status, line);) {
+    if (line.starts_with("VmRSS:")) return line.substr(6);
+  }
+  return {};
+}
+
+/// A virtual Mac of its own for the length of a benchmark.
+class MachineProcess {
+ public:
+  /// `speed` is how much faster than real time the machine runs.
+  explicit MachineProcess(int speed) {
+    std::array<char, 40> name{"/tmp/korvel-benchmark-XXXXXX"};
+    root.path = mkdtemp(name.data());
+    up = run("up --speed " + std::to_string(speed));
+  }
+  ~MachineProcess() {
+    run("down");
+    std::filesystem::remove_all(root.path);
+  }
+  MachineProcess(const MachineProcess&) = delete;
+  MachineProcess& operator=(const MachineProcess&) = delete;
+
+  bool run(const std::string& command) const {
+    const std::string line =
+        VIRTUAL_MAC_PROGRAM " --root " + root.path + " " + command + " >/dev/null";
+    return std::system(line.c_str()) == 0;
+  }
+  [[nodiscard]] std::optional<AppConnection> connect() const {
+    auto opened = AppConnection::open(root, "app");
+    if (!opened) return std::nullopt;
+    return *std::move(opened);
+  }
+
+  RootDirectory root;
+  bool up = false;
+};
+
+/// The values of one reply; empty when none came.
+std::vector<XPCValue> ask(AppConnection& app, std::string_view selector) {
+  const auto reply = app.call(*xpcOperation(selector), {}, timeoutSeconds);
+  return reply ? *reply : std::vector<XPCValue>();
+}
+
+void RoundTrip(benchmark::State& state, std::string_view selector) {
+  const MachineProcess machine(1);
+  std::optional<AppConnection> app = machine.connect();
+  if (!app || ask(*app, selector).empty()) {
+    state.SkipWithError("no helper");
+    return;
+  }
+  for (auto _ : state) {
+    if (ask(*app, selector).empty()) state.SkipWithError("no reply");
+  }
+}
+BENCHMARK_CAPTURE(RoundTrip, ping, korvel::KorvelHelperSelector::ping)
+    ->UseRealTime()
+    ->Unit(benchmark::kMicrosecond);
+BENCHMARK_CAPTURE(RoundTrip, getState, korvel::KorvelHelperSelector::getState)
+    ->UseRealTime()
+    ->Unit(benchmark::kMicrosecond);
+
+/// The floor: as many bytes there and back between two processes, with nothing in between.
+void BarePingPong(benchmark::State& state) {
+  std::array<int, 2> ends{};
+  if (socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends.data()) != 0) {
+    state.SkipWithError("no sockets");
+    return;
+  }
+  std::array<char, 64> message{};
+  const pid_t child = fork();
+  if (child == 0) {
+    close(ends[0]);
+    while (true) {
+      const ssize_t count = read(ends[1], message.data(), message.size());
+      if (count <= 0 || write(ends[1], message.data(), static_cast<std::size_t>(count)) != count) {
+        _exit(0);
+      }
+    }
+  }
+  close(ends[1]);
+  for (auto _ : state) {
+    if (write(ends[0], message.data(), message.size()) != 64 ||
+        read(ends[0], message.data(), message.size()) != 64) {
+      state.SkipWithError("the other process is gone");
+    }
+  }
+  close(ends[0]);
+  waitpid(child, nullptr, 0);
+}
+BENCHMARK(BarePingPong)->UseRealTime()->Unit(benchmark::kMicrosecond);
+
+/// From a connection to a service whose program does not run, to that program's first answer.
+void StartToFirstAnswer(benchmark::State& state) {
+  // Fast enough that launchd's ten seconds between two starts are soon over.
+  const MachineProcess machine(1000);
+  for (auto _ : state) {
+    const auto begin = std::chrono::steady_clock::now();
+    std::optional<AppConnection> app = machine.connect();
+    if (!app || ask(*app, korvel::KorvelHelperSelector::ping).empty()) {
+      state.SkipWithError("no answer");
+      return;
+    }
+    state.SetIterationTime(
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count());
+    ask(*app, korvel::KorvelHelperSelector::quit);
+    app.reset();
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  }
+}
+BENCHMARK(StartToFirstAnswer)->UseManualTime()->Iterations(20)->Unit(benchmark::kMillisecond);
+
+/// An empty program, started and heard from; ended when the object goes.
+class EmptyProgram {
+ public:
+  EmptyProgram() {
+    std::array<int, 2> ends{};
+    if (pipe(ends.data()) != 0) return;
+    pid = fork();
+    if (pid == 0) {
+      dup2(ends[1], STDOUT_FILENO);
+      execl(EMPTY_PROGRAM, EMPTY_PROGRAM, nullptr);
+      _exit(127);
+    }
+    close(ends[1]);
+    char said = 0;
+    spoke = read(ends[0], &said, 1) == 1;
+    close(ends[0]);
+  }
+  ~EmptyProgram() {
+    if (pid <= 0) return;
+    kill(pid, SIGKILL);
+    waitpid(pid, nullptr, 0);
+  }
+  EmptyProgram(const EmptyProgram&) = delete;
+  EmptyProgram& operator=(const EmptyProgram&) = delete;
+
+  pid_t pid = 0;
+  bool spoke = false;
+};
+
+void EmptyProgramToFirstByte(benchmark::State& state) {
+  for (auto _ : state) {
+    const auto begin = std::chrono::steady_clock::now();
+    const EmptyProgram program;
+    if (!program.spoke) state.SkipWithError("the empty program did not start");
+    state.SetIterationTime(
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count());
+  }
+}
+BENCHMARK(EmptyProgramToFirstByte)->UseManualTime()->Iterations(20)->Unit(benchmark::kMillisecond);
+
+/// Resident memory as counters, in KiB: the helper while it holds a limit, and an empty program.
+void ResidentMemory(benchmark::State& state) {
+  const MachineProcess machine(60);
+  std::optional<AppConnection> app = machine.connect();
+  const EmptyProgram empty;
+  if (!app || !empty.spoke) {
+    state.SkipWithError("no helper");
+    return;
+  }
+  const auto limited = app->call(*xpcOperation(korvel::KorvelHelperSelector::setChargeLimit),
+                                 {korvel::PropertyValue(80)}, timeoutSeconds);
+  const std::vector<XPCValue> answer = ask(*app, korvel::KorvelHelperSelector::ping);
+  if (!limited || answer.empty()) {
+    state.SkipWithError("no answer");
+    return;
+  }
+  app->stayConnected(2);
+  const auto pid = static_cast<pid_t>(*std::get<korvel::PropertyValue>(answer.front()).integer());
+  for (auto _ : state) benchmark::DoNotOptimize(residentKiB(pid));
+  state.counters["helperKiB"] = std::strtod(residentKiB(pid).c_str(), nullptr);
+  state.counters["emptyKiB"] = std::strtod(residentKiB(empty.pid).c_str(), nullptr);
+}
+BENCHMARK(ResidentMemory)->Iterations(1);
+
+}  // namespace
+}  // namespace virtualmac

@@ -1,0 +1,90 @@
+// What one steady enforcement tick costs, beside the platform calls that it must make anyway, and
+// how many virtual ticks a second of real time holds with the journal on.
+
+#include <benchmark/benchmark.h>
+
+#include <array>
+
+#include "Platform/IORegistry.h"
+#include "Platform/PowerSources.h"
+#include "Platform/SMCUserClient.h"
+#include "VirtualMac/InProcess/World.h"
+#include "VirtualMac/Machine/Machine.h"
+
+namespace virtualmac {
+namespace {
+
+constexpr double tickSeconds = 5;
+
+/// A Mac at its limit of 80 %, on the adapter, with charging paused: every tick is a steady one.
+class SteadyMac {
+ public:
+  SteadyMac() {
+    world.machine().battery.setPercent(80);
+    world.machine().adapter.connect();
+    app = world.connectApp();
+    app->await(app->setChargeLimit(80));
+    world.runFor(60);
+  }
+
+  World world;
+  std::unique_ptr<AppClient> app;
+};
+
+void SteadyTick(benchmark::State& state) {
+  SteadyMac mac;
+  const CallCounts before = mac.world.callCounts();
+  for (auto _ : state) mac.world.runFor(tickSeconds);
+  const CallCounts made = mac.world.callCounts() - before;
+  if (made[SeamCall::smcCallStruct] != static_cast<std::uint64_t>(state.iterations()) ||
+      made[SeamCall::logEmit] != 0) {
+    state.SkipWithError("the ticks were not steady");
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(SteadyTick);
+
+/// The same ticks a thousand at a time: what a simulation of days runs at.
+void VirtualTicksPerSecond(benchmark::State& state) {
+  SteadyMac mac;
+  constexpr int ticks = 1000;
+  for (auto _ : state) mac.world.runFor(tickSeconds * ticks);
+  state.SetItemsProcessed(state.iterations() * ticks);
+}
+BENCHMARK(VirtualTicksPerSecond)->Unit(benchmark::kMicrosecond);
+
+/// The floor of a tick: its readings and its one SMC read, called directly.
+void BarePlatformCallsOfATick(benchmark::State& state) {
+  SteadyMac mac;
+  mac.world.onMain([&] {
+    korvel::Platform& platform = mac.world.platform();
+    korvel::ConnectionRef connection = 0;
+    const korvel::ObjectRef smc = platform.smc.matchAppleSMC();
+    if (platform.smc.open(smc, connection) != korvel::kernSuccess) {
+      state.SkipWithError("no SMC");
+      return;
+    }
+    std::array<std::uint8_t, korvel::smcBlockSize> input{};
+    input[0] = 'E', input[1] = 'T', input[2] = 'H', input[3] = 'C';  // CHTE, little-endian
+    input[28] = 4;                                                   // its size
+    input[42] = 5;                                                   // read
+    for (auto _ : state) {
+      const korvel::HandleRef info = platform.powerSources.copyInfo();
+      const korvel::PowerSourceList list = platform.powerSources.copyList(info);
+      benchmark::DoNotOptimize(platform.powerSources.getDescription(info, list.elements.front()));
+      platform.powerSources.release(list.handle);
+      platform.powerSources.release(info);
+      const korvel::ObjectRef battery = platform.registry.getMatchingService("AppleSmartBattery");
+      benchmark::DoNotOptimize(platform.registry.createProperty(battery, "ExternalConnected"));
+      platform.registry.objectRelease(battery);
+      std::array<std::uint8_t, korvel::smcBlockSize> output{};
+      benchmark::DoNotOptimize(platform.smc.callStruct(connection, input, output));
+    }
+    platform.smc.close(connection);
+    platform.smc.objectRelease(smc);
+  });
+}
+BENCHMARK(BarePlatformCallsOfATick);
+
+}  // namespace
+}  // namespace virtualmac
