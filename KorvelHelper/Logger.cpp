@@ -117,13 +117,13 @@ class Renderer {
       case 'e':
       case 'f':
       case 'g': {
-        const std::string specification = snprintfFormat(conversion, "");
-        print(specification, va_arg(arguments, double));
+        const std::string directive = snprintfFormat(conversion, "");
+        print(directive, va_arg(arguments, double));
         return true;
       }
       case 'p': {
-        const std::string specification = snprintfFormat(conversion, "");
-        print(specification, va_arg(arguments, void*));
+        const std::string directive = snprintfFormat(conversion, "");
+        print(directive, va_arg(arguments, void*));
         return true;
       }
       default:
@@ -133,8 +133,8 @@ class Renderer {
 
   void renderSigned(const Conversion& conversion) {
     if (!conversion.layout.empty()) {
-      const std::string specification = snprintfFormat(conversion, "ll");
-      print(specification, static_cast<long long>(signedArgument(conversion.length)));
+      const std::string directive = snprintfFormat(conversion, "ll");
+      print(directive, static_cast<long long>(signedArgument(conversion.length)));
       return;
     }
     const std::int64_t value = signedArgument(conversion.length);
@@ -146,8 +146,8 @@ class Renderer {
       appendDecimal(unsignedArgument(conversion.length));
       return;
     }
-    const std::string specification = snprintfFormat(conversion, "ll");
-    print(specification, static_cast<unsigned long long>(unsignedArgument(conversion.length)));
+    const std::string directive = snprintfFormat(conversion, "ll");
+    print(directive, static_cast<unsigned long long>(unsignedArgument(conversion.length)));
   }
 
   void renderCharacter() {
@@ -157,8 +157,8 @@ class Renderer {
 
   void renderText(const Conversion& conversion) {
     if (!conversion.layout.empty()) {
-      const std::string specification = snprintfFormat(conversion, "");
-      print(specification, va_arg(arguments, const char*));
+      const std::string directive = snprintfFormat(conversion, "");
+      print(directive, va_arg(arguments, const char*));
       return;
     }
     const char* text = va_arg(arguments, const char*);
@@ -194,21 +194,21 @@ class Renderer {
 
   /// The conversion for snprintf. Takes the arguments of every `*`, which precede the value's.
   std::string snprintfFormat(const Conversion& conversion, const char* length) {
-    std::string specification = "%";
+    std::string directive = "%";
     for (const char sign : conversion.layout) {
       if (sign == '*') {
-        specification += std::to_string(va_arg(arguments, int));
+        directive += std::to_string(va_arg(arguments, int));
       } else {
-        specification += sign;
+        directive += sign;
       }
     }
-    return specification.append(length).append(1, conversion.type);
+    return directive.append(length).append(1, conversion.type);
   }
 
   template <class Value>
-  void print(const std::string& specification, Value value) {
+  void print(const std::string& directive, Value value) {
     std::array<char, 128> small{};
-    const int needed = std::snprintf(small.data(), small.size(), specification.c_str(), value);
+    const int needed = std::snprintf(small.data(), small.size(), directive.c_str(), value);
     if (needed < 0) return;
     const auto size = static_cast<std::size_t>(needed);
     if (size < small.size()) {
@@ -216,7 +216,7 @@ class Renderer {
       return;
     }
     std::string large(size + 1, '\0');
-    std::snprintf(large.data(), large.size(), specification.c_str(), value);
+    std::snprintf(large.data(), large.size(), directive.c_str(), value);
     large.pop_back();
     out.append(large);
   }
