@@ -1,78 +1,24 @@
-// Battery, adapter and lid, read afresh on every call. What cannot be read is unknown, never
-// guessed; only the lid counts as open then.
+// What the core's decisions read, each time afresh.
 
-#include "BatteryRegistryReader.h"
 #include "HelperImpl.h"
-#include "Platform/IORegistry.h"
-#include "Platform/PowerSources.h"
+#include "MachineReadings.h"
 
 namespace korvel {
 
-namespace {
-
-class ScopedPowerObject {
- public:
-  ScopedPowerObject(PowerSources& owner, HandleRef handle) : sources(owner), object(handle) {}
-  ~ScopedPowerObject() {
-    if (object != 0) sources.release(object);
-  }
-  ScopedPowerObject(const ScopedPowerObject&) = delete;
-  ScopedPowerObject& operator=(const ScopedPowerObject&) = delete;
-
- private:
-  PowerSources& sources;
-  HandleRef object;
-};
-
-std::optional<std::int64_t> capacityOfInternalBattery(const PropertyValue& description) {
-  const std::string* type = description["Type"].text();
-  if (type == nullptr || *type != "InternalBattery") return std::nullopt;
-  return description["Current Capacity"].integer();
-}
-
-std::optional<bool> booleanProperty(IORegistry& registry, const char* className, const char* key) {
-  const ScopedRegistryObject service(registry, registry.getMatchingService(className));
-  if (!service) return std::nullopt;
-  return registry.createProperty(service.get(), key).boolean();
-}
-
-}  // namespace
-
 std::optional<std::int64_t> HelperImpl::currentBatteryCapacityPercent() const {
-  PowerSources& sources = platform.powerSources;
-  const HandleRef snapshot = sources.copyInfo();
-  if (snapshot == 0) return std::nullopt;
-  const ScopedPowerObject ownedSnapshot(sources, snapshot);
-  const PowerSourceList list = sources.copyList(snapshot);
-  const ScopedPowerObject ownedList(sources, list.handle);
-  if (list.handle == 0 || !list.isArray) return std::nullopt;
-  for (const HandleRef source : list.elements) {
-    if (auto capacity = capacityOfInternalBattery(sources.getDescription(snapshot, source))) {
-      return capacity;
-    }
-  }
-  return std::nullopt;
+  return MachineReadings::batteryCapacityPercent(platform.powerSources);
 }
 
 std::optional<std::int64_t> HelperImpl::currentBatteryTemperatureCelsius() const {
-  IORegistry& registry = platform.registry;
-  const ScopedRegistryObject battery(registry, registry.getMatchingService("AppleSmartBattery"));
-  if (!battery) return std::nullopt;
-  const auto properties = BatteryRegistryReader::properties(registry, battery.get());
-  if (!properties) return std::nullopt;
-  const auto found = properties->find("Temperature");
-  if (found == properties->end()) return std::nullopt;
-  const std::optional<std::int64_t> hundredths = found->second.integer();
-  return hundredths ? std::optional(*hundredths / 100) : std::nullopt;
+  return MachineReadings::batteryTemperatureCelsius(platform.registry);
 }
 
 std::optional<bool> HelperImpl::externalPowerConnected() const {
-  return booleanProperty(platform.registry, "AppleSmartBattery", "ExternalConnected");
+  return MachineReadings::externalPowerConnected(platform.registry);
 }
 
 bool HelperImpl::isClamshellClosed() const {
-  return booleanProperty(platform.registry, "IOPMrootDomain", "AppleClamshellState")
-      .value_or(false);
+  return MachineReadings::clamshellClosed(platform.registry);
 }
 
 }  // namespace korvel

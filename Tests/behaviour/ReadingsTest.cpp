@@ -2,6 +2,7 @@
 
 #include <array>
 
+#include "MachineReadings.h"
 #include "Platform/Process.h"
 #include "Tests/behaviour/Bench.h"
 #include "VirtualMac/Machine/HelperProcess.h"
@@ -20,15 +21,21 @@ std::string chargeAsRead(Bench& bench) {
 
 TEST(ReadingsTest, DesktopHasNoChargeNoTemperatureNoAdapterAndAnOpenLid) {
   Bench bench("desktop");
+  Platform& seam = bench.world.startBareHelper();
+  EXPECT_EQ(MachineReadings::batteryCapacityPercent(seam.powerSources), std::nullopt);
+  EXPECT_EQ(MachineReadings::batteryTemperatureCelsius(seam.registry), std::nullopt);
+  EXPECT_EQ(MachineReadings::externalPowerConnected(seam.registry), std::nullopt);
+  EXPECT_FALSE(MachineReadings::clamshellClosed(seam.registry));
+}
+
+TEST(ReadingsTest, DesktopIsRefusedADischargeAndItsGateIsLeftAlone) {
+  Bench bench("desktop");
   bench.boot();
   EXPECT_EQ(chargeAsRead(bench), unreadable) << "past the lid, which counts as open";
   bench.call(bench.app->setChargeLimit(50));
+  bench.mark();
   bench.run(30);
-  EXPECT_EQ(
-      bench.world.logCount("charge enforcement resume:AppleSMC service unavailable — limit is "
-                           "NOT being applied"),
-      0U)
-      << "an unknown adapter must not let the gate be evaluated";
+  EXPECT_THAT(bench.logs(), IsEmpty()) << "the gate was evaluated without a charge";
 }
 
 TEST(ReadingsTest, InternalBatteryIsFoundBehindAnUninterruptibleSupply) {
@@ -144,6 +151,20 @@ TEST(ReadingsTest, TemperatureOfAPackIsFoundThroughTheMergedProperties) {
   bench.run(5);
   EXPECT_EQ(bench.logs().front(),
             "default auto-stop discharge: battery 45°C ≥ 45°C clamshell thermal cap");
+}
+
+TEST(ReadingsTest, TemperatureIsUnknownWhileTheBatteryServiceIsNotThere) {
+  Bench bench;
+  bench.mac().lid.connectDisplay();
+  bench.bootArmedDischarge();
+  bench.mac().lid.close();
+  bench.temperature(60);
+  bench.mac().registry.hideService("AppleSmartBattery", true);
+  bench.run(60);
+  EXPECT_TRUE(bench.state().forceDischargeActive);
+  bench.mac().registry.hideService("AppleSmartBattery", false);
+  bench.run(5);
+  EXPECT_FALSE(bench.state().forceDischargeActive);
 }
 
 TEST(ReadingsTest, UnreadableTemperatureNeverStops) {

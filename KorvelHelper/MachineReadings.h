@@ -1,0 +1,25 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+namespace korvel {
+
+class IORegistry;
+class PowerSources;
+
+/// Battery, adapter and lid, read afresh on every call. Each reading opens what it needs, gives it
+/// back on every path and keeps nothing. What cannot be read is unknown, never guessed; only the
+/// lid counts as open then. Any thread.
+namespace MachineReadings {
+
+/// The state of charge of the first internal battery that tells it, as it stands there.
+std::optional<std::int64_t> batteryCapacityPercent(PowerSources& sources);
+/// Whole degrees, cut toward zero.
+std::optional<std::int64_t> batteryTemperatureCelsius(IORegistry& registry);
+std::optional<bool> externalPowerConnected(IORegistry& registry);
+bool clamshellClosed(IORegistry& registry);
+
+}  // namespace MachineReadings
+
+}  // namespace korvel
