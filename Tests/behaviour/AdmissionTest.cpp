@@ -1,5 +1,7 @@
 // Who may talk to the helper, and how connections are counted.
 
+#include <type_traits>
+
 #include "HelperEntry.h"
 #include "HelperImpl.h"
 #include "KorvelHelperProtocol.h"
@@ -50,6 +52,34 @@ TEST_F(DelegateTest, WithoutATeamNothingIsResumedCountedOrGivenHandlers) {
               ElementsAre("log Listener fault \"Release build with unreadable Team ID — refusing "
                           "XPC connection\""));
 }
+
+TEST_F(DelegateTest, WithoutATeamEveryAttemptIsOneFaultLineAndNobodyIsCounted) {
+  for (int attempt = 0; attempt < 3; ++attempt) {
+    EXPECT_FALSE(teamless->shouldAcceptNewConnection(connection));
+  }
+  bench.run(60);
+  EXPECT_THAT(bench.logs("Listener"),
+              ::testing::AllOf(::testing::SizeIs(3),
+                               ::testing::Each("fault Release build with unreadable Team ID — "
+                                               "refusing XPC connection")));
+  EXPECT_THAT(bench.logs(), IsEmpty()) << "the core was told of a client";
+}
+
+TEST_F(DelegateTest, EveryAcceptedConnectionIsCountedInOnceAndOutOnce) {
+  RecordingConnection second;
+  delegate->shouldAcceptNewConnection(connection);
+  delegate->shouldAcceptNewConnection(second);
+  second.invalidation();
+  connection.invalidation();
+  bench.world.runUntilIdle();
+  EXPECT_THAT(bench.logs(), ElementsAre("default client connected (count=1)",
+                                        "default client connected (count=2)",
+                                        "default client disconnected (count=1)",
+                                        "default client disconnected (count=0)"));
+}
+
+// There is no delegate that was not told which team to ask for.
+static_assert(!std::is_default_constructible_v<HelperListenerDelegate>);
 
 TEST_F(DelegateTest, RequirementThatDoesNotParseIsARefusal) {
   connection.requirementParses = false;
@@ -119,8 +149,10 @@ TEST(AdmissionTest, OneOfTwoLeavingLeavesOneCounted) {
   const auto second = bench.world.connectApp();
   second->await(second->ping());
   bench.app->disconnect();
-  bench.world.runUntilIdle();
-  EXPECT_EQ(bench.logs().back(), "default client disconnected (count=1)");
+  bench.run(60);
+  EXPECT_THAT(bench.logs(), ElementsAre("default client connected (count=2)",
+                                        "default client disconnected (count=1)"));
+  EXPECT_TRUE(second->connected());
 }
 
 TEST(AdmissionTest, InterruptedConnectionStillCounts) {
@@ -130,6 +162,10 @@ TEST(AdmissionTest, InterruptedConnectionStillCounts) {
   bench.run(60);
   EXPECT_THAT(bench.logs("Listener"), ElementsAre("default connection interrupted"));
   EXPECT_THAT(bench.logs(), IsEmpty());
+  const auto second = bench.world.connectApp();
+  second->await(second->ping());
+  bench.world.runUntilIdle();
+  EXPECT_THAT(bench.logs(), ElementsAre("default client connected (count=2)"));
 }
 
 class StrangerTest : public ::testing::TestWithParam<const char*> {};

@@ -54,8 +54,10 @@ class RecordingHost final : public Dispatch, public XPCService {
   RecordingHost(Dispatch& realDispatch, XPCService& realService)
       : dispatch(realDispatch), service(realService) {}
   std::vector<std::string> steps;
+  std::vector<std::string> queues;  ///< Labels of the queues made.
 
   std::shared_ptr<WorkQueue> makeSerialQueue(std::string_view label) override {
+    queues.emplace_back(label);
     return dispatch.makeSerialQueue(label);
   }
   std::unique_ptr<TimerSource> makeTimer(const std::shared_ptr<WorkQueue>& queue) override {

@@ -44,6 +44,15 @@ TEST(EntryTest, CoreThenListenerThenSignalsThenTheMainLoop) {
       << "each source is resumed before the default action is taken away";
 }
 
+TEST(EntryTest, QueuesHaveTheirPublishedLabels) {
+  Bench bench;
+  Platform& real = bench.world.startBareHelper();
+  RecordingHost host(real.dispatch, real.xpc);
+  Platform platform = with(real, host, host);
+  runHelper(platform);
+  EXPECT_THAT(host.queues, ElementsAre("com.korvel.app.helper.smc", "com.korvel.app.helper.iopm"));
+}
+
 TEST(EntryTest, SigtermWhenIdleRestoresAndExitsWithZero) {
   Bench bench;
   bench.boot();
@@ -67,8 +76,15 @@ TEST(EntryTest, SigintDoesTheSameUnderItsOwnName) {
   bench.world.sendSignal(SIGINT);
   bench.run(0.5);
   EXPECT_EQ(bench.world.exitStatus(), 0);
-  EXPECT_THAT(bench.logs("Boot"), ElementsAre("default SIGINT — shutting down gracefully"));
-  EXPECT_THAT(bench.logs(), ElementsAre("default shutdownGracefully — restoring SMC before exit"));
+  EXPECT_THAT(bench.since("log smc proc"),
+              ElementsAre("proc signal 2 to helper 501",
+                          "log Boot default \"SIGINT — shutting down gracefully\"",
+                          "log HelperImpl default \"shutdownGracefully — restoring SMC before "
+                          "exit\"",
+                          "smc CHTE <- 00 00 00 00",
+                          "log SMCWriter default \"SMC write CHTE bytes=[0, 0, 0, 0]\"",
+                          "smc CHIE <- 00", "log SMCWriter default \"SMC write CHIE bytes=[0]\"",
+                          "proc helper 501 exited 0"));
 }
 
 TEST(EntryTest, SecondSigtermDuringShutdownDoesNotKill) {
