@@ -42,7 +42,7 @@ TEST(BootTest, ComponentsStateProbeObserverInThisOrder) {
   EXPECT_LT(place(SeamCall::runtimeDlopen), place(SeamCall::fileExists));
   EXPECT_LT(place(SeamCall::fileExists), place(SeamCall::smcCallStruct));
   EXPECT_LT(place(SeamCall::smcCallStruct), place(SeamCall::powerRegister));
-  EXPECT_EQ(place(SeamCall::powerRegister) < static_cast<std::ptrdiff_t>(firsts.size()), true);
+  EXPECT_LT(place(SeamCall::powerRegister), static_cast<std::ptrdiff_t>(firsts.size()));
 }
 
 TEST(BootTest, StuckNewerDischargeKeyIsClearedAndTheRecordRewritten) {
@@ -215,6 +215,32 @@ TEST(BootTest, RecoveryComesBeforeTheFirstCommandOfAWaitingClient) {
   EXPECT_EQ(lines[0], "smc CHIE <- 00");
   EXPECT_THAT(lines[1], ::testing::HasSubstr("forceDischargeActive=false"));
   EXPECT_THAT(lines[2], ::testing::HasSubstr("chargeLimit=70"));
+}
+
+TEST(BootTest, RecordThatNeedsNoRecoveryIsWrittenAllTheSame) {
+  Bench bench;
+  HelperState record = savedLimit(60);
+  record.helperVersion = "2.0.0";
+  startOn(bench, record);
+  EXPECT_THAT(bench.since("disk"), ElementsAre("disk state.json replaced: no field differs"));
+}
+
+TEST(BootTest, StateAskedForBeforeTheRecoveryStillHasItsFlags) {
+  Bench bench;
+  bench.excuse(replyRule);  // The calls are the test's own.
+  bench.saveState(crashed(true, true));
+  const auto core = HelperImpl::create(bench.world.startBareHelper());
+  const auto ask = [&core] {
+    std::string answer;
+    core->getState(DataReply(std::make_unique<FunctionReplySink<std::string>>(
+        [&answer](std::string data) { answer = std::move(data); })));
+    return decodeStateReply(answer).value_or(HelperState());
+  };
+  EXPECT_TRUE(ask().forceDischargeActive);
+  EXPECT_TRUE(ask().sleepDisabledByKorvel);
+  bench.world.runUntilIdle();
+  EXPECT_FALSE(ask().forceDischargeActive);
+  EXPECT_FALSE(ask().sleepDisabledByKorvel);
 }
 
 TEST(BootTest, RegistrationThatFailsLeavesAHelperWithoutSleepHandling) {

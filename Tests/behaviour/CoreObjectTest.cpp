@@ -1,6 +1,7 @@
 // The read-only calls, the capability cache, the caller's identity.
 
 #include "HelperImpl.h"
+#include "HelperPersistence.h"
 #include "Platform/Process.h"
 #include "Tests/behaviour/Bench.h"
 #include "Tests/behaviour/Doubles.h"
@@ -40,9 +41,24 @@ TEST(CoreObjectTest, BundleWithoutAVersionLeavesTheKeyOut) {
 TEST(CoreObjectTest, ReplyHasDatesAsNumbersAndTheFileHasThemAsText) {
   Bench bench;
   bench.bootWithLimit(60);
-  EXPECT_THAT(bench.call(bench.app->getState()).data,
-              ::testing::HasSubstr("\"lastWriteAt\":788918400"));
-  EXPECT_EQ(bench.onDisk().lastWriteAt.secondsSinceReference, 788918400);
+  EXPECT_EQ(bench.call(bench.app->getState()).data,
+            "{\"chargeLimit\":60,\"sailingBand\":5,\"forceDischargeActive\":false,"
+            "\"heatPauseActive\":false,\"lastWriteAt\":788918400,\"lastWriteVerified\":true,"
+            "\"topUpActive\":false,\"sleepDisabledByKorvel\":false,\"helperVersion\":\"2.0.0\"}")
+      << "in the order of the fields, on one line";
+  EXPECT_EQ(bench.mac().disk.content(HelperPersistence::statePath),
+            "{\n"
+            "  \"chargeLimit\" : 60,\n"
+            "  \"forceDischargeActive\" : false,\n"
+            "  \"heatPauseActive\" : false,\n"
+            "  \"helperVersion\" : \"2.0.0\",\n"
+            "  \"lastWriteAt\" : \"2026-01-01T00:00:00Z\",\n"
+            "  \"lastWriteVerified\" : true,\n"
+            "  \"sailingBand\" : 5,\n"
+            "  \"sleepDisabledByKorvel\" : false,\n"
+            "  \"topUpActive\" : false\n"
+            "}")
+      << "sorted and indented";
 }
 
 TEST(CoreObjectTest, CapabilitiesTellTheFamiliesAndTheNativeLimit) {
@@ -62,6 +78,24 @@ TEST(CoreObjectTest, CapabilitiesTellTheFamiliesAndTheNativeLimit) {
     Bench bench(profile);
     bench.boot();
     EXPECT_EQ(bench.app->capabilityRecord(), capabilities) << profile;
+  }
+}
+
+TEST(CoreObjectTest, NativeChargingIsFalseWithoutAnUsableBackend) {
+  using Damage = void (*)(virtualmac::PowerUI&);
+  const std::vector<std::pair<std::string, Damage>> damages = {
+      {"no framework", [](virtualmac::PowerUI& ui) { ui.frameworkPresent = false; }},
+      {"no class", [](virtualmac::PowerUI& ui) { ui.classPresent = false; }},
+      {"unsupported", [](virtualmac::PowerUI& ui) { ui.supported = false; }},
+  };
+  for (const auto& [name, damage] : damages) {
+    Bench bench("newer-keys-and-native");
+    damage(bench.mac().powerUI);
+    bench.boot();
+    EXPECT_EQ(bench.call(bench.app->capabilities()).data,
+              "{\"tahoeCharging\":true,\"preTahoeCharging\":false,\"tahoeDischarge\":true,"
+              "\"preTahoeDischarge\":false,\"nativeCharging\":false}")
+        << name;
   }
 }
 
