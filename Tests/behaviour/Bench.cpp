@@ -179,6 +179,20 @@ std::string audit(const Bench& bench, std::string_view command) {
          " signingID=com.korvel.app team=ABCDE12345 cdHash=";
 }
 
+std::vector<NamedCommand> everyCommand() {
+  return {
+      {"set", [](AppClient& app) { return app.setChargeLimit(60); }},
+      {"discharge on", [](AppClient& app) { return app.forceDischarge(true); }},
+      {"discharge off", [](AppClient& app) { return app.forceDischarge(false); }},
+      {"keep-awake on", [](AppClient& app) { return app.setClamshellKeepAwake(true); }},
+      {"keep-awake off", [](AppClient& app) { return app.setClamshellKeepAwake(false); }},
+      {"release", [](AppClient& app) { return app.releaseLimitUntilFullThenRestore(); }},
+      {"cancel", [](AppClient& app) { return app.cancelTopUp(); }},
+      {"clear", [](AppClient& app) { return app.clearChargeLimit(); }},
+      {"reset", [](AppClient& app) { return app.resetAllSMCKeys(); }},
+  };
+}
+
 HelperState savedLimit(std::int64_t limit) {
   HelperState record;
   record.chargeLimit = limit;

@@ -96,6 +96,13 @@ std::string outcome(const AppCall& call);
 /// A command's audit line as the application's calls leave it: "default setChargeLimit(80) pid=…".
 std::string audit(const Bench& bench, std::string_view command);
 
+/// The commands that change the state, in an order in which each succeeds on a charge above 60.
+struct NamedCommand {
+  std::string name;
+  AppCallRef (*make)(AppClient& app);
+};
+std::vector<NamedCommand> everyCommand();
+
 /// A record with a limit that was set once, so that a client's coming starts enforcement.
 HelperState savedLimit(std::int64_t limit);
 

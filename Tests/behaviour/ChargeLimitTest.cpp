@@ -107,6 +107,20 @@ TEST(ChargeLimitTest, SetKeepsBandAndDischargeAndClearsHeatPauseAndTopUp) {
   EXPECT_TRUE(bench.onDisk().forceDischargeActive);
 }
 
+TEST(ChargeLimitTest, BandSurvivesEveryCommand) {
+  Bench bench;
+  HelperState record = savedLimit(50);
+  record.sailingBand = 23;
+  bench.saveState(record);
+  bench.charge(70);
+  bench.boot();
+  for (const auto& [name, command] : everyCommand()) {
+    ASSERT_EQ(outcome(bench.call(command(*bench.app))), "ok") << name;
+    EXPECT_EQ(bench.onDisk().sailingBand, 23) << name;
+    EXPECT_EQ(bench.state().sailingBand, 23) << name;
+  }
+}
+
 TEST(ChargeLimitTest, ReplyDoesNotReportTheFirstHardwareWrite) {
   Bench bench;
   bench.boot();

@@ -1,6 +1,8 @@
 // What a failed write of the record does to the core: a log line, and after a failed replacement
 // the memory goes back to what the disk holds.
 
+#include <cerrno>
+
 #include "Tests/behaviour/Bench.h"
 
 namespace korvel::test {
@@ -27,6 +29,34 @@ TEST(PersistenceFailureTest, UnusableDirectoryIsAFaultLineOnly) {
   EXPECT_THAT(bench.logs()[1],
               ::testing::StartsWith("fault persistence.write failed: mkdir failed: "));
   EXPECT_EQ(bench.state().chargeLimit, 60);
+}
+
+TEST(PersistenceFailureTest, ReadBackThatFailsIsAFaultLineAndNothingIsReverted) {
+  Bench bench;
+  bench.charge(59);
+  bench.boot();
+  bench.mac().disk.failCall("readFile", EIO);
+  EXPECT_EQ(outcome(bench.call(bench.app->setChargeLimit(60))), "ok");
+  ASSERT_EQ(bench.logs().size(), 2U);
+  EXPECT_THAT(bench.logs()[1],
+              ::testing::StartsWith("fault persistence.write failed: read-back verify failed: "));
+  EXPECT_EQ(bench.state().chargeLimit, 60);
+  EXPECT_EQ(bench.onDisk().chargeLimit, 60) << "the new file stands; only its check failed";
+}
+
+// Clients know a code for it, 502, and never see it.
+TEST(PersistenceFailureTest, NoCommandEverReportsThatItsRecordCouldNotBeWritten) {
+  Bench bench;
+  bench.charge(90);
+  bench.boot();
+  bench.mac().disk.full = true;
+  for (const auto& [name, command] : everyCommand()) {
+    bench.mark();
+    EXPECT_EQ(outcome(bench.call(command(*bench.app))), "ok") << name;
+    EXPECT_THAT(bench.logs(), ::testing::Contains(::testing::StartsWith(
+                                  "fault persistence.write failed: write failed: ")))
+        << name << " wrote no record, so the above proves nothing";
+  }
 }
 
 TEST(PersistenceFailureTest, FailedRenameRevertsTheMemoryToTheDisk) {
