@@ -142,6 +142,31 @@ TEST(DischargeDecisionTest, ReadsTheTemperatureOnlyUnderAClosedLidWithKeepAwakeB
   EXPECT_EQ(verdict.temperatureCelsius, 44);
 }
 
+TEST(DischargeDecisionTest, ClosedLidWithoutKeepAwakeComesBeforeEveryOtherRule) {
+  DischargeFacts facts = openLid(20, 10);  // Rebounded, at the floor, below the target.
+  facts.lidClosed = true;
+  facts.lidClosedSeconds = 7200;
+  EXPECT_EQ(decideDischarge(facts, unread).stop, DischargeStopReason::lidClosed);
+}
+
+TEST(DischargeDecisionTest, HeatSoakComesBeforeHeatAndHeatBeforeTheCharge) {
+  DischargeFacts facts = openLid(20, 10);
+  facts.lidClosed = true;
+  facts.keepAwakeArmed = true;
+  facts.lidClosedSeconds = 3600;
+  const auto hot = [] { return Temperature(45); };
+  EXPECT_EQ(decideDischarge(facts, hot).stop, DischargeStopReason::clamshellTimeout);
+  facts.lidClosedSeconds = 3599;
+  EXPECT_EQ(decideDischarge(facts, hot).stop, DischargeStopReason::clamshellOverheated);
+}
+
+TEST(DischargeDecisionTest, ReboundComesBeforeFloorAndFloorBeforeTarget) {
+  EXPECT_EQ(decideDischarge(openLid(20, 17), unread).stop, DischargeStopReason::chargeInhibitLost);
+  EXPECT_EQ(decideDischarge(openLid(20, 18), unread).stop, DischargeStopReason::floorReached);
+  EXPECT_EQ(decideDischarge(openLid(50, 47), unread).stop, DischargeStopReason::chargeInhibitLost);
+  EXPECT_EQ(decideDischarge(openLid(50, 48), unread).stop, DischargeStopReason::targetReached);
+}
+
 struct ReasonRow {
   DischargeStopReason reason;
   unsigned number;

@@ -69,6 +69,30 @@ TEST(DischargeWatchdogTest, ReadableTickInBetweenResetsTheCount) {
   expectStopped(bench, DischargeStopReason::floorReached);
 }
 
+// The count belongs to the readings, not to one discharge: only a readable tick or a stop by itself
+// resets it.
+TEST(DischargeWatchdogTest, UnreadableTicksBeforeAUserStopCountInTheNextDischarge) {
+  Bench bench;
+  bench.bootDischarging();
+  bench.chargeUnreadable();
+  bench.run(10);
+  ASSERT_EQ(outcome(bench.call(bench.app->forceDischarge(false))), "ok");
+  bench.charge(70);
+  ASSERT_EQ(outcome(bench.call(bench.app->forceDischarge(true))), "ok");
+  bench.chargeUnreadable();
+  bench.run(5);
+  expectStopped(bench, DischargeStopReason::floorReached);
+}
+
+TEST(DischargeWatchdogTest, UnpluggedAdapterDoesNotStop) {
+  Bench bench;
+  bench.bootDischarging();
+  bench.mac().adapter.disconnect();
+  bench.run(60);
+  EXPECT_TRUE(bench.state().forceDischargeActive);
+  EXPECT_THAT(bench.since("smc log disk"), IsEmpty());
+}
+
 TEST(DischargeWatchdogTest, ClosedLidWithoutKeepAwakeStops) {
   Bench bench;
   bench.mac().lid.connectDisplay();
