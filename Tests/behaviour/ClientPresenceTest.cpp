@@ -89,10 +89,15 @@ TEST(ClientPresenceTest, LimitsOutsideTwentyToHundredArmNothing) {
     Bench bench;
     bench.saveState(savedLimit(limit));
     bench.charge(100);
-    bench.boot();
+    bench.world.startHelper();
+    bench.world.runUntilIdle();
+    bench.mark();
+    const auto client = connectAnother(bench);
+    const auto before = bench.world.callCounts();
     bench.run(30);
+    EXPECT_THAT(bench.logs(), ElementsAre("default client connected (count=1)")) << limit;
+    EXPECT_EQ((bench.world.callCounts() - before).text(), "") << limit;
     EXPECT_EQ(bench.mac().smc.totalWrites(), 0U) << limit;
-    EXPECT_EQ(bench.logs().size(), 0U) << limit;
   }
 }
 
@@ -132,6 +137,45 @@ TEST(ClientPresenceTest, SuspensionResumesChargingAndKeepsTheSavedLimit) {
   const auto before = bench.world.callCounts();
   bench.run(60);
   EXPECT_EQ((bench.world.callCounts() - before).text(), "") << "something still ticks";
+}
+
+TEST(ClientPresenceTest, SuspensionClearsItsFlagsOnDiskAndSupersedesATopOff) {
+  // A second client arms the loop beside the top-off, so that there is something to suspend.
+  Bench bench;
+  HelperState record = savedLimit(50);
+  record.heatPauseActive = true;
+  bench.saveState(record);
+  bench.charge(49);
+  bench.boot();
+  bench.call(bench.app->releaseLimitUntilFullThenRestore());
+  auto second = connectAnother(bench);
+  HelperState expected = bench.onDisk();
+  ASSERT_TRUE(expected.heatPauseActive);
+  ASSERT_TRUE(expected.topUpActive);
+  second->disconnect();
+  leave(bench);
+  bench.mark();
+  bench.run(35);
+  EXPECT_THAT(bench.timed("disk"),
+              ElementsAre("30.000 disk  state.json replaced: heatPauseActive=false "
+                          "topUpActive=false"));
+  EXPECT_THAT(bench.logs(),
+              ElementsAre(suspending, "default top-off restore loop superseded — bailing"));
+  expected.heatPauseActive = false;
+  expected.topUpActive = false;
+  EXPECT_EQ(bench.onDisk(), expected) << "the limit and the time of its last write stay";
+}
+
+TEST(ClientPresenceTest, SuspensionEndsADischargeOnDiskAndKeepsTheSavedLimit) {
+  Bench bench;
+  bench.bootDischarging();
+  HelperState expected = bench.onDisk();
+  ASSERT_TRUE(expected.forceDischargeActive);
+  leave(bench);
+  bench.run(30);
+  expected.forceDischargeActive = false;
+  EXPECT_EQ(bench.onDisk(), expected);
+  EXPECT_EQ(bench.onDisk().chargeLimit, 50);
 }
 
 TEST(ClientPresenceTest, ConnectAfterASuspensionArmsTheSavedLimitAgain) {
