@@ -278,6 +278,19 @@ TEST_F(ConnectionTest, AnErrorWithAValueOfAnotherClassIsRejected) {
                                      "an allowed class"});
 }
 
+TEST_F(ConnectionTest, BytesThatTheInterfaceDoesNotAllowAreRejected) {
+  namespace selectors = korvel::KorvelHelperSelector;
+  helper.laterSettings = {{selectors::getState, 0, {korvel::ReplyClass::String}},
+                          {selectors::capabilities, 0, {korvel::ReplyClass::Dictionary}}};
+  const auto app = world.connectApp();
+  EXPECT_TRUE(app->await(app->getState()).failed);
+  EXPECT_TRUE(app->await(app->capabilities()).failed);
+  EXPECT_EQ(world.violations(),
+            (std::vector<std::string>{
+                "reply rejected, getState: bytes are not among the allowed classes",
+                "reply rejected, capabilities: bytes are not among the allowed classes"}));
+}
+
 TEST_F(ConnectionTest, ADefaultReplyClassStillLetsErrorsThrough) {
   helper.error = korvel::ErrorObject{"D", 501, {{korvel::localizedDescriptionKey, "no"}}};
   const auto app = world.connectApp();

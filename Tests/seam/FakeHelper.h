@@ -25,7 +25,8 @@ class FakeHelper final : public korvel::KorvelHelperProtocol {
   bool resumes = true;
   bool ignoresSignals = true;
   bool typedReplies = true;
-  std::string interfaceName;  ///< Empty: the real one.
+  std::vector<korvel::ReplyClassSetting> laterSettings;  ///< Made after the usual ones.
+  std::string interfaceName;                             ///< Empty: the real one.
   std::function<void(const std::string& call)> onCall;
   std::vector<korvel::Reply> kept;  ///< Replies of setChargeLimit while `keepsReplies`.
   bool keepsReplies = false;
@@ -121,6 +122,8 @@ class FakeHelper final : public korvel::KorvelHelperProtocol {
     korvel::XPCInterface interface = korvel::makeHelperInterface();
     if (!interfaceName.empty()) interface.protocolName = interfaceName;
     if (typedReplies) korvel::applyTypedReplyClasses(interface);
+    interface.replyClasses.insert(interface.replyClasses.end(), laterSettings.begin(),
+                                  laterSettings.end());
     connection.setExportedInterface(interface);
     // Without owning: the fake outlives its worlds.
     connection.setExportedObject(

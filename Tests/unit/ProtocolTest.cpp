@@ -76,6 +76,7 @@ TEST(ProtocolTest, ReplyClassesAreSetInTheirFixedOrder) {
 TEST(ProtocolTest, KeepAwakeRepliesKeepTheDefaultClasses) {
   XPCInterface interface = makeHelperInterface();
   applyTypedReplyClasses(interface);
+  ASSERT_EQ(interface.replyClasses.size(), 8U);
   for (const ReplyClassSetting& setting : interface.replyClasses) {
     EXPECT_NE(setting.selector, "setClamshellKeepAwake:reply:");
   }

@@ -76,6 +76,23 @@ TEST(XPCMessagesTest, RepliesAreOfTheDeclaredType) {
   EXPECT_FALSE(mayAnswer(selector::quit, {}));
 }
 
+TEST(XPCMessagesTest, StateAndCapabilitiesTravelAsBytesAndAsNothingElse) {
+  const std::vector<XPCValue> others = {PropertyValue(),
+                                        PropertyValue(true),
+                                        PropertyValue(1),
+                                        PropertyValue(1.5),
+                                        PropertyValue("{}"),
+                                        PropertyValue(korvel::Date{0}),
+                                        PropertyValue(PropertyValue::Array{}),
+                                        PropertyValue(PropertyValue::Dictionary{}),
+                                        ErrorObject{"Domain", 500, {}}};
+  for (const std::string_view name : {selector::getState, selector::capabilities}) {
+    EXPECT_TRUE(mayAnswer(name, {PropertyValue(PropertyValue::Data{'{', '}'})}));
+    for (const XPCValue& other : others) EXPECT_FALSE(mayAnswer(name, {other})) << name;
+    EXPECT_FALSE(mayAnswer(name, {}));
+  }
+}
+
 // An error may hold texts, numbers and dictionaries of such, where the interface says so.
 TEST(XPCMessagesTest, AnErrorsDetailsAreOfTheAllowedClasses) {
   EXPECT_TRUE(mayAnswer(selector::setChargeLimit, failure({})));
