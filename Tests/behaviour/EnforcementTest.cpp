@@ -276,15 +276,19 @@ TEST(EnforcementTest, LoopKeepsTheTargetOfItsStartWhenOnlyTheRecordChanges) {
 }
 
 TEST(EnforcementTest, TargetOutOfRangeStopsTheLoop) {
-  Bench bench;
-  bench.saveState(savedLimit(10));
-  bench.charge(60);
-  bench.boot();
-  ASSERT_EQ(outcome(bench.call(bench.app->forceDischarge(true))), "ok");
-  EXPECT_EQ(bench.logs().back(), "fault pollOnce: target 10 out of range — stopping loop");
-  const auto before = bench.world.callCounts();
-  bench.run(30);
-  EXPECT_EQ((bench.world.callCounts() - before).text(), "");
+  // Only a discharge starts a loop on whatever the record says.
+  for (const int target : {10, 19, 101}) {
+    Bench bench;
+    bench.saveState(savedLimit(target));
+    bench.charge(120);
+    bench.boot();
+    ASSERT_EQ(outcome(bench.call(bench.app->forceDischarge(true))), "ok");
+    EXPECT_EQ(bench.logs().back(),
+              "fault pollOnce: target " + std::to_string(target) + " out of range — stopping loop");
+    const auto before = bench.world.callCounts();
+    bench.run(30);
+    EXPECT_EQ((bench.world.callCounts() - before).text(), "") << target;
+  }
 }
 
 TEST(EnforcementTest, HeatPauseIsNeverSetByAnything) {
