@@ -275,6 +275,10 @@ TEST(ClientPresenceTest, KeepAwakeWithALoopButNoDischargeIsSuspendedAndDisarmed)
   bench.run(30);
   EXPECT_THAT(bench.logs(), ElementsAre("default client disconnected (count=0)", suspending,
                                         "default clamshell keep-awake DISARMED"));
+  EXPECT_THAT(bench.since("smc power disk"),
+              ElementsAre("power SleepDisabled = 0",
+                          "disk state.json replaced: sleepDisabledByKorvel=false", "smc CHIE <- 00",
+                          "disk state.json replaced: no field differs"));
 }
 
 TEST(ClientPresenceTest, SuspensionOnTheOlderFamilyReleasesItsKeysInReverse) {
