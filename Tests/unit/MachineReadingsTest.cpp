@@ -67,7 +67,7 @@ PropertyValue source(const PropertyValue& type, const PropertyValue& charge) {
 
 class ChargeReadingTest : public testing::Test {
  protected:
-  ~ChargeReadingTest() override { EXPECT_EQ(sources.leaked(), 0); }
+  void TearDown() override { EXPECT_EQ(sources.leaked(), 0); }
 
   std::optional<std::int64_t> readOf(std::vector<PropertyValue> descriptions) {
     sources.descriptions = std::move(descriptions);
@@ -118,7 +118,7 @@ TEST_F(ChargeReadingTest, WithoutSnapshotListArrayOrSourcesThereIsNoCharge) {
 
 class RegistryReadingTest : public testing::Test {
  protected:
-  ~RegistryReadingTest() override { EXPECT_EQ(registry.leaked(), 0); }
+  void TearDown() override { EXPECT_EQ(registry.leaked(), 0); }
 
   void service(const char* className, PropertyValue::Dictionary properties) {
     registry.service.className = className;
