@@ -1,10 +1,7 @@
 // The pause before sleep, the end of a discharge before sleep, and the fresh look after wake.
 
 #include "DischargeDecision.h"
-#include "HelperImpl.h"
-#include "Platform/KernelTypes.h"
 #include "Tests/behaviour/Bench.h"
-#include "Tests/behaviour/Doubles.h"
 
 namespace korvel::test {
 namespace {
@@ -49,11 +46,32 @@ TEST(SleepWakeTest, LimitOfHundredNeedsNoPause) {
   bench.mac().smc.key("CHTE")->silentlyRefuses = true;
   bench.mac().smc.setValue("CHTE", {1, 0, 0, 0});
   bench.call(bench.app->setChargeLimit(100));  // Not verified, so the loop keeps running.
+  const auto before = bench.world.callCounts();
+  bench.run(5);
+  ASSERT_EQ((bench.world.callCounts() - before)[SeamCall::powerSourcesCopyInfo], 1U) << "it runs";
   bench.mark();
   sleepNow(bench);
   EXPECT_THAT(bench.since("smc"), IsEmpty());
   EXPECT_THAT(bench.logs(), IsEmpty());
   EXPECT_TRUE(bench.mac().power.isAsleep());
+}
+
+TEST(SleepWakeTest, PauseBeforeSleepIsForLimitsFromTwentyToNinetyNine) {
+  for (const std::uint8_t limit : {std::uint8_t{20}, std::uint8_t{99}}) {
+    Bench bench;
+    bench.bootWithLimit(limit);
+    sleepNow(bench);
+    EXPECT_THAT(bench.since("smc"), ElementsAre("smc CHTE <- 01 00 00 00")) << int{limit};
+  }
+}
+
+TEST(SleepWakeTest, BatteryLevelIsNotAskedForBeforeSleep) {
+  Bench bench;
+  bench.bootWithLimit(80);
+  const auto before = bench.world.callCounts();
+  sleepNow(bench);
+  EXPECT_EQ(bench.key("CHTE"), "01 00 00 00");
+  EXPECT_EQ((bench.world.callCounts() - before)[SeamCall::powerSourcesCopyInfo], 0U);
 }
 
 TEST(SleepWakeTest, NoLoopNoPause) {
@@ -96,12 +114,21 @@ TEST(SleepWakeTest, DischargeEndsBeforeSleepAndThePauseFollows) {
             std::string(bannerCopy(DischargeStopReason::systemWillSleep)));
 }
 
-TEST(SleepWakeTest, PauseAfterAnEndedDischargeDoesNotAskForTheAdapter) {
-  Bench bench;
-  bench.bootDischarging();
-  bench.mac().adapter.disconnect();
-  sleepNow(bench);
-  EXPECT_THAT(bench.since("smc"), ElementsAre("smc CHIE <- 00", "smc CHTE <- 01 00 00 00"));
+TEST(SleepWakeTest, PauseAfterAnEndedDischargeFollowsWhateverTheAdapterReports) {
+  for (const bool unknown : {false, true}) {
+    Bench bench;
+    bench.bootDischarging();
+    if (unknown) {
+      bench.adapterUnknown();
+      bench.mac().lid.close();  // The adapter is there, so an assertion holds off other sleeps.
+      bench.run(1);
+    } else {
+      bench.mac().adapter.disconnect();
+      sleepNow(bench);
+    }
+    EXPECT_TRUE(bench.mac().power.isAsleep());
+    EXPECT_THAT(bench.since("smc"), ElementsAre("smc CHIE <- 00", "smc CHTE <- 01 00 00 00"));
+  }
 }
 
 TEST(SleepWakeTest, ArmedDischargeEndsBeforeARequestedSleepToo) {
@@ -121,10 +148,17 @@ TEST(SleepWakeTest, ArmedDischargeEndsBeforeARequestedSleepToo) {
 TEST(SleepWakeTest, DischargeWithALimitOfHundredEndsWithoutAPause) {
   Bench bench;
   bench.bootDischarging();
+  bench.chargeUnreadable();  // So that the new limit's first tick does not end the discharge.
   bench.call(bench.app->setChargeLimit(100));
+  ASSERT_TRUE(bench.state().forceDischargeActive);
   bench.mark();
-  sleepNow(bench);
-  EXPECT_THAT(bench.since("smc"), IsEmpty()) << "the tick had ended it; nothing is left to do";
+  bench.mac().lid.close();
+  bench.run(1);
+  EXPECT_TRUE(bench.mac().power.isAsleep());
+  EXPECT_THAT(bench.since("smc"), ElementsAre("smc CHIE <- 00"));
+  EXPECT_THAT(bench.logs(),
+              ElementsAre("default pre-sleep: aborting active force-discharge before sleep",
+                          "default force-discharge auto-stopped: reason=systemWillSleep"));
 }
 
 TEST(SleepWakeTest, FailedPauseIsAnErrorLineAndSleepGoesOn) {
@@ -135,6 +169,21 @@ TEST(SleepWakeTest, FailedPauseIsAnErrorLineAndSleepGoesOn) {
   EXPECT_EQ(bench.logs().back(),
             "error pre-sleep pause-write failed: kSMCWriteKey failed (kIOReturn=0, smcResult=134)");
   EXPECT_TRUE(bench.mac().power.isAsleep());
+}
+
+TEST(SleepWakeTest, PauseThatIsSlowDelaysTheAcknowledgementByAsMuch) {
+  Bench bench;
+  bench.bootWithLimit(80);
+  bench.run(1);
+  bench.mark();
+  bench.world.faults().setLatency(SeamCall::smcCallStruct, 0.02);
+  bench.mac().power.requestSleep();
+  bench.run(1);
+  EXPECT_THAT(
+      bench.timed("smc power"),
+      ElementsAre("1.000 power sleep (requested) begins",
+                  "1.000 power message 0xe0000280 to pid 501", "1.040 smc   CHTE <- 01 00 00 00",
+                  "1.060 power message acknowledged by pid 501", "1.060 power asleep"));
 }
 
 TEST(SleepWakeTest, PauseThatIsSlowerThanATenthOfASecondDoesNotHoldUpSleep) {
@@ -189,59 +238,6 @@ TEST(SleepWakeTest, WakeWithoutALoopStartsNone) {
   EXPECT_EQ((bench.world.callCounts() - before).text(), "");
 }
 
-/// A core whose power messages a test sends itself: sleep ends every discharge, so no real wake
-/// ever meets one.
-class HandSentMessagesTest : public ::testing::Test {
- protected:
-  HandSentMessagesTest() : platform(with(bench.world.startBareHelper(), rootDomain)) {
-    bench.excuse(replyRule);  // The calls are the test's own.
-    core = HelperImpl::create(platform);
-    bench.charge(49);
-    core->setChargeLimit(50, ignored());
-    bench.run(2);
-  }
-
-  /// When readings are taken in the next nine seconds, counted from now.
-  std::vector<double> ticksOfNineSeconds() {
-    std::vector<double> ticks;
-    const double start = bench.world.now();
-    bench.world.faults().observe([&](SeamCall call) {
-      if (call == SeamCall::powerSourcesCopyInfo) ticks.push_back(bench.world.now() - start);
-    });
-    bench.run(9);
-    bench.world.faults().observe({});
-    return ticks;
-  }
-
-  Bench bench;
-  ScriptedRootDomain rootDomain;
-  Platform platform;
-  std::shared_ptr<HelperImpl> core;
-};
-
-TEST_F(HandSentMessagesTest, WakeRestartsALoopThatOnlyEnforces) {
-  rootDomain.send(ioMessageSystemHasPoweredOn);
-  EXPECT_THAT(ticksOfNineSeconds(), ElementsAre(0, 5));
-}
-
-TEST_F(HandSentMessagesTest, WakeDuringADischargeLeavesTheRunningLoopAsItIs) {
-  bench.charge(70);
-  core->forceDischarge(true, ignored());
-  bench.world.runUntilIdle();
-  rootDomain.send(ioMessageSystemHasPoweredOn);
-  EXPECT_THAT(ticksOfNineSeconds(), ElementsAre(3, 8));
-  EXPECT_TRUE(bench.onDisk().forceDischargeActive);
-}
-
-TEST_F(HandSentMessagesTest, OtherMessagesDoNothing) {
-  bench.mark();
-  rootDomain.send(ioMessageSystemWillPowerOn);
-  rootDomain.send(ioMessageSystemWillNotSleep);
-  rootDomain.send(ioMessageCanSystemSleep);
-  EXPECT_THAT(ticksOfNineSeconds(), ElementsAre(3, 8));
-  EXPECT_THAT(bench.since("smc log"), IsEmpty());
-}
-
 TEST(SleepWakeTest, LimitOutOfRangeInTheRecordNeitherPausesNorRestarts) {
   // A failed replacement leaves a loop running with 60 over a record that says 10.
   Bench bench;
@@ -294,6 +290,69 @@ TEST(SleepWakeTest, CanSleepIsAllowedAtOnceWithoutAnyWork) {
   ASSERT_GE(lines.size(), 4U);
   EXPECT_THAT(lines, ::testing::Contains("power message 0xe0000270 to pid 501"));
   EXPECT_TRUE(bench.mac().power.isAsleep());
+}
+
+/// Another program that hears of sleep, and acknowledges when the test lets it.
+class OtherProgram {
+ public:
+  explicit OtherProgram(Bench& host) : bench(host) {
+    bench.mac().power.addRegistration(pid, notifier, [this](const virtualmac::PowerMessage& told) {
+      if (told.notificationID != 0) awaited = told.notificationID;
+    });
+  }
+  ~OtherProgram() { bench.mac().power.removeRegistration(pid, notifier); }
+  OtherProgram(const OtherProgram&) = delete;
+  OtherProgram& operator=(const OtherProgram&) = delete;
+
+  void acknowledge() { bench.mac().power.acknowledge(pid, notifier, awaited); }
+
+ private:
+  static constexpr std::int32_t pid = 901;
+  static constexpr ObjectRef notifier = 0x901;
+
+  Bench& bench;
+  std::intptr_t awaited = 0;
+};
+
+TEST(SleepWakeTest, DischargeRequestBehindThePreSleepWorkStartsAfterTheAcknowledgementAndSleeps) {
+  // A window that the order of steps leaves open: the work before sleep stops the discharge that
+  // runs, not the one that is asked for behind it.
+  Bench bench;
+  bench.excuse("no discharge into sleep");
+  OtherProgram other(bench);
+  bench.bootWithLimit(50);
+  bench.charge(70);
+  bench.mac().smc.setValue("CHTE", {0, 0, 0, 0});
+  bench.run(1);
+  bench.mark();
+  bench.world.faults().setLatency(SeamCall::smcCallStruct, 0.03);
+  bench.mac().power.requestSleep();
+  bench.run(0.05);
+  const auto asked = bench.app->forceDischarge(true);
+  bench.run(0.95);
+  EXPECT_EQ(outcome(*asked), "ok");
+  EXPECT_THAT(bench.since("smc power reply"),
+              ElementsAre("power sleep (requested) begins", "power message 0xe0000280 to pid 901",
+                          "power message 0xe0000280 to pid 501", "smc CHTE <- 01 00 00 00",
+                          "power message acknowledged by pid 501", "smc CHIE <- 08",
+                          ::testing::StartsWith("power assertion 33001 created"),
+                          ::testing::StartsWith("power assertion 33002 created"),
+                          "reply forceDischarge ok"));
+  EXPECT_FALSE(bench.mac().power.isAsleep()) << "the other program is not ready yet";
+  other.acknowledge();
+  bench.run(1);
+  EXPECT_TRUE(bench.mac().power.isAsleep()) << "an assertion does not stop what has begun";
+  bench.run(3600);
+  EXPECT_EQ(bench.key("CHIE"), "08") << "it lasts through the sleep";
+  EXPECT_TRUE(bench.onDisk().forceDischargeActive);
+  bench.charge(50);
+  bench.mark();
+  wakeNow(bench);
+  bench.run(5);
+  EXPECT_THAT(bench.logs(),
+              ::testing::Contains("default force-discharge auto-stopped: reason=targetReached"))
+      << "its rules are asked again after wake";
+  EXPECT_EQ(bench.key("CHIE"), "00");
 }
 
 }  // namespace

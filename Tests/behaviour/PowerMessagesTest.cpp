@@ -1,0 +1,77 @@
+// What the core makes of power messages that a test sends by hand, in states that no real sleep
+// leaves behind.
+
+#include "HelperImpl.h"
+#include "Platform/KernelTypes.h"
+#include "Tests/behaviour/Bench.h"
+#include "Tests/behaviour/Doubles.h"
+
+namespace korvel::test {
+namespace {
+
+/// A core whose power messages a test sends itself: sleep ends every discharge, so no real wake
+/// ever meets one.
+class HandSentMessagesTest : public ::testing::Test {
+ protected:
+  HandSentMessagesTest() : platform(with(bench.world.startBareHelper(), rootDomain)) {
+    bench.excuse(replyRule);  // The calls are the test's own.
+    core = HelperImpl::create(platform);
+    bench.charge(49);
+    core->setChargeLimit(50, ignored());
+    bench.run(2);
+  }
+
+  /// When readings are taken in the next nine seconds, counted from now.
+  std::vector<double> ticksOfNineSeconds() {
+    std::vector<double> ticks;
+    const double start = bench.world.now();
+    bench.world.faults().observe([&](SeamCall call) {
+      if (call == SeamCall::powerSourcesCopyInfo) ticks.push_back(bench.world.now() - start);
+    });
+    bench.run(9);
+    bench.world.faults().observe({});
+    return ticks;
+  }
+
+  Bench bench;
+  ScriptedRootDomain rootDomain;
+  Platform platform;
+  std::shared_ptr<HelperImpl> core;
+};
+
+TEST_F(HandSentMessagesTest, WakeRestartsALoopThatOnlyEnforces) {
+  rootDomain.send(ioMessageSystemHasPoweredOn);
+  EXPECT_THAT(ticksOfNineSeconds(), ElementsAre(0, 5));
+}
+
+TEST_F(HandSentMessagesTest, WakeRestartsTheLoopForLimitsFromTwentyToHundred) {
+  bench.mac().smc.setValue("CHTE", {1, 0, 0, 0});
+  bench.mac().smc.key("CHTE")->silentlyRefuses = true;  // A limit of 100 is never handed back.
+  for (const std::uint8_t limit : {std::uint8_t{20}, std::uint8_t{100}}) {
+    core->setChargeLimit(limit, ignored());
+    bench.run(2);
+    rootDomain.send(ioMessageSystemHasPoweredOn);
+    EXPECT_THAT(ticksOfNineSeconds(), ElementsAre(0, 5)) << int{limit};
+  }
+}
+
+TEST_F(HandSentMessagesTest, WakeDuringADischargeLeavesTheRunningLoopAsItIs) {
+  bench.charge(70);
+  core->forceDischarge(true, ignored());
+  bench.world.runUntilIdle();
+  rootDomain.send(ioMessageSystemHasPoweredOn);
+  EXPECT_THAT(ticksOfNineSeconds(), ElementsAre(3, 8));
+  EXPECT_TRUE(bench.onDisk().forceDischargeActive);
+}
+
+TEST_F(HandSentMessagesTest, OtherMessagesDoNothing) {
+  bench.mark();
+  rootDomain.send(ioMessageSystemWillPowerOn);
+  rootDomain.send(ioMessageSystemWillNotSleep);
+  rootDomain.send(ioMessageCanSystemSleep);
+  EXPECT_THAT(ticksOfNineSeconds(), ElementsAre(3, 8));
+  EXPECT_THAT(bench.since("smc log"), IsEmpty());
+}
+
+}  // namespace
+}  // namespace korvel::test
