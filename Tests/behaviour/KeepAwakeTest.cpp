@@ -102,12 +102,72 @@ TEST(KeepAwakeTest, DisarmUnderAnOpenLidLetsTheDischargeGoOn) {
   EXPECT_TRUE(bench.state().forceDischargeActive);
 }
 
-TEST(KeepAwakeTest, DisarmWhenNotArmedTouchesNothingNotEvenAnOwnedSetting) {
+TEST(KeepAwakeTest, DisarmWhenNotArmedRepliesYesAndTouchesNothing) {
   Bench bench;
   bench.boot();
   EXPECT_EQ(outcome(bench.call(bench.app->setClamshellKeepAwake(false))), "ok");
   EXPECT_THAT(bench.since("disk power"), IsEmpty());
   EXPECT_THAT(bench.logs(), ElementsAre(keepAwakeAudit(bench, false)));
+  EXPECT_THAT(bench.logs("ClamshellSleep"), IsEmpty());
+}
+
+TEST(KeepAwakeTest, DisarmWhenNotArmedTouchesNotEvenASettingThatTheRecordClaims) {
+  // A disarm whose record could not take its place: the claim is back, keep-awake is not.
+  Bench bench;
+  bench.boot();
+  bench.call(bench.app->setClamshellKeepAwake(true));
+  bench.mac().disk.replaceFails = true;
+  bench.call(bench.app->setClamshellKeepAwake(false));
+  bench.mac().disk.replaceFails = false;
+  ASSERT_TRUE(bench.state().sleepDisabledByKorvel);
+  bench.mac().power.setSleepDisabledExternally(true);
+  bench.mark();
+  EXPECT_EQ(outcome(bench.call(bench.app->setClamshellKeepAwake(false))), "ok");
+  EXPECT_THAT(bench.since("disk power"), IsEmpty());
+  EXPECT_THAT(bench.logs(), ElementsAre(keepAwakeAudit(bench, false)));
+  EXPECT_TRUE(bench.mac().power.sleepDisabled());
+  EXPECT_TRUE(bench.state().sleepDisabledByKorvel);
+}
+
+/// The calls that tell the lid's state and that change the setting, in their order.
+class LidAndSettingCalls {
+ public:
+  explicit LidAndSettingCalls(Bench& observed) : bench(observed) {
+    bench.world.faults().observe([this](SeamCall call) {
+      if (call == SeamCall::registryCreateProperty) seen.emplace_back("lid read");
+      if (call == SeamCall::settingsSet) seen.emplace_back("setting written");
+    });
+  }
+  ~LidAndSettingCalls() { bench.world.faults().observe({}); }
+  LidAndSettingCalls(const LidAndSettingCalls&) = delete;
+  LidAndSettingCalls& operator=(const LidAndSettingCalls&) = delete;
+
+  Lines seen;
+
+ private:
+  Bench& bench;
+};
+
+TEST(KeepAwakeTest, DuringADischargeTheLidIsReadBeforeTheSettingIsGivenBack) {
+  Bench bench;
+  bench.bootArmedDischarge();
+  const LidAndSettingCalls calls(bench);
+  bench.call(bench.app->setClamshellKeepAwake(false));
+  EXPECT_THAT(calls.seen, ElementsAre("lid read", "setting written"));
+}
+
+TEST(KeepAwakeTest, DisarmWithoutADischargeDoesNotAskForTheLid) {
+  Bench bench;
+  bench.boot();
+  bench.call(bench.app->setClamshellKeepAwake(true));
+  bench.mac().lid.connectDisplay();
+  bench.mac().lid.close();
+  bench.mark();
+  const LidAndSettingCalls calls(bench);
+  bench.call(bench.app->setClamshellKeepAwake(false));
+  EXPECT_THAT(calls.seen, ElementsAre("setting written"));
+  EXPECT_THAT(bench.logs(),
+              ElementsAre(keepAwakeAudit(bench, false), "default clamshell keep-awake DISARMED"));
 }
 
 TEST(KeepAwakeTest, DisarmWhenNotArmedUnderAClosedLidStillStopsAnActiveDischarge) {
@@ -144,6 +204,9 @@ TEST(KeepAwakeTest, FailedWriteWhenArmedAlreadyDropsOwnershipOfASettingThatIsOn)
   EXPECT_EQ(bench.call(bench.app->setClamshellKeepAwake(true)).errorCode(), 501);
   EXPECT_TRUE(bench.mac().power.sleepDisabled());
   EXPECT_FALSE(bench.onDisk().sleepDisabledByKorvel);
+  bench.mark();
+  bench.call(bench.app->setClamshellKeepAwake(false));
+  EXPECT_THAT(bench.logs(), ElementsAre(keepAwakeAudit(bench, false))) << "no longer armed";
 }
 
 TEST(KeepAwakeTest, FailedClearOnDisarmStillDropsTheOwnership) {
