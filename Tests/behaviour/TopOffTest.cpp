@@ -48,15 +48,33 @@ TEST(TopOffTest, NinetyNineIsNotFull) {
   EXPECT_TRUE(bench.state().topUpActive);
 }
 
-TEST(TopOffTest, WithoutAReadingTheLoopEndsAtItsLastTick) {
+TEST(TopOffTest, WithoutAnyReadingTheLoopEndsAtItsLastTickAndRestoresTheLimit) {
   Bench bench;
   bench.bootWithLimit(80);
   bench.chargeUnreadable();
   bench.call(bench.app->releaseLimitUntilFullThenRestore());
+  bench.mark();
+  bench.run(1440 * 5 - 0.001);
+  EXPECT_TRUE(bench.state().topUpActive);
+  EXPECT_THAT(bench.logs(), IsEmpty());
+  bench.run(0.001);
+  EXPECT_THAT(bench.logs(),
+              ElementsAre("error top-off restore loop timed out without reaching 100% — restoring "
+                          "limit"));
+  EXPECT_THAT(bench.since("disk"), ElementsAre("disk state.json replaced: topUpActive=false"));
+  bench.charge(80);
+  bench.run(5);
+  EXPECT_EQ(bench.key("CHTE"), "01 00 00 00") << "the limit is enforced again";
+}
+
+TEST(TopOffTest, ReadingBelowFullAtTheLastTickIsATimeOut) {
+  Bench bench;
+  bench.bootWithLimit(80);
+  bench.call(bench.app->releaseLimitUntilFullThenRestore());
   bench.run(1439 * 5);
   EXPECT_TRUE(bench.state().topUpActive);
   bench.mark();
-  bench.charge(90);  // Below 100: the time-out, not a full battery, ends it.
+  bench.charge(90);
   bench.run(5);
   EXPECT_THAT(bench.logs(),
               ElementsAre("error top-off restore loop timed out without reaching 100% — restoring "
@@ -134,6 +152,7 @@ TEST(TopOffTest, OfTwoRequestsOnlyTheSecondLoopSurvives) {
   bench.charge(100);
   bench.run(5);
   EXPECT_EQ(bench.world.logCount("top-off complete — restored limit 80"), 1U);
+  EXPECT_FALSE(bench.state().topUpActive);
 }
 
 TEST(TopOffTest, EndsADischargeAndKeepAwakeFirst) {
@@ -165,6 +184,31 @@ TEST(TopOffTest, MachineWithoutDischargeKeysStillResumesCharging) {
   EXPECT_EQ(outcome(bench.call(bench.app->releaseLimitUntilFullThenRestore())), "ok");
   EXPECT_THAT(bench.since("smc"), IsEmpty());
   EXPECT_EQ(bench.mac().powerUI.currentLimit(), 0);
+}
+
+TEST(TopOffTest, MachineWithChargingKeysOnlyWritesNoDischargeKeyAndResumes) {
+  Bench bench;
+  bench.mac().smc.removeKey("CHIE");
+  bench.bootWithLimit(80);
+  bench.charge(90);
+  bench.run(5);
+  bench.mark();
+  EXPECT_EQ(outcome(bench.call(bench.app->releaseLimitUntilFullThenRestore())), "ok");
+  EXPECT_THAT(bench.since("smc"), ElementsAre("smc CHTE <- 00 00 00 00"));
+  EXPECT_TRUE(bench.state().topUpActive);
+}
+
+TEST(TopOffTest, DischargeKeyThatCannotBeWrittenDoesNotStopIt) {
+  Bench bench;
+  bench.bootWithLimit(80);
+  bench.charge(90);
+  bench.run(5);
+  bench.mac().smc.key("CHIE")->writeResult = 134;
+  bench.mark();
+  EXPECT_EQ(outcome(bench.call(bench.app->releaseLimitUntilFullThenRestore())), "ok");
+  EXPECT_THAT(bench.since("smc"),
+              ElementsAre("smc CHIE <- 00 refused (result 134)", "smc CHTE <- 00 00 00 00"));
+  EXPECT_TRUE(bench.state().topUpActive);
 }
 
 TEST(TopOffTest, FailedResumeIsReportedAndNothingIsRolledBack) {
