@@ -1,6 +1,8 @@
 // Putting every charging key back while the helper goes on.
 
+#include "HelperImpl.h"
 #include "Tests/behaviour/Bench.h"
+#include "Tests/behaviour/Doubles.h"
 
 namespace korvel::test {
 namespace {
@@ -11,6 +13,8 @@ TEST(ResetTest, WritesOnlyTheKeysThatThisMacHasAndSaysNothingOfTheOthers) {
   EXPECT_EQ(outcome(bench.call(bench.app->resetAllSMCKeys())), "ok");
   EXPECT_THAT(bench.since("smc"), ElementsAre("smc CHTE <- 00 00 00 00", "smc CHIE <- 00"));
   EXPECT_THAT(bench.logs(), ElementsAre(audit(bench, "resetAllSMCKeys")));
+  EXPECT_THAT(bench.logs("SMCWriter"), ElementsAre("default SMC write CHTE bytes=[0, 0, 0, 0]",
+                                                   "default SMC write CHIE bytes=[0]"));
 }
 
 TEST(ResetTest, WritesEveryKeyInItsOrderWhereAllAreThere) {
@@ -40,6 +44,56 @@ TEST(ResetTest, EndsADischargeAndDisarmsKeepAwakeAfterTheHardware) {
   bench.mark();
   bench.run(60);
   EXPECT_THAT(bench.since("smc disk log"), IsEmpty()) << "nothing runs afterwards";
+}
+
+TEST(ResetTest, DisarmsKeepAwakeOnlyAfterTheNativeLimit) {
+  Bench bench("newer-keys-and-native");
+  bench.boot();
+  bench.call(bench.app->setClamshellKeepAwake(true));
+  bench.mark();
+  bench.call(bench.app->resetAllSMCKeys());
+  EXPECT_THAT(bench.since("smc power"),
+              ElementsAre("smc CHTE <- 00 00 00 00", "smc CHIE <- 00",
+                          "power native limit none (pid 501)", "power SleepDisabled = 0"));
+}
+
+TEST(ResetTest, KeepsBandVerificationAndBanner) {
+  Bench bench;
+  HelperState record = savedLimit(50);
+  record.sailingBand = 9;
+  bench.saveState(record);
+  bench.mac().smc.key("CHTE")->silentlyRefuses = true;
+  bench.charge(70);
+  bench.boot();
+  bench.call(bench.app->forceDischarge(true));
+  bench.mac().lid.close();
+  bench.run(1);
+  bench.mac().lid.open();
+  bench.run(1);
+  const HelperState before = bench.state();
+  ASSERT_TRUE(before.lastDischargeAbortReason.has_value());
+  ASSERT_FALSE(before.lastWriteVerified);
+  bench.call(bench.app->resetAllSMCKeys());
+  const HelperState left = bench.onDisk();
+  EXPECT_EQ(left.sailingBand, 9);
+  EXPECT_FALSE(left.lastWriteVerified);
+  EXPECT_EQ(left.lastDischargeAbortReason, before.lastDischargeAbortReason);
+  EXPECT_EQ(left.lastDischargeAbortAt, before.lastDischargeAbortAt);
+  EXPECT_EQ(left.helperVersion, "2.0.0");
+}
+
+TEST(ResetTest, LeavesTheGraceTimerOfTheLastClientToRunOut) {
+  Bench bench;
+  bench.excuse(replyRule);  // The calls are the test's own.
+  const auto core = HelperImpl::create(bench.world.startBareHelper());
+  core->clientDidConnect();
+  core->clientDidDisconnect();
+  core->resetAllSMCKeys(ignored());
+  bench.run(29.9);
+  bench.mark();
+  bench.run(0.2);
+  EXPECT_THAT(bench.logs(),
+              ElementsAre("default client gone — nothing to suspend (no active limit)"));
 }
 
 TEST(ResetTest, LogsEachFailureGoesOnAndSucceeds) {

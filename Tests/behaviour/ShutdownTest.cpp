@@ -31,6 +31,18 @@ TEST(ShutdownTest, QuitSaysSoRestoresAndExitsWithZero) {
   EXPECT_FALSE(bench.app->connected()) << "the client's connection is invalidated";
 }
 
+TEST(ShutdownTest, DisarmsKeepAwakeBeforeTheKeysAndTheNativeLimit) {
+  Bench bench("newer-keys-and-native");
+  bench.boot();
+  bench.call(bench.app->setClamshellKeepAwake(true));
+  bench.mark();
+  bench.app->quit();
+  bench.world.runUntilIdle();
+  EXPECT_THAT(bench.since("smc power"),
+              ElementsAre("power SleepDisabled = 0", "smc CHTE <- 00 00 00 00", "smc CHIE <- 00",
+                          "power native limit none (pid 501)"));
+}
+
 TEST(ShutdownTest, KeepsLimitBandVerificationAndBanner) {
   Bench bench;
   HelperState record = savedLimit(50);
