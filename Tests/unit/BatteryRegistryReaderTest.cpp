@@ -67,6 +67,22 @@ TEST(BatteryMergeTest, FullAndRemainingCapacityFillTheRootsGaps) {
   EXPECT_EQ(PropertyValue(result)["AppleRawCurrentCapacity"], PropertyValue(3000));
 }
 
+TEST(BatteryMergeTest, TheRootsOwnBatteryDataFillsItsGapsBeforeThePacks) {
+  const auto result = merged({{"BatteryData", Dictionary{{"FullChargeCapacity", 4400},
+                                                         {"RemainingCapacity", 2900},
+                                                         {"Temperature", 3100}}}},
+                             {{"FullChargeCapacity", 4500},
+                              {"RemainingCapacity", 3000},
+                              {"Temperature", 3000},
+                              {"DesignCapacity", 5000}},
+                             {});
+  const PropertyValue found(result);
+  EXPECT_EQ(found["AppleRawMaxCapacity"], PropertyValue(4400));
+  EXPECT_EQ(found["AppleRawCurrentCapacity"], PropertyValue(2900));
+  EXPECT_EQ(found["Temperature"], PropertyValue(3100));
+  EXPECT_EQ(found["DesignCapacity"], PropertyValue(5000));
+}
+
 TEST(BatteryMergeTest, RawCapacitiesWinOverTheirFallbacks) {
   const auto result = merged({},
                              {{"FullChargeCapacity", 1},
@@ -128,6 +144,12 @@ TEST(BatteryMergeTest, IntegersOfTheBanksAreGatheredInOrder) {
   const auto result = merged({}, {}, banks);
   EXPECT_EQ(data(result), PropertyValue(Dictionary{{"CellVoltage", Array{3900, 3910}},
                                                    {"WeightedRa", Array{80}}}));
+}
+
+TEST(BatteryMergeTest, ABankWhoseValueIsNoIntegerIsLeftOutOfTheList) {
+  const auto result =
+      merged({}, {}, {{{"CellVoltage", 3900}}, {{"CellVoltage", "high"}}, {{"CellVoltage", 3910}}});
+  EXPECT_EQ(data(result)["CellVoltage"], PropertyValue(Array{3900, 3910}));
 }
 
 TEST(BatteryMergeTest, GatheredKeysOfTheDataAreKept) {

@@ -60,7 +60,8 @@ TEST_F(ClamshellSleepControllerTest, DisableClearsTheSetting) {
 TEST_F(ClamshellSleepControllerTest, DisableOfAClearSettingStillClearsIt) {
   controller.disable();
   EXPECT_THAT(settings.calls, ElementsAre("SleepDisabled off"));
-  EXPECT_EQ(log.lines.size(), 1U);
+  EXPECT_THAT(log.lines, ElementsAre("default ClamshellSleep: SleepDisabled=0 cleared — normal "
+                                     "lid-close sleep restored"));
 }
 
 TEST_F(ClamshellSleepControllerTest, ARefusedDisableIsAnErrorWithAdvice) {

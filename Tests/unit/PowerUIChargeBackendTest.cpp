@@ -122,6 +122,16 @@ TEST_F(PowerUIChargeBackendTest, OfferedLimitsAreSortedAndOutliersDropped) {
                                      "ready — limits=[80, 90, 100]"));
 }
 
+TEST_F(PowerUIChargeBackendTest, AnOfferWithoutAHundredGivesNoBackend) {
+  using Offer = PropertyValue::Array;
+  for (const Offer& offer : {Offer{80, 90}, Offer{80, 90, 101}, Offer{80, 99}}) {
+    framework = {};
+    framework.offered = offer;
+    expectNoBackend("no 100 among the limits");
+    EXPECT_EQ(framework.calls.back(), "availableChargeLimitsWithError:");
+  }
+}
+
 TEST_F(PowerUIChargeBackendTest, OfferedRealsCountByTheirIntegerValue) {
   framework.offered =
       PropertyValue::Array{80.9, 100.0, 0.5, -3.0, 101.0, 1e300, -1e300, std::nan("")};
@@ -213,6 +223,15 @@ TEST_F(PowerUIChargeBackendTest, NoLimitReadsAsAHundred) {
   framework.limitError = "gone";
   EXPECT_EQ(textOf(backend->readLimit()), "PowerUI call failed: gone");
   EXPECT_THAT(log.lines, IsEmpty());
+}
+
+TEST_F(PowerUIChargeBackendTest, SettingAHundredIsVerifiedByAGetterThatSaysZero) {
+  framework.obeys = false;
+  const auto backend = ready();
+  framework.limit = 0;
+  EXPECT_EQ(textOf(backend->setLimit(100)), "1");
+  framework.limit = 80;
+  EXPECT_EQ(textOf(backend->setLimit(100)), "0");
 }
 
 TEST_F(PowerUIChargeBackendTest, NothingIsRememberedBetweenCalls) {

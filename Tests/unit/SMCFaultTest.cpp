@@ -273,6 +273,17 @@ TEST(SMCFaultTest, AWriteThatStaysStaleLogsItsFailureOnce) {
   EXPECT_EQ(bench.smc.count("write CHTE [1, 0, 0, 0]"), 2U);
 }
 
+TEST(SMCFaultTest, AWriteWhoseReopenFailsLogsItsOwnFailureToo) {
+  Bench bench;
+  bench.warm();
+  bench.smc.answers[1] = {ioReturnNoDevice, 0};
+  bench.smc.answers[2] = {ioReturnNoDevice};
+  EXPECT_EQ(bench.write(), "kSMCWriteKey failed (kIOReturn=-536870208, smcResult=0)");
+  EXPECT_THAT(bench.log.lines,
+              ElementsAre("fault SMCWriter: AppleSMC service not found at init", reopenFailed,
+                          "fault SMCWriter: kSMCWriteKey CHTE IOConnect failed: -536870208"));
+}
+
 TEST(SMCFaultTest, EachCommandOfAnOperationMayRecoverOnce) {
   Bench bench;
   bench.smc.answers[1] = {ioReturnNotOpen};   // key info

@@ -43,6 +43,22 @@ TEST_F(SMCProbeTest, TheNewerFamilyWinsWhileTheLogShowsTheOlderKeys) {
                           "metaC=1) tahoeD=1 preTahoeD=0"));
 }
 
+TEST_F(SMCProbeTest, WithAllThreeChargingKeysTheLogShowsTheOlderPairThatIsNotReported) {
+  for (const char* key : {"CHTE", "CH0B", "CH0C"}) smc.keys[key] = {1, {}};
+  EXPECT_EQ(opened().probeCapabilities(), (HelperCapabilities{true, false, false, false, false}));
+  EXPECT_THAT(log.lines,
+              ElementsAre("default SMCWriter: capability probe: tahoeC=1 preTahoeC=0 (metaB=1 "
+                          "metaC=1) tahoeD=0 preTahoeD=0"));
+}
+
+TEST_F(SMCProbeTest, WithBothDischargeKeysOnlyTheNewerIsReportedAndLogged) {
+  for (const char* key : {"CHIE", "CH0I"}) smc.keys[key] = {1, {}};
+  EXPECT_EQ(opened().probeCapabilities(), (HelperCapabilities{false, false, true, false, false}));
+  EXPECT_THAT(log.lines,
+              ElementsAre("default SMCWriter: capability probe: tahoeC=0 preTahoeC=0 (metaB=0 "
+                          "metaC=0) tahoeD=1 preTahoeD=0"));
+}
+
 TEST_F(SMCProbeTest, HalfOfTheOlderPairIsNotEnough) {
   smc.keys["CH0B"] = {1, {}};
   EXPECT_FALSE(opened().probeCapabilities().preTahoeCharging);
@@ -139,6 +155,16 @@ TEST_F(SMCProbeTest, TheFirstWriteAfterAProbeNeedsNoKeyInfo) {
   smc.forgetCalls();
   EXPECT_TRUE(writer.writeKey("CHTE", ByteList{1, 0, 0, 0}));
   EXPECT_THAT(smc.calls, ElementsAre("write CHTE [1, 0, 0, 0]"));
+}
+
+TEST_F(SMCProbeTest, TheKeyInfoOfAllFiveKeysIsRemembered) {
+  for (const char* key : markers) smc.keys[key] = {1, {}};
+  SMCWriter writer = opened();
+  writer.probeCapabilities();
+  smc.forgetCalls();
+  for (const char* key : markers) EXPECT_TRUE(writer.readKey(key));
+  EXPECT_THAT(smc.calls,
+              ElementsAre("read CHTE", "read CH0B", "read CH0C", "read CHIE", "read CH0I"));
 }
 
 }  // namespace
