@@ -37,6 +37,8 @@ TEST(TopOffTest, BatteryAtHundredRestoresTheLimitAtTheFirstTick) {
                                         "default charge enforcement pause:ok"));
   EXPECT_THAT(bench.since("disk smc"), ElementsAre("disk state.json replaced: topUpActive=false",
                                                    "smc CHTE <- 01 00 00 00"));
+  bench.run(60);
+  EXPECT_EQ(bench.world.logCount("top-off complete — restored limit 80"), 1U) << "its loop ended";
 }
 
 TEST(TopOffTest, NinetyNineIsNotFull) {
@@ -62,9 +64,11 @@ TEST(TopOffTest, WithoutAnyReadingTheLoopEndsAtItsLastTickAndRestoresTheLimit) {
               ElementsAre("error top-off restore loop timed out without reaching 100% — restoring "
                           "limit"));
   EXPECT_THAT(bench.since("disk"), ElementsAre("disk state.json replaced: topUpActive=false"));
+  bench.mark();
   bench.charge(80);
-  bench.run(5);
+  bench.run(60);
   EXPECT_EQ(bench.key("CHTE"), "01 00 00 00") << "the limit is enforced again";
+  EXPECT_THAT(bench.logs(), ElementsAre("default charge enforcement pause:ok"));
 }
 
 TEST(TopOffTest, ReadingBelowFullAtTheLastTickIsATimeOut) {
@@ -186,9 +190,10 @@ TEST(TopOffTest, MachineWithoutDischargeKeysStillResumesCharging) {
   EXPECT_EQ(bench.mac().powerUI.currentLimit(), 0);
 }
 
-TEST(TopOffTest, MachineWithChargingKeysOnlyWritesNoDischargeKeyAndResumes) {
+TEST(TopOffTest, MachineWithoutADischargeFamilyWritesNoDischargeKeyAndResumes) {
   Bench bench;
   bench.mac().smc.removeKey("CHIE");
+  bench.mac().smc.addKey({"CH0J", 1, "ui8 ", 0xd0, {0}});  // Half a pair is no family.
   bench.bootWithLimit(80);
   bench.charge(90);
   bench.run(5);
@@ -224,6 +229,21 @@ TEST(TopOffTest, FailedResumeIsReportedAndNothingIsRolledBack) {
   bench.mark();
   bench.run(60);
   EXPECT_THAT(bench.since("smc log"), IsEmpty()) << "enforcement stays stopped";
+}
+
+TEST(TopOffTest, SecondRequestThatFailsLeavesTheFirstLoopRunning) {
+  Bench bench;
+  bench.bootWithLimit(80);
+  bench.call(bench.app->releaseLimitUntilFullThenRestore());
+  bench.mac().smc.setValue("CHTE", {1, 0, 0, 0});
+  bench.mac().smc.key("CHTE")->writeResult = 134;
+  EXPECT_EQ(bench.call(bench.app->releaseLimitUntilFullThenRestore()).errorCode(), 500);
+  EXPECT_TRUE(bench.state().topUpActive);
+  bench.mac().smc.key("CHTE")->writeResult.reset();
+  bench.charge(100);
+  bench.mark();
+  bench.run(5);
+  EXPECT_EQ(bench.logs().front(), "default top-off complete — restored limit 80");
 }
 
 TEST(TopOffTest, LimitToRestoreIsTheOneOfTheStart) {
