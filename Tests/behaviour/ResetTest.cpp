@@ -163,6 +163,18 @@ TEST(ResetTest, MachineWithoutAnSmcSkipsEveryKeySilentlyAndSucceeds) {
   EXPECT_THAT(bench.logs(), ElementsAre(audit(bench, "resetAllSMCKeys")));
 }
 
+TEST(ResetTest, SmcThatAppearsIsConnectedForTheFirstKey) {
+  Bench bench;
+  bench.mac().smc.servicePresent = false;
+  bench.boot();
+  bench.mac().smc.servicePresent = true;
+  bench.mark();
+  EXPECT_EQ(outcome(bench.call(bench.app->resetAllSMCKeys())), "ok");
+  EXPECT_THAT(bench.since("smc"), ElementsAre("smc CHTE <- 00 00 00 00", "smc CHIE <- 00"));
+  EXPECT_EQ(bench.logs("SMCWriter").front(),
+            "default AppleSMC connection reopened after stale-handle recovery");
+}
+
 TEST(ResetTest, SmcThatGoesAwayFailsOneKeyAndSkipsTheRest) {
   // The first key's size is still remembered, so its write is tried; after that there is no
   // connection, and a key that cannot be asked for counts as absent.

@@ -161,6 +161,23 @@ TEST(SleepWakeTest, DischargeWithALimitOfHundredEndsWithoutAPause) {
                           "default force-discharge auto-stopped: reason=systemWillSleep"));
 }
 
+TEST(SleepWakeTest, DischargeThatNoLoopWatchesEndsBeforeSleepToo) {
+  // A record with a limit that no loop takes: the discharge starts, its loop stops at once.
+  Bench bench;
+  bench.saveState(savedLimit(10));
+  bench.charge(60);
+  bench.boot();
+  ASSERT_EQ(outcome(bench.call(bench.app->forceDischarge(true))), "ok");
+  ASSERT_TRUE(bench.world.logged("HelperImpl", LogLevel::Fault,
+                                 "pollOnce: target 10 out of range — stopping loop"));
+  bench.mark();
+  bench.mac().lid.close();
+  bench.run(1);
+  EXPECT_TRUE(bench.mac().power.isAsleep());
+  EXPECT_THAT(bench.since("smc"), ElementsAre("smc CHIE <- 00")) << "and no pause";
+  EXPECT_FALSE(bench.onDisk().forceDischargeActive);
+}
+
 TEST(SleepWakeTest, FailedPauseIsAnErrorLineAndSleepGoesOn) {
   Bench bench;
   bench.bootWithLimit(80);
