@@ -68,6 +68,14 @@ TEST(CommandLineTest, ADiskSurvivesFromOneMachineToTheNext) {
   EXPECT_EQ(mac.command({"down"}).status, 0);
 }
 
+TEST(CommandLineTest, DownReturnsWhenTheNextMachineCanStart) {
+  const Mac mac;
+  for (int round = 0; round < 10; ++round) {
+    ASSERT_EQ(mac.command({"down"}).status, 0);
+    expectSays(mac.command({"up"}), 0, {"is up at"});
+  }
+}
+
 TEST(CommandLineTest, StatusShowsTheMachineAtOneGlance) {
   const Mac mac;
   mac.tell({"set", "battery", "61"});

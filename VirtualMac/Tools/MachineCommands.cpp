@@ -82,6 +82,10 @@ int ask(const Choices& choices, const std::string& command) {
   if (!reply->value("ok", false))
     return complain(reply->value("error", std::string("no answer")),
                     reply->value("usage", false) ? exitUsage : exitFailed);
+  // Over when the machine's process is, so that another can be started in the same place at once.
+  if (command == "down")
+    while (machine->receive()) {
+    }
   if (!choices.asJSON) {
     fmt::print("{}", reply->value("text", std::string()));
     return exitDone;

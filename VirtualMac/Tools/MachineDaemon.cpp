@@ -78,13 +78,15 @@ int runMachine(const MachineOptions& options,
                const std::function<void(const std::string& problem)>& ready) {
   std::error_code error;
   std::filesystem::create_directories(options.root.path, error);
+  // Goes last, and with it the connections: whoever sees them end finds nothing of the machine
+  // left.
+  asio::io_context context;
   const RootLock lock(options.root);
   if (const auto problem = lock.take(options.root)) {
     ready(*problem);
     return 1;
   }
   ::signal(SIGPIPE, SIG_IGN);
-  asio::io_context context;
   MachineServer server(context, options);
   ControlServer control(server, [&context] { context.stop(); });
   std::optional<std::string> trouble = server.start();
