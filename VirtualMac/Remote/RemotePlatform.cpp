@@ -85,6 +85,16 @@ class RemoteLog final : public korvel::UnifiedLog {
   bool verbose;
 };
 
+/// Nobody waits for the machine to write a line down.
+class RemoteHost final : public RemoteInterface<HelperHost> {
+ public:
+  using RemoteInterface<HelperHost>::RemoteInterface;
+
+  void journal(std::string_view kind, std::string_view text) override {
+    channel.tell(static_cast<CallNumber>(RemoteCall::hostJournal), kind, text);
+  }
+};
+
 class RealProcess final : public korvel::Process {
  public:
   explicit RealProcess(HelperHost& machineHost) : host(machineHost) {}
@@ -150,7 +160,7 @@ struct RemotePlatform::Parts {
   }
 
   MachineChannel channel;
-  RemoteInterface<HelperHost> host;
+  RemoteHost host;
   RemoteRootDomain rootDomain;
   RemoteLog log;
   RemoteInterface<korvel::SMCUserClient> smc;

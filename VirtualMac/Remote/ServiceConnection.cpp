@@ -178,7 +178,8 @@ void ServiceConnection::deliver(const XPCOperation& operation, const XPCCall& ca
   const auto data = [&] {
     return korvel::DataReply(std::make_unique<Data>(shared_from_this(), operation, call.ticket));
   };
-  korvel::KorvelHelperProtocol& object = *exportedObject;
+  const std::shared_ptr<korvel::KorvelHelperProtocol> exported = exportedObject;
+  korvel::KorvelHelperProtocol& object = *exported;
   const std::string_view name = operation.selector;
   if (name == selector::ping)
     object.ping(
@@ -214,10 +215,10 @@ void ServiceConnection::readOnUnlessWaiting() {
 void ServiceConnection::reply(const XPCOperation& operation, std::uint32_t ticket,
                               std::vector<XPCValue> values) {
   host.journal("reply", shortName(operation.selector) + ' ' + summary(values));
-  asio::post(socket.get_executor(),
-             [self = shared_from_this(), &operation, ticket, sent = std::move(values)] {
-               self->sendReply(operation, ticket, sent);
-             });
+  asio::dispatch(socket.get_executor(),
+                 [self = shared_from_this(), &operation, ticket, sent = std::move(values)] {
+                   self->sendReply(operation, ticket, sent);
+                 });
 }
 
 void ServiceConnection::sendReply(const XPCOperation& operation, std::uint32_t ticket,

@@ -1,8 +1,6 @@
 #pragma once
 
-#include <asio/any_io_executor.hpp>
 #include <asio/local/stream_protocol.hpp>
-#include <asio/strand.hpp>
 #include <deque>
 #include <memory>
 #include <mutex>
@@ -17,7 +15,7 @@
 namespace virtualmac {
 
 /// One client of the helper's service; see ServiceListener. Everything but `reply` runs on the
-/// connection's strand. The interruption handler is kept and never called: a socket that breaks
+/// connection's thread. The interruption handler is kept and never called: a socket that breaks
 /// does not come back.
 class ServiceConnection final : public korvel::XPCConnection,
                                 public std::enable_shared_from_this<ServiceConnection> {

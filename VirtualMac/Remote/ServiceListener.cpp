@@ -1,15 +1,15 @@
 #include "VirtualMac/Remote/ServiceListener.h"
 
+#include <array>
 #include <asio/executor_work_guard.hpp>
 #include <asio/io_context.hpp>
 #include <asio/local/stream_protocol.hpp>
 #include <asio/post.hpp>
 #include <asio/steady_timer.hpp>
-#include <asio/strand.hpp>
 #include <chrono>
+#include <cstddef>
 #include <thread>
 #include <utility>
-#include <vector>
 
 #include "VirtualMac/Remote/ServiceConnection.h"
 
@@ -17,30 +17,45 @@ namespace virtualmac {
 
 using Protocol = asio::local::stream_protocol;
 
-struct ServiceListener::Pool {
-  static constexpr int threadCount = 4;
-
-  Pool() {
-    for (int index = 0; index < threadCount; ++index)
-      threads.emplace_back([this] { context.run(); });
+/// One thread accepts; the connections are spread over the others, each for its whole life. A
+/// thread is its context's only one: it need not wake another to go on waiting while it serves a
+/// call.
+class ServiceListener::Threads {
+ public:
+  Threads() = default;
+  ~Threads() {
+    accepting.end();
+    for (Lane& lane : serving) lane.end();
   }
-  ~Pool() {
-    context.stop();
-    for (std::thread& thread : threads) thread.join();
-  }
+  Threads(const Threads&) = delete;
+  Threads& operator=(const Threads&) = delete;
 
-  asio::io_context context;
-  asio::executor_work_guard<asio::io_context::executor_type> guard{context.get_executor()};
-  std::vector<std::thread> threads;
+  asio::io_context& acceptance() { return accepting.context; }
+  /// Where the next connection belongs. On the accepting thread.
+  asio::io_context& nextConnection() { return serving[connections++ % serving.size()].context; }
+
+ private:
+  struct Lane {
+    void end() {
+      context.stop();
+      thread.join();
+    }
+
+    asio::io_context context{1};
+    asio::executor_work_guard<asio::io_context::executor_type> guard{context.get_executor()};
+    std::thread thread{[this] { context.run(); }};
+  };
+  std::array<Lane, 4> serving;
+  Lane accepting;
+  std::size_t connections = 0;
 };
 
 namespace {
 
-/// Accepts connections on one strand. The pending accept keeps it alive: a service is published for
-/// the rest of the process's life.
+/// The pending accept keeps it alive: a service is published for the rest of the process's life.
 class Listener final : public korvel::XPCListener {
  public:
-  Listener(ServiceListener::Pool& threads, int listeningSocket, HelperHost& machineHost)
+  Listener(ServiceListener::Threads& threads, int listeningSocket, HelperHost& machineHost)
       : acceptance(std::make_shared<Acceptance>(threads, listeningSocket, machineHost)) {}
 
   void setDelegate(const std::shared_ptr<korvel::XPCListenerDelegate>& delegate) override {
@@ -48,22 +63,17 @@ class Listener final : public korvel::XPCListener {
   }
 
   void resume() override {
-    asio::post(acceptance->strand, [begun = acceptance] { accept(begun); });
+    asio::post(acceptance->threads.acceptance(), [begun = acceptance] { accept(begun); });
   }
 
  private:
   struct Acceptance {
-    Acceptance(ServiceListener::Pool& threads, int listeningSocket, HelperHost& machineHost)
-        : pool(threads),
-          strand(asio::make_strand(pool.context)),
-          acceptor(strand),
-          host(machineHost),
-          retry(strand) {
+    Acceptance(ServiceListener::Threads& all, int listeningSocket, HelperHost& machineHost)
+        : threads(all), acceptor(all.acceptance()), host(machineHost), retry(all.acceptance()) {
       if (listeningSocket >= 0) acceptor.assign(Protocol(), listeningSocket);
     }
 
-    ServiceListener::Pool& pool;
-    asio::strand<asio::io_context::executor_type> strand;
+    ServiceListener::Threads& threads;
     Protocol::acceptor acceptor;
     HelperHost& host;
     asio::steady_timer retry;
@@ -72,7 +82,7 @@ class Listener final : public korvel::XPCListener {
 
   static void accept(const std::shared_ptr<Acceptance>& on) {
     if (!on->acceptor.is_open()) return;
-    on->acceptor.async_accept(asio::make_strand(on->pool.context),
+    on->acceptor.async_accept(on->threads.nextConnection(),
                               [on](const std::error_code& error, Protocol::socket socket) {
                                 if (error) return retryLater(on, error);
                                 decide(*on, std::move(socket));
@@ -108,13 +118,13 @@ ServiceListener::ServiceListener(std::string machServiceName, int listeningSocke
     : service(std::move(machServiceName)),
       listening(listeningSocket),
       host(machineHost),
-      pool(std::make_unique<Pool>()) {}
+      threads(std::make_unique<Threads>()) {}
 
 ServiceListener::~ServiceListener() = default;
 
 std::unique_ptr<korvel::XPCListener> ServiceListener::makeListener(
     std::string_view machServiceName) {
-  return std::make_unique<Listener>(*pool, machServiceName == service ? listening : -1, host);
+  return std::make_unique<Listener>(*threads, machServiceName == service ? listening : -1, host);
 }
 
 std::optional<std::int32_t> ServiceListener::currentConnectionPid() {

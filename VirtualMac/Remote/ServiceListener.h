@@ -10,10 +10,10 @@ namespace virtualmac {
 
 /// The helper's service over the listening socket that the machine's launchd owns and hands in.
 ///
-/// Connections are accepted, and each one's messages read, delivered and answered, on a small pool
-/// of threads; what belongs to one connection runs in order. A peer's identity is its pid, which
-/// the kernel vouches for; what that program is, the machine knows. The requirement is evaluated
-/// when the first message comes, before it is delivered.
+/// Connections are accepted on one thread, and each one's messages read, delivered and answered, in
+/// order, on one of a few others. A peer's identity is its pid, which the kernel vouches for; what
+/// that program is, the machine knows. The requirement is evaluated when the first message comes,
+/// before it is delivered.
 ///
 /// Failure. A connection ends, alone and with a line in the machine's journal, when its peer goes
 /// away, is not what the requirement asks for, or sends what is malformed, oversized, unknown to
@@ -31,14 +31,13 @@ class ServiceListener final : public korvel::XPCService {
   std::unique_ptr<korvel::XPCListener> makeListener(std::string_view machServiceName) override;
   std::optional<std::int32_t> currentConnectionPid() override;
 
-  /// The threads, shared by the listener and its connections.
-  struct Pool;
+  class Threads;
 
  private:
   std::string service;
   int listening;
   HelperHost& host;
-  std::unique_ptr<Pool> pool;
+  std::unique_ptr<Threads> threads;
 };
 
 }  // namespace virtualmac
