@@ -36,9 +36,9 @@ HelperImpl::HelperImpl(OnlyFromCreate /*proof*/, Platform& outside)
       persistence(platform.files, Logger(platform.log, "Persistence")),
       pmAssertions(platform.assertions, platform.dispatch, platform.log),
       clamshellSleep(platform.powerSettings, Logger(platform.log, "ClamshellSleep")),
-      capabilitiesLock(platform.dispatch.makeLock()),
-      stateLock(platform.dispatch.makeLock()),
-      topOffGenerationLock(platform.dispatch.makeLock()) {
+      capabilitiesLock(platform.dispatch.makeLock("capabilitiesLock")),
+      stateLock(platform.dispatch.makeLock("stateLock")),
+      topOffGenerationLock(platform.dispatch.makeLock("topOffGenerationLock")) {
   state = persistence.read();
   state.lastDischargeAbortReason.reset();
   state.lastDischargeAbortAt.reset();

@@ -57,7 +57,8 @@ class Dispatch {
   virtual std::unique_ptr<TimerSource> makeTimer(const std::shared_ptr<WorkQueue>& queue) = 0;
   virtual std::unique_ptr<SignalSource> makeSignalSource(int signalNumber) = 0;
   virtual std::shared_ptr<DispatchGroup> makeGroup() = 0;
-  virtual std::unique_ptr<LockPrimitive> makeLock() = 0;
+  /// `label` tells locks apart in reports; a platform's lock may have no place for it.
+  virtual std::unique_ptr<LockPrimitive> makeLock(std::string_view label) = 0;
   /// Takes the signal's default action away; its signal source still hears it.
   virtual void ignoreDefaultAction(int signalNumber) = 0;
   /// Runs the calling thread's (the main thread's) loop, for the rest of the process's life.

@@ -189,7 +189,9 @@ class SystemDispatch final : public Dispatch {
     return std::make_unique<DispatchSignal>(signalNumber);
   }
   std::shared_ptr<DispatchGroup> makeGroup() override { return std::make_shared<WorkGroup>(); }
-  std::unique_ptr<LockPrimitive> makeLock() override { return std::make_unique<UnfairLock>(); }
+  std::unique_ptr<LockPrimitive> makeLock(std::string_view /*label*/) override {
+    return std::make_unique<UnfairLock>();
+  }
   // The kernel reports a signal to its source before it looks whether the signal is ignored.
   void ignoreDefaultAction(int signalNumber) override { std::signal(signalNumber, SIG_IGN); }
   void runMainLoop() override { CFRunLoopRun(); }

@@ -64,7 +64,9 @@ class RecordingHost final : public Dispatch, public XPCService {
     return dispatch.makeTimer(queue);
   }
   std::shared_ptr<DispatchGroup> makeGroup() override { return dispatch.makeGroup(); }
-  std::unique_ptr<LockPrimitive> makeLock() override { return dispatch.makeLock(); }
+  std::unique_ptr<LockPrimitive> makeLock(std::string_view label) override {
+    return dispatch.makeLock(label);
+  }
   std::unique_ptr<SignalSource> makeSignalSource(int number) override {
     note("source", number);
     return std::make_unique<Source>(*this, number);

@@ -8,15 +8,18 @@
 
 #include "Base/Lock.h"
 #include "BrokenRules.h"
+#include "FakeHelper.h"
 #include "HelperRecords.h"
 #include "Platform/Dispatch.h"
 #include "Platform/PowerAssertions.h"
 #include "Platform/PowerSettings.h"
 #include "Platform/Process.h"
+#include "Platform/SMCUserClient.h"
 #include "Platform/UnifiedLog.h"
 #include "Platform/WallClock.h"
 #include "VirtualMac/Machine/Machine.h"
 #include "VirtualMac/Schedule/Observer.h"
+#include "VirtualMac/Schedule/Scheduler.h"
 
 namespace virtualmac {
 namespace {
@@ -145,28 +148,28 @@ TEST_F(BrokenRules, ACancelledTimerThatFires) {
 }
 
 TEST_F(BrokenRules, TwoLocks) {
-  korvel::Lock one(platform.dispatch.makeLock());
-  korvel::Lock two(platform.dispatch.makeLock());
+  korvel::Lock one(platform.dispatch.makeLock("one"));
+  korvel::Lock two(platform.dispatch.makeLock("two"));
   {
     const korvel::ScopedLock first(one);
     const korvel::ScopedLock second(two);
   }
-  EXPECT_THAT(found(),
-              ElementsAre("no two locks together: 0.000 test takes lock 2 holding lock 1"));
+  EXPECT_THAT(found(), ElementsAre("no two locks together: 0.000 test takes two holding one"));
 }
 
 TEST_F(BrokenRules, ACallUnderALock) {
-  korvel::Lock capabilities(platform.dispatch.makeLock());
-  korvel::Lock state(platform.dispatch.makeLock());
+  korvel::Lock capabilities(platform.dispatch.makeLock("capabilitiesLock"));
+  korvel::Lock state(platform.dispatch.makeLock("stateLock"));
   {
     const korvel::ScopedLock held(capabilities);
-    platform.clock.now();
-    platform.clock.now();
+    platform.smc.matchAppleSMC();
+    platform.smc.matchAppleSMC();
   }
   EXPECT_THAT(rules.violations(), IsEmpty()) << "the one probe";
   {
     const korvel::ScopedLock held(capabilities);
     platform.clock.now();
+    platform.smc.matchAppleSMC();
   }
   {
     const korvel::ScopedLock held(state);
@@ -174,8 +177,19 @@ TEST_F(BrokenRules, ACallUnderALock) {
     happens("reply", "ping 501");
   }
   const std::string rule = "no call under a lock: 0.000 ";
-  EXPECT_THAT(found(), ElementsAre(rule + "clockNow under lock 1", rule + "logEmit under lock 2",
-                                   rule + "reply under lock 2"));
+  EXPECT_THAT(found(),
+              ElementsAre(rule + "clockNow under capabilitiesLock",
+                          rule + "smcMatchAppleSMC under capabilitiesLock",
+                          rule + "logEmit under stateLock", rule + "reply under stateLock"));
+}
+
+TEST_F(BrokenRules, AProbeUnderAnotherLock) {
+  korvel::Lock state(platform.dispatch.makeLock("stateLock"));
+  {
+    const korvel::ScopedLock held(state);
+    platform.smc.matchAppleSMC();
+  }
+  EXPECT_THAT(found(), ElementsAre("no call under a lock: 0.000 smcMatchAppleSMC under stateLock"));
 }
 
 TEST_F(BrokenRules, ATickThatWritesWhatItWroteBefore) {

@@ -184,7 +184,7 @@ TEST(WorldTest, ADeadlockOfTheHelperIsThrownWithItsHolders) {
   World world;
   korvel::Platform& platform = world.startBareHelper();
   const auto queue = platform.dispatch.makeSerialQueue("smc");
-  korvel::Lock lock(platform.dispatch.makeLock());
+  korvel::Lock lock(platform.dispatch.makeLock("state"));
   world.onThread("xpc", [&] {
     const korvel::ScopedLock held(lock);
     queue->sync([] {});
@@ -196,7 +196,7 @@ TEST(WorldTest, ADeadlockOfTheHelperIsThrownWithItsHolders) {
   } catch (const StuckError& error) {
     report = error.what();
   }
-  EXPECT_EQ(report, "smc waits for lock lock 1 held by xpc; xpc waits for sync smc held by smc");
+  EXPECT_EQ(report, "smc waits for lock state held by xpc; xpc waits for sync smc held by smc");
   world.killHelper();
 }
 

@@ -49,7 +49,9 @@ class InlineDispatch final : public Dispatch {
     return unexpected("a signal source");
   }
   std::shared_ptr<DispatchGroup> makeGroup() override { return unexpected("a group"); }
-  std::unique_ptr<LockPrimitive> makeLock() override { return unexpected("a lock"); }
+  std::unique_ptr<LockPrimitive> makeLock(std::string_view /*label*/) override {
+    return unexpected("a lock");
+  }
   void ignoreDefaultAction(int /*signalNumber*/) override { unexpected("a signal's action"); }
   void runMainLoop() override { unexpected("the main loop"); }
 

@@ -61,7 +61,7 @@ class NoTwoLocksTogether final : public Invariant {
 };
 
 /// Locks are held for a copy or an assignment. The one exception is the lock of the capabilities,
-/// the first that a helper makes, which is held across the one probe of its process.
+/// which is held while the one probe of its process asks the SMC.
 class NoCallUnderLock final : public Invariant {
  public:
   explicit NoCallUnderLock(World& watched) : Invariant(watched, "no call under a lock") {}
@@ -72,7 +72,9 @@ class NoCallUnderLock final : public Invariant {
   void callMade(const Lane& lane, SeamCall call) override {
     if (lane.locksHeld().empty()) return;
     const VirtualLock* held = lane.locksHeld().back();
-    if (held->name() == capabilitiesLockName) {
+    const std::string_view asked = describe(call).interface;
+    const bool ofAProbe = asked == "SMCUserClient" || asked == "UnifiedLog";
+    if (held->name() == "capabilitiesLock" && ofAProbe) {
       if (probing != held && probed.insert(lane.process()).second) probing = held;
       if (probing == held) return;
     }
@@ -86,8 +88,6 @@ class NoCallUnderLock final : public Invariant {
   }
 
  private:
-  static constexpr std::string_view capabilitiesLockName = "lock 1";
-
   const VirtualLock* probing = nullptr;
   std::set<const ThreadGroup*> probed;
 };

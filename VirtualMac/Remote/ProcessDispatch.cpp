@@ -175,7 +175,7 @@ std::shared_ptr<korvel::DispatchGroup> ProcessDispatch::makeGroup() {
   return std::make_shared<ProcessGroup>(clock);
 }
 
-std::unique_ptr<korvel::LockPrimitive> ProcessDispatch::makeLock() {
+std::unique_ptr<korvel::LockPrimitive> ProcessDispatch::makeLock(std::string_view /*label*/) {
   return std::make_unique<ProcessLock>();
 }
 

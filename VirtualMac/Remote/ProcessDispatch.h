@@ -35,7 +35,7 @@ class ProcessDispatch final : public korvel::Dispatch {
       const std::shared_ptr<korvel::WorkQueue>& queue) override;
   std::unique_ptr<korvel::SignalSource> makeSignalSource(int signalNumber) override;
   std::shared_ptr<korvel::DispatchGroup> makeGroup() override;
-  std::unique_ptr<korvel::LockPrimitive> makeLock() override;
+  std::unique_ptr<korvel::LockPrimitive> makeLock(std::string_view label) override;
   void ignoreDefaultAction(int signalNumber) override;
   void runMainLoop() override;
 

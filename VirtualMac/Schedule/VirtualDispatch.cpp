@@ -76,9 +76,8 @@ std::shared_ptr<korvel::DispatchGroup> VirtualDispatch::makeGroup() {
   return std::make_shared<VirtualGroup>(scheduler, process, observers);
 }
 
-std::unique_ptr<korvel::LockPrimitive> VirtualDispatch::makeLock() {
-  return std::make_unique<VirtualLock>(scheduler, process, observers,
-                                       "lock " + std::to_string(++locksMade));
+std::unique_ptr<korvel::LockPrimitive> VirtualDispatch::makeLock(std::string_view label) {
+  return std::make_unique<VirtualLock>(scheduler, process, observers, std::string(label));
 }
 
 void VirtualDispatch::ignoreDefaultAction(int signalNumber) {

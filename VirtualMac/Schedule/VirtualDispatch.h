@@ -26,7 +26,7 @@ class VirtualDispatch final : public korvel::Dispatch {
       const std::shared_ptr<korvel::WorkQueue>& queue) override;
   std::unique_ptr<korvel::SignalSource> makeSignalSource(int signalNumber) override;
   std::shared_ptr<korvel::DispatchGroup> makeGroup() override;
-  std::unique_ptr<korvel::LockPrimitive> makeLock() override;
+  std::unique_ptr<korvel::LockPrimitive> makeLock(std::string_view label) override;
   void ignoreDefaultAction(int signalNumber) override;
   [[noreturn]] void runMainLoop() override;
 
@@ -47,7 +47,6 @@ class VirtualDispatch final : public korvel::Dispatch {
   const ScheduleObservers& observers;
   std::shared_ptr<Signals> signals;
   std::uint64_t timersMade = 0;
-  std::uint64_t locksMade = 0;
 };
 
 }  // namespace virtualmac

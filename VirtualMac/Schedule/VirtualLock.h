@@ -19,7 +19,7 @@ class VirtualLock final : public korvel::LockPrimitive {
   void lock() override;
   void unlock() override;
 
-  /// "lock 1", "lock 2", … in the order in which the process made them.
+  /// The label with which it was made.
   [[nodiscard]] const std::string& name() const { return label; }
 
  private:

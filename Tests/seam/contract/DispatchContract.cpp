@@ -127,7 +127,7 @@ TEST_P(DispatchContract, AWaitTimesOutAndTheWorkStillLeaves) {
 TEST_P(DispatchContract, ALockLetsOneThreadIn) {
   const auto one = platform().dispatch.makeSerialQueue("one");
   const auto two = platform().dispatch.makeSerialQueue("two");
-  korvel::Lock lock(platform().dispatch.makeLock());
+  korvel::Lock lock(platform().dispatch.makeLock("contract"));
   std::atomic<int> inside = 0;
   std::atomic<int> rounds = 0;
   std::atomic<bool> together = false;

@@ -17,7 +17,7 @@ std::string run(Scheduler::Order order, std::uint64_t seed) {
   for (int i = 0; i < 4; ++i) {
     queues.push_back(bench.dispatch.makeSerialQueue("q" + std::to_string(i)));
   }
-  const auto lock = bench.dispatch.makeLock();
+  const auto lock = bench.dispatch.makeLock("1");
   int counter = 0;
   for (int i = 0; i < 4; ++i) {
     queues[static_cast<std::size_t>(i)]->async([&, i] {

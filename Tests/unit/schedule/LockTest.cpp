@@ -18,8 +18,8 @@ struct LockTest : testing::Test {
   std::shared_ptr<korvel::WorkQueue> one = bench.dispatch.makeSerialQueue("one");
   std::shared_ptr<korvel::WorkQueue> two = bench.dispatch.makeSerialQueue("two");
   std::shared_ptr<korvel::WorkQueue> three = bench.dispatch.makeSerialQueue("three");
-  std::unique_ptr<korvel::LockPrimitive> lock = bench.dispatch.makeLock();
-  std::unique_ptr<korvel::LockPrimitive> other = bench.dispatch.makeLock();
+  std::unique_ptr<korvel::LockPrimitive> lock = bench.dispatch.makeLock("1");
+  std::unique_ptr<korvel::LockPrimitive> other = bench.dispatch.makeLock("2");
 };
 
 TEST_F(LockTest, LetsOneThreadInAndTheOthersInTheirOrder) {
@@ -82,7 +82,7 @@ TEST_F(LockTest, ObserversSeeWhatAThreadHolds) {
     other->unlock();
   });
   bench.runFor(0);
-  EXPECT_EQ(watcher.seen, "one lock 1 of 1; one lock 2 of 2; one lock 2 of 1; ");
+  EXPECT_EQ(watcher.seen, "one 1 of 1; one 2 of 2; one 2 of 1; ");
   bench.observers.remove(watcher);
 }
 

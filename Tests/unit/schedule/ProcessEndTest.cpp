@@ -26,7 +26,7 @@ struct ProcessEndTest : testing::Test {
   Bench bench;
   std::shared_ptr<korvel::WorkQueue> queue = bench.dispatch.makeSerialQueue("q");
   std::shared_ptr<korvel::WorkQueue> idle = bench.dispatch.makeSerialQueue("idle");
-  std::unique_ptr<korvel::LockPrimitive> lock = bench.dispatch.makeLock();
+  std::unique_ptr<korvel::LockPrimitive> lock = bench.dispatch.makeLock("1");
 
   void kill() { bench.scheduler.killAndUnwind(bench.process); }
 };
@@ -274,7 +274,7 @@ class Killed {
   std::shared_ptr<korvel::WorkQueue> queue = bench.dispatch.makeSerialQueue("q");
   std::shared_ptr<korvel::WorkQueue> other = bench.dispatch.makeSerialQueue("other");
   std::shared_ptr<korvel::DispatchGroup> group = bench.dispatch.makeGroup();
-  std::unique_ptr<korvel::LockPrimitive> lock = bench.dispatch.makeLock();
+  std::unique_ptr<korvel::LockPrimitive> lock = bench.dispatch.makeLock("1");
 };
 
 TEST(KillSweepTest, UnwindsCompletelyFromEveryPoint) {

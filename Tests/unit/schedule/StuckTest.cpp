@@ -18,8 +18,8 @@ struct StuckTest : testing::Test {
 
   std::shared_ptr<korvel::WorkQueue> one = bench.dispatch.makeSerialQueue("one");
   std::shared_ptr<korvel::WorkQueue> two = bench.dispatch.makeSerialQueue("two");
-  std::unique_ptr<korvel::LockPrimitive> lock = bench.dispatch.makeLock();
-  std::unique_ptr<korvel::LockPrimitive> other = bench.dispatch.makeLock();
+  std::unique_ptr<korvel::LockPrimitive> lock = bench.dispatch.makeLock("1");
+  std::unique_ptr<korvel::LockPrimitive> other = bench.dispatch.makeLock("2");
 
   std::string report(double seconds = 1) {
     try {
@@ -42,8 +42,7 @@ TEST_F(StuckTest, TwoLocksTakenInOppositeOrderAreReportedWithTheirHolders) {
     bench.busy(0.2);
     lock->lock();
   });
-  EXPECT_EQ(report(),
-            "two waits for lock lock 1 held by one; one waits for lock lock 2 held by two");
+  EXPECT_EQ(report(), "two waits for lock 1 held by one; one waits for lock 2 held by two");
 }
 
 TEST_F(StuckTest, IsFoundThoughATimerWouldGoOnForEver) {
@@ -59,7 +58,7 @@ TEST_F(StuckTest, TakingALockTwice) {
     lock->lock();
     lock->lock();
   });
-  EXPECT_EQ(report(), "one waits for lock lock 1 held by one");
+  EXPECT_EQ(report(), "one waits for lock 1 held by one");
 }
 
 TEST_F(StuckTest, ASyncIntoAQueueThatWaitsForTheCallersLock) {
@@ -68,7 +67,7 @@ TEST_F(StuckTest, ASyncIntoAQueueThatWaitsForTheCallersLock) {
     two->sync([] {});
   });
   two->async([this] { lock->lock(); });
-  EXPECT_EQ(report(), "two waits for lock lock 1 held by one; one waits for sync two held by two");
+  EXPECT_EQ(report(), "two waits for lock 1 held by one; one waits for sync two held by two");
 }
 
 TEST_F(StuckTest, ALockThatChangedHandsSinceOneWaitsForIt) {
@@ -86,8 +85,7 @@ TEST_F(StuckTest, ALockThatChangedHandsSinceOneWaitsForIt) {
     other->lock();
     lock->lock();
   });
-  EXPECT_EQ(report(),
-            "two waits for lock lock 2 held by three; three waits for lock lock 1 held by two");
+  EXPECT_EQ(report(), "two waits for lock 2 held by three; three waits for lock 1 held by two");
 }
 
 TEST_F(StuckTest, AWaitThatNobodyCanEndIsReportedWhenNothingElseIsLeft) {
@@ -99,7 +97,7 @@ TEST_F(StuckTest, AWaitThatNobodyCanEndIsReportedWhenNothingElseIsLeft) {
   const std::string text = report();
   EXPECT_THAT(text, HasSubstr("nothing can run"));
   EXPECT_THAT(text, HasSubstr("one waits for a message"));
-  EXPECT_THAT(text, HasSubstr("two waits for lock lock 1 held by one"));
+  EXPECT_THAT(text, HasSubstr("two waits for lock 1 held by one"));
 }
 
 TEST_F(StuckTest, TheDrivingThreadsOwnWaitThrows) {
