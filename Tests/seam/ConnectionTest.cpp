@@ -4,6 +4,7 @@
 
 #include "Base/ErrorObject.h"
 #include "FakeHelper.h"
+#include "Platform/PowerSources.h"
 #include "Platform/WallClock.h"
 #include "VirtualMac/InProcess/World.h"
 #include "VirtualMac/Machine/Machine.h"
@@ -257,6 +258,39 @@ TEST_F(ConnectionTest, AReplyDroppedByADyingHelperIsNot) {
   helper.kept.clear();
   EXPECT_TRUE(call->failed);
   EXPECT_TRUE(world.violations().empty());
+}
+
+// A killed thread unwinds at its next call; until then it may come as far as its reply.
+TEST_F(ConnectionTest, AReplyOfADeadHelperIsHeardByNobody) {
+  helper.onCall = [this](const std::string&) {
+    world.faults().killAtCall(world.callCounts().total + 1);
+    helper.seam->powerSources.release(0);  // Gives something back, so it ends nobody's thread.
+    world.faults().clear();
+  };
+  for (const auto& send : {&AppClient::ping, &AppClient::getState, &AppClient::clearChargeLimit}) {
+    const auto app = world.connectApp();
+    const AppCallRef call = ((*app).*send)();
+    world.runUntil([&call] { return call->over(); }, 1);
+    EXPECT_TRUE(call->failed);
+    EXPECT_EQ(call->pid, 0U);
+    EXPECT_FALSE(world.helperRunning());
+  }
+  EXPECT_EQ(helper.notes, "accepted ping accepted getState accepted clearChargeLimit ");
+  EXPECT_EQ(world.journal().text("reply"), "");
+  EXPECT_TRUE(world.violations().empty());
+}
+
+TEST_F(ConnectionTest, AReplyOfAnEarlierLifeIsHeardByNobody) {
+  helper.keepsReplies = true;
+  const auto app = world.connectApp();
+  const AppCallRef call = app->setChargeLimit(50);
+  world.runUntilIdle();
+  world.killHelper();
+  EXPECT_TRUE(app->await(app->ping()).answered) << "by the next life";
+  helper.kept.at(0)(true, std::nullopt);
+  EXPECT_TRUE(call->failed);
+  EXPECT_FALSE(call->answered);
+  EXPECT_EQ(world.journal().text("reply"), "0.000 reply ping 502\n");
 }
 
 TEST_F(ConnectionTest, AnErrorOfAnAllowedClassArrivesWhole) {

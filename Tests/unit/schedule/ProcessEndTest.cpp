@@ -144,6 +144,18 @@ TEST_F(ProcessEndTest, EveryCallOfADeadProcessUnwinds) {
   EXPECT_NO_THROW(lock->unlock());
 }
 
+TEST_F(ProcessEndTest, WorkThatOthersGiveADeadProcessIsDroppedAtOnce) {
+  bench.scheduler.end(bench.process);
+  bench.dispatch.postToMain(
+      [this, work = std::make_unique<Witness>(bench, "dying")] { bench.note("never"); });
+  kill();
+  bench.dispatch.postToMain(
+      [this, work = std::make_unique<Witness>(bench, "dead")] { bench.note("never"); });
+  EXPECT_EQ(bench.notes, "~dying@0 ~dead@0 ");
+  bench.runFor(60);
+  EXPECT_EQ(bench.notes, "~dying@0 ~dead@0 ");
+}
+
 TEST_F(ProcessEndTest, TimersOfADeadProcessDoNotFireThoughTheyAreStillThere) {
   const auto timer = bench.dispatch.makeTimer(queue);
   timer->setEventHandler([this] { bench.note("tick"); });
