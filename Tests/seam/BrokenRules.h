@@ -2,13 +2,17 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "BatteryRegistryReader.h"
 #include "HelperRecords.h"
 #include "Platform/Dispatch.h"
+#include "Platform/IORegistry.h"
 #include "Platform/Platform.h"
+#include "Platform/PowerSources.h"
 #include "Platform/UnifiedLog.h"
 #include "VirtualMac/InProcess/Invariants.h"
 #include "VirtualMac/InProcess/World.h"
@@ -38,6 +42,17 @@ class BrokenRules : public testing::Test {
   void save(const korvel::HelperState& state) {
     world.machine().disk.writeFile(statePath, korvel::encodeFile(state));
   }
+  /// A piece of work of the helper's, with what it does.
+  void works(std::function<void()> body) {
+    queue->async(std::move(body));
+    world.runUntilIdle();
+  }
+  void readLid() {
+    const korvel::ScopedRegistryObject service(
+        platform.registry, platform.registry.getMatchingService("IOPMrootDomain"));
+    platform.registry.createProperty(service.get(), "AppleClamshellState");
+  }
+  void readCapacity() { platform.powerSources.release(platform.powerSources.copyInfo()); }
   void startDischarge() { happens("smc", "CHIE <- 08"); }
   std::vector<std::string> found() {
     rules.finish();

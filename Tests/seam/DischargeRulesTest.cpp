@@ -42,6 +42,106 @@ TEST_F(BrokenRules, ADischargeAtTheLimit) {
   EXPECT_THAT(found(), ElementsAre(HasSubstr("started at or below the limit")));
 }
 
+// A helper cannot do better than to ask: what changes afterwards is the watchdog's.
+TEST_F(BrokenRules, AStartIsJudgedByWhatTheHelperSaw) {
+  world.machine().battery.setPercent(50);
+  world.machine().lid.connectDisplay();
+  works([this] {
+    readLid();
+    readCapacity();
+    world.machine().lid.close();
+    world.machine().battery.setPercent(10);
+    startDischarge();
+  });
+  happens("smc", "CHIE <- 00");
+  EXPECT_THAT(rules.violations(), IsEmpty());
+  works([this] {
+    readLid();
+    world.machine().lid.open();
+    readCapacity();
+    world.machine().battery.setPercent(50);
+    startDischarge();
+  });
+  happens("smc", "CHIE <- 00");
+  EXPECT_THAT(found(), ElementsAre(HasSubstr("started under a closed lid without keep-awake"),
+                                   HasSubstr("started at or below the floor")));
+}
+
+TEST_F(BrokenRules, AStartOnWhatAnEarlierCommandSaw) {
+  world.machine().battery.setPercent(50);
+  world.machine().lid.connectDisplay();
+  works([this] {
+    readLid();
+    readCapacity();
+  });
+  world.machine().lid.close();
+  world.machine().battery.setPercent(10);
+  works([this] { startDischarge(); });
+  happens("smc", "CHIE <- 00");
+  EXPECT_THAT(found(), ElementsAre(HasSubstr("started under a closed lid without keep-awake"),
+                                   HasSubstr("started at or below the floor")));
+}
+
+TEST_F(BrokenRules, ALidThatCannotBeReadCountsAsOpenButACapacityDoesNotCountAsHigh) {
+  world.machine().battery.setPercent(25);
+  world.machine().lid.connectDisplay();
+  world.machine().lid.close();
+  world.faults().failNth(SeamCall::registryCreateProperty, 1, {});
+  works([this] {
+    readLid();
+    readCapacity();
+    startDischarge();
+  });
+  happens("smc", "CHIE <- 00");
+  EXPECT_THAT(rules.violations(), IsEmpty());
+  world.machine().lid.open();
+  world.faults().failNth(SeamCall::powerSourcesCopyInfo, 1, {});
+  works([this] {
+    readLid();
+    platform.powerSources.copyInfo();
+    startDischarge();
+  });
+  happens("smc", "CHIE <- 00");
+  EXPECT_THAT(found(), ElementsAre(HasSubstr("started without a capacity reading")));
+}
+
+// The limit that counts is the helper's own: set by the work that has begun, not by a call that
+// still waits, whatever the disk has kept of it.
+TEST_F(BrokenRules, AStartBelowTheLimitThatTheHelperHasInMind) {
+  korvel::HelperState state;
+  state.chargeLimit = 80;
+  save(state);
+  world.machine().battery.setPercent(60);
+  logs("setChargeLimit(50) pid=901 signingID=x team=y cdHash=");
+  works([this] { startDischarge(); });
+  happens("smc", "CHIE <- 00");
+  happens("reply", "setChargeLimit ok");
+  EXPECT_THAT(rules.violations(), IsEmpty());
+  queue->async([this] { startDischarge(); });
+  logs("setChargeLimit(70) pid=901 signingID=x team=y cdHash=");
+  works([this] { happens("smc", "CHIE <- 00"); });
+  happens("reply", "setChargeLimit ok");
+  EXPECT_THAT(rules.violations(), IsEmpty());
+  works([this] { startDischarge(); });
+  happens("smc", "CHIE <- 00");
+  EXPECT_THAT(found(), ElementsAre(HasSubstr("started at or below the limit")));
+}
+
+TEST_F(BrokenRules, AStartBelowTheLimitThatCameBackFromTheDisk) {
+  korvel::HelperState state;
+  state.chargeLimit = 70;
+  save(state);
+  world.machine().battery.setPercent(60);
+  logs("HelperImpl boot pid=501 limit=50");
+  startDischarge();
+  happens("smc", "CHIE <- 00");
+  EXPECT_THAT(rules.violations(), IsEmpty());
+  logs("persistence rename failure — reverted in-memory state to last durable snapshot");
+  startDischarge();
+  happens("smc", "CHIE <- 00");
+  EXPECT_THAT(found(), ElementsAre(HasSubstr("started at or below the limit")));
+}
+
 TEST_F(BrokenRules, ADischargeThatNobodyStops) {
   world.machine().battery.setPercent(50);
   startDischarge();
@@ -125,6 +225,44 @@ TEST_F(BrokenRules, ADischargeThatSleeps) {
   happens("power", "message acknowledged by pid 501");
   happens("power", "asleep");
   EXPECT_THAT(found(), ElementsAre("no discharge into sleep: 0.000 asleep while discharging"));
+}
+
+// The helper's word stands for the work that it does before sleep.
+TEST_F(BrokenRules, ADischargeThatOutlivesTheWorkBeforeSleep) {
+  world.machine().battery.setPercent(50);
+  startDischarge();
+  happens("power", "message 0xe0000280 to pid 501");
+  logs("kIOMessageSystemWillSleep — flushing pre-sleep SMC pause-write");
+  works([] {});
+  happens("power", "message acknowledged by pid 501");
+  happens("power", "asleep");
+  happens("smc", "CHIE <- 00");
+  EXPECT_THAT(found(), ElementsAre("no discharge into sleep: 0.000 asleep while discharging"));
+}
+
+TEST_F(BrokenRules, ADischargeThatBeginsBehindTheWorkBeforeSleepIsNotHeldAgainstIt) {
+  world.machine().battery.setPercent(50);
+  startDischarge();
+  happens("power", "message 0xe0000280 to pid 501");
+  logs("kIOMessageSystemWillSleep — flushing pre-sleep SMC pause-write");
+  queue->async([this] { happens("smc", "CHIE <- 00"); });
+  works([this] { startDischarge(); });
+  happens("power", "message acknowledged by pid 501");
+  happens("power", "asleep");
+  happens("smc", "CHIE <- 00");
+  EXPECT_THAT(found(), IsEmpty());
+}
+
+// A stop whose key write fails is a stop for the helper all the same.
+TEST_F(BrokenRules, ADischargeThatACommandEndedIsOverThoughItsKeysCouldNotBeWritten) {
+  world.machine().battery.setPercent(50);
+  startDischarge();
+  logs("clearChargeLimit pid=901 signingID=x team=y cdHash=");
+  works([this] { happens("reply", "clearChargeLimit ok"); });
+  happens("power", "message 0xe0000280 to pid 501");
+  happens("power", "message acknowledged by pid 501");
+  happens("power", "asleep");
+  EXPECT_THAT(found(), IsEmpty());
 }
 
 TEST_F(BrokenRules, ADischargeMaySleepWhenTheHelperWasLateOrDidNotAnswer) {

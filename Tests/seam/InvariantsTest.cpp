@@ -100,6 +100,24 @@ TEST_F(BrokenRules, AnExitThatLeavesTheHardwareHeld) {
                   "SleepDisabled only when owned: 0.000 set without the flag on disk"));
 }
 
+TEST_F(BrokenRules, AnExitAfterALastWorkThatLeavesSomething) {
+  world.machine().smc.setValue("CHTE", {1, 0, 0, 0});
+  const auto restore = [this](std::function<void()> work) {
+    logs("shutdownGracefully — restoring SMC before exit");
+    queue->async(std::move(work));
+  };
+  restore([] {});
+  world.runUntilIdle();
+  EXPECT_THAT(rules.violations(),
+              ElementsAre("exit leaves defaults: 0.000 CHTE is not at its default"));
+  restore([this] { world.machine().smc.setValue("CHTE", {0, 0, 0, 0}); });
+  // What waits behind the last work may begin before the process is gone.
+  queue->async([this] { world.machine().smc.setValue("CHTE", {1, 0, 0, 0}); });
+  world.runUntilIdle();
+  world.onMain([this] { world.platform().process.exit(0); });
+  EXPECT_THAT(found(), testing::SizeIs(1));
+}
+
 TEST_F(BrokenRules, SleepDisabledWithoutTheFlag) {
   platform.powerSettings.setSystemPowerSetting("SleepDisabled", true);
   EXPECT_THAT(found(),
@@ -112,6 +130,23 @@ TEST_F(BrokenRules, SleepDisabledWithTheFlagIsRight) {
   save(state);
   platform.powerSettings.setSystemPowerSetting("SleepDisabled", true);
   EXPECT_THAT(found(), IsEmpty());
+}
+
+// Another call may be audited at any moment; what counts is the disk's answer to the same work.
+TEST_F(BrokenRules, SleepDisabledMayBeSetWhenTheDiskRefusedTheFlagInTheSameWork) {
+  world.faults().setLatency(SeamCall::settingsSet, 1);
+  queue->async([this] {
+    logs("persistence.write failed: write failed: No space left on device");
+    platform.powerSettings.setSystemPowerSetting("SleepDisabled", true);
+  });
+  world.onThread("xpc 902", [this] { logs("setClamshellKeepAwake(1) pid=902 signingID=x"); });
+  world.runFor(2);
+  world.faults().clear();
+  happens("reply", "setClamshellKeepAwake ok");
+  EXPECT_THAT(rules.violations(), IsEmpty());
+  works([this] { platform.powerSettings.setSystemPowerSetting("SleepDisabled", true); });
+  EXPECT_THAT(found(),
+              ElementsAre("SleepDisabled only when owned: 2.000 set without the flag on disk"));
 }
 
 TEST_F(BrokenRules, AnAssertionReleasedTwice) {
@@ -232,6 +267,41 @@ TEST_F(BrokenRules, ACallThatIsAuditedWhereItsWorkIsDone) {
   world.runUntilIdle();
   happens("reply", "forceDischarge ok");
   EXPECT_THAT(found(), ElementsAre(HasSubstr("audited on smc: forceDischarge")));
+}
+
+TEST_F(BrokenRules, ACallThatIsAuditedAfterWhatIsDoneForIt) {
+  const auto begins = [this](std::string_view selector) {
+    world.observers().tell(&ScheduleObserver::messageBegins, world.scheduler().driver(), selector);
+  };
+  begins("forceDischarge:reply:");
+  logs("another line");
+  logs("forceDischarge(1) pid=901 signingID=x team=y cdHash=");
+  platform.clock.now();
+  works([this] { happens("reply", "forceDischarge ok"); });
+  begins("getStateWithReply:");
+  platform.clock.now();
+  EXPECT_THAT(rules.violations(), IsEmpty());
+  begins("cancelTopUpWithReply:");
+  platform.clock.now();
+  queue->async([] {});
+  logs("cancelTopUp pid=901 signingID=x team=y cdHash=");
+  works([this] { happens("reply", "cancelTopUp ok"); });
+  const std::string rule = "one audit line and one reply each: 0.000 ";
+  EXPECT_THAT(found(), ElementsAre(rule + "clockNow before the audit line of cancelTopUp",
+                                   rule + "work queued before the audit line of cancelTopUp"));
+}
+
+TEST(AuditRule, SeesTheMessagesOfRealConnections) {
+  FakeHelper helper;  // It does what it is told, and logs nothing.
+  World world(helper.options());
+  InvariantSet rules(world);
+  const auto app = world.connectApp();
+  app->await(app->setChargeLimit(50));
+  rules.finish();
+  const std::string rule = "one audit line and one reply each: 0.000 ";
+  EXPECT_THAT(rules.violations(),
+              ElementsAre(rule + "answered without an audit line, or twice: setChargeLimit",
+                          rule + "delivered without an audit line: setChargeLimit"));
 }
 
 TEST_F(BrokenRules, AMainThreadThatWaitsTooLong) {

@@ -38,6 +38,10 @@ std::optional<InjectedFault> BatonGate::enter(SeamCall call) {
     scheduler.mayInterrupt();
   }
   if (!process.alive()) return deadAnswer();
+  if (!observers.empty()) {
+    observers.tell(&ScheduleObserver::callTakesEffect, scheduler.current(), call,
+                   verdict.fault.has_value());
+  }
   return std::move(verdict.fault);
 }
 

@@ -1,14 +1,14 @@
-#include <algorithm>
+#include <map>
 #include <optional>
 #include <string>
+#include <utility>
 
-#include "BatteryRegistryReader.h"
-#include "HelperRecords.h"
-#include "Platform/IORegistry.h"
-#include "VirtualMac/InProcess/GatedHardware.h"
+#include "VirtualMac/InProcess/DischargeView.h"
 #include "VirtualMac/InProcess/Invariants.h"
 #include "VirtualMac/InProcess/World.h"
 #include "VirtualMac/Machine/Machine.h"
+#include "VirtualMac/Schedule/Lane.h"
+#include "VirtualMac/Schedule/Scheduler.h"
 
 namespace virtualmac {
 
@@ -22,148 +22,84 @@ constexpr double heatSoakSeconds = 3600;
 constexpr double tickSeconds = 5;
 constexpr double unreadableSeconds = 3 * tickSeconds;
 
-/// A gate that lets everything through: for looking on.
-class OpenGate final : public CallGate {
- public:
-  std::optional<InjectedFault> enter(SeamCall /*call*/) override { return std::nullopt; }
-};
-
-/// The readings that a helper would get now from a machine whose platform calls do not fail.
-class Readings {
- public:
-  explicit Readings(Machine& observed) : machine(observed), eye(observed, 0), registry(gate, eye) {}
-
-  std::optional<std::int64_t> capacity() {
-    const PowerSourceList& sources = machine.powerSources;
-    if (sources.snapshotFails || sources.listFails || sources.listIsNotArray || sources.listEmpty) {
-      return std::nullopt;
-    }
-    for (const korvel::PropertyValue& each : *machine.powerSources.current()) {
-      const std::string* type = each["Type"].text();
-      if (type == nullptr || *type != "InternalBattery") continue;
-      if (const auto percent = each["Current Capacity"].integer()) return percent;
-    }
-    return std::nullopt;
-  }
-
-  bool lidClosed() {
-    const Registry::EntryID root = machine.registry.matching("IOPMrootDomain");
-    if (root == Registry::noEntry) return false;
-    return machine.registry.property(root, "AppleClamshellState").boolean().value_or(false);
-  }
-
-  std::optional<std::int64_t> celsius() {
-    const korvel::ObjectRef battery = registry.getMatchingService("AppleSmartBattery");
-    if (battery == 0) return std::nullopt;
-    const auto properties = korvel::BatteryRegistryReader::properties(registry, battery);
-    registry.objectRelease(battery);
-    if (!properties || !properties->contains("Temperature")) return std::nullopt;
-    const auto hundredths = properties->at("Temperature").integer();
-    return hundredths ? std::optional(*hundredths / 100) : std::nullopt;
-  }
-
- private:
-  Machine& machine;
-  OpenGate gate;
-  HelperProcess eye;
-  GatedIORegistry registry;
-};
-
-/// What the journal tells of discharging: whether one runs, whether keep-awake is armed, and which
-/// limits the helper may have in mind (the one on disk and the one last asked for).
-class DischargeView {
- public:
-  explicit DischargeView(const Machine& observed) : machine(observed) {}
-
-  /// True: a discharge has just begun.
-  bool see(const Journal::Entry& entry) {
-    if (entry.kind == "proc" && !contains(entry.text, "signal ")) forget();
-    if (entry.kind == "proc" && contains(entry.text, "killed")) forget();
-    if (entry.kind == "log") seeLog(entry.text);
-    if (entry.kind == "disk" && contains(entry.text, "forceDischargeActive=false")) active = false;
-    if (entry.kind != "smc") return false;
-    const JournalledWrite write = journalledWrite(entry.text);
-    if (write.key != "CHIE" && write.key != "CH0I" && write.key != "CH0J") return false;
-    if (write.isZero()) {
-      active = false;
-      return false;
-    }
-    const bool begins = !active && write.obeyed;
-    if (begins) active = true;
-    return begins;
-  }
-
-  bool active = false;
-  bool armed = false;
-
-  /// The limit that a discharge may have for certain; 0: none is known.
-  [[nodiscard]] std::int64_t lowestLimit() const {
-    const auto file = machine.disk.content(statePath);
-    const auto record = file ? korvel::decodeStateFile(*file) : std::unexpected(std::string());
-    if (!record) return 0;
-    return std::min(record->chargeLimit, limitAsked.value_or(record->chargeLimit));
-  }
-
- private:
-  static constexpr std::string_view statePath =
-      "/Library/Application Support/com.korvel.app.helper/state.json";
-
-  void forget() {
-    active = false;
-    armed = false;
-    limitAsked.reset();
-  }
-  void seeLog(const std::string& text) {
-    if (contains(text, "clamshell keep-awake ARMED")) armed = true;
-    if (contains(text, "clamshell keep-awake DISARMED")) armed = false;
-    if (contains(text, "force-discharge auto-stopped")) active = false;
-    const auto asked = numberAfter(text, "\"setChargeLimit(");
-    if (asked && *asked >= 20 && *asked <= 100) limitAsked = asked;
-  }
-
-  const Machine& machine;
-  std::optional<std::int64_t> limitAsked;
-};
-
-class DischargeStartsLawfully final : public Invariant {
+/// The conditions are those of the moment at which the helper looks: what the last reading of each
+/// sort gave to the thread in this piece of work. A reading that failed is none, and the lid counts
+/// as open then. Without a reading of its own a start is judged by how things are.
+class DischargeStartsLawfully final : public DischargeRule {
  public:
   explicit DischargeStartsLawfully(World& watched)
-      : Invariant(watched, "discharge starts lawfully"),
-        view(watched.machine()),
-        readings(watched.machine()) {}
+      : DischargeRule(watched, "discharge starts lawfully") {}
 
-  void journalled(const Journal::Entry& entry) override {
-    if (!view.see(entry)) return;
-    const bool lidClosed = readings.lidClosed();
+  void workBegins(const Lane& lane, std::uint64_t number) override {
+    DischargeRule::workBegins(lane, number);
+    seen.erase(&lane);
+  }
+  void timerFires(const TimerFacts& /*timer*/) override {
+    seen.erase(&world.scheduler().current());
+  }
+  void callTakesEffect(const Lane& lane, SeamCall call, bool fails) override {
+    switch (call) {
+      case SeamCall::registryGetMatchingService:
+      case SeamCall::registryCreateProperty:
+        seen[&lane].lidClosed = !fails && readings.lidClosed();
+        break;
+      case SeamCall::powerSourcesCopyInfo:
+        seen[&lane].capacity = Capacity{fails ? std::nullopt : readings.capacity()};
+        break;
+      case SeamCall::powerSourcesCopyList:
+        if (fails) seen[&lane].capacity = Capacity{};
+        break;
+      default:
+        break;
+    }
+  }
+
+ protected:
+  void happened(const Journal::Entry& /*entry*/, const Lane& lane, bool begins) override {
+    if (!begins) return;
+    const Seen& known = seen[&lane];
+    const bool lidClosed = known.lidClosed.value_or(readings.lidClosed());
+    const Capacity capacity = known.capacity.value_or(Capacity{readings.capacity()});
     if (lidClosed && !view.armed) violate("started under a closed lid without keep-awake");
-    const auto capacity = readings.capacity();
-    if (!capacity) {
+    if (!capacity.percent) {
       violate("started without a capacity reading");
       return;
     }
     const std::int64_t floor = lidClosed ? closedFloor : openFloor;
-    if (*capacity <= floor) violate("started at or below the floor");
-    if (*capacity <= view.lowestLimit()) violate("started at or below the limit");
+    if (*capacity.percent <= floor) violate("started at or below the floor");
+    if (*capacity.percent <= view.limit()) violate("started at or below the limit");
   }
 
  private:
-  DischargeView view;
-  Readings readings;
+  struct Capacity {
+    std::optional<std::int64_t> percent;
+  };
+  struct Seen {
+    std::optional<bool> lidClosed;
+    std::optional<Capacity> capacity;
+  };
+  std::map<const Lane*, Seen> seen;
 };
 
 /// Each rule that ends a discharge ends it within one tick of becoming true, and a moment for the
 /// calls themselves to take. Limits are taken in the discharge's favour where two may be meant.
 /// While platform calls fail, nobody knows what the helper could see: the time counts anew.
-class DischargeEndsInTime final : public Invariant {
+class DischargeEndsInTime final : public DischargeRule {
  public:
-  explicit DischargeEndsInTime(World& watched)
-      : Invariant(watched, "discharge ends in time"),
-        view(watched.machine()),
-        readings(watched.machine()) {}
+  explicit DischargeEndsInTime(World& watched) : DischargeRule(watched, "discharge ends in time") {}
 
-  void journalled(const Journal::Entry& entry) override {
-    const bool wasArmed = view.armed;
-    if (view.see(entry)) {
+  void callMade(const Lane& /*lane*/, SeamCall /*call*/) override { look(); }
+  void timerFires(const TimerFacts& timer) override {
+    // The helper knows the level only tick by tick, and its lowest is of those.
+    if (!view.active || timer.delaySeconds != 0) return;
+    const auto capacity = readings.capacity();
+    if (capacity && (!lowest || *capacity < *lowest)) lowest = capacity;
+  }
+  void finished() override { look(); }
+
+ protected:
+  void happened(const Journal::Entry& entry, const Lane& /*lane*/, bool begins) override {
+    if (begins) {
       lowest.reset();
       closedSince.reset();
       dueSince.reset();
@@ -173,18 +109,11 @@ class DischargeEndsInTime final : public Invariant {
     // Arming again starts the lid's clock again.
     if (entry.kind == "log" && contains(entry.text, "keep-awake ARMED")) closedSince.reset();
     if (wasArmed != view.armed) closedSince.reset();
+    wasArmed = view.armed;
     // The helper measures it by the calendar.
     if (entry.kind == "mac" && contains(entry.text, "clock set")) closedSince.reset();
     look();
   }
-  void callMade(const Lane& /*lane*/, SeamCall /*call*/) override { look(); }
-  void timerFires(const TimerFacts& timer) override {
-    // The helper knows the level only tick by tick, and its lowest is of those.
-    if (!view.active || timer.delaySeconds != 0) return;
-    const auto capacity = readings.capacity();
-    if (capacity && (!lowest || *capacity < *lowest)) lowest = capacity;
-  }
-  void finished() override { look(); }
 
  private:
   /// Beside the tick: calls of a slow machine take their time.
@@ -234,12 +163,11 @@ class DischargeEndsInTime final : public Invariant {
     if (lidClosed && readings.celsius().value_or(0) >= thermalCapCelsius) return "overheated";
     if (lowest && *capacity >= *lowest + reboundMargin) return "rebound";
     if (*capacity <= (lidClosed ? closedFloor : openFloor)) return "floor";
-    if (*capacity <= view.lowestLimit()) return "target";
+    if (*capacity <= view.lowestTarget()) return "target";
     return "";
   }
 
-  DischargeView view;
-  Readings readings;
+  bool wasArmed = false;
   std::optional<std::int64_t> lowest;
   std::optional<double> closedSince;
   std::optional<double> unreadableSince;
@@ -252,32 +180,58 @@ class DischargeEndsInTime final : public Invariant {
 };
 
 /// Sleep comes only after the helper's word, or without it when it is late; a discharge that the
-/// helper could have stopped in its 100 ms is stopped by then.
-class NoDischargeIntoSleep final : public Invariant {
+/// helper could have stopped in its 100 ms is stopped by then. Its word stands for the work that it
+/// does before sleep: what begins behind that work is not held against it.
+class NoDischargeIntoSleep final : public DischargeRule {
  public:
   explicit NoDischargeIntoSleep(World& watched)
-      : Invariant(watched, "no discharge into sleep"), view(watched.machine()) {}
+      : DischargeRule(watched, "no discharge into sleep") {}
 
-  void journalled(const Journal::Entry& entry) override {
-    view.see(entry);
-    if (entry.kind != "power") return;
-    if (contains(entry.text, "message 0xe0000280")) {
-      late = false;
-      acknowledged = false;
-    }
-    if (contains(entry.text, "message acknowledged by")) acknowledged = true;
-    if (entry.text == "asleep" && view.active && acknowledged && !late) {
-      violate("asleep while discharging");
-    }
+  void workPosted(const Lane& from, const Lane& to, std::uint64_t number) override {
+    DischargeRule::workPosted(from, to, number);
+    if (&from != flushing) return;
+    flushing = nullptr;
+    lastWork = {&to, number};
+  }
+  void workEnds(const Lane& lane, std::uint64_t number) override {
+    DischargeRule::workEnds(lane, number);
+    if (!view.active) survived = false;
+    if (lastWork != Work{&lane, number}) return;
+    lastWorkDone = true;
+    survived = view.active;
   }
   void waited(const Lane& /*lane*/, std::string_view what, double seconds) override {
     if (what == "group" && seconds >= preSleepWaitSeconds) late = true;
   }
 
+ protected:
+  void happened(const Journal::Entry& entry, const Lane& lane, bool /*begins*/) override {
+    if (!view.active) survived = false;
+    if (entry.kind == "log" && contains(entry.text, "\"kIOMessageSystemWillSleep — ")) {
+      flushing = &lane;
+    }
+    if (entry.kind != "power") return;
+    if (contains(entry.text, "message 0xe0000280")) {
+      late = false;
+      acknowledged = false;
+      lastWorkDone = false;
+      survived = false;
+    }
+    if (contains(entry.text, "message acknowledged by")) acknowledged = true;
+    const bool running = lastWorkDone ? survived : view.active;
+    if (entry.text == "asleep" && running && acknowledged && !late) {
+      violate("asleep while discharging");
+    }
+  }
+
  private:
   static constexpr double preSleepWaitSeconds = 0.0999;
+  using Work = std::pair<const Lane*, std::uint64_t>;
 
-  DischargeView view;
+  const Lane* flushing = nullptr;  ///< Is about to post its work before sleep.
+  Work lastWork;
+  bool lastWorkDone = false;
+  bool survived = false;  ///< A discharge outlived that work and still runs.
   bool late = false;
   bool acknowledged = false;
 };

@@ -3,11 +3,14 @@
 #include <map>
 #include <set>
 #include <string>
+#include <utility>
 
 #include "HelperRecords.h"
 #include "VirtualMac/InProcess/Invariants.h"
 #include "VirtualMac/InProcess/World.h"
 #include "VirtualMac/Machine/Machine.h"
+#include "VirtualMac/Schedule/Lane.h"
+#include "VirtualMac/Schedule/Scheduler.h"
 
 namespace virtualmac {
 
@@ -99,10 +102,10 @@ class OneFamilyOfKeys final : public Invariant {
   std::string discharging;
 };
 
-/// After an exit nobody controls the hardware any more, so it must be as the system's defaults are.
-/// Not asked for what the hardware refused to take, and not when the half second was not enough;
-/// nor for what is tried once and was refused earlier in this life: a release, a power setting, a
-/// record.
+/// After an exit nobody controls the hardware any more, so the last work before it leaves it as the
+/// system's defaults are; what begins behind that work is not held against it. Not asked for what
+/// the hardware refused to take, and not when the half second was not enough; nor for what is tried
+/// once and was refused earlier in this life: a release, a power setting, a record.
 class ExitLeavesDefaults final : public Invariant {
  public:
   explicit ExitLeavesDefaults(World& watched) : Invariant(watched, "exit leaves defaults") {}
@@ -110,16 +113,12 @@ class ExitLeavesDefaults final : public Invariant {
   void journalled(const Journal::Entry& entry) override {
     if (entry.kind == "proc" && contains(entry.text, "started")) {
       releaseRefused = false;
+      shuttingDown.clear();
+      lastWork.clear();
       // What the life before could not record is unknown to this one too.
       claimLost = claimLost && keptAwake;
     }
-    if (entry.kind == "log" && contains(entry.text, "IOPMAssertionRelease(")) releaseRefused = true;
-    if (entry.kind == "log" && contains(entry.text, "persistence.write failed")) claimLost = true;
-    if (entry.kind == "log" && contains(entry.text, "IOPMSetSystemPowerSetting(")) claimLost = true;
-    if (entry.kind == "log" && contains(entry.text, "shutdownGracefully — ")) {
-      excused = false;
-      faultsBefore = world.faults().injected();
-    }
+    if (entry.kind == "log") seeLog(entry.text);
     if (entry.kind == "smc" && !journalledWrite(entry.text).obeyed) excused = true;
     if (entry.kind == "power" && contains(entry.text, "refused")) excused = true;
     if (entry.kind == "power" && entry.text.starts_with("SleepDisabled")) {
@@ -127,17 +126,36 @@ class ExitLeavesDefaults final : public Invariant {
     }
     if (entry.kind == "mac" && contains(entry.text, "power")) keptAwake = false;
     if (entry.kind != "proc" || !contains(entry.text, "exited 0")) return;
-    check();
+    if (!restored) check();
     // What this life could not clear is no longer anybody's.
     keptAwake = false;
   }
 
+  void workPosted(const Lane& from, const Lane& to, std::uint64_t number) override {
+    if (shuttingDown.erase(&from) > 0) lastWork.emplace(&to, number);
+  }
+  void workEnds(const Lane& lane, std::uint64_t number) override {
+    if (lastWork.erase({&lane, number}) == 0) return;
+    restored = true;
+    check();
+  }
   void waited(const Lane& /*lane*/, std::string_view what, double seconds) override {
     if (what == "group" && seconds >= shutdownWaitSeconds) excused = true;
   }
 
  private:
   static constexpr double shutdownWaitSeconds = 0.4999;
+
+  void seeLog(const std::string& text) {
+    if (contains(text, "IOPMAssertionRelease(")) releaseRefused = true;
+    if (contains(text, "persistence.write failed")) claimLost = true;
+    if (contains(text, "IOPMSetSystemPowerSetting(")) claimLost = true;
+    if (!contains(text, "shutdownGracefully — ")) return;
+    excused = false;
+    restored = false;
+    faultsBefore = world.faults().injected();
+    shuttingDown.insert(&world.scheduler().current());
+  }
 
   void check() {
     Machine& mac = world.machine();
@@ -163,6 +181,11 @@ class ExitLeavesDefaults final : public Invariant {
 
   static constexpr std::string_view statePath =
       "/Library/Application Support/com.korvel.app.helper/state.json";
+  using Work = std::pair<const Lane*, std::uint64_t>;
+
+  std::set<const Lane*> shuttingDown;  ///< Are about to post the last work.
+  std::set<Work> lastWork;
+  bool restored = false;  ///< The last work is done, and was judged.
   bool excused = false;
   bool releaseRefused = false;
   bool claimLost = false;

@@ -29,7 +29,7 @@ HostedProcess::HostedProcess(HostSurroundings surroundings, std::int32_t pid)
       log(*this),
       xpc(XPCSurroundings{around.scheduler, group, around.endpoint, around.machine.signatures,
                           around.journal, around.reportViolation,
-                          korvel::KorvelHelperMachServiceName}),
+                          korvel::KorvelHelperMachServiceName, around.observers}),
       self(*this),
       seam{smc,   registry, powerSources, assertions, powerSettings, rootDomain, smartCharge,
            files, dispatch, clock,        log,        codeSigning,   xpc,        self} {}

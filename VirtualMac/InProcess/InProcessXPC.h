@@ -30,6 +30,7 @@ struct XPCSurroundings {
   Journal& journal;
   std::function<void(std::string)> reportViolation;
   std::string_view serviceName;  ///< The one Mach service that launchd knows.
+  const ScheduleObservers& observers;
 };
 
 /// NSXPC for one helper process: the listener and each connection have a thread of their own.

@@ -93,7 +93,11 @@ void PeerConnection::deliver(const ServiceMessage& message) {
     ~Delivering() { pid.reset(); }
   } scope{delivering};
   delivering = client->pid();
+  const ScheduleObservers& observers = service.around.observers;
+  observers.tell(&ScheduleObserver::messageBegins, *thread,
+                 std::string_view(message.call->selector));
   call(message);
+  observers.tell(&ScheduleObserver::messageEnds, *thread);
 }
 
 bool PeerConnection::peerIsAdmitted() {

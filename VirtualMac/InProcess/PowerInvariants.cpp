@@ -8,6 +8,7 @@
 #include "VirtualMac/InProcess/World.h"
 #include "VirtualMac/Machine/Machine.h"
 #include "VirtualMac/Schedule/Lane.h"
+#include "VirtualMac/Schedule/Scheduler.h"
 
 namespace virtualmac {
 
@@ -17,24 +18,26 @@ constexpr std::string_view statePath =
     "/Library/Application Support/com.korvel.app.helper/state.json";
 
 /// The flag reaches the disk before the setting is written, so that a crash in between is undone.
-/// Not asked for when the disk has refused a record of the same command: that never stops one.
+/// Not asked for when the disk has refused a record of the same piece of work: that never stops it.
 class SleepDisabledOnlyWhenOwned final : public Invariant {
  public:
   explicit SleepDisabledOnlyWhenOwned(World& watched)
       : Invariant(watched, "SleepDisabled only when owned") {}
 
+  void workBegins(const Lane& lane, std::uint64_t /*number*/) override {
+    if (&lane == refusing) refusing = nullptr;
+  }
   void journalled(const Journal::Entry& entry) override {
-    if (entry.kind == "log" && contains(entry.text, "\"setClamshellKeepAwake("))
-      diskRefused = false;
-    if (entry.kind == "log" && contains(entry.text, "persistence.write failed")) diskRefused = true;
-    if (entry.kind != "power" || entry.text != "SleepDisabled = 1" || diskRefused) return;
+    const Lane* lane = &world.scheduler().current();
+    if (entry.kind == "log" && contains(entry.text, "persistence.write failed")) refusing = lane;
+    if (entry.kind != "power" || entry.text != "SleepDisabled = 1" || refusing == lane) return;
     const auto file = world.machine().disk.content(statePath);
     const auto record = file ? korvel::decodeStateFile(*file) : std::unexpected(std::string());
     if (!record || !record->sleepDisabledByKorvel) violate("set without the flag on disk");
   }
 
  private:
-  bool diskRefused = false;
+  const Lane* refusing = nullptr;  ///< In its present work the disk has refused a record.
 };
 
 /// Every release that the helper asks for gives back an assertion that it holds. Its own time-out

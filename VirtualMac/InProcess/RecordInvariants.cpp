@@ -6,7 +6,9 @@
 #include <string_view>
 #include <utility>
 
+#include "KorvelHelperProtocol.h"
 #include "VirtualMac/InProcess/Invariants.h"
+#include "VirtualMac/InProcess/ServiceEndpoint.h"
 #include "VirtualMac/InProcess/World.h"
 #include "VirtualMac/Schedule/Lane.h"
 #include "VirtualMac/Schedule/Scheduler.h"
@@ -54,15 +56,20 @@ class UnchangedFactsAreQuiet final : public Invariant {
   std::string outcome;
 };
 
-/// The operations that change something, by their audit lines.
-constexpr std::array<std::string_view, 7> auditedOperations = {
-    "setChargeLimit",        "clearChargeLimit", "forceDischarge",
-    "setClamshellKeepAwake", "cancelTopUp",      "releaseLimitUntilFullThenRestore",
-    "resetAllSMCKeys",
+/// The messages that change something. Their audit lines begin like their selectors.
+constexpr std::array auditedSelectors = {
+    korvel::KorvelHelperSelector::setChargeLimit,
+    korvel::KorvelHelperSelector::clearChargeLimit,
+    korvel::KorvelHelperSelector::forceDischarge,
+    korvel::KorvelHelperSelector::setClamshellKeepAwake,
+    korvel::KorvelHelperSelector::cancelTopUp,
+    korvel::KorvelHelperSelector::releaseLimitUntilFullThenRestore,
+    korvel::KorvelHelperSelector::resetAllSMCKeys,
 };
 
-/// Each changing call is logged with its caller, on the thread that delivered it, before its work
-/// is queued; each is answered once.
+/// Each changing call is logged with its caller, on the thread that delivered it, before anything
+/// else is done for it: until then that thread asks only who calls, and queues nothing. Each is
+/// answered once.
 class OneAuditAndOneReplyEach final : public Invariant {
  public:
   explicit OneAuditAndOneReplyEach(World& watched)
@@ -71,9 +78,31 @@ class OneAuditAndOneReplyEach final : public Invariant {
   void journalled(const Journal::Entry& entry) override {
     const bool lifeBeginsOrEnds = contains(entry.text, "started") ||
                                   contains(entry.text, "exited") || contains(entry.text, "killed");
-    if (entry.kind == "proc" && lifeBeginsOrEnds) open.clear();
+    if (entry.kind == "proc" && lifeBeginsOrEnds) {
+      open.clear();
+      unaudited.clear();
+    }
     if (entry.kind == "log") seeLog(entry.text);
     if (entry.kind == "reply") seeReply(entry.text);
+  }
+
+  void messageBegins(const Lane& lane, std::string_view selector) override {
+    if (std::ranges::find(auditedSelectors, selector) == auditedSelectors.end()) return;
+    unaudited.insert_or_assign(&lane, operationName(selector));
+  }
+  void messageEnds(const Lane& lane) override {
+    const auto found = unaudited.find(&lane);
+    if (found == unaudited.end()) return;
+    violate("delivered without an audit line: " + found->second);
+    unaudited.erase(found);
+  }
+  void callMade(const Lane& lane, SeamCall call) override {
+    const std::string_view asked = describe(call).interface;
+    if (asked == "CodeSigning" || asked == "UnifiedLog") return;
+    tooEarly(lane, describe(call).id);
+  }
+  void workPosted(const Lane& from, const Lane& /*to*/, std::uint64_t /*number*/) override {
+    tooEarly(from, "work queued");
   }
 
   void finished() override {
@@ -83,21 +112,38 @@ class OneAuditAndOneReplyEach final : public Invariant {
   }
 
  private:
+  static bool isAudited(std::string_view operation) {
+    return std::ranges::any_of(auditedSelectors, [operation](std::string_view selector) {
+      return operationName(selector) == operation;
+    });
+  }
+
+  void tooEarly(const Lane& lane, std::string_view what) {
+    const auto found = unaudited.find(&lane);
+    if (found == unaudited.end()) return;
+    violate(std::string(what) + " before the audit line of " + found->second);
+  }
+
   void seeLog(const std::string& text) {
-    for (const std::string_view operation : auditedOperations) {
+    for (const std::string_view selector : auditedSelectors) {
+      const std::string operation = operationName(selector);
       if (!isAudit(text, operation)) continue;
-      ++open[std::string(operation)];
-      const std::string& thread = world.scheduler().current().name();
+      ++open[operation];
+      const Lane& lane = world.scheduler().current();
+      const std::string& thread = lane.name();
+      const auto delivering = unaudited.find(&lane);
+      if (delivering != unaudited.end() && delivering->second == operation) {
+        unaudited.erase(delivering);
+      }
       if (!thread.starts_with("xpc ") && thread != "test") {
-        violate("audited on " + thread + ": " + std::string(operation));
+        violate("audited on " + thread + ": " + operation);
       }
     }
   }
 
   void seeReply(const std::string& text) {
     const std::string operation = text.substr(0, text.find(' '));
-    const auto known = std::find(auditedOperations.begin(), auditedOperations.end(), operation);
-    if (known == auditedOperations.end()) return;
+    if (!isAudited(operation)) return;
     if (--open[operation] >= 0) return;
     open[operation] = 0;
     violate("answered without an audit line, or twice: " + operation);
@@ -114,6 +160,7 @@ class OneAuditAndOneReplyEach final : public Invariant {
   }
 
   std::map<std::string, int, std::less<>> open;
+  std::map<const Lane*, std::string> unaudited;  ///< Being delivered, without an audit line yet.
 };
 
 }  // namespace

@@ -21,7 +21,8 @@ struct TimerFacts {
   const ThreadGroup* process = nullptr;
 };
 
-/// Sees what the scheduler sees and the journal does not say: locks, timers, waits, calls.
+/// Sees what the scheduler sees and the journal does not say: locks, timers, waits, calls, and who
+/// works for whom.
 class ScheduleObserver {
  public:
   virtual ~ScheduleObserver() = default;
@@ -29,6 +30,16 @@ class ScheduleObserver {
   virtual void lockTaken(const Lane& lane, const VirtualLock& lock);
   /// `lane` makes a platform call.
   virtual void callMade(const Lane& lane, SeamCall call);
+  /// The call has its effect now; `fails`: a fault takes its place.
+  virtual void callTakesEffect(const Lane& lane, SeamCall call, bool fails);
+  /// `from` has put a piece of work into the queue of `to`: its `number`th, from 1.
+  virtual void workPosted(const Lane& from, const Lane& to, std::uint64_t number);
+  /// `lane` begins with a piece of work of its queue, and has ended it without unwinding.
+  virtual void workBegins(const Lane& lane, std::uint64_t number);
+  virtual void workEnds(const Lane& lane, std::uint64_t number);
+  /// `lane` begins to deliver a client's message ("setChargeLimit:reply:"), and has delivered it.
+  virtual void messageBegins(const Lane& lane, std::string_view selector);
+  virtual void messageEnds(const Lane& lane);
   virtual void timerStarted(const TimerFacts& timer);
   virtual void timerCancelled(const TimerFacts& timer);
   /// The body is about to run.

@@ -15,8 +15,19 @@ VirtualQueue::VirtualQueue(Scheduler& baton, std::shared_ptr<Lane> thread,
 
 void VirtualQueue::async(korvel::Task work) {
   scheduler.requireAlive(own->process());
-  scheduler.post(*own, std::move(work));
+  scheduler.post(*own, observed(std::move(work)));
   scheduler.mayInterrupt();
+}
+
+korvel::Task VirtualQueue::observed(korvel::Task work) {
+  const std::uint64_t number = ++posted;
+  observers.tell(&ScheduleObserver::workPosted, scheduler.current(), *own, number);
+  // The queue itself may be gone when its lane comes to it.
+  return [&watchers = observers, &lane = *own, number, body = std::move(work)]() mutable {
+    watchers.tell(&ScheduleObserver::workBegins, lane, number);
+    body();
+    watchers.tell(&ScheduleObserver::workEnds, lane, number);
+  };
 }
 
 namespace {
@@ -54,11 +65,11 @@ void VirtualQueue::sync(korvel::Task work) {
   const Nanoseconds since = scheduler.time().uptime();
   const auto meeting = std::make_shared<Rendezvous>();
   meeting->waiter = &caller;
-  scheduler.post(*own, [this, meeting, work = std::move(work)]() mutable {
+  scheduler.post(*own, observed([this, meeting, work = std::move(work)]() mutable {
     meeting->begun = true;
     const Completion completion(scheduler, *meeting);
     work();
-  });
+  }));
   while (!meeting->over) {
     scheduler.block(
         Wait{.what = "sync", .name = own->name(), .holder = own.get(), .process = process});

@@ -23,9 +23,13 @@ class VirtualQueue final : public korvel::WorkQueue {
   [[nodiscard]] const std::shared_ptr<Lane>& lane() const { return own; }
 
  private:
+  /// The work, with what observers are told about it.
+  korvel::Task observed(korvel::Task work);
+
   Scheduler& scheduler;
   std::shared_ptr<Lane> own;
   const ScheduleObservers& observers;
+  std::uint64_t posted = 0;
 };
 
 /// What a timer and its firings share: the timer may be destroyed by the firing itself.

@@ -1,0 +1,185 @@
+#include "VirtualMac/InProcess/DischargeView.h"
+
+#include <algorithm>
+#include <string>
+
+#include "BatteryRegistryReader.h"
+#include "Platform/IORegistry.h"
+#include "VirtualMac/InProcess/World.h"
+#include "VirtualMac/Schedule/Scheduler.h"
+
+namespace virtualmac {
+
+namespace {
+
+constexpr std::string_view statePath =
+    "/Library/Application Support/com.korvel.app.helper/state.json";
+constexpr std::int64_t limitOfEmptyRecord = 80;
+
+bool isDischargeKey(std::string_view key) {
+  return key == "CHIE" || key == "CH0I" || key == "CH0J";
+}
+
+}  // namespace
+
+// ---- readings
+
+Readings::Readings(Machine& observed)
+    : eye(observed, 0), registry(gate, eye), powerSources(gate, eye) {}
+
+std::optional<std::int64_t> Readings::capacity() {
+  const korvel::HandleRef snapshot = powerSources.copyInfo();
+  const korvel::PowerSourceList list = powerSources.copyList(snapshot);
+  std::optional<std::int64_t> percent;
+  for (const korvel::HandleRef source : list.elements) {
+    if (!list.isArray || percent) break;
+    const korvel::PropertyValue each = powerSources.getDescription(snapshot, source);
+    const std::string* type = each["Type"].text();
+    if (type == nullptr || *type != "InternalBattery") continue;
+    percent = each["Current Capacity"].integer();
+  }
+  if (list.handle != 0) powerSources.release(list.handle);
+  if (snapshot != 0) powerSources.release(snapshot);
+  return percent;
+}
+
+bool Readings::lidClosed() {
+  const korvel::ScopedRegistryObject root(registry, registry.getMatchingService("IOPMrootDomain"));
+  if (!root) return false;
+  return registry.createProperty(root.get(), "AppleClamshellState").boolean().value_or(false);
+}
+
+std::optional<std::int64_t> Readings::celsius() {
+  const korvel::ScopedRegistryObject battery(registry,
+                                             registry.getMatchingService("AppleSmartBattery"));
+  if (!battery) return std::nullopt;
+  const auto properties = korvel::BatteryRegistryReader::properties(registry, battery.get());
+  if (!properties || !properties->contains("Temperature")) return std::nullopt;
+  const auto hundredths = properties->at("Temperature").integer();
+  return hundredths ? std::optional(*hundredths / 100) : std::nullopt;
+}
+
+// ---- view
+
+bool DischargeView::see(const Journal::Entry& entry, const Lane& lane) {
+  if (entry.kind == "proc" &&
+      (!contains(entry.text, "signal ") || contains(entry.text, "killed"))) {
+    forget();
+  }
+  if (entry.kind == "log") seeLog(entry.text, lane);
+  if (entry.kind == "disk" && contains(entry.text, "forceDischargeActive=false")) active = false;
+  if (entry.kind != "smc") return false;
+  const JournalledWrite write = journalledWrite(entry.text);
+  if (!isDischargeKey(write.key)) return false;
+  if (write.isZero()) {
+    active = false;
+    return false;
+  }
+  const bool begins = !active && write.obeyed;
+  if (begins) active = true;
+  return begins;
+}
+
+void DischargeView::forget() {
+  active = false;
+  armed = false;
+  inMemory.reset();
+  setLast.reset();
+  recordUnreadable = false;
+  audited.clear();
+  posted.clear();
+}
+
+void DischargeView::seeLog(const std::string& text, const Lane& lane) {
+  if (contains(text, "clamshell keep-awake ARMED")) armed = true;
+  if (contains(text, "clamshell keep-awake DISARMED")) armed = false;
+  if (contains(text, "clamshell keep-awake NOT active")) armed = false;
+  if (contains(text, "force-discharge auto-stopped")) active = false;
+  if (contains(text, "all clients gone — suspending enforcement")) active = false;
+  if (contains(text, "\"HelperImpl boot ")) inMemory = numberAfter(text, "limit=");
+  if (contains(text, "\"state.json ")) recordUnreadable = true;
+  if (contains(text, "persistence.write failed")) recordUnreadable = false;
+  if (contains(text, "reverted in-memory state")) {
+    const auto record = recordUnreadable ? std::nullopt : recordOnDisk();
+    inMemory = record ? record->chargeLimit : limitOfEmptyRecord;
+    if (!record || !record->forceDischargeActive) active = false;
+  }
+  seeAudit(text, lane);
+}
+
+void DischargeView::seeAudit(const std::string& text, const Lane& lane) {
+  const auto asked = numberAfter(text, "\"setChargeLimit(");
+  // What is refused on the spot posts no work.
+  if (asked && *asked >= 20 && *asked <= 100) {
+    audited.insert_or_assign(&lane, Command{asked, false});
+  }
+  for (const std::string_view ending :
+       {"\"forceDischarge(0)", "\"clearChargeLimit pid", "\"releaseLimitUntilFullThenRestore pid",
+        "\"resetAllSMCKeys pid"}) {
+    if (contains(text, ending)) audited.insert_or_assign(&lane, Command{std::nullopt, true});
+  }
+}
+
+void DischargeView::workPosted(const Lane& from, const Lane& to, std::uint64_t number) {
+  const auto found = audited.find(&from);
+  if (found == audited.end()) return;
+  posted.insert_or_assign({&to, number}, found->second);
+  audited.erase(found);
+}
+
+void DischargeView::workBegins(const Lane& lane, std::uint64_t number) {
+  const auto found = posted.find({&lane, number});
+  if (found == posted.end() || !found->second.limit) return;
+  inMemory = found->second.limit;
+  setLast = found->second.limit;
+}
+
+void DischargeView::workEnds(const Lane& lane, std::uint64_t number) {
+  const auto found = posted.find({&lane, number});
+  if (found == posted.end()) return;
+  // Its keys may not have been written; no rule of the helper's knows it any more.
+  if (found->second.endsDischarge) active = false;
+  posted.erase(found);
+}
+
+std::optional<korvel::HelperState> DischargeView::recordOnDisk() const {
+  const auto file = machine.disk.content(statePath);
+  if (!file) return std::nullopt;
+  auto record = korvel::decodeStateFile(*file);
+  if (!record) return std::nullopt;
+  return *std::move(record);
+}
+
+std::int64_t DischargeView::limit() const {
+  if (inMemory) return *inMemory;
+  const auto record = recordOnDisk();
+  return record ? record->chargeLimit : 0;
+}
+
+std::int64_t DischargeView::lowestTarget() const {
+  return std::min(limit(), setLast.value_or(limit()));
+}
+
+// ---- rule
+
+DischargeRule::DischargeRule(World& watched, std::string_view ruleName)
+    : Invariant(watched, ruleName), view(watched.machine()), readings(watched.machine()) {}
+
+void DischargeRule::journalled(const Journal::Entry& entry) {
+  const Lane& lane = world.scheduler().current();
+  happened(entry, lane, view.see(entry, lane));
+}
+
+void DischargeRule::workPosted(const Lane& from, const Lane& to, std::uint64_t number) {
+  view.workPosted(from, to, number);
+}
+
+void DischargeRule::workBegins(const Lane& lane, std::uint64_t number) {
+  view.workBegins(lane, number);
+}
+
+void DischargeRule::workEnds(const Lane& lane, std::uint64_t number) {
+  view.workEnds(lane, number);
+}
+
+}  // namespace virtualmac
