@@ -158,6 +158,26 @@ TEST(WorldTest, AnInjectedFaultReplacesACall) {
   EXPECT_EQ(world.machine().smc.totalReads(), 0U);
 }
 
+TEST(WorldTest, AFaultMayChangeWhatACallReads) {
+  World world;
+  world.machine().battery.setPercent(90);
+  const auto app = world.connectApp();
+  app->await(app->setChargeLimit(80));
+  world.runFor(1);
+  EXPECT_EQ(app->state()->lastWriteVerified, true);
+  const InjectedFault lie{0, {}, true};
+  world.faults().failAlways(SeamCall::smcCallStruct, lie);
+  world.runFor(5);
+  EXPECT_EQ(app->state()->lastWriteVerified, false) << "the key reads back differently";
+  world.faults().clear();
+  world.runFor(5);
+  EXPECT_EQ(app->state()->lastWriteVerified, true);
+  world.faults().failNth(SeamCall::fileRead, 1, lie);
+  app->await(app->setChargeLimit(70));
+  EXPECT_NE(world.journal().text("log").find("read-back verify failed: on-disk bytes"),
+            std::string::npos);
+}
+
 TEST(WorldTest, KilledAtAnyCallOfItsStartTheHelperUnwindsAndTheNextOneStarts) {
   std::uint64_t calls = 0;
   {

@@ -1,4 +1,5 @@
 #include <cerrno>
+#include <csignal>
 
 #include "Platform/KernelTypes.h"
 #include "Tests/sweeps/Converge.h"
@@ -26,11 +27,14 @@ std::vector<NamedFault> faultsOf(SeamCall call) {
     case SeamCall::smcCallStruct:
       return {{"refused", {korvel::ioReturnNotPrivileged, {}}},
               {"stale", {korvel::ioReturnNotOpen, {}}},
-              {"gone", {korvel::ioReturnNoDevice, {}}}};
+              {"gone", {korvel::ioReturnNoDevice, {}}},
+              {"changed", {0, {}, true}}};
+    case SeamCall::fileRead:
+      return {{"plain", *plain}, {"changed", {0, {}, true}}};
     case SeamCall::fileMkdir:
       return {{"plain", *plain}, {"read-only", {EROFS, "Read-only file system"}}};
     case SeamCall::fileWrite:
-      // Interrupted for ever would be a call that hangs.
+      // Interrupted for ever is a call that hangs: below.
       return {{"full", {ENOSPC, "No space left on device"}},
               {"interrupted", {EINTR, "Interrupted system call"}, false}};
     default:
@@ -64,6 +68,78 @@ TEST_P(FaultSweep, ComesThroughAFaultAtEveryCall) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Stories, FaultSweep, testing::ValuesIn(stories()), storyName);
+
+/// The work that writes never ends then, and nothing behind it begins. What must go on is what does
+/// not wait for it: the readers' answers, sleep, and an exit with status 0 after half a second.
+class InterruptionSweep : public StoryTest {
+ protected:
+  static std::vector<std::uint64_t> writesOf(const Trace& trace) {
+    std::vector<std::uint64_t> numbers;
+    for (std::size_t i = 0; i < trace.calls.size(); ++i) {
+      if (trace.calls[i].call == SeamCall::fileWrite) numbers.push_back(i + 1);
+    }
+    return numbers;
+  }
+
+  static void checkReaders(Stage& stage, Findings& findings) {
+    stage.join();
+    findings.expect(stage.app().calls().back()->answered, "a ping is not answered");
+    findings.expect(stage.state().has_value(), "the state is not told");
+    findings.expect(stage.app().capabilityRecord() == trueCapabilities(stage.mac()),
+                    "the capabilities are not told");
+  }
+
+  static void checkSleep(Stage& stage, Findings& findings) {
+    const double asked = stage.world.now();
+    stage.mac().power.requestSleep();
+    stage.world.runUntil([&] { return stage.mac().power.isAsleep(); }, 20);
+    if (!stage.mac().power.isAsleep()) return;  // Something keeps it awake.
+    findings.expect(stage.world.now() - asked < 0.11, "sleep waits longer than 0.1 s");
+    stage.mac().power.wake();
+    stage.world.runFor(0.1);
+  }
+
+  static void checkExit(Stage& stage, Findings& findings) {
+    stage.expectExit();
+    const double asked = stage.world.now();
+    stage.world.sendSignal(SIGTERM);
+    stage.world.runUntil([&] { return !stage.world.helperRunning(); }, 20);
+    findings.expect(stage.world.exitStatus() == 0, "the helper does not exit with status 0");
+    findings.expect(stage.world.now() - asked < 0.51, "the exit waits longer than 0.5 s");
+  }
+};
+
+TEST_P(InterruptionSweep, AWriteThatIsInterruptedForEverHoldsUpNobodyElse) {
+  constexpr double secondsOfATry = 0.05;
+  const Trace trace = traceStory(GetParam());
+  const std::vector<std::uint64_t> writes = writesOf(trace);
+  Sweep sweep(GetParam(), "*InterruptionSweep.*");
+  for (const std::uint64_t k : writes) {
+    if (selection().k && *selection().k != k) continue;
+    sweep.run({k, "interrupted:forever"}, [&](Stage& stage, Findings& findings) {
+      FaultTable& faults = stage.world.faults();
+      faults.failFrom(SeamCall::fileWrite, trace.calls[k - 1].occurrence,
+                      {EINTR, "Interrupted system call"});
+      faults.setLatency(SeamCall::fileWrite, secondsOfATry);
+      findings.expect(stage.play(), "the helper died");
+      findings.expect(faults.injected() > 0, "the fault did not strike");
+      // Signals that came while the Mac slept are heard now.
+      healMachine(stage.mac());
+      stage.world.runFor(1);
+      if (!stage.exited()) {
+        checkReaders(stage, findings);
+        checkSleep(stage, findings);
+        checkExit(stage, findings);
+      }
+      faults.clear();
+      stage.world.startHelper();
+      stage.world.runFor(0.1);
+      converge(stage, findings, {.failedCalls = true});
+    });
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Stories, InterruptionSweep, testing::ValuesIn(stories()), storyName);
 
 }  // namespace
 

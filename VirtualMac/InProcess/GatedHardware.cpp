@@ -4,6 +4,15 @@
 
 namespace virtualmac {
 
+namespace {
+
+/// Where a block carries a key's value.
+constexpr std::size_t smcBytesOffset = 48;
+/// No payload of any key has it.
+constexpr std::uint8_t changedBit = 0x10;
+
+}  // namespace
+
 // ---- SMC
 
 korvel::ObjectRef GatedSMCUserClient::matchAppleSMC() {
@@ -20,8 +29,11 @@ korvel::KernReturn GatedSMCUserClient::open(korvel::ObjectRef service,
 korvel::KernReturn GatedSMCUserClient::callStruct(korvel::ConnectionRef connection,
                                                   korvel::SMCBlockView input,
                                                   korvel::SMCBlockSpan output) {
-  if (const auto fault = gate.enter(SeamCall::smcCallStruct)) return kernCode(*fault);
-  return process.smc.callStruct(connection, input, output);
+  const auto fault = gate.enter(SeamCall::smcCallStruct);
+  if (fault && !fault->changesAnswer) return kernCode(*fault);
+  const korvel::KernReturn code = process.smc.callStruct(connection, input, output);
+  if (fault) output[smcBytesOffset] ^= changedBit;
+  return code;
 }
 
 korvel::KernReturn GatedSMCUserClient::close(korvel::ConnectionRef connection) {

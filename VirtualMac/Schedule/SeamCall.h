@@ -54,10 +54,13 @@ constexpr const SeamCallDescription& describe(SeamCall call) {
 }
 
 /// A failure put in the place of a call: its code by the call's kind (kernel code, errno, status)
-/// and, where the kind has one, a text. The real call is not made.
+/// and, where the kind has one, a text. The real call is not made, but for reads that are to lie:
+/// those of an SMC key and of a file.
 struct InjectedFault {
   std::int64_t code = 0;
   std::string text;
+  /// In the place of all this: the call is made, and what it reads comes back changed.
+  bool changesAnswer = false;
 };
 
 /// Stands before every platform call that a machine answers. One implementation runs under the
