@@ -335,7 +335,6 @@ TEST(SleepWakeTest, DischargeRequestBehindThePreSleepWorkStartsAfterTheAcknowled
   // A window that the order of steps leaves open: the work before sleep stops the discharge that
   // runs, not the one that is asked for behind it.
   Bench bench;
-  bench.excuse("no discharge into sleep");
   OtherProgram other(bench);
   bench.bootWithLimit(50);
   bench.charge(70);
