@@ -19,6 +19,20 @@ LIBRARIES = {
     "/usr/lib/libobjc.A.dylib",
 }
 
+LOADER = "/usr/lib/dyld"
+# What every program is made of, by what it is called when it is missing.
+NEEDED_COMMANDS = {
+    macho.LC_SEGMENT_64: "segment", macho.LC_LOAD_DYLIB: "library", macho.LC_SYMTAB: "symbol table",
+    macho.LC_DYSYMTAB: "dynamic symbol table", macho.LC_LOAD_DYLINKER: "loader",
+    macho.LC_UUID: "UUID", macho.LC_BUILD_VERSION: "build version", macho.LC_MAIN: "entry",
+    macho.LC_CODE_SIGNATURE: "signature",
+}
+# What a linker may add: how addresses are bound, in either form, and what tools read.
+USUAL_COMMANDS = {
+    macho.LC_DYLD_CHAINED_FIXUPS, macho.LC_DYLD_EXPORTS_TRIE, macho.LC_DYLD_INFO_ONLY,
+    macho.LC_FUNCTION_STARTS, macho.LC_DATA_IN_CODE, macho.LC_SOURCE_VERSION,
+}
+
 # The encodings that both ends of a connection compare; `C`, `B` and `Q` are an 8-bit unsigned
 # integer, a Boolean and a 64-bit unsigned integer, and a block's own arguments stand in brackets.
 STATUS_REPLY = '@?<v@?B@"NSError">'
@@ -50,6 +64,8 @@ COMPILER_CALLS = re.compile(
     r"__objc_personality_v0|__CFConstantStringClassReference|_Unwind_Resume|__stack_chk_\w+|"
     r"_tlv_bootstrap|__(mem|str)\w+_chk|__\w?(div|mod)ti3|__udivmodti4|__isPlatformVersionAtLeast|"
     r"dyld_stub_binder")
+# Finds functions by names that no check would see.
+LOOK_UP = "_dlsym"
 # Names that would mean objects destroyed while queues are still at work.
 STATIC_DESTRUCTION = {"___cxa_atexit", "__tlv_atexit", "_atexit"}
 
@@ -95,6 +111,17 @@ def check_libraries(program):
         yield f"has a run path: {path}"
 
 
+def check_commands(program):
+    for command, what in NEEDED_COMMANDS.items():
+        if command not in program.commands:
+            yield f"has no {what}"
+    known = NEEDED_COMMANDS.keys() | USUAL_COMMANDS
+    for command in sorted(program.commands - known):
+        yield f"has the unexpected load command {command:#x}"
+    if program.loader != LOADER:
+        yield f"is loaded by {program.loader}, not by {LOADER}"
+
+
 def check_protocol(program):
     found = next((p for p in program.protocols() if p.name == PROTOCOL), None)
     if found is None:
@@ -136,6 +163,8 @@ def check_imports(program, words):
         name = symbol.removeprefix("_").split("$_")[-1]
         if library not in LIBRARIES:
             yield f"{symbol} is looked up in {library}"
+        if symbol == LOOK_UP:
+            yield f"{symbol} is called: what it looks up is out of sight"
         if symbol in STATIC_DESTRUCTION:
             yield f"{symbol} is called: something with static storage is destroyed at exit"
         if library.endswith("libc++.1.dylib"):
@@ -161,6 +190,7 @@ def run(program, words, version):
     yield "arm64 program for macOS 14.0", list(check_header(program))
     yield "embedded property list: identifier and version", list(
         check_property_list(program, version))
+    yield "the load commands of a plain program and no others", list(check_commands(program))
     yield "loads the seven expected libraries and no others", list(check_libraries(program))
     yield "signatures of the protocol's eleven methods", list(check_protocol(program))
     yield "no segment both writable and executable", list(check_segments(program))

@@ -10,6 +10,9 @@ FLAG_PIE = 0x200000
 
 LC_SYMTAB, LC_SEGMENT_64, LC_RPATH = 0x2, 0x19, 0x8000001C
 LC_BUILD_VERSION, LC_DYLD_CHAINED_FIXUPS, LC_MAIN = 0x32, 0x80000034, 0x80000028
+LC_DYSYMTAB, LC_LOAD_DYLINKER, LC_UUID, LC_CODE_SIGNATURE = 0xB, 0xE, 0x1B, 0x1D
+LC_FUNCTION_STARTS, LC_DATA_IN_CODE, LC_SOURCE_VERSION = 0x26, 0x29, 0x2A
+LC_DYLD_INFO_ONLY, LC_DYLD_EXPORTS_TRIE = 0x80000022, 0x80000033
 LC_LOAD_DYLIB, LC_LOAD_WEAK_DYLIB = 0xC, 0x80000018
 LC_REEXPORT_DYLIB, LC_LAZY_LOAD_DYLIB, LC_LOAD_UPWARD_DYLIB = 0x8000001F, 0x20, 0x80000023
 DYLIB_COMMANDS = {LC_LOAD_DYLIB: "load", LC_LOAD_WEAK_DYLIB: "weak load",
@@ -64,7 +67,7 @@ class Program:
         self.data = data
         self.segments, self.sections, self.dylibs, self.rpaths = [], [], [], []
         self.commands = set()
-        self.platform = self.minimum_system = None
+        self.platform = self.minimum_system = self.loader = None
         self.symbol_table = self.fixups = None
         if len(data) < 32 or self.unpack("<I", 0) != (MAGIC_64,):
             raise FormatError("not a thin 64-bit Mach-O file")
@@ -89,6 +92,9 @@ class Program:
         elif command == LC_RPATH:
             (name,) = self.unpack("<I", offset + 8)
             self.rpaths.append(text_at(self.data, offset + name))
+        elif command == LC_LOAD_DYLINKER:
+            (name,) = self.unpack("<I", offset + 8)
+            self.loader = text_at(self.data, offset + name)
         elif command == LC_BUILD_VERSION:
             self.platform, version = self.unpack("<2I", offset + 8)
             self.minimum_system = f"{version >> 16}.{version >> 8 & 255}"
