@@ -81,7 +81,11 @@ class ObjectRuntime final : public SmartChargeRuntime {
     }
   }
 
-  bool isClass(HandleRef object) override { return object_isClass(objectFor(object)); }
+  bool isClass(HandleRef object) override {
+    @autoreleasepool {
+      return object_isClass(objectFor(object));
+    }
+  }
 
   HandleRef getClassMethod(HandleRef cls, std::string_view selector) override {
     return reinterpret_cast<HandleRef>(class_getClassMethod(classFor(cls), selectorFor(selector)));

@@ -122,6 +122,7 @@ TEST_F(SmartChargeRuntimeTest, NamesThatAreNotThereAreZero) {
   EXPECT_FALSE(runtime->respondsToSelector(object, "noSuchMethod"));
   EXPECT_TRUE(runtime->respondsToSelector(object, "setMCLLimit:error:"));
   runtime->release(object);
+  EXPECT_EQ(KorvelTestCharge.living, 0) << "a question keeps no reference";
 }
 
 TEST_F(SmartChargeRuntimeTest, ArgumentsAndResultsKeepTheirWidth) {
