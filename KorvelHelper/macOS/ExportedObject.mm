@@ -1,6 +1,7 @@
 #import "macOS/ExportedObject.h"
 
 #include <functional>
+#include <type_traits>
 #include <utility>
 
 #import "macOS/FoundationConversion.h"
@@ -9,6 +10,9 @@ namespace korvel::macos {
 
 namespace {
 
+// A Boolean travels as one byte that is 0 or 1, and an error's code as 64 bits with a sign.
+static_assert(std::is_same_v<BOOL, bool>);
+static_assert(sizeof(NSInteger) == sizeof(ErrorObject::code) && std::is_signed_v<NSInteger>);
 static_assert(KorvelHelperMachServiceName == KORVEL_HELPER_MACH_SERVICE_NAME);
 static_assert(KorvelHelperBundleIdentifier == KORVEL_HELPER_BUNDLE_IDENTIFIER);
 static_assert(KorvelAppBundleIdentifier == KORVEL_APP_BUNDLE_IDENTIFIER);
