@@ -164,6 +164,8 @@ static NSXPCConnection *_Nullable connectToHelper(void) {
   if (failure != nil) {
     complain([NSString stringWithFormat:@"%@ (%@ %ld)", failure.localizedDescription,
                                         failure.domain, (long)failure.code]);
+  } else if (!self.succeeded) {
+    complain(@"The helper is shutting down.");
   }
   return self.succeeded && failure == nil;
 }

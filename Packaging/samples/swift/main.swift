@@ -28,11 +28,13 @@ struct HelperState: Decodable, Equatable {
 enum ClientError: Error, CustomStringConvertible {
   case unsigned
   case unreadableState
+  case shuttingDown
 
   var description: String {
     switch self {
     case .unsigned: return "this program is signed without a team; the helper would not listen to it"
     case .unreadableState: return "the helper's state could not be read"
+    case .shuttingDown: return "the helper is shutting down"
     }
   }
 }
@@ -64,30 +66,36 @@ func connectToHelper() throws -> NSXPCConnection {
   return connection
 }
 
-/// One call. Either the reply or the connection's error resumes it; the guard sees to it that only
-/// the first of them does.
+/// Who waits for a call's outcome. Either the reply or the connection's error resumes it; the lock
+/// sees to it that only the first of them does.
+final class Waiter<Value: Sendable>: @unchecked Sendable {
+  private let lock = NSLock()
+  private var waiting: CheckedContinuation<Value, Error>?
+
+  init(_ continuation: CheckedContinuation<Value, Error>) { waiting = continuation }
+
+  func finish(_ result: Result<Value, Error>) {
+    lock.lock()
+    let first = waiting
+    waiting = nil
+    lock.unlock()
+    first?.resume(with: result)
+  }
+}
+
 func call<Value: Sendable>(
-  _ connection: NSXPCConnection,
-  _ send: @escaping (KorvelHelperProtocol, @escaping @Sendable (Result<Value, Error>) -> Void) -> Void
+  _ connection: NSXPCConnection, _ send: (KorvelHelperProtocol, Waiter<Value>) -> Void
 ) async throws -> Value {
   try await withCheckedThrowingContinuation { continuation in
-    let lock = NSLock()
-    var waiting: CheckedContinuation<Value, Error>? = continuation
-    let finish: @Sendable (Result<Value, Error>) -> Void = { result in
-      lock.lock()
-      let first = waiting
-      waiting = nil
-      lock.unlock()
-      first?.resume(with: result)
-    }
-    let proxy = connection.remoteObjectProxyWithErrorHandler { finish(.failure($0)) }
-    send(proxy as! KorvelHelperProtocol, finish)
+    let waiter = Waiter<Value>(continuation)
+    let proxy = connection.remoteObjectProxyWithErrorHandler { waiter.finish(.failure($0)) }
+    send(proxy as! KorvelHelperProtocol, waiter)
   }
 }
 
 func fetchState(_ connection: NSXPCConnection) async throws -> HelperState {
-  let json: Data = try await call(connection) { helper, finish in
-    helper.getState { finish(.success($0)) }
+  let json: Data = try await call(connection) { helper, waiter in
+    helper.getState { waiter.finish(.success($0)) }
   }
   guard let state = try? JSONDecoder().decode(HelperState.self, from: json) else {
     throw ClientError.unreadableState
@@ -96,11 +104,13 @@ func fetchState(_ connection: NSXPCConnection) async throws -> HelperState {
 }
 
 func setLimit(_ connection: NSXPCConnection, to percent: UInt8) async throws {
-  let _: Bool = try await call(connection) { helper, finish in
+  let done: Bool = try await call(connection) { helper, waiter in
     helper.setChargeLimit(percent) { success, error in
-      finish(error.map { .failure($0) } ?? .success(success))
+      if let error { waiter.finish(.failure(error)) } else { waiter.finish(.success(success)) }
     }
   }
+  // Neither success nor an error: the helper has no core left to do it.
+  if !done { throw ClientError.shuttingDown }
 }
 
 func show(_ state: HelperState) {
