@@ -1,4 +1,4 @@
-"""The property lists, scripts and samples say the same names as the program.
+"""The property lists, scripts, samples and checklist say the same names as the program.
 
 usage: agreement_test.py REPOSITORY
 """
@@ -155,6 +155,39 @@ class Samples(unittest.TestCase):
             self.assertRegex(records, rf"\b{field}\b")
             for file in self.FILES:
                 self.assertRegex(read(file), rf"\b{field}\b", file)
+
+
+def log_beginnings():
+    """What the helper's log lines begin with, up to their first argument."""
+    for file in (ROOT / "KorvelHelper").glob("*.cpp"):
+        code = re.sub(r'"\s*\n\s*"', "", file.read_text(encoding="utf-8"))
+        for text in re.findall(r'\b(?:log|error|fault)\(\s*"((?:[^"\\]|\\.)*)"', code):
+            yield text.split("%")[0]
+
+
+class Checklist(unittest.TestCase):
+    def setUp(self):
+        self.lines = [line for line in read("docs/macos.md").splitlines()
+                      if re.match(r"\| \d+ \|", line)]
+
+    def test_lines_are_counted_through_and_say_what_to_do_and_to_see(self):
+        self.assertGreater(len(self.lines), 30)
+        for number, line in enumerate(self.lines, 1):
+            self.assertRegex(line, rf"^\| {number} \| [^|]*(?:\\\|[^|]*)* \| [^|]+ \|$")
+
+    def test_log_lines_to_be_seen_are_the_helpers(self):
+        beginnings = [text for text in log_beginnings() if text]
+        quoted = [text for line in self.lines
+                  for text in re.findall(r'(?:log|fault) "([^"]+)"', line)]
+        self.assertGreater(len(quoted), 7)
+        for text in quoted:
+            self.assertTrue(any(text.startswith(known) or known.startswith(text)
+                                for known in beginnings), text)
+
+    def test_number_of_checks_is_the_scripts(self):
+        body = read("script/macos/checks.py").split("\ndef run(")[1].split("\ndef ")[0]
+        numbers = {7: "seven", 8: "eight", 9: "nine", 10: "ten"}
+        self.assertIn(f"{numbers[body.count('yield ')]} times `ok`", "".join(self.lines))
 
 
 if __name__ == "__main__":
