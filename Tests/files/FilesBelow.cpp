@@ -1,5 +1,7 @@
 #include "Tests/files/FilesBelow.h"
 
+#include <unistd.h>
+
 #include <cstdlib>
 #include <filesystem>
 

@@ -12,13 +12,13 @@
 #include <stdexcept>
 
 #include "Tests/process/Program.h"
+#include "VirtualMac/Remote/HostSystem.h"
 
 namespace processtests {
 
 using nlohmann::json;
 
-LineSocket::LineSocket(const std::string& path)
-    : socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+LineSocket::LineSocket(const std::string& path) : socket(virtualmac::hostsystem::unixSocket()) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   path.copy(address.sun_path, sizeof address.sun_path - 1);

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <csignal>
+
 #include "Tests/process/Mac.h"
 #include "Tests/process/RawClient.h"
 

@@ -10,8 +10,6 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
-#include <filesystem>
-#include <fstream>
 #include <stdexcept>
 #include <thread>
 
@@ -37,7 +35,8 @@ pid_t spawn(const std::string& program, const std::vector<std::string>& argument
   for (std::string& word : words) pointers.push_back(word.data());
   pointers.push_back(nullptr);
   pid_t pid = 0;
-  const int error = ::posix_spawn(&pid, path.c_str(), &files, nullptr, pointers.data(), environ);
+  const int error = ::posix_spawn(&pid, path.c_str(), &files, nullptr, pointers.data(),
+                                  virtualmac::hostsystem::environment());
   ::posix_spawn_file_actions_destroy(&files);
   if (error != 0) throw std::runtime_error(path + " cannot be started");
   return pid;
@@ -82,7 +81,7 @@ Result run(const std::string& program, const std::vector<std::string>& arguments
            double timeoutSeconds) {
   std::array<int, 2> out{};
   std::array<int, 2> err{};
-  if (::pipe2(out.data(), O_CLOEXEC) != 0 || ::pipe2(err.data(), O_CLOEXEC) != 0)
+  if (!virtualmac::hostsystem::pipe(out) || !virtualmac::hostsystem::pipe(err))
     throw std::runtime_error("no pipes");
   const pid_t pid = spawn(program, arguments, out[1], err[1]);
   ::close(out[1]);
@@ -109,32 +108,6 @@ Background::~Background() {
   ::kill(child, SIGKILL);
   while (::waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
   }
-}
-
-std::optional<ProcessFacts> factsOf(pid_t pid) {
-  const std::string directory = "/proc/" + std::to_string(pid);
-  std::ifstream status(directory + "/status");
-  ProcessFacts facts;
-  std::string line;
-  while (std::getline(status, line)) {
-    if (line.starts_with("VmRSS:")) facts.residentKilobytes = std::stol(line.substr(6));
-    if (line.starts_with("Threads:")) facts.threads = std::stoi(line.substr(8));
-  }
-  std::error_code error;
-  for (const auto& entry : std::filesystem::directory_iterator(directory + "/fd", error))
-    facts.descriptors += entry.path().empty() ? 0 : 1;
-  if (facts.threads == 0 || error) return std::nullopt;
-  return facts;
-}
-
-bool isAlive(pid_t pid) {
-  std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
-  std::string stat;
-  std::getline(file, stat);
-  // The state follows the program's name, which stands in brackets. One that has ended may still
-  // wait for its parent.
-  const std::size_t name = stat.rfind(')');
-  return name != std::string::npos && name + 2 < stat.size() && stat[name + 2] != 'Z';
 }
 
 }  // namespace processtests

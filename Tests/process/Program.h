@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "VirtualMac/Remote/HostSystem.h"
+
 namespace processtests {
 
 /// What a program that has ended left behind.
@@ -32,16 +34,10 @@ class Background {
   pid_t child;
 };
 
-/// What the kernel says about a live process.
-struct ProcessFacts {
-  long residentKilobytes = 0;
-  int threads = 0;
-  int descriptors = 0;
-};
-/// None: no such process.
-std::optional<ProcessFacts> factsOf(pid_t pid);
+using virtualmac::hostsystem::factsOf;
+using virtualmac::hostsystem::isAlive;
+using virtualmac::hostsystem::ProcessFacts;
 
-bool isAlive(pid_t pid);
 void pauseFor(double seconds);
 /// Seconds of a clock that only goes forward.
 double clockNow();

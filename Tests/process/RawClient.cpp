@@ -9,6 +9,8 @@
 #include <bit>
 #include <stdexcept>
 
+#include "VirtualMac/Remote/HostSystem.h"
+
 namespace processtests {
 
 using nlohmann::json;
@@ -114,7 +116,7 @@ Bytes callBody(std::uint32_t ticket, const std::string& selector, const Bytes& a
 }
 
 RawClient::RawClient(const Mac& mac, const std::optional<std::string>& identity)
-    : socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    : socket(virtualmac::hostsystem::unixSocket()) {
   if (identity) {
     identityHolder = std::make_unique<LineSocket>(mac.controlPath());
     identityHolder->send(json{{"command", "identify"}, {"identity", *identity}}.dump());

@@ -8,14 +8,14 @@
 #include <utility>
 #include <variant>
 
+#include "VirtualMac/Remote/HostSystem.h"
 #include "VirtualMac/Remote/XPCMessages.h"
 
 namespace virtualmac {
 
 using korvel::PropertyValue;
 
-RemoteClient::RemoteClient(const std::string& path)
-    : socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+RemoteClient::RemoteClient(const std::string& path) : socket(hostsystem::unixSocket()) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   path.copy(address.sun_path, sizeof address.sun_path - 1);

@@ -20,6 +20,7 @@
 #include "Tests/seam/RemoteClient.h"
 #include "VirtualMac/Machine/Machine.h"
 #include "VirtualMac/Remote/DiskWatch.h"
+#include "VirtualMac/Remote/HostSystem.h"
 #include "VirtualMac/Remote/ProcessDispatch.h"
 #include "VirtualMac/Remote/RemotePlatform.h"
 #include "VirtualMac/Tools/HelperLink.h"
@@ -94,12 +95,12 @@ class MachineThread {
 
 std::array<int, 2> socketPair() {
   std::array<int, 2> ends{};
-  EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()), 0);
+  EXPECT_TRUE(hostsystem::unixSocketPair(ends));
   return ends;
 }
 
 int listenAt(const std::string& path) {
-  const int listening = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const int listening = hostsystem::unixSocket();
   const asio::local::stream_protocol::endpoint endpoint(path);
   EXPECT_EQ(::bind(listening, endpoint.data(), static_cast<socklen_t>(endpoint.size())), 0);
   EXPECT_EQ(::listen(listening, 16), 0);

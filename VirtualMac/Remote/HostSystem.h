@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <string>
 
 /// What the building and running systems call differently. One file implements it for each of them;
@@ -24,8 +25,18 @@ std::int32_t peerProcess(int socket);
 void nameThisThread(const std::string& name);
 /// The running program's file; empty when it cannot be told.
 std::filesystem::path ownProgram();
-/// How many threads the process has.
+/// How many threads this process has.
 std::size_t threadCount();
+/// What the kernel says about a live process.
+struct ProcessFacts {
+  long residentKilobytes = 0;
+  int threads = 0;
+  int descriptors = 0;
+};
+/// None: no such process.
+std::optional<ProcessFacts> factsOf(pid_t process);
+/// False also for one that has ended and still waits for its parent.
+bool isAlive(pid_t process);
 /// The process's environment, as posix_spawn wants it.
 char** environment();
 

@@ -1,13 +1,16 @@
 #include <crt_externs.h>
 #include <fcntl.h>
+#include <libproc.h>
 #include <mach-o/dyld.h>
 #include <mach/mach.h>
 #include <pthread.h>
+#include <sys/proc.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include <system_error>
+#include <vector>
 
 #include "VirtualMac/Remote/HostSystem.h"
 
@@ -72,6 +75,30 @@ std::size_t threadCount() {
   ::vm_deallocate(mach_task_self(), reinterpret_cast<vm_address_t>(threads),
                   count * sizeof(thread_act_t));
   return count;
+}
+
+std::optional<ProcessFacts> factsOf(pid_t process) {
+  proc_taskinfo task{};
+  constexpr int size = sizeof task;
+  if (::proc_pidinfo(process, PROC_PIDTASKINFO, 0, &task, size) != size) return std::nullopt;
+  // Asked for a size, the kernel names more than there are: only the filled part counts.
+  const int room = ::proc_pidinfo(process, PROC_PIDLISTFDS, 0, nullptr, 0);
+  if (room <= 0) return std::nullopt;
+  std::vector<proc_fdinfo> descriptors(static_cast<std::size_t>(room) / sizeof(proc_fdinfo));
+  const int filled = ::proc_pidinfo(process, PROC_PIDLISTFDS, 0, descriptors.data(), room);
+  if (filled <= 0) return std::nullopt;
+  ProcessFacts facts;
+  facts.residentKilobytes = static_cast<long>(task.pti_resident_size / 1024);
+  facts.threads = task.pti_threadnum;
+  facts.descriptors = filled / static_cast<int>(sizeof(proc_fdinfo));
+  return facts;
+}
+
+bool isAlive(pid_t process) {
+  proc_bsdinfo information{};
+  constexpr int size = sizeof information;
+  return ::proc_pidinfo(process, PROC_PIDTBSDINFO, 0, &information, size) == size &&
+         information.pbi_status != SZOMB;
 }
 
 char** environment() { return *::_NSGetEnviron(); }

@@ -3,6 +3,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <fstream>
 #include <iterator>
 #include <system_error>
 
@@ -41,6 +42,31 @@ std::size_t threadCount() {
   return static_cast<std::size_t>(
       std::distance(std::filesystem::directory_iterator("/proc/self/task"),
                     std::filesystem::directory_iterator()));
+}
+
+std::optional<ProcessFacts> factsOf(pid_t process) {
+  const std::string directory = "/proc/" + std::to_string(process);
+  std::ifstream status(directory + "/status");
+  ProcessFacts facts;
+  std::string line;
+  while (std::getline(status, line)) {
+    if (line.starts_with("VmRSS:")) facts.residentKilobytes = std::stol(line.substr(6));
+    if (line.starts_with("Threads:")) facts.threads = std::stoi(line.substr(8));
+  }
+  std::error_code error;
+  for (const auto& entry : std::filesystem::directory_iterator(directory + "/fd", error))
+    facts.descriptors += entry.path().empty() ? 0 : 1;
+  if (facts.threads == 0 || error) return std::nullopt;
+  return facts;
+}
+
+bool isAlive(pid_t process) {
+  std::ifstream file("/proc/" + std::to_string(process) + "/stat");
+  std::string stat;
+  std::getline(file, stat);
+  // The state follows the program's name, which stands in brackets.
+  const std::size_t name = stat.rfind(')');
+  return name != std::string::npos && name + 2 < stat.size() && stat[name + 2] != 'Z';
 }
 
 char** environment() { return environ; }
