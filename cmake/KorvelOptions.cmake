@@ -17,8 +17,17 @@ if(KORVEL_SANITIZE)
 endif()
 find_package(Threads REQUIRED)
 
-# Rooms that a toolchain cannot build are named by it, and written down for its script to tell.
-if(KORVEL_LEFT_OUT)
-  list(JOIN KORVEL_LEFT_OUT "\n" rooms)
-  file(WRITE ${CMAKE_BINARY_DIR}/left-out.txt "${rooms}\n")
+# Programs that a toolchain cannot link are named by it: their sources are compiled all the same. The
+# list is written down for the toolchain's script to tell.
+if(KORVEL_COMPILED_ONLY)
+  list(JOIN KORVEL_COMPILED_ONLY "\n" programs)
+  file(WRITE ${CMAKE_BINARY_DIR}/compiled-only.txt "${programs}\n")
 endif()
+# korvel_add_program(NAME sources...): a program, or only its objects.
+function(korvel_add_program name)
+  if(name IN_LIST KORVEL_COMPILED_ONLY)
+    add_library(${name} OBJECT ${ARGN})
+  else()
+    add_executable(${name} ${ARGN})
+  endif()
+endfunction()

@@ -8,10 +8,13 @@ function(korvel_add_test name)
   if(NOT ARG_TIMEOUT)
     set(ARG_TIMEOUT 300)
   endif()
-  add_executable(${name} ${ARG_UNPARSED_ARGUMENTS})
+  korvel_add_program(${name} ${ARG_UNPARSED_ARGUMENTS})
   target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR})
   target_link_libraries(${name} PRIVATE korvel_flags ${ARG_LIBRARIES} GTest::gtest GTest::gmock
     GTest::gtest_main Threads::Threads)
+  if(name IN_LIST KORVEL_COMPILED_ONLY)
+    return()
+  endif()
   gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 TEST_LIST ${name}_tests
     PROPERTIES TIMEOUT ${ARG_TIMEOUT})
   # A list does not survive the way through the discovery; the labels are given to what it found.
