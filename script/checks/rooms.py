@@ -51,10 +51,15 @@ SYSTEM_CALLS = ("calls the system past the seam",
 OWNED_AT_ONCE = re.compile(r"\b((?:unique|shared)_ptr<[^;{}()]*>\s*\w*\s*[({]\s*)new\b")
 CATCH_ALL = ("catches everything; a killed process unwinds through here",
              r"\bcatch\s*\(\s*\.\.\.\s*\)")
+LINUX_ALONE = ("is Linux's alone; VirtualMac/Remote/HostSystem.h is the door to the system",
+               r"\b(?:SOCK_(?:CLOEXEC|NONBLOCK)|MSG_CMSG_CLOEXEC|SO_PEERCRED|ucred|pipe2|accept4|environ"
+               r"|epoll_\w+|(?:event|signal|timer|pid)fd(?:_\w+)?|memfd_create|prctl|gettid|getrandom"
+               r"|ppoll|program_invocation_name)\b")
 
 CORE_CALLS = (TIME_CALLS, THREAD_USE, CHANCE, PRINTING, NAKED_NEW, SYSTEM_CALLS, CATCH_ALL)
 MODEL_CALLS = (TIME_CALLS, THREAD_USE, CHANCE, PRINTING, NAKED_NEW)
 FEW_CALLS = (CHANCE, NAKED_NEW)
+PORTABLE = (LINUX_ALONE,)  # These rooms are built for a Mac as well.
 
 
 class Room:
@@ -96,14 +101,14 @@ ROOMS = [  # The first that matches a file is its room.
     Room("VirtualMac/InProcess/", MODEL + ("VirtualMac/InProcess/",), ("nlohmann/",),
          TIME - {"random"}, FEW_CALLS + (TIME_CALLS,)),
     Room("VirtualMac/Remote/", MODEL + ("VirtualMac/InProcess/", "VirtualMac/Remote/"),
-         ("nlohmann/", "asio"), calls=FEW_CALLS, system=True),
-    Room("VirtualMac/", ALL_VIRTUAL, system=True, calls=FEW_CALLS),
+         ("nlohmann/", "asio"), calls=FEW_CALLS + PORTABLE, system=True),
+    Room("VirtualMac/", ALL_VIRTUAL, system=True, calls=FEW_CALLS + PORTABLE),
     # The tests of the real processes see the programs only from outside.
     Room("Tests/process/", ("Tests/process/", "VirtualMac/Remote/", "VirtualMac/Schedule/"),
-         system=True, helper_root=False),
-    Room("Tests/macos/", ALL_VIRTUAL + ("Tests/", "macOS/"), system=True),
-    Room("Tests/files/", ALL_VIRTUAL + ("Tests/", "macOS/"), system=True),
-    Room("Tests/", ALL_VIRTUAL + ("Tests/",), system=True, calls=(CHANCE,)),
+         system=True, helper_root=False, calls=PORTABLE),
+    Room("Tests/macos/", ALL_VIRTUAL + ("Tests/", "macOS/"), system=True, calls=PORTABLE),
+    Room("Tests/files/", ALL_VIRTUAL + ("Tests/", "macOS/"), system=True, calls=PORTABLE),
+    Room("Tests/", ALL_VIRTUAL + ("Tests/",), system=True, calls=(CHANCE,) + PORTABLE),
     Room("Benchmarks/", ALL_VIRTUAL + ("Benchmarks/",), system=True, calls=(CHANCE,)),
     Room("Packaging/", SEAM, system=True),
 ]
@@ -111,6 +116,7 @@ ROOMS = [  # The first that matches a file is its room.
 SANCTIONED = {
     ("KorvelHelper/Base/Trap.cpp", PRINTING[0]),   # a trap's text must reach somebody
     ("KorvelHelper/Base/Trap.cpp", SYSTEM_CALLS[0]),
+    ("VirtualMac/Remote/HostSystemLinux.cpp", LINUX_ALONE[0]),
 }
 
 
@@ -151,7 +157,9 @@ def self_test():
               "auto u = std::unique_ptr<A>(new A(1));\nstd::unique_ptr<B> v(new B);\n",
         machine: '#include "VirtualMac/Schedule/Journal.h"\n#include <map>\n',
         "Tests/seam/s.cpp": '#include "contract/c.h"\n', "Tests/seam/contract/c.h": "",
-        "Tests/process/p.cpp": "#include <unistd.h>\n#include <gtest/gtest.h>\n"})
+        "VirtualMac/Remote/HostSystemLinux.cpp": "ucred credentials{};\n",
+        "Tests/process/p.cpp": "#include <unistd.h>\n#include <gtest/gtest.h>\n"
+                               "// no pipe2 here\nauto e = environment();\n"})
     for text, word in [
             ('#include "VirtualMac/Machine/Machine.h"', "must not include VirtualMac"),
             ('#include "macOS/Main.h"', "must not include macOS"),
@@ -173,6 +181,12 @@ def self_test():
                 "include mutex", "include chrono", "a thread or lock")
     tree.expect(check, {machine: '#include "VirtualMac/InProcess/World.h"\n'}, "must not include")
     tree.expect(check, {"Tests/process/p.cpp": '#include "HelperImpl.h"\n'}, "must not include")
+    for folder in ("Tests/process/", "Tests/seam/", "Tests/files/", "VirtualMac/Remote/",
+                   "VirtualMac/Tools/"):
+        tree.expect(check, {folder + "a.cpp": "int s = ::socket(AF_UNIX, SOCK_CLOEXEC, 0);\n"},
+                    "Linux's alone")
+    tree.expect(check, {"Tests/process/p.cpp": "if (::pipe2(ends, 0)) run(environ);\n"},
+                '"pipe2" is Linux', '"environ" is Linux')
 
 
 if __name__ == "__main__":
