@@ -73,7 +73,7 @@ class Stage {
   // For sweeps
   [[nodiscard]] const std::vector<std::string>& unmetExpectations() const { return unmet; }
   [[nodiscard]] std::optional<std::uint8_t> lastLimitWanted() const { return wanted; }
-  [[nodiscard]] bool exited() { return exitExpected && world.exitStatus().has_value(); }
+  [[nodiscard]] bool exited() const { return exitExpected && world.exitStatus().has_value(); }
 
   virtualmac::World world;
   /// The rules that every run obeys, whatever fails.

@@ -136,7 +136,7 @@ class OneAuditAndOneReplyEach final : public Invariant {
         unaudited.erase(delivering);
       }
       if (!thread.starts_with("xpc ") && thread != "test") {
-        violate("audited on " + thread + ": " + operation);
+        violate(std::string("audited on ").append(thread).append(": ").append(operation));
       }
     }
   }
