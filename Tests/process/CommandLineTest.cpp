@@ -68,6 +68,12 @@ TEST(CommandLineTest, ADiskSurvivesFromOneMachineToTheNext) {
   EXPECT_EQ(mac.command({"down"}).status, 0);
 }
 
+TEST(CommandLineTest, AValueBelowZeroIsAValue) {
+  const Mac mac;
+  expectSays(mac.command({"set", "temperature", "-5"}), 0, {});
+  expectSays(mac.command({"status"}), 0, {"-5.0 C"});
+}
+
 TEST(CommandLineTest, DownReturnsWhenTheNextMachineCanStart) {
   const Mac mac;
   for (int round = 0; round < 10; ++round) {
