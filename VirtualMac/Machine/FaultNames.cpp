@@ -59,13 +59,30 @@ std::string rememberedLine(std::string_view name, std::span<const std::string> a
   return line;
 }
 
+/// Whether a remembered line is about this fault, or this fault of a key: `which` begins it.
+bool isAbout(std::string_view line, std::string_view which) {
+  return line.starts_with(which) && (line.size() == which.size() || line[which.size()] == ' ');
+}
+
+bool isOn(const Machine& machine, std::string_view which) {
+  return std::ranges::any_of(machine.activeFaultLines,
+                             [&](const std::string& line) { return isAbout(line, which); });
+}
+
+void forget(Machine& machine, std::string_view which) {
+  std::erase_if(machine.activeFaultLines,
+                [&](const std::string& line) { return isAbout(line, which); });
+}
+
 void remember(Machine& machine, const FaultEntry& entry, std::span<const std::string> arguments,
               bool on) {
   const std::string_view name = entry.description.name;
-  const std::string which = rememberedLine(name, arguments, entry.selectors);
-  std::erase_if(machine.activeFaultLines, [&](const std::string& line) {
-    return line == which || line.starts_with(which + " ");
-  });
+  forget(machine, rememberedLine(name, arguments, entry.selectors));
+  for (const FaultEntry& other : faultEntries()) {
+    // What this fault changes, no other one changes any more.
+    const bool replaced = on && !entry.target.empty() && other.target == entry.target;
+    if (replaced) forget(machine, other.description.name);
+  }
   if (on && !entry.momentary) {
     machine.activeFaultLines.push_back(rememberedLine(name, arguments, arguments.size()));
   }
@@ -98,6 +115,8 @@ std::expected<void, std::string> setFault(Machine& machine, std::string_view nam
   if (arguments.size() < needed || (arguments.size() > found->accepted)) {
     return std::unexpected(usage);
   }
+  // To end what has not begun would undo what is not a fault: a key's value, a missing service.
+  if (!on && !isOn(machine, rememberedLine(name, arguments, found->selectors))) return {};
   FaultArguments given(arguments);
   found->apply(machine, given, on);
   if (given.complaint) return std::unexpected(usage + ": " + *given.complaint);

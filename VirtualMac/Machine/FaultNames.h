@@ -21,8 +21,10 @@ struct FaultDescription {
 std::span<const FaultDescription> faultCatalogue();
 
 /// Switches a fault. `arguments` are needed to switch it on; to switch it off, those that say which
-/// (a key) are. The error is one line: an unknown name comes with the names nearest to it, a wrong
-/// argument with what is expected.
+/// (a key) are. To switch off what is not on changes nothing, and is no error. Of the faults that
+/// change the same thing (a state that is not stated, or mistyped) the last one counts: it takes
+/// the place of the others, also in the list. The error is one line: an unknown name comes with the
+/// names nearest to it, a wrong argument with what is expected.
 std::expected<void, std::string> setFault(Machine& machine, std::string_view name,
                                           std::span<const std::string> arguments, bool on);
 

@@ -1,6 +1,6 @@
 #include "VirtualMac/Machine/FaultTableEntries.h"
 
-#include <cerrno>
+#include <algorithm>
 #include <charconv>
 #include <cstdlib>
 #include <functional>
@@ -19,6 +19,18 @@ constexpr std::string_view packClass = "AppleSmartBatteryPack";
 constexpr std::string_view rootDomainClass = "IOPMrootDomain";
 constexpr korvel::KernReturn notPermitted = static_cast<korvel::KernReturn>(0xE00002E2U);
 constexpr double longestSeconds = 1e6;
+
+/// What more than one fault changes; of those, one is on at a time.
+constexpr std::string_view openingTarget = "the opening of AppleSMC";
+constexpr std::string_view capacityTarget = "the current capacity";
+constexpr std::string_view temperatureTarget = "the temperature";
+constexpr std::string_view adapterTarget = "the adapter's state";
+constexpr std::string_view settingsTarget = "the power settings";
+constexpr std::string_view signatureTarget = "the helper's signature";
+
+void addName(std::string& list, std::string_view name) {
+  list += (list.empty() ? "" : ", ") + std::string(name);
+}
 
 /// Puts a fault on one key, or complains that there is none of that name.
 void withKey(Machine& mac, Args& args, const std::function<void(SMC::Key&)>& act) {
@@ -107,7 +119,11 @@ void temperatureOverride(Machine& mac, Args& args, bool on) {
 }
 
 void methodMissing(Machine& mac, Args& args, bool on) {
-  if (on) {
+  if (std::ranges::find(smartChargeMethods, args.text(0)) == smartChargeMethods.end()) {
+    std::string all;
+    for (const std::string_view name : smartChargeMethods) addName(all, name);
+    args.complaint = "no method is called \"" + args.text(0) + "\"; there are: " + all;
+  } else if (on) {
     mac.powerUI.missingMethods.insert(args.text(0));
   } else {
     mac.powerUI.missingMethods.erase(args.text(0));
@@ -123,7 +139,21 @@ void offeredLimits(Machine& mac, Args& args, bool on) {
   mac.powerUI.offeredLimits = on ? PropertyValue(limits) : mac.profile().powerUI.offeredLimits;
 }
 
+/// Whether there is a file call of this name that can fail; else the complaint names them.
+void expectFileCall(Args& args) {
+  std::string all;
+  for (const SeamCallDescription& call : seamCalls) {
+    if (call.interface != "FileSystem" || call.kind == FailureKind::Release) continue;
+    if (call.method == args.text(0)) return;
+    addName(all, call.method);
+  }
+  args.complaint =
+      "no file call that can fail is called \"" + args.text(0) + "\"; there are: " + all;
+}
+
 void diskCallFails(Machine& mac, Args& args, bool on) {
+  expectFileCall(args);
+  if (args.complaint) return;
   const auto error = static_cast<int>(on ? args.integer(1, 1, 255) : 0);
   if (args.complaint) return;
   if (on) {
@@ -156,15 +186,15 @@ void signHelperAs(Machine& mac, std::string_view identity, bool on) {
 // clang-format off: one fault a line.
 const FaultEntry entries[] = {
     {{"smc-missing", "", "The AppleSMC service is not there."}, 0, 0, 0,
-     [](Machine& mac, Args&, bool on) { mac.smc.servicePresent = !on; }},
+     [](Machine& mac, Args&, bool on) { mac.smc.servicePresent = !on && mac.profile().smcPresent; }},
     {{"smc-open-refused", "[CODE]", "Opening AppleSMC is refused."}, 0, 1, 0,
-     [](Machine& mac, Args& args, bool on) { setCode(mac.smc.openRefusal, args, on, notPermitted); }},
+     [](Machine& mac, Args& args, bool on) { setCode(mac.smc.openRefusal, args, on, notPermitted); }, false, openingTarget},
     {{"smc-stale", "[CODE]", "Every connection open now is stale, once."}, 0, 1, 0,
      [](Machine& mac, Args& args, bool on) {
        const korvel::KernReturn code = args.code(0, korvel::ioReturnNotOpen);
        if (on && !args.complaint) mac.smc.invalidateConnections(code);
      }, true},
-    {{"smc-reopen-fails", "[CODE]", "Connections are stale and cannot be opened again."}, 0, 1, 0, reopenFails},
+    {{"smc-reopen-fails", "[CODE]", "Connections are stale and cannot be opened again."}, 0, 1, 0, reopenFails, false, openingTarget},
     {{"smc-key-missing", "KEY", "A key is gone; it comes back with its first value."}, 1, 1, 1, keyMissing},
     {{"smc-result", "KEY CODE", "Every command on a key answers a result code."}, 2, 2, 1,
      [](Machine& mac, Args& args, bool on) { withKey(mac, args, [&](SMC::Key& key) { setResult(key.result, args, on); }); }},
@@ -181,9 +211,9 @@ const FaultEntry entries[] = {
      }},
     {{"call-latency", "CALL SECONDS", "Every platform call of a name takes this long."}, 2, 2, 1, callLatency},
     {{"battery-unreadable", "", "The battery's power source has no current capacity."}, 0, 0, 0,
-     [](Machine& mac, Args&, bool on) { setCapacity(mac, {}, on); }},
+     [](Machine& mac, Args&, bool on) { setCapacity(mac, {}, on); }, false, capacityTarget},
     {{"battery-mistyped", "", "The battery's current capacity is text."}, 0, 0, 0,
-     [](Machine& mac, Args&, bool on) { setCapacity(mac, "full", on); }},
+     [](Machine& mac, Args&, bool on) { setCapacity(mac, "full", on); }, false, capacityTarget},
     {{"power-sources-missing", "", "There is no snapshot of the power sources."}, 0, 0, 0,
      [](Machine& mac, Args&, bool on) { mac.powerSources.snapshotFails = on; }},
     {{"power-sources-no-list", "", "A snapshot gives no list."}, 0, 0, 0,
@@ -193,14 +223,14 @@ const FaultEntry entries[] = {
     {{"power-sources-mistyped", "", "The list of power sources is not an array."}, 0, 0, 0,
      [](Machine& mac, Args&, bool on) { mac.powerSources.listIsNotArray = on; }},
     {{"temperature-unreadable", "", "The battery states no temperature."}, 0, 0, 0,
-     [](Machine& mac, Args&, bool on) { overrideTemperature(mac, {}, on); }},
+     [](Machine& mac, Args&, bool on) { overrideTemperature(mac, {}, on); }, false, temperatureTarget},
     {{"temperature-mistyped", "", "The battery's temperature is text."}, 0, 0, 0,
-     [](Machine& mac, Args&, bool on) { overrideTemperature(mac, "warm", on); }},
+     [](Machine& mac, Args&, bool on) { overrideTemperature(mac, "warm", on); }, false, temperatureTarget},
     {{"temperature-override", "CELSIUS", "The battery has this temperature."}, 1, 1, 0, temperatureOverride},
     {{"adapter-unknown", "", "The adapter's state is not stated."}, 0, 0, 0,
-     [](Machine& mac, Args&, bool on) { overrideOrRestore(mac, batteryClass, "ExternalConnected", {}, on); }},
+     [](Machine& mac, Args&, bool on) { overrideOrRestore(mac, batteryClass, "ExternalConnected", {}, on); }, false, adapterTarget},
     {{"adapter-mistyped", "", "The adapter's state is a number."}, 0, 0, 0,
-     [](Machine& mac, Args&, bool on) { overrideOrRestore(mac, batteryClass, "ExternalConnected", 1, on); }},
+     [](Machine& mac, Args&, bool on) { overrideOrRestore(mac, batteryClass, "ExternalConnected", 1, on); }, false, adapterTarget},
     {{"adapter-hidden", "", "The adapter reads as disconnected while its inflow is inhibited."}, 0, 0, 0,
      [](Machine& mac, Args&, bool on) { mac.registry.setInhibitHidesAdapter(on); }},
     {{"lid-unknown", "", "The lid's state is not stated."}, 0, 0, 0,
@@ -236,9 +266,9 @@ const FaultEntry entries[] = {
     {{"settings-refused", "[CODE]", "Writing power settings is refused."}, 0, 1, 0,
      [](Machine& mac, Args& args, bool on) { setCode(mac.power.settingRefusal, args, on, korvel::ioReturnNotPrivileged); }},
     {{"settings-unreadable", "", "Power settings read as never stored."}, 0, 0, 0,
-     [](Machine& mac, Args&, bool on) { setOptional(mac.power.settingsOverride, on, PropertyValue()); }},
+     [](Machine& mac, Args&, bool on) { setOptional(mac.power.settingsOverride, on, PropertyValue()); }, false, settingsTarget},
     {{"settings-mistyped", "", "Power settings read as text."}, 0, 0, 0,
-     [](Machine& mac, Args&, bool on) { setOptional(mac.power.settingsOverride, on, PropertyValue("settings")); }},
+     [](Machine& mac, Args&, bool on) { setOptional(mac.power.settingsOverride, on, PropertyValue("settings")); }, false, settingsTarget},
     {{"assertion-refused", "[CODE]", "Power assertions cannot be made."}, 0, 1, 0,
      [](Machine& mac, Args& args, bool on) { setCode(mac.power.assertionRefusal, args, on, korvel::ioReturnError); }},
     {{"assertion-secondary-refused", "[CODE]", "PreventSystemSleep assertions cannot be made."}, 0, 1, 0,
@@ -256,9 +286,9 @@ const FaultEntry entries[] = {
     {{"disk-short-writes", "BYTES", "No write takes more bytes at once."}, 1, 1, 0, shortWrites},
     {{"disk-call-fails", "CALL ERRNO", "A file call (mkdir, fsync, readFile, ...) fails with an errno."}, 2, 2, 1, diskCallFails},
     {{"helper-unsigned", "", "The helper's program is not signed."}, 0, 0, 0,
-     [](Machine& mac, Args&, bool on) { signHelperAs(mac, "unsigned", on); }},
+     [](Machine& mac, Args&, bool on) { signHelperAs(mac, "unsigned", on); }, false, signatureTarget},
     {{"helper-without-team", "", "The helper's program is signed without a team."}, 0, 0, 0,
-     [](Machine& mac, Args&, bool on) { signHelperAs(mac, "ad-hoc", on); }},
+     [](Machine& mac, Args&, bool on) { signHelperAs(mac, "ad-hoc", on); }, false, signatureTarget},
 };
 // clang-format on
 

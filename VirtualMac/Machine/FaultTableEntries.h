@@ -5,7 +5,7 @@
 #include <optional>
 #include <span>
 #include <string>
-#include <vector>
+#include <string_view>
 
 #include "VirtualMac/Machine/FaultNames.h"
 
@@ -43,6 +43,8 @@ struct FaultEntry {
   std::size_t selectors = 0;  ///< Leading arguments that say which; needed to switch it off too.
   void (*apply)(Machine& machine, FaultArguments& arguments, bool on) = nullptr;
   bool momentary = false;  ///< Happens once; there is nothing to switch off.
+  /// What faults that cannot be on together change; empty: this fault alone does.
+  std::string_view target = {};
 };
 
 std::span<const FaultEntry> faultEntries();

@@ -153,6 +153,7 @@ std::expected<void, ErrorObject> FilesClient::replaceItem(const std::string& ori
 }
 
 bool FilesClient::fileExists(const std::string& path) {
+  if (disk.refusal("fileExists", false) != 0) return false;
   const auto found = disk.resolve(path, true);
   return found && found->node != nullptr;
 }

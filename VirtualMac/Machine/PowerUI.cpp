@@ -1,7 +1,7 @@
 #include "VirtualMac/Machine/PowerUI.h"
 
 #include <algorithm>
-#include <array>
+#include <span>
 #include <string>
 
 namespace virtualmac {
@@ -22,11 +22,9 @@ constexpr HandleRef classHandle = 0x2f;
 constexpr HandleRef allocMethod = 0x33;
 constexpr HandleRef initMethod = 0x37;
 
-constexpr std::string_view allocSelector = "alloc";
-constexpr std::string_view initSelector = "initWithClientName:";
-constexpr std::array<std::string_view, 5> clientSelectors{
-    "isMCLSupported", "isMCLCurrentlyEnabled:", "getMCLLimitWithError:",
-    "availableChargeLimitsWithError:", "setMCLLimit:error:"};
+constexpr std::string_view allocSelector = smartChargeMethods[0];
+constexpr std::string_view initSelector = smartChargeMethods[1];
+constexpr auto clientSelectors = std::span(smartChargeMethods).subspan<2>();
 
 std::string limitText(std::uint8_t percent) {
   return percent == 0 ? "none" : std::to_string(percent);
@@ -93,11 +91,9 @@ HandleRef SmartChargeClient::callAlloc(HandleRef method, HandleRef cls) {
   return objects.insert(Object{});
 }
 
-HandleRef SmartChargeClient::callInit(HandleRef method, HandleRef object,
-                                      std::string_view clientName) {
+HandleRef SmartChargeClient::callInit(HandleRef method, HandleRef object, std::string_view) {
   if (method != initMethod || !objects.erase(object)) return 0;
   if (powerUI.initGivesNothing) return 0;
-  client = clientName;
   // Another object than the one that was allocated, as an initialiser may give.
   return objects.insert(Object{true});
 }

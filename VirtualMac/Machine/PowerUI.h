@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <optional>
 #include <set>
@@ -14,13 +15,23 @@
 
 namespace virtualmac {
 
+/// The methods that the framework has: two that make a client, five that it answers to.
+inline constexpr std::array<std::string_view, 7> smartChargeMethods{
+    "alloc",
+    "initWithClientName:",
+    "isMCLSupported",
+    "isMCLCurrentlyEnabled:",
+    "getMCLLimitWithError:",
+    "availableChargeLimitsWithError:",
+    "setMCLLimit:error:"};
+
 /// The operating system's own charge limit behind the PowerUI framework; the battery obeys it.
 /// Journals `power native limit 80 (pid 412)`, `power native limit none (pid 412)` and, when the
 /// framework says no, `power native limit 80 refused (pid 412)`.
 ///
 /// Fault model. The framework, the class or any method can be missing; the machine can be
 /// unsupported; init can give nothing; each of the three calls with an error slot can fill it; the
-/// setter can refuse without an error, or take another value than asked; the offered limits can be
+/// setter can refuse without an error, or keep the limit that was; the offered limits can be
 /// any value at all. Not modelled: a limit that the system changes by itself.
 class PowerUI {
  public:
@@ -76,7 +87,6 @@ class SmartChargeClient {
   void release(korvel::HandleRef object);
 
   [[nodiscard]] std::size_t liveObjects() const { return objects.size(); }
-  [[nodiscard]] const std::string& clientName() const { return client; }
   void dropAll() { objects.clear(); }
 
  private:
@@ -89,7 +99,6 @@ class SmartChargeClient {
   PowerUI& powerUI;
   std::int32_t pid;
   bool loaded = false;
-  std::string client;
   NameTable<Object> objects{0x0f};
 };
 

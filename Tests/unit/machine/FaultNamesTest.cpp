@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <set>
+#include <utility>
 
 #include "Tests/unit/machine/Bench.h"
 
@@ -107,6 +108,15 @@ TEST(FaultNamesTest, WrongArgumentsAreToldWithWhatIsExpected) {
   EXPECT_NE(errorOf(bench.mac, "call-latency noSuchCall 1"), "");
   EXPECT_NE(errorOf(bench.mac, "temperature-override 1x"), "");
   EXPECT_NE(errorOf(bench.mac, "smc-key-missing XXXX"), "");
+  EXPECT_EQ(errorOf(bench.mac, "disk-call-fails fsink 5"),
+            "disk-call-fails takes CALL ERRNO: no file call that can fail is called \"fsink\"; "
+            "there are: mkdir, chmod, openExclusive, openReadOnly, write, fsync, close, unlink, "
+            "replaceItem, fileExists, readFile");
+  EXPECT_NE(errorOf(bench.mac, "disk-call-fails umask 5"), "") << "it cannot fail";
+  EXPECT_EQ(errorOf(bench.mac, "powerui-method-missing foo"),
+            "powerui-method-missing takes NAME: no method is called \"foo\"; there are: alloc, "
+            "initWithClientName:, isMCLSupported, isMCLCurrentlyEnabled:, getMCLLimitWithError:, "
+            "availableChargeLimitsWithError:, setMCLLimit:error:");
   EXPECT_TRUE(activeFaults(bench.mac).empty());
   EXPECT_EQ(bench.mac.smc.callLatencySeconds, 0) << "a refused fault changes nothing";
 }
@@ -123,6 +133,56 @@ TEST(FaultNamesTest, ActiveFaultsAreListedOncePerKey) {
   bench.fault("smc-result CHIE", false);
   bench.fault("disk-full", false);
   EXPECT_EQ(activeFaults(bench.mac), std::vector<std::string>{"smc-result CHTE 3"});
+}
+
+// A key that is not missing keeps its value, and what the machine never had does not appear.
+TEST(FaultNamesTest, SwitchingOffWhatIsNotOnChangesNothing) {
+  Bench bench;
+  EXPECT_EQ(writeKey(*bench.helper, "CHTE", {1, 0, 0, 0}), smcResultSuccess);
+  bench.fault("smc-key-missing CHTE", false);
+  EXPECT_TRUE(bench.mac.smc.chargingInhibited());
+  bench.mac.battery.overrideTemperatureCelsius(41);
+  bench.fault("temperature-override", false);
+  EXPECT_EQ(bench.mac.battery.temperatureHundredths(), 4100);
+
+  Bench without{"no-smc"};
+  without.fault("smc-missing", false);
+  EXPECT_FALSE(without.mac.smc.servicePresent);
+  without.fault("smc-missing");
+  without.fault("smc-missing", false);
+  EXPECT_FALSE(without.mac.smc.servicePresent) << "as the profile has it";
+}
+
+TEST(FaultNamesTest, OfFaultsThatChangeTheSameTheLastOneIsOn) {
+  const std::vector<std::pair<std::string, std::string>> pairs{
+      {"adapter-unknown", "adapter-mistyped"},
+      {"battery-unreadable", "battery-mistyped"},
+      {"temperature-unreadable", "temperature-mistyped"},
+      {"settings-unreadable", "settings-mistyped"},
+      {"smc-open-refused", "smc-reopen-fails"},
+      {"helper-unsigned", "helper-without-team"}};
+  for (const auto& [first, second] : pairs) {
+    Bench bench;
+    bench.fault("disk-full");
+    bench.fault(first);
+    bench.fault(second);
+    EXPECT_EQ(activeFaults(bench.mac), (std::vector<std::string>{"disk-full", second}));
+    bench.fault(first, false);
+    EXPECT_EQ(activeFaults(bench.mac), (std::vector<std::string>{"disk-full", second}));
+    bench.fault(first);
+    EXPECT_EQ(activeFaults(bench.mac), (std::vector<std::string>{"disk-full", first}));
+  }
+  Bench bench;
+  const auto connected = [&bench] {
+    const Registry::EntryID battery = bench.mac.registry.matching("AppleSmartBattery");
+    return bench.mac.registry.property(battery, "ExternalConnected");
+  };
+  bench.fault("adapter-unknown");
+  bench.fault("adapter-mistyped");
+  bench.fault("adapter-unknown", false);
+  EXPECT_EQ(connected(), korvel::PropertyValue(1)) << "the fault that is on goes on";
+  bench.fault("adapter-mistyped", false);
+  EXPECT_EQ(connected(), korvel::PropertyValue(true));
 }
 
 TEST(FaultNamesTest, LatenciesAreForTheGate) {

@@ -28,7 +28,6 @@ class PowerUITest : public ::testing::Test {
 TEST_F(PowerUITest, AClientReadsOffersAndSetsTheLimit) {
   const korvel::HandleRef client = makeClient();
   ASSERT_NE(client, 0U);
-  EXPECT_EQ(runtime.clientName(), "Korvel");
   EXPECT_TRUE(runtime.callBoolean(client, "isMCLSupported"));
   korvel::ErrorSlot error;
   const korvel::PropertyValue offered =
