@@ -1,3 +1,4 @@
+#include "DiskFaults.h"
 #include "VirtualMac/InProcess/World.h"
 #include "contract/SeamContract.h"
 
@@ -56,8 +57,10 @@ RigKind kind(const std::string& name, Scheduling scheduling) {
           }};
 }
 
-INSTANTIATE_SEAM_CONTRACTS(InProcess, testing::Values(kind("Fifo", Scheduling::Fifo),
-                                                      kind("Seeded", Scheduling::Seeded)));
+const auto kinds =
+    testing::Values(kind("Fifo", Scheduling::Fifo), kind("Seeded", Scheduling::Seeded));
+INSTANTIATE_SEAM_CONTRACTS(InProcess, kinds);
+INSTANTIATE_SEAM_CONTRACT(InProcess, DiskFaults, kinds);
 
 }  // namespace
 }  // namespace virtualmac

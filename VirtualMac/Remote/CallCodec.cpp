@@ -33,11 +33,13 @@ void get(WireReader& from, InjectedFault& value) {
 
 void put(WireWriter& to, const FileVerdict& value) {
   put(to, value.fault);
+  to.i64(value.changeRefusal);
   to.u64(value.writeLimit);
 }
 
 void get(WireReader& from, FileVerdict& value) {
   get(from, value.fault);
+  value.changeRefusal = from.i64();
   value.writeLimit = from.u64();
 }
 

@@ -14,7 +14,10 @@ namespace virtualmac {
 /// What the machine says to a file call before it is made.
 struct FileVerdict {
   std::optional<InjectedFault> fault;  ///< Takes the call's place.
-  std::uint64_t writeLimit = 0;        ///< A write takes no more bytes than this.
+  /// The errno of a call that would change a directory: known once the name was looked for. 0:
+  /// none.
+  std::int64_t changeRefusal = 0;
+  std::uint64_t writeLimit = 0;  ///< A write takes no more bytes than this.
 };
 
 /// What the helper's process needs from its machine beside the platform's calls: those that are

@@ -10,14 +10,14 @@
 #include <system_error>
 #include <utility>
 
+#include "VirtualMac/Machine/FileErrors.h"
+
 namespace virtualmac {
 
 using korvel::ErrorObject;
 using korvel::PosixResult;
 
 namespace {
-
-constexpr off_t largestFile = off_t{16} * 1024 * 1024;
 
 template <class Value>
 PosixResult result(Value value) {
@@ -26,15 +26,10 @@ PosixResult result(Value value) {
 
 PosixResult injected(const InjectedFault& fault) { return {-1, static_cast<int>(fault.code)}; }
 
-/// Codes of the file manager's error domain.
-constexpr std::int64_t noSuchFileError = 4;
-constexpr std::int64_t readUnknownError = 256;
-constexpr std::int64_t readNoSuchFileError = 260;
-constexpr std::int64_t readTooLargeError = 263;
-constexpr std::int64_t writeUnknownError = 512;
-
-ErrorObject cocoaError(std::int64_t code, std::string text) {
-  return {"NSCocoaErrorDomain", code, {{korvel::localizedDescriptionKey, std::move(text)}}};
+/// Links are not followed.
+bool isThere(const std::string& path) {
+  struct stat facts{};
+  return ::lstat(path.c_str(), &facts) == 0;
 }
 
 ErrorObject replaceError(int error) {
@@ -59,7 +54,7 @@ std::expected<std::string, ErrorObject> readAll(int descriptor, std::size_t size
     if (got < 0) return std::unexpected(readError(errno));
     if (got == 0) break;
     filled += static_cast<std::size_t>(got);
-    if (filled > static_cast<std::size_t>(largestFile)) return std::unexpected(readError(EFBIG));
+    if (filled > largestReadableFile) return std::unexpected(readError(EFBIG));
     if (filled == content.size()) content.resize(content.size() * 2);
   }
   content.resize(filled);
@@ -72,8 +67,10 @@ LocalFileSystem::LocalFileSystem(std::string rootDirectory, HelperHost& machineH
     : root(std::move(rootDirectory)), host(machineHost) {}
 
 PosixResult LocalFileSystem::mkdir(const std::string& path, std::uint32_t mode) {
-  if (const auto verdict = host.announceFileCall(SeamCall::fileMkdir); verdict.fault)
-    return injected(*verdict.fault);
+  const auto verdict = host.announceFileCall(SeamCall::fileMkdir);
+  if (verdict.fault) return injected(*verdict.fault);
+  if (verdict.changeRefusal != 0 && !isThere(below(path)))
+    return {-1, static_cast<int>(verdict.changeRefusal)};
   return result(::mkdir(below(path).c_str(), static_cast<mode_t>(mode)));
 }
 
@@ -121,8 +118,10 @@ PosixResult LocalFileSystem::close(int descriptor) {
 }
 
 PosixResult LocalFileSystem::unlink(const std::string& path) {
-  if (const auto verdict = host.announceFileCall(SeamCall::fileUnlink); verdict.fault)
-    return injected(*verdict.fault);
+  const auto verdict = host.announceFileCall(SeamCall::fileUnlink);
+  if (verdict.fault) return injected(*verdict.fault);
+  if (verdict.changeRefusal != 0 && isThere(below(path)))
+    return {-1, static_cast<int>(verdict.changeRefusal)};
   return result(::unlink(below(path).c_str()));
 }
 
@@ -154,7 +153,7 @@ std::expected<std::string, ErrorObject> LocalFileSystem::readFile(const std::str
     content = std::unexpected(readError(errno));
   else if (S_ISDIR(facts.st_mode))
     content = std::unexpected(readError(EISDIR));
-  else if (S_ISREG(facts.st_mode) && facts.st_size > largestFile)
+  else if (S_ISREG(facts.st_mode) && facts.st_size > static_cast<off_t>(largestReadableFile))
     content = std::unexpected(readError(EFBIG));
   else if (S_ISREG(facts.st_mode))
     content = readAll(descriptor, static_cast<std::size_t>(facts.st_size));

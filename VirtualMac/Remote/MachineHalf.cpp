@@ -91,6 +91,9 @@ FileVerdict fileVerdict(const Disk& disk, SeamCall call) {
   if (error == 0 && call == SeamCall::fileWrite && disk.full) error = ENOSPC;
   if (error == 0 && call == SeamCall::fileReplaceItem && disk.replaceFails) error = EIO;
   FileVerdict verdict;
+  const bool makes = call == SeamCall::fileMkdir;
+  if (disk.readOnly && (makes || call == SeamCall::fileUnlink)) verdict.changeRefusal = EROFS;
+  if (verdict.changeRefusal == 0 && disk.full && makes) verdict.changeRefusal = ENOSPC;
   verdict.writeLimit = disk.shortWriteBytes.value_or(std::numeric_limits<std::uint32_t>::max());
   if (error != 0) verdict.fault = InjectedFault{error, std::system_category().message(error)};
   return verdict;

@@ -131,9 +131,14 @@ TEST_F(CallsTest, FaultsOfTheDiskTakeTheFileCallsPlace) {
   machine.disk.full = true;
   EXPECT_EQ(verdict(SeamCall::fileWrite).fault->code, ENOSPC);
   EXPECT_FALSE(verdict(SeamCall::fileUnlink).fault);
+  EXPECT_EQ(verdict(SeamCall::fileMkdir).changeRefusal, ENOSPC);
+  EXPECT_EQ(verdict(SeamCall::fileUnlink).changeRefusal, 0);
   machine.disk.full = false;
   machine.disk.readOnly = true;
   EXPECT_EQ(verdict(SeamCall::fileOpenExclusive).fault->code, EROFS);
+  EXPECT_EQ(verdict(SeamCall::fileMkdir).changeRefusal, EROFS);
+  EXPECT_EQ(verdict(SeamCall::fileUnlink).changeRefusal, EROFS);
+  EXPECT_FALSE(verdict(SeamCall::fileUnlink).fault) << "a name that is not there is told as that";
   machine.disk.readOnly = false;
   machine.disk.failCall("fsync", EIO);
   EXPECT_EQ(verdict(SeamCall::fileFsync).fault->code, EIO);
