@@ -110,6 +110,21 @@ TEST_F(ActionTest, TheHelperIsStartedSignalledAndUpdated) {
   EXPECT_TRUE(stage.running);
 }
 
+// Where things take real time, the old helper's end is given some of it.
+TEST_F(ActionTest, AnUpdateWaitsFiveSecondsAndTheGraceForTheOldHelper) {
+  stage.endSeconds = 7;
+  stage.running = true;
+  const auto update = Action::parse("update 2.1.0");
+  ASSERT_TRUE(update);
+  EXPECT_THROW(update->perform(stage, [](const Answer&) {}), std::runtime_error);
+  EXPECT_EQ(stage.version, "");
+  EXPECT_EQ(stage.now(), 5);
+  stage.grace = 3;
+  perform("update 2.1.0");
+  EXPECT_EQ(stage.version, "2.1.0");
+  EXPECT_TRUE(stage.running);
+}
+
 TEST_F(ActionTest, DefectsSayWhatIsAllowed) {
   EXPECT_THAT(errorOf("conect"), HasSubstr("(is it connect?); there are: connect, disconnect"));
   EXPECT_EQ(errorOf("adapter gone"),

@@ -23,6 +23,8 @@ class BareStage final : public Stage {
   std::vector<std::string> asked;
   std::vector<std::string> told;  ///< violations()
   bool running = false;
+  double endSeconds = 0;  ///< How long a signalled helper takes to end.
+  double grace = 0;
   std::optional<int> exited;
   std::optional<std::string> saved;
   std::optional<std::string> reported;
@@ -32,12 +34,15 @@ class BareStage final : public Stage {
   Machine& machine() override { return *mac; }
   Journal& journal() override { return record; }
   double now() override { return mac->totalSeconds(); }
+  double graceSeconds() override { return grace; }
   void runUntil(double moment, const std::function<bool()>& afterEach) override {
     for (auto& [answered, answer] : std::exchange(due, {})) answered(answer);
     mac->advance(0);
     while (!afterEach() && now() < moment) {
-      const double next = mac->nextEvent().value_or(moment - now());
-      mac->advance(std::min(next, moment - now()));
+      double next = std::min(mac->nextEvent().value_or(moment - now()), moment - now());
+      if (endsAt) next = std::min(next, *endsAt - now());
+      mac->advance(next);
+      endIfDue();
     }
   }
   void connect(const std::string& client, const std::string& identity) override {
@@ -58,8 +63,9 @@ class BareStage final : public Stage {
   std::optional<std::string> reportedState(const std::string&) override { return reported; }
   void startHelper() override { running = true; }
   void signalHelper(int number) override {
-    running = false;
     record.record("proc", "helper 412 killed by signal " + std::to_string(number));
+    endsAt = now() + endSeconds;
+    endIfDue();
   }
   bool helperRunning() override { return running; }
   std::optional<int> helperExitStatus() override { return exited; }
@@ -72,6 +78,13 @@ class BareStage final : public Stage {
   void setSavedState(const std::string& content) override { saved = content; }
 
  private:
+  void endIfDue() {
+    if (!endsAt || now() < *endsAt) return;
+    running = false;
+    endsAt.reset();
+  }
+
+  std::optional<double> endsAt;
   Journal record;
   std::unique_ptr<Machine> mac;
   std::vector<std::string> names;

@@ -53,6 +53,21 @@ def two_ways_at_once_are_refused(programs):
     expect(done.returncode == 2, done)
 
 
+def both_stages_say_the_same_of_what_cannot_be_done(programs):
+    said = {"connect, helper start": "a helper is already running", "kill": "no helper is running",
+            "connect, kill, signal TERM": "no helper is running", "update 2.1.0": "no helper is running",
+            "connect as martian": "martian"}
+    with tempfile.TemporaryDirectory() as folder:
+        for number, (actions, text) in enumerate(said.items()):
+            story = pathlib.Path(folder, f"{number}.yaml")
+            story.write_text("name: A\ndescription: B\nprofile: newer-keys\n"
+                             f"steps: [{{at: 00:00:05, do: [{actions}]}}]\n", encoding="utf-8")
+            for way in ("--in-process", "--processes"):
+                done = run(programs, story, way)
+                expect(done.returncode == 1 and " cannot be done: " in done.stdout
+                       and text in done.stdout.split(" cannot be done: ")[1].splitlines()[0], done)
+
+
 def the_journal_is_printed_on_demand(programs):
     done = run(programs, GALLERY / "quit.yaml", "--journal")
     expect(done.returncode == 0 and " smc   CHIE <- 08\n" in done.stdout, done)
@@ -99,7 +114,8 @@ def the_demonstration_fails_without_a_working_helper(programs):
 
 CASES = [passing_stories_end_with_0, a_failing_story_ends_with_1_and_a_report,
          defects_end_with_2_and_their_lines, two_ways_at_once_are_refused,
-         the_journal_is_printed_on_demand, the_timeline_is_a_picture,
+         both_stages_say_the_same_of_what_cannot_be_done, the_journal_is_printed_on_demand,
+         the_timeline_is_a_picture,
          the_demonstration_sees_every_step, the_demonstration_fails_without_a_working_helper]
 
 if __name__ == "__main__":

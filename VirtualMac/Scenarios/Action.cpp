@@ -224,7 +224,8 @@ void Action::performOnMachine(Stage& stage) const {
 void Action::update(Stage& stage) const {
   static constexpr double longestEndSeconds = 5;
   stage.signalHelper(SIGTERM);
-  stage.runUntil(stage.now() + longestEndSeconds, [&stage] { return !stage.helperRunning(); });
+  stage.runUntil(stage.now() + longestEndSeconds + stage.graceSeconds(),
+                 [&stage] { return !stage.helperRunning(); });
   if (stage.helperRunning()) throw std::runtime_error("the old helper did not end");
   stage.setHelperVersion(name);
   stage.startHelper();

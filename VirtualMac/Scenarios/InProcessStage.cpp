@@ -113,9 +113,13 @@ std::optional<std::string> InProcessStage::reportedState(const std::string& clie
   return call.data;
 }
 
-void InProcessStage::startHelper() { bench.startHelper(); }
+void InProcessStage::startHelper() {
+  if (bench.helperRunning()) throw std::runtime_error(helperRunsText);
+  bench.startHelper();
+}
 
 void InProcessStage::signalHelper(int number) {
+  if (!bench.helperRunning()) throw std::runtime_error(noHelperText);
   if (number == SIGKILL) {
     bench.killHelper();
   } else {

@@ -36,6 +36,10 @@ struct Answer {
   std::optional<korvel::ErrorObject> error;
 };
 
+/// What every stage says of a helper that is not as an action needs it.
+inline constexpr const char* noHelperText = "no helper is running";
+inline constexpr const char* helperRunsText = "a helper is already running";
+
 /// Where a scenario plays: a machine with its helper and its clients. One implementation runs all
 /// of it in this process and in virtual time; another drives real processes.
 ///
@@ -57,9 +61,13 @@ class Stage {
   /// due runs.
   virtual void runUntil(double moment, const std::function<bool()>& afterEach) = 0;
 
+  /// Starts a client under this name; throws when there is one already or nobody signs so.
   virtual void connect(const std::string& client, const std::string& identity) = 0;
+  /// Ends a client's connection in order.
   virtual void disconnect(const std::string& client) = 0;
+  /// Ends a client as kill -9 does.
   virtual void killClient(const std::string& client) = 0;
+  /// The names of those connected.
   [[nodiscard]] virtual std::vector<std::string> clients() = 0;
   /// Sends a request. `answered` runs once, inside runUntil, when it is known what became of it.
   virtual void request(const std::string& client, Request what, int argument,
@@ -67,8 +75,10 @@ class Stage {
   /// The helper's state as this client is told; none: no answer. Lets a little time pass.
   virtual std::optional<std::string> reportedState(const std::string& client) = 0;
 
+  /// Starts the helper by hand; throws helperRunsText when one runs.
   virtual void startHelper() = 0;
-  virtual void signalHelper(int number) = 0;  ///< 9 is a kill.
+  /// Sends the helper a signal, 9 is a kill; throws noHelperText when none runs.
+  virtual void signalHelper(int number) = 0;
   [[nodiscard]] virtual bool helperRunning() = 0;
   [[nodiscard]] virtual std::optional<int> helperExitStatus() = 0;
   /// What the bundle says from now on.

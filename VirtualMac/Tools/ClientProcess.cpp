@@ -46,6 +46,7 @@ ClientProcess::ClientProcess(asio::io_context& context, const std::string& progr
   }
   // The first line says that it is connected; it answers to nothing that was sent.
   said->waiting.emplace_back([saying = said.get()](const std::string& line) {
+    saying->firstLine = line;
     saying->connected = line.find("\"connected\":true") != std::string::npos;
   });
   readNext(said);

@@ -36,6 +36,8 @@ class ClientProcess {
   /// True once the session said that it is connected.
   [[nodiscard]] bool isConnected() const { return said != nullptr && said->connected; }
   [[nodiscard]] bool isOver() const { return said == nullptr || said->over; }
+  /// What the session said first: that it is connected, or why not; empty until then.
+  [[nodiscard]] const std::string& firstLine() const { return said->firstLine; }
 
  private:
   /// What the reading shares with its handlers, which may run once more after the end.
@@ -44,6 +46,7 @@ class ClientProcess {
     asio::posix::stream_descriptor output;
     asio::streambuf buffer;
     std::deque<Answered> waiting;
+    std::string firstLine;
     bool connected = false;
     bool over = false;
   };

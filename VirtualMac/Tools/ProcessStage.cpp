@@ -81,6 +81,13 @@ Answer answerIn(const std::string& line) {
   return answer;
 }
 
+/// Why a session that could not connect says that it ended: ": reason"; empty when it said nothing.
+std::string reasonIn(const std::string& line) {
+  const auto said = nlohmann::json::parse(line, nullptr, false);
+  const std::string reason = said.is_object() ? said.value("error", std::string()) : line;
+  return reason.empty() ? reason : ": " + reason;
+}
+
 }  // namespace
 
 ProcessStage::TemporaryDirectory::TemporaryDirectory() {
@@ -165,7 +172,7 @@ void ProcessStage::connect(const std::string& client, const std::string& identit
                                              RootDirectory{directory.path}, identity);
   if (!serve(longestRealSeconds, [&app] { return app->isConnected() || app->isOver(); }) ||
       !app->isConnected()) {
-    throw std::runtime_error("the application could not connect");
+    throw std::runtime_error("the application could not connect" + reasonIn(app->firstLine()));
   }
   apps[client] = std::move(app);
 }
@@ -207,12 +214,13 @@ std::optional<std::string> ProcessStage::reportedState(const std::string& client
 }
 
 void ProcessStage::startHelper() {
+  if (helperRunning()) throw std::runtime_error(helperRunsText);
   server->change([this](Machine&) { server->launchd().startByHand(); });
 }
 
 void ProcessStage::signalHelper(int number) {
   const std::optional<pid_t> before = server->launchd().helper();
-  if (!server->launchd().signal(number)) throw std::runtime_error("no helper is running");
+  if (!server->launchd().signal(number)) throw std::runtime_error(noHelperText);
   if (number != SIGKILL) return;
   serve(longestRealSeconds, [&] { return server->launchd().helper() != before; });
 }
