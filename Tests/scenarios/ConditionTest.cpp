@@ -41,6 +41,33 @@ TEST_F(ConditionTest, TheGateFollowsTheHardware) {
   EXPECT_EQ(actual("gate charging"), "the gate is paused");
 }
 
+// The system's own limit holds from the limit until 1 % below it; so does the gate.
+TEST_F(ConditionTest, TheGateIsPausedWhileTheNativeLimitHolds) {
+  BareStage native("native-only");
+  Machine& machine = native.machine();
+  const auto gateIs = [&](const std::string& text) {
+    machine.advance(0);
+    return Condition::parse("gate " + text)
+        ->holds({.machine = machine,
+                 .helperRunning = false,
+                 .helperExitStatus = {},
+                 .savedState = {},
+                 .reportedState = {}});
+  };
+  machine.powerUI.setLimitByUser(80);
+  machine.battery.setPercent(79.4);
+  EXPECT_TRUE(gateIs("charging"));
+  machine.battery.setPercent(80);
+  EXPECT_TRUE(gateIs("paused"));
+  machine.battery.setPercent(79.1);
+  EXPECT_TRUE(gateIs("paused")) << "it still holds";
+  machine.battery.setPercent(78.9);
+  EXPECT_TRUE(gateIs("charging"));
+  machine.battery.setPercent(90);
+  machine.powerUI.setLimitByUser(0);
+  EXPECT_TRUE(gateIs("charging"));
+}
+
 TEST_F(ConditionTest, StatesOfTheMachine) {
   EXPECT_TRUE(holds("inflow on"));
   stage.machine().smc.setValue("CHIE", {8});

@@ -102,6 +102,8 @@ TEST(TimelineTest, BuilderReadsTheGateFromEitherKeyFamilyAndTheNativeLimit) {
       after({{1, "smc", "CHTE <- 01 00 00 00"}, {2, "smc", "CHTE <- 00 00 00 00"}}).chargingPaused);
   EXPECT_TRUE(after({{1, "power", "native limit 80 (pid 412)"}}).chargingPaused);
   EXPECT_FALSE(after({{1, "power", "native limit 100 (pid 412)"}}).chargingPaused);
+  EXPECT_FALSE(after({{1, "power", "native limit 80 refused (pid 412)"}}).chargingPaused);
+  EXPECT_FALSE(after({{1, "power", "native limit 80 ignored (pid 412)"}}).chargingPaused);
   EXPECT_TRUE(after({{1, "smc", "CHIE <- 08"}}).inflowInhibited);
   EXPECT_TRUE(after({{1, "smc", "CH0I <- 01"}}).inflowInhibited);
   EXPECT_FALSE(

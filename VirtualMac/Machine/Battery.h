@@ -41,6 +41,8 @@ class Battery {
   [[nodiscard]] bool isDraining() const;
   [[nodiscard]] bool isFull() const;
   [[nodiscard]] bool isEmpty() const { return charge == 0; }
+  /// The native limit was reached and keeps the battery from charging, until it is 1 % below.
+  [[nodiscard]] bool heldByNativeLimit() const { return nativeHold; }
   [[nodiscard]] bool isPresent() const { return profile.present; }
 
   /// Milliampere hours, from the present level.

@@ -27,9 +27,7 @@ std::optional<std::string> field(const std::optional<std::string>& record,
 }
 
 bool gatePaused(Machine& machine) {
-  if (machine.smc.chargingInhibited()) return true;
-  const int limit = machine.powerUI.currentLimit();
-  return limit > 0 && limit < 100 && machine.battery.percent() >= limit;
+  return machine.smc.chargingInhibited() || machine.battery.heldByNativeLimit();
 }
 
 /// The number that a term of a quantity is about.

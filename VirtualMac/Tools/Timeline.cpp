@@ -158,7 +158,9 @@ void TimelineBuilder::addWrite(const std::string& text) {
 void TimelineBuilder::addPower(const std::string& text) {
   if (text == "asleep") now.asleep = true;
   if (text.starts_with("awake")) now.asleep = false;
-  if (text.starts_with("native limit") && text.find("refused") == std::string::npos) {
+  const bool taken =
+      text.find("refused") == std::string::npos && text.find("ignored") == std::string::npos;
+  if (text.starts_with("native limit") && taken) {
     const std::optional<int> limit = numberAfter(text, "native limit ");
     now.chargingPaused = limit.has_value() && *limit < 100;
   }
