@@ -16,13 +16,10 @@ std::vector<LaunchdAction> Launchd::startOrWait(Nanoseconds now) {
   return {LaunchdAction::Start};
 }
 
-std::vector<LaunchdAction> Launchd::load(Nanoseconds now, bool runAtLoad) {
-  if (loaded) return {};
+void Launchd::load() {
+  if (loaded) return;
   loaded = true;
-  wanted = runAtLoad;
-  // A helper that is still stopping is waited for.
-  if (!wanted || running) return {};
-  return startOrWait(now);
+  wanted = false;
 }
 
 std::vector<LaunchdAction> Launchd::demand(Nanoseconds now) {

@@ -32,9 +32,8 @@ class Launchd {
  public:
   explicit Launchd(LaunchdJob described = {}) : job(std::move(described)) {}
 
-  /// The job is loaded (boot, or by hand): started at the first demand, or at once with
-  /// `runAtLoad`.
-  std::vector<LaunchdAction> load(Nanoseconds now, bool runAtLoad = false);
+  /// The job is loaded (boot, or by hand): started at the first demand.
+  void load();
   /// A client looked the service up.
   std::vector<LaunchdAction> demand(Nanoseconds now);
   /// The helper ended, in whatever way.

@@ -96,7 +96,8 @@ std::optional<std::string> JobRunner::listen() {
 
 void JobRunner::load() {
   launchd = Launchd(helperJob(timekeeper.speed()));
-  act(launchd.load(machine.totalNanoseconds()));
+  launchd.load();
+  act({});
 }
 
 void JobRunner::unload(std::function<void()> done) {

@@ -13,21 +13,15 @@ Nanoseconds at(double seconds) { return fromSeconds(seconds); }
 TEST(LaunchdTest, TheFirstDemandStartsTheHelper) {
   Launchd launchd;
   EXPECT_EQ(launchd.demand(at(0)), Actions{}) << "not loaded";
-  EXPECT_EQ(launchd.load(at(1)), Actions{});
+  launchd.load();
   EXPECT_EQ(launchd.demand(at(2)), start);
   EXPECT_EQ(launchd.demand(at(3)), Actions{}) << "it runs already";
   EXPECT_TRUE(launchd.isRunning());
 }
 
-TEST(LaunchdTest, RunAtLoadNeedsNoDemand) {
-  Launchd launchd;
-  EXPECT_EQ(launchd.load(at(0), true), start);
-  EXPECT_EQ(launchd.load(at(1), true), Actions{}) << "loaded once";
-}
-
 TEST(LaunchdTest, ACrashedHelperStartsAgainTenSecondsAfterItsLastStart) {
   Launchd launchd;
-  launchd.load(at(0));
+  launchd.load();
   launchd.demand(at(100));
   EXPECT_EQ(launchd.exited(at(103)), Actions{});
   EXPECT_EQ(launchd.deadline(), at(110));
@@ -38,14 +32,14 @@ TEST(LaunchdTest, ACrashedHelperStartsAgainTenSecondsAfterItsLastStart) {
 
 TEST(LaunchdTest, AHelperThatRanLongStartsAgainAtOnce) {
   Launchd launchd;
-  launchd.load(at(0));
+  launchd.load();
   launchd.demand(at(0));
   EXPECT_EQ(launchd.exited(at(3600)), start);
 }
 
 TEST(LaunchdTest, WithoutKeepAliveItWaitsForADemand) {
   Launchd launchd{LaunchdJob{.keepAlive = false}};
-  launchd.load(at(0));
+  launchd.load();
   launchd.demand(at(0));
   EXPECT_EQ(launchd.exited(at(60)), Actions{});
   EXPECT_EQ(launchd.deadline(), std::nullopt);
@@ -54,7 +48,7 @@ TEST(LaunchdTest, WithoutKeepAliveItWaitsForADemand) {
 
 TEST(LaunchdTest, ADemandDuringTheThrottleIsServedAtItsEnd) {
   Launchd launchd{LaunchdJob{.keepAlive = false}};
-  launchd.load(at(0));
+  launchd.load();
   launchd.demand(at(0));
   launchd.exited(at(1));
   EXPECT_EQ(launchd.demand(at(2)), Actions{});
@@ -65,7 +59,7 @@ TEST(LaunchdTest, ADemandDuringTheThrottleIsServedAtItsEnd) {
 
 TEST(LaunchdTest, UnloadingTerminatesAndKillsAfterTwentySeconds) {
   Launchd launchd;
-  launchd.load(at(0));
+  launchd.load();
   launchd.demand(at(0));
   EXPECT_EQ(launchd.unload(at(50)), Actions{LaunchdAction::Terminate});
   EXPECT_EQ(launchd.deadline(), at(70));
@@ -76,7 +70,7 @@ TEST(LaunchdTest, UnloadingTerminatesAndKillsAfterTwentySeconds) {
 
 TEST(LaunchdTest, AHelperThatEndsInTimeIsNotKilled) {
   Launchd launchd;
-  launchd.load(at(0));
+  launchd.load();
   launchd.demand(at(0));
   launchd.unload(at(50));
   EXPECT_EQ(launchd.exited(at(51)), Actions{});
@@ -85,17 +79,17 @@ TEST(LaunchdTest, AHelperThatEndsInTimeIsNotKilled) {
 
 TEST(LaunchdTest, LoadingWhileItStopsStartsAgainAfterTheEnd) {
   Launchd launchd;
-  launchd.load(at(0));
+  launchd.load();
   launchd.demand(at(0));
   launchd.unload(at(50));
-  EXPECT_EQ(launchd.load(at(51)), Actions{});
+  launchd.load();
   EXPECT_EQ(launchd.demand(at(52)), Actions{});
   EXPECT_EQ(launchd.exited(at(53)), start);
 }
 
 TEST(LaunchdTest, AnEndThatNobodyKnowsOfIsIgnored) {
   Launchd launchd;
-  launchd.load(at(0));
+  launchd.load();
   EXPECT_EQ(launchd.exited(at(1)), Actions{});
   EXPECT_EQ(launchd.elapsed(at(100)), Actions{});
   EXPECT_EQ(launchd.unload(at(101)), Actions{}) << "nothing runs";
