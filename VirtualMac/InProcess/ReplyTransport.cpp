@@ -4,6 +4,8 @@
 #include <utility>
 #include <vector>
 
+#include "VirtualMac/Machine/ReplyText.h"
+
 namespace virtualmac {
 
 namespace {
@@ -36,8 +38,6 @@ std::optional<ReplyClass> classOf(const korvel::PropertyValue& value) {
   return std::nullopt;
 }
 
-std::string quoted(const std::string& text) { return '"' + text + '"'; }
-
 /// Common to the three sinks: where to, and what becomes of a dropped reply.
 class Route {
  public:
@@ -69,7 +69,7 @@ class PidSink final : public korvel::ReplySink<std::uint64_t>, Route {
   void deliver(std::uint64_t pid) override {
     if (unheard()) return;
     route.call->pid = pid;
-    answered(std::to_string(pid));
+    answered(replyText(pid));
   }
   void abandoned() override { dropped(); }
 };
@@ -83,9 +83,9 @@ class DataSink final : public korvel::ReplySink<std::string>, Route {
       rejected(*why);
       return;
     }
-    const bool empty = data.empty();
+    const std::string outcome = replyText(data);
     route.call->data = std::move(data);
-    answered(empty ? "empty" : "ok");
+    answered(outcome);
   }
   void abandoned() override { dropped(); }
 };
@@ -102,12 +102,7 @@ class OutcomeSink final : public korvel::ReplySink<bool, std::optional<korvel::E
         return;
       }
     }
-    std::string outcome = success ? "ok" : "failed";
-    if (error) {
-      outcome += ' ' + std::to_string(error->code) + ' ' + quoted(error->localizedDescription());
-    } else if (!success) {
-      outcome += " without an error";
-    }
+    const std::string outcome = replyText(success, error);
     route.call->success = success;
     route.call->error = std::move(error);
     answered(outcome);

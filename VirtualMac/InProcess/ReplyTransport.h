@@ -5,7 +5,6 @@
 #include <string>
 
 #include "Base/Reply.h"
-#include "KorvelHelperProtocol.h"
 #include "Platform/XPCConnection.h"
 #include "VirtualMac/InProcess/InProcessXPC.h"
 #include "VirtualMac/InProcess/ServiceEndpoint.h"

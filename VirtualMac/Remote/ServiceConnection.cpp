@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "KorvelHelperProtocol.h"
+#include "VirtualMac/Machine/ReplyText.h"
 #include "VirtualMac/Remote/HostSystem.h"
 #include "VirtualMac/Remote/ServiceListener.h"
 
@@ -22,16 +23,14 @@ namespace {
 
 thread_local std::optional<std::int32_t> pidOfCurrentCall;
 
-/// "ok", "failed 400 "text"", "7 bytes": a reply as the journal tells it.
+/// A reply that is as its operation declares it, as the journal tells it.
 std::string summary(const std::vector<XPCValue>& values) {
-  const auto* first = std::get_if<PropertyValue>(&values.front());
-  if (first != nullptr && first->data() != nullptr)
-    return std::to_string(first->data()->size()) + " bytes";
-  if (first != nullptr && first->integer()) return std::to_string(*first->integer());
-  if (first != nullptr && first->boolean().value_or(false)) return "ok";
+  const auto& first = std::get<PropertyValue>(values.front());
+  if (first.data() != nullptr) return replyText({first.data()->begin(), first.data()->end()});
+  if (first.integer()) return replyText(static_cast<std::uint64_t>(*first.integer()));
   const auto* error = values.size() > 1 ? std::get_if<ErrorObject>(&values[1]) : nullptr;
-  if (error == nullptr) return "failed";
-  return "failed " + std::to_string(error->code) + " \"" + error->localizedDescription() + '"';
+  return replyText(first.boolean().value_or(false),
+                   error == nullptr ? std::nullopt : std::optional(*error));
 }
 
 /// The operation's name without its selector's punctuation: "setChargeLimit".

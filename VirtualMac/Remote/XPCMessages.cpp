@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <limits>
+#include <map>
 #include <optional>
 
 #include "KorvelHelperProtocol.h"
@@ -95,8 +96,6 @@ bool declared(const XPCOperation& operation, const std::vector<XPCValue>& values
 
 }  // namespace
 
-std::span<const XPCOperation> xpcOperations() { return operations; }
-
 const XPCOperation* xpcOperation(std::string_view name) {
   const auto found =
       std::find_if(operations.begin(), operations.end(),
@@ -184,10 +183,14 @@ std::expected<void, std::string> checkReply(const XPCOperation& operation,
   const std::string who(operation.selector);
   if (!declared(operation, values))
     return std::unexpected("the reply of " + who + " is not what it declares");
+  // A later setting for the same argument replaces an earlier one.
+  std::map<unsigned, const std::vector<ReplyClass>*> settings;
   for (const korvel::ReplyClassSetting& setting : interface.replyClasses) {
-    if (setting.selector != operation.selector) continue;
-    if (setting.argumentIndex >= values.size() ||
-        !AllowedClasses(setting.classes).allow(values[setting.argumentIndex]))
+    if (setting.selector == operation.selector)
+      settings.insert_or_assign(setting.argumentIndex, &setting.classes);
+  }
+  for (const auto& [index, classes] : settings) {
+    if (index >= values.size() || !AllowedClasses(*classes).allow(values[index]))
       return std::unexpected("the reply of " + who + " holds a class that is not allowed");
   }
   return {};

@@ -2,7 +2,6 @@
 
 #include <cstdint>
 #include <expected>
-#include <span>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -47,8 +46,6 @@ struct XPCOperation {
   XPCAnswer answer;
 };
 
-/// The eleven operations, in their published order.
-std::span<const XPCOperation> xpcOperations();
 /// Null: the protocol has no such operation.
 const XPCOperation* xpcOperation(std::string_view selector);
 

@@ -27,10 +27,15 @@ std::vector<XPCValue> failure(const PropertyValue::Dictionary& details) {
 
 }  // namespace
 
-TEST(XPCMessagesTest, TheElevenOperationsAreKnownInTheirOrder) {
-  ASSERT_EQ(xpcOperations().size(), 11U);
-  EXPECT_EQ(xpcOperations().front().selector, selector::ping);
-  EXPECT_EQ(xpcOperations().back().selector, selector::quit);
+TEST(XPCMessagesTest, TheElevenOperationsAreKnownByTheirSelectors) {
+  for (const std::string_view name :
+       {selector::ping, selector::capabilities, selector::setChargeLimit,
+        selector::clearChargeLimit, selector::forceDischarge, selector::setClamshellKeepAwake,
+        selector::releaseLimitUntilFullThenRestore, selector::cancelTopUp, selector::getState,
+        selector::resetAllSMCKeys, selector::quit}) {
+    ASSERT_NE(xpcOperation(name), nullptr) << name;
+    EXPECT_EQ(xpcOperation(name)->selector, name);
+  }
   EXPECT_EQ(xpcOperation("pingWithReply"), nullptr);
 }
 
@@ -105,6 +110,25 @@ TEST(XPCMessagesTest, AnErrorsDetailsAreOfTheAllowedClasses) {
   const PropertyValue::Dictionary deep{{"inner", data}};
   for (const auto& details : {data, date, array, deep})
     EXPECT_FALSE(mayAnswer(selector::setChargeLimit, failure(details)));
+}
+
+// As the platform's setter does: what was said last for an argument is what counts.
+TEST(XPCMessagesTest, ALaterSettingOfAnArgumentReplacesAnEarlierOne) {
+  const std::vector<XPCValue> bytes{PropertyValue(PropertyValue::Data{1})};
+  korvel::XPCInterface interface;
+  const auto set = [&interface](korvel::ReplyClass allowed) {
+    interface.replyClasses.push_back({std::string(selector::getState), 0, {allowed}});
+  };
+  const auto allowed = [&] {
+    return checkReply(*xpcOperation(selector::getState), bytes, interface).has_value();
+  };
+  EXPECT_TRUE(allowed());
+  set(korvel::ReplyClass::String);
+  EXPECT_FALSE(allowed());
+  set(korvel::ReplyClass::Data);
+  EXPECT_TRUE(allowed());
+  set(korvel::ReplyClass::Number);
+  EXPECT_FALSE(allowed());
 }
 
 // This one operation keeps the defaults: any property list.
