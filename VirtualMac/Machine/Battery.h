@@ -8,6 +8,10 @@
 
 namespace virtualmac {
 
+/// What a temperature, the pack's or the room's, can be set to by a person, a story or a profile.
+inline constexpr double lowestCelsius = -40;
+inline constexpr double highestCelsius = 120;
+
 /// What decides where the battery's charge goes.
 struct BatteryConditions {
   bool adapterConnected = false;

@@ -4,6 +4,8 @@
 #include <deque>
 #include <utility>
 
+#include "VirtualMac/Machine/FileErrors.h"
+
 namespace virtualmac {
 
 namespace {
@@ -12,7 +14,6 @@ namespace {
 constexpr int deepestLinks = 32;
 /// What was not synced reaches the disk by itself after this long.
 constexpr Nanoseconds writeBackDelay = 30 * nanosecondsPerSecond;
-constexpr std::size_t largestReadableFile = std::size_t{16} << 20U;
 
 std::deque<std::string> components(std::string_view path) {
   std::deque<std::string> parts;

@@ -113,7 +113,7 @@ void reopenFails(Machine& mac, Args& args, bool on) {
 }
 
 void temperatureOverride(Machine& mac, Args& args, bool on) {
-  const double celsius = on ? args.real(0, -50, 150) : 0;
+  const double celsius = on ? args.real(0, lowestCelsius, highestCelsius) : 0;
   if (args.complaint) return;
   mac.battery.overrideTemperatureCelsius(on ? std::optional(celsius) : std::nullopt);
 }

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "VirtualMac/Machine/Disk.h"
+#include "VirtualMac/Machine/FileErrors.h"
 
 namespace virtualmac {
 
@@ -12,22 +13,9 @@ namespace {
 using korvel::ErrorObject;
 using korvel::PosixResult;
 
-constexpr std::size_t largestReadableFile = std::size_t{16} << 20U;
 constexpr int firstDescriptor = 3;
 
-/// Codes of the file manager's error domain.
-constexpr const char* cocoaDomain = "NSCocoaErrorDomain";
-constexpr std::int64_t noSuchFileError = 4;
-constexpr std::int64_t readUnknownError = 256;
-constexpr std::int64_t readNoSuchFileError = 260;
-constexpr std::int64_t readTooLargeError = 263;
-constexpr std::int64_t writeUnknownError = 512;
-
 PosixResult failed(int error) { return PosixResult{-1, error}; }
-
-ErrorObject cocoaError(std::int64_t code, std::string text) {
-  return ErrorObject{cocoaDomain, code, {{korvel::localizedDescriptionKey, std::move(text)}}};
-}
 
 bool isTemporary(std::string_view name) { return name.ends_with(".tmp"); }
 

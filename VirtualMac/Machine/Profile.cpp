@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
+#include "VirtualMac/Machine/Battery.h"
 #include "VirtualMac/Machine/BuiltInProfiles.h"
 #include "VirtualMac/Machine/ProfileReader.h"
 
@@ -89,7 +90,7 @@ void readBattery(ProfileReader& reader, BatteryProfile& battery) {
   reader.read("activeDrainPercentPerHour", battery.activeDrainPercentPerHour, 0, 1000);
   reader.read("heldDrainPercentPerHour", battery.heldDrainPercentPerHour, 0, 1000);
   reader.read("asleepDrainPercentPerHour", battery.asleepDrainPercentPerHour, 0, 1000);
-  reader.read("ambientCelsius", battery.ambientCelsius, -40, 80);
+  reader.read("ambientCelsius", battery.ambientCelsius, lowestCelsius, highestCelsius);
   reader.read("chargingHeatCelsius", battery.chargingHeatCelsius, 0, 80);
   reader.read("dischargingHeatCelsius", battery.dischargingHeatCelsius, 0, 80);
   reader.read("closedLidHeatCelsius", battery.closedLidHeatCelsius, 0, 80);

@@ -43,7 +43,8 @@ struct Action::Reader {
   void temperature() {
     action.form = Form::Temperature;
     action.choice = phrase.takeIf("free") ? 1 : 0;
-    if (action.choice == 0) action.number = phrase.takeNumber("degrees or the word free", -40, 120);
+    if (action.choice == 0)
+      action.number = phrase.takeNumber("degrees or the word free", lowestCelsius, highestCelsius);
   }
   void connect() {
     action.form = Form::Connect;
@@ -98,7 +99,8 @@ const std::array<Action::Reader::Entry, 30> Action::Reader::table{{
     {"touch", [](Reader& it) { it.action.form = Form::Touch; }},
     {"battery", [](Reader& it) { it.numbers(Form::Battery, "percent", 0, 100); }},
     {"temperature", [](Reader& it) { it.temperature(); }},
-    {"ambient", [](Reader& it) { it.numbers(Form::Ambient, "degrees", -40, 60); }},
+    {"ambient",
+     [](Reader& it) { it.numbers(Form::Ambient, "degrees", lowestCelsius, highestCelsius); }},
     {"sleep", [](Reader& it) { it.action.form = Form::Sleep; }},
     {"wake", [](Reader& it) { it.action.form = Form::Wake; }},
     {"idle-sleep", [](Reader& it) { it.numbers(Form::IdleSleep, "minutes", 0, 1440); }},

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <utility>
 
+#include "VirtualMac/Machine/Battery.h"
 #include "VirtualMac/Scenarios/Phrase.h"
 
 namespace virtualmac {
@@ -42,7 +43,7 @@ struct Quantity {
 };
 constexpr std::array<Quantity, 4> quantities{{
     {"battery", Subject::Battery, 0, 100},
-    {"temperature", Subject::Temperature, -40, 120},
+    {"temperature", Subject::Temperature, lowestCelsius, highestCelsius},
     {"assertions", Subject::Assertions, 0, 1000},
     {"native-limit", Subject::NativeLimit, 0, 100},
 }};

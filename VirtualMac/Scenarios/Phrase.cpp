@@ -6,6 +6,8 @@
 #include <array>
 #include <utility>
 
+#include "VirtualMac/Machine/EditDistance.h"
+
 namespace virtualmac {
 
 namespace {
@@ -13,20 +15,6 @@ namespace {
 constexpr double dayHours = 24, hourSeconds = 3600, minuteSeconds = 60;
 
 bool isDigit(char character) { return character >= '0' && character <= '9'; }
-
-std::size_t edits(std::string_view left, std::string_view right) {
-  std::vector<std::size_t> row(right.size() + 1);
-  for (std::size_t i = 0; i < row.size(); ++i) row[i] = i;
-  for (std::size_t i = 1; i <= left.size(); ++i) {
-    std::size_t diagonal = std::exchange(row[0], i);
-    for (std::size_t j = 1; j <= right.size(); ++j) {
-      const std::size_t replaced = diagonal + (left[i - 1] == right[j - 1] ? 0U : 1U);
-      diagonal = row[j];
-      row[j] = std::min({row[j] + 1, row[j - 1] + 1, replaced});
-    }
-  }
-  return row.back();
-}
 
 /// `hh:mm` or `hh:mm:ss` in seconds, each part of two digits.
 std::optional<double> clockFrom(std::string_view text) {
@@ -197,7 +185,7 @@ std::string_view nearest(std::string_view word, std::span<const std::string_view
   std::string_view best;
   std::size_t least = std::max<std::size_t>(2, word.size() / 3) + 1;
   for (const std::string_view choice : choices) {
-    const std::size_t distance = edits(word, choice);
+    const std::size_t distance = editDistance(word, choice);
     if (distance < least) {
       least = distance;
       best = choice;
