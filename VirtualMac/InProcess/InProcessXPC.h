@@ -48,7 +48,6 @@ class InProcessXPC final : public korvel::XPCService {
  private:
   friend class InProcessListener;
   friend class ListenerCore;
-  class ListenerCore;
   friend class PeerConnection;
 
   XPCSurroundings around;

@@ -39,7 +39,6 @@ class PeerConnection final : public korvel::XPCConnection,
   [[nodiscard]] const Lane* lane() const { return thread.get(); }
   /// The client's process, while one of its messages is being delivered.
   [[nodiscard]] std::optional<std::int32_t> deliveringFor() const { return delivering; }
-  [[nodiscard]] bool wasResumed() const { return resumed; }
 
  private:
   void deliver(const ServiceMessage& message);

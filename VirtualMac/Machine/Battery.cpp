@@ -93,12 +93,6 @@ void Battery::setConditions(const BatteryConditions& present) {
   updateRate();
 }
 
-void Battery::setKind(const BatteryProfile& kind) {
-  profile = kind;
-  updateRate();
-  context.noteChange();
-}
-
 double Battery::ratePercentPerHour() const {
   if (!profile.present) return 0;
   if (isDraining()) {

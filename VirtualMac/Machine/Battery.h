@@ -68,9 +68,8 @@ class Battery {
   /// Lets time pass; `duration` is not longer than untilNextChange().
   void pass(Nanoseconds duration);
 
-  /// Capacities, rates and heats; a new kind applies from now on.
+  /// Capacities, rates and heats.
   [[nodiscard]] const BatteryProfile& kind() const { return profile; }
-  void setKind(const BatteryProfile& kind);
 
  private:
   void updateRate();

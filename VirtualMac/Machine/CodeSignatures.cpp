@@ -86,11 +86,6 @@ bool CodeSignatures::setPid(std::int32_t pid, std::string_view identityName) {
   return true;
 }
 
-void CodeSignatures::removePath(std::string_view path) {
-  const auto found = paths.find(path);
-  if (found != paths.end()) paths.erase(found);
-}
-
 void CodeSignatures::removePid(std::int32_t pid) { pids.erase(pid); }
 
 const SigningIdentity* CodeSignatures::atPath(std::string_view path) const {

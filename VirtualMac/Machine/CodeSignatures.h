@@ -43,7 +43,6 @@ class CodeSignatures {
   /// False: no identity of that name.
   bool setPath(std::string_view path, std::string_view identityName);
   bool setPid(std::int32_t pid, std::string_view identityName);
-  void removePath(std::string_view path);
   void removePid(std::int32_t pid);
   /// Null: nothing known there.
   [[nodiscard]] const SigningIdentity* atPath(std::string_view path) const;

@@ -36,10 +36,6 @@ class NameTable {
   }
   [[nodiscard]] std::size_t size() const { return live.size(); }
   void clear() { live.clear(); }
-  template <class Visitor>
-  void forEach(Visitor&& visit) {
-    for (auto& [name, object] : live) visit(name, object);
-  }
 
  private:
   auto locate(std::uint64_t name) {

@@ -6,7 +6,6 @@
 #include <span>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 namespace virtualmac {
@@ -23,7 +22,6 @@ struct Word {
 class Phrase {
  public:
   explicit Phrase(std::string_view source);
-  explicit Phrase(std::vector<Word> taken) : words(std::move(taken)) {}
 
   [[nodiscard]] bool atEnd() const { return next == words.size(); }
   /// The next word without taking it; empty at the end.
@@ -43,7 +41,6 @@ class Phrase {
 
   void complain(std::string text);
   [[nodiscard]] const std::optional<std::string>& complaint() const { return first; }
-  [[nodiscard]] const std::vector<Word>& all() const { return words; }
 
  private:
   std::vector<Word> words;

@@ -88,7 +88,6 @@ class Scheduler {
   [[nodiscard]] TimeKeeper& time() { return clock; }
   [[nodiscard]] AlarmClock& alarms() { return alarmClock; }
   [[nodiscard]] Random& random() { return randomNumbers; }
-  [[nodiscard]] bool seeded() const { return ordering == Order::Seeded; }
   /// Threads of the operating system that this scheduler has borrowed.
   [[nodiscard]] std::size_t workerCount() const { return workers.size(); }
   /// How often the baton went from one thread to another.
