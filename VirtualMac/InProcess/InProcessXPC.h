@@ -7,7 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "Platform/XPCConnection.h"
 #include "Platform/XPCListener.h"
 #include "VirtualMac/InProcess/ServiceEndpoint.h"
 #include "VirtualMac/Schedule/Journal.h"

@@ -5,7 +5,6 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "VirtualMac/InProcess/InProcessXPC.h"
 #include "VirtualMac/Machine/Requirement.h"

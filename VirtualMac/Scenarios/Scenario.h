@@ -4,7 +4,6 @@
 #include <expected>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "VirtualMac/Scenarios/Action.h"

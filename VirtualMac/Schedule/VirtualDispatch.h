@@ -1,11 +1,8 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
-#include <map>
 #include <memory>
 #include <string_view>
-#include <vector>
 
 #include "Platform/Dispatch.h"
 #include "VirtualMac/Schedule/Observer.h"

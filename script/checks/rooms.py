@@ -64,7 +64,8 @@ PORTABLE = (LINUX_ALONE,)  # These rooms are built for a Mac as well.
 
 class Room:
     """`own`: prefixes of quoted includes; `libraries`: prefixes of angled ones that are not
-    standard; `system`: angled includes of any name."""
+    standard; `system`: angled includes of any name; `banned`: what is not allowed all the same, a
+    standard header or a library's folder."""
 
     def __init__(self, folder, own, libraries=(), banned=frozenset(), calls=(), system=False,
                  helper_root=True):
@@ -77,8 +78,10 @@ class Room:
         if not angled:
             return any(name.startswith(prefix) for prefix in self.own) or (
                 self.helper_root and "/" not in name)
+        if name in self.banned or name.split("/")[0] + "/" in self.banned:
+            return False
         if name in STANDARD:
-            return name not in self.banned
+            return True
         return self.system or any(name.startswith(prefix) for prefix in self.libraries)
 
 
@@ -96,12 +99,12 @@ ROOMS = [  # The first that matches a file is its room.
                                         "VirtualMac/Schedule/SeamCall.h",
                                         "VirtualMac/Schedule/Random.h"),
          ("nlohmann/",), THREADS | TIME - {"random"}, MODEL_CALLS, helper_root=False),
-    Room("VirtualMac/Schedule/", SEAM + ("VirtualMac/Schedule/",), ("nlohmann/",),
-         TIME - {"random"}, FEW_CALLS + (TIME_CALLS, PRINTING), helper_root=False),
-    Room("VirtualMac/InProcess/", MODEL + ("VirtualMac/InProcess/",), ("nlohmann/",),
-         TIME - {"random"}, FEW_CALLS + (TIME_CALLS,)),
-    Room("VirtualMac/Remote/", MODEL + ("VirtualMac/InProcess/", "VirtualMac/Remote/"),
-         ("nlohmann/", "asio"), calls=FEW_CALLS + PORTABLE, system=True),
+    Room("VirtualMac/Schedule/", SEAM + ("VirtualMac/Schedule/",), banned=TIME - {"random"},
+         calls=FEW_CALLS + (TIME_CALLS, PRINTING), helper_root=False),
+    Room("VirtualMac/InProcess/", MODEL + ("VirtualMac/InProcess/",), banned=TIME - {"random"},
+         calls=FEW_CALLS + (TIME_CALLS,)),
+    Room("VirtualMac/Remote/", MODEL + ("VirtualMac/Remote/",), banned={"nlohmann/"},
+         calls=FEW_CALLS + PORTABLE, system=True),
     Room("VirtualMac/", ALL_VIRTUAL, system=True, calls=FEW_CALLS + PORTABLE),
     # The tests of the real processes see the programs only from outside.
     Room("Tests/process/", ("Tests/process/", "VirtualMac/Remote/", "VirtualMac/Schedule/"),
@@ -180,6 +183,11 @@ def self_test():
     tree.expect(check, {machine: "#include <mutex>\n#include <chrono>\nstd::thread t;\n"},
                 "include mutex", "include chrono", "a thread or lock")
     tree.expect(check, {machine: '#include "VirtualMac/InProcess/World.h"\n'}, "must not include")
+    for name in ("Schedule", "InProcess", "Remote"):
+        tree.expect(check, {f"VirtualMac/{name}/A.cpp": "#include <nlohmann/json.hpp>\n"},
+                    "must not include")
+    tree.expect(check, {"VirtualMac/Remote/R.cpp": '#include "VirtualMac/InProcess/World.h"\n'},
+                "must not include")
     tree.expect(check, {"Tests/process/p.cpp": '#include "HelperImpl.h"\n'}, "must not include")
     for folder in ("Tests/process/", "Tests/seam/", "Tests/files/", "VirtualMac/Remote/",
                    "VirtualMac/Tools/"):
