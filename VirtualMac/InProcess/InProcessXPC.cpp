@@ -25,8 +25,8 @@ class ListenerCore final : public ConnectionAcceptor,
   void considerNext() {
     if (closed) return;
     const std::shared_ptr<ClientEnd> client = service.around.endpoint.take();
-    // A client that has gone meanwhile is still seen to come and go.
     if (client == nullptr) return;
+    // Also for a client that has gone meanwhile: it is still seen to come and go.
     const auto connection = std::make_shared<PeerConnection>(service, client);
     const std::shared_ptr<korvel::XPCListenerDelegate> judge = delegate.lock();
     service.connections.push_back(connection);

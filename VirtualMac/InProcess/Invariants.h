@@ -18,7 +18,7 @@ class InvariantSet {
   InvariantSet(const InvariantSet&) = delete;
   InvariantSet& operator=(const InvariantSet&) = delete;
 
-  /// Ends the watch: asks every rule for what is still missing. Once, with the world at rest.
+  /// Asks every rule for what is still missing. Once, at the end, with the world at rest.
   void finish();
   /// "rule: 12.345 what happened", the transport's own findings included.
   [[nodiscard]] std::vector<std::string> violations() const;

@@ -24,9 +24,11 @@ struct ServiceMessage {
 class ServerEnd {
  public:
   virtual ~ServerEnd() = default;
+  /// A message arrived; in the order in which they were sent.
   virtual void receive(ServiceMessage message) = 0;
   /// The client invalidated the connection, or died.
   virtual void clientGone() = 0;
+  /// The connection broke off and may come back.
   virtual void clientInterrupted() = 0;
 };
 
@@ -45,8 +47,11 @@ class ServiceEndpoint {
   /// `demand` runs whenever somebody connects.
   explicit ServiceEndpoint(std::function<void()> demand) : onDemand(std::move(demand)) {}
 
+  /// A connection waits from now on, and is announced to whoever listens.
   void connect(const std::shared_ptr<ClientEnd>& client);
+  /// Tells an acceptor of every connection that waits or comes; it takes the place of another.
   void listen(ConnectionAcceptor& by);
+  /// Nobody listens any more; another acceptor's listening is left alone.
   void stopListening(ConnectionAcceptor& by);
   /// The one that waited longest; null: none.
   std::shared_ptr<ClientEnd> take();
@@ -64,16 +69,21 @@ class ClientEnd : public std::enable_shared_from_this<ClientEnd> {
   ClientEnd(ServiceEndpoint& service, Journal& record, std::string identityName,
             std::int32_t processID);
 
+  /// Asks for the service; a helper that listens, now or later, decides.
   void connect();
+  /// Sends a message, or keeps it until a helper accepts; over: its call fails.
   void send(ServiceMessage message);
+  /// Ends the connection; `how` is for the journal.
   void disconnect(const std::string& how);
+  /// What was not answered fails; the connection goes on.
   void interrupt();
 
   // From the helper's side
   void accepted(std::weak_ptr<ServerEnd> by);  ///< Sends what waited.
-  void refused();
-  void cutOff(const std::string& why);
+  void refused();                              ///< The listener said no: it is over.
+  void cutOff(const std::string& why);         ///< The requirement is not met: it is over.
   void helperGone();  ///< Pending calls fail; the connection may come back.
+  /// A reply arrived for a call, or none ever will.
   void answered(const AppCallRef& call);
   void failed(const AppCallRef& call, const std::string& why);
 

@@ -22,7 +22,7 @@ class Machine;
 /// Everything that dies with one started helper: names, connections, snapshots, registrations,
 /// descriptors, umask. (Assertions die with it too; they are kept by the power manager under its
 /// pid.) Its members answer the seam's calls one to one. The machine outlives it; once it has ended
-/// its calls find nothing.
+/// it holds nothing, and creates no assertion any more. Nobody makes its other calls then.
 ///
 /// Fault model: it may end between any two calls, and everything it holds is then dropped as the
 /// kernel does: connections, assertions, registrations, descriptors, never a value in the hardware.

@@ -119,6 +119,8 @@ class PowerManagement {
   using Deliver = std::function<void(const PowerMessage&)>;
   void addRegistration(std::int32_t pid, korvel::ObjectRef notifier, Deliver deliver);
   void removeRegistration(std::int32_t pid, korvel::ObjectRef notifier);
+  /// IOAllowPowerChange: the process agrees with the message that it was sent under this id. A
+  /// kernel code: bad argument for an id that is not awaited from this registration.
   korvel::KernReturn acknowledge(std::int32_t pid, korvel::ObjectRef notifier,
                                  std::intptr_t notificationID);
 

@@ -31,6 +31,7 @@ class MachineHalf {
   MachineHalf(const MachineHalf&) = delete;
   MachineHalf& operator=(const MachineHalf&) = delete;
 
+  /// Who tells how time runs, to the process that asks; needed before the first call is served.
   void setTimeSource(std::function<MachineTime()> source);
   /// Where the root domain's messages for this process go.
   void setPowerHandler(PowerManagement::Deliver handler);

@@ -29,6 +29,7 @@ class Timekeeper {
   /// Lets what follows from a change happen, and arranges to be woken for the next event.
   void settle();
 
+  /// Virtual seconds in a real one from now on; what has passed so far keeps its speed.
   void setSpeed(double newSpeed);
   [[nodiscard]] double speed() const { return currentSpeed; }
   /// How the uptime runs from now on.
