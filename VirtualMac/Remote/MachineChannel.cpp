@@ -26,6 +26,11 @@ void MachineChannel::start(Listener heard, EndHandler whenOver) {
   readingThread = std::thread([this] { readLoop(); });
 }
 
+void MachineChannel::stopListening() {
+  const std::lock_guard lock(listenerMutex);
+  listener = nullptr;
+}
+
 std::string MachineChannel::exchange(CallNumber number, std::string_view arguments) {
   std::uint32_t ticket = 0;
   {
@@ -104,6 +109,8 @@ bool MachineChannel::takeFrame(const std::string& body) {
     return true;
   }
   if (kind != MachineFrame::Power && kind != MachineFrame::Clock) return false;
+  const std::lock_guard lock(listenerMutex);
+  if (!listener) return true;
   listener(kind, frame);
   return frame.finish();
 }

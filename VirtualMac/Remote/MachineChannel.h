@@ -45,6 +45,9 @@ class MachineChannel {
 
   /// Starts reading. Both handlers run on the channel's thread and must not make calls.
   void start(Listener listener, EndHandler endHandler);
+  /// Lets the listener go: it is not running when this returns, and does not run again. Calls are
+  /// answered as before. Not on the channel's thread.
+  void stopListening();
 
   /// One call: arguments out, result and out-arguments back. `Arguments` are the declared types.
   template <class Result, class... Arguments>
@@ -85,7 +88,8 @@ class MachineChannel {
 
   int socket;
   std::atomic<bool> closing = false;
-  Listener listener;
+  std::mutex listenerMutex;
+  Listener listener;  ///< None: nobody listens any more.
   EndHandler endHandler;
   std::mutex sendMutex;  ///< One frame at a time; never held while waiting for an answer.
   std::mutex mutex;      ///< Guards what follows.

@@ -143,6 +143,12 @@ struct RemotePlatform::Parts {
     clock.setTime(host.time());
   }
 
+  // What the machine sends by itself goes to parts that end before the channel does. Calls go on
+  // until it is the channel's turn: the queues may be in the middle of one.
+  ~Parts() { channel.stopListening(); }
+  Parts(const Parts&) = delete;
+  Parts& operator=(const Parts&) = delete;
+
   void hear(MachineFrame kind, WireReader& body) {
     if (kind == MachineFrame::Clock) {
       MachineTime time;
