@@ -65,7 +65,7 @@ JobRunner::JobRunner(asio::io_context& context, const RootDirectory& home,
 }
 
 JobRunner::~JobRunner() {
-  if (running) killNow();
+  end();
   if (service.is_open()) ::unlink(root.service().c_str());
 }
 
@@ -105,8 +105,13 @@ void JobRunner::unload(std::function<void()> done) {
     act(launchd.unload(machine.totalNanoseconds()));
     return done();
   }
-  unloaded = std::move(done);
+  unloaded.push_back(std::move(done));
   act(launchd.unload(machine.totalNanoseconds()));
+}
+
+void JobRunner::end() {
+  unloaded.clear();
+  killNow();
 }
 
 void JobRunner::killNow() {
@@ -236,7 +241,8 @@ void JobRunner::ended(pid_t pid, int status) {
   std::vector<LaunchdAction> actions = launchd.exited(now);
   if (how.exitStatus != 0 && restartAfterCrash && actions.empty()) actions = launchd.demand(now);
   act(actions);
-  if (const auto done = std::exchange(unloaded, nullptr)) done();
+  const auto waiting = std::exchange(unloaded, {});
+  for (const std::function<void()>& done : waiting) done();
 }
 
 void JobRunner::watchService() {

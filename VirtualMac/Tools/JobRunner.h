@@ -49,6 +49,8 @@ class JobRunner {
   void load();
   /// Orderly end: SIGTERM, later SIGKILL. `done` runs when no helper is left.
   void unload(std::function<void()> done);
+  /// Nothing is done any more: the helper is killed as by `killNow`, and nobody who waits is told.
+  void end();
   /// The machine loses power: the helper is killed and gone when this returns; the job is loaded
   /// anew by `load`.
   void killNow();
@@ -86,7 +88,7 @@ class JobRunner {
   StartHandler startHandler;
   EndHandler endHandler;
   ProblemHandler problemHandler;
-  std::function<void()> unloaded;
+  std::vector<std::function<void()>> unloaded;  ///< Those who wait for the helper's end.
   std::optional<pid_t> running;
   std::uint64_t startCount = 0;
   bool watching = false;

@@ -49,6 +49,9 @@ MachineServer::MachineServer(asio::io_context& mainLoop, MachineOptions options)
 }
 
 MachineServer::~MachineServer() {
+  // While the link, which hears of the helper's end, is still there.
+  losingPower = true;
+  jobs.end();
   if (link) link->close();
 }
 

@@ -121,9 +121,13 @@ ProcessStage::ProcessStage(const Scenario& scenario, double fastest)
 
 ProcessStage::~ProcessStage() {
   killClients();
-  bool down = false;
-  server->shutDown([&down] { down = true; });
-  serve(longestRealSeconds, [&down] { return down; });
+  // Shared: what comes too late still has a place to go.
+  const auto down = std::make_shared<bool>(false);
+  server->shutDown([down] { *down = true; });
+  serve(longestRealSeconds, [&down] { return *down; });
+  // Their last lines are heard here.
+  control.reset();
+  server.reset();
 }
 
 Machine& ProcessStage::machine() {
@@ -240,9 +244,9 @@ void ProcessStage::powerLoss() {
 
 void ProcessStage::reboot() {
   killClients();
-  bool up = false;
-  server->reboot([&up] { up = true; });
-  if (!serve(longestRealSeconds, [&up] { return up; })) throw std::runtime_error("it hangs");
+  const auto up = std::make_shared<bool>(false);
+  server->reboot([up] { *up = true; });
+  if (!serve(longestRealSeconds, [&up] { return *up; })) throw std::runtime_error("it hangs");
 }
 
 void ProcessStage::setRestartAfterCrash(bool restart) {

@@ -1,8 +1,10 @@
 #pragma once
 
 #include <asio/io_context.hpp>
+#include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
