@@ -10,6 +10,7 @@ namespace {
 
 constexpr std::uint64_t fnvPrime = 1099511628211ULL;
 constexpr std::size_t kindColumns = 5;
+constexpr unsigned char firstPrintable = 0x20;
 
 std::uint64_t foldInto(std::uint64_t hash, std::string_view bytes) {
   for (const char byte : bytes) {
@@ -65,7 +66,8 @@ std::string journalLine(const Journal::Entry& entry) {
   line += entry.kind;
   if (entry.kind.size() < kindColumns) line.append(kindColumns - entry.kind.size(), ' ');
   line += ' ';
-  line += entry.text;
+  for (const char byte : entry.text)
+    line += static_cast<unsigned char>(byte) < firstPrintable ? ' ' : byte;
   return line;
 }
 

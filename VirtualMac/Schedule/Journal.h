@@ -47,7 +47,8 @@ class Journal {
   bool keeping = true;
 };
 
-/// `12.345 smc   CHTE <- 01 00 00 00`, without a newline.
+/// `12.345 smc   CHTE <- 01 00 00 00`, without a newline: a control character in the text, which
+/// may come from outside, is written as a space, so that one effect stays one line.
 std::string journalLine(const Journal::Entry& entry);
 
 }  // namespace virtualmac

@@ -13,6 +13,14 @@ TEST(JournalTest, ALineIsTimePaddedKindAndText) {
   EXPECT_EQ(journalLine({86400 * 400.0, "mac", "far"}), "34560000.000 mac   far");
 }
 
+TEST(JournalTest, ATextOfSeveralLinesIsWrittenAsOne) {
+  EXPECT_EQ(journalLine({1, "log", std::string("a\nb\r\tc\0d\x1f", 9) + "\x7f\xc3\xa9"}),
+            "1.000 log   a b  c d \x7f\xc3\xa9");
+  Journal journal([] { return 0.0; });
+  journal.record("log", "one\n0.000 proc  two");
+  EXPECT_EQ(journal.text(), "0.000 log   one 0.000 proc  two\n");
+}
+
 TEST(JournalTest, TextHoldsAllLinesOrThoseOfSomeKinds) {
   double now = 0;
   Journal journal([&now] { return now; });
