@@ -44,7 +44,7 @@ ControlClient::~ControlClient() {
 }
 
 bool ControlClient::send(const json& request) {
-  const std::string line = request.dump() + '\n';
+  const std::string line = request.dump(-1, ' ', false, json::error_handler_t::replace) + '\n';
   std::size_t sent = 0;
   while (sent < line.size()) {
     const ssize_t step = ::send(socket, line.data() + sent, line.size() - sent, MSG_NOSIGNAL);

@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <cmath>
 #include <csignal>
 #include <cstdlib>
 #include <map>
@@ -31,81 +33,82 @@ std::optional<double> numberIn(const std::string& word, double low, double high)
   return value;
 }
 
+/// Makes a change. Text: why this Mac cannot; empty: done.
+using Apply = std::string (*)(Machine&, const std::string& word, double number);
+
 /// One thing that `set` sets: its words, or numbers in a range.
 struct Setting {
   std::string_view name;
   Words allowed;  ///< Words; empty: a number only.
   double low = 0;
   double high = -1;  ///< Below `low`: no number.
-  std::function<void(Machine&, const std::string& word, double number)> apply;
+  bool whole = false;
+  Apply apply = nullptr;
 };
+
+std::string setBattery(Machine& mac, const std::string&, double percent) {
+  if (!mac.battery.isPresent()) return "this Mac has no battery";
+  mac.battery.setPercent(percent);
+  return "";
+}
+
+std::string setAdapter(Machine& mac, const std::string& word, double) {
+  if (word == "renegotiate" && !mac.adapter.isConnected()) return "no adapter is connected";
+  if (word == "on") mac.adapter.connect();
+  if (word == "off") mac.adapter.disconnect();
+  if (word == "renegotiate") mac.adapter.renegotiate();
+  return "";
+}
+
+std::string setLid(Machine& mac, const std::string& word, double) {
+  if (!mac.lid.exists()) return "this Mac has no lid";
+  word == "open" ? mac.lid.open() : mac.lid.close();
+  return "";
+}
+
+std::string setDisplay(Machine& mac, const std::string& word, double) {
+  word == "on" ? mac.lid.connectDisplay() : mac.lid.disconnectDisplay();
+  return "";
+}
+
+std::string setTemperature(Machine& mac, const std::string& word, double celsius) {
+  if (!mac.battery.isPresent()) return "this Mac has no battery";
+  mac.battery.overrideTemperatureCelsius(word == "free" ? std::nullopt : std::optional(celsius));
+  return "";
+}
+
+std::string setAmbient(Machine& mac, const std::string&, double celsius) {
+  mac.battery.setAmbientCelsius(celsius);
+  return "";
+}
+
+std::string setNativeLimit(Machine& mac, const std::string&, double percent) {
+  if (!mac.profile().powerUI.present) return "this Mac's system has no charge limit";
+  mac.powerUI.setLimitByUser(static_cast<std::uint8_t>(percent));
+  return "";
+}
+
+std::string setSleepDisabled(Machine& mac, const std::string& word, double) {
+  mac.power.setSleepDisabledExternally(word == "on");
+  return "";
+}
+
+std::string setIdleSleep(Machine& mac, const std::string&, double minutes) {
+  mac.power.setIdleSleepMinutes(static_cast<std::int64_t>(minutes));
+  return "";
+}
 
 const std::vector<Setting>& settings() {
   static const std::vector<Setting> all = {
-      {"battery",
-       {},
-       0,
-       100,
-       [](Machine& mac, const std::string&, double percent) { mac.battery.setPercent(percent); }},
-      {"adapter",
-       {"on", "off", "renegotiate"},
-       0,
-       -1,
-       [](Machine& mac, const std::string& word, double) {
-         if (word == "on") return mac.adapter.connect();
-         if (word == "off") return mac.adapter.disconnect();
-         mac.adapter.renegotiate();
-       }},
-      {"lid",
-       {"open", "closed"},
-       0,
-       -1,
-       [](Machine& mac, const std::string& word, double) {
-         word == "open" ? mac.lid.open() : mac.lid.close();
-       }},
-      {"display",
-       {"on", "off"},
-       0,
-       -1,
-       [](Machine& mac, const std::string& word, double) {
-         word == "on" ? mac.lid.connectDisplay() : mac.lid.disconnectDisplay();
-       }},
-      {"temperature",
-       {"free"},
-       -20,
-       100,
-       [](Machine& mac, const std::string& word, double celsius) {
-         mac.battery.overrideTemperatureCelsius(word == "free" ? std::nullopt
-                                                               : std::optional(celsius));
-       }},
-      {"ambient",
-       {},
-       -20,
-       60,
-       [](Machine& mac, const std::string&, double celsius) {
-         mac.battery.setAmbientCelsius(celsius);
-       }},
-      {"native-limit",
-       {},
-       0,
-       100,
-       [](Machine& mac, const std::string&, double percent) {
-         mac.powerUI.setLimitByUser(static_cast<std::uint8_t>(percent));
-       }},
-      {"sleep-disabled",
-       {"on", "off"},
-       0,
-       -1,
-       [](Machine& mac, const std::string& word, double) {
-         mac.power.setSleepDisabledExternally(word == "on");
-       }},
-      {"idle-sleep",
-       {},
-       0,
-       1440,
-       [](Machine& mac, const std::string&, double minutes) {
-         mac.power.setIdleSleepMinutes(static_cast<std::int64_t>(minutes));
-       }},
+      {"battery", {}, 0, 100, false, setBattery},
+      {"adapter", {"on", "off", "renegotiate"}, 0, -1, false, setAdapter},
+      {"lid", {"open", "closed"}, 0, -1, false, setLid},
+      {"display", {"on", "off"}, 0, -1, false, setDisplay},
+      {"temperature", {"free"}, -20, 100, false, setTemperature},
+      {"ambient", {}, -20, 60, false, setAmbient},
+      {"native-limit", {}, 0, 100, true, setNativeLimit},
+      {"sleep-disabled", {"on", "off"}, 0, -1, false, setSleepDisabled},
+      {"idle-sleep", {}, 0, 1440, true, setIdleSleep},
   };
   return all;
 }
@@ -114,7 +117,8 @@ std::string allowedValues(const Setting& setting) {
   std::string text;
   for (const std::string& word : setting.allowed) text += (text.empty() ? "" : ", ") + word;
   if (setting.high < setting.low) return text;
-  return fmt::format("{}{}{:g} to {:g}", text, text.empty() ? "" : ", ", setting.low, setting.high);
+  return fmt::format("{}{}{}{:g} to {:g}", text, text.empty() ? "" : ", ",
+                     setting.whole ? "whole numbers from " : "", setting.low, setting.high);
 }
 
 ControlReply set(MachineServer& server, const Words& words) {
@@ -123,7 +127,8 @@ ControlReply set(MachineServer& server, const Words& words) {
   if (words.size() != 2) return usage("set takes what to set and a value");
   for (const Setting& setting : settings()) {
     if (setting.name != words[0]) continue;
-    const std::optional<double> number = numberIn(words[1], setting.low, setting.high);
+    std::optional<double> number = numberIn(words[1], setting.low, setting.high);
+    if (setting.whole && number && *number != std::floor(*number)) number.reset();
     const bool known = std::find(setting.allowed.begin(), setting.allowed.end(), words[1]) !=
                        setting.allowed.end();
     if (!known && !number && setting.high < setting.low)
@@ -131,8 +136,9 @@ ControlReply set(MachineServer& server, const Words& words) {
     if (!known && !number)
       return usage(fmt::format("{} \"{}\" is not allowed (allowed: {})", words[0], words[1],
                                allowedValues(setting)));
-    server.change([&](Machine& mac) { setting.apply(mac, words[1], number.value_or(0)); });
-    return done("");
+    const std::string problem = server.change(
+        [&](Machine& mac) { return setting.apply(mac, words[1], number.value_or(0)); });
+    return problem.empty() ? done("") : failed(problem);
   }
   return usage(unknownWord("setting", words[0], names));
 }

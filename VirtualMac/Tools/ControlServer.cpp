@@ -87,7 +87,11 @@ class Session final : public std::enable_shared_from_this<Session> {
       }
     }
     if (command == "follow") return follow();
-    if (command == "identify") return identify(request.value("identity", std::string()));
+    if (command == "identify") {
+      const auto identity = request.find("identity");
+      if (identity == request.end() || !identity->is_string()) return refuse("an identity is text");
+      return identify(identity->get<std::string>());
+    }
     if (command == "down") return shutDown();
     runControlCommand(
         server, command, arguments,
@@ -123,9 +127,7 @@ class Session final : public std::enable_shared_from_this<Session> {
       pid = peer;
       ++alive->identified[pid];
     }
-    send(json{{"ok", true},
-              {"service", server.options().root.service()},
-              {"clock", server.machine().wallClock().secondsSinceReference}});
+    send(json{{"ok", true}, {"service", server.options().root.service()}});
   }
 
   void shutDown() {

@@ -144,7 +144,7 @@ std::string statusJSON(MachineServer& server) {
       {"faults", activeFaults(machine)},
       {"root", server.options().root.path},
   };
-  return status.dump();
+  return status.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
 }  // namespace virtualmac
