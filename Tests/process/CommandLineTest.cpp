@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <future>
+#include <sstream>
+
 #include "Tests/process/Mac.h"
 #include "Tests/process/RawClient.h"
 
@@ -112,7 +115,102 @@ TEST(CommandLineTest, AWrongValueIsAnsweredWithTheAllowedOnes) {
   expectSays(mac.command({"fault", "smc-latency"}), 2, {"on or off"});
   expectSays(mac.app({"discharge", "maybe"}), 2, {"on"});
   expectSays(mac.app({"set-limit", "300"}), 2, {"255"});
-  expectSays(mac.app({"--as", "ap", "ping"}), 1, {"did you mean \"app\"?"});
+  expectSays(mac.app({"--as", "ap", "ping"}), 2, {"did you mean \"app\"?"});
+  expectSays(mac.command({"set", "idle-sleep", "0.5"}), 2, {"\"0.5\"", "whole numbers from 0"});
+  expectSays(mac.command({"set", "native-limit", "80.5"}), 2, {"\"80.5\"", "whole numbers from 0"});
+  expectSays(mac.command({"journal", "--timeout", "1"}), 2, {"--follow"});
+  expectSays(mac.command({"log", "--timeout", "1"}), 2, {"--follow"});
+}
+
+TEST(CommandLineTest, WhatThisMacDoesNotHaveIsNotSet) {
+  const Mac desktop({.profile = "desktop"});
+  expectSays(desktop.command({"set", "lid", "closed"}), 1, {"this Mac has no lid"});
+  expectSays(desktop.command({"set", "battery", "50"}), 1, {"this Mac has no battery"});
+  expectSays(desktop.command({"set", "temperature", "50"}), 1, {"this Mac has no battery"});
+  expectSays(desktop.command({"set", "native-limit", "80"}), 1, {"no charge limit"});
+  EXPECT_EQ(desktop.status().at("nativeLimit"), 0);
+  const Mac notebook({.profile = "newer-keys-and-native"});
+  notebook.tell({"set", "native-limit", "80"});
+  EXPECT_EQ(notebook.status().at("nativeLimit"), 80);
+  notebook.tell({"set", "adapter", "off"});
+  expectSays(notebook.command({"set", "adapter", "renegotiate"}), 1, {"no adapter is connected"});
+  notebook.tell({"set", "adapter", "on"});
+  notebook.tell({"set", "adapter", "renegotiate"});
+}
+
+TEST(CommandLineTest, ARequestOfTheWrongTypesIsRefusedAndTheMachineGoesOn) {
+  const Mac mac;
+  LineSocket door(mac.controlPath());
+  for (const char* wrong :
+       {R"({"command":"identify","identity":5})", R"({"command":"identify"})",
+        R"({"command":"identify","identity":["app"]})", R"({"command":5})", R"({"command":null})",
+        R"({"command":"set","arguments":{}})", R"({"command":"set","arguments":[5]})", "5", "[]",
+        "null", "\"down\"", "{", ""}) {
+    door.send(wrong);
+    const auto answer = nlohmann::json::parse(door.receive(20).value_or("null"));
+    ASSERT_TRUE(answer.is_object()) << wrong;
+    EXPECT_EQ(answer.at("ok"), false) << wrong;
+    EXPECT_EQ(answer.at("usage"), true) << wrong;
+  }
+  expectSays(mac.command({"set", "battery", "\xff"}), 2, {"is not allowed"});
+  EXPECT_EQ(mac.status().at("profile"), "newer-keys");
+}
+
+TEST(CommandLineTest, ErrorsAreJSONForPrograms) {
+  const Mac mac;
+  const auto expectError = [](const Result& result, int status, const std::string& words) {
+    EXPECT_EQ(result.status, status) << result.out << result.err;
+    EXPECT_EQ(result.err, "");
+    const auto error = nlohmann::json::parse(result.out, nullptr, false);
+    ASSERT_TRUE(error.is_object()) << result.out;
+    EXPECT_EQ(error.at("ok"), false);
+    EXPECT_NE(error.at("error").get<std::string>().find(words), std::string::npos) << result.out;
+  };
+  const std::vector<std::string> nowhere = {"--json", "--root", "/tmp/korvel-process-nowhere"};
+  const auto at = [&nowhere](std::vector<std::string> words) {
+    words.insert(words.begin(), nowhere.begin(), nowhere.end());
+    return words;
+  };
+  expectError(run("virtual-mac", at({"status"})), 1, "no virtual Mac is up in");
+  expectError(run("virtual-mac", at({"journal"})), 1, "no virtual Mac is up in");
+  expectError(run("virtual-mac", at({"timeline", "out.svg"})), 1, "cannot be read");
+  expectError(run("virtual-mac", at({"up", "--profile", "mac"})), 2, "newer-keys");
+  expectError(run("virtual-mac", {"--json", "run", "/no/such/story.yaml"}), 2, "story.yaml");
+  expectError(run("korvel-app", at({"ping"})), 1, "no virtual Mac is up in");
+  expectError(run("virtual-mac", {"--json", "stauts"}), 2, "did you mean \"status\"?");
+  expectError(run("virtual-mac", {"--json", "up", "--speed", "never"}), 2, "--speed");
+  expectError(mac.command({"--json", "set", "lid", "opne"}), 2, "did you mean \"open\"?");
+  expectError(mac.command({"--json", "kill"}), 1, "not running");
+  expectError(mac.app({"--json", "--as", "ap", "ping"}), 2, "did you mean \"app\"?");
+  expectError(mac.app({"--json", "--as", "other-team", "ping"}), 1, "ended the connection");
+}
+
+TEST(CommandLineTest, QuitSaysWhenItWasRefused) {
+  const Mac mac;
+  expectSays(mac.app({"--as", "other-team", "quit"}), 1, {"the helper ended the connection"});
+  const auto helper = mac.helper();
+  ASSERT_TRUE(helper);
+  expectSays(mac.app({"quit"}), 0, {"ok"});
+  EXPECT_TRUE(mac.becomes([](const auto& status) { return status.at("helperPid").is_null(); }));
+}
+
+TEST(CommandLineTest, AWatcherWhoIsRefusedSaysSoOnceAndDoesNotHammer) {
+  const Mac mac;
+  const Result watched = mac.app({"--as", "other-team", "watch", "--for", "1.5", "--every", "0.3"});
+  EXPECT_EQ(watched.status, 0) << watched.err;
+  EXPECT_EQ(watched.out, "the helper ended the connection\n");
+  EXPECT_GE(mac.journalCount(" cut off: "), 1U);
+  EXPECT_LE(mac.journalCount(" cut off: "), 6U);
+}
+
+TEST(CommandLineTest, RebootsAtOnceAllComeToAnEnd) {
+  const Mac mac;
+  ASSERT_EQ(mac.app({"ping"}).status, 0);
+  std::vector<std::future<Result>> reboots;
+  for (int each = 0; each < 3; ++each)
+    reboots.push_back(std::async(std::launch::async, [&mac] { return mac.command({"reboot"}); }));
+  for (auto& reboot : reboots) EXPECT_EQ(reboot.get().status, 0);
+  EXPECT_EQ(mac.app({"ping"}).status, 0);
 }
 
 TEST(CommandLineTest, FaultsAreListedAndShownWhenOn) {
@@ -141,12 +239,42 @@ TEST(CommandLineTest, TheJournalCanBeCutToWhatIsAskedFor) {
   EXPECT_EQ(nlohmann::json::parse(first.out).at("kind"), "proc");
 }
 
+TEST(CommandLineTest, WhatIsNoJournalLineIsPassedOver) {
+  const Mac mac;
+  ASSERT_EQ(mac.app({"ping"}).status, 0);
+  ASSERT_EQ(mac.command({"down"}).status, 0);
+  const std::string path = mac.root() + "/journal";
+  writeFile(path, "first\n\n" + readFile(path) + "a second line of a text\n12.345\n");
+  const Result all = mac.command({"--json", "journal"});
+  ASSERT_EQ(all.status, 0) << all.err;
+  std::istringstream lines(all.out);
+  std::size_t count = 0;
+  for (std::string line; std::getline(lines, line); ++count)
+    EXPECT_TRUE(nlohmann::json::parse(line).at("time").is_number()) << line;
+  EXPECT_GE(count, 5U);
+  EXPECT_EQ(all.out.find("second line"), std::string::npos);
+}
+
 TEST(CommandLineTest, FollowingEndsAtTheTextOrTheTime) {
   const Mac mac;
   expectSays(mac.command({"journal", "--follow", "--until", "never", "--timeout", "0.2"}), 1, {});
   ASSERT_EQ(mac.app({"ping"}).status, 0);
   expectSays(mac.command({"journal", "--follow", "--until", "ping", "--timeout", "20"}), 0,
              {"ping"});
+}
+
+// The record keeps what an old file said; the helper holds back nothing for heat, and a band of 0
+// is enforced as 1.
+TEST(CommandLineTest, TheApplicationTellsTheBandThatIsEnforced) {
+  const Mac mac;
+  ASSERT_EQ(mac.app({"set-limit", "80"}).status, 0);
+  ASSERT_EQ(mac.app({"quit"}).status, 0);
+  ASSERT_TRUE(mac.becomes([](const auto& status) { return status.at("helperPid").is_null(); }));
+  nlohmann::json state = mac.state();
+  state["sailingBand"] = 0;
+  state["heatPauseActive"] = true;
+  writeFile(mac.stateFile(), state.dump());
+  expectSays(mac.app({"status"}), 0, {"charging stops at 80 %, goes on below 79 %"});
 }
 
 TEST(CommandLineTest, TheApplicationTellsThePersonWhatIsEnforcedAndWhy) {

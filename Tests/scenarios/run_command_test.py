@@ -3,6 +3,8 @@
 
 usage: run_command_test.py PROGRAMS CASE
 """
+import json
+import os
 import pathlib
 import subprocess
 import sys
@@ -68,6 +70,25 @@ def both_stages_say_the_same_of_what_cannot_be_done(programs):
                        and text in done.stdout.split(" cannot be done: ")[1].splitlines()[0], done)
 
 
+def what_would_be_ignored_is_refused(programs):
+    with tempfile.TemporaryDirectory() as folder:
+        picture = pathlib.Path(folder, "out.svg")
+        done = run(programs, GALLERY / "quit.yaml", GALLERY / "hand-back.yaml", "--timeline", picture)
+        expect(done.returncode == 2 and "--timeline" in done.stderr and not picture.exists(), done)
+    done = run(programs, GALLERY / "quit.yaml", "--speed", "60")
+    expect(done.returncode == 2 and "--processes" in done.stderr, done)
+
+
+def a_program_gets_json(programs):
+    done = run(programs, "--json", GALLERY / "quit.yaml", "Tests/scenarios/data/fails.yaml")
+    told = [json.loads(line) for line in done.stdout.splitlines()]
+    expect(done.returncode == 1 and [each["ok"] for each in told] == [True, False], done)
+    expect(told[0]["report"] == "" and told[0]["expectations"] > 0, done)
+    expect("fails.yaml:10: " in told[1]["report"], done)
+    done = run(programs, "--json", "Tests/scenarios/data/defects.yaml")
+    expect(done.returncode == 2 and "newer-kees" in json.loads(done.stdout)["error"], done)
+
+
 def the_journal_is_printed_on_demand(programs):
     done = run(programs, GALLERY / "quit.yaml", "--journal")
     expect(done.returncode == 0 and " smc   CHIE <- 08\n" in done.stdout, done)
@@ -112,11 +133,25 @@ def the_demonstration_fails_without_a_working_helper(programs):
         expect(done.returncode == 1 and "NOT SEEN" in done.stdout and not picture.exists(), done)
 
 
+def a_demonstration_cleans_up_after_a_machine_that_hangs(programs):
+    with tempfile.TemporaryDirectory() as folder:
+        hanging = pathlib.Path(folder, "virtual-mac")
+        hanging.write_text("#!/bin/sh\necho no such Mac >&2\n[ \"$3\" = down ] && exec sleep 60\nexit 1\n",
+                           encoding="utf-8")
+        hanging.chmod(0o755)
+        done = subprocess.run([sys.executable, str(ROOT / "script/demo.py"), folder, f"{folder}/out.svg"],
+                              capture_output=True, text=True, timeout=170, check=False,
+                              env={**os.environ, "TMPDIR": folder})
+        expect(done.returncode == 1 and "NOT SEEN" in done.stdout and "Traceback" not in done.stderr, done)
+        expect(not list(pathlib.Path(folder).glob("virtual-mac-*")), done)
+
+
 CASES = [passing_stories_end_with_0, a_failing_story_ends_with_1_and_a_report,
          defects_end_with_2_and_their_lines, two_ways_at_once_are_refused,
-         both_stages_say_the_same_of_what_cannot_be_done, the_journal_is_printed_on_demand,
-         the_timeline_is_a_picture,
-         the_demonstration_sees_every_step, the_demonstration_fails_without_a_working_helper]
+         both_stages_say_the_same_of_what_cannot_be_done, what_would_be_ignored_is_refused,
+         a_program_gets_json, the_journal_is_printed_on_demand, the_timeline_is_a_picture,
+         the_demonstration_sees_every_step, the_demonstration_fails_without_a_working_helper,
+         a_demonstration_cleans_up_after_a_machine_that_hangs]
 
 if __name__ == "__main__":
     if len(sys.argv) != 3:

@@ -3,16 +3,18 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <chrono>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <thread>
+#include <utility>
 
 #include "HelperRecords.h"
 #include "KorvelHelperProtocol.h"
 #include "VirtualMac/Tools/AppConnection.h"
 #include "VirtualMac/Tools/AppSession.h"
 #include "VirtualMac/Tools/CommandLine.h"
-#include "VirtualMac/Tools/MachineCommands.h"
 #include "VirtualMac/Tools/StateText.h"
 
 namespace virtualmac {
@@ -23,6 +25,9 @@ namespace selector = korvel::KorvelHelperSelector;
 namespace {
 
 using nlohmann::ordered_json;
+
+/// How soon a watcher comes back to a helper that went away.
+constexpr double soonSeconds = 0.02;
 
 struct Choices {
   std::string root;
@@ -35,19 +40,17 @@ struct Choices {
   double everySeconds = 0.5;
 };
 
-int complain(const Choices& choices, const std::string& text, std::int64_t code = 0) {
-  if (choices.asJSON) {
-    ordered_json answer{{"ok", false}, {"error", text}};
-    if (code != 0) answer["code"] = code;
-    fmt::print("{}\n", answer.dump());
-  } else {
-    fmt::print(stderr, "korvel-app: {}{}\n", code == 0 ? "" : fmt::format("error {}: ", code),
-               text);
-  }
-  return exitFailed;
+int complain(const Choices& choices, const std::string& text,
+             std::optional<std::int64_t> errorCode = std::nullopt) {
+  return virtualmac::complain("korvel-app", choices.asJSON, text, exitFailed, errorCode);
 }
 
-std::expected<AppConnection, std::string> connect(const Choices& choices) {
+int complain(const Choices& choices, const AppConnection::OpenError& error) {
+  return virtualmac::complain("korvel-app", choices.asJSON, error.text,
+                              error.isUsage ? exitUsage : exitFailed);
+}
+
+std::expected<AppConnection, AppConnection::OpenError> connect(const Choices& choices) {
   return AppConnection::open(RootDirectory::at(choices.root), choices.identity);
 }
 
@@ -93,7 +96,13 @@ int perform(const Choices& choices, std::string_view name,
             const std::vector<PropertyValue>& arguments) {
   auto helper = connect(choices);
   if (!helper) return complain(choices, helper.error());
-  const auto values = helper->call(*xpcOperation(name), arguments, choices.timeoutSeconds);
+  const XPCOperation& operation = *xpcOperation(name);
+  if (operation.answer == XPCAnswer::None) {
+    // Going away is its answer; whoever is cut off would take that for one.
+    const auto alive = helper->call(*xpcOperation(selector::ping), {}, choices.timeoutSeconds);
+    if (!alive) return complain(choices, alive.error());
+  }
+  const auto values = helper->call(operation, arguments, choices.timeoutSeconds);
   if (!values) return complain(choices, values.error());
   if (values->size() == 2 && !*std::get<PropertyValue>(values->front()).boolean()) {
     const auto* error = std::get_if<korvel::ErrorObject>(&(*values)[1]);
@@ -129,21 +138,30 @@ void say(const std::string& line) {
   std::fflush(stdout);
 }
 
-/// Prints the record whenever it changes; true as long as the helper is there.
-bool look(AppConnection& helper, const Choices& choices, std::string& last) {
+/// What a watcher has printed last.
+struct Watched {
+  std::string record;
+  std::string loss;  ///< Empty: the record came since.
+};
+
+/// Prints the record whenever it changes, and a loss once; true as long as the helper is there.
+bool look(AppConnection& helper, const Choices& choices, Watched& last) {
   const auto payload = data(helper, choices, selector::getState);
   if (!payload) {
-    say(choices.asJSON ? ordered_json{{"lost", payload.error()}}.dump() : payload.error());
+    if (std::exchange(last.loss, payload.error()) != payload.error())
+      say(choices.asJSON ? ordered_json{{"lost", payload.error()}}.dump() : payload.error());
     return false;
   }
-  if (*payload == last) return true;
-  last = *payload;
-  const auto state = korvel::decodeStateReply(last);
-  say(choices.asJSON || !state ? last : stateLine(*state));
+  last.loss.clear();
+  if (*payload == last.record) return true;
+  last.record = *payload;
+  const auto state = korvel::decodeStateReply(*payload);
+  say(choices.asJSON || !state ? *payload : stateLine(*state));
   return true;
 }
 
-/// Stays connected, as the application does, and comes back when the helper went away.
+/// Stays connected, as the application does, and comes back when the helper went away: soon, and
+/// after a while when the helper gave nothing at all.
 int watch(const Choices& choices) {
   using Clock = std::chrono::steady_clock;
   const auto begun = Clock::now();
@@ -151,13 +169,16 @@ int watch(const Choices& choices) {
     return choices.watchSeconds >= 0 &&
            std::chrono::duration<double>(Clock::now() - begun).count() >= choices.watchSeconds;
   };
-  std::string last;
+  Watched last;
   while (!over()) {
     auto helper = connect(choices);
     if (!helper) return complain(choices, helper.error());
-    while (look(*helper, choices, last) && !over())
+    double pause = choices.everySeconds;
+    while (look(*helper, choices, last) && !over()) {
+      pause = std::min(pause, soonSeconds);
       if (!helper->stayConnected(choices.everySeconds)) break;
-    if (!over()) std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    if (!over()) std::this_thread::sleep_for(std::chrono::duration<double>(pause));
   }
   return exitDone;
 }

@@ -51,20 +51,22 @@ const korvel::XPCInterface& helperInterface() {
 
 }  // namespace
 
-std::expected<AppConnection, std::string> AppConnection::open(const RootDirectory& root,
-                                                              const std::string& identity) {
+std::expected<AppConnection, AppConnection::OpenError> AppConnection::open(
+    const RootDirectory& root, const std::string& identity) {
+  const auto failed = [](const std::string& text, bool isUsage = false) {
+    return std::unexpected(OpenError{text, isUsage});
+  };
   auto machine = ControlClient::connect(root);
-  if (!machine) return std::unexpected(machine.error());
+  if (!machine) return failed(machine.error());
   machine->send({{"command", "identify"}, {"identity", identity}});
   const auto reply = machine->receive();
-  if (!reply) return std::unexpected("the machine went down");
+  if (!reply) return failed("the machine went down");
   if (!reply->value("ok", false))
-    return std::unexpected(reply->value("error", std::string("no identity")));
+    return failed(reply->value("error", std::string("no identity")), reply->value("usage", false));
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   const auto path = reply->value("service", std::string());
-  if (path.size() >= sizeof address.sun_path)
-    return std::unexpected("the service path is too long");
+  if (path.size() >= sizeof address.sun_path) return failed("the service path is too long");
   std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
   const int connected = hostsystem::unixSocket();
   if (connected >= 0 &&
@@ -72,7 +74,7 @@ std::expected<AppConnection, std::string> AppConnection::open(const RootDirector
     return AppConnection(connected, *std::move(machine));
   const std::string reason = std::system_category().message(errno);
   if (connected >= 0) ::close(connected);
-  return std::unexpected("the service cannot be reached: " + reason);
+  return failed("the service cannot be reached: " + reason);
 }
 
 AppConnection::AppConnection(AppConnection&& other) noexcept

@@ -1,12 +1,9 @@
 #pragma once
 
 #include <expected>
-#include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
-#include "Base/Date.h"
 #include "VirtualMac/Remote/XPCMessages.h"
 #include "VirtualMac/Tools/ControlClient.h"
 #include "VirtualMac/Tools/RootDirectory.h"
@@ -18,9 +15,13 @@ namespace virtualmac {
 /// helper's. Errors are one line for a person.
 class AppConnection {
  public:
+  struct OpenError {
+    std::string text;
+    bool isUsage = false;  ///< The machine knows no such identity.
+  };
   /// The helper is started when it does not run; nothing is known of that here.
-  static std::expected<AppConnection, std::string> open(const RootDirectory& root,
-                                                        const std::string& identity);
+  static std::expected<AppConnection, OpenError> open(const RootDirectory& root,
+                                                      const std::string& identity);
 
   AppConnection(AppConnection&& other) noexcept;
   AppConnection& operator=(AppConnection&&) = delete;

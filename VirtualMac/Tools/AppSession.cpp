@@ -12,7 +12,7 @@
 
 #include "KorvelHelperProtocol.h"
 #include "VirtualMac/Tools/AppConnection.h"
-#include "VirtualMac/Tools/MachineCommands.h"
+#include "VirtualMac/Tools/CommandLine.h"
 
 namespace virtualmac {
 
@@ -106,8 +106,8 @@ ordered_json perform(AppConnection& helper, const std::string& line, double time
 int runSession(const RootDirectory& root, const std::string& identity, double timeoutSeconds) {
   auto helper = AppConnection::open(root, identity);
   if (!helper) {
-    say({{"connected", false}, {"error", helper.error()}});
-    return exitFailed;
+    say({{"connected", false}, {"error", helper.error().text}});
+    return helper.error().isUsage ? exitUsage : exitFailed;
   }
   say({{"connected", true}});
   for (std::string line; std::getline(std::cin, line);) {

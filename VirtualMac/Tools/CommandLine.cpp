@@ -4,10 +4,8 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <optional>
-#include <string>
+#include <nlohmann/json.hpp>
 
-#include "VirtualMac/Tools/MachineCommands.h"
 #include "VirtualMac/Tools/Nearest.h"
 
 namespace virtualmac {
@@ -36,15 +34,31 @@ std::optional<std::string> unknownCommand(const CLI::App& program,
 
 }  // namespace
 
+int complain(std::string_view program, bool asJSON, const std::string& text, int exitCode,
+             std::optional<std::int64_t> errorCode) {
+  if (asJSON) {
+    nlohmann::ordered_json answer{{"ok", false}, {"error", text}};
+    if (errorCode) answer["code"] = *errorCode;
+    // What is not UTF-8 in a text must not end the program otherwise.
+    fmt::print("{}\n", answer.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
+  } else {
+    fmt::print(stderr, "{}: {}{}\n", program,
+               errorCode ? fmt::format("error {}: ", *errorCode) : "", text);
+  }
+  return exitCode;
+}
+
 int runCommandLine(CLI::App& program, const std::vector<const char*>& optionsWithValue, int argc,
                    char** argv, const std::function<int()>& chosen) {
+  const bool asJSON = std::find(argv, argv + argc, std::string_view("--json")) != argv + argc;
   if (const auto problem = unknownCommand(program, optionsWithValue, argc, argv)) {
-    fmt::print(stderr, "{}: {}\n", program.get_name(), *problem);
-    return exitUsage;
+    return complain(program.get_name(), asJSON, *problem, exitUsage);
   }
   try {
     program.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
+    if (asJSON && error.get_exit_code() != 0)
+      return complain(program.get_name(), asJSON, error.what(), exitUsage);
     return program.exit(error) == 0 ? exitDone : exitUsage;
   }
   return chosen();

@@ -1,6 +1,10 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
 #include <vector>
 
 namespace CLI {
@@ -9,8 +13,19 @@ class App;
 
 namespace virtualmac {
 
+/// Exit codes of the programs.
+inline constexpr int exitDone = 0;
+inline constexpr int exitFailed = 1;
+inline constexpr int exitUsage = 2;
+
+/// Tells what is wrong: a person on standard error, a program as one JSON object on standard
+/// output. `errorCode` is the helper's, when the error is. Returns `exitCode`.
+int complain(std::string_view program, bool asJSON, const std::string& text, int exitCode,
+             std::optional<std::int64_t> errorCode = std::nullopt);
+
 /// Parses, and runs what the command's callback put into `chosen`. Returns an exit code: help is 0,
-/// a wrong command line 2, with the nearest command for a word that is none.
+/// a wrong command line 2, with the nearest command for a word that is none. Wrong command lines
+/// are told as JSON too, where `--json` is among the words.
 int runCommandLine(CLI::App& program, const std::vector<const char*>& optionsWithValue, int argc,
                    char** argv, const std::function<int()>& chosen);
 

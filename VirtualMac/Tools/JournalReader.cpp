@@ -8,8 +8,9 @@
 #include <fstream>
 #include <nlohmann/json.hpp>
 
+#include "VirtualMac/Tools/CommandLine.h"
 #include "VirtualMac/Tools/ControlClient.h"
-#include "VirtualMac/Tools/MachineCommands.h"
+#include "VirtualMac/Tools/Timeline.h"
 
 namespace virtualmac {
 
@@ -25,33 +26,33 @@ std::string_view takeWord(std::string_view& text) {
   return word;
 }
 
-bool wanted(const JournalQuery& query, const JournalLine& line) {
+bool wanted(const JournalQuery& query, const Journal::Entry& entry) {
   if (!query.kinds.empty() &&
-      std::find(query.kinds.begin(), query.kinds.end(), line.kind) == query.kinds.end())
+      std::find(query.kinds.begin(), query.kinds.end(), entry.kind) == query.kinds.end())
     return false;
   if (query.category.empty() && query.level.empty()) return true;
-  std::string_view text = line.text;
+  std::string_view text = entry.text;
   const std::string_view category = takeWord(text);
   const std::string_view level = takeWord(text);
   return (query.category.empty() || category == query.category) &&
          (query.level.empty() || level == query.level);
 }
 
-void print(const JournalQuery& query, std::string_view line, const JournalLine& parts) {
+void print(const JournalQuery& query, std::string_view line, const Journal::Entry& entry) {
   if (!query.asJSON) {
     fmt::print("{}\n", line);
     return;
   }
   const nlohmann::ordered_json object = {
-      {"time", std::stod(std::string(parts.time))}, {"kind", parts.kind}, {"text", parts.text}};
+      {"time", entry.time}, {"kind", entry.kind}, {"text", entry.text}};
   fmt::print("{}\n", object.dump(-1, ' ', false, json::error_handler_t::replace));
 }
 
 /// True: this was the line to stop at.
 bool take(const JournalQuery& query, std::string_view line) {
-  const JournalLine parts = splitJournalLine(line);
-  if (!wanted(query, parts)) return false;
-  print(query, line, parts);
+  const std::optional<Journal::Entry> entry = journalEntryFrom(line);
+  if (!entry || !wanted(query, *entry)) return false;
+  print(query, line, *entry);
   return !query.until.empty() && line.find(query.until) != std::string_view::npos;
 }
 
@@ -85,22 +86,14 @@ int follow(ControlClient& machine, const JournalQuery& query) {
 
 }  // namespace
 
-JournalLine splitJournalLine(std::string_view line) {
-  JournalLine parts;
-  parts.time = takeWord(line);
-  parts.kind = takeWord(line);
-  parts.text = line;
-  return parts;
-}
-
 int printJournal(const RootDirectory& root, const JournalQuery& query) {
   auto machine = ControlClient::connect(root);
   std::size_t size = static_cast<std::size_t>(-1);
   if (machine && machine->send({{"command", "follow"}})) {
     if (const auto reply = machine->receive()) size = reply->value("size", std::size_t{0});
   } else if (query.follow || !std::ifstream(root.journal())) {
-    fmt::print(stderr, "virtual-mac: {}\n", machine ? "the machine went down" : machine.error());
-    return exitFailed;
+    return complain("virtual-mac", query.asJSON,
+                    machine ? "the machine went down" : machine.error(), exitFailed);
   }
   if (!query.onlyNew && printFile(query, root.journal(), size)) return exitDone;
   if (query.follow) return follow(*machine, query);

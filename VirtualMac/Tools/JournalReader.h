@@ -2,7 +2,6 @@
 
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "VirtualMac/Tools/RootDirectory.h"
@@ -21,15 +20,8 @@ struct JournalQuery {
   bool asJSON = false;
 };
 
-/// The parts of one journal line.
-struct JournalLine {
-  std::string_view time;
-  std::string_view kind;
-  std::string_view text;
-};
-JournalLine splitJournalLine(std::string_view line);
-
-/// Prints. Returns an exit code: 1 when `until` was not met.
+/// Prints; what is no journal line is passed over. Returns an exit code: 1 when `until` was not
+/// met.
 int printJournal(const RootDirectory& root, const JournalQuery& query);
 
 }  // namespace virtualmac

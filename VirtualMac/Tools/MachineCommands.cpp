@@ -31,9 +31,8 @@ struct Choices {
   JournalQuery query;
 };
 
-int complain(const std::string& text, int code) {
-  fmt::print(stderr, "virtual-mac: {}\n", text);
-  return code;
+int complain(const Choices& choices, const std::string& text, int exitCode) {
+  return virtualmac::complain("virtual-mac", choices.asJSON, text, exitCode);
 }
 
 /// The programs are built beside each other.
@@ -44,7 +43,7 @@ std::string programBeside(const char* name) {
 
 int up(const Choices& choices) {
   auto profile = loadProfile(choices.profile);
-  if (!profile) return complain(profile.error(), exitUsage);
+  if (!profile) return complain(choices, profile.error(), exitUsage);
   MachineOptions options;
   options.profile = *std::move(profile);
   options.speed = choices.speed;
@@ -64,10 +63,10 @@ int up(const Choices& choices) {
   };
   if (choices.foreground)
     return runMachine(options, [&](const std::string& problem) {
-      problem.empty() ? announce(::getpid()) : void(complain(problem, exitFailed));
+      problem.empty() ? announce(::getpid()) : void(complain(choices, problem, exitFailed));
     });
   const auto started = startMachine(options);
-  if (!started) return complain(started.error(), exitFailed);
+  if (!started) return complain(choices, started.error(), exitFailed);
   announce(*started);
   return exitDone;
 }
@@ -75,12 +74,12 @@ int up(const Choices& choices) {
 /// Sends one command to the machine and prints its answer.
 int ask(const Choices& choices, const std::string& command) {
   auto machine = ControlClient::connect(RootDirectory::at(choices.root));
-  if (!machine) return complain(machine.error(), exitFailed);
+  if (!machine) return complain(choices, machine.error(), exitFailed);
   machine->send({{"command", command}, {"arguments", choices.words}});
   const auto reply = machine->receive();
-  if (!reply) return complain("the machine went down", exitFailed);
+  if (!reply) return complain(choices, "the machine went down", exitFailed);
   if (!reply->value("ok", false))
-    return complain(reply->value("error", std::string("no answer")),
+    return complain(choices, reply->value("error", std::string("no answer")),
                     reply->value("usage", false) ? exitUsage : exitFailed);
   // Over when the machine's process is, so that another can be started in the same place at once.
   if (command == "down")
@@ -100,7 +99,7 @@ int listProfiles(const Choices& choices) {
   nlohmann::ordered_json all = nlohmann::ordered_json::array();
   for (const std::string& name : builtInProfileNames()) {
     const auto profile = loadProfile(name);
-    if (!profile) return complain(profile.error(), exitFailed);
+    if (!profile) return complain(choices, profile.error(), exitFailed);
     all.push_back({{"name", name}, {"description", profile->description}});
     if (!choices.asJSON) fmt::print("{:<22} {}\n", name, profile->description);
   }
@@ -123,10 +122,12 @@ void addUp(CLI::App& program, Choices& choices, std::function<int()>& chosen) {
 
 void addJournal(CLI::App& program, Choices& choices, std::function<int()>& chosen) {
   const auto common = [&](CLI::App* command) {
-    command->add_flag("-f,--follow", choices.query.follow, "Go on as lines come");
+    CLI::Option* follow =
+        command->add_flag("-f,--follow", choices.query.follow, "Go on as lines come");
     command->add_flag("--new", choices.query.onlyNew, "Leave out the lines that are there");
     command->add_option("--until", choices.query.until, "Stop after a line with this text");
-    command->add_option("--timeout", choices.query.timeoutSeconds, "Follow so many real seconds");
+    command->add_option("--timeout", choices.query.timeoutSeconds, "Follow so many real seconds")
+        ->needs(follow);
     return command;
   };
   const auto print = [&] {

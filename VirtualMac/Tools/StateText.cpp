@@ -6,6 +6,8 @@
 #include <cmath>
 #include <ctime>
 
+#include "EnforcementDecision.h"
+
 namespace virtualmac {
 
 using korvel::Date;
@@ -33,13 +35,13 @@ std::string enforcement(const HelperState& state) {
   if (state.forceDischargeActive)
     return fmt::format("running from the battery down to {} %, the adapter stays plugged in",
                        state.chargeLimit);
-  if (state.heatPauseActive) return "charging is paused because the battery is hot";
   if (neverSet(state)) return "nothing: no limit was ever set";
   if (state.chargeLimit < lowestLimit || state.chargeLimit > noLimit)
     return fmt::format("nothing: a limit of {} % is out of range", state.chargeLimit);
   if (state.chargeLimit == noLimit) return "nothing: charging is left to macOS";
-  return fmt::format("charging stops at {} %, goes on below {} %", state.chargeLimit,
-                     state.chargeLimit - state.sailingBand);
+  return fmt::format(
+      "charging stops at {} %, goes on below {} %", state.chargeLimit,
+      state.chargeLimit - korvel::effectiveBand(state.sailingBand, state.chargeLimit));
 }
 
 std::string chargingWay(const HelperCapabilities& capabilities) {

@@ -39,7 +39,8 @@ std::optional<double> secondsFrom(std::string_view text) {
       second.ptr != end) {
     return std::nullopt;
   }
-  return static_cast<double>(whole) + thousandths / 1000.0;
+  // One rounding, so that it prints with the same three decimals again.
+  return static_cast<double>(whole * 1000 + thousandths) / 1000.0;
 }
 
 /// Whether the battery goes on as before from one state to the other.

@@ -1,14 +1,12 @@
 #include "VirtualMac/Tools/TimelineCommand.h"
 
-#include <fmt/format.h>
-
 #include <CLI/CLI.hpp>
 #include <fstream>
 #include <memory>
 #include <optional>
 #include <string>
 
-#include "VirtualMac/Tools/MachineCommands.h"
+#include "VirtualMac/Tools/CommandLine.h"
 #include "VirtualMac/Tools/RootDirectory.h"
 #include "VirtualMac/Tools/Timeline.h"
 
@@ -23,15 +21,13 @@ struct Choices {
   double percent = 50;
 };
 
-int complain(const std::string& text) {
-  fmt::print(stderr, "virtual-mac: {}\n", text);
-  return exitFailed;
-}
-
-int draw(const std::string& root, const Choices& choices) {
+int draw(const std::string& root, bool asJSON, const Choices& choices) {
+  const auto failed = [asJSON](const std::string& text) {
+    return complain("virtual-mac", asJSON, text, exitFailed);
+  };
   const std::string journal = RootDirectory::at(root).journal();
   std::ifstream lines(journal);
-  if (!lines) return complain(journal + " cannot be read");
+  if (!lines) return failed(journal + " cannot be read");
   // What was before the picture's first moment is where it starts from.
   TimelineState start;
   start.percent = choices.percent;
@@ -48,11 +44,11 @@ int draw(const std::string& root, const Choices& choices) {
     (shown ? *shown : before).add(*entry);
     end = entry->time;
   }
-  if (!shown) return complain(journal + " tells nothing from then on");
+  if (!shown) return failed(journal + " tells nothing from then on");
   std::ofstream picture(choices.file, std::ios::binary);
   picture << timelineSVG(shown->finish(end));
   picture.flush();
-  return picture ? exitDone : complain(choices.file + " cannot be written");
+  return picture ? exitDone : failed(choices.file + " cannot be written");
 }
 
 }  // namespace
@@ -71,7 +67,8 @@ void addTimeline(CLI::App& program, std::function<int()>& chosen) {
       ->check(CLI::Range(0.0, 100.0));
   command->callback([choices, &program, &chosen] {
     const std::string root = program.get_option("--root")->as<std::string>();
-    chosen = [choices, root] { return draw(root, *choices); };
+    const bool asJSON = program.get_option("--json")->as<bool>();
+    chosen = [choices, root, asJSON] { return draw(root, asJSON, *choices); };
   });
 }
 
