@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstdio>
 #include <cstdlib>
 #include <functional>
 
@@ -330,8 +331,9 @@ double FaultArguments::real(std::size_t index, double low, double high) {
   // Not a number is not within any bounds.
   const bool within = value >= low && value <= high;
   if (word.empty() || *end != '\0' || !within) {
-    complaint = "\"" + word + "\" is not a number from " + std::to_string(low) + " to " +
-                std::to_string(high);
+    char bounds[64];
+    std::snprintf(bounds, sizeof bounds, "%g to %g", low, high);
+    complaint = "\"" + word + "\" is not a number from " + bounds;
     return low;
   }
   return value;
