@@ -9,8 +9,6 @@
 #include <string_view>
 #include <tuple>
 #include <type_traits>
-#include <utility>
-#include <vector>
 
 #include "Platform/PowerSources.h"
 #include "Platform/RootPowerDomain.h"

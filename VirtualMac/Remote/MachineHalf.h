@@ -2,8 +2,7 @@
 
 #include <functional>
 #include <memory>
-#include <optional>
-#include <string>
+#include <string_view>
 
 #include "VirtualMac/Machine/PowerManagement.h"
 #include "VirtualMac/Remote/MachineChannel.h"

@@ -1,9 +1,8 @@
 #pragma once
 
-#include <map>
+#include <functional>
 #include <memory>
 #include <string_view>
-#include <vector>
 
 #include "Platform/Dispatch.h"
 #include "VirtualMac/Remote/MachineClock.h"

@@ -1,9 +1,10 @@
 #pragma once
 
+#include <array>
 #include <asio/local/stream_protocol.hpp>
 #include <deque>
+#include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -14,8 +15,9 @@
 
 namespace virtualmac {
 
-/// One client of the helper's service; see ServiceListener. Everything but `reply` runs on the
-/// connection's thread. The interruption handler is kept and never called: a socket that breaks
+/// One client of the helper's service; see ServiceListener. The set-up, `begin` and `refuse` run on
+/// the thread that accepts; what comes after on the connection's, but for `reply`. The interruption
+/// handler is kept and never called: a socket that breaks
 /// does not come back.
 class ServiceConnection final : public korvel::XPCConnection,
                                 public std::enable_shared_from_this<ServiceConnection> {
@@ -32,7 +34,6 @@ class ServiceConnection final : public korvel::XPCConnection,
   void setInterruptionHandler(std::function<void()> handler) override;
   void resume() override;
 
-  [[nodiscard]] std::int32_t peer() const { return pid; }
   /// The delegate has accepted: messages are read from now on, if the connection was resumed. Not
   /// before, so that nobody hears of a client's end earlier than of the client.
   void begin();

@@ -8,10 +8,8 @@
 #include <deque>
 #include <functional>
 #include <memory>
-#include <optional>
 #include <string>
 
-#include "VirtualMac/Scenarios/Stage.h"
 #include "VirtualMac/Tools/RootDirectory.h"
 
 namespace virtualmac {
@@ -34,8 +32,8 @@ class ClientProcess {
   void kill();
 
   /// True once the session said that it is connected.
-  [[nodiscard]] bool isConnected() const { return said != nullptr && said->connected; }
-  [[nodiscard]] bool isOver() const { return said == nullptr || said->over; }
+  [[nodiscard]] bool isConnected() const { return said->connected; }
+  [[nodiscard]] bool isOver() const { return said->over; }
   /// What the session said first: that it is connected, or why not; empty until then.
   [[nodiscard]] const std::string& firstLine() const { return said->firstLine; }
 

@@ -4,7 +4,6 @@
 #include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "VirtualMac/Tools/RootDirectory.h"
 

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <array>
-#include <asio/io_context.hpp>
 #include <asio/local/stream_protocol.hpp>
 #include <deque>
 #include <functional>

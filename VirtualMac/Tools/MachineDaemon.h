@@ -1,5 +1,7 @@
 #pragma once
 
+#include <expected>
+#include <functional>
 #include <string>
 
 #include "VirtualMac/Tools/MachineServer.h"

@@ -2,8 +2,8 @@
 
 #include <asio/io_context.hpp>
 #include <asio/steady_timer.hpp>
+#include <chrono>
 #include <functional>
-#include <optional>
 
 #include "VirtualMac/Machine/Machine.h"
 #include "VirtualMac/Remote/MachineTime.h"
