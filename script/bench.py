@@ -39,13 +39,17 @@ def run(program, arguments):
     """One program's measurements: name -> list of entries, one a repetition."""
     with tempfile.TemporaryDirectory() as directory:
         out = pathlib.Path(directory) / "out.json"
-        subprocess.run(
+        done = subprocess.run(
             [program, f"--benchmark_out={out}", "--benchmark_out_format=json",
              "--benchmark_enable_random_interleaving=true",
              f"--benchmark_repetitions={REPETITIONS}", *arguments],
-            check=True, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+            check=False, capture_output=True, text=True)
+        if done.returncode != 0:
+            sys.exit(f"{program}: status {done.returncode}\n{done.stdout}{done.stderr}".rstrip())
         measured = {}
-        for entry in json.loads(out.read_text())["benchmarks"]:
+        # A program in which no benchmark matches the filter writes nothing at all.
+        text = out.read_text(encoding="utf-8") if out.exists() else ""
+        for entry in json.loads(text)["benchmarks"] if text.strip() else ():
             if entry.get("error_occurred"):
                 sys.exit(f"{entry['name']}: {entry['error_message']}")
             if entry["run_type"] == "iteration":
@@ -122,13 +126,16 @@ def machine():
 
 def main():
     if len(sys.argv) < 2:
-        sys.exit(__doc__.strip().splitlines()[-1])
+        print(__doc__.strip().splitlines()[-1], file=sys.stderr)
+        sys.exit(2)
     directory = pathlib.Path(sys.argv[1])
     where = machine()
     measured = {}
     for name in ("korvel_benchmarks", "korvel_process_benchmarks"):
         print(f"{name}: {REPETITIONS} repetitions, interleaved …", flush=True)
         measured.update(run(directory / name, sys.argv[2:]))
+    if not measured:
+        sys.exit("no benchmark was run")
     print(f"\n{where}\nmedian (smallest … largest) of {REPETITIONS} repetitions\n")
     print(table(measured))
 

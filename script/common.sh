@@ -13,6 +13,12 @@ die() {
   exit 1
 }
 
+# The words on the command line are wrong.
+misuse() {
+  printf '%s: %s (try --help)\n' "$(basename "$0")" "$1" >&2
+  exit 2
+}
+
 # Prints the comment at the head of the calling script, and ends.
 showHelp() {
   sed -n '2,/^[^#]/{/^#/!d;s/^# \{0,1\}//;p}' "$0"
@@ -24,7 +30,7 @@ onlyHelp() {
   for argument in "$@"; do
     case $argument in
       -h | --help) showHelp ;;
-      *) die "unknown argument \"$argument\" (try --help)" ;;
+      *) misuse "unknown argument \"$argument\"" ;;
     esac
   done
 }

@@ -251,12 +251,16 @@ def main(programs, timeline):
         return 130
     finally:
         mac.end_application()
-        subprocess.run([str(mac.programs / "virtual-mac"), "--root", root, "down"],
-                       capture_output=True, timeout=20, check=False)
+        try:
+            subprocess.run([str(mac.programs / "virtual-mac"), "--root", root, "down"],
+                           capture_output=True, timeout=20, check=False)
+        except (subprocess.TimeoutExpired, OSError) as failure:
+            screen.line(f"The machine in {root} did not go down: {failure}")
         shutil.rmtree(root, ignore_errors=True)
 
 
 if __name__ == "__main__":
     if len(sys.argv) != 3:
-        sys.exit(__doc__)
+        print(__doc__, file=sys.stderr)
+        sys.exit(2)
     sys.exit(main(sys.argv[1], sys.argv[2]))
