@@ -15,11 +15,12 @@ class MachineServer;
 ///   {"command": "set", "arguments": ["battery", "80"]}
 ///     → {"ok": true, "text": "...", "json": {...}} or
 ///       {"ok": false, "usage": true or false, "error": "..."}
-///   {"command": "follow"}                     → the line so far, then one {"line": "..."} an
-///   effect
+///   {"command": "follow"}
+///     → {"ok": true, "size": N}, the length of the journal file so far, then one
+///       {"line": "...", "kind": "..."} an effect; once a connection
 ///   {"command": "identify", "identity": "app"}
 ///     → {"ok": true, "service": path}; the asking process has that signing identity from then on,
-///       until it closes this connection or ends.
+///       until the last connection on which it asked is closed.
 ///   {"command": "down"}
 ///     → {"ok": true} when the helper has ended; then the machine is gone
 ///
