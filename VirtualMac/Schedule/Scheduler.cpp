@@ -370,6 +370,9 @@ void Scheduler::reportStuck(std::string text) {
 bool Scheduler::someoneWaitsForEver() const {
   // The driver may yet give back what it holds.
   if (!driverLane->held.empty()) return false;
+  // What time would end goes on after the wake, and with it what waits for that.
+  const auto timed = [](const Lane* lane) { return lane->waking.isArmed(); };
+  if (clock.asleep() && std::any_of(blocked.begin(), blocked.end(), timed)) return false;
   return std::any_of(blocked.begin(), blocked.end(), [](const Lane* lane) {
     return !lane->wait.servesInbox && !lane->waking.isArmed();
   });

@@ -40,6 +40,8 @@ class PlainClock final : public TimeKeeper {
     at(from, [this] { sleeping = true; });
     at(to, [this] { sleeping = false; });
   }
+  /// Sleeps or wakes now, with nothing due that would end it.
+  void setAsleep(bool now) { sleeping = now; }
 
  private:
   Nanoseconds totalTime = 0;

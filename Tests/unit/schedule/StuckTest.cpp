@@ -120,6 +120,21 @@ TEST_F(StuckTest, WaitingWithATimeoutIsNotStuck) {
   group->leave();
 }
 
+TEST_F(StuckTest, WaitingForWorkThatTheSleepHoldsUpIsNotStuck) {
+  one->async([this] {
+    bench.busy(0.5);
+    bench.note("done");
+  });
+  two->async([this] { one->sync([] {}); });
+  bench.runFor(0.1);
+  bench.clock.setAsleep(true);
+  EXPECT_EQ(report(), "not stuck");
+  EXPECT_EQ(bench.notes, "");
+  bench.clock.setAsleep(false);
+  EXPECT_EQ(report(), "not stuck");
+  EXPECT_EQ(bench.notes, "done@500 ");
+}
+
 TEST_F(StuckTest, WorkThatGoesOnWithoutTimeIsReported) {
   std::function<void()> again = [&] { one->async([&] { again(); }); };
   one->async([&] { again(); });
