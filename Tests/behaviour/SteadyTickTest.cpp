@@ -1,37 +1,7 @@
 // What a tick costs when nothing changes: its readings, one verified read a key, and nothing else.
 
-#include <atomic>
-#include <cstdlib>
-#include <new>
-
+#include "Tests/Allocations.h"
 #include "Tests/behaviour/Bench.h"
-
-namespace {
-
-std::atomic<std::int64_t> liveAllocations{0};
-
-void* counted(std::size_t size) {
-  void* memory = std::malloc(size == 0 ? 1 : size);
-  if (memory == nullptr) std::abort();
-  ++liveAllocations;
-  return memory;
-}
-
-void uncounted(void* memory) {
-  if (memory == nullptr) return;
-  --liveAllocations;
-  std::free(memory);
-}
-
-}  // namespace
-
-// The whole program counts its allocations, so that a test can see one that is never given back.
-void* operator new(std::size_t size) { return counted(size); }
-void* operator new[](std::size_t size) { return counted(size); }
-void operator delete(void* memory) noexcept { uncounted(memory); }
-void operator delete[](void* memory) noexcept { uncounted(memory); }
-void operator delete(void* memory, std::size_t) noexcept { uncounted(memory); }
-void operator delete[](void* memory, std::size_t) noexcept { uncounted(memory); }
 
 namespace korvel::test {
 namespace {
@@ -100,9 +70,9 @@ TEST(SteadyTickTest, MemoryStaysFlatOverAMillionTicks) {
   // The machine around it settles too: the battery reaches its held level.
   world.runFor(5.0 * 100'000);
   const auto callsBefore = world.callCounts();
-  const std::int64_t before = liveAllocations;
+  const std::int64_t before = allocations::live();
   world.runFor(5.0 * 1'000'000);
-  EXPECT_EQ(liveAllocations - before, 0);
+  EXPECT_EQ(allocations::live() - before, 0);
   const auto made = world.callCounts() - callsBefore;
   EXPECT_EQ(made[SeamCall::powerSourcesCopyInfo], 1'000'000U);
   EXPECT_EQ(made[SeamCall::smcCallStruct], 1'000'000U);

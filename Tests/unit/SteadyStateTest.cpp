@@ -1,27 +1,11 @@
 // What the helper does every five seconds must be cheap: one call to the SMC, nothing allocated.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <new>
 #include <string>
 
 #include "Logger.h"
 #include "SMCWriter.h"
-
-namespace {
-
-// Single-threaded tests: a plain counter.
-std::size_t allocations = 0;
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-  ++allocations;
-  if (void* memory = std::malloc(size == 0 ? 1 : size)) return memory;
-  throw std::bad_alloc();
-}
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t /*size*/) noexcept { std::free(memory); }
+#include "Tests/Allocations.h"
 
 namespace korvel {
 namespace {
@@ -66,9 +50,9 @@ TEST(SteadyStateTest, AVerifiedWriteOfTheHeldValueIsOneCallWithoutAnAllocation) 
   const std::array<std::uint8_t, 1> payload = {2};
   EXPECT_TRUE(writer.writeKeyAndVerify("CH0B", payload).verified);
   smc.structCalls = 0;
-  const std::size_t before = allocations;
+  const std::int64_t before = test::allocations::made();
   const VerifiedWrite written = writer.writeKeyAndVerify("CH0B", payload);
-  EXPECT_EQ(allocations, before);
+  EXPECT_EQ(test::allocations::made(), before);
   EXPECT_EQ(smc.structCalls, 1);
   EXPECT_TRUE(written.verified);
 }
@@ -78,27 +62,27 @@ TEST(SteadyStateTest, AReadAllocatesItsResultOnly) {
   BareLog log;
   SMCWriter writer(smc, Logger(log, "SMCWriter"));
   EXPECT_TRUE(writer.readKey("CH0B"));
-  const std::size_t before = allocations;
+  const std::int64_t before = test::allocations::made();
   const auto bytes = writer.readKey("CH0B");
-  EXPECT_EQ(allocations, before + 1);
+  EXPECT_EQ(test::allocations::made(), before + 1);
   EXPECT_TRUE(bytes);
 }
 
 TEST(SteadyStateTest, ShortLinesAreRenderedWithoutAnAllocation) {
   BareLog unified;
   const Logger log(unified, "HelperImpl");
-  const std::size_t before = allocations;
+  const std::int64_t before = test::allocations::made();
   log.log("setChargeLimit(%{public}hhu) pid=%{public}d signingID=%{public}s", 80, 4711,
           "com.korvel.app");
-  EXPECT_EQ(allocations, before);
+  EXPECT_EQ(test::allocations::made(), before);
   EXPECT_EQ(unified.length,
             std::string_view("setChargeLimit(80) pid=4711 signingID=com.korvel.app").size());
 }
 
 TEST(SteadyStateTest, TheCounterSeesAllocations) {
-  const std::size_t before = allocations;
+  const std::int64_t before = test::allocations::made();
   const std::string text(100, 'x');
-  EXPECT_GT(allocations, before);
+  EXPECT_GT(test::allocations::made(), before);
   EXPECT_EQ(text.size(), 100U);
 }
 
