@@ -109,6 +109,8 @@ TEST(CommandLineTest, AWrongValueIsAnsweredWithTheAllowedOnes) {
   expectSays(mac.command({"set", "battery"}), 2, {"a value"});
   expectSays(mac.command({"speed", "0"}), 2, {"0.01 to 10000"});
   expectSays(mac.command({"kill", "HUP"}), 2, {"\"HUP\"", "TERM"});
+  expectSays(mac.command({"kill", "KILL", "TERM"}), 2, {"one signal, not also \"TERM\""});
+  expectSays(mac.command({"speed", "x"}), 2, {"speed \"x\" is not allowed", "0.01 to 10000"});
   expectSays(mac.command({"kill"}), 1, {"not running"});
   expectSays(mac.command({"fault", "smc-latancy", "1", "on"}), 2, {"smc-latency"});
   expectSays(mac.command({"fault", "smc-latency", "soon", "on"}), 2, {"\"soon\""});

@@ -172,9 +172,11 @@ ControlReply killHelper(MachineServer& server, const Words& words) {
   static const std::map<std::string, int, std::less<>> signals = {
       {"KILL", SIGKILL}, {"TERM", SIGTERM}, {"INT", SIGINT},
       {"ABRT", SIGABRT}, {"STOP", SIGSTOP}, {"CONT", SIGCONT}};
+  if (words.size() > 1)
+    return usage(fmt::format("kill takes one signal, not also \"{}\"", words[1]));
   const std::string name = words.empty() ? "KILL" : words.front();
   const auto found = signals.find(name);
-  if (words.size() > 1 || found == signals.end()) {
+  if (found == signals.end()) {
     Words names;
     for (const auto& [each, number] : signals) names.push_back(each);
     return usage(unknownWord("signal", name, names));
@@ -185,9 +187,11 @@ ControlReply killHelper(MachineServer& server, const Words& words) {
 }
 
 ControlReply speed(MachineServer& server, const Words& words) {
-  const std::optional<double> factor =
-      words.size() == 1 ? numberIn(words.front(), 0.01, 10000) : std::nullopt;
-  if (!factor) return usage("speed takes a number from 0.01 to 10000");
+  if (words.size() != 1) return usage("speed takes one number from 0.01 to 10000");
+  const std::optional<double> factor = numberIn(words.front(), 0.01, 10000);
+  if (!factor)
+    return usage(
+        fmt::format("speed \"{}\" is not allowed (allowed: 0.01 to 10000)", words.front()));
   server.timekeeper().setSpeed(*factor);
   return done("");
 }
