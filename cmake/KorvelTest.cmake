@@ -17,11 +17,16 @@ function(korvel_add_test name)
   endif()
   gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 TEST_LIST ${name}_tests
     PROPERTIES TIMEOUT ${ARG_TIMEOUT})
-  # A list does not survive the way through the discovery; the labels are given to what it found.
   if(ARG_LABELS)
-    set(labels ${CMAKE_CURRENT_BINARY_DIR}/${name}_labels.cmake)
-    file(WRITE ${labels} "if(${name}_tests)\n  set_tests_properties(\${${name}_tests} PROPERTIES \
-LABELS \"${ARG_LABELS}\")\nendif()\n")
-    set_property(DIRECTORY APPEND PROPERTY TEST_INCLUDE_FILES ${labels})
+    korvel_label_tests(${name}_tests "${ARG_LABELS}")
   endif()
+endfunction()
+
+# korvel_label_tests(list labels): gives the tests of a discovery's TEST_LIST their labels. More than
+# one label is a list, which does not survive the way through the discovery's own properties.
+function(korvel_label_tests list labels)
+  set(file ${CMAKE_CURRENT_BINARY_DIR}/${list}_labels.cmake)
+  file(WRITE ${file} "if(${list})\n  set_tests_properties(\${${list}} PROPERTIES \
+LABELS \"${labels}\")\nendif()\n")
+  set_property(DIRECTORY APPEND PROPERTY TEST_INCLUDE_FILES ${file})
 endfunction()
