@@ -8,20 +8,19 @@
 #include <vector>
 
 #include "BatteryRegistryReader.h"
+#include "HelperPersistence.h"
 #include "HelperRecords.h"
 #include "Platform/Dispatch.h"
 #include "Platform/IORegistry.h"
 #include "Platform/Platform.h"
 #include "Platform/PowerSources.h"
 #include "Platform/UnifiedLog.h"
+#include "Platform/WallClock.h"
 #include "VirtualMac/InProcess/Invariants.h"
 #include "VirtualMac/InProcess/World.h"
 #include "VirtualMac/Machine/Machine.h"
 
 namespace virtualmac {
-
-inline constexpr const char* statePath =
-    "/Library/Application Support/com.korvel.app.helper/state.json";
 
 /// A process that breaks rules by hand, and the rules that watch it.
 class BrokenRules : public testing::Test {
@@ -40,12 +39,19 @@ class BrokenRules : public testing::Test {
     platform.log.emit("com.korvel.app.helper", "HelperImpl", korvel::LogLevel::Default, text);
   }
   void save(const korvel::HelperState& state) {
-    world.machine().disk.writeFile(statePath, korvel::encodeFile(state));
+    world.machine().disk.writeFile(korvel::HelperPersistence::statePath, korvel::encodeFile(state));
   }
   /// A piece of work of the helper's, with what it does.
   void works(std::function<void()> body) {
     queue->async(std::move(body));
     world.runUntilIdle();
+  }
+  /// A call a second: the rules look at what goes on when the helper does something.
+  void actsFor(int seconds) {
+    for (int second = 0; second < seconds; ++second) {
+      world.runFor(1);
+      platform.clock.now();
+    }
   }
   void readLid() {
     const korvel::ScopedRegistryObject service(

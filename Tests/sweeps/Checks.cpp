@@ -21,14 +21,6 @@ std::optional<std::string> stateFile(const virtualmac::Machine& mac) {
   return mac.disk.content(korvel::HelperPersistence::statePath);
 }
 
-std::optional<korvel::HelperState> recordOnDisk(const virtualmac::Machine& mac) {
-  const std::optional<std::string> bytes = stateFile(mac);
-  if (!bytes) return std::nullopt;
-  auto record = korvel::decodeStateFile(*bytes);
-  if (!record) return std::nullopt;
-  return *std::move(record);
-}
-
 Leftovers leftoversOn(virtualmac::World& world) {
   virtualmac::Machine& mac = world.machine();
   Leftovers left;

@@ -29,8 +29,6 @@ class Findings {
 
 /// The bytes of state.json; none: there is no such file.
 std::optional<std::string> stateFile(const virtualmac::Machine& mac);
-/// The record in them; none also when they hold none.
-std::optional<korvel::HelperState> recordOnDisk(const virtualmac::Machine& mac);
 
 /// What of a helper's doing outlives its process.
 struct Leftovers {

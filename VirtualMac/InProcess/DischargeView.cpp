@@ -3,8 +3,7 @@
 #include <algorithm>
 #include <string>
 
-#include "BatteryRegistryReader.h"
-#include "Platform/IORegistry.h"
+#include "MachineReadings.h"
 #include "VirtualMac/InProcess/World.h"
 #include "VirtualMac/Schedule/Scheduler.h"
 
@@ -12,8 +11,6 @@ namespace virtualmac {
 
 namespace {
 
-constexpr std::string_view statePath =
-    "/Library/Application Support/com.korvel.app.helper/state.json";
 constexpr std::int64_t limitOfEmptyRecord = 80;
 
 bool isDischargeKey(std::string_view key) {
@@ -28,35 +25,13 @@ Readings::Readings(Machine& observed)
     : eye(observed, 0), registry(gate, eye), powerSources(gate, eye) {}
 
 std::optional<std::int64_t> Readings::capacity() {
-  const korvel::HandleRef snapshot = powerSources.copyInfo();
-  const korvel::PowerSourceList list = powerSources.copyList(snapshot);
-  std::optional<std::int64_t> percent;
-  for (const korvel::HandleRef source : list.elements) {
-    if (!list.isArray || percent) break;
-    const korvel::PropertyValue each = powerSources.getDescription(snapshot, source);
-    const std::string* type = each["Type"].text();
-    if (type == nullptr || *type != "InternalBattery") continue;
-    percent = each["Current Capacity"].integer();
-  }
-  if (list.handle != 0) powerSources.release(list.handle);
-  if (snapshot != 0) powerSources.release(snapshot);
-  return percent;
+  return korvel::MachineReadings::batteryCapacityPercent(powerSources);
 }
 
-bool Readings::lidClosed() {
-  const korvel::ScopedRegistryObject root(registry, registry.getMatchingService("IOPMrootDomain"));
-  if (!root) return false;
-  return registry.createProperty(root.get(), "AppleClamshellState").boolean().value_or(false);
-}
+bool Readings::lidClosed() { return korvel::MachineReadings::clamshellClosed(registry); }
 
 std::optional<std::int64_t> Readings::celsius() {
-  const korvel::ScopedRegistryObject battery(registry,
-                                             registry.getMatchingService("AppleSmartBattery"));
-  if (!battery) return std::nullopt;
-  const auto properties = korvel::BatteryRegistryReader::properties(registry, battery.get());
-  if (!properties || !properties->contains("Temperature")) return std::nullopt;
-  const auto hundredths = properties->at("Temperature").integer();
-  return hundredths ? std::optional(*hundredths / 100) : std::nullopt;
+  return korvel::MachineReadings::batteryTemperatureCelsius(registry);
 }
 
 // ---- view
@@ -100,7 +75,7 @@ void DischargeView::seeLog(const std::string& text, const Lane& lane) {
   if (contains(text, "\"state.json ")) recordUnreadable = true;
   if (contains(text, "persistence.write failed")) recordUnreadable = false;
   if (contains(text, "reverted in-memory state")) {
-    const auto record = recordUnreadable ? std::nullopt : recordOnDisk();
+    const auto record = recordUnreadable ? std::nullopt : recordOnDisk(machine);
     inMemory = record ? record->chargeLimit : limitOfEmptyRecord;
     if (!record || !record->forceDischargeActive) active = false;
   }
@@ -142,17 +117,9 @@ void DischargeView::workEnds(const Lane& lane, std::uint64_t number) {
   posted.erase(found);
 }
 
-std::optional<korvel::HelperState> DischargeView::recordOnDisk() const {
-  const auto file = machine.disk.content(statePath);
-  if (!file) return std::nullopt;
-  auto record = korvel::decodeStateFile(*file);
-  if (!record) return std::nullopt;
-  return *std::move(record);
-}
-
 std::int64_t DischargeView::limit() const {
   if (inMemory) return *inMemory;
-  const auto record = recordOnDisk();
+  const auto record = recordOnDisk(machine);
   return record ? record->chargeLimit : 0;
 }
 

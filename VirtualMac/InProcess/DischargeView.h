@@ -5,7 +5,6 @@
 #include <optional>
 #include <utility>
 
-#include "HelperRecords.h"
 #include "VirtualMac/InProcess/GatedHardware.h"
 #include "VirtualMac/InProcess/Invariant.h"
 #include "VirtualMac/Machine/Machine.h"
@@ -66,7 +65,6 @@ class DischargeView {
 
   void seeLog(const std::string& text, const Lane& lane);
   void seeAudit(const std::string& text, const Lane& lane);
-  [[nodiscard]] std::optional<korvel::HelperState> recordOnDisk() const;
 
   const Machine& machine;
   std::optional<std::int64_t> inMemory;

@@ -172,15 +172,12 @@ class ExitLeavesDefaults final : public Invariant {
     if (!releaseRefused && !mac.power.assertions().empty()) violate("an assertion is still held");
     if (claimLost) return;
     if (keptAwake) violate("SleepDisabled is still set");
-    const auto file = mac.disk.content(statePath);
-    const auto record = file ? korvel::decodeStateFile(*file) : std::unexpected(std::string());
+    const auto record = recordOnDisk(mac);
     if (!record) return;
     if (record->sleepDisabledByKorvel) violate("SleepDisabled is still owned");
     if (record->forceDischargeActive) violate("a discharge is still recorded");
   }
 
-  static constexpr std::string_view statePath =
-      "/Library/Application Support/com.korvel.app.helper/state.json";
   using Work = std::pair<const Lane*, std::uint64_t>;
 
   std::set<const Lane*> shuttingDown;  ///< Are about to post the last work.

@@ -6,11 +6,13 @@
 #include <string_view>
 #include <vector>
 
+#include "HelperRecords.h"
 #include "VirtualMac/Schedule/Journal.h"
 #include "VirtualMac/Schedule/Observer.h"
 
 namespace virtualmac {
 
+class Machine;
 class World;
 
 /// One rule that holds in every run of a correct helper, whatever fails around it. Watches a world
@@ -53,5 +55,8 @@ JournalledWrite journalledWrite(std::string_view text);
 std::optional<std::int64_t> numberAfter(std::string_view text, std::string_view word);
 
 bool contains(std::string_view text, std::string_view part);
+
+/// The helper's record as it stands on the machine's disk; none when there is no complete one.
+std::optional<korvel::HelperState> recordOnDisk(const Machine& machine);
 
 }  // namespace virtualmac

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <charconv>
 
+#include "HelperPersistence.h"
 #include "VirtualMac/InProcess/World.h"
+#include "VirtualMac/Machine/Machine.h"
 
 namespace virtualmac {
 
@@ -61,6 +63,13 @@ std::optional<std::int64_t> numberAfter(std::string_view text, std::string_view 
 
 bool contains(std::string_view text, std::string_view part) {
   return text.find(part) != std::string_view::npos;
+}
+
+std::optional<korvel::HelperState> recordOnDisk(const Machine& machine) {
+  const auto file = machine.disk.content(korvel::HelperPersistence::statePath);
+  if (!file) return std::nullopt;
+  auto record = korvel::decodeStateFile(*file);
+  return record ? std::optional(*std::move(record)) : std::nullopt;
 }
 
 // ---- all of them

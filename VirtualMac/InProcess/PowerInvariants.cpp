@@ -14,9 +14,6 @@ namespace virtualmac {
 
 namespace {
 
-constexpr std::string_view statePath =
-    "/Library/Application Support/com.korvel.app.helper/state.json";
-
 /// The flag reaches the disk before the setting is written, so that a crash in between is undone.
 /// Not asked for when the disk has refused a record of the same piece of work: that never stops it.
 class SleepDisabledOnlyWhenOwned final : public Invariant {
@@ -31,8 +28,7 @@ class SleepDisabledOnlyWhenOwned final : public Invariant {
     const Lane* lane = &world.scheduler().current();
     if (entry.kind == "log" && contains(entry.text, "persistence.write failed")) refusing = lane;
     if (entry.kind != "power" || entry.text != "SleepDisabled = 1" || refusing == lane) return;
-    const auto file = world.machine().disk.content(statePath);
-    const auto record = file ? korvel::decodeStateFile(*file) : std::unexpected(std::string());
+    const auto record = recordOnDisk(world.machine());
     if (!record || !record->sleepDisabledByKorvel) violate("set without the flag on disk");
   }
 

@@ -6,14 +6,15 @@
 #include <sstream>
 #include <utility>
 
+#include "HelperPersistence.h"
 #include "VirtualMac/Machine/Disk.h"
 
 namespace virtualmac {
 
 namespace {
 
-constexpr std::string_view stateDirectory = "/Library/Application Support/com.korvel.app.helper/";
-constexpr std::string_view stateName = "state.json";
+constexpr std::string_view statePath = korvel::HelperPersistence::statePath;
+constexpr std::string_view stateName = statePath.substr(statePath.rfind('/') + 1);
 
 }  // namespace
 
@@ -21,7 +22,7 @@ DiskWatch::DiskWatch(Journal& effects, std::string rootDirectory)
     : journal(effects), root(std::move(rootDirectory)), known(stateFile()) {}
 
 void DiskWatch::replaced(std::string_view path) {
-  if (path == std::string(stateDirectory) + std::string(stateName))
+  if (path == statePath)
     tell(stateFile());
   else
     journal.record("disk", std::string(path) + " replaced");
@@ -39,7 +40,7 @@ void DiskWatch::tell(const std::optional<std::string>& now) {
 }
 
 std::optional<std::string> DiskWatch::stateFile() const {
-  const std::string path = root + std::string(stateDirectory) + std::string(stateName);
+  const std::string path = root + std::string(statePath);
   struct stat facts{};
   if (::lstat(path.c_str(), &facts) != 0 || !S_ISREG(facts.st_mode)) return std::nullopt;
   std::ifstream file(path, std::ios::binary);
