@@ -10,6 +10,7 @@
 #include "VirtualMac/InProcess/Invariants.h"
 #include "VirtualMac/InProcess/ServiceEndpoint.h"
 #include "VirtualMac/InProcess/World.h"
+#include "VirtualMac/Machine/ReplyText.h"
 #include "VirtualMac/Schedule/Lane.h"
 #include "VirtualMac/Schedule/Scheduler.h"
 

@@ -133,11 +133,4 @@ void ClientEnd::end(const std::string& why) {
   failAll(why);
 }
 
-std::string operationName(std::string_view selector) {
-  std::string_view name = selector.substr(0, selector.find(':'));
-  constexpr std::string_view suffix = "WithReply";
-  if (name.ends_with(suffix)) name.remove_suffix(suffix.size());
-  return std::string(name);
-}
-
 }  // namespace virtualmac

@@ -108,7 +108,4 @@ class ClientEnd : public std::enable_shared_from_this<ClientEnd> {
   std::vector<AppCallRef> pending;
 };
 
-/// "setChargeLimit" for "setChargeLimit:reply:", "ping" for "pingWithReply:".
-std::string operationName(std::string_view selector);
-
 }  // namespace virtualmac

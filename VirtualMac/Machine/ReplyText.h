@@ -3,13 +3,17 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "Base/ErrorObject.h"
 
 namespace virtualmac {
 
-// How the journal tells what a client was answered, whichever way the answer went: behind the
-// operation's name stands one of these.
+// How the journal tells what a client was answered, whichever way the answer went: the operation's
+// name, and behind it one of the texts.
+
+/// "setChargeLimit" for "setChargeLimit:reply:", "ping" for "pingWithReply:".
+std::string operationName(std::string_view selector);
 
 /// "412"
 std::string replyText(std::uint64_t pid);

@@ -33,13 +33,6 @@ std::string summary(const std::vector<XPCValue>& values) {
                    error == nullptr ? std::nullopt : std::optional(*error));
 }
 
-/// The operation's name without its selector's punctuation: "setChargeLimit".
-std::string shortName(std::string_view selector) {
-  std::string name(selector.substr(0, selector.find(':')));
-  if (const auto suffix = name.find("WithReply"); suffix != std::string::npos) name.resize(suffix);
-  return name;
-}
-
 /// Carries one call's answer to its connection.
 template <class Make, class... Values>
 class ConnectionSink final : public korvel::ReplySink<Values...> {
@@ -177,6 +170,7 @@ void ServiceConnection::deliver(const XPCOperation& operation, const XPCCall& ca
   const auto data = [&] {
     return korvel::DataReply(std::make_unique<Data>(shared_from_this(), operation, call.ticket));
   };
+  // A copy: a reply made on this thread may end the connection, which lets its object go.
   const std::shared_ptr<korvel::KorvelHelperProtocol> exported = exportedObject;
   korvel::KorvelHelperProtocol& object = *exported;
   const std::string_view name = operation.selector;
@@ -213,7 +207,7 @@ void ServiceConnection::readOnUnlessWaiting() {
 
 void ServiceConnection::reply(const XPCOperation& operation, std::uint32_t ticket,
                               std::vector<XPCValue> values) {
-  host.journal("reply", shortName(operation.selector) + ' ' + summary(values));
+  host.journal("reply", operationName(operation.selector) + ' ' + summary(values));
   asio::dispatch(socket.get_executor(),
                  [self = shared_from_this(), &operation, ticket, sent = std::move(values)] {
                    self->sendReply(operation, ticket, sent);

@@ -17,8 +17,7 @@ namespace virtualmac {
 
 /// One client of the helper's service; see ServiceListener. The set-up, `begin` and `refuse` run on
 /// the thread that accepts; what comes after on the connection's, but for `reply`. The interruption
-/// handler is kept and never called: a socket that breaks
-/// does not come back.
+/// handler is kept and never called: a socket that breaks does not come back.
 class ServiceConnection final : public korvel::XPCConnection,
                                 public std::enable_shared_from_this<ServiceConnection> {
  public:
