@@ -22,7 +22,7 @@ namespace {
 
 using WorkGuard = asio::executor_work_guard<asio::io_context::executor_type>;
 
-constexpr std::chrono::milliseconds shortestGroupWait{50};
+constexpr std::chrono::milliseconds shortestGroupWait{250};
 
 class ProcessQueue final : public korvel::WorkQueue {
  public:

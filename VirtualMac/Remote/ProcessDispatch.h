@@ -17,7 +17,7 @@ namespace virtualmac {
 /// power messages come to it.
 ///
 /// Group waits are the machine's time too, but real threads need real time to get anything done: a
-/// wait is never shorter than 50 real milliseconds, however fast the machine's time runs. A
+/// wait is never shorter than 250 real milliseconds, however fast the machine's time runs. A
 /// sleeping machine does not stop them.
 ///
 /// Signals: here an ignored signal would never be delivered, so taking the default action away
