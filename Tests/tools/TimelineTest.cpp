@@ -95,6 +95,19 @@ TEST(TimelineTest, BuilderFollowsTheHardware) {
           .helperRunning);
 }
 
+TEST(TimelineTest, AChargeThatJumpsStaysUntilItDoes) {
+  TimelineBuilder builder("jump", 0, plugged(50));
+  builder.add({10, "mac", "battery 51 %"});
+  builder.add({500, "mac", "battery 20 %"});
+  const auto samples = builder.finish(600).samples;
+  ASSERT_EQ(samples.size(), 4U);
+  EXPECT_EQ(samples[1].state.percent, 50.5);
+  EXPECT_EQ(samples[2].time, 499.999);
+  EXPECT_EQ(samples[2].state.percent, 50.5);
+  EXPECT_EQ(samples[3].time, 500);
+  EXPECT_EQ(samples[3].state.percent, 20);
+}
+
 TEST(TimelineTest, BuilderReadsTheGateFromEitherKeyFamilyAndTheNativeLimit) {
   EXPECT_TRUE(after({{1, "smc", "CHTE <- 01 00 00 00"}}).chargingPaused);
   EXPECT_TRUE(after({{1, "smc", "CH0B <- 02"}, {1, "smc", "CH0C <- 02"}}).chargingPaused);

@@ -38,12 +38,14 @@ Battery::Battery(const BatteryProfile& kind, MachineContext& shared)
   updateRate();
 }
 
-void Battery::setPercent(double percent) {
-  charge = static_cast<std::int64_t>(std::clamp(percent, 0.0, 100.0) *
+void Battery::setPercent(double level) {
+  const int before = percent();
+  charge = static_cast<std::int64_t>(std::clamp(level, 0.0, 100.0) *
                                      static_cast<double>(unitsPerPercent));
   charge = std::clamp<std::int64_t>(charge, 0, fullCharge);
   updateRate();
   context.noteChange();
+  if (percent() != before) journalPercent();
 }
 
 int Battery::percent() const { return static_cast<int>((charge + halfPercent) / unitsPerPercent); }
@@ -151,9 +153,11 @@ void Battery::pass(Nanoseconds duration) {
   if (!reaches) return;
   updateRate();
   context.noteChange();
-  if (percent() != before) {
-    context.journal.record("mac", "battery " + std::to_string(percent()) + " %");
-  }
+  if (percent() != before) journalPercent();
+}
+
+void Battery::journalPercent() {
+  context.journal.record("mac", "battery " + std::to_string(percent()) + " %");
 }
 
 std::int64_t Battery::targetMicrodegrees() const {

@@ -36,7 +36,7 @@ class Battery {
   Battery(const BatteryProfile& kind, MachineContext& shared);
 
   /// Jumps to a level, as a recalibrating gauge would; clamped to 0 to 100.
-  void setPercent(double percent);
+  void setPercent(double level);
   /// The level as the system shows it: the nearest whole percent.
   [[nodiscard]] int percent() const;
   [[nodiscard]] double exactPercent() const;
@@ -73,6 +73,7 @@ class Battery {
 
  private:
   void updateRate();
+  void journalPercent();
   void passTemperature(Nanoseconds duration);
   [[nodiscard]] std::int64_t targetMicrodegrees() const;
   [[nodiscard]] double ratePercentPerHour() const;

@@ -13,6 +13,7 @@ namespace virtualmac {
 namespace {
 
 constexpr double leastPercentStep = 0.05;
+constexpr double journalStepSeconds = 0.001;
 
 /// The number that follows `before` in `text`; none when there is none.
 std::optional<int> numberAfter(std::string_view text, std::string_view before) {
@@ -108,7 +109,7 @@ TimelineBuilder::TimelineBuilder(std::string title, double startTime, const Time
 }
 
 void TimelineBuilder::add(const Journal::Entry& entry) {
-  if (entry.kind == "mac") addHardware(entry.text);
+  if (entry.kind == "mac") addHardware(entry);
   if (entry.kind == "smc") addWrite(entry.text);
   if (entry.kind == "power") addPower(entry.text);
   if (entry.kind == "disk") addDisk(entry.text);
@@ -131,12 +132,15 @@ Timeline TimelineBuilder::finish(double time) const {
   return result;
 }
 
-void TimelineBuilder::addHardware(const std::string& text) {
+void TimelineBuilder::addHardware(const Journal::Entry& entry) {
+  const std::string& text = entry.text;
   if (const std::optional<int> percent = numberAfter(text, "battery ")) {
     // A level that moves by itself is told as it crosses the middle between two whole percents; one
     // that jumps is set by hand.
     const double moved = *percent - now.percent;
-    now.percent = std::abs(moved) > 1.6 ? *percent : *percent + (moved > 0 ? -0.5 : 0.5);
+    const bool jumps = std::abs(moved) > 1.6;
+    if (jumps) holdUntil(entry.time);
+    now.percent = jumps ? *percent : *percent + (moved > 0 ? -0.5 : 0.5);
   }
   if (text == "adapter connected") now.adapterConnected = true;
   if (text == "adapter disconnected") now.adapterConnected = false;
@@ -237,6 +241,11 @@ void TimelineBuilder::addLog(const Journal::Entry& entry) {
 
 void TimelineBuilder::mark(double time, TimelineMarkKind kind, std::string text) {
   made.marks.push_back({time, kind, std::move(text)});
+}
+
+void TimelineBuilder::holdUntil(double time) {
+  const double justBefore = time - journalStepSeconds;
+  if (made.samples.back().time < justBefore) made.samples.push_back({justBefore, now, true});
 }
 
 void TimelineBuilder::keep(double time) {

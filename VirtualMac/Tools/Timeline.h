@@ -75,7 +75,7 @@ class TimelineBuilder {
   [[nodiscard]] Timeline finish(double time) const;
 
  private:
-  void addHardware(const std::string& text);
+  void addHardware(const Journal::Entry& entry);
   void addWrite(const std::string& text);
   void addPower(const std::string& text);
   void addDisk(const std::string& text);
@@ -83,6 +83,8 @@ class TimelineBuilder {
   void addReply(const Journal::Entry& entry);
   void addLog(const Journal::Entry& entry);
   void mark(double time, TimelineMarkKind kind, std::string text);
+  /// Nothing is known to have moved until then.
+  void holdUntil(double time);
   void keep(double time);
 
   Timeline made;
