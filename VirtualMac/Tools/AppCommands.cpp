@@ -233,10 +233,11 @@ void addOperations(CLI::App& program, Choices& choices, std::function<int()>& ch
   });
   CLI::App* watching = add("watch", "Stay connected and print the record when it changes",
                            [&] { return watch(choices); });
-  watching->add_option("--for", choices.watchSeconds, "Real seconds; default: until ended");
+  watching->add_option("--for", choices.watchSeconds, "Real seconds; default: until ended")
+      ->check(numberBetween(0, longestWaitSeconds));
   watching->add_option("--every", choices.everySeconds, "Real seconds between two looks")
       ->capture_default_str()
-      ->check(CLI::Range(0.01, 3600.0));
+      ->check(numberBetween(0.01, 3600));
 }
 
 }  // namespace
@@ -253,7 +254,7 @@ int runKorvelApp(int argc, char** argv) {
   program.add_flag("--json", choices.asJSON, "Answer as JSON");
   program.add_option("--timeout", choices.timeoutSeconds, "Real seconds to wait for a reply")
       ->capture_default_str()
-      ->check(CLI::PositiveNumber);
+      ->check(numberBetween(0.001, longestWaitSeconds));
   addOperations(program, choices, chosen);
   return runCommandLine(program, {"--root", "--as", "--timeout"}, argc, argv,
                         [&] { return chosen(); });

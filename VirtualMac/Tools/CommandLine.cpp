@@ -48,6 +48,15 @@ int complain(std::string_view program, bool asJSON, const std::string& text, int
   return exitCode;
 }
 
+CLI::Validator numberBetween(double lowest, double highest) {
+  const auto check = [lowest, highest](const std::string& text) -> std::string {
+    double number = 0;
+    if (CLI::detail::lexical_cast(text, number) && number >= lowest && number <= highest) return "";
+    return fmt::format("\"{}\" is not a number from {} to {}", text, lowest, highest);
+  };
+  return {check, fmt::format("from {} to {}", lowest, highest), "number"};
+}
+
 int runCommandLine(CLI::App& program, const std::vector<const char*>& optionsWithValue, int argc,
                    char** argv, const std::function<int()>& chosen) {
   const bool asJSON = std::find(argv, argv + argc, std::string_view("--json")) != argv + argc;
@@ -57,9 +66,9 @@ int runCommandLine(CLI::App& program, const std::vector<const char*>& optionsWit
   try {
     program.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    if (asJSON && error.get_exit_code() != 0)
-      return complain(program.get_name(), asJSON, error.what(), exitUsage);
-    return program.exit(error) == 0 ? exitDone : exitUsage;
+    if (error.get_exit_code() == 0) return program.exit(error);
+    return complain(program.get_name(), asJSON,
+                    error.what() + std::string(asJSON ? "" : " (try --help)"), exitUsage);
   }
   return chosen();
 }

@@ -9,7 +9,8 @@
 
 namespace CLI {
 class App;
-}
+class Validator;
+}  // namespace CLI
 
 namespace virtualmac {
 
@@ -22,6 +23,12 @@ inline constexpr int exitUsage = 2;
 /// output. `errorCode` is the helper's, when the error is. Returns `exitCode`.
 int complain(std::string_view program, bool asJSON, const std::string& text, int exitCode,
              std::optional<std::int64_t> errorCode = std::nullopt);
+
+/// As good as for ever: no wait that a person asks for is longer.
+inline constexpr double longestWaitSeconds = 1'000'000;
+
+/// Accepts a number from `lowest` to `highest`, both included.
+CLI::Validator numberBetween(double lowest, double highest);
 
 /// Parses, and runs what the command's callback put into `chosen`. Returns an exit code: help is 0,
 /// a wrong command line 2, with the nearest command for a word that is none. Wrong command lines

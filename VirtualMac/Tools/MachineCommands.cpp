@@ -113,7 +113,7 @@ void addUp(CLI::App& program, Choices& choices, std::function<int()>& chosen) {
       ->capture_default_str();
   command->add_option("--speed", choices.speed, "Virtual seconds in a real one")
       ->capture_default_str()
-      ->check(CLI::Range(0.01, 10000.0));
+      ->check(numberBetween(0.01, 10000));
   command->add_flag("--foreground", choices.foreground, "Stay in the foreground");
   command->add_flag("--verbose", choices.verbose, "The helper logs to helper.stderr too");
   command->add_option("--helper", choices.helper, "The helper's program")->check(CLI::ExistingFile);
@@ -127,7 +127,8 @@ void addJournal(CLI::App& program, Choices& choices, std::function<int()>& chose
     command->add_flag("--new", choices.query.onlyNew, "Leave out the lines that are there");
     command->add_option("--until", choices.query.until, "Stop after a line with this text");
     command->add_option("--timeout", choices.query.timeoutSeconds, "Follow so many real seconds")
-        ->needs(follow);
+        ->needs(follow)
+        ->check(numberBetween(0, longestWaitSeconds));
     return command;
   };
   const auto print = [&] {

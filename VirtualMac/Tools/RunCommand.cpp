@@ -116,7 +116,7 @@ void addRun(CLI::App& program, std::function<int()>& chosen) {
       ->add_option("--speed", choices->speed,
                    "Virtual seconds in a real one, where nothing is near; for --processes")
       ->capture_default_str()
-      ->check(CLI::Range(1.0, 10000.0))
+      ->check(numberBetween(1, 10000))
       ->needs(processes);
   command->add_option("--timeline", choices->timeline, "Draw the run into this SVG file");
   command->add_flag("--journal", choices->journal, "Print what happens, as it happens");

@@ -59,12 +59,12 @@ void addTimeline(CLI::App& program, std::function<int()>& chosen) {
   command->add_option("file", choices->file, "SVG file to write")->required();
   command->add_option("--title", choices->title, "The picture's title")->capture_default_str();
   command->add_option("--from", choices->from, "First virtual second that is shown")
-      ->check(CLI::NonNegativeNumber);
+      ->check(numberBetween(0, longestWaitSeconds));
   command
       ->add_option("--percent", choices->percent,
                    "Charge at the start: the journal tells changes only")
       ->capture_default_str()
-      ->check(CLI::Range(0.0, 100.0));
+      ->check(numberBetween(0, 100));
   command->callback([choices, &program, &chosen] {
     const std::string root = program.get_option("--root")->as<std::string>();
     const bool asJSON = program.get_option("--json")->as<bool>();
