@@ -54,8 +54,9 @@ std::optional<ProcessFacts> factsOf(pid_t process) {
     if (line.starts_with("Threads:")) facts.threads = std::stoi(line.substr(8));
   }
   std::error_code error;
-  for (const auto& entry : std::filesystem::directory_iterator(directory + "/fd", error))
-    facts.descriptors += entry.path().empty() ? 0 : 1;
+  std::filesystem::directory_iterator descriptor(directory + "/fd", error);
+  for (; !error && descriptor != std::filesystem::directory_iterator(); descriptor.increment(error))
+    ++facts.descriptors;
   if (facts.threads == 0 || error) return std::nullopt;
   return facts;
 }

@@ -97,7 +97,8 @@ std::optional<std::string> JobRunner::listen() {
 void JobRunner::load() {
   launchd = Launchd(helperJob(timekeeper.speed()));
   launchd.load();
-  act({});
+  armDeadline();
+  watchService();
 }
 
 void JobRunner::unload(std::function<void()> done) {
