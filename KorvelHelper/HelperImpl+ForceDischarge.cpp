@@ -64,7 +64,7 @@ std::optional<ErrorObject> HelperImpl::dischargeRefusal() {
 
 void HelperImpl::startForceDischarge(const HelperCapabilities& caps, Reply reply) {
   if (const std::optional<ErrorObject> refusal = dischargeRefusal()) {
-    reply(false, *refusal);
+    reply(false, refusal);
     return;
   }
   if (stateField(&HelperState::forceDischargeActive)) {

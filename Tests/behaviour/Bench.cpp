@@ -148,7 +148,7 @@ HelperState Bench::onDisk() {
   return record.value_or(HelperState());
 }
 
-HelperState Bench::state() {
+HelperState Bench::state() const {
   const auto record = app->state();
   EXPECT_TRUE(record.has_value());
   return record.value_or(HelperState());

@@ -70,7 +70,7 @@ class Bench {
   /// The record on disk; fails the test when there is none.
   [[nodiscard]] HelperState onDisk();
   /// The state as the helper replies it; fails the test when it does not.
-  HelperState state();
+  [[nodiscard]] HelperState state() const;
   /// A key's bytes as text: "01 00 00 00"; "absent" when there is no such key.
   [[nodiscard]] std::string key(std::string_view name);
   /// Lets a test break a rule of every run that its set-up cannot keep. Say why at the call.

@@ -177,7 +177,7 @@ class CallerIdentityTest : public ::testing::Test {
     bench.excuse(replyRule);               // The calls are the test's own.
     bench.excuse("no call under a lock");  // It knows one probe a process; here each core has one.
   }
-  ~CallerIdentityTest() override { EXPECT_EQ(signing.alive, 0) << "a code object leaked"; }
+  void TearDown() override { EXPECT_EQ(signing.alive, 0) << "a code object leaked"; }
 
   /// The audit line of a call from the test, which no connection carries.
   std::string auditLine() {
