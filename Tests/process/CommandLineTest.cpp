@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <array>
 #include <future>
 #include <sstream>
 
@@ -208,9 +209,9 @@ TEST(CommandLineTest, AWatcherWhoIsRefusedSaysSoOnceAndDoesNotHammer) {
 TEST(CommandLineTest, RebootsAtOnceAllComeToAnEnd) {
   const Mac mac;
   ASSERT_EQ(mac.app({"ping"}).status, 0);
-  std::vector<std::future<Result>> reboots;
-  for (int each = 0; each < 3; ++each)
-    reboots.push_back(std::async(std::launch::async, [&mac] { return mac.command({"reboot"}); }));
+  std::array<std::future<Result>, 3> reboots;
+  for (auto& reboot : reboots)
+    reboot = std::async(std::launch::async, [&mac] { return mac.command({"reboot"}); });
   for (auto& reboot : reboots) EXPECT_EQ(reboot.get().status, 0);
   EXPECT_EQ(mac.app({"ping"}).status, 0);
 }

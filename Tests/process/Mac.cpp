@@ -92,10 +92,11 @@ std::size_t Mac::journalCount(const std::string& text) const {
 json Mac::state() const { return json::parse(readFile(stateFile()), nullptr, false); }
 
 unsigned announceSeed() {
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody changes the environment
   const char* fixed = std::getenv("KORVEL_TEST_SEED");
   const auto seed = fixed != nullptr ? static_cast<unsigned>(std::strtoul(fixed, nullptr, 10))
                                      : std::random_device{}();
-  std::cout << "KORVEL_TEST_SEED=" << seed << std::endl;
+  std::cout << "KORVEL_TEST_SEED=" << seed << "\n" << std::flush;
   return seed;
 }
 

@@ -32,12 +32,14 @@ Result run(const SwarmPlan& plan) {
 }
 
 std::uint64_t number(const char* variable, std::uint64_t otherwise) {
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody changes the environment
   const char* value = std::getenv(variable);
   return value == nullptr ? otherwise : std::strtoull(value, nullptr, 10);
 }
 
 /// KORVEL_SEED: this seed only. KORVEL_SEEDS: so many, from 1.
 std::vector<std::uint64_t> seeds(std::uint64_t usual) {
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody changes the environment
   if (std::getenv("KORVEL_SEED") != nullptr) return {number("KORVEL_SEED", 0)};
   std::vector<std::uint64_t> all;
   for (std::uint64_t seed = 1; seed <= number("KORVEL_SEEDS", usual); ++seed) all.push_back(seed);

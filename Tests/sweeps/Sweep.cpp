@@ -15,6 +15,7 @@ namespace sweeps {
 namespace {
 
 std::optional<std::string> environment(const char* name) {
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody changes the environment
   const char* value = std::getenv(name);
   if (value == nullptr || *value == '\0') return std::nullopt;
   return std::string(value);

@@ -10,6 +10,7 @@ namespace virtualmac {
 RootDirectory RootDirectory::at(const std::string& given) {
   std::filesystem::path path(given);
   if (given.empty()) {
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody changes the environment
     const char* runtime = std::getenv("XDG_RUNTIME_DIR");
     path = runtime != nullptr && *runtime != '\0'
                ? std::filesystem::path(runtime) / "virtual-mac"
