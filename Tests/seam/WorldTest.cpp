@@ -227,9 +227,10 @@ TEST(BareHelperTest, ATestBuildsItsOwnCoreOnItsOwnThread) {
   world.runUntilIdle();
   std::optional<bool> answer;
   core->setChargeLimit(
-      70, korvel::Reply(
-              std::make_unique<korvel::FunctionReplySink<bool, std::optional<korvel::ErrorObject>>>(
-                  [&](bool success, std::optional<korvel::ErrorObject>) { answer = success; })));
+      70,
+      korvel::Reply(
+          std::make_unique<korvel::FunctionReplySink<bool, std::optional<korvel::ErrorObject>>>(
+              [&](bool success, const std::optional<korvel::ErrorObject>&) { answer = success; })));
   EXPECT_FALSE(answer);
   world.runUntilIdle();
   EXPECT_EQ(answer, true);
@@ -251,7 +252,7 @@ TEST(BareHelperTest, WorkQueuedForACoreThatIsGoneIsAnsweredWithoutIt) {
   std::optional<bool> answer;
   core->cancelTopUp(korvel::Reply(
       std::make_unique<korvel::FunctionReplySink<bool, std::optional<korvel::ErrorObject>>>(
-          [&](bool success, std::optional<korvel::ErrorObject> error) {
+          [&](bool success, const std::optional<korvel::ErrorObject>& error) {
             answer = success;
             EXPECT_FALSE(error);
           })));
