@@ -22,13 +22,13 @@ TimelineState plugged(double percent) {
 }
 
 /// The state in force at the end of a timeline made of `entries`.
-TimelineState after(std::vector<Journal::Entry> entries) {
+TimelineState after(const std::vector<Journal::Entry>& entries) {
   TimelineBuilder builder("run", 0, plugged(76));
   for (const Journal::Entry& entry : entries) builder.add(entry);
   return builder.finish(100).samples.back().state;
 }
 
-std::vector<TimelineMark> marksOf(std::vector<Journal::Entry> entries) {
+std::vector<TimelineMark> marksOf(const std::vector<Journal::Entry>& entries) {
   TimelineBuilder builder("run", 0, plugged(76));
   for (const Journal::Entry& entry : entries) builder.add(entry);
   return builder.finish(100).marks;
@@ -93,6 +93,12 @@ TEST(TimelineTest, BuilderFollowsTheHardware) {
   EXPECT_FALSE(
       after({{5, "proc", "helper 412 started"}, {6, "proc", "helper 412 killed by signal 9"}})
           .helperRunning);
+}
+
+TEST(TimelineTest, OnlyTheHardwareTellsALevel) {
+  EXPECT_EQ(batteryLevelIn({5, "mac", "battery 77 %"}), 77);
+  EXPECT_EQ(batteryLevelIn({5, "mac", "lid closed"}), std::nullopt);
+  EXPECT_EQ(batteryLevelIn({5, "log", "battery 77 %"}), std::nullopt);
 }
 
 TEST(TimelineTest, AChargeThatJumpsStaysUntilItDoes) {

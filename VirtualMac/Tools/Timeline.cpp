@@ -134,7 +134,7 @@ Timeline TimelineBuilder::finish(double time) const {
 
 void TimelineBuilder::addHardware(const Journal::Entry& entry) {
   const std::string& text = entry.text;
-  if (const std::optional<int> percent = numberAfter(text, "battery ")) {
+  if (const std::optional<int> percent = batteryLevelIn(entry)) {
     // A level that moves by itself is told as it crosses the middle between two whole percents; one
     // that jumps is set by hand.
     const double moved = *percent - now.percent;
@@ -258,6 +258,10 @@ void TimelineBuilder::keep(double time) {
   } else {
     made.samples.push_back({time, now, measured});
   }
+}
+
+std::optional<int> batteryLevelIn(const Journal::Entry& entry) {
+  return entry.kind == "mac" ? numberAfter(entry.text, "battery ") : std::nullopt;
 }
 
 std::optional<Journal::Entry> journalEntryFrom(std::string_view line) {

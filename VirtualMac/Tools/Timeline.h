@@ -91,6 +91,9 @@ class TimelineBuilder {
   TimelineState now;
 };
 
+/// The whole percent that an entry tells; none: it tells of something else.
+std::optional<int> batteryLevelIn(const Journal::Entry& entry);
+
 /// A line of a journal's text, without its newline; none: not such a line.
 std::optional<Journal::Entry> journalEntryFrom(std::string_view line);
 

@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "VirtualMac/Tools/CommandLine.h"
 #include "VirtualMac/Tools/RootDirectory.h"
@@ -18,8 +19,16 @@ struct Choices {
   std::string file;
   std::string title = "A virtual Mac";
   double from = 0;
-  double percent = 50;
+  std::optional<double> percent;
 };
+
+/// Half full when no level is told.
+double firstLevel(const std::vector<Journal::Entry>& entries) {
+  for (const Journal::Entry& entry : entries) {
+    if (const std::optional<int> percent = batteryLevelIn(entry)) return *percent;
+  }
+  return 50;
+}
 
 int draw(const std::string& root, bool asJSON, const Choices& choices) {
   const auto failed = [asJSON](const std::string& text) {
@@ -28,21 +37,25 @@ int draw(const std::string& root, bool asJSON, const Choices& choices) {
   const std::string journal = RootDirectory::at(root).journal();
   std::ifstream lines(journal);
   if (!lines) return failed(journal + " cannot be read");
+  std::vector<Journal::Entry> entries;
+  for (std::string line; std::getline(lines, line);) {
+    if (std::optional<Journal::Entry> entry = journalEntryFrom(line)) {
+      entries.push_back(*std::move(entry));
+    }
+  }
   // What was before the picture's first moment is where it starts from.
   TimelineState start;
-  start.percent = choices.percent;
+  start.percent = choices.percent.value_or(firstLevel(entries));
   start.adapterConnected = true;
   TimelineBuilder before("", 0, start);
   std::optional<TimelineBuilder> shown;
   double end = choices.from;
-  for (std::string line; std::getline(lines, line);) {
-    const std::optional<Journal::Entry> entry = journalEntryFrom(line);
-    if (!entry) continue;
-    if (!shown && entry->time >= choices.from) {
+  for (const Journal::Entry& entry : entries) {
+    if (!shown && entry.time >= choices.from) {
       shown.emplace(choices.title, choices.from, before.finish(0).samples.back().state);
     }
-    (shown ? *shown : before).add(*entry);
-    end = entry->time;
+    (shown ? *shown : before).add(entry);
+    end = entry.time;
   }
   if (!shown) return failed(journal + " tells nothing from then on");
   std::ofstream picture(choices.file, std::ios::binary);
@@ -62,8 +75,7 @@ void addTimeline(CLI::App& program, std::function<int()>& chosen) {
       ->check(numberBetween(0, longestWaitSeconds));
   command
       ->add_option("--percent", choices->percent,
-                   "Charge at the start: the journal tells changes only")
-      ->capture_default_str()
+                   "Charge at the start; default: the first level that is told")
       ->check(numberBetween(0, 100));
   command->callback([choices, &program, &chosen] {
     const std::string root = program.get_option("--root")->as<std::string>();
