@@ -8,7 +8,6 @@ namespace sweeps {
 namespace {
 
 using korvel::HelperCapabilities;
-using korvel::HelperState;
 
 /// Every call is over, and only those of a connection that ended are without an answer.
 void checkReplies(Stage& stage, Findings& findings, bool mayFail) {

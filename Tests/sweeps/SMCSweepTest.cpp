@@ -28,10 +28,14 @@ void discharging(Stage& stage) { beginDischarge(stage, 80); }
 
 std::vector<Operation> operations() {
   std::vector<Operation> all;
-  for (const auto& [suffix, profile] :
-       {std::pair{"NewerKeys", newerKeysProfile}, std::pair{"OlderPair", olderPairProfile}}) {
-    const auto add = [&](std::string name, auto prepare, auto start) {
-      all.push_back({std::move(name) + suffix, profile, prepare, start});
+  struct Family {
+    std::string suffix;
+    std::string_view profile;
+  };
+  for (const Family& family :
+       {Family{"NewerKeys", newerKeysProfile}, Family{"OlderPair", olderPairProfile}}) {
+    const auto add = [&](const std::string& name, auto prepare, auto start) {
+      all.push_back({name + family.suffix, family.profile, prepare, start});
     };
     add(
         "pause", [](Stage& stage) { stage.join(); },

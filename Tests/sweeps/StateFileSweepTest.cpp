@@ -1,7 +1,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstring>
+#include <system_error>
 
 #include "HelperPersistence.h"
 #include "Tests/sweeps/StoryTest.h"
@@ -13,7 +13,6 @@ namespace {
 
 using korvel::HelperPersistence;
 using korvel::HelperState;
-using virtualmac::FaultTable;
 using virtualmac::InjectedFault;
 using virtualmac::SeamCall;
 
@@ -127,12 +126,12 @@ TEST_P(StateFile, KeepsTheOldOrTheNewRecordWhateverStepFails) {
   const Command& command = GetParam();
   for (const Step& step : steps()) {
     for (const int error : step.errors) {
-      SCOPED_TRACE(step.name + " fails with " + std::strerror(error));
+      const std::string reason = std::system_category().message(error);
+      SCOPED_TRACE(step.name + " fails with " + reason);
       Stage stage(commandStory());
       prepare(stage, command);
       const auto before = recordOnDisk(stage.mac());
-      stage.world.faults().failNth(step.call, step.occurrence,
-                                   InjectedFault{error, std::strerror(error)});
+      stage.world.faults().failNth(step.call, step.occurrence, InjectedFault{error, reason});
       const std::uint64_t struck = stage.world.faults().injected();
       ASSERT_TRUE(command.perform(stage)) << "a failed write must not reach the reply";
       ASSERT_EQ(stage.world.faults().injected(), struck + 1);

@@ -67,7 +67,7 @@ class StepOrder : public testing::Test {
     stage.world.startHelper();
     stage.run(0.1);
   }
-  ~StepOrder() override { EXPECT_EQ(stage.unmetExpectations(), std::vector<std::string>{}); }
+  void TearDown() override { EXPECT_EQ(stage.unmetExpectations(), std::vector<std::string>{}); }
 
   const Story story = at(justAbove(81));
   Stage stage{story};

@@ -155,10 +155,9 @@ TEST(DateTest, EveryMonthOfTwentyFiveCenturiesIsWhereTheCalendarPutsIt) {
 }
 
 TEST(DateTest, GregorianDaysAgreeWithTheLibrarysCalendar) {
-  using namespace std::chrono;
-  const sys_days reference = sys_days{2001y / January / 1};
-  for (sys_days day = sys_days{1582y / October / 15}; day < sys_days{9999y / December / 31};
-       day += days{97}) {
+  using std::chrono::days, std::chrono::sys_days, std::chrono::year, std::chrono::year_month_day;
+  const sys_days reference = year{2001} / 1 / 1;
+  for (sys_days day = year{1582} / 10 / 15; day < sys_days{year{9999} / 12 / 31}; day += days{97}) {
     const year_month_day civil(day);
     std::array<char, 32> text{};
     std::snprintf(text.data(), text.size(), "%04d-%02u-%02uT00:00:00Z", int{civil.year()},

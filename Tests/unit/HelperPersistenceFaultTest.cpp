@@ -16,7 +16,6 @@ namespace korvel {
 namespace {
 
 using test::fullState;
-using testing::HasSubstr;
 using testing::StartsWith;
 using Error = HelperPersistence::PersistenceError;
 

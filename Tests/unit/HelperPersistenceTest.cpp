@@ -15,7 +15,6 @@ namespace korvel {
 namespace {
 
 using test::fullState;
-using testing::Each;
 using testing::ElementsAre;
 using testing::EndsWith;
 using testing::IsEmpty;

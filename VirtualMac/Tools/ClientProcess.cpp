@@ -7,9 +7,9 @@
 #include <asio/read_until.hpp>
 #include <cerrno>
 #include <csignal>
-#include <cstring>
 #include <istream>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -23,7 +23,7 @@ ClientProcess::ClientProcess(asio::io_context& context, const std::string& progr
   std::array<int, 2> toClient{};
   std::array<int, 2> fromClient{};
   if (!hostsystem::pipe(toClient) || !hostsystem::pipe(fromClient)) {
-    throw std::runtime_error(std::string("no pipe: ") + std::strerror(errno));
+    throw std::runtime_error(std::string("no pipe: ") + std::system_category().message(errno));
   }
   posix_spawn_file_actions_t files;
   ::posix_spawn_file_actions_init(&files);
@@ -42,7 +42,8 @@ ClientProcess::ClientProcess(asio::io_context& context, const std::string& progr
   said->output.assign(fromClient[0]);
   if (error != 0) {
     ::close(input);
-    throw std::runtime_error(program + " cannot be started: " + std::strerror(error));
+    throw std::runtime_error(program +
+                             " cannot be started: " + std::system_category().message(error));
   }
   // The first line says that it is connected; it answers to nothing that was sent.
   said->waiting.emplace_back([saying = said.get()](const std::string& line) {

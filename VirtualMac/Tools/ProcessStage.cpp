@@ -6,13 +6,13 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <stdexcept>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 #include "HelperPersistence.h"
@@ -93,7 +93,7 @@ std::string reasonIn(const std::string& line) {
 ProcessStage::TemporaryDirectory::TemporaryDirectory() {
   std::string name = (std::filesystem::temp_directory_path() / "virtual-mac-XXXXXX").string();
   if (::mkdtemp(name.data()) == nullptr) {
-    throw std::runtime_error("no temporary directory: " + std::string(std::strerror(errno)));
+    throw std::runtime_error("no temporary directory: " + std::system_category().message(errno));
   }
   path = name;
 }
