@@ -58,11 +58,13 @@ def two_ways_at_once_are_refused(programs):
 def both_stages_say_the_same_of_what_cannot_be_done(programs):
     said = {"connect, helper start": "a helper is already running", "kill": "no helper is running",
             "connect, kill, signal TERM": "no helper is running", "update 2.1.0": "no helper is running",
-            "connect as martian": "martian"}
+            "connect as martian": "martian", "battery 50": "this Mac has no battery",
+            "lid close": "this Mac has no lid", "adapter off, adapter renegotiate": "no adapter is connected"}
     with tempfile.TemporaryDirectory() as folder:
         for number, (actions, text) in enumerate(said.items()):
             story = pathlib.Path(folder, f"{number}.yaml")
-            story.write_text("name: A\ndescription: B\nprofile: newer-keys\n"
+            profile = "desktop" if "this Mac has no" in text else "newer-keys"
+            story.write_text(f"name: A\ndescription: B\nprofile: {profile}\n"
                              f"steps: [{{at: 00:00:05, do: [{actions}]}}]\n", encoding="utf-8")
             for way in ("--in-process", "--processes"):
                 done = run(programs, story, way)

@@ -173,15 +173,27 @@ void Action::perform(Stage& stage, std::function<void(Answer)> answered) const {
   }
 }
 
+namespace {
+
+void require(bool possible, const char* otherwise) {
+  if (!possible) throw std::runtime_error(otherwise);
+}
+
+}  // namespace
+
 void Action::performOnMachine(Stage& stage) const {
   Machine& machine = stage.machine();
   switch (form) {
     case Form::Adapter:
       if (choice == 0) machine.adapter.connect();
       if (choice == 1) machine.adapter.disconnect();
-      if (choice == 2) machine.adapter.renegotiate();
+      if (choice == 2) {
+        require(machine.adapter.isConnected(), "no adapter is connected");
+        machine.adapter.renegotiate();
+      }
       break;
     case Form::Lid:
+      require(machine.lid.exists(), "this Mac has no lid");
       choice == 0 ? machine.lid.open() : machine.lid.close();
       break;
     case Form::Display:
@@ -191,9 +203,11 @@ void Action::performOnMachine(Stage& stage) const {
       machine.power.userActivity();
       break;
     case Form::Battery:
+      require(machine.battery.isPresent(), "this Mac has no battery");
       machine.battery.setPercent(number);
       break;
     case Form::Temperature:
+      require(machine.battery.isPresent(), "this Mac has no battery");
       machine.battery.overrideTemperatureCelsius(choice == 1 ? std::nullopt
                                                              : std::optional(number));
       break;
