@@ -59,7 +59,7 @@ def both_stages_say_the_same_of_what_cannot_be_done(programs):
     said = {"connect, helper start": "a helper is already running", "kill": "no helper is running",
             "connect, kill, signal TERM": "no helper is running", "update 2.1.0": "no helper is running",
             "connect as martian": "martian", "battery 50": "this Mac has no battery",
-            "lid close": "this Mac has no lid", "adapter off, adapter renegotiate": "no adapter is connected"}
+            "lid close": "this Mac has no lid", "adapter out, adapter renegotiates": "no adapter is connected"}
     with tempfile.TemporaryDirectory() as folder:
         for number, (actions, text) in enumerate(said.items()):
             story = pathlib.Path(folder, f"{number}.yaml")

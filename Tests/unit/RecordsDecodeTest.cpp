@@ -35,7 +35,7 @@ Members completeFile() {
 std::string objectOf(const Members& members) {
   std::string text = "{";
   for (const auto& [key, value] : members) {
-    text += (text.size() > 1 ? ",\"" : "\"") + key + "\":" + value;
+    text.append(text.size() > 1 ? ",\"" : "\"").append(key).append("\":").append(value);
   }
   return text + "}";
 }

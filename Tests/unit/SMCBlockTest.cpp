@@ -125,8 +125,10 @@ TEST(FourCharCodeDeathTest, AnyOtherLengthStopsTheProcess) {
 }
 
 TEST_F(SMCBlockTest, OperationsWithAnImpossibleKeyStopTheProcessDeathTest) {
-  EXPECT_DEATH(writer.readKey("LONGER"), "an SMC key name has exactly four bytes");
-  EXPECT_DEATH(writer.writeKey("", ByteList{1}), "an SMC key name has exactly four bytes");
+  EXPECT_DEATH(static_cast<void>(writer.readKey("LONGER")),
+               "an SMC key name has exactly four bytes");
+  EXPECT_DEATH(static_cast<void>(writer.writeKey("", ByteList{1})),
+               "an SMC key name has exactly four bytes");
 }
 
 TEST(BytesToTupleTest, ThirtyTwoBytesAreTaken) {
