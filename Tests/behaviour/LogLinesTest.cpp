@@ -223,7 +223,6 @@ TEST(LogLinesTest, EveryPublishedLineIsWrittenAndNoOther) {
   EXPECT_GT(messages.size(), 55U);
   std::vector<std::size_t> written(messages.size(), 0);
   std::vector<std::regex> patterns;
-  patterns.reserve(messages.size());
   for (const Message& message : messages) patterns.push_back(patternOf(message.format));
   for (const LogLine& line : lines) {
     bool known = false;

@@ -82,7 +82,6 @@ TEST(WireTest, EightRepliesAreTypedAndKeepAwakeIsNot) {
   XPCInterface interface = makeHelperInterface();
   applyTypedReplyClasses(interface);
   std::vector<std::string> settings;
-  settings.reserve(interface.replyClasses.size());
   for (const ReplyClassSetting& each : interface.replyClasses) {
     settings.push_back(std::string(each.selector) + " " + std::to_string(each.argumentIndex) + " " +
                        std::to_string(each.classes.size()));

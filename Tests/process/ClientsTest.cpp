@@ -51,7 +51,6 @@ TEST(ClientsTest, SixtyFourClientsAtOnceAreAllServedAndAllCounted) {
   constexpr int rounds = 10;
   const Mac mac;
   std::vector<std::unique_ptr<RawClient>> clients;
-  clients.reserve(count);
   for (int index = 0; index < count; ++index) clients.push_back(std::make_unique<RawClient>(mac));
   for (std::uint32_t round = 1; round <= rounds; ++round) {
     // All ask before any is answered.

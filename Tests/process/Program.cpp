@@ -32,7 +32,6 @@ pid_t spawn(const std::string& program, const std::vector<std::string>& argument
   std::vector<std::string> words{path};
   words.insert(words.end(), arguments.begin(), arguments.end());
   std::vector<char*> pointers;
-  pointers.reserve(words.size() + 1);
   for (std::string& word : words) pointers.push_back(word.data());
   pointers.push_back(nullptr);
   pid_t pid = 0;

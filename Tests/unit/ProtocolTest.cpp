@@ -59,7 +59,6 @@ TEST(ProtocolTest, ReplyClassesAreSetInTheirFixedOrder) {
                                          ReplyClass::Dictionary};
   using Row = std::tuple<std::string, unsigned, std::vector<ReplyClass>>;
   std::vector<Row> rows;
-  rows.reserve(interface.replyClasses.size());
   for (const ReplyClassSetting& setting : interface.replyClasses) {
     rows.emplace_back(std::string(setting.selector), setting.argumentIndex, setting.classes);
   }

@@ -113,8 +113,9 @@ TEST(PropertyValueTest, SubscriptFindsOnlyWhatADictionaryHolds) {
 
 TEST(PropertyValueTest, CopiesShareTheirContent) {
   const PropertyValue original = PropertyValue::Dictionary{{"key", "value"}};
-  const PropertyValue copy = original;
-  EXPECT_EQ(copy.dictionary(), original.dictionary());
+  const std::vector<PropertyValue> copies(2, original);
+  EXPECT_EQ(copies[0].dictionary(), original.dictionary());
+  EXPECT_EQ(copies[1].dictionary(), original.dictionary());
 }
 
 TEST(ErrorObjectTest, DescriptionIsTheLocalizedOne) {

@@ -21,7 +21,7 @@ class MachineChannelTest : public testing::Test {
     EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()), 0);
     channel.emplace(ends[0]);
   }
-  ~MachineChannelTest() override {
+  void TearDown() override {
     channel.reset();
     ::close(ends[1]);
   }

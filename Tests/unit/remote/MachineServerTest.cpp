@@ -26,7 +26,7 @@ class MachineServerTest : public testing::Test {
     server.emplace(context, options);
     EXPECT_EQ(server->start(), std::nullopt);
   }
-  ~MachineServerTest() override {
+  void TearDown() override {
     server.reset();
     std::filesystem::remove_all(options.root.path);
   }
