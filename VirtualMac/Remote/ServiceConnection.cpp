@@ -117,7 +117,7 @@ void ServiceConnection::refuse() {
   host.journal("app", "client " + std::to_string(pid) + " refused");
   over = true;
   std::error_code ignored;
-  socket.close(ignored);
+  static_cast<void>(socket.close(ignored));
 }
 
 void ServiceConnection::readHeader() {
@@ -241,7 +241,7 @@ void ServiceConnection::end(const std::string& reason) {
   host.journal("app", "client " + std::to_string(pid) +
                           (reason.empty() ? " disconnected" : " cut off: " + reason));
   std::error_code ignored;
-  socket.close(ignored);
+  static_cast<void>(socket.close(ignored));
   exportedObject.reset();
   interruptionHandler = nullptr;
   if (const auto handler = std::exchange(invalidationHandler, nullptr)) handler();

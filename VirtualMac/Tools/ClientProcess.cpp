@@ -58,7 +58,7 @@ ClientProcess::~ClientProcess() {
   ::close(input);
   said->waiting.clear();
   std::error_code ignored;
-  said->output.close(ignored);
+  static_cast<void>(said->output.close(ignored));
 }
 
 void ClientProcess::send(const std::string& line, Answered answered) {

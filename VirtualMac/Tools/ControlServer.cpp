@@ -110,7 +110,7 @@ class Session final : public std::enable_shared_from_this<Session> {
   void tell(const Journal::Entry& entry) {
     if (outgoing.size() > mostWaitingLines) {
       std::error_code ignored;
-      socket.close(ignored);
+      static_cast<void>(socket.close(ignored));
       return;
     }
     send(json{{"line", journalLine(entry)}, {"kind", entry.kind}});

@@ -26,7 +26,7 @@ void HelperLink::start(std::function<void(const std::string&)> problem) {
 void HelperLink::close() {
   closed = true;
   std::error_code ignored;
-  socket.close(ignored);
+  static_cast<void>(socket.close(ignored));
 }
 
 void HelperLink::readMore() {
