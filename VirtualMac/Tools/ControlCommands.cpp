@@ -29,7 +29,8 @@ ControlReply usage(std::string text) { return {Outcome::Usage, std::move(text), 
 std::optional<double> numberIn(const std::string& word, double low, double high) {
   char* end = nullptr;
   const double value = std::strtod(word.c_str(), &end);
-  if (word.empty() || *end != '\0' || !(value >= low && value <= high)) return std::nullopt;
+  const bool within = value >= low && value <= high;
+  if (word.empty() || *end != '\0' || !within) return std::nullopt;
   return value;
 }
 

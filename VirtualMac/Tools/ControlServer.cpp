@@ -13,6 +13,7 @@
 #include <deque>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <system_error>
 #include <utility>
 
 #include "VirtualMac/Remote/HostSystem.h"
@@ -215,13 +216,15 @@ ControlServer::~ControlServer() {
 
 std::optional<std::string> ControlServer::listen() {
   const std::string path = parts->shared->server.options().root.control();
-  std::error_code error;
   if (path.size() >= sizeof(sockaddr_un::sun_path)) return "the path " + path + " is too long";
   ::unlink(path.c_str());
-  parts->acceptor.open(Protocol(), error);
-  if (!error) parts->acceptor.bind(Protocol::endpoint(path), error);
-  if (!error) parts->acceptor.listen(asio::socket_base::max_listen_connections, error);
-  if (error) return path + ": " + error.message();
+  try {
+    parts->acceptor.open();
+    parts->acceptor.bind(Protocol::endpoint(path));
+    parts->acceptor.listen();
+  } catch (const std::system_error& error) {
+    return path + ": " + error.code().message();
+  }
   parts->accept();
   return std::nullopt;
 }

@@ -44,6 +44,7 @@ class RootLock {
 void detach(const RootDirectory& root) {
   ::setsid();
   const int nothing = ::open("/dev/null", O_RDWR);
+  if (nothing < 0) return;
   const int errors =
       ::open(root.machineErrors().c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
   ::dup2(nothing, STDIN_FILENO);
