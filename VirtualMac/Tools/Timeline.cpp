@@ -6,6 +6,7 @@
 #include <array>
 #include <charconv>
 #include <cmath>
+#include <cstdint>
 #include <utility>
 
 namespace virtualmac {
@@ -26,22 +27,22 @@ std::optional<int> numberAfter(std::string_view text, std::string_view before) {
   return number;
 }
 
+std::optional<std::int64_t> wholeNumber(std::string_view digits) {
+  std::int64_t number = 0;
+  const auto [end, failure] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
+  if (failure != std::errc() || end != digits.data() + digits.size()) return std::nullopt;
+  return number;
+}
+
 /// A journal line's time: seconds with three decimals.
 std::optional<double> secondsFrom(std::string_view text) {
   const std::size_t point = text.find('.');
   if (point == std::string_view::npos || text.size() - point != 4) return std::nullopt;
-  long long whole = 0;
-  int thousandths = 0;
-  const char* const middle = text.data() + point;
-  const char* const end = text.data() + text.size();
-  const auto first = std::from_chars(text.data(), middle, whole);
-  const auto second = std::from_chars(middle + 1, end, thousandths);
-  if (first.ec != std::errc() || first.ptr != middle || second.ec != std::errc() ||
-      second.ptr != end) {
-    return std::nullopt;
-  }
+  const std::optional<std::int64_t> whole = wholeNumber(text.substr(0, point));
+  const std::optional<std::int64_t> thousandths = wholeNumber(text.substr(point + 1));
+  if (!whole || !thousandths) return std::nullopt;
   // One rounding, so that it prints with the same three decimals again.
-  return static_cast<double>(whole * 1000 + thousandths) / 1000.0;
+  return static_cast<double>(*whole * 1000 + *thousandths) / 1000.0;
 }
 
 /// Whether the battery goes on as before from one state to the other.

@@ -103,7 +103,7 @@ class Drawing {
 
   /// Calls `each(from, to, state)` for every stretch of time in which `key(state)` stays the same.
   template <class Key, class Each>
-  void stretches(Key key, Each each) const {
+  void stretches(const Key& key, const Each& each) const {
     const std::vector<Sample>& samples = timeline.samples;
     for (std::size_t first = 0; first < samples.size();) {
       std::size_t next = first + 1;
@@ -120,20 +120,20 @@ class Drawing {
       std::string_view words;
       std::string_view sample;
     };
-    static constexpr std::array<Entry, 5> legend{{
-        {"charge", R"(<path d="M0 -4 h22" stroke="#2563eb" stroke-width="2.5"/>)"},
-        {"limit",
-         R"(<path d="M0 -4 h22" stroke="#c2410c" stroke-width="1.5" stroke-dasharray="5 3"/>)"},
+    static constexpr std::array<Entry, 5> fromTheRight{{
+        {"request", R"(<rect y="-10" width="22" height="12" rx="3" fill="#1f2937"/>)"},
+        {"asleep", R"(<rect y="-9" width="22" height="10" fill="#c7d2fe" opacity="0.6"/>)"},
         {"band: no decision",
          R"(<rect y="-9" width="22" height="10" fill="#fdba74" opacity="0.35"/>)"},
-        {"asleep", R"(<rect y="-9" width="22" height="10" fill="#c7d2fe" opacity="0.6"/>)"},
-        {"request", R"(<rect y="-10" width="22" height="12" rx="3" fill="#1f2937"/>)"},
+        {"limit",
+         R"(<path d="M0 -4 h22" stroke="#c2410c" stroke-width="1.5" stroke-dasharray="5 3"/>)"},
+        {"charge", R"(<path d="M0 -4 h22" stroke="#2563eb" stroke-width="2.5"/>)"},
     }};
     double left = plotRight;
-    for (auto entry = legend.rbegin(); entry != legend.rend(); ++entry) {
-      left -= textWidth(entry->words, 12) + 44;
-      add("<g transform=\"translate({:.1f} 33)\">{}</g>", left, entry->sample);
-      text(left + 28, 34, 12, faint, entry->words);
+    for (const Entry& entry : fromTheRight) {
+      left -= textWidth(entry.words, 12) + 44;
+      add("<g transform=\"translate({:.1f} 33)\">{}</g>", left, entry.sample);
+      text(left + 28, 34, 12, faint, entry.words);
     }
   }
 
