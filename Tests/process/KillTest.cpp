@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <csignal>
+#include <cstdint>
 #include <random>
 #include <thread>
 
@@ -134,13 +135,11 @@ TEST(KillTest, AStoppedHelperGoesOnWhereItWas) {
   RawClient client(mac);
   ASSERT_TRUE(succeeded(client.setChargeLimit(60)));
   const auto pid = mac.helper();
-  mac.tell({"kill", "STOP"});
-  client.send(callBody(99, "pingWithReply:").frame());
-  EXPECT_FALSE(client.receive(1));
+  const std::uint32_t waiting = stopHelper(mac, client);
   mac.tell({"kill", "CONT"});
   const auto late = client.receive();
   ASSERT_TRUE(late);
-  EXPECT_EQ(late->ticket, 99U);
+  EXPECT_EQ(late->ticket, waiting);
   EXPECT_EQ(mac.helper(), pid);
 }
 

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <memory>
 
 #include "Tests/process/Mac.h"
@@ -55,14 +56,16 @@ TEST(SleepTest, AStoppedHelperCannotKeepTheMachineAwake) {
   RawClient client(mac);
   ASSERT_TRUE(succeeded(client.setChargeLimit(80)));
   auto journal = mac.follow();
-  mac.tell({"kill", "STOP"});
+  const std::uint32_t waiting = stopHelper(mac, client);
   mac.tell({"sleep"});
   ASSERT_TRUE(journal.waitFor("not acknowledged by pid"));
   ASSERT_TRUE(journal.waitFor("asleep"));
   mac.tell({"kill", "CONT"});
   mac.tell({"wake"});
   EXPECT_TRUE(journal.waitFor("kIOMessageSystemHasPoweredOn"));
-  EXPECT_TRUE(client.call("pingWithReply:"));
+  const auto late = client.receive();
+  ASSERT_TRUE(late);
+  EXPECT_EQ(late->ticket, waiting);
 }
 
 TEST(RebootTest, EndsTheHelperInOrderAndKeepsTheSavedLimit) {

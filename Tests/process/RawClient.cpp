@@ -217,6 +217,18 @@ std::optional<json> RawClient::getState() {
   return json::parse(reply->values.front().get<std::string>());
 }
 
+std::uint32_t stopHelper(const Mac& mac, RawClient& client) {
+  constexpr std::uint32_t first = 1'000;
+  constexpr std::uint32_t last = first + 20;
+  mac.tell({"kill", "STOP"});
+  // The signal is on its way for a moment, and calls are still answered in it.
+  for (std::uint32_t ticket = first; ticket < last; ++ticket) {
+    client.send(callBody(ticket, "pingWithReply:").frame());
+    if (!client.receive(1)) return ticket;
+  }
+  throw std::runtime_error("the helper does not stop");
+}
+
 bool succeeded(const std::optional<RawReply>& reply) {
   return reply && reply->values == std::vector<json>{true, nullptr};
 }

@@ -76,6 +76,10 @@ class RawClient {
   std::string input;
 };
 
+/// Stops the helper's process (SIGSTOP). Returns the ticket of a call of the client's that waits
+/// for the helper to go on.
+std::uint32_t stopHelper(const Mac& mac, RawClient& client);
+
 /// True when the reply says (true, no error).
 bool succeeded(const std::optional<RawReply>& reply);
 
