@@ -117,7 +117,7 @@ TEST(XPCMessagesTest, ALaterSettingOfAnArgumentReplacesAnEarlierOne) {
   const std::vector<XPCValue> bytes{PropertyValue(PropertyValue::Data{1})};
   korvel::XPCInterface interface;
   const auto set = [&interface](korvel::ReplyClass allowed) {
-    interface.replyClasses.push_back({std::string(selector::getState), 0, {allowed}});
+    interface.replyClasses.push_back({selector::getState, 0, {allowed}});
   };
   const auto allowed = [&] {
     return checkReply(*xpcOperation(selector::getState), bytes, interface).has_value();
