@@ -84,6 +84,7 @@ TEST(CommandLineTest, DownReturnsWhenTheNextMachineCanStart) {
     ASSERT_EQ(mac.command({"down"}).status, 0);
     expectSays(mac.command({"up"}), 0, {"is up at"});
   }
+  EXPECT_EQ(mac.command({"down"}).status, 0) << "the last one would be left behind";
 }
 
 TEST(CommandLineTest, StatusShowsTheMachineAtOneGlance) {
