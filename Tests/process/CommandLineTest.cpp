@@ -98,6 +98,7 @@ TEST(CommandLineTest, StatusShowsTheMachineAtOneGlance) {
               "SleepDisabled  0", "helper         not running"});
   const auto status = mac.status();
   EXPECT_NEAR(status.at("batteryPercent").get<double>(), 61, 0.5);
+  EXPECT_EQ(mac.journalCount("battery 61 %"), 1U) << "what a person sets is journalled too";
   EXPECT_EQ(status.at("adapterConnected"), false);
   EXPECT_EQ(status.at("lidClosed"), true);
 }
@@ -114,6 +115,8 @@ TEST(CommandLineTest, AWrongValueIsAnsweredWithTheAllowedOnes) {
   expectSays(mac.command({"kill", "KILL", "TERM"}), 2, {"one signal, not also \"TERM\""});
   expectSays(mac.command({"speed", "x"}), 2, {"speed \"x\" is not allowed", "0.01 to 10000"});
   expectSays(mac.command({"kill"}), 1, {"not running"});
+  expectSays(mac.app({"watch", "--for", "-1"}), 2,
+             {"korvel-app: --for: \"-1\" is not a number from 0 to 1000000"});
   expectSays(mac.command({"fault", "smc-latancy", "1", "on"}), 2, {"smc-latency"});
   expectSays(mac.command({"fault", "smc-latency", "soon", "on"}), 2, {"\"soon\""});
   expectSays(mac.command({"fault", "smc-latency"}), 2, {"on or off"});
