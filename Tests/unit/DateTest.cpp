@@ -88,6 +88,14 @@ TEST(DateTest, OffsetsCountTowardsUTC) {
   EXPECT_EQ(dateFromISO8601("2000-12-31T12:30:00-1130"), Date{0});
 }
 
+TEST(DateTest, WidestOffsetsAreAMinuteShortOfADay) {
+  EXPECT_EQ(dateFromISO8601("2001-01-01T23:59:00+23:59"), Date{0});
+  EXPECT_EQ(dateFromISO8601("2001-01-01T23:59:00+2359"), Date{0});
+  EXPECT_EQ(dateFromISO8601("2000-12-31T00:01:00-23:59"), Date{0});
+  EXPECT_EQ(dateFromISO8601("2001-01-01T00:00:00-24:00"), std::nullopt);
+  EXPECT_EQ(dateFromISO8601("2001-01-01T00:00:00-23:60"), std::nullopt);
+}
+
 TEST(DateTest, OtherFormsAreNoDates) {
   for (const char* text : {"",
                            "2001",
