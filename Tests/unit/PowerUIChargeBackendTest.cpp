@@ -122,6 +122,18 @@ TEST_F(PowerUIChargeBackendTest, OfferedLimitsAreSortedAndOutliersDropped) {
                                      "ready — limits=[80, 90, 100]"));
 }
 
+TEST_F(PowerUIChargeBackendTest, AnOfferedLimitOfExactlyOneIsKept) {
+  framework.offered = PropertyValue::Array{100, 1, 0};
+  auto backend = made();
+  ASSERT_NE(backend, nullptr);
+  EXPECT_THAT(backend->offeredLimits(), ElementsAre(1, 100));
+  EXPECT_EQ(backend->snapped(0), 1);
+  framework.offered = PropertyValue::Array{100.0, 1.0, 0.99};
+  backend = made();
+  ASSERT_NE(backend, nullptr);
+  EXPECT_THAT(backend->offeredLimits(), ElementsAre(1, 100)) << "as reals";
+}
+
 TEST_F(PowerUIChargeBackendTest, AnOfferWithoutAHundredGivesNoBackend) {
   using Offer = PropertyValue::Array;
   for (const Offer& offer : {Offer{80, 90}, Offer{80, 90, 101}, Offer{80, 99}}) {
