@@ -138,6 +138,28 @@ TEST(TopOffTest, CancelRestoresAtOnceAndTheOldLoopBailsAtItsNextTick) {
                                         "default charge enforcement pause:ok", superseded));
 }
 
+TEST(TopOffTest, SupersededLoopWhoseBatteryIsFullRestoresNothing) {
+  using Command = AppCallRef (*)(AppClient&);
+  const std::vector<std::pair<std::string, Command>> commands = {
+      {"clearChargeLimit", [](AppClient& app) { return app.clearChargeLimit(); }},
+      {"resetAllSMCKeys", [](AppClient& app) { return app.resetAllSMCKeys(); }},
+  };
+  for (const auto& [name, command] : commands) {
+    Bench bench;
+    bench.bootWithLimit(80);
+    bench.call(bench.app->releaseLimitUntilFullThenRestore());
+    ASSERT_EQ(outcome(bench.call(command(*bench.app))), "ok") << name;
+    bench.charge(100);
+    bench.mark();
+    bench.run(5);
+    EXPECT_THAT(bench.logs(), ElementsAre(superseded)) << name;
+    const auto before = bench.world.callCounts();
+    bench.run(60);
+    EXPECT_THAT(bench.since("smc disk"), IsEmpty()) << name;
+    EXPECT_EQ((bench.world.callCounts() - before).text(), "") << name << ": a loop runs";
+  }
+}
+
 TEST(TopOffTest, OfTwoRequestsOnlyTheSecondLoopSurvives) {
   Bench bench;
   bench.bootWithLimit(80);
