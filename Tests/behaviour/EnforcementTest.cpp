@@ -291,6 +291,24 @@ TEST(EnforcementTest, TargetOutOfRangeStopsTheLoop) {
   }
 }
 
+TEST(EnforcementTest, TargetOutOfRangeWritesNothing) {
+  // Cancelling a top-off also starts a loop on whatever the record says, and no discharge runs.
+  for (const int target : {-5, 10, 19, 101}) {
+    Bench bench;
+    bench.saveState(savedLimit(target));
+    bench.charge(120);  // Every one of them would pause.
+    bench.boot();
+    bench.call(bench.app->releaseLimitUntilFullThenRestore());
+    bench.mark();
+    bench.call(bench.app->cancelTopUp());
+    EXPECT_THAT(bench.logs(), ElementsAre(audit(bench, "cancelTopUp"),
+                                          "fault pollOnce: target " + std::to_string(target) +
+                                              " out of range — stopping loop"));
+    EXPECT_THAT(bench.since("smc"), IsEmpty()) << target;
+    EXPECT_EQ(bench.key("CHTE"), resumed) << target;
+  }
+}
+
 TEST(EnforcementTest, HeatPauseIsNeverSetByAnything) {
   Bench bench;
   bench.mac().lid.connectDisplay();
