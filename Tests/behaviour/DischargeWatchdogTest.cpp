@@ -196,6 +196,44 @@ TEST(DischargeWatchdogTest, ThreePointsAboveTheMinimumMeanThatTheInhibitIsLost) 
   expectStopped(bench, DischargeStopReason::chargeInhibitLost);
 }
 
+// The charge is also at the target then, which would be the next reason.
+TEST(DischargeWatchdogTest, ReboundIsTheOnlyReasonSaid) {
+  Bench bench;
+  bench.bootDischarging();
+  bench.charge(52);
+  bench.run(5);
+  bench.charge(55);
+  bench.call(bench.app->setChargeLimit(60));
+  EXPECT_THAT(bench.logs(),
+              ElementsAre(audit(bench, "setChargeLimit(60)"),
+                          "default auto-stop discharge: capacity rebounded to 55% (≥ min 52% + 3) "
+                          "— inhibit lost, pack is charging",
+                          "default force-discharge auto-stopped: reason=chargeInhibitLost"));
+  expectStopped(bench, DischargeStopReason::chargeInhibitLost);
+}
+
+// The battery is also too warm, and at the floor and the target.
+TEST(DischargeWatchdogTest, HeatSoakIsTheOnlyReasonSaid) {
+  Bench bench;
+  bench.mac().lid.connectDisplay();  // Holds off the lid's sleep once keep-awake ends.
+  bench.bootArmedDischarge();
+  bench.temperature(30);
+  bench.mac().lid.close();
+  bench.run(3600);
+  ASSERT_TRUE(bench.state().forceDischargeActive);
+  bench.temperature(45);
+  bench.charge(30);
+  bench.mark();
+  bench.run(5);
+  EXPECT_THAT(
+      bench.logs(),
+      ElementsAre("default auto-stop discharge: clamshell lid-closed heat-soak duration cap "
+                  "reached",
+                  "default clamshell keep-awake DISARMED",
+                  "default force-discharge auto-stopped: reason=clamshellTimeout"));
+  expectStopped(bench, DischargeStopReason::clamshellTimeout);
+}
+
 TEST(DischargeWatchdogTest, FloorWithTheLidOpenIsTwenty) {
   Bench bench;
   bench.bootDischarging();
