@@ -130,6 +130,21 @@ TEST(ForceDischargeTest, MachineWithoutDischargeKeysIsUnsupported) {
   EXPECT_THAT(bench.since("disk power"), IsEmpty());
 }
 
+TEST(ForceDischargeTest, RefusalForUnsupportedKeysLeavesKeepAwakeArmed) {
+  Bench bench("native-only");
+  bench.bootWithLimit(80);
+  bench.charge(90);
+  bench.call(bench.app->setClamshellKeepAwake(true));
+  bench.mark();
+  EXPECT_EQ(outcome(bench.call(bench.app->forceDischarge(true))),
+            "failed 503 Force-discharge isn't supported on this Mac.");
+  EXPECT_THAT(bench.since("disk power"), IsEmpty());
+  EXPECT_TRUE(bench.mac().power.sleepDisabled());
+  bench.mark();
+  bench.call(bench.app->setClamshellKeepAwake(false));
+  EXPECT_EQ(bench.logs().back(), "default clamshell keep-awake DISARMED") << "it was not armed";
+}
+
 TEST(ForceDischargeTest, MachineWithBothFamiliesWritesOnlyTheNewerKey) {
   Bench bench("both-families");
   bench.bootDischarging();
@@ -228,6 +243,19 @@ TEST(ForceDischargeTest, UserStopAboveTheLimitPausesChargingAtOnceAndLeavesNoBan
   EXPECT_THAT(bench.logs(), ElementsAre(audit(bench, "forceDischarge(0)")))
       << "the outcome of this pause is not reported";
   EXPECT_FALSE(bench.state().lastDischargeAbortReason.has_value());
+}
+
+TEST(ForceDischargeTest, UserStopDisarmsKeepAwake) {
+  Bench bench;
+  bench.bootArmedDischarge();
+  EXPECT_EQ(outcome(bench.call(bench.app->forceDischarge(false))), "ok");
+  EXPECT_THAT(bench.logs(), ElementsAre(audit(bench, "forceDischarge(0)"),
+                                        "default clamshell keep-awake DISARMED"));
+  EXPECT_FALSE(bench.mac().power.sleepDisabled());
+  EXPECT_FALSE(bench.onDisk().sleepDisabledByKorvel);
+  bench.mark();
+  bench.call(bench.app->setClamshellKeepAwake(false));
+  EXPECT_THAT(bench.since("power disk"), IsEmpty()) << "it was still armed";
 }
 
 TEST(ForceDischargeTest, UserStopExactlyAtTheLimitPausesAndBelowItDoesNot) {
