@@ -173,6 +173,19 @@ TEST(ChargeLimitTest, ClearOnTheOlderFamilyReleasesBothDischargeKeysInReverse) {
   EXPECT_THAT(bench.since("smc"), ElementsAre("smc CH0J <- 00", "smc CH0I <- 00"));
 }
 
+TEST(ChargeLimitTest, ClearEndsASavedHeatPause) {
+  Bench bench;
+  HelperState record = savedLimit(50);
+  record.heatPauseActive = true;
+  bench.saveState(record);
+  bench.charge(49);
+  bench.boot();
+  ASSERT_TRUE(bench.onDisk().heatPauseActive);
+  bench.call(bench.app->clearChargeLimit());
+  EXPECT_FALSE(bench.state().heatPauseActive);
+  EXPECT_FALSE(bench.onDisk().heatPauseActive);
+}
+
 TEST(ChargeLimitTest, ClearReportsAFailedResumeButStillUpdatesAndPersists) {
   Bench bench;
   bench.bootDischarging();

@@ -82,6 +82,19 @@ TEST(ResetTest, KeepsBandVerificationAndBanner) {
   EXPECT_EQ(left.helperVersion, "2.0.0");
 }
 
+TEST(ResetTest, EndsASavedHeatPause) {
+  Bench bench;
+  HelperState record = savedLimit(50);
+  record.heatPauseActive = true;
+  bench.saveState(record);
+  bench.charge(49);
+  bench.boot();
+  ASSERT_TRUE(bench.onDisk().heatPauseActive);
+  bench.call(bench.app->resetAllSMCKeys());
+  EXPECT_FALSE(bench.state().heatPauseActive);
+  EXPECT_FALSE(bench.onDisk().heatPauseActive);
+}
+
 TEST(ResetTest, LeavesTheGraceTimerOfTheLastClientToRunOut) {
   Bench bench;
   bench.excuse(replyRule);  // The calls are the test's own.

@@ -65,6 +65,20 @@ TEST(ShutdownTest, KeepsLimitBandVerificationAndBanner) {
   EXPECT_FALSE(left.forceDischargeActive);
 }
 
+TEST(ShutdownTest, EndsASavedHeatPause) {
+  Bench bench;
+  HelperState record = savedLimit(50);
+  record.heatPauseActive = true;
+  bench.saveState(record);
+  bench.charge(49);
+  bench.boot();
+  ASSERT_TRUE(bench.onDisk().heatPauseActive);
+  bench.app->quit();
+  bench.world.runUntilIdle();
+  ASSERT_EQ(bench.world.exitStatus(), 0);
+  EXPECT_FALSE(bench.onDisk().heatPauseActive);
+}
+
 TEST(ShutdownTest, BusyQueueMeansExitAfterHalfASecondWithoutRestoring) {
   Bench bench;
   bench.bootWithLimit(50);
