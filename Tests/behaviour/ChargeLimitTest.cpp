@@ -240,6 +240,21 @@ TEST(ChargeLimitTest, UnverifiedWriteIsReportedOnceAndRemembered) {
   EXPECT_THAT(bench.logs(), IsEmpty());
 }
 
+TEST(ChargeLimitTest, OlderPairIsVerifiedOnlyWhenBothOfItsKeysAre) {
+  for (const std::string refusing : {"CH0B", "CH0C"}) {
+    Bench bench("older-pair");
+    bench.bootWithLimit(50);
+    bench.charge(70);
+    bench.mac().smc.key(refusing)->silentlyRefuses = true;
+    bench.run(5);
+    EXPECT_EQ(bench.logs().back(), "default charge enforcement pause:ok") << refusing;
+    EXPECT_FALSE(bench.onDisk().lastWriteVerified) << refusing;
+    bench.mac().smc.key(refusing)->silentlyRefuses = false;
+    bench.run(5);
+    EXPECT_TRUE(bench.onDisk().lastWriteVerified) << refusing;
+  }
+}
+
 TEST(ChargeLimitTest, VerifiedWriteOverAVerifiedRecordDoesNotTouchTheDisk) {
   Bench bench;
   bench.bootWithLimit(50);
