@@ -42,6 +42,12 @@ inline Platform with(const Platform& base, RootPowerDomain& rootDomain) {
           base.log,   base.codeSigning, base.xpc,          base.process};
 }
 
+inline Platform with(const Platform& base, Process& process) {
+  return {base.smc,        base.registry,    base.powerSources, base.assertions, base.powerSettings,
+          base.rootDomain, base.smartCharge, base.files,        base.dispatch,   base.clock,
+          base.log,        base.codeSigning, base.xpc,          process};
+}
+
 /// A root domain whose messages a test sends itself, on its own thread.
 class ScriptedRootDomain final : public RootPowerDomain {
  public:

@@ -2,7 +2,11 @@
 
 #include <csignal>
 
+#include "HelperImpl.h"
+#include "Platform/Dispatch.h"
+#include "Platform/Process.h"
 #include "Tests/behaviour/Bench.h"
+#include "Tests/behaviour/Doubles.h"
 
 namespace korvel::test {
 namespace {
@@ -175,6 +179,83 @@ TEST(ShutdownTest, CommandBehindTheLastWorkMayStillBeginBeforeTheExit) {
     EXPECT_THAT(rules.violations(), IsEmpty()) << "seed " << seed;
   }
   EXPECT_EQ(begun, 3);
+}
+
+/// The same process, but that its exit takes a while, in which its other threads go on.
+class SlowToExit final : public Process {
+ public:
+  SlowToExit(Platform& platform, double exitSeconds)
+      : real(platform.process), dispatch(platform.dispatch), seconds(exitSeconds) {}
+  std::int32_t getpid() override { return real.getpid(); }
+  [[noreturn]] void exit(int status) override {
+    const auto never = dispatch.makeGroup();
+    never->enter();
+    static_cast<void>(never->wait(seconds));
+    real.exit(status);
+  }
+  std::optional<std::string> bundleExecutablePath() override { return real.bundleExecutablePath(); }
+  PropertyValue bundleInfo(std::string_view key) override { return real.bundleInfo(key); }
+
+ private:
+  Process& real;
+  Dispatch& dispatch;
+  double seconds;
+};
+
+/// A core in a process that is slow to exit; the calls are the test's own.
+class SlowExitBench : public Bench {
+ public:
+  SlowExitBench() { excuse(replyRule); }
+
+  /// Shuts down two seconds from now, when a loop runs, and gives what came of it.
+  Lines shutDown(std::string_view kinds) {
+    run(2);
+    mark();
+    const auto before = world.callCounts();
+    world.onThread("quits", [this] { core->shutdownGracefully(); });
+    run(19.999);
+    EXPECT_FALSE(world.exitStatus().has_value()) << "no slow exit";
+    run(0.001);
+    EXPECT_EQ(world.exitStatus(), 0);
+    EXPECT_EQ((world.callCounts() - before)[SeamCall::powerSourcesCopyInfo], 0U)
+        << "a tick asked for the charge";
+    return since(kinds);
+  }
+
+ private:
+  Platform& platform = world.startBareHelper();
+  SlowToExit process{platform, 20};
+  Platform slow = with(platform, process);
+
+ public:
+  const std::shared_ptr<HelperImpl> core = HelperImpl::create(slow);
+};
+
+TEST(ShutdownTest, NoTickOfThePollingLoopComesBetweenTheRestorationAndTheExit) {
+  SlowExitBench bench;
+  bench.charge(70);
+  bench.core->setChargeLimit(50, ignored());
+  bench.world.runUntilIdle();
+  ASSERT_EQ(bench.key("CHTE"), "01 00 00 00");
+  EXPECT_THAT(bench.shutDown("smc disk"),
+              ElementsAre("smc CHTE <- 00 00 00 00", "smc CHIE <- 00",
+                          "disk state.json replaced: lastWriteAt=2026-01-01T00:00:02Z"));
+}
+
+TEST(ShutdownTest, TopOffLoopStandsDownBetweenTheRestorationAndTheExit) {
+  // Its battery is full, so that a tick that does not stand down restores the limit.
+  SlowExitBench bench;
+  bench.charge(70);
+  bench.core->setChargeLimit(50, ignored());
+  bench.core->releaseLimitUntilFullThenRestore(ignored());
+  bench.world.runUntilIdle();
+  bench.charge(100);
+  EXPECT_THAT(bench.shutDown("smc disk"),
+              ElementsAre("smc CHTE <- 00 00 00 00", "smc CHIE <- 00",
+                          "disk state.json replaced: lastWriteAt=2026-01-01T00:00:02Z "
+                          "topUpActive=false"));
+  EXPECT_THAT(bench.logs(), ElementsAre("default shutdownGracefully — restoring SMC before exit",
+                                        "default top-off restore loop superseded — bailing"));
 }
 
 TEST(ShutdownTest, SigabrtRestoresLikeTheOthers) {
