@@ -1,0 +1,55 @@
+// The end of the grace period over a discharge without a loop: its target is out of range, so its
+// first tick stopped the loop, and nobody watches it any more.
+
+#include "Tests/behaviour/Bench.h"
+
+namespace korvel::test {
+namespace {
+
+/// A saved limit that no loop takes, a discharge that was started on it, and a paused gate.
+void bootDischargingWithoutALoop(Bench& bench, bool armed) {
+  bench.saveState(savedLimit(10));
+  bench.charge(60);
+  bench.boot();
+  if (armed) bench.call(bench.app->setClamshellKeepAwake(true));
+  ASSERT_EQ(outcome(bench.call(bench.app->forceDischarge(true))), "ok");
+  ASSERT_EQ(bench.logs().back(), "fault pollOnce: target 10 out of range — stopping loop");
+  bench.mac().smc.setValue("CHTE", {1, 0, 0, 0});
+  bench.mark();
+}
+
+void outwaitTheGracePeriod(Bench& bench) {
+  bench.app->disconnect();
+  bench.run(60);
+}
+
+TEST(SuspensionTest, DischargeWithoutALoopIsSuspendedWhenKeepAwakeIsNotArmed) {
+  Bench bench;
+  bootDischargingWithoutALoop(bench, false);
+  outwaitTheGracePeriod(bench);
+  EXPECT_THAT(bench.logs(),
+              ElementsAre("default client disconnected (count=0)",
+                          "default all clients gone — suspending enforcement, resuming normal "
+                          "charging (saved limit=10 retained)"));
+  EXPECT_THAT(bench.since("smc disk"),
+              ElementsAre("smc CHIE <- 00", "smc CHTE <- 00 00 00 00",
+                          "disk state.json replaced: forceDischargeActive=false"));
+  EXPECT_TRUE(bench.mac().power.assertions().empty());
+}
+
+TEST(SuspensionTest, DischargeWithoutALoopGoesOnWhenKeepAwakeIsArmed) {
+  Bench bench;
+  bootDischargingWithoutALoop(bench, true);
+  outwaitTheGracePeriod(bench);
+  EXPECT_THAT(bench.logs(),
+              ElementsAre("default client disconnected (count=0)",
+                          "default client gone but armed clamshell discharge active — keeping "
+                          "enforcement (bounded by target/floor/max-duration)"));
+  EXPECT_THAT(bench.since("smc power disk"), IsEmpty());
+  EXPECT_TRUE(bench.mac().power.sleepDisabled());
+  EXPECT_TRUE(bench.onDisk().forceDischargeActive);
+  EXPECT_EQ(bench.mac().power.assertions().size(), 2U);
+}
+
+}  // namespace
+}  // namespace korvel::test
