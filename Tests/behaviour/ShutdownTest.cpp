@@ -2,6 +2,7 @@
 
 #include <csignal>
 
+#include "Base/Trap.h"
 #include "HelperImpl.h"
 #include "Platform/Dispatch.h"
 #include "Platform/Process.h"
@@ -192,6 +193,7 @@ class SlowToExit final : public Process {
     never->enter();
     static_cast<void>(never->wait(seconds));
     real.exit(status);
+    trap("the process went on after its exit");  // Not every compiler knows that it does not.
   }
   std::optional<std::string> bundleExecutablePath() override { return real.bundleExecutablePath(); }
   PropertyValue bundleInfo(std::string_view key) override { return real.bundleInfo(key); }
