@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -51,10 +52,13 @@ inline Platform with(const Platform& base, Process& process) {
 /// A root domain whose messages a test sends itself, on its own thread.
 class ScriptedRootDomain final : public RootPowerDomain {
  public:
+  std::function<void()> atRegistration = [] {};
+
   void send(std::uint32_t messageType) { callback(context, 0, messageType, 0x77); }
 
   ConnectionRef registerForSystemPower(void* refcon, HandleRef& port, InterestCallback handler,
                                        ObjectRef& notifier) override {
+    atRegistration();
     context = refcon;
     callback = handler;
     port = 1;
