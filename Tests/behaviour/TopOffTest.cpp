@@ -50,6 +50,18 @@ TEST(TopOffTest, NinetyNineIsNotFull) {
   EXPECT_TRUE(bench.state().topUpActive);
 }
 
+TEST(TopOffTest, MoreThanAHundredIsFullToo) {
+  Bench bench;
+  bench.bootWithLimit(80);
+  bench.charge(101);
+  bench.call(bench.app->releaseLimitUntilFullThenRestore());
+  bench.mark();
+  bench.run(5);
+  EXPECT_THAT(bench.logs(), ElementsAre("default top-off complete — restored limit 80",
+                                        "default charge enforcement pause:ok"));
+  EXPECT_FALSE(bench.state().topUpActive);
+}
+
 TEST(TopOffTest, WithoutAnyReadingTheLoopEndsAtItsLastTickAndRestoresTheLimit) {
   Bench bench;
   bench.bootWithLimit(80);
@@ -269,13 +281,24 @@ TEST(TopOffTest, SecondRequestThatFailsLeavesTheFirstLoopRunning) {
 }
 
 TEST(TopOffTest, LimitToRestoreIsTheOneOfTheStart) {
+  // Every command with another limit ends the top-off; a record that is reverted does not.
   Bench bench;
   bench.bootWithLimit(70);
   bench.call(bench.app->releaseLimitUntilFullThenRestore());
+  bench.saveState(savedLimit(90));
+  bench.mac().disk.replaceFails = true;
+  bench.call(bench.app->setClamshellKeepAwake(true));
+  ASSERT_EQ(bench.state().chargeLimit, 90);
+  bench.mac().disk.replaceFails = false;
   bench.charge(100);
   bench.mark();
   bench.run(5);
-  EXPECT_EQ(bench.logs().front(), "default top-off complete — restored limit 70");
+  EXPECT_THAT(bench.logs(), ElementsAre("default top-off complete — restored limit 70",
+                                        "default charge enforcement pause:ok"));
+  bench.charge(70);
+  bench.mac().smc.setValue("CHTE", {0, 0, 0, 0});
+  bench.run(5);
+  EXPECT_EQ(bench.key("CHTE"), "01 00 00 00") << "and the one that is enforced";
 }
 
 TEST(TopOffTest, EveryCommandThatChangesEnforcementSupersedesIt) {
