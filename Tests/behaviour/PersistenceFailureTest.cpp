@@ -130,6 +130,27 @@ TEST(PersistenceFailureTest, FailedRenameWhileArmingLeavesTheSettingWithoutAnOwn
             "default clamshell keep-awake DISARMED (SleepDisabled left as found — set externally)");
 }
 
+TEST(PersistenceFailureTest, PauseBeforeSleepGoesByTheLimitBeforeTheDischargeWasStopped) {
+  // The stop before sleep cannot be recorded, and so brings another limit back into the record.
+  for (const auto& [before, durable] : {std::pair{50, 100}, std::pair{100, 50}}) {
+    Bench bench;
+    bench.bootDischarging();
+    bench.chargeUnreadable();  // So that no tick of the new limit ends the discharge.
+    bench.call(bench.app->setChargeLimit(static_cast<std::uint8_t>(before)));
+    ASSERT_TRUE(bench.state().forceDischargeActive);
+    bench.saveState(savedLimit(durable));
+    bench.mac().disk.replaceFails = true;
+    bench.mark();
+    bench.mac().lid.close();
+    bench.run(1);
+    EXPECT_TRUE(bench.mac().power.isAsleep());
+    EXPECT_EQ(bench.key("CHTE"), before == 50 ? "01 00 00 00" : "00 00 00 00") << before;
+    bench.mac().lid.open();
+    bench.run(1);
+    EXPECT_EQ(bench.state().chargeLimit, durable) << "nothing was reverted, so nothing is shown";
+  }
+}
+
 TEST(PersistenceFailureTest, RenameThatFailsForEverDoesNotRecurseForEver) {
   Bench bench;
   bench.bootArmedDischarge();
