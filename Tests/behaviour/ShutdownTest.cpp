@@ -155,6 +155,52 @@ TEST(ShutdownTest, NextBootFindsNothingToRecover) {
   EXPECT_EQ(bench.world.logCount("crash-recovery: clearing SleepDisabled set by previous run"), 0U);
 }
 
+TEST(ShutdownTest, QuitAndASignalAtOnceRestoreBeforeEitherEndsTheProcess) {
+  for (const bool signalFirst : {false, true}) {
+    Bench bench;
+    bench.bootWithLimit(50);
+    bench.charge(70);
+    bench.run(5);
+    ASSERT_EQ(bench.key("CHTE"), "01 00 00 00");
+    bench.world.faults().setLatency(SeamCall::smcCallStruct, 0.05);
+    bench.mark();
+    if (signalFirst) bench.world.sendSignal(SIGTERM);
+    bench.app->quit();
+    if (!signalFirst) bench.world.sendSignal(SIGTERM);
+    bench.run(0.09);
+    EXPECT_TRUE(bench.world.helperRunning()) << "both wait for the restoration";
+    EXPECT_EQ(bench.world.logCount("quit() received pid=501"), 1U);
+    EXPECT_EQ(bench.world.logCount("SIGTERM — shutting down gracefully"), 1U);
+    EXPECT_EQ(bench.world.logCount("shutdownGracefully — restoring SMC before exit"), 2U);
+    bench.run(0.41);
+    EXPECT_EQ(bench.world.exitStatus(), 0);
+    EXPECT_EQ(bench.key("CHTE"), "00 00 00 00");
+    EXPECT_THAT(bench.since("disk"),
+                ::testing::Contains("disk state.json replaced: lastWriteAt=2026-01-01T00:00:05Z"));
+  }
+}
+
+TEST(ShutdownTest, QuitAndASignalAtOnceEndTheProcessOnceUnderEverySchedule) {
+  for (std::uint64_t seed = 1; seed <= 50; ++seed) {
+    World world({.seed = seed, .scheduling = virtualmac::Scheduling::Seeded});
+    virtualmac::InvariantSet rules(world);
+    world.launchd().startOnDemand = false;
+    world.startHelper();
+    const auto app = world.connectApp();
+    app->await(app->setChargeLimit(50));
+    world.machine().smc.setValue("CHTE", {1, 0, 0, 0});
+    world.runFor(1);
+    world.sendSignal(SIGTERM);
+    app->quit();
+    world.runFor(1);
+    EXPECT_EQ(world.exitStatus(), 0) << "seed " << seed;
+    EXPECT_EQ(world.machine().smc.value("CHTE"), (std::vector<std::uint8_t>{0, 0, 0, 0}))
+        << "seed " << seed;
+    rules.finish();
+    EXPECT_THAT(rules.violations(), IsEmpty()) << "seed " << seed;
+  }
+}
+
 TEST(ShutdownTest, CommandBehindTheLastWorkMayStillBeginBeforeTheExit) {
   // A window that the order of steps leaves open: the exit follows the end of the restoration at
   // once, but another thread may be faster. Whether it is, the schedule decides.
