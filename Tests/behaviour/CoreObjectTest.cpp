@@ -5,6 +5,9 @@
 #include "Platform/Process.h"
 #include "Tests/behaviour/Bench.h"
 #include "Tests/behaviour/Doubles.h"
+#include "VirtualMac/Schedule/Lane.h"
+#include "VirtualMac/Schedule/Observer.h"
+#include "VirtualMac/Schedule/VirtualLock.h"
 
 namespace korvel::test {
 namespace {
@@ -108,6 +111,38 @@ TEST(CoreObjectTest, CapabilitiesAreProbedOnceAndNeverAgain) {
     EXPECT_TRUE(bench.app->capabilityRecord()->tahoeCharging);
   }
   EXPECT_EQ((bench.world.callCounts() - before)[SeamCall::smcCallStruct], 0U);
+}
+
+/// The locks that are held while the SMC is asked, one entry a call.
+class LocksAroundTheSMC final : public virtualmac::ScheduleObserver {
+ public:
+  explicit LocksAroundTheSMC(Bench& watched) : world(watched.world) {
+    world.observers().add(*this);
+  }
+  ~LocksAroundTheSMC() override { world.observers().remove(*this); }
+  LocksAroundTheSMC(const LocksAroundTheSMC&) = delete;
+  LocksAroundTheSMC& operator=(const LocksAroundTheSMC&) = delete;
+
+  Lines held;
+  void callMade(const virtualmac::Lane& lane, SeamCall call) override {
+    if (call != SeamCall::smcCallStruct) return;
+    std::string names = lane.name() + ":";
+    for (const virtualmac::VirtualLock* lock : lane.locksHeld()) names += " " + lock->name();
+    held.push_back(names);
+  }
+
+ private:
+  World& world;
+};
+
+TEST(CoreObjectTest, CapabilitiesLockIsHeldAcrossTheWholeProbe) {
+  // A second caller on the empty cache would wait for the first one's answer.
+  Bench bench;
+  const LocksAroundTheSMC locks(bench);
+  const auto core = HelperImpl::create(bench.world.startBareHelper());
+  EXPECT_THAT(locks.held,
+              ::testing::AllOf(::testing::SizeIs(5),
+                               ::testing::Each("com.korvel.app.helper.smc: capabilitiesLock")));
 }
 
 TEST(CoreObjectTest, ReadOnlyCallsAnswerWhileTheHardwareHangs) {
