@@ -202,7 +202,7 @@ TEST(ResetTest, SmcThatGoesAwayFailsOneKeyAndSkipsTheRest) {
   EXPECT_THAT(bench.since("smc"), IsEmpty());
 }
 
-TEST(ResetTest, ReleasesAssertionsThatNoFieldRemembers) {
+TEST(ResetTest, LeavesToTheSystemWhatAFailedReleaseForgot) {
   Bench bench;
   bench.bootDischarging();
   ASSERT_EQ(bench.mac().power.assertions().size(), 2U);
