@@ -142,6 +142,27 @@ TEST_F(IOPMAssertionManagerTest, AFailedSecondReleaseIsLoggedAndStillForgotten) 
       ElementsAre("error IOPMAssertion: IOPMAssertionRelease(secondary 502) failed: -536870206"));
 }
 
+TEST_F(IOPMAssertionManagerTest, ThePairIsForgottenBeforeTheSystemIsAsked) {
+  holdPair();
+  std::vector<std::vector<IOPMAssertionID>> heldAtTheCalls;
+  system.beforeCall = [&] { heldAtTheCalls.push_back(manager.held()); };
+  manager.release(primary);
+  EXPECT_THAT(heldAtTheCalls, ElementsAre(IsEmpty(), IsEmpty()));
+}
+
+TEST_F(IOPMAssertionManagerTest, AReleaseWithinAReleaseFindsThePairForgotten) {
+  holdPair();
+  system.beforeCall = [this] {
+    if (system.releases.empty()) {
+      system.beforeCall = [] {};
+      manager.release(primary);
+    }
+  };
+  manager.release(primary);
+  EXPECT_THAT(system.releases, ElementsAre(primary, primary, secondary))
+      << "the second of the pair is released by the one who found it";
+}
+
 TEST_F(IOPMAssertionManagerTest, AnUnknownIdentifierIsReleasedOnceAndItsFailureLogged) {
   manager.release(4000000000U);
   EXPECT_THAT(system.releases, ElementsAre(4000000000U));
@@ -177,6 +198,19 @@ TEST_F(IOPMAssertionManagerTest, ReleaseAllReleasesInOrderAndSilently) {
   EXPECT_THAT(system.releases, ElementsAre(501, 502, 503, 504));
   EXPECT_THAT(manager.held(), IsEmpty());
   EXPECT_THAT(log.lines, IsEmpty());
+}
+
+TEST_F(IOPMAssertionManagerTest, ReleaseAllLeavesNothingInForceThatIsOutstanding) {
+  manager.acquire("first");
+  system.creationCodes[4] = ioReturnError;
+  manager.acquire("second, and without its pair");
+  manager.acquire("third");
+  manager.release(501);
+  ASSERT_THAT(manager.held(), ElementsAre(503, 504, 505));
+  manager.releaseAll();
+  EXPECT_THAT(system.releases, ElementsAre(501, 502, 503, 504, 505));
+  EXPECT_THAT(system.inForce(), IsEmpty());
+  EXPECT_THAT(manager.held(), IsEmpty());
 }
 
 TEST_F(IOPMAssertionManagerTest, ReleaseAllForgetsThePairsToo) {
