@@ -41,14 +41,18 @@ class FakeFiles final : public FileSystem {
 
   std::vector<std::string> calls;  ///< "mkdir", "open state.json.tmp", …
   std::vector<std::uint32_t> masksOfCreation;
+  /// The mode of each call that takes one, before the mask has its say: "mkdir 0700".
+  std::vector<std::string> modes;
 
   PosixResult mkdir(const std::string& path, std::uint32_t mode) override {
+    noteMode("mkdir", mode);
     if (const auto failed = enter("mkdir")) return *failed;
     if (nodes.contains(path)) return {-1, EEXIST};
     nodes[path] = {true, mode & ~mask, ""};
     return {};
   }
   PosixResult chmod(const std::string& path, std::uint32_t mode) override {
+    noteMode("chmod", mode);
     if (const auto failed = enter("chmod")) return *failed;
     nodes.at(path).mode = mode;
     return {};
@@ -58,6 +62,7 @@ class FakeFiles final : public FileSystem {
     return std::exchange(mask, newMask);
   }
   PosixResult openExclusive(const std::string& path, std::uint32_t mode) override {
+    noteMode("openExclusive", mode);
     if (const auto failed = enter("openExclusive")) return *failed;
     if (nodes.contains(path)) return {-1, EEXIST};
     masksOfCreation.push_back(mask);
@@ -120,6 +125,11 @@ class FakeFiles final : public FileSystem {
     const auto found = failures.find(name + " " + std::to_string(++counts[name]));
     if (found == failures.end()) return std::nullopt;
     return PosixResult{-1, found->second};
+  }
+  void noteMode(const std::string& name, std::uint32_t mode) {
+    std::string octal;
+    for (; mode != 0; mode /= 8) octal.insert(octal.begin(), static_cast<char>('0' + mode % 8));
+    modes.push_back(name + " 0" + octal);
   }
   PosixResult newDescriptor(const std::string& path) {
     descriptors[next] = path;

@@ -63,6 +63,14 @@ TEST_F(HelperPersistenceTest, AWrittenFileHoldsTheRecordForItsOwnerOnly) {
   EXPECT_THAT(log.lines, IsEmpty());
 }
 
+// The mask alone would hide a mode that is too wide, until somebody changes the mask.
+TEST_F(HelperPersistenceTest, DirectoryAndFileAreMadeWithPrivateModesWhateverTheMask) {
+  EXPECT_EQ(errorOfWrite(fullState()), "written");
+  EXPECT_EQ(errorOfWrite(fullState()), "written");
+  EXPECT_THAT(files.modes, ElementsAre("mkdir 0700", "openExclusive 0600", "mkdir 0700",
+                                       "chmod 0700", "openExclusive 0600"));
+}
+
 TEST_F(HelperPersistenceTest, TheFileIsPrettySortedAndHasISODates) {
   EXPECT_EQ(errorOfWrite(fullState()), "written");
   EXPECT_THAT(files.nodes.at(statePath).content,
