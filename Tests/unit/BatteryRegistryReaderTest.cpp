@@ -225,6 +225,31 @@ TEST_F(BatteryRegistryReaderTest, APackWithEmptyDataLeavesRoomForALaterOne) {
   EXPECT_EQ(PropertyValue(read().value())["DesignCapacity"], PropertyValue(3));
 }
 
+TEST_F(BatteryRegistryReaderTest,
+       AnEntryThatIsPackAndBankIsAPackWhileNoneIsKnownAndABankAfterwards) {
+  const auto both = [](Dictionary content) {
+    return test::FakeRegistry::Entry{"AppleSmartBatteryPack", withData(std::move(content)),
+                                     kernSuccess, "AppleSmartBatteryBank"};
+  };
+  registry.descendants = {both({{"DesignCapacity", 1}, {"Qmax", "of the pack"}}),
+                          both({{"DesignCapacity", 2}, {"CellVoltage", 3900}})};
+  EXPECT_EQ(read(), (Dictionary{{"DesignCapacity", 1},
+                                {"BatteryData", Dictionary{{"DesignCapacity", 1},
+                                                           {"Qmax", "of the pack"},
+                                                           {"CellVoltage", Array{3900}}}}}));
+}
+
+TEST_F(BatteryRegistryReaderTest, AnEntryThatIsPackAndBankIsNotBothAtOnce) {
+  // The root's own figures hide the pack's; a bank's would fill the gap in them.
+  registry.service.properties = withData({{"LifetimeData", Dictionary{{"Other", 1}}}});
+  registry.descendants = {{"AppleSmartBatteryPack",
+                           withData({{"LifetimeData", Dictionary{{"TimeAtHighSoc", 5}}}}),
+                           kernSuccess, "AppleSmartBatteryBank"}};
+  const auto result = read();
+  ASSERT_TRUE(result);
+  EXPECT_EQ(data(*result)["LifetimeData"], PropertyValue(Dictionary{{"Other", 1}}));
+}
+
 TEST_F(BatteryRegistryReaderTest, BanksWithoutDataAreSkipped) {
   registry.descendants = {{"AppleSmartBatteryBank", Dictionary{}},
                           {"AppleSmartBatteryBank", withData({{"Qmax", 1}}), ioReturnError},

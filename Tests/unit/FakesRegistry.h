@@ -19,6 +19,7 @@ class FakeRegistry final : public IORegistry {
     std::string className;
     PropertyValue properties;
     KernReturn code = kernSuccess;  ///< Of reading the properties.
+    std::string alsoConformsTo = {};
   };
 
   Entry service{"AppleSmartBattery", PropertyValue::Dictionary{}};
@@ -58,7 +59,8 @@ class FakeRegistry final : public IORegistry {
     return name;
   }
   bool conformsTo(ObjectRef object, std::string_view className) override {
-    return at(object).className == className;
+    const Entry& entry = at(object);
+    return entry.className == className || entry.alsoConformsTo == className;
   }
   KernReturn objectRelease(ObjectRef object) override {
     EXPECT_GT(held[object], 0) << "released what was not held";
