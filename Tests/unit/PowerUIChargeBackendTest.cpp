@@ -113,6 +113,36 @@ TEST_F(PowerUIChargeBackendTest, AFailureEndsTheLookUps) {
   EXPECT_EQ(framework.calls.back(), "isMCLSupported");
 }
 
+TEST_F(PowerUIChargeBackendTest, EachAbsentSelectorEndsTheLookUpsWithItsOwn) {
+  const std::vector<std::string> required = {
+      "isMCLSupported", "isMCLCurrentlyEnabled:", "getMCLLimitWithError:",
+      "availableChargeLimitsWithError:", "setMCLLimit:error:"};
+  constexpr std::size_t callsOfMaking = 7;
+  for (std::size_t absent = 0; absent < required.size(); ++absent) {
+    framework = {};
+    framework.responds.erase(required[absent]);
+    expectNoBackend(required[absent]);
+    EXPECT_EQ(framework.calls.back(), "responds " + required[absent]);
+    EXPECT_EQ(framework.calls.size(), callsOfMaking + absent + 1);
+  }
+}
+
+TEST_F(PowerUIChargeBackendTest, EachAbsentStepOfMakingEndsTheLookUps) {
+  using Framework = test::FakeSmartCharge;
+  const std::vector<std::pair<std::string, void (*)(Framework&)>> losses = {
+      {"class PowerUISmartChargeClient", [](Framework& it) { it.hasClass = false; }},
+      {"isClass", [](Framework& it) { it.classIsClass = false; }},
+      {"class method alloc", [](Framework& it) { it.hasAlloc = false; }},
+      {"instance method initWithClientName:", [](Framework& it) { it.hasInit = false; }},
+      {"init Korvel", [](Framework& it) { it.initialises = false; }}};
+  for (const auto& [last, lose] : losses) {
+    framework = {};
+    lose(framework);
+    expectNoBackend(last);
+    EXPECT_EQ(framework.calls.back(), last);
+  }
+}
+
 TEST_F(PowerUIChargeBackendTest, OfferedLimitsAreSortedAndOutliersDropped) {
   framework.offered = PropertyValue::Array{100, 80, 90, 150, 0};
   const auto backend = made();
