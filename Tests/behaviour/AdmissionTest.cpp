@@ -1,5 +1,6 @@
 // Who may talk to the helper, and how connections are counted.
 
+#include <tuple>
 #include <type_traits>
 
 #include "HelperEntry.h"
@@ -7,6 +8,7 @@
 #include "KorvelHelperProtocol.h"
 #include "Tests/behaviour/Bench.h"
 #include "Tests/behaviour/EntryDoubles.h"
+#include "VirtualMac/InProcess/ReplyTransport.h"
 
 namespace korvel::test {
 namespace {
@@ -193,6 +195,40 @@ INSTANTIATE_TEST_SUITE_P(Identities, StrangerTest,
                            std::erase(name, '-');
                            return name;
                          });
+
+TEST_F(DelegateTest, ExportsTheListedReplyClassesAndNoOthers) {
+  delegate->shouldAcceptNewConnection(connection);
+  using Row = std::tuple<std::string, unsigned, std::vector<ReplyClass>>;
+  std::vector<Row> rows;
+  for (const ReplyClassSetting& set : connection.interface.replyClasses) {
+    rows.emplace_back(set.selector, set.argumentIndex, set.classes);
+  }
+  const std::vector<ReplyClass> data = {ReplyClass::Data};
+  const std::vector<ReplyClass> error = {ReplyClass::Error, ReplyClass::String, ReplyClass::Number,
+                                         ReplyClass::Dictionary};
+  EXPECT_THAT(
+      rows, ElementsAre(Row{"capabilitiesWithReply:", 0, data}, Row{"getStateWithReply:", 0, data},
+                        Row{"setChargeLimit:reply:", 1, error},
+                        Row{"clearChargeLimitWithReply:", 1, error},
+                        Row{"forceDischarge:reply:", 1, error},
+                        Row{"releaseLimitUntilFullThenRestoreWithReply:", 1, error},
+                        Row{"resetAllSMCKeysWithReply:", 1, error},
+                        Row{"cancelTopUpWithReply:", 1, error}));
+}
+
+TEST_F(DelegateTest, ExportedInterfaceHoldsBackAnErrorWithBytesInEveryReplyButKeepAwakes) {
+  delegate->shouldAcceptNewConnection(connection);
+  const ErrorObject withBytes{"Domain", 1, {{"bytes", PropertyValue(PropertyValue::Data{1})}}};
+  Lines passing;
+  for (const std::string selector :
+       {"setChargeLimit:reply:", "clearChargeLimitWithReply:", "forceDischarge:reply:",
+        "setClamshellKeepAwake:reply:", "releaseLimitUntilFullThenRestoreWithReply:",
+        "cancelTopUpWithReply:", "resetAllSMCKeysWithReply:"}) {
+    if (!virtualmac::errorRejected(connection.interface, selector, withBytes))
+      passing.push_back(selector);
+  }
+  EXPECT_THAT(passing, ElementsAre("setClamshellKeepAwake:reply:"));
+}
 
 }  // namespace
 }  // namespace korvel::test

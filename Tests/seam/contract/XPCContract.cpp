@@ -63,6 +63,8 @@ class Delegate final : public korvel::XPCListenerDelegate {
   bool shouldAcceptNewConnection(korvel::XPCConnection& connection) override {
     korvel::XPCInterface interface = korvel::makeHelperInterface();
     korvel::applyTypedReplyClasses(interface);
+    interface.replyClasses.insert(interface.replyClasses.end(), laterSettings.begin(),
+                                  laterSettings.end());
     connection.setExportedInterface(interface);
     connection.setExportedObject(exported);
     if (!accepts) return false;
@@ -77,6 +79,7 @@ class Delegate final : public korvel::XPCListenerDelegate {
   std::atomic<bool> accepts = true;
   std::atomic<bool> parsed = false;
   std::string requirement = appOnly;
+  std::vector<korvel::ReplyClassSetting> laterSettings;  ///< Made after the helper's own.
 
  private:
   std::shared_ptr<Recorder> exported;
@@ -127,6 +130,24 @@ TEST_P(XPCContract, RepliesOfEveryKindArrive) {
   EXPECT_EQ(bad->error->userInfo.at("smcResult").integer(), 134);
   EXPECT_FALSE(gone->success);
   EXPECT_FALSE(gone->error);
+}
+
+TEST_P(XPCContract, ARepliedClassThatTheExportedInterfaceDoesNotNameIsHeldBack) {
+  Service service(platform(), notes);
+  service.delegate->laterSettings = {{selectors::getState, 0, {korvel::ReplyClass::String}},
+                                     {selectors::setChargeLimit, 1, {korvel::ReplyClass::Data}}};
+  service.listener->resume();
+  for (const auto& [selector, argument] :
+       {std::pair{selectors::getState, 0}, std::pair{selectors::setChargeLimit, 0}}) {
+    const auto client = rig->connect("app");
+    const AppCallRef call = client->call(selector, static_cast<std::uint8_t>(argument));
+    ASSERT_TRUE(finished(*rig, call));
+    EXPECT_TRUE(call->failed) << selector;
+  }
+  const auto client = rig->connect("app");
+  const AppCallRef capabilities = client->call(selectors::capabilities, 0);
+  ASSERT_TRUE(finished(*rig, capabilities));
+  EXPECT_EQ(capabilities->data, "{\"caps\":1}") << "the others are as they were";
 }
 
 TEST_P(XPCContract, MessagesOfAConnectionAreDeliveredInOrder) {
