@@ -94,9 +94,10 @@ TEST_P(SignalsTest, ASecondSignalDuringTheEndChangesNothing) {
 
 INSTANTIATE_TEST_SUITE_P(
     , SignalsTest,
-    testing::Values(Signal{"Term", SIGTERM, "SIGTERM — shutting down gracefully"},
-                    Signal{"Int", SIGINT, "SIGINT — shutting down gracefully"},
-                    Signal{"Abrt", SIGABRT, "shutdownGracefully — restoring SMC before exit"}),
+    testing::Values(Signal{"Term", SIGTERM, "Boot default \"SIGTERM — shutting down gracefully\""},
+                    Signal{"Int", SIGINT, "Boot default \"SIGINT — shutting down gracefully\""},
+                    Signal{"Abrt", SIGABRT,
+                           "Boot fault \"SIGABRT — running shutdownGracefully before exit\""}),
     [](const testing::TestParamInfo<Signal>& tested) { return tested.param.name; });
 
 TEST(QuitTest, EndsWithStatusZeroAndTheClientSeesItsConnectionEnd) {
