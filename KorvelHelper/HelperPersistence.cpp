@@ -46,14 +46,15 @@ std::unexpected<Error> failure(Error::Kind kind, ErrorObject underlying) {
   return std::unexpected(Error{kind, std::move(underlying)});
 }
 
-/// Writes everything, however small the pieces; the errno of the call that stopped it.
+/// Writes everything, however small the pieces. Otherwise the errno of the call that stopped it.
 std::expected<void, int> writeFully(FileSystem& files, int descriptor, std::string_view payload) {
   while (!payload.empty()) {
     const PosixResult written = files.write(descriptor, payload);
     if (written.value > 0) {
       payload.remove_prefix(static_cast<std::size_t>(written.value));
     } else if (written.value != -1 || written.error != EINTR) {
-      return std::unexpected(written.error);
+      // A write of nothing need not set errno, and 0 reads as "Success".
+      return std::unexpected(written.error == 0 ? EIO : written.error);
     }
   }
   return {};

@@ -224,5 +224,23 @@ TEST(PersistenceFaultTest, TheFileMaskIsRestoredWhenTheProcessUnwindsAtAnyCall) 
   EXPECT_EQ(reached, 12U);  // the last call of a write, reading back
 }
 
+// A call that wrote nothing may leave no errno behind, and 0 is the number of a success.
+TEST(PersistenceFaultTest, AWriteOfNothingThatSaysNoReasonIsAnInputOutputError) {
+  for (const std::int64_t returned : {0, -1}) {
+    Bench bench;
+    bench.files.writes = {{7, 0}, {returned, 0}};
+    const Error error = bench.failedWrite();
+    expectPosix(error, Error::Kind::Write, EIO, "write failed: ");
+    EXPECT_EQ(error.description(),
+              "write failed: Input/output error [NSPOSIXErrorDomain " + std::to_string(EIO) + "]");
+  }
+}
+
+TEST(PersistenceFaultTest, AWriteOfNothingThatSaysItsReasonCarriesIt) {
+  Bench bench;
+  bench.files.writes = {{0, ENOSPC}};
+  expectPosix(bench.failedWrite(), Error::Kind::Write, ENOSPC, "write failed: ");
+}
+
 }  // namespace
 }  // namespace korvel
