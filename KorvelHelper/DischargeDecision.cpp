@@ -1,8 +1,21 @@
 #include "DischargeDecision.h"
 
+#include <utility>
+
 #include "Base/Trap.h"
 
 namespace korvel {
+
+namespace {
+
+/// Whether the charge is so far above the lowest one seen, which it is not below. The distance is
+/// counted without a sign: so it fits, however absurd the two readings are.
+bool hasRebounded(std::int64_t capacity, std::int64_t minimumSeen) {
+  const auto risen = static_cast<std::uint64_t>(capacity) - static_cast<std::uint64_t>(minimumSeen);
+  return std::cmp_greater_equal(risen, dischargeReboundPercent);
+}
+
+}  // namespace
 
 std::string_view rawValue(DischargeStopReason reason) {
   switch (reason) {
@@ -82,7 +95,7 @@ DischargeVerdict decideDischarge(
 
   if (!facts.minimumSeen || facts.capacity < *facts.minimumSeen) {
     verdict.minimumSeen = facts.capacity;
-  } else if (facts.capacity >= *facts.minimumSeen + dischargeReboundPercent) {
+  } else if (hasRebounded(facts.capacity, *facts.minimumSeen)) {
     return stopping(DischargeStopReason::chargeInhibitLost);
   }
   if (facts.capacity <= dischargeFloorPercent(facts.lidClosed)) {

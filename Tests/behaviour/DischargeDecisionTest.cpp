@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -207,6 +208,30 @@ TEST(DischargeStopReasonTest, NumbersNamesAndBannersAreTheOnesThatClientsKnow) {
     EXPECT_EQ(rawValue(row.reason), row.name);
     EXPECT_EQ(bannerCopy(row.reason), row.banner);
   }
+}
+
+// A reading is a number of 64 bits from a registry, and nobody vouches for it.
+TEST(DischargeDecisionTest, ReboundIsJudgedByTheDistanceOfAnyTwoReadings) {
+  constexpr auto least = std::numeric_limits<std::int64_t>::min();
+  constexpr auto most = std::numeric_limits<std::int64_t>::max();
+  const auto stop = [](std::int64_t capacity, std::int64_t minimum) {
+    DischargeFacts facts = openLid(capacity, minimum);
+    facts.target = least;
+    return decideDischarge(facts, unread).stop;
+  };
+  const std::optional rebound = DischargeStopReason::chargeInhibitLost;
+  const std::optional floor = DischargeStopReason::floorReached;
+  EXPECT_EQ(stop(most, most), std::nullopt);
+  EXPECT_EQ(stop(most, most - 2), std::nullopt);
+  EXPECT_EQ(stop(most, most - 3), rebound);
+  EXPECT_EQ(stop(most - 1, most), std::nullopt);
+  EXPECT_EQ(stop(least, least), floor);
+  EXPECT_EQ(stop(least + 2, least), floor);
+  EXPECT_EQ(stop(least + 3, least), rebound);
+  EXPECT_EQ(stop(least, most), floor);
+  EXPECT_EQ(stop(most, least), rebound);
+  EXPECT_EQ(stop(most, -1), rebound);
+  EXPECT_EQ(stop(0, least), rebound);
 }
 
 }  // namespace

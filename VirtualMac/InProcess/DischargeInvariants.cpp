@@ -16,11 +16,17 @@ namespace {
 
 constexpr std::int64_t openFloor = 20;
 constexpr std::int64_t closedFloor = 30;
-constexpr std::int64_t reboundMargin = 3;
+constexpr std::uint64_t reboundMargin = 3;
 constexpr std::int64_t thermalCapCelsius = 45;
 constexpr double heatSoakSeconds = 3600;
 constexpr double tickSeconds = 5;
 constexpr double unreadableSeconds = 3 * tickSeconds;
+
+/// The rise is counted without a sign, which holds the distance of any two readings.
+bool hasRebounded(std::int64_t lowest, std::int64_t capacity) {
+  return capacity > lowest &&
+         static_cast<std::uint64_t>(capacity) - static_cast<std::uint64_t>(lowest) >= reboundMargin;
+}
 
 /// The conditions are those of the moment at which the helper looks: what the last reading of each
 /// sort gave to the thread in this piece of work. A reading that failed is none, and the lid counts
@@ -161,7 +167,7 @@ class DischargeEndsInTime final : public DischargeRule {
     if (lidClosed && !closedSince) closedSince = now;
     if (closedSince && now - *closedSince >= heatSoakSeconds + tickSeconds) return "heat soak";
     if (lidClosed && readings.celsius().value_or(0) >= thermalCapCelsius) return "overheated";
-    if (lowest && *capacity >= *lowest + reboundMargin) return "rebound";
+    if (lowest && hasRebounded(*lowest, *capacity)) return "rebound";
     if (*capacity <= (lidClosed ? closedFloor : openFloor)) return "floor";
     if (*capacity <= view.lowestTarget()) return "target";
     return "";
