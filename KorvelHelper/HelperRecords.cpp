@@ -7,11 +7,14 @@
 #include <nlohmann/json.hpp>
 #include <span>
 #include <utility>
-#include <variant>
+
+#include "JSONMembers.h"
 
 namespace korvel {
 
 namespace {
+
+using JSON = nlohmann::json;
 
 // ---- Writing ----
 
@@ -22,7 +25,6 @@ struct JSONMember {
 using DateText = std::string (*)(Date);
 
 std::string jsonText(std::string_view text) {
-  using JSON = nlohmann::json;
   const std::string quoted = JSON(text).dump(-1, ' ', false, JSON::error_handler_t::replace);
   std::string escaped;
   escaped.reserve(quoted.size());
@@ -96,10 +98,6 @@ bool datesAreFinite(const HelperState& state) {
 
 // ---- Reading ----
 
-struct Null {};
-struct Nested {};  // an array or an object: no field of ours is one
-using Scalar = std::variant<Null, bool, std::int64_t, double, std::string, Nested>;
-
 constexpr std::array<std::string_view, 11> stateKeys = {"chargeLimit",
                                                         "sailingBand",
                                                         "forceDischargeActive",
@@ -114,141 +112,95 @@ constexpr std::array<std::string_view, 11> stateKeys = {"chargeLimit",
 constexpr std::array<std::string_view, 5> capabilityKeys = {
     "tahoeCharging", "preTahoeCharging", "tahoeDischarge", "preTahoeDischarge", "nativeCharging"};
 
-std::string notJSON(std::size_t position) {
-  return "not valid JSON at byte " + std::to_string(position);
+/// One value as it is written. An array or an object is no field's value, and is not looked into.
+/// A discarded value is one that has no meaning: a number beyond every type, half a surrogate pair.
+JSON decoded(std::string_view written) {
+  if (written.starts_with('{') || written.starts_with('[')) return JSON::array();
+  return JSON::parse(written, nullptr, false);
 }
 
-/// Takes the known members of the outermost object off a stream of parser events. Nothing else is
-/// kept, and nothing recurses: the depth of the input is a number.
-class MemberCollector final : public nlohmann::json_sax<nlohmann::json> {
+/// The first value of every known key.
+class KnownMembers {
  public:
-  explicit MemberCollector(std::span<const std::string_view> known)
+  explicit KnownMembers(std::span<const std::string_view> known)
       : keys(known), values(known.size()) {}
 
-  [[nodiscard]] const std::optional<Scalar>& valueOf(std::string_view name) const {
-    return values[indexOf(name)];
+  void take(std::string_view name, std::string_view value) {
+    const JSON key = decoded(name);
+    if (!key.is_string()) return;
+    const std::size_t index = indexOf(key.get_ref<const std::string&>());
+    if (index < values.size() && !values[index]) values[index] = decoded(value);
   }
-  [[nodiscard]] const std::string& error() const { return failure; }
-
-  bool null() override { return take(Null{}); }
-  bool boolean(bool value) override { return take(value); }
-  bool number_integer(number_integer_t value) override { return take(std::int64_t{value}); }
-  bool number_unsigned(number_unsigned_t value) override {
-    if (std::in_range<std::int64_t>(value)) return take(static_cast<std::int64_t>(value));
-    return take(static_cast<double>(value));
-  }
-  bool number_float(number_float_t value, const string_t& /*text*/) override { return take(value); }
-  bool string(string_t& value) override { return take(std::move(value)); }
-  bool binary(binary_t& /*value*/) override { return take(Nested{}); }
-  bool start_object(std::size_t /*size*/) override {
-    if (depth == 0) {
-      depth = 1;
-      return true;
-    }
-    return open();
-  }
-  bool start_array(std::size_t /*size*/) override { return open(); }
-  bool key(string_t& name) override {
-    current = indexOf(name);
-    return true;
-  }
-  bool end_object() override { return close(); }
-  bool end_array() override { return close(); }
-  bool parse_error(std::size_t position, const std::string& /*lastToken*/,
-                   const nlohmann::detail::exception& /*exception*/) override {
-    failure = notJSON(position);
-    return false;
+  [[nodiscard]] const std::optional<JSON>& valueOf(std::string_view key) const {
+    return values[indexOf(key)];
   }
 
  private:
-  [[nodiscard]] std::size_t indexOf(std::string_view name) const {
-    return static_cast<std::size_t>(std::ranges::find(keys, name) - keys.begin());
-  }
-  bool take(Scalar value) {
-    if (depth == 0) {
-      failure = "the top level is not an object";
-      return false;
-    }
-    if (depth == 1 && current < values.size() && !values[current]) {
-      values[current] = std::move(value);
-    }
-    return true;
-  }
-  bool open() {
-    if (!take(Nested{})) return false;
-    ++depth;
-    return true;
-  }
-  bool close() {
-    --depth;
-    return true;
+  [[nodiscard]] std::size_t indexOf(std::string_view key) const {
+    return static_cast<std::size_t>(std::ranges::find(keys, key) - keys.begin());
   }
 
   std::span<const std::string_view> keys;
-  std::vector<std::optional<Scalar>> values;
-  std::size_t current = 0;
-  std::size_t depth = 0;
-  std::string failure;
+  std::vector<std::optional<JSON>> values;
 };
 
-using DateReading = std::optional<Date> (*)(const Scalar&);
+using DateReading = std::optional<Date> (*)(const JSON&);
 
-std::optional<Date> dateOfNumber(const Scalar& scalar) {
-  if (const auto* whole = std::get_if<std::int64_t>(&scalar)) {
-    return Date{static_cast<double>(*whole)};
+std::optional<Date> dateOfNumber(const JSON& value) {
+  return value.is_number() ? std::optional(Date{value.get<double>()}) : std::nullopt;
+}
+
+std::optional<std::string> textOf(const JSON& value) {
+  return value.is_string() ? std::optional(value.get<std::string>()) : std::nullopt;
+}
+
+std::optional<Date> dateOfText(const JSON& value) {
+  const std::optional<std::string> text = textOf(value);
+  return text ? dateFromISO8601(*text) : std::nullopt;
+}
+
+std::optional<std::int64_t> integerOf(const JSON& value) {
+  if (value.is_number_unsigned()) {
+    const auto whole = value.get<std::uint64_t>();
+    return std::in_range<std::int64_t>(whole) ? std::optional(static_cast<std::int64_t>(whole))
+                                              : std::nullopt;
   }
-  if (const auto* real = std::get_if<double>(&scalar)) return Date{*real};
-  return std::nullopt;
+  if (value.is_number_integer()) return value.get<std::int64_t>();
+  if (!value.is_number_float()) return std::nullopt;
+  // From 2^53 on a real stands for more than one whole number.
+  const auto real = value.get<double>();
+  if (std::trunc(real) != real || std::fabs(real) >= 0x1p53) return std::nullopt;
+  return static_cast<std::int64_t>(real);
 }
 
-std::optional<Date> dateOfText(const Scalar& scalar) {
-  const auto* text = std::get_if<std::string>(&scalar);
-  return text == nullptr ? std::nullopt : dateFromISO8601(*text);
-}
-
-std::optional<std::int64_t> integerOf(const Scalar& scalar) {
-  if (const auto* whole = std::get_if<std::int64_t>(&scalar)) return *whole;
-  const auto* real = std::get_if<double>(&scalar);
-  constexpr double bound = 0x1p63;
-  if (real == nullptr || std::trunc(*real) != *real) return std::nullopt;
-  if (*real < -bound || *real >= bound) return std::nullopt;
-  return static_cast<std::int64_t>(*real);
-}
-
-std::optional<bool> booleanOf(const Scalar& scalar) {
-  const auto* value = std::get_if<bool>(&scalar);
-  return value == nullptr ? std::nullopt : std::optional(*value);
-}
-
-std::optional<std::string> textOf(const Scalar& scalar) {
-  const auto* value = std::get_if<std::string>(&scalar);
-  return value == nullptr ? std::nullopt : std::optional(*value);
+std::optional<bool> booleanOf(const JSON& value) {
+  return value.is_boolean() ? std::optional(value.get<bool>()) : std::nullopt;
 }
 
 /// Assigns collected members to fields and remembers the first that does not fit.
 class FieldReader {
  public:
-  explicit FieldReader(const MemberCollector& source) : members(source) {}
+  explicit FieldReader(const KnownMembers& source) : members(source) {}
 
   template <class Field, class Reading>
   void required(std::string_view key, Field& field, Reading reading, std::string_view wanted) {
-    const std::optional<Scalar>& found = members.valueOf(key);
+    const std::optional<JSON>& found = members.valueOf(key);
     if (!found) return fail("missing key \"" + std::string(key) + '"');
     assign(key, *found, field, reading, wanted);
   }
   template <class Field, class Reading>
   void tolerated(std::string_view key, Field& field, Reading reading, std::string_view wanted) {
-    const std::optional<Scalar>& found = members.valueOf(key);
-    if (!found || std::holds_alternative<Null>(*found)) return;
+    const std::optional<JSON>& found = members.valueOf(key);
+    if (!found || found->is_null()) return;
     assign(key, *found, field, reading, wanted);
   }
   [[nodiscard]] const std::string& error() const { return failure; }
 
  private:
   template <class Field, class Reading>
-  void assign(std::string_view key, const Scalar& scalar, Field& field, Reading reading,
+  void assign(std::string_view key, const JSON& written, Field& field, Reading reading,
               std::string_view wanted) {
-    auto value = reading(scalar);
+    auto value = reading(written);
     if (!value) return fail("key \"" + std::string(key) + "\" is not " + std::string(wanted));
     field = *std::move(value);
   }
@@ -256,7 +208,7 @@ class FieldReader {
     if (failure.empty()) failure = std::move(text);
   }
 
-  const MemberCollector& members;
+  const KnownMembers& members;
   std::string failure;
 };
 
@@ -264,15 +216,11 @@ class FieldReader {
 template <class Record, class Fill>
 std::expected<Record, std::string> decode(std::string_view text,
                                           std::span<const std::string_view> keys, Fill fill) {
-  // The parser takes a NUL byte for the end of the input, whatever follows it.
-  if (const std::size_t null = text.find('\0'); null != std::string_view::npos) {
-    return std::unexpected(notJSON(null + 1));
-  }
-  MemberCollector collector(keys);
-  if (!nlohmann::json::sax_parse(text.begin(), text.end(), &collector)) {
-    return std::unexpected(collector.error());
-  }
-  FieldReader fields(collector);
+  KnownMembers members(keys);
+  const auto walked = forEachJSONMember(
+      text, [&](std::string_view name, std::string_view value) { members.take(name, value); });
+  if (!walked) return std::unexpected(walked.error());
+  FieldReader fields(members);
   Record record;
   fill(fields, record);
   if (!fields.error().empty()) return std::unexpected(fields.error());

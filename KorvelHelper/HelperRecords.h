@@ -74,8 +74,8 @@ std::string encodeReply(const HelperCapabilities& capabilities);
 /// Two-space indent, sorted keys, ISO 8601 dates in whole seconds: the form of the state file.
 std::string encodeFile(const HelperState& state);
 
-/// The reverse. The error text says what is wrong and where. Unknown keys are ignored, the first of
-/// duplicate keys counts, a null optional is absent.
+/// The reverse. The error text says what is wrong and where. Unknown keys are ignored with whatever
+/// well-formed value they have, the first of duplicate keys counts, a null optional is absent.
 std::expected<HelperState, std::string> decodeStateFile(std::string_view text);
 std::expected<HelperState, std::string> decodeStateReply(std::string_view text);
 std::expected<HelperCapabilities, std::string> decodeCapabilities(std::string_view text);

@@ -124,7 +124,7 @@ TEST_F(HelperPersistenceTest, AFileThatIsNoJSONReadsAsTheEmptyRecordAndIsLeftInP
   putFile("not a record");
   EXPECT_EQ(store.read(), HelperState::empty());
   EXPECT_THAT(log.lines,
-              ElementsAre("fault Persistence: state.json corrupt — not valid JSON at byte 2; "
+              ElementsAre("fault Persistence: state.json corrupt — not valid JSON at byte 1; "
                           "continuing with empty defaults until next setChargeLimit"));
   EXPECT_EQ(files.nodes.at(statePath).content, "not a record");
 }
@@ -226,6 +226,15 @@ TEST_F(HelperPersistenceTest, AReadBackThatDiffersIsNamedWithBothSizes) {
         StartsWith("read-back verify failed: " + result.error().underlying.localizedDescription()));
     EXPECT_EQ(files.mask, 0022U);
   }
+}
+
+// A newer helper may have written more, and a number that nobody here can hold is none of ours.
+TEST_F(HelperPersistenceTest, ValuesThatNoDecoderHoldsUnderUnknownKeysCostTheUserNothing) {
+  for (const std::string value : {"1e999", R"("\ud800")"}) {
+    putFile("{\"later\" : " + value + "," + encodeFile(fullState()).substr(1));
+    EXPECT_EQ(store.read(), fullState()) << value;
+  }
+  EXPECT_THAT(log.lines, IsEmpty());
 }
 
 }  // namespace

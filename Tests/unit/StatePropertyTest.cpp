@@ -70,5 +70,35 @@ RC_GTEST_PROP(StateProperty, EveryRecordComesBackFromItsReply, ()) {
   RC_ASSERT(decodeStateReply(encodeReply(state)).value() == state);
 }
 
+/// A well-formed value of up to so many levels, some of which nothing can hold.
+std::string anyValue(int levels) {
+  const auto scalar = rc::gen::element<std::string>("null", "true", "-0", "80", "1e999", "-1E+999",
+                                                    "1e-999", "0.5", "99999999999999999999999",
+                                                    R"("")", R"("\ud800")", R"("\udc00\ud800 \"")",
+                                                    R"("\u0000")", "\"ä€😀\"", R"("chargeLimit")");
+  const int kind = levels == 0 ? 0 : *rc::gen::inRange(0, 3);
+  if (kind == 0) return *scalar;
+  std::string text;
+  for (auto count = *rc::gen::inRange(0, 4); count > 0; --count) {
+    if (!text.empty()) text += *rc::gen::element<std::string>(",", " ,\n");
+    if (kind == 1) {
+      text += *rc::gen::element<std::string>(R"("chargeLimit")", R"("\udfff")", R"("")") + " : ";
+    }
+    text += anyValue(levels - 1);
+  }
+  return kind == 1 ? "{" + text + "}" : "[" + text + "]";
+}
+
+RC_GTEST_PROP(StateProperty, NoWellFormedValueUnderAnUnknownKeyMatters, ()) {
+  HelperState state;
+  state.chargeLimit = 60;
+  state.lastWriteAt = Date{0};
+  const std::string member = R"("later":)" + anyValue(4);
+  const std::string whole = encodeFile(state);
+  RC_ASSERT(decodeStateFile("{" + member + "," + whole.substr(1)).value() == state);
+  RC_ASSERT(decodeStateFile(whole.substr(0, whole.size() - 1) + "," + member + "}").value() ==
+            state);
+}
+
 }  // namespace
 }  // namespace korvel
