@@ -239,5 +239,21 @@ TEST(KeepAwakeTest, AuditLineCarriesNeitherTeamNorHash) {
   EXPECT_EQ(bench.logs().front(), keepAwakeAudit(bench, true));
 }
 
+TEST(KeepAwakeTest, SettingThatSomebodyElseGaveUpBecomesOursWhenArmedAgain) {
+  Bench bench;
+  bench.mac().power.setSleepDisabledExternally(true);
+  bench.boot();
+  ASSERT_EQ(outcome(bench.call(bench.app->setClamshellKeepAwake(true))), "ok");
+  ASSERT_FALSE(bench.state().sleepDisabledByKorvel);
+  bench.mac().power.setSleepDisabledExternally(false);
+  bench.mark();
+  EXPECT_EQ(outcome(bench.call(bench.app->setClamshellKeepAwake(true))), "ok");
+  EXPECT_THAT(bench.since("disk power"),
+              ElementsAre("disk state.json replaced: sleepDisabledByKorvel=true",
+                          "power SleepDisabled = 1"));
+  EXPECT_EQ(outcome(bench.call(bench.app->setClamshellKeepAwake(false))), "ok");
+  EXPECT_FALSE(bench.mac().power.sleepDisabled());
+}
+
 }  // namespace
 }  // namespace korvel::test

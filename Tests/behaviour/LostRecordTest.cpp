@@ -1,0 +1,131 @@
+// What follows when the end of a discharge cannot be recorded: the hardware is released, and the
+// record on disk, which counts again, says that the discharge goes on.
+
+#include "DischargeDecision.h"
+#include "Tests/behaviour/Bench.h"
+
+namespace korvel::test {
+namespace {
+
+constexpr const char* reverted =
+    "default persistence rename failure — reverted in-memory state to last durable snapshot";
+
+/// A discharge whose end by `ending` is made while no record can take the old one's place.
+void endWithoutARecord(Bench& bench, AppCallRef (*ending)(AppClient& app)) {
+  bench.bootDischarging();
+  bench.mac().disk.replaceFails = true;
+  ASSERT_EQ(outcome(bench.call(ending(*bench.app))), "ok");
+  bench.mac().disk.replaceFails = false;
+  ASSERT_EQ(bench.key("CHIE"), "00") << "the hardware is released";
+  ASSERT_TRUE(bench.mac().power.assertions().empty());
+  ASSERT_TRUE(bench.state().forceDischargeActive) << "the record says otherwise";
+  bench.mark();
+}
+
+/// Starting again is answered yes, and nothing is done for it.
+void expectAStartToDoNothing(Bench& bench) {
+  EXPECT_EQ(outcome(bench.call(bench.app->forceDischarge(true))), "ok");
+  EXPECT_THAT(bench.since("smc power disk"), IsEmpty());
+}
+
+/// The watchdog runs and the gate is left alone, until the charge has risen by three points.
+void expectTheWatchdogUntilTheChargeRises(Bench& bench) {
+  bench.charge(70);
+  bench.run(60);
+  EXPECT_THAT(bench.since("smc"), IsEmpty());
+  bench.charge(73);
+  bench.run(5);
+  EXPECT_EQ(bench.onDisk().lastDischargeAbortReason,
+            std::string(bannerCopy(DischargeStopReason::chargeInhibitLost)));
+  EXPECT_FALSE(bench.state().forceDischargeActive);
+  bench.run(5);
+  EXPECT_EQ(bench.key("CHTE"), "01 00 00 00") << "the limit holds again";
+}
+
+TEST(LostRecordTest, AUserStopLeavesTheWatchdogOfADischargeThatIsNone) {
+  Bench bench;
+  endWithoutARecord(bench, [](AppClient& app) { return app.forceDischarge(false); });
+  expectAStartToDoNothing(bench);
+  bench.charge(50);
+  bench.run(5);
+  EXPECT_EQ(bench.logs().back(), "default force-discharge auto-stopped: reason=targetReached");
+  EXPECT_FALSE(bench.onDisk().forceDischargeActive);
+}
+
+TEST(LostRecordTest, AUserStopThatIsRepeatedIsRecorded) {
+  Bench bench;
+  endWithoutARecord(bench, [](AppClient& app) { return app.forceDischarge(false); });
+  EXPECT_EQ(outcome(bench.call(bench.app->forceDischarge(false))), "ok");
+  EXPECT_FALSE(bench.onDisk().forceDischargeActive);
+  EXPECT_FALSE(bench.state().forceDischargeActive);
+}
+
+TEST(LostRecordTest, AStopByItselfIsRepeatedByEveryTickUntilItIsRecorded) {
+  Bench bench;
+  bench.bootDischarging();
+  bench.mac().disk.replaceFails = true;
+  bench.charge(50);
+  for (int tick = 0; tick < 3; ++tick) {
+    bench.mark();
+    bench.run(5);
+    EXPECT_THAT(
+        bench.logs(),
+        ElementsAre("default auto-stop discharge: cap=50 ≤ target=50",
+                    ::testing::StartsWith("fault persistence.write failed: atomic rename"),
+                    reverted, "default force-discharge auto-stopped: reason=targetReached"));
+    EXPECT_TRUE(bench.state().forceDischargeActive);
+    EXPECT_FALSE(bench.state().lastDischargeAbortReason.has_value());
+  }
+  bench.mac().disk.replaceFails = false;
+  bench.run(5);
+  EXPECT_FALSE(bench.onDisk().forceDischargeActive);
+  EXPECT_EQ(bench.onDisk().lastDischargeAbortReason,
+            std::string(bannerCopy(DischargeStopReason::targetReached)));
+  bench.mark();
+  bench.run(5);
+  EXPECT_THAT(bench.since("smc"), ElementsAre("smc CHTE <- 01 00 00 00"));
+}
+
+TEST(LostRecordTest, AClearOrAResetLeavesTheDischargeInTheRecordWithNothingThatWatchesIt) {
+  using Ending = AppCallRef (*)(AppClient&);
+  for (const Ending ending : {Ending([](AppClient& app) { return app.clearChargeLimit(); }),
+                              Ending([](AppClient& app) { return app.resetAllSMCKeys(); })}) {
+    Bench bench;
+    endWithoutARecord(bench, ending);
+    expectAStartToDoNothing(bench);
+    const auto before = bench.world.callCounts();
+    bench.run(60);
+    EXPECT_EQ((bench.world.callCounts() - before).text(), "") << "something still ticks";
+    const auto second = bench.world.connectApp();
+    bench.world.runUntilIdle();
+    EXPECT_EQ(bench.logs().back(), "default client connect — arming polling loop at limit=50");
+    expectTheWatchdogUntilTheChargeRises(bench);
+  }
+}
+
+TEST(LostRecordTest, ASuspensionLeavesTheWatchdogToTheNextClient) {
+  Bench bench;
+  bench.bootDischarging();
+  bench.mac().disk.replaceFails = true;
+  bench.app->disconnect();
+  bench.run(30);
+  bench.mac().disk.replaceFails = false;
+  EXPECT_EQ(bench.key("CHIE"), "00");
+  EXPECT_EQ(bench.logs().back(), reverted);
+  bench.app = bench.world.connectApp();
+  bench.app->await(bench.app->ping());
+  EXPECT_TRUE(bench.state().forceDischargeActive);
+  bench.mark();
+  expectTheWatchdogUntilTheChargeRises(bench);
+}
+
+TEST(LostRecordTest, TheNextStartOfTheHelperEndsItInTheRecordToo) {
+  Bench bench;
+  endWithoutARecord(bench, [](AppClient& app) { return app.clearChargeLimit(); });
+  bench.world.killHelper();
+  bench.boot();
+  EXPECT_FALSE(bench.onDisk().forceDischargeActive);
+}
+
+}  // namespace
+}  // namespace korvel::test
