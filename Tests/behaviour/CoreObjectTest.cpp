@@ -276,5 +276,25 @@ TEST(CallerIdentityOfClientTest, ClientThatIsGoneIsStillServedWithEmptyTexts) {
   EXPECT_THAT(bench.logs(), ElementsAre("default cancelTopUp pid=901 signingID= team= cdHash="));
 }
 
+TEST(CoreObjectTest, WithoutAnSMCTheNativeLimitIsTheOnlyCapability) {
+  Bench bench("newer-keys-and-native");
+  bench.mac().smc.servicePresent = false;
+  bench.boot();
+  EXPECT_EQ(bench.app->capabilityRecord(), HelperCapabilities{.nativeCharging = true});
+}
+
+TEST(CoreObjectTest, AFileOfALaterHelperKeepsTheLimitWhateverItsOwnKeysHold) {
+  for (const std::string value : {"1e999", R"("\ud800")", R"([{"chargeLimit":-1e400}])"}) {
+    Bench bench;
+    bench.charge(75);
+    const std::string saved = encodeFile(savedLimit(70));
+    bench.mac().disk.writeFile(HelperPersistence::statePath,
+                               "{\"later\":" + value + "," + saved.substr(1));
+    bench.boot();
+    EXPECT_EQ(bench.state().chargeLimit, 70) << value;
+    EXPECT_EQ(bench.key("CHTE"), "01 00 00 00") << value;
+  }
+}
+
 }  // namespace
 }  // namespace korvel::test

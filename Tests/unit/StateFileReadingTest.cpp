@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -181,6 +182,18 @@ TEST(StateFileReadingTest, TheFirstOfTwoEqualKeysCounts) {
   EXPECT_EQ(decodeStateFile(withLast("\"chargeLimit\":60")), fullState());
   EXPECT_EQ(decodeStateFile(withLast("\"chargeLimit\":[]")), fullState());
   EXPECT_EQ(decodeStateFile(withLast(R"("ch\u0061rgeLimit":60)")), fullState());
+}
+
+TEST(StateFileReadingTest, NullUnderALaterKeyIsAsGoodAsNoKey) {
+  const HelperState fresh;
+  EXPECT_EQ(decodeStateFile(withValue("lastWriteVerified", "null"))->lastWriteVerified,
+            fresh.lastWriteVerified);
+  EXPECT_EQ(decodeStateFile(withValue("topUpActive", "null"))->topUpActive, fresh.topUpActive);
+  EXPECT_EQ(decodeStateFile(withValue("lastDischargeAbortAt", "null"))->lastDischargeAbortAt,
+            std::nullopt);
+  EXPECT_EQ(decodeStateFile(withValue("helperVersion", "null"))->helperVersion, std::nullopt);
+  EXPECT_EQ(errorOf(withValue("heatPauseActive", "null")),
+            "key \"heatPauseActive\" is not a Boolean");
 }
 
 TEST(StateFileReadingTest, ADateHasOneFormAndThreeWaysToNameItsZone) {
