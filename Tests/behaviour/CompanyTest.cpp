@@ -48,6 +48,16 @@ TEST(CompanyTest, TheLastClientThatComesBackDuringATopOffDoesTheSame) {
                                         "default charge enforcement pause:ok"));
 }
 
+TEST(CompanyTest, ATopOffThatIsAskedForAgainLeavesTheLimitBehind) {
+  Bench bench;
+  startTopOff(bench);
+  const auto second = connectAnother(bench);
+  ASSERT_EQ(bench.key("CHTE"), "01 00 00 00");
+  EXPECT_EQ(outcome(bench.call(second->releaseLimitUntilFullThenRestore())), "ok");
+  bench.run(600);
+  EXPECT_EQ(bench.key("CHTE"), "00 00 00 00");
+}
+
 TEST(CompanyTest, ATopOffThatTheLastClientLeftGoesOnUntilTheBatteryIsFull) {
   Bench bench;
   startTopOff(bench);
