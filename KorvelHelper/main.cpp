@@ -89,6 +89,7 @@ bool HelperListenerDelegate::shouldAcceptNewConnection(XPCConnection& connection
   // A text that does not parse protects nothing, so such a connection is not taken.
   if (!connection.setCodeSigningRequirement(
           strictRequirement(KorvelAppBundleIdentifier, teamIdentifier))) {
+    log.fault("code-signing requirement does not parse — refusing XPC connection");
     return false;
   }
   connection.setInvalidationHandler([weak = weak_from_this(), counted = core] {

@@ -97,6 +97,19 @@ void helperWithoutATeam(std::vector<LogLine>& lines) {
   collect(bench, lines);
 }
 
+void helperWhoseTeamSpoilsTheRequirement(std::vector<LogLine>& lines) {
+  Bench bench;
+  bench.excuse("transport: requirement does not parse");
+  virtualmac::SigningIdentity oddTeam = *bench.mac().signatures.identity("helper");
+  oddTeam.team = "AB\"CD";
+  bench.mac().signatures.define(oddTeam);
+  bench.world.startHelper();
+  const auto refused = bench.world.connectApp();
+  bench.world.runUntilIdle();
+  EXPECT_THAT(bench.since("app"), ElementsAre("app app 901 connects", "app app 901 refused"));
+  collect(bench, lines);
+}
+
 void limitsThatHoldAndDoNot(std::vector<LogLine>& lines) {
   Bench bench;
   bench.bootWithLimit(80);
@@ -214,9 +227,9 @@ void freshInstallDischarges(std::vector<LogLine>& lines) {
 TEST(LogLinesTest, EveryPublishedLineIsWrittenAndNoOther) {
   std::vector<LogLine> lines;
   for (const auto story :
-       {crashThenClientsComeAndGo, helperWithoutATeam, limitsThatHoldAndDoNot, nativeLimitThatFails,
-        targetOutOfRange, everyStopOfADischarge, unattendedDischargeThenSleep, everyEndOfATopOff,
-        freshInstallDischarges}) {
+       {crashThenClientsComeAndGo, helperWithoutATeam, helperWhoseTeamSpoilsTheRequirement,
+        limitsThatHoldAndDoNot, nativeLimitThatFails, targetOutOfRange, everyStopOfADischarge,
+        unattendedDischargeThenSleep, everyEndOfATopOff, freshInstallDischarges}) {
     story(lines);
   }
   const std::vector<Message> messages = publishedMessages();
