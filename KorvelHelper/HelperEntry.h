@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "Logger.h"
+#include "Platform/Dispatch.h"
 #include "Platform/Platform.h"
 #include "Platform/XPCListener.h"
 
@@ -26,7 +27,8 @@ std::string bundleTeamIdentifier(Platform& platform);
 /// itself.
 std::string strictRequirement(std::string_view identifier, std::string_view team);
 
-/// Admits connections: attaches the requirement, exports the one core, counts clients in and out.
+/// Admits connections: attaches the requirement, exports the one core, counts each accepted client
+/// in once and then out once, whichever of the two is told first.
 class HelperListenerDelegate final : public XPCListenerDelegate,
                                      public std::enable_shared_from_this<HelperListenerDelegate> {
  public:
@@ -37,6 +39,7 @@ class HelperListenerDelegate final : public XPCListenerDelegate,
 
  private:
   Logger log;
+  Dispatch& dispatch;
   std::shared_ptr<HelperImpl> core;
   std::string teamIdentifier;
 };

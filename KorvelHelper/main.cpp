@@ -1,7 +1,10 @@
 // The entry: wiring, signals, and who may talk to the helper. What it does is HelperImpl's.
 
 #include <source_location>
+#include <utility>
 
+#include "Base/Annotations.h"
+#include "Base/Lock.h"
 #include "HelperEntry.h"
 #include "HelperImpl.h"
 #include "KorvelHelperProtocol.h"
@@ -24,6 +27,44 @@ std::unique_ptr<SignalSource> listenFor(int signalNumber, Dispatch& dispatch,
   dispatch.ignoreDefaultAction(signalNumber);
   return source;
 }
+
+/// Counts one accepted connection in and out. The handlers run on the connection's own threads from
+/// the moment they are set, so its end may be told before its beginning is: then the end waits for
+/// the beginning, and the core sees every client come first and go once.
+class CountedConnection {
+ public:
+  CountedConnection(Dispatch& dispatch, std::shared_ptr<HelperImpl> sharedCore)
+      : core(std::move(sharedCore)), connectionLock(dispatch.makeLock("connectionLock")) {}
+
+  /// The acceptance is complete. Once.
+  void begin() EXCLUDES(connectionLock) {
+    // The core is told first, so that no end overtakes it, and without the lock, so that nothing
+    // that it takes is ever taken under this one.
+    core->clientDidConnect();
+    {
+      const ScopedLock held(connectionLock);
+      begun = true;
+      if (!over) return;
+    }
+    core->clientDidDisconnect();
+  }
+
+  /// The connection is over.
+  void end() EXCLUDES(connectionLock) {
+    {
+      const ScopedLock held(connectionLock);
+      const bool again = std::exchange(over, true);
+      if (again || !begun) return;
+    }
+    core->clientDidDisconnect();
+  }
+
+ private:
+  const std::shared_ptr<HelperImpl> core;
+  Lock connectionLock;
+  bool begun GUARDED_BY(connectionLock) = false;
+  bool over GUARDED_BY(connectionLock) = false;
+};
 
 }  // namespace
 
@@ -75,7 +116,10 @@ std::string strictRequirement(std::string_view identifier, std::string_view team
 HelperListenerDelegate::HelperListenerDelegate(Platform& platform,
                                                std::shared_ptr<HelperImpl> sharedCore,
                                                std::string team)
-    : log(platform.log, "Listener"), core(std::move(sharedCore)), teamIdentifier(std::move(team)) {}
+    : log(platform.log, "Listener"),
+      dispatch(platform.dispatch),
+      core(std::move(sharedCore)),
+      teamIdentifier(std::move(team)) {}
 
 bool HelperListenerDelegate::shouldAcceptNewConnection(XPCConnection& connection) {
   XPCInterface interface = makeHelperInterface();
@@ -92,19 +136,20 @@ bool HelperListenerDelegate::shouldAcceptNewConnection(XPCConnection& connection
     log.fault("code-signing requirement does not parse — refusing XPC connection");
     return false;
   }
-  connection.setInvalidationHandler([weak = weak_from_this(), counted = core] {
+  const auto counted = std::make_shared<CountedConnection>(dispatch, core);
+  connection.setInvalidationHandler([weak = weak_from_this(), counted] {
     const long line = std::source_location::current().line();
     if (const auto self = weak.lock()) {
       self->log.log("connection invalidated #fileID=%{public}s line=%{public}ld", fileID, line);
     }
-    counted->clientDidDisconnect();
+    counted->end();
   });
   connection.setInterruptionHandler([weak = weak_from_this()] {
     if (const auto self = weak.lock()) self->log.log("connection interrupted");
   });
   connection.resume();
   log.log("accepted XPC connection (requirement set, team=%{public}s)", teamIdentifier.c_str());
-  core->clientDidConnect();
+  counted->begin();
   return true;
 }
 

@@ -1,5 +1,6 @@
 // Who may talk to the helper, and how connections are counted.
 
+#include <ostream>
 #include <tuple>
 #include <type_traits>
 
@@ -7,7 +8,9 @@
 #include "HelperImpl.h"
 #include "KorvelHelperProtocol.h"
 #include "Tests/behaviour/Bench.h"
+#include "Tests/behaviour/Doubles.h"
 #include "Tests/behaviour/EntryDoubles.h"
+#include "Tests/behaviour/InterruptedSeam.h"
 #include "VirtualMac/InProcess/ReplyTransport.h"
 
 namespace korvel::test {
@@ -92,6 +95,118 @@ TEST_F(DelegateTest, RequirementThatDoesNotParseIsARefusal) {
               ElementsAre("log Listener fault \"code-signing requirement does not parse — refusing "
                           "XPC connection\""));
 }
+
+TEST_F(DelegateTest, AnEndThatIsToldTwiceCountsOutOnce) {
+  delegate->shouldAcceptNewConnection(connection);
+  connection.invalidation();
+  connection.invalidation();
+  bench.world.runUntilIdle();
+  EXPECT_THAT(bench.logs(), ElementsAre("default client connected (count=1)",
+                                        "default client disconnected (count=0)"));
+}
+
+/// A moment between the setting of the invalidation handler and the end of the delegate's method.
+struct EarlyMoment {
+  const char* name;
+  const char* step = "";  ///< Of the connection's.
+  bool inLine = false;    ///< As the acceptance is being logged.
+  bool afterLine = false;
+  bool beforeLock = false;  ///< When the core has been told of the client.
+  bool afterLock = false;   ///< When that is remembered as well.
+
+  [[nodiscard]] bool beforeTheLineIsWritten() const { return inLine || *step != '\0'; }
+  friend std::ostream& operator<<(std::ostream& out, const EarlyMoment& moment) {
+    return out << moment.name;
+  }
+};
+
+class EarlyEndTest : public ::testing::TestWithParam<EarlyMoment> {
+ protected:
+  EarlyEndTest() {
+    core = HelperImpl::create(real);
+    bench.world.runUntilIdle();
+    bench.mark();
+  }
+
+  /// Accepts one connection, which ends at the moment. `watched` is run just before it does.
+  void accept(HelperListenerDelegate& delegate, const std::function<void()>& watched = [] {}) {
+    const EarlyMoment& moment = GetParam();
+    const auto end = [this, watched] {
+      watched();
+      connection.invalidation();
+    };
+    connection.onStep = [&moment, end](const std::string& step) {
+      if (step == moment.step) end();
+    };
+    log.line = "accepted XPC connection";
+    if (moment.inLine) log.before = end;
+    if (moment.afterLine) log.after = end;
+    if (moment.beforeLock) locks.beforeLock = end;
+    if (moment.afterLock) locks.afterUnlock = end;
+    EXPECT_TRUE(delegate.shouldAcceptNewConnection(connection));
+  }
+
+  static constexpr const char* accepted =
+      "default accepted XPC connection (requirement set, team=ABCDE12345)";
+
+  Bench bench;
+  Platform& real = bench.world.startBareHelper();
+  InterruptedLog log{real.log};
+  InterruptedLocks locks{real.dispatch, "connectionLock"};
+  Platform platform = with(real, locks, log);
+  std::shared_ptr<HelperImpl> core;
+  RecordingConnection connection;
+};
+
+// The connection's handlers run on its own threads: nothing orders an end after the acceptance.
+TEST_P(EarlyEndTest, IsCountedAfterItsBeginning) {
+  const auto delegate = std::make_shared<HelperListenerDelegate>(platform, core, "ABCDE12345");
+  accept(*delegate);
+  bench.world.runUntilIdle();
+  EXPECT_THAT(bench.logs(), ElementsAre("default client connected (count=1)",
+                                        "default client disconnected (count=0)"));
+  const Lines listener = bench.logs("Listener");
+  ASSERT_EQ(listener.size(), 2U);
+  const std::size_t ended = GetParam().beforeTheLineIsWritten() ? 0 : 1;
+  EXPECT_THAT(listener[ended], ::testing::StartsWith("default connection invalidated #fileID="))
+      << "the end is logged when it comes";
+  EXPECT_EQ(listener[1 - ended], accepted);
+}
+
+TEST_P(EarlyEndTest, IsCountedAlsoWhenTheDelegateIsGone) {
+  HelperListenerDelegate standing(platform, core, "ABCDE12345");
+  std::shared_ptr<HelperListenerDelegate> owner(&standing, [](HelperListenerDelegate*) {});
+  accept(standing, [&owner] { owner.reset(); });
+  bench.world.runUntilIdle();
+  EXPECT_THAT(bench.logs("Listener"), ElementsAre(accepted)) << "only the end's line is skipped";
+  EXPECT_THAT(bench.logs(), ElementsAre("default client connected (count=1)",
+                                        "default client disconnected (count=0)"));
+}
+
+TEST_P(EarlyEndTest, LeavesTheCountOfOthersAlone) {
+  const auto delegate = std::make_shared<HelperListenerDelegate>(platform, core, "ABCDE12345");
+  RecordingConnection other;
+  delegate->shouldAcceptNewConnection(other);
+  bench.world.runUntilIdle();
+  bench.mark();
+  accept(*delegate);
+  other.invalidation();
+  bench.world.runUntilIdle();
+  EXPECT_THAT(bench.logs(), ElementsAre("default client connected (count=2)",
+                                        "default client disconnected (count=1)",
+                                        "default client disconnected (count=0)"));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , EarlyEndTest,
+    ::testing::Values(EarlyMoment{.name = "AsItsHandlerIsSet", .step = "invalidation handler"},
+                      EarlyMoment{.name = "WhenBothHandlersAreSet", .step = "interruption handler"},
+                      EarlyMoment{.name = "InsideResume", .step = "resume"},
+                      EarlyMoment{.name = "DuringTheLogLine", .inLine = true},
+                      EarlyMoment{.name = "BetweenLineAndCount", .afterLine = true},
+                      EarlyMoment{.name = "DuringTheCount", .beforeLock = true},
+                      EarlyMoment{.name = "AfterTheCount", .afterLock = true}),
+    [](const auto& each) { return std::string(each.param.name); });
 
 TEST_F(DelegateTest, InvalidationNamesItsPlaceInTheEntryAndCountsOut) {
   delegate->shouldAcceptNewConnection(connection);

@@ -49,6 +49,23 @@ inline Platform with(const Platform& base, Process& process) {
           base.log,        base.codeSigning, base.xpc,          process};
 }
 
+inline Platform with(const Platform& base, Dispatch& dispatch, UnifiedLog& log) {
+  return {base.smc,
+          base.registry,
+          base.powerSources,
+          base.assertions,
+          base.powerSettings,
+          base.rootDomain,
+          base.smartCharge,
+          base.files,
+          dispatch,
+          base.clock,
+          log,
+          base.codeSigning,
+          base.xpc,
+          base.process};
+}
+
 /// A root domain whose messages a test sends itself, on its own thread.
 class ScriptedRootDomain final : public RootPowerDomain {
  public:

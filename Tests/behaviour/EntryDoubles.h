@@ -22,29 +22,36 @@ class RecordingConnection final : public XPCConnection {
   std::string requirement;
   bool requirementParses = true;
   std::function<void()> invalidation, interruption;
+  std::function<void(const std::string& step)> onStep;  ///< Runs within the step.
 
   void setExportedInterface(const XPCInterface& exported) override {
-    steps.emplace_back("interface");
     interface = exported;
+    step("interface");
   }
   void setExportedObject(std::shared_ptr<KorvelHelperProtocol> exported) override {
-    steps.emplace_back("object");
     object = std::move(exported);
+    step("object");
   }
   bool setCodeSigningRequirement(const std::string& text) override {
-    steps.emplace_back("requirement");
     requirement = text;
+    step("requirement");
     return requirementParses;
   }
   void setInvalidationHandler(std::function<void()> handler) override {
-    steps.emplace_back("invalidation handler");
     invalidation = std::move(handler);
+    step("invalidation handler");
   }
   void setInterruptionHandler(std::function<void()> handler) override {
-    steps.emplace_back("interruption handler");
     interruption = std::move(handler);
+    step("interruption handler");
   }
-  void resume() override { steps.emplace_back("resume"); }
+  void resume() override { step("resume"); }
+
+ private:
+  void step(const std::string& name) {
+    steps.push_back(name);
+    if (onStep) onStep(name);
+  }
 };
 
 /// Passes everything on and notes what the entry does with signals, the listener and the main loop,

@@ -1,0 +1,82 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "Platform/Dispatch.h"
+#include "Platform/UnifiedLog.h"
+
+namespace korvel::test {
+
+/// A log that lets a test act before and after one line is written.
+class InterruptedLog final : public UnifiedLog {
+ public:
+  explicit InterruptedLog(UnifiedLog& realLog) : log(realLog) {}
+  std::string line;  ///< How it begins.
+  std::function<void()> before, after;
+
+  void emit(std::string_view subsystem, std::string_view category, LogLevel level,
+            std::string_view text) override {
+    const bool meant = !line.empty() && text.starts_with(line);
+    if (meant && before) before();
+    log.emit(subsystem, category, level, text);
+    if (meant && after) after();
+  }
+
+ private:
+  UnifiedLog& log;
+};
+
+/// Locks of one label let a test act before they are taken and after they were given back: each
+/// time the first one is.
+class InterruptedLocks final : public Dispatch {
+ public:
+  InterruptedLocks(Dispatch& realDispatch, std::string watchedLabel)
+      : dispatch(realDispatch), label(std::move(watchedLabel)) {}
+  std::function<void()> beforeLock, afterUnlock;  ///< Run once, and are then forgotten.
+
+  std::shared_ptr<WorkQueue> makeSerialQueue(std::string_view name) override {
+    return dispatch.makeSerialQueue(name);
+  }
+  std::unique_ptr<TimerSource> makeTimer(const std::shared_ptr<WorkQueue>& queue) override {
+    return dispatch.makeTimer(queue);
+  }
+  std::unique_ptr<SignalSource> makeSignalSource(int number) override {
+    return dispatch.makeSignalSource(number);
+  }
+  std::shared_ptr<DispatchGroup> makeGroup() override { return dispatch.makeGroup(); }
+  std::unique_ptr<LockPrimitive> makeLock(std::string_view name) override {
+    std::unique_ptr<LockPrimitive> real = dispatch.makeLock(name);
+    if (name != label) return real;
+    return std::make_unique<Watched>(std::move(real), *this);
+  }
+  void ignoreDefaultAction(int number) override { dispatch.ignoreDefaultAction(number); }
+  void runMainLoop() override { dispatch.runMainLoop(); }
+
+ private:
+  class Watched final : public LockPrimitive {
+   public:
+    Watched(std::unique_ptr<LockPrimitive> realLock, InterruptedLocks& hooks)
+        : real(std::move(realLock)), owner(hooks) {}
+    void lock() override {
+      if (owner.beforeLock) std::exchange(owner.beforeLock, nullptr)();
+      real->lock();
+    }
+    void unlock() override {
+      real->unlock();
+      if (owner.afterUnlock) std::exchange(owner.afterUnlock, nullptr)();
+    }
+
+   private:
+    std::unique_ptr<LockPrimitive> real;
+    InterruptedLocks& owner;
+  };
+
+  Dispatch& dispatch;
+  std::string label;
+};
+
+}  // namespace korvel::test
