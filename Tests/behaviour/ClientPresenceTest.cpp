@@ -207,6 +207,24 @@ TEST(ClientPresenceTest, InvalidationAtZeroKeepsZeroAndRestartsTheThirtySeconds)
   EXPECT_EQ(bench.logs().back(), suspending);
 }
 
+TEST(ClientPresenceTest, ClientThatEndsWhileItIsAcceptedRestartsTheThirtySeconds) {
+  for (const auto& [name, moment] : virtualmac::connectionBreaks) {
+    SCOPED_TRACE(name);
+    Bench bench;
+    bench.bootWithLimit(50);
+    leave(bench);
+    bench.run(20);
+    bench.mark();
+    bench.mac().connectionsBreak = moment;
+    const auto brief = bench.world.connectApp();
+    bench.run(29.999);
+    EXPECT_THAT(bench.logs(), ElementsAre("default client connected (count=1)",
+                                          "default client disconnected (count=0)"));
+    bench.run(0.001);
+    EXPECT_EQ(bench.logs().back(), suspending);
+  }
+}
+
 TEST(ClientPresenceTest, NothingToSuspendIsSaid) {
   Bench bench;
   bench.boot();

@@ -25,9 +25,12 @@ class FakeHelper final : public korvel::KorvelHelperProtocol {
   bool resumes = true;
   bool ignoresSignals = true;
   bool typedReplies = true;
+  bool notesSteps = false;                               ///< Also those of resuming a connection.
+  std::function<void()> onAccepting, onResumed;          ///< On the thread that accepts.
   std::vector<korvel::ReplyClassSetting> laterSettings;  ///< Made after the usual ones.
   std::string interfaceName;                             ///< Empty: the real one.
   std::function<void(const std::string& call)> onCall;
+  std::function<void()> onInvalidated;
   std::vector<korvel::Reply> kept;  ///< Replies of setChargeLimit while `keepsReplies`.
   bool keepsReplies = false;
   bool dropsReplies = false;
@@ -130,9 +133,16 @@ class FakeHelper final : public korvel::KorvelHelperProtocol {
         std::shared_ptr<korvel::KorvelHelperProtocol>(std::shared_ptr<void>(), this));
     if (!accepts) return false;
     if (!requirement.empty()) connection.setCodeSigningRequirement(requirement);
-    connection.setInvalidationHandler([this] { note("invalidated"); });
+    connection.setInvalidationHandler([this] {
+      note("invalidated");
+      if (onInvalidated) onInvalidated();
+    });
     connection.setInterruptionHandler([this] { note("interrupted"); });
+    if (onAccepting) onAccepting();
+    if (notesSteps) note("resuming");
     if (resumes) connection.resume();
+    if (notesSteps) note("resumed");
+    if (onResumed) onResumed();
     note("accepted");
     return true;
   }

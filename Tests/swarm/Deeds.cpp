@@ -66,6 +66,7 @@ constexpr Deed all[] = {
     {"connect", [](Swarm& swarm) { swarm.connect("app"); }},
     {"connectAgain", [](Swarm& swarm) { swarm.connect("app"); }},
     {"connectStranger", connectStranger},
+    {"comeAndGo", [](Swarm& swarm) { swarm.comeAndGo(); }},
     {"disconnect", [](Swarm& swarm) { byClient(swarm, [&](AppClient& client) { client.disconnect(); swarm.forgetClient(client); }); }},
     {"clientDies", [](Swarm& swarm) { byClient(swarm, [&](AppClient& client) { client.kill(); swarm.forgetClient(client); }); }},
     {"connectionBreaks", [](Swarm& swarm) { byClient(swarm, [](AppClient& client) { client.interrupt(); }); }},

@@ -162,6 +162,12 @@ void Swarm::connect(std::string_view identity) {
   stage.clients.back()->ping();
 }
 
+void Swarm::comeAndGo() {
+  const auto client = world().connectApp();
+  if (random.chance(1, 2)) client->ping();
+  if (random.chance(1, 2)) world().runUntil([this] { return random.chance(1, 8); }, 0.1);
+}
+
 void Swarm::forgetClient(const virtualmac::AppClient& client) {
   std::erase_if(stage.clients, [&client](const auto& each) { return each.get() == &client; });
 }

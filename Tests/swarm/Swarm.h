@@ -37,6 +37,8 @@ class Swarm {
   /// One of the connected clients; null: there is none.
   virtualmac::AppClient* someClient();
   void connect(std::string_view identity);
+  /// A client that is gone before anybody can have looked.
+  void comeAndGo();
   void forgetClient(const virtualmac::AppClient& client);
 
   virtualmac::Random random;

@@ -20,7 +20,7 @@ constexpr std::array profiles{"newer-keys",    "newer-keys",     "older-pair",
                               "native-only",   "no-control",     "two-banks",
                               "both-families", "mixed-families", "newer-keys-and-native"};
 
-constexpr std::array<std::string_view, 49> machineFaults{
+constexpr std::array<std::string_view, 52> machineFaults{
     "smc-missing",
     "smc-open-refused",
     "smc-stale",
@@ -70,6 +70,9 @@ constexpr std::array<std::string_view, 49> machineFaults{
     "disk-short-writes 3",
     "disk-call-fails fsync 5",
     "disk-call-fails readFile 5",
+    "connection-breaks handler",
+    "connection-breaks resume",
+    "connection-breaks after",
 };
 
 /// Calls that may fail here and there. An injected close would keep its descriptor for good.

@@ -29,7 +29,8 @@ HostedProcess::HostedProcess(HostSurroundings surroundings, std::int32_t pid)
       log(*this),
       xpc(XPCSurroundings{around.scheduler, group, around.endpoint, around.machine.signatures,
                           around.journal, around.reportViolation,
-                          korvel::KorvelHelperMachServiceName, around.observers}),
+                          korvel::KorvelHelperMachServiceName, around.observers,
+                          around.machine.connectionsBreak}),
       self(*this),
       seam{smc,   registry, powerSources, assertions, powerSettings, rootDomain, smartCharge,
            files, dispatch, clock,        log,        codeSigning,   xpc,        self} {}

@@ -30,7 +30,11 @@ class ListenerCore final : public ConnectionAcceptor,
     const auto connection = std::make_shared<PeerConnection>(service, client);
     const std::shared_ptr<korvel::XPCListenerDelegate> judge = delegate.lock();
     service.connections.push_back(connection);
-    if (judge && judge->shouldAcceptNewConnection(*connection)) return;
+    const ScheduleObservers& observers = service.around.observers;
+    observers.tell(&ScheduleObserver::connectionOffered, service.around.process);
+    const bool accepted = judge && judge->shouldAcceptNewConnection(*connection);
+    observers.tell(&ScheduleObserver::connectionDecided, service.around.process, accepted);
+    if (accepted) return;
     std::erase(service.connections, connection);
     connection->refuse();
   }

@@ -9,6 +9,7 @@
 
 #include "Platform/XPCListener.h"
 #include "VirtualMac/InProcess/ServiceEndpoint.h"
+#include "VirtualMac/Machine/ConnectionBreak.h"
 #include "VirtualMac/Schedule/Journal.h"
 #include "VirtualMac/Schedule/Observer.h"
 #include "VirtualMac/Schedule/Scheduler.h"
@@ -30,6 +31,8 @@ struct XPCSurroundings {
   std::function<void(std::string)> reportViolation;
   std::string_view serviceName;  ///< The one Mach service that launchd knows.
   const ScheduleObservers& observers;
+  /// When new connections end by themselves; the machine's.
+  const std::optional<ConnectionBreak>& connectionsBreak;
 };
 
 /// NSXPC for one helper process: the listener and each connection have a thread of their own.

@@ -81,6 +81,7 @@ struct InvariantSet::Parts {
     addPowerInvariants(list, world);
     addScheduleInvariants(list, world);
     addRecordInvariants(list, world);
+    addClientInvariants(list, world);
   }
   World& world;
   InvariantList list;

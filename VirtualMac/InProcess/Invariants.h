@@ -33,6 +33,7 @@ class InvariantSet {
 
 using InvariantList = std::vector<std::unique_ptr<Invariant>>;
 
+void addClientInvariants(InvariantList& list, World& world);
 void addHardwareInvariants(InvariantList& list, World& world);
 void addDischargeInvariants(InvariantList& list, World& world);
 void addPowerInvariants(InvariantList& list, World& world);

@@ -40,6 +40,7 @@ bool PeerConnection::setCodeSigningRequirement(const std::string& text) {
 
 void PeerConnection::setInvalidationHandler(std::function<void()> handler) {
   invalidationHandler = std::move(handler);
+  breakAt(ConnectionBreak::AtHandler);
 }
 
 void PeerConnection::setInterruptionHandler(std::function<void()> handler) {
@@ -52,7 +53,30 @@ void PeerConnection::resume() {
   client->accepted(weak_from_this());
   // The client may have gone before anybody looked.
   if (client->isOver()) clientGone();
+  breakAt(ConnectionBreak::InResume);
+  breakAt(ConnectionBreak::AfterResume);
   service.around.scheduler.mayInterrupt();
+}
+
+void PeerConnection::breakAt(ConnectionBreak moment) {
+  if (service.around.connectionsBreak != moment) return;
+  service.around.scheduler.post(*thread, [self = shared_from_this()] {
+    self->client->cutOff(std::string(connectionBroke));
+    self->invalidate();
+  });
+  if (moment != ConnectionBreak::AfterResume) awaitEnd();
+}
+
+void PeerConnection::awaitEnd() {
+  Scheduler& scheduler = service.around.scheduler;
+  ThreadGroup& process = service.around.process;
+  awaiting = &scheduler.current();
+  while (!ended) {
+    scheduler.block(Wait{
+        .what = "handler", .name = thread->name(), .holder = thread.get(), .process = &process});
+    scheduler.requireAlive(&process);
+  }
+  awaiting = nullptr;
 }
 
 // ---- the client's
@@ -146,9 +170,14 @@ void PeerConnection::invalidate() {
   invalid = true;
   const std::shared_ptr<PeerConnection> self = shared_from_this();
   std::erase(service.connections, self);
+  const ScheduleObservers& observers = service.around.observers;
+  observers.tell(&ScheduleObserver::connectionEnding, service.around.process);
   if (invalidationHandler) std::exchange(invalidationHandler, nullptr)();
+  observers.tell(&ScheduleObserver::connectionEnded, service.around.process);
   interruptionHandler = nullptr;
   exported = nullptr;
+  ended = true;
+  if (awaiting != nullptr) service.around.scheduler.wake(*awaiting);
 }
 
 void PeerConnection::refuse() {

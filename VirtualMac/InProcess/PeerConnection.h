@@ -12,7 +12,9 @@
 namespace virtualmac {
 
 /// The helper's half of one connection. Messages are delivered one at a time, in order, on the
-/// connection's own thread; its handlers run there too, after the messages before them.
+/// connection's own thread; its handlers run there too, after the messages before them. So they may
+/// run beside the thread that accepts it: as soon as the schedule says so after resume, or when the
+/// machine's fault does.
 class PeerConnection final : public korvel::XPCConnection,
                              public ServerEnd,
                              public std::enable_shared_from_this<PeerConnection> {
@@ -43,6 +45,9 @@ class PeerConnection final : public korvel::XPCConnection,
   void deliver(const ServiceMessage& message);
   [[nodiscard]] bool peerIsAdmitted();
   void call(const ServiceMessage& message);
+  /// Breaks here if the machine's new connections do at this moment.
+  void breakAt(ConnectionBreak moment);
+  void awaitEnd();
   void invalidate();
 
   InProcessXPC& service;
@@ -56,6 +61,8 @@ class PeerConnection final : public korvel::XPCConnection,
   std::optional<std::int32_t> delivering;
   bool resumed = false;
   bool invalid = false;
+  bool ended = false;        ///< Invalid, and the handler has returned.
+  Lane* awaiting = nullptr;  ///< Goes on when it has ended.
 };
 
 }  // namespace virtualmac

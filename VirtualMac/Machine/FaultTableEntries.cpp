@@ -180,6 +180,19 @@ void shortWrites(Machine& mac, Args& args, bool on) {
   if (!args.complaint) setOptional(mac.disk.shortWriteBytes, on, bytes);
 }
 
+void newConnectionsBreak(Machine& mac, Args& args, bool on) {
+  if (!on) return mac.connectionsBreak.reset();
+  std::string all;
+  for (const auto& [name, moment] : connectionBreaks) {
+    if (name == args.text(0)) {
+      mac.connectionsBreak = moment;
+      return;
+    }
+    addName(all, name);
+  }
+  args.complaint = "no moment is called \"" + args.text(0) + "\"; there are: " + all;
+}
+
 void signHelperAs(Machine& mac, std::string_view identity, bool on) {
   mac.signatures.setPath(helperProgramPath, on ? identity : "helper");
 }
@@ -286,6 +299,7 @@ const FaultEntry entries[] = {
      [](Machine& mac, Args&, bool on) { mac.disk.replaceFails = on; }},
     {{"disk-short-writes", "BYTES", "No write takes more bytes at once."}, 1, 1, 0, shortWrites},
     {{"disk-call-fails", "CALL ERRNO", "A file call (mkdir, fsync, readFile, ...) fails with an errno."}, 2, 2, 1, diskCallFails},
+    {{"connection-breaks", "MOMENT", "New connections end as they are accepted: at handler, in resume, or after."}, 1, 1, 0, newConnectionsBreak},
     {{"helper-unsigned", "", "The helper's program is not signed."}, 0, 0, 0,
      [](Machine& mac, Args&, bool on) { signHelperAs(mac, "unsigned", on); }, false, signatureTarget},
     {{"helper-without-team", "", "The helper's program is signed without a team."}, 0, 0, 0,

@@ -14,6 +14,7 @@
 #include "Base/PropertyValue.h"
 #include "VirtualMac/Machine/Battery.h"
 #include "VirtualMac/Machine/CodeSignatures.h"
+#include "VirtualMac/Machine/ConnectionBreak.h"
 #include "VirtualMac/Machine/Disk.h"
 #include "VirtualMac/Machine/Enclosure.h"
 #include "VirtualMac/Machine/HelperProcess.h"
@@ -115,6 +116,8 @@ class Machine {
   /// What the main bundle's information holds; "CFBundleShortVersionString" at first.
   korvel::PropertyValue::Dictionary bundleInformation;
   std::optional<std::string> bundleExecutablePath{std::string(helperProgramPath)};
+  /// Every new connection of the helper's service ends by itself at this moment.
+  std::optional<ConnectionBreak> connectionsBreak;
   /// Lines of the faults that are on; kept by setFault.
   std::vector<std::string> activeFaultLines;
 

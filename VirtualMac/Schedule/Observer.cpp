@@ -10,6 +10,10 @@ void ScheduleObserver::workBegins(const Lane&, std::uint64_t) {}
 void ScheduleObserver::workEnds(const Lane&, std::uint64_t) {}
 void ScheduleObserver::messageBegins(const Lane&, std::string_view) {}
 void ScheduleObserver::messageEnds(const Lane&) {}
+void ScheduleObserver::connectionOffered(const ThreadGroup&) {}
+void ScheduleObserver::connectionDecided(const ThreadGroup&, bool) {}
+void ScheduleObserver::connectionEnding(const ThreadGroup&) {}
+void ScheduleObserver::connectionEnded(const ThreadGroup&) {}
 void ScheduleObserver::timerStarted(const TimerFacts&) {}
 void ScheduleObserver::timerCancelled(const TimerFacts&) {}
 void ScheduleObserver::timerFires(const TimerFacts&) {}

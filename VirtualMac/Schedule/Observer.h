@@ -40,6 +40,13 @@ class ScheduleObserver {
   /// `lane` begins to deliver a client's message ("setChargeLimit:reply:"), and has delivered it.
   virtual void messageBegins(const Lane& lane, std::string_view selector);
   virtual void messageEnds(const Lane& lane);
+  /// A new connection is put to the delegate of `process`, which has then accepted it or not.
+  virtual void connectionOffered(const ThreadGroup& process);
+  virtual void connectionDecided(const ThreadGroup& process, bool accepted);
+  /// The handler of a connection that is over is about to run, and has returned. Nothing orders
+  /// this after the decision.
+  virtual void connectionEnding(const ThreadGroup& process);
+  virtual void connectionEnded(const ThreadGroup& process);
   virtual void timerStarted(const TimerFacts& timer);
   virtual void timerCancelled(const TimerFacts& timer);
   /// The body is about to run.

@@ -26,6 +26,7 @@ std::string exampleArguments(const FaultDescription& fault) {
   if (fault.arguments == "KEY BYTE..." || fault.arguments == "KEY SIZE") line += " 2";
   if (fault.arguments == "SECONDS" || fault.arguments == "BYTES") line += " 3";
   if (fault.arguments == "CELSIUS") line += " 50";
+  if (fault.arguments == "MOMENT") line += " resume";
   if (fault.arguments == "NAME") line += " alloc";
   if (fault.arguments == "TEXT...") line += " some text";
   if (fault.arguments == "LIMIT...") line += " 80 100";
@@ -113,6 +114,9 @@ TEST(FaultNamesTest, WrongArgumentsAreToldWithWhatIsExpected) {
             "there are: mkdir, chmod, openExclusive, openReadOnly, write, fsync, close, unlink, "
             "replaceItem, fileExists, readFile");
   EXPECT_NE(errorOf(bench.mac, "disk-call-fails umask 5"), "") << "it cannot fail";
+  EXPECT_EQ(errorOf(bench.mac, "connection-breaks never"),
+            "connection-breaks takes MOMENT: no moment is called \"never\"; there are: handler, "
+            "resume, after");
   EXPECT_EQ(errorOf(bench.mac, "powerui-method-missing foo"),
             "powerui-method-missing takes NAME: no method is called \"foo\"; there are: alloc, "
             "initWithClientName:, isMCLSupported, isMCLCurrentlyEnabled:, getMCLLimitWithError:, "
