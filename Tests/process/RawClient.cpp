@@ -219,10 +219,11 @@ std::optional<json> RawClient::getState() {
 
 std::uint32_t stopHelper(const Mac& mac, RawClient& client) {
   constexpr std::uint32_t first = 1'000;
-  constexpr std::uint32_t last = first + 20;
+  constexpr double longestSeconds = 20;
   mac.tell({"kill", "STOP"});
-  // The signal is on its way for a moment, and calls are still answered in it.
-  for (std::uint32_t ticket = first; ticket < last; ++ticket) {
+  // The signal is on its way for a moment, in which many calls may still be answered.
+  const double deadline = clockNow() + longestSeconds;
+  for (std::uint32_t ticket = first; clockNow() < deadline; ++ticket) {
     client.send(callBody(ticket, "pingWithReply:").frame());
     if (!client.receive(1)) return ticket;
   }
