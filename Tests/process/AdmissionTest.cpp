@@ -1,5 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <optional>
+#include <string>
+#include <vector>
+
 #include "Tests/process/Mac.h"
 #include "Tests/process/RawClient.h"
 
@@ -51,6 +55,30 @@ TEST(AdmissionByPidTest, AProgramThatTheMachineDoesNotKnowIsCutOff) {
   EXPECT_TRUE(mac.becomes([&](const auto&) {
     return mac.journalCount("cut off: does not satisfy the code-signing requirement") == 1;
   }));
+}
+
+// A client's identity goes with it, so one that is gone when the helper comes to its message cannot
+// be judged; but it was nobody's decision that it went.
+TEST(AdmissionByPidTest, AClientThatGivesUpWaitingHasLeftAndIsNotCutOff) {
+  const Mac mac;
+  RawClient patient(mac);
+  ASSERT_TRUE(succeeded(patient.setChargeLimit(75)));
+  const std::uint32_t waiting = stopHelper(mac, patient);
+  auto journal = mac.follow();
+  const Result impatient =
+      run("korvel-app", {"--root", mac.root(), "--timeout", "0.3", "set-limit", "33"});
+  EXPECT_EQ(impatient.status, 1);
+  EXPECT_NE(impatient.err.find("no reply in time"), std::string::npos) << impatient.err;
+  mac.tell({"kill", "CONT"});
+  ASSERT_TRUE(journal.waitFor("client disconnected (count=1)"));
+  const std::optional<RawReply> late = patient.receive();
+  ASSERT_TRUE(late);
+  EXPECT_EQ(late->ticket, waiting) << "who waited is served";
+  std::vector<std::string> told;
+  for (const JournalLine& line : mac.journal())
+    if (line.kind == "app") told.push_back(line.text.substr(line.text.rfind(' ') + 1));
+  EXPECT_EQ(told, (std::vector<std::string>{"connected", "connected", "disconnected"}));
+  EXPECT_EQ(mac.journalCount("setChargeLimit(33)"), 0U) << "nobody's message is delivered";
 }
 
 TEST(AdmissionByPidTest, TheAuditLineNamesTheCaller) {

@@ -77,4 +77,15 @@ void get(WireReader& from, SeamCall& value) {
     value = static_cast<SeamCall>(number);
 }
 
+void get(WireReader& from, PeerVerdict& value) {
+  switch (const auto verdict = static_cast<PeerVerdict>(from.u8())) {
+    case PeerVerdict::Unknown:
+    case PeerVerdict::Fails:
+    case PeerVerdict::Satisfies:
+      value = verdict;
+      return;
+  }
+  from.fail("an unknown verdict");
+}
+
 }  // namespace virtualmac

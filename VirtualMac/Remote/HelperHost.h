@@ -20,6 +20,13 @@ struct FileVerdict {
   std::uint64_t writeLimit = 0;  ///< A write takes no more bytes than this.
 };
 
+/// How a program stands to a requirement.
+enum class PeerVerdict : std::uint8_t {
+  Unknown,  ///< The machine knows no program with that pid: it has ended, or never was one of its.
+  Fails,
+  Satisfies
+};
+
 /// What the helper's process needs from its machine beside the platform's calls: those that are
 /// made in the helper's own process (files, messages) but that the machine must know of.
 class HelperHost {
@@ -31,8 +38,7 @@ class HelperHost {
   virtual void fileReplaced(std::string_view path) = 0;
   /// Whether a requirement text parses; if not, the reason.
   virtual std::optional<std::string> requirementError(std::string_view requirement) = 0;
-  /// Whether the program with this pid satisfies the requirement.
-  virtual bool satisfies(std::int32_t pid, std::string_view requirement) = 0;
+  virtual PeerVerdict judge(std::int32_t pid, std::string_view requirement) = 0;
   /// A line for the machine's journal.
   virtual void journal(std::string_view kind, std::string_view text) = 0;
   virtual std::optional<std::string> bundleExecutablePath() = 0;

@@ -113,10 +113,11 @@ struct MachineHalf::Parts final : HelperHost {
     if (parsed) return std::nullopt;
     return parsed.error().message + " at " + std::to_string(parsed.error().position);
   }
-  bool satisfies(std::int32_t pid, std::string_view requirement) override {
+  PeerVerdict judge(std::int32_t pid, std::string_view requirement) override {
     const SigningIdentity* code = machine.signatures.ofPid(pid);
+    if (code == nullptr) return PeerVerdict::Unknown;
     const auto parsed = Requirement::parse(requirement);
-    return code != nullptr && parsed && parsed->satisfiedBy(*code);
+    return parsed && parsed->satisfiedBy(*code) ? PeerVerdict::Satisfies : PeerVerdict::Fails;
   }
   void journal(std::string_view kind, std::string_view text) override {
     machineJournal.record(kind, std::string(text));

@@ -1,5 +1,6 @@
 #include "VirtualMac/Remote/ServiceConnection.h"
 
+#include <poll.h>
 #include <sys/socket.h>
 
 #include <asio/buffer.hpp>
@@ -141,10 +142,7 @@ void ServiceConnection::readBody(std::uint32_t length) {
 }
 
 void ServiceConnection::take() {
-  if (over) return;
-  if (!admitted && !codeRequirement.empty() && !host.satisfies(pid, codeRequirement))
-    return end("does not satisfy the code-signing requirement");
-  admitted = true;
+  if (over || !isAdmitted()) return;
   const auto call = decodeXPCCall(body);
   if (!call) return end("malformed: " + call.error());
   const XPCOperation* operation = xpcOperation(call->selector);
@@ -157,6 +155,21 @@ void ServiceConnection::take() {
   pidOfCurrentCall.reset();
   reading = false;
   readOnUnlessWaiting();
+}
+
+bool ServiceConnection::isAdmitted() {
+  if (admitted || codeRequirement.empty()) return true;
+  const PeerVerdict verdict = host.judge(pid, codeRequirement);
+  admitted = verdict == PeerVerdict::Satisfies;
+  // Its identity goes with a client. One that has given up cannot be judged any more, nor answered.
+  const bool left = verdict == PeerVerdict::Unknown && peerHasHungUp();
+  if (!admitted) end(left ? "" : "does not satisfy the code-signing requirement");
+  return admitted;
+}
+
+bool ServiceConnection::peerHasHungUp() {
+  pollfd watched{.fd = socket.native_handle(), .events = 0, .revents = 0};
+  return ::poll(&watched, 1, 0) > 0 && (watched.revents & POLLHUP) != 0;
 }
 
 void ServiceConnection::deliver(const XPCOperation& operation, const XPCCall& call) {

@@ -48,6 +48,8 @@ class ServiceConnection final : public korvel::XPCConnection,
   void readHeader();
   void readBody(std::uint32_t length);
   void take();
+  bool isAdmitted();
+  [[nodiscard]] bool peerHasHungUp();
   void deliver(const XPCOperation& operation, const XPCCall& call);
   void readOnUnlessWaiting();
   void sendReply(const XPCOperation& operation, std::uint32_t ticket,

@@ -163,17 +163,24 @@ TEST_F(CallsTest, ALatencyBelongsToTheCallThatItIsSetFor) {
 TEST_F(CallsTest, RequirementsAreJudgedByTheMachinesSignatures) {
   machine.signatures.setPid(77, "app");
   machine.signatures.setPid(78, "other-team");
-  const auto satisfies = [&](std::int64_t pid, std::string_view text) {
+  const auto judged = [&](std::int64_t pid, std::string_view text) {
     WireWriter arguments;
     arguments.i64(pid);
     arguments.text(text);
-    return serve(RemoteCall::hostSatisfies, arguments).result == std::string(1, '\1');
+    const std::string result = serve(RemoteCall::hostJudge, arguments).result;
+    WireReader reader(result);
+    PeerVerdict verdict{};
+    get(reader, verdict);
+    EXPECT_TRUE(reader.finish());
+    return verdict;
   };
   const std::string team = R"(certificate leaf[subject.OU] = "ABCDE12345")";
-  EXPECT_TRUE(satisfies(77, team));
-  EXPECT_FALSE(satisfies(78, team));
-  EXPECT_FALSE(satisfies(79, team)) << "nobody knows that pid";
-  EXPECT_FALSE(satisfies(77, "certificate leaf["));
+  EXPECT_EQ(judged(77, team), PeerVerdict::Satisfies);
+  EXPECT_EQ(judged(78, team), PeerVerdict::Fails);
+  EXPECT_EQ(judged(79, team), PeerVerdict::Unknown);
+  EXPECT_EQ(judged(77, "certificate leaf["), PeerVerdict::Fails);
+  machine.signatures.removePid(77);
+  EXPECT_EQ(judged(77, team), PeerVerdict::Unknown) << "it has ended";
 }
 
 // The state file lies on a real disk: what a helper put there is told once, field by field, also
