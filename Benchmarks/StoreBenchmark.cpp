@@ -30,6 +30,7 @@ class SilentHost final : public HelperHost {
   std::optional<std::string> bundleExecutablePath() override { return std::nullopt; }
   korvel::PropertyValue bundleInfo(std::string_view) override { return {}; }
   MachineTime time() override { return {}; }
+  std::optional<ConnectionBreak> connectionsBreak() override { return std::nullopt; }
 };
 
 class SilentLog final : public korvel::UnifiedLog {

@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <memory>
+#include <optional>
+#include <string>
 
 #include "Tests/process/Mac.h"
 #include "Tests/process/RawClient.h"
@@ -70,6 +73,62 @@ TEST(ClientsTest, SixtyFourClientsAtOnceAreAllServedAndAllCounted) {
   auto journal = mac.follow();
   clients.clear();
   EXPECT_TRUE(journal.waitFor("client disconnected (count=0)"));
+}
+
+namespace {
+
+class BrokenAcceptanceTest : public testing::TestWithParam<const char*> {};
+
+}  // namespace
+
+// A connection's handlers run beside the thread that accepts it. One that ends before its
+// acceptance is complete was a client all the same: it comes, goes, and has its half minute.
+TEST_P(BrokenAcceptanceTest, IsCountedInAndThenOut) {
+  const Mac mac({.speed = 20});
+  auto journal = mac.follow();
+  auto first = std::make_unique<RawClient>(mac);
+  ASSERT_TRUE(succeeded(first->setChargeLimit(50)));
+  first.reset();
+  ASSERT_TRUE(journal.waitFor("client disconnected (count=0)"));
+
+  mac.tell({"fault", "connection-breaks", GetParam(), "on"});
+  RawClient brief(mac);
+  EXPECT_TRUE(brief.isCutOff());
+  mac.tell({"fault", "connection-breaks", GetParam(), "off"});
+  ASSERT_TRUE(journal.waitFor("client connected (count=1)"));
+  const auto gone = journal.waitFor("client disconnected (count=0)");
+  ASSERT_TRUE(gone);
+  EXPECT_EQ(mac.journalCount("cut off: the connection broke"), 1U);
+  EXPECT_EQ(mac.journalCount("connection invalidated"), 2U);
+  EXPECT_EQ(mac.journalCount("accepted XPC connection"), 2U);
+  const auto released = journal.waitFor("all clients gone — suspending enforcement");
+  ASSERT_TRUE(released);
+  EXPECT_GE(released->time - gone->time, 29.9);
+}
+
+INSTANTIATE_TEST_SUITE_P(, BrokenAcceptanceTest, testing::Values("handler", "resume", "after"),
+                         [](const testing::TestParamInfo<const char*>& tested) {
+                           return std::string(tested.param);
+                         });
+
+TEST(ClientsTest, ClientsThatLeaveAsTheyComeAreEachCountedInAndOut) {
+  constexpr std::size_t count = 200;
+  const Mac mac;
+  auto journal = mac.follow();
+  for (std::size_t index = 0; index < count; ++index) const RawClient brief(mac, std::nullopt);
+  std::size_t in = 0;
+  std::size_t out = 0;
+  while (out < count) {
+    const auto line = journal.waitFor("connected (count=");
+    ASSERT_TRUE(line) << in << " counted in, " << out << " out";
+    line->text.find("disconnected") == std::string::npos ? ++in : ++out;
+    ASSERT_LE(out, in);
+  }
+  EXPECT_EQ(in, count);
+  EXPECT_EQ(mac.journalCount("accepted XPC connection"), count);
+  RawClient last(mac);
+  ASSERT_TRUE(last.call("pingWithReply:"));
+  EXPECT_TRUE(journal.waitFor("client connected (count=1)"));
 }
 
 // Two clients, one leaves: nothing changes. The other leaves and comes back within the half minute:

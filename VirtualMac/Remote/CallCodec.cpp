@@ -88,4 +88,15 @@ void get(WireReader& from, PeerVerdict& value) {
   from.fail("an unknown verdict");
 }
 
+void get(WireReader& from, ConnectionBreak& value) {
+  switch (const auto moment = static_cast<ConnectionBreak>(from.u8())) {
+    case ConnectionBreak::AtHandler:
+    case ConnectionBreak::InResume:
+    case ConnectionBreak::AfterResume:
+      value = moment;
+      return;
+  }
+  from.fail("an unknown moment");
+}
+
 }  // namespace virtualmac

@@ -36,6 +36,7 @@ void put(WireWriter& to, Number value) {
 inline void put(WireWriter& to, korvel::LogLevel value) { to.u8(static_cast<std::uint8_t>(value)); }
 inline void put(WireWriter& to, SeamCall value) { to.u8(static_cast<std::uint8_t>(value)); }
 inline void put(WireWriter& to, PeerVerdict value) { to.u8(static_cast<std::uint8_t>(value)); }
+inline void put(WireWriter& to, ConnectionBreak value) { to.u8(static_cast<std::uint8_t>(value)); }
 inline void put(WireWriter& to, std::string_view value) { to.text(value); }
 inline void put(WireWriter& to, const std::string& value) { to.text(value); }
 inline void put(WireWriter& to, const korvel::PropertyValue& value) { to.property(value); }
@@ -71,6 +72,7 @@ void get(WireReader& from, Number& value) {
 void get(WireReader& from, korvel::LogLevel& value);
 void get(WireReader& from, SeamCall& value);
 void get(WireReader& from, PeerVerdict& value);
+void get(WireReader& from, ConnectionBreak& value);
 inline void get(WireReader& from, std::string& value) { value = from.text(); }
 inline void get(WireReader& from, korvel::PropertyValue& value) { value = from.property(); }
 inline void get(WireReader& from, korvel::Date& value) {

@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "Base/PropertyValue.h"
+#include "VirtualMac/Machine/ConnectionBreak.h"
 #include "VirtualMac/Remote/MachineTime.h"
 #include "VirtualMac/Schedule/SeamCall.h"
 
@@ -45,6 +46,8 @@ class HelperHost {
   virtual korvel::PropertyValue bundleInfo(std::string_view key) = 0;
   /// How time runs now; changes are sent without being asked for.
   virtual MachineTime time() = 0;
+  /// When a connection made now ends by itself; none: it does not.
+  virtual std::optional<ConnectionBreak> connectionsBreak() = 0;
 };
 
 }  // namespace virtualmac

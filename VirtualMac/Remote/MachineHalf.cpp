@@ -127,6 +127,7 @@ struct MachineHalf::Parts final : HelperHost {
   }
   PropertyValue bundleInfo(std::string_view key) override { return process.bundleInfo(key); }
   MachineTime time() override { return timeSource(); }
+  std::optional<ConnectionBreak> connectionsBreak() override { return machine.connectionsBreak; }
 
   /// Makes one line's call on whoever answers its interface.
   template <class Interface, class Method, class Make>

@@ -8,6 +8,7 @@
 #include <asio/post.hpp>
 #include <asio/read.hpp>
 #include <asio/write.hpp>
+#include <future>
 #include <utility>
 
 #include "KorvelHelperProtocol.h"
@@ -74,7 +75,8 @@ struct MakePid {
 ServiceConnection::ServiceConnection(Socket accepted, HelperHost& machineHost)
     : socket(std::move(accepted)),
       host(machineHost),
-      pid(hostsystem::peerProcess(socket.native_handle())) {}
+      pid(hostsystem::peerProcess(socket.native_handle())),
+      breaks(host.connectionsBreak()) {}
 
 ServiceConnection::~ServiceConnection() = default;
 
@@ -99,22 +101,41 @@ bool ServiceConnection::setCodeSigningRequirement(const std::string& requirement
 
 void ServiceConnection::setInvalidationHandler(std::function<void()> handler) {
   invalidationHandler = std::move(handler);
+  breakAt(ConnectionBreak::AtHandler);
 }
 
 void ServiceConnection::setInterruptionHandler(std::function<void()> handler) {
   interruptionHandler = std::move(handler);
 }
 
-void ServiceConnection::resume() { resumed = true; }
-
-void ServiceConnection::begin() {
-  if (!resumed) return refuse();
+void ServiceConnection::resume() {
+  if (resumed) return;
+  resumed = true;
+  if (over) return;
   host.journal("app", "client " + std::to_string(pid) + " connected");
   reading = true;
+  // From here on everything is the connection's thread's.
   asio::post(socket.get_executor(), [self = shared_from_this()] { self->readHeader(); });
+  breakAt(ConnectionBreak::InResume);
+  breakAt(ConnectionBreak::AfterResume);
+}
+
+void ServiceConnection::breakAt(ConnectionBreak moment) {
+  if (breaks != moment) return;
+  const auto ended = std::make_shared<std::promise<void>>();
+  asio::post(socket.get_executor(), [self = shared_from_this(), ended] {
+    self->end(std::string(connectionBroke));
+    ended->set_value();
+  });
+  if (moment != ConnectionBreak::AfterResume) ended->get_future().wait();
 }
 
 void ServiceConnection::refuse() {
+  if (resumed) {
+    asio::post(socket.get_executor(), [self = shared_from_this()] { self->end("refused"); });
+    return;
+  }
+  if (over) return;
   host.journal("app", "client " + std::to_string(pid) + " refused");
   over = true;
   std::error_code ignored;

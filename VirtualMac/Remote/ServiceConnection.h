@@ -15,9 +15,10 @@
 
 namespace virtualmac {
 
-/// One client of the helper's service; see ServiceListener. The set-up, `begin` and `refuse` run on
-/// the thread that accepts; what comes after on the connection's, but for `reply`. The interruption
-/// handler is kept and never called: a socket that breaks does not come back.
+/// One client of the helper's service; see ServiceListener. It is set up on the thread that
+/// accepts, which goes on beside the connection's own thread: that one reads messages and runs
+/// handlers from `resume` on, and may be done with all of it before the acceptance is. The
+/// interruption handler is kept and never called: a socket that breaks does not come back.
 class ServiceConnection final : public korvel::XPCConnection,
                                 public std::enable_shared_from_this<ServiceConnection> {
  public:
@@ -33,10 +34,9 @@ class ServiceConnection final : public korvel::XPCConnection,
   void setInterruptionHandler(std::function<void()> handler) override;
   void resume() override;
 
-  /// The delegate has accepted: messages are read from now on, if the connection was resumed. Not
-  /// before, so that nobody hears of a client's end earlier than of the client.
-  void begin();
-  /// Drops a connection that was not accepted.
+  /// On the thread that accepts.
+  [[nodiscard]] bool isResumed() const { return resumed; }
+  /// Drops a connection that was not accepted. On the thread that accepts.
   void refuse();
   /// The answer to a call. Any thread; nothing happens when the connection is over.
   void reply(const XPCOperation& operation, std::uint32_t ticket, std::vector<XPCValue> values);
@@ -45,6 +45,8 @@ class ServiceConnection final : public korvel::XPCConnection,
   static std::optional<std::int32_t> currentPid();
 
  private:
+  /// Ends here if the machine has it that new connections end at this moment.
+  void breakAt(ConnectionBreak moment);
   void readHeader();
   void readBody(std::uint32_t length);
   void take();
@@ -60,6 +62,7 @@ class ServiceConnection final : public korvel::XPCConnection,
   Socket socket;
   HelperHost& host;
   std::int32_t pid = 0;
+  std::optional<ConnectionBreak> breaks;
   korvel::XPCInterface exportedInterface;
   std::shared_ptr<korvel::KorvelHelperProtocol> exportedObject;
   std::string codeRequirement;

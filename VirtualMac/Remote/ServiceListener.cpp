@@ -102,10 +102,8 @@ class Listener final : public korvel::XPCListener {
   static void decide(Acceptance& on, Protocol::socket socket) {
     const auto connection = std::make_shared<ServiceConnection>(std::move(socket), on.host);
     const std::shared_ptr<korvel::XPCListenerDelegate> delegate = on.delegate.lock();
-    if (delegate && delegate->shouldAcceptNewConnection(*connection))
-      connection->begin();
-    else
-      connection->refuse();
+    const bool accepted = delegate && delegate->shouldAcceptNewConnection(*connection);
+    if (!accepted || !connection->isResumed()) connection->refuse();
   }
 
   std::shared_ptr<Acceptance> acceptance;

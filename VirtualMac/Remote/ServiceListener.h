@@ -11,10 +11,11 @@ namespace virtualmac {
 /// The helper's service over the listening socket that the machine's launchd owns and hands in.
 ///
 /// Connections are accepted on one thread, and each one's messages read, delivered and answered, in
-/// order, on one of a few others. So connections share threads, and a call that blocks one holds up
-/// the others on it; on a Mac each connection has a queue of its own. A peer's identity is its pid,
-/// which the kernel vouches for; what that program is, the machine knows. The requirement is
-/// evaluated when the first message comes, before it is delivered.
+/// order, on one of a few others, where its handlers run too, as soon as it is resumed. So
+/// connections share threads, and a call that blocks one holds up the others on it; on a Mac each
+/// connection has a queue of its own. A peer's identity is its pid, which the kernel vouches for;
+/// what that program is, the machine knows. The requirement is evaluated when the first message
+/// comes, before it is delivered.
 ///
 /// Failure. A connection ends, alone and with a line in the machine's journal, when its peer goes
 /// away, is not what the requirement asks for, or sends what is malformed, oversized, unknown to

@@ -1,9 +1,13 @@
 #include <atomic>
+#include <thread>
+#include <utility>
 
 #include "KorvelHelperProtocol.h"
 #include "Platform/Dispatch.h"
+#include "Platform/WallClock.h"
 #include "Platform/XPCListener.h"
 #include "SeamContract.h"
+#include "VirtualMac/Machine/Machine.h"
 
 namespace virtualmac {
 namespace {
@@ -70,16 +74,31 @@ class Delegate final : public korvel::XPCListenerDelegate {
     if (!accepts) return false;
     parsed = connection.setCodeSigningRequirement(requirement);
     // The words outlive this delegate; a connection may do so, too.
-    connection.setInvalidationHandler([&words = notes] { words.add("invalidated"); });
+    connection.setInvalidationHandler([&words = notes, who = handlerThread, act = inHandler] {
+      who->store(std::this_thread::get_id());
+      if (act) act();
+      words.add("invalidated");
+    });
     connection.setInterruptionHandler([&words = notes] { words.add("interrupted"); });
+    if (notesResume) notes.add("resuming");
     connection.resume();
-    return true;
+    if (notesResume) notes.add("resumed");
+    acceptingThread = std::this_thread::get_id();
+    if (onResumed) onResumed();
+    return !refusesAtLast;
   }
 
   std::atomic<bool> accepts = true;
   std::atomic<bool> parsed = false;
   std::string requirement = appOnly;
   std::vector<korvel::ReplyClassSetting> laterSettings;  ///< Made after the helper's own.
+  bool notesResume = false;
+  bool refusesAtLast = false;       ///< A connection that is resumed already.
+  std::function<void()> onResumed;  ///< Before the acceptance is complete.
+  std::function<void()> inHandler;  ///< Of an invalidation, before it is noted.
+  std::atomic<std::thread::id> acceptingThread;
+  std::shared_ptr<std::atomic<std::thread::id>> handlerThread =
+      std::make_shared<std::atomic<std::thread::id>>();
 
  private:
   std::shared_ptr<Recorder> exported;
@@ -183,6 +202,18 @@ TEST_P(XPCContract, ARefusedConnectionIsDropped) {
   EXPECT_EQ(notes.text(), "");
 }
 
+TEST_P(XPCContract, AConnectionThatIsRefusedWhenItIsResumedIsDroppedToo) {
+  Service service(platform(), notes);
+  service.delegate->refusesAtLast = true;
+  service.listener->resume();
+  const auto client = rig->connect("app");
+  ASSERT_TRUE(rig->until([&] { return service.delegate->parsed.load(); }, 5));
+  rig->pass(0.1);
+  const AppCallRef call = client->call(selectors::ping, 0);
+  ASSERT_TRUE(finished(*rig, call));
+  EXPECT_TRUE(call->failed);
+}
+
 TEST_P(XPCContract, APeerThatFailsTheRequirementIsCutOffUndelivered) {
   Service service(platform(), notes);
   service.listener->resume();
@@ -214,6 +245,45 @@ TEST_P(XPCContract, AClientThatGoesInvalidatesItsConnectionOnce) {
   EXPECT_TRUE(untilNoted("ping invalidated "));
   rig->pass(0.2);
   EXPECT_EQ(notes.text(), "ping invalidated ");
+}
+
+TEST_P(XPCContract, AnEndIsToldOnAnotherThreadWhileTheConnectionIsAccepted) {
+  Service service(platform(), notes);
+  rig->machine([](Machine& mac) { mac.setLatencySeconds(SeamCall::clockNow, 0.5); });
+  service.delegate->onResumed = [this] {
+    platform().clock.now();
+    notes.add("accepted");
+  };
+  service.listener->resume();
+  rig->connect("app")->disconnect();
+  EXPECT_TRUE(untilNoted("invalidated accepted "));
+}
+
+TEST_P(XPCContract, AConnectionCanEndAtItsHandlerInResumeAndAfterIt) {
+  Service service(platform(), notes);
+  service.delegate->notesResume = true;
+  rig->machine([](Machine& mac) { mac.setLatencySeconds(SeamCall::clockNow, 0.2); });
+  service.delegate->inHandler = [this] { platform().clock.now(); };
+  service.listener->resume();
+  std::string told;
+  for (const auto& [moment, words] :
+       {std::pair{ConnectionBreak::AtHandler, "invalidated resuming resumed "},
+        {ConnectionBreak::InResume, "resuming invalidated resumed "}}) {
+    rig->machine([at = moment](Machine& mac) { mac.connectionsBreak = at; });
+    const auto client = rig->connect("app");
+    EXPECT_TRUE(untilNoted(told += words)) << notes.text();
+    EXPECT_NE(service.delegate->acceptingThread.load(), service.delegate->handlerThread->load());
+    const AppCallRef call = client->call(selectors::ping, 0);
+    EXPECT_TRUE(finished(*rig, call));
+    EXPECT_TRUE(call->failed);
+  }
+  rig->machine([](Machine& mac) { mac.connectionsBreak = ConnectionBreak::AfterResume; });
+  const auto client = rig->connect("app");
+  const auto noted = [&](const char* order) { return notes.text() == told + order; };
+  const auto inEitherOrder = [&] {
+    return noted("resuming resumed invalidated ") || noted("resuming invalidated resumed ");
+  };
+  EXPECT_TRUE(rig->until(inEitherOrder, 5)) << notes.text();
 }
 
 TEST_P(XPCContract, OutsideACallThereIsNoCurrentConnection) {
