@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <vector>
@@ -120,5 +121,23 @@ INSTANTIATE_TEST_SUITE_P(, OwnSignatureTest,
                            std::erase(name, '-');
                            return name;
                          });
+
+// A quote in the helper's own team ends the requirement's text too early. What it then asks for
+// would protect nothing, so nobody is served, and the log says why.
+TEST(OwnTeamTest, AHelperWhoseTeamSpoilsTheRequirementRefusesEverybodyAndSaysSo) {
+  const std::string profile = "/tmp/korvel-process-" + std::to_string(::getpid()) + "-profile.json";
+  writeFile(profile, R"({"description": "A notebook whose helper has an odd team.",
+    "identities": [{"name": "helper", "anchorAppleGeneric": true, "team": "AB\"CD",
+                    "identifier": "com.korvel.app.helper"}]})");
+  const Mac mac({.profile = profile});
+  std::filesystem::remove(profile);
+  EXPECT_EQ(mac.app({"ping"}).status, 1);
+  EXPECT_EQ(mac.app({"set-limit", "50"}).status, 1);
+  EXPECT_EQ(mac.journalCount("Listener fault \"code-signing requirement does not parse — refusing "
+                             "XPC connection\""),
+            2U);
+  EXPECT_EQ(mac.journalCount("client connected (count="), 0U);
+  EXPECT_EQ(mac.status().at("helperStarts"), 1);
+}
 
 }  // namespace processtests
