@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Tests/unit/FakesDispatch.h"
@@ -152,11 +153,9 @@ TEST_F(IOPMAssertionManagerTest, ThePairIsForgottenBeforeTheSystemIsAsked) {
 
 TEST_F(IOPMAssertionManagerTest, AReleaseWithinAReleaseFindsThePairForgotten) {
   holdPair();
-  system.beforeCall = [this] {
-    if (system.releases.empty()) {
-      system.beforeCall = [] {};
-      manager.release(primary);
-    }
+  bool within = false;
+  system.beforeCall = [&] {
+    if (!std::exchange(within, true)) manager.release(primary);
   };
   manager.release(primary);
   EXPECT_THAT(system.releases, ElementsAre(primary, primary, secondary))
