@@ -38,7 +38,7 @@ constexpr std::array<std::string_view, 52> machineFaults{
     "smc-silent-refusal CHTE",
     "smc-silent-refusal CHIE",
     "smc-silent-refusal CH0C",
-    "smc-junk CHTE 0 0 0 7",
+    "smc-junk CHTE 0 0 7",
     "smc-size CHTE 2",
     "smc-size CHIE 0",
     "smc-latency 0.15",

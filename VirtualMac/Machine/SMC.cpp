@@ -190,8 +190,9 @@ void SMC::answer(SMCBlockView input, SMCBlockSpan output) {
   std::copy_n(found->bytes.begin(), count, shown.begin());
   if (found->trailingJunk.empty()) return;
   // Junk lands after the last byte that says something, as a firmware that forgets to clear would.
+  // The first byte always says something: a value of zeros is a value, and is never overwritten.
   std::size_t at = count;
-  while (at > 0 && shown[at - 1] == 0) --at;
+  while (at > 1 && shown[at - 1] == 0) --at;
   for (const std::uint8_t junk : found->trailingJunk) {
     if (at < payloadSize) shown[at++] = junk;
   }

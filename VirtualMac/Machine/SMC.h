@@ -48,7 +48,8 @@ class SMC {
     std::optional<std::uint8_t> writeResult;  ///< Answered to writes only.
     bool silentlyRefuses = false;
     std::optional<std::uint32_t> statedSize;  ///< What key info says in place of the true size.
-    std::vector<std::uint8_t> trailingJunk;   ///< Put after the last non-zero byte when read.
+    /// Put after the last non-zero byte when read, after the first one of a value of zeros.
+    std::vector<std::uint8_t> trailingJunk;
   };
 
   SMC(const Profile& profile, MachineContext& shared);

@@ -118,6 +118,15 @@ TEST_F(SMCTest, JunkFollowsTheLastByteThatSaysSomething) {
   EXPECT_EQ(bench.mac.smc.value("CHTE"), (Bytes{1, 0, 0, 0}));
 }
 
+TEST_F(SMCTest, JunkNeverTakesThePlaceOfAValueOfZeros) {
+  bench.fault("smc-junk CHTE 1");
+  EXPECT_EQ(bytesIn(call(commandBlock(readCommand, "CHTE", 4)), 4), (Bytes{0, 1, 0, 0}))
+      << "not 01 00 00 00, which is another value";
+  bench.fault("smc-junk CHIE 8");
+  EXPECT_EQ(bytesIn(call(commandBlock(readCommand, "CHIE", 1)), 2), (Bytes{0, 8}))
+      << "a key of one byte keeps it";
+}
+
 TEST_F(SMCTest, AStatedSizeGoesIntoKeyInfoOnly) {
   bench.fault("smc-size CHTE 2");
   EXPECT_EQ(sizeIn(call(commandBlock(keyInfoCommand, "CHTE"))), 2U);
