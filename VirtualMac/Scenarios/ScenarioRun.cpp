@@ -16,12 +16,11 @@ namespace {
 constexpr double answerSeconds = 10;
 constexpr double secondsAfterFailure = 2;
 constexpr std::size_t linesAroundFailure = 16;
-constexpr double chargeSamples = 1000;
 constexpr double endless = std::numeric_limits<double>::infinity();
 
 TimelineState stateOf(Machine& machine, bool helperRunning) {
   TimelineState state;
-  state.percent = machine.battery.exactPercent();
+  state.percent = machine.battery.percent();
   state.adapterConnected = machine.adapter.isConnected();
   state.chargingPaused = machine.smc.chargingInhibited();
   state.inflowInhibited = machine.smc.inflowInhibited();
@@ -221,7 +220,6 @@ void ScenarioRun::advance(double moment) {
 
 bool ScenarioRun::judgeWatches(bool atDeadline) {
   hear();
-  sampleCharge();
   for (Watch& watch : watches) {
     if (failure) break;
     if (!watch.over && !watch.waiting) judge(watch, atDeadline && stage.now() >= watch.deadline);
@@ -257,12 +255,6 @@ void ScenarioRun::hear() {
     for (Watch& watch : watches) watch.expectation.condition.hear(entry);
     if (timeline) timeline->add(entry);
   }
-}
-
-void ScenarioRun::sampleCharge() {
-  if (!timeline || stage.now() - sampledAt < scenario.end / chargeSamples) return;
-  sampledAt = stage.now();
-  timeline->sample(sampledAt, stage.machine().battery.exactPercent());
 }
 
 Facts ScenarioRun::facts() {

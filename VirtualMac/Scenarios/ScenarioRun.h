@@ -67,7 +67,6 @@ class ScenarioRun {
   bool judgeWatches(bool atDeadline);
   void judge(Watch& watch, bool atDeadline);
   void hear();
-  void sampleCharge();
   [[nodiscard]] Facts facts();
   void fail(int line, std::string text);
   [[nodiscard]] std::string report() const;
@@ -81,7 +80,6 @@ class ScenarioRun {
   std::size_t held = 0;
   std::size_t heardUpTo = 0;
   std::size_t stepBegan = 0;  ///< Where in the ears the latest step with actions began.
-  double sampledAt = 0;
   std::optional<TimelineBuilder> timeline;
 };
 

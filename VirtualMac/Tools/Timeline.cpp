@@ -13,9 +13,6 @@ namespace virtualmac {
 
 namespace {
 
-constexpr double leastPercentStep = 0.05;
-constexpr double journalStepSeconds = 0.001;
-
 /// The number that follows `before` in `text`; none when there is none.
 std::optional<int> numberAfter(std::string_view text, std::string_view before) {
   const std::size_t found = text.find(before);
@@ -43,34 +40,6 @@ std::optional<double> secondsFrom(std::string_view text) {
   if (!whole || !thousandths) return std::nullopt;
   // One rounding, so that it prints with the same three decimals again.
   return static_cast<double>(*whole * 1000 + *thousandths) / 1000.0;
-}
-
-/// Whether the battery goes on as before from one state to the other.
-bool movesAlike(const TimelineState& left, const TimelineState& right) {
-  return left.adapterConnected == right.adapterConnected &&
-         left.chargingPaused == right.chargingPaused &&
-         left.inflowInhibited == right.inflowInhibited && left.asleep == right.asleep;
-}
-
-/// Gives samples between two known charges theirs, where nothing else tells how it went.
-void interpolate(std::vector<Timeline::Sample>& samples) {
-  for (std::size_t first = 0; first < samples.size();) {
-    std::size_t next = first + 1;
-    while (next < samples.size() && !samples[next].measured &&
-           movesAlike(samples[first].state, samples[next].state)) {
-      ++next;
-    }
-    if (next < samples.size() && samples[next].measured) {
-      const Timeline::Sample& from = samples[first];
-      const Timeline::Sample& to = samples[next];
-      for (std::size_t between = first + 1; between < next; ++between) {
-        const double part = (samples[between].time - from.time) / (to.time - from.time);
-        samples[between].state.percent =
-            from.state.percent + part * (to.state.percent - from.state.percent);
-      }
-    }
-    first = next;
-  }
 }
 
 /// What a person asked for, from the line with which the helper logs who asked; none: another line.
@@ -106,7 +75,7 @@ std::optional<std::string> requestIn(std::string_view text) {
 TimelineBuilder::TimelineBuilder(std::string title, double startTime, const TimelineState& start)
     : now(start) {
   made.title = std::move(title);
-  made.samples.push_back({startTime, start, true});
+  made.samples.push_back({startTime, start});
 }
 
 void TimelineBuilder::add(const Journal::Entry& entry) {
@@ -120,29 +89,15 @@ void TimelineBuilder::add(const Journal::Entry& entry) {
   keep(entry.time);
 }
 
-void TimelineBuilder::sample(double time, double percent) {
-  if (std::abs(percent - now.percent) < leastPercentStep) return;
-  now.percent = percent;
-  keep(time);
-}
-
 Timeline TimelineBuilder::finish(double time) const {
   Timeline result = made;
-  interpolate(result.samples);
   result.end = std::max(time, result.samples.back().time);
   return result;
 }
 
 void TimelineBuilder::addHardware(const Journal::Entry& entry) {
   const std::string& text = entry.text;
-  if (const std::optional<int> percent = batteryLevelIn(entry)) {
-    // A level that moves by itself is told as it crosses the middle between two whole percents; one
-    // that jumps is set by hand.
-    const double moved = *percent - now.percent;
-    const bool jumps = std::abs(moved) > 1.6;
-    if (jumps) holdUntil(entry.time);
-    now.percent = jumps ? *percent : *percent + (moved > 0 ? -0.5 : 0.5);
-  }
+  if (const std::optional<int> percent = batteryLevelIn(entry)) now.percent = *percent;
   if (text == "adapter connected") now.adapterConnected = true;
   if (text == "adapter disconnected") now.adapterConnected = false;
   if (text.find("inflow inhibit dropped") != std::string::npos) now.inflowInhibited = false;
@@ -244,20 +199,13 @@ void TimelineBuilder::mark(double time, TimelineMarkKind kind, std::string text)
   made.marks.push_back({time, kind, std::move(text)});
 }
 
-void TimelineBuilder::holdUntil(double time) {
-  const double justBefore = time - journalStepSeconds;
-  if (made.samples.back().time < justBefore) made.samples.push_back({justBefore, now, true});
-}
-
 void TimelineBuilder::keep(double time) {
   Timeline::Sample& last = made.samples.back();
   if (last.state == now) return;
-  const bool measured = last.state.percent != now.percent;
   if (time <= last.time) {
     last.state = now;
-    last.measured = last.measured || measured;
   } else {
-    made.samples.push_back({time, now, measured});
+    made.samples.push_back({time, now});
   }
 }
 

@@ -12,7 +12,7 @@ namespace virtualmac {
 
 /// The machine at one moment, as far as a timeline shows it.
 struct TimelineState {
-  double percent = 0;  ///< Of charge; a fraction where one is known.
+  double percent = 0;  ///< Of charge, as the helper reads it: whole.
   bool adapterConnected = false;
   bool chargingPaused = false;   ///< The charging gate is closed.
   bool inflowInhibited = false;  ///< The adapter is in but feeds nothing.
@@ -50,7 +50,6 @@ struct Timeline {
   struct Sample {
     double time = 0;
     TimelineState state;
-    bool measured = false;  ///< The charge is known at this very moment.
   };
   std::string title;
   std::vector<Sample> samples;
@@ -59,19 +58,15 @@ struct Timeline {
 };
 
 /// Reads a journal entry by entry and keeps what a timeline shows. Entries of no interest are
-/// passed over, so a whole journal may be given; so are the routine log lines of components. What
-/// the journal cannot tell is handed in: the state at the start, and exact charge levels between
-/// two whole percentages.
+/// passed over, so a whole journal may be given; so are the routine log lines of components. The
+/// state at the start, which the journal cannot tell, is handed in.
 class TimelineBuilder {
  public:
   /// `start` is the state at `startTime` (virtual seconds).
   TimelineBuilder(std::string title, double startTime, const TimelineState& start);
 
   void add(const Journal::Entry& entry);
-  /// The charge as measured at `time`, which is not before the last entry.
-  void sample(double time, double percent);
-  /// The timeline up to `time`. Between two moments with a known charge it moves evenly, unless
-  /// something changed that moves it otherwise.
+  /// The timeline up to `time`.
   [[nodiscard]] Timeline finish(double time) const;
 
  private:
@@ -83,8 +78,6 @@ class TimelineBuilder {
   void addReply(const Journal::Entry& entry);
   void addLog(const Journal::Entry& entry);
   void mark(double time, TimelineMarkKind kind, std::string text);
-  /// Nothing is known to have moved until then.
-  void holdUntil(double time);
   void keep(double time);
 
   Timeline made;

@@ -1,6 +1,7 @@
 #include "VirtualMac/Tools/TimelineCommand.h"
 
 #include <CLI/CLI.hpp>
+#include <cmath>
 #include <fstream>
 #include <memory>
 #include <optional>
@@ -45,7 +46,7 @@ int draw(const std::string& root, bool asJSON, const Choices& choices) {
   }
   // What was before the picture's first moment is where it starts from.
   TimelineState start;
-  start.percent = choices.percent.value_or(firstLevel(entries));
+  start.percent = std::round(choices.percent.value_or(firstLevel(entries)));
   start.adapterConnected = true;
   TimelineBuilder before("", 0, start);
   std::optional<TimelineBuilder> shown;

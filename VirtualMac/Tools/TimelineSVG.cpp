@@ -182,16 +182,14 @@ class Drawing {
     });
   }
 
+  /// A staircase of whole percents, because that is what the helper reads and decides on.
   void charge() {
     std::string points;
-    for (const Sample& sample : timeline.samples) {
-      fmt::format_to(std::back_inserter(points), "{}{:.1f} {:.1f}", points.empty() ? "M" : "L",
-                     x(sample.time), y(sample.state.percent));
-    }
-    const double last = y(timeline.samples.back().state.percent);
-    fmt::format_to(std::back_inserter(points), "L{:.1f} {:.1f}", x(timeline.end), last);
-    add(R"(<path d="{}L{:.1f} {:.1f}L{:.1f} {:.1f}Z" fill="{}" opacity="0.08"/>)", points,
-        x(timeline.end), plotBottom, plotLeft, plotBottom, curve);
+    const auto percent = [](const TimelineState& state) { return state.percent; };
+    stretches(percent, [&](double from, double to, const TimelineState& state) {
+      const std::string way = points.empty() ? fmt::format("M{:.1f} ", x(from)) : "V";
+      points += fmt::format("{}{:.1f}H{:.1f}", way, y(state.percent), x(to));
+    });
     add(R"(<path d="{}" fill="none" stroke="{}" stroke-width="2.5" stroke-linejoin="round"/>)",
         points, curve);
   }
