@@ -98,7 +98,7 @@ TEST(CommandLineTest, StatusShowsTheMachineAtOneGlance) {
               "SleepDisabled  0", "helper         not running"});
   const auto status = mac.status();
   EXPECT_NEAR(status.at("batteryPercent").get<double>(), 61, 0.5);
-  EXPECT_EQ(mac.journalCount("battery 61 %"), 1U) << "what a person sets is journalled too";
+  EXPECT_EQ(mac.journalCount("battery set to 61 %"), 1U) << "what a person sets is journalled too";
   EXPECT_EQ(status.at("adapterConnected"), false);
   EXPECT_EQ(status.at("lidClosed"), true);
 }

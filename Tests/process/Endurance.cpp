@@ -91,8 +91,12 @@ std::vector<int> highestOnTheAdapter(const Mac& mac) {
       endStretch();
       plugged = line.text.starts_with("adapter connected");
     }
-    if (line.text.starts_with("battery "))
-      highest = std::max(highest, std::stoi(line.text.substr(8)));
+    // A level is one that the battery came to, or was set to.
+    for (const std::string start : {"battery ", "battery set to "}) {
+      const std::string level = line.text.substr(std::min(start.size(), line.text.size()));
+      if (line.text.starts_with(start) && level.find_first_of("0123456789") == 0)
+        highest = std::max(highest, std::stoi(level));
+    }
   }
   endStretch();
   return all;

@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <stdexcept>
+#include <utility>
+#include <vector>
 
 #include "Tests/scenarios/BareStage.h"
 
@@ -96,6 +98,25 @@ TEST_F(ActionTest, FaultsAreSwitchedOnAndOff) {
   const auto wrong = Action::parse("fault smc-silent-refusal QQQQ");
   ASSERT_TRUE(wrong);
   EXPECT_THROW(wrong->perform(stage, [](const Answer&) {}), std::runtime_error);
+}
+
+TEST_F(ActionTest, WhatIsDoneToTheMachineIsALineOfTheJournal) {
+  const std::vector<std::pair<std::string, std::string>> deeds{
+      {"battery 33", "battery set to 33 %"},
+      {"temperature 46.5", "temperature set to 46.5 C"},
+      {"temperature free", "temperature free"},
+      {"ambient 30", "ambient set to 30 C"},
+      {"idle-sleep 10", "idle sleep after 10 min"},
+      {"display in", "display connected"},
+      {"touch", "touched"},
+      {"fault smc-silent-refusal CHTE", "fault smc-silent-refusal CHTE on"},
+      {"heal smc-silent-refusal CHTE", "fault smc-silent-refusal CHTE off"},
+      {"update 2.1.0", "helper version 2.1.0 installed"}};
+  for (const auto& [action, line] : deeds) {
+    stage.journal().clear();
+    perform(action);
+    EXPECT_EQ(stage.journal().text("mac"), "0.000 mac   " + line + '\n') << action;
+  }
 }
 
 TEST_F(ActionTest, TheHelperIsStartedSignalledAndUpdated) {

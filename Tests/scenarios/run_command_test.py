@@ -6,6 +6,7 @@ usage: run_command_test.py PROGRAMS CASE
 import json
 import os
 import pathlib
+import re
 import subprocess
 import sys
 import tempfile
@@ -70,6 +71,29 @@ def both_stages_say_the_same_of_what_cannot_be_done(programs):
                 done = run(programs, story, way)
                 expect(done.returncode == 1 and " cannot be done: " in done.stdout
                        and text in done.stdout.split(" cannot be done: ")[1].splitlines()[0], done)
+
+
+def both_stages_journal_the_same_deeds(programs):
+    deeds = ["battery 64", "temperature 41.5", "temperature free", "ambient 30", "idle-sleep 10", "touch",
+             "display in", "adapter out", "adapter in", "adapter renegotiates", "lid close", "lid open",
+             "fault smc-silent-refusal CHTE", "heal smc-silent-refusal CHTE", "fault adapter-unknown",
+             "fault adapter-mistyped", "connect", "update 2.1.0"]
+    told = []
+    with tempfile.TemporaryDirectory() as folder:
+        story = pathlib.Path(folder, "deeds.yaml")
+        story.write_text("name: A\ndescription: B\nsteps: [{at: 00:00:05, do: ["
+                         f"{', '.join(deeds)}]}}, {{at: 00:01, do: signal INT}}]\n", encoding="utf-8")
+        for way in ("--in-process", "--processes"):
+            done = run(programs, story, "--journal", way)
+            lines = [re.sub(r"helper \d+$", "helper", line.split(" ", 1)[1])
+                     for line in done.stdout.splitlines() if re.match(r"[\d.]+ (mac|proc) ", line)]
+            # How it ends is another matter: who is asked to, and how.
+            lines = [line for line in lines if re.match(r"mac |proc  signal ", line)]
+            lines = [line for line in lines if "going down" not in line]
+            expect(done.returncode == 0 and len(lines) > len(deeds), done)
+            told.append(lines)
+    expect(told[0] == told[1] and "mac   fault smc-silent-refusal CHTE on" in told[0]
+           and "proc  signal 2 to helper" in told[0], done)
 
 
 def what_would_be_ignored_is_refused(programs):
@@ -150,7 +174,7 @@ def a_demonstration_cleans_up_after_a_machine_that_hangs(programs):
 
 CASES = [passing_stories_end_with_0, a_failing_story_ends_with_1_and_a_report,
          defects_end_with_2_and_their_lines, two_ways_at_once_are_refused,
-         both_stages_say_the_same_of_what_cannot_be_done, what_would_be_ignored_is_refused,
+         both_stages_say_the_same_of_what_cannot_be_done, both_stages_journal_the_same_deeds, what_would_be_ignored_is_refused,
          a_program_gets_json, the_journal_is_printed_on_demand, the_timeline_is_a_picture,
          the_demonstration_sees_every_step, the_demonstration_fails_without_a_working_helper,
          a_demonstration_cleans_up_after_a_machine_that_hangs]

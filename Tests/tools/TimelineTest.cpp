@@ -97,9 +97,51 @@ TEST(TimelineTest, BuilderFollowsTheHardware) {
 }
 
 TEST(TimelineTest, OnlyTheHardwareTellsALevel) {
+  EXPECT_EQ(batteryLevelIn({5, "mac", "battery set to 63.5 %"}), 64) << "as the system rounds";
+  EXPECT_EQ(batteryLevelIn({5, "mac", "battery set to 63.4 %"}), 63);
+  EXPECT_EQ(batteryLevelIn({5, "mac", "battery empty, power lost"}), std::nullopt);
   EXPECT_EQ(batteryLevelIn({5, "mac", "battery 77 %"}), 77);
   EXPECT_EQ(batteryLevelIn({5, "mac", "lid closed"}), std::nullopt);
   EXPECT_EQ(batteryLevelIn({5, "log", "battery 77 %"}), std::nullopt);
+}
+
+// Lanes and the charge show the adapter, the lid, sleep and a level that moves by itself.
+TEST(TimelineTest, WhatIsDoneToTheMachineIsAMark) {
+  const std::vector<Journal::Entry> done{{1, "mac", "fault smc-silent-refusal CHTE on"},
+                                         {2, "mac", "temperature set to 45 C"},
+                                         {3, "mac", "ambient set to 30 C"},
+                                         {4, "mac", "idle sleep after 10 min"},
+                                         {5, "mac", "display connected"},
+                                         {6, "mac", "speed 60"},
+                                         {7, "mac", "battery set to 64 %"},
+                                         {8, "mac", "touched"},
+                                         {9, "power", "native limit 80 (by the user)"},
+                                         {10, "power", "SleepDisabled = 1 (by another program)"}};
+  const auto marks = marksOf(done);
+  ASSERT_EQ(marks.size(), done.size());
+  for (std::size_t index = 0; index < done.size(); ++index) {
+    EXPECT_EQ(marks[index].text, done[index].text);
+    EXPECT_EQ(marks[index].time, done[index].time);
+    EXPECT_EQ(marks[index].kind, TimelineMarkKind::Deed);
+  }
+  EXPECT_EQ(marksOf({{1, "proc", "signal 19 to helper 412"}}).at(0).text, "signal 19 to helper");
+  EXPECT_EQ(marksOf({{1, "mac", "battery empty, power lost"}}).at(0).kind, TimelineMarkKind::Loss);
+  EXPECT_TRUE(marksOf({{1, "mac", "battery 77 %"},
+                       {2, "mac", "adapter disconnected"},
+                       {3, "mac", "adapter connected"},
+                       {4, "mac", "lid closed"},
+                       {5, "mac", "lid opened"},
+                       {6, "power", "native limit 80 (pid 412)"},
+                       {7, "power", "asleep"}})
+                  .empty());
+}
+
+TEST(TimelineTest, ADeedHasAFlagInThePicture) {
+  TimelineBuilder builder("hot", 0, plugged(50));
+  builder.add({100, "mac", "temperature set to 45 C"});
+  const std::string svg = timelineSVG(builder.finish(1000));
+  EXPECT_THAT(svg, HasSubstr(">temperature set to 45 C<"));
+  EXPECT_EQ(count(svg, "height=\"14\" rx=\"3\" fill=\"#854d0e\""), 1U);
 }
 
 // The helper reads 80 and pauses at 80: drawn half a point lower, it would seem to pause too early.
@@ -268,7 +310,8 @@ std::string chargeLine(const std::string& svg) {
   return ink == std::string::npos ? "" : svg.substr(begin, ink - begin);
 }
 
-// From 76 to 77 % after a quarter of the time: across, up by a tenth of the height (70 to 80 %), across.
+// From 76 to 77 % after a quarter of the time: across, up by a tenth of the height (70 to 80 %),
+// across.
 TEST(TimelineTest, TheChargeIsDrawnInStepsOfWhatTheHelperReads) {
   TimelineBuilder builder("rising", 0, plugged(76));
   builder.add({250, "mac", "battery 77 %"});

@@ -176,8 +176,7 @@ void World::powerLoss() {
 
 void World::sendSignal(int number) {
   if (!parts->running()) return;
-  parts->journal.record("proc", "signal " + std::to_string(number) + " to helper " +
-                                    std::to_string(parts->present->model().pid()));
+  parts->machine->tellSignal(parts->present->model().pid(), number);
   if (!parts->present->dispatching().deliverSignal(number)) parts->kill(number);
 }
 

@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <utility>
 
 namespace virtualmac {
 
@@ -27,6 +29,13 @@ std::int64_t microdegreesOf(double celsius) {
   return static_cast<std::int64_t>(std::llround(celsius * 1e6));
 }
 
+/// As short as it can be told: 64, 45.5.
+std::string numberText(double number) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%g", number);
+  return text;
+}
+
 }  // namespace
 
 Battery::Battery(const BatteryProfile& kind, MachineContext& shared)
@@ -39,13 +48,13 @@ Battery::Battery(const BatteryProfile& kind, MachineContext& shared)
 }
 
 void Battery::setPercent(double level) {
-  const int before = percent();
-  charge = static_cast<std::int64_t>(std::clamp(level, 0.0, 100.0) *
-                                     static_cast<double>(unitsPerPercent));
+  const std::int64_t before = charge;
+  const double within = std::clamp(level, 0.0, 100.0);
+  charge = static_cast<std::int64_t>(within * static_cast<double>(unitsPerPercent));
   charge = std::clamp<std::int64_t>(charge, 0, fullCharge);
   updateRate();
   context.noteChange();
-  if (percent() != before) journalPercent();
+  if (charge != before) journal("battery set to " + numberText(within) + " %");
 }
 
 int Battery::percent() const { return static_cast<int>((charge + halfPercent) / unitsPerPercent); }
@@ -78,7 +87,15 @@ std::int64_t Battery::temperatureHundredths() const {
   return std::llround(hundredths);
 }
 
-void Battery::setAmbientCelsius(double celsius) { profile.ambientCelsius = celsius; }
+void Battery::setAmbientCelsius(double celsius) {
+  profile.ambientCelsius = celsius;
+  journal("ambient set to " + numberText(celsius) + " C");
+}
+
+void Battery::setTemperatureCelsius(std::optional<double> celsius) {
+  overrideTemperatureCelsius(celsius);
+  journal(celsius ? "temperature set to " + numberText(*celsius) + " C" : "temperature free");
+}
 
 void Battery::overrideTemperatureCelsius(std::optional<double> celsius) {
   if (celsius) {
@@ -156,9 +173,9 @@ void Battery::pass(Nanoseconds duration) {
   if (percent() != before) journalPercent();
 }
 
-void Battery::journalPercent() {
-  context.journal.record("mac", "battery " + std::to_string(percent()) + " %");
-}
+void Battery::journalPercent() { journal("battery " + std::to_string(percent()) + " %"); }
+
+void Battery::journal(std::string what) { context.journal.record("mac", std::move(what)); }
 
 std::int64_t Battery::targetMicrodegrees() const {
   double celsius = profile.ambientCelsius;

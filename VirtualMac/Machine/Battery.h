@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
 
 #include "VirtualMac/Machine/MachineContext.h"
 #include "VirtualMac/Machine/Profile.h"
@@ -26,7 +27,8 @@ struct BatteryConditions {
 
 /// The pack: charge and temperature over virtual time. Exact integers inside, so the outcome does
 /// not depend on how time is cut. Journals `mac   battery 79 %` whenever the shown whole percentage
-/// changes by itself.
+/// changes by itself, and what is done to it by hand: `mac   battery set to 64 %`,
+/// `mac   temperature set to 45 C`, `mac   temperature free`, `mac   ambient set to 30 C`.
 ///
 /// Fault model. The level can be unreadable, the temperature can be unreadable or overridden; both
 /// are faults of the readings (Registry, PowerSourceList), the pack itself goes on. Not modelled:
@@ -58,7 +60,9 @@ class Battery {
   /// Hundredths of a degree Celsius.
   [[nodiscard]] std::int64_t temperatureHundredths() const;
   void setAmbientCelsius(double celsius);
-  /// Holds the temperature at a value; none lets it move again from there.
+  /// Holds the temperature at a value; none lets it move again from there. By hand, or without a
+  /// line in the journal by a fault, which has one of its own.
+  void setTemperatureCelsius(std::optional<double> celsius);
   void overrideTemperatureCelsius(std::optional<double> celsius);
 
   void setConditions(const BatteryConditions& present);
@@ -74,6 +78,7 @@ class Battery {
  private:
   void updateRate();
   void journalPercent();
+  void journal(std::string what);
   void passTemperature(Nanoseconds duration);
   [[nodiscard]] std::int64_t targetMicrodegrees() const;
   [[nodiscard]] double ratePercentPerHour() const;

@@ -63,15 +63,20 @@ void forget(Machine& machine, std::string_view which) {
 void remember(Machine& machine, const FaultEntry& entry, std::span<const std::string> arguments,
               bool on) {
   const std::string_view name = entry.description.name;
-  forget(machine, rememberedLine(name, arguments, entry.selectors));
+  const std::string which = rememberedLine(name, arguments, entry.selectors);
+  forget(machine, which);
+  if (!on) return machine.tell("fault " + which + " off");
+  const std::string whole = rememberedLine(name, arguments, arguments.size());
+  std::string told = "fault " + whole + " on";
   for (const FaultEntry& other : faultEntries()) {
     // What this fault changes, no other one changes any more.
-    const bool replaced = on && !entry.target.empty() && other.target == entry.target;
-    if (replaced) forget(machine, other.description.name);
+    if (entry.target.empty() || other.target != entry.target) continue;
+    const std::string_view replaced = other.description.name;
+    if (isOn(machine, replaced)) told += " (in place of " + std::string(replaced) + ")";
+    forget(machine, replaced);
   }
-  if (on && !entry.momentary) {
-    machine.activeFaultLines.push_back(rememberedLine(name, arguments, arguments.size()));
-  }
+  machine.tell(std::move(told));
+  if (!entry.momentary) machine.activeFaultLines.push_back(whole);
 }
 
 }  // namespace

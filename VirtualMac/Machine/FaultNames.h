@@ -23,8 +23,9 @@ std::span<const FaultDescription> faultCatalogue();
 /// Switches a fault. `arguments` are needed to switch it on; to switch it off, those that say which
 /// (a key) are. To switch off what is not on changes nothing, and is no error. Of the faults that
 /// change the same thing (a state that is not stated, or mistyped) the last one counts: it takes
-/// the place of the others, also in the list. The error is one line: an unknown name comes with the
-/// names nearest to it, a wrong argument with what is expected.
+/// the place of the others, also in the list. What was switched is journalled: `mac   fault
+/// smc-result CHTE 134 on`, `mac   fault smc-result CHTE off`. The error is one line: an unknown
+/// name comes with the names nearest to it, a wrong argument with what is expected.
 std::expected<void, std::string> setFault(Machine& machine, std::string_view name,
                                           std::span<const std::string> arguments, bool on);
 

@@ -37,14 +37,12 @@ Machine::Machine(Profile kind, Journal& journal, std::uint64_t seed)
       battery(profileUsed.battery, context),
       registry(battery, adapter, lid, smc, context),
       powerSources(profileUsed, battery, adapter, context),
-      power(context),
+      power(context, profileUsed.idleSleepMinutes),
       powerUI(profileUsed.powerUI, context),
       signatures(profileUsed.identities),
       disk(context, seed),
       bundleInformation{{"CFBundleShortVersionString", "2.0.0"}},
-      wallAtStart(firstDay) {
-  power.setIdleSleepMinutes(profileUsed.idleSleepMinutes);
-}
+      wallAtStart(firstDay) {}
 
 Machine::~Machine() = default;
 
@@ -127,6 +125,15 @@ std::optional<double> Machine::nextEvent() const {
   const std::optional<Nanoseconds> until = nextEventNanoseconds();
   if (!until) return std::nullopt;
   return toSeconds(*until);
+}
+
+void Machine::tell(std::string whatWasDone) {
+  context.journal.record("mac", std::move(whatWasDone));
+}
+
+void Machine::tellSignal(std::int32_t pid, int number) {
+  context.journal.record("proc",
+                         "signal " + std::to_string(number) + " to helper " + std::to_string(pid));
 }
 
 korvel::Date Machine::wallClock() const { return korvel::Date{wallAtStart + totalSeconds()}; }

@@ -45,7 +45,7 @@ struct ProcessEnd {
 ///
 /// Journals `proc  helper 412 started`, `proc  helper 412 exited 0`, `proc  helper 412 killed by
 /// signal 9`, `mac   reboot`, `mac   power lost`, `mac   battery empty, power lost`, `mac   powered
-/// on`.
+/// on`, and what it is told was done to it.
 ///
 /// Fault model: the parts', and these. Power can be lost at any moment, which ends every process
 /// and drops what the disk had not synced; a battery that runs empty without the adapter does the
@@ -93,6 +93,11 @@ class Machine {
   [[nodiscard]] double uptimeSeconds() const { return toSeconds(power.uptime()); }
   [[nodiscard]] korvel::Date wallClock() const;
   void setWallClock(korvel::Date now);
+
+  /// Journals what was done to the machine as a whole and is not told by one of its parts.
+  void tell(std::string whatWasDone);
+  /// Journals `proc  signal 15 to helper 412`.
+  void tellSignal(std::int32_t pid, int number);
 
   /// The processes of the helper; several at once are possible. `pid` must be free.
   std::shared_ptr<HelperProcess> startProcess(std::int32_t pid);

@@ -52,6 +52,9 @@ std::string_view sleepReasonText(SleepReason reason) {
   return "";
 }
 
+PowerManagement::PowerManagement(MachineContext& shared, std::int64_t idleSleepMinutes)
+    : context(shared), idleSleepAfter(idleSleepMinutes * 60 * nanosecondsPerSecond) {}
+
 korvel::KernReturn PowerManagement::createAssertion(std::int32_t owner,
                                                     const korvel::PropertyValue& properties,
                                                     std::uint32_t& id) {
@@ -144,15 +147,22 @@ void PowerManagement::requestSleep(SleepReason reason) {
 }
 
 void PowerManagement::wake(std::string_view cause) {
-  if (sleepPhase == SleepPhase::Awake || sleepPhase == SleepPhase::Asking) {
-    userActivity();
-    return;
-  }
+  if (!wakeFrom(cause)) userActivity();
+}
+
+bool PowerManagement::wakeFrom(std::string_view cause) {
+  if (sleepPhase == SleepPhase::Awake || sleepPhase == SleepPhase::Asking) return false;
   wakeCause = std::string(cause);
   context.noteChange();
+  return true;
 }
 
 void PowerManagement::userActivity() {
+  context.journal.record("mac", "touched");
+  noteActivity();
+}
+
+void PowerManagement::noteActivity() {
   idleSince = uptimeNow;
   activity = true;
   context.noteChange();
@@ -162,6 +172,9 @@ void PowerManagement::setIdleSleepMinutes(std::int64_t minutes) {
   idleSleepAfter = minutes * 60 * nanosecondsPerSecond;
   idleSince = uptimeNow;
   context.noteChange();
+  context.journal.record("mac", minutes == 0
+                                    ? std::string("idle sleep off")
+                                    : "idle sleep after " + std::to_string(minutes) + " min");
 }
 
 void PowerManagement::addRegistration(std::int32_t pid, korvel::ObjectRef notifier,
@@ -312,7 +325,7 @@ void PowerManagement::wakeNow() {
 void PowerManagement::settle(const SleepConditions& conditions) {
   const bool opened = around.lidClosed && !conditions.lidClosed;
   around = conditions;
-  if (opened) wake("lid opened");
+  if (opened && !wakeFrom("lid opened")) noteActivity();
   expireAssertions();
   if (std::exchange(activity, false) && sleepPhase == SleepPhase::Asking) {
     sleepPhase = SleepPhase::Awake;

@@ -50,8 +50,7 @@ struct PowerMessage {
 
 /// Power assertions, the SleepDisabled setting, and the way in and out of sleep. Journals:
 ///   power assertion 33001 created PreventUserIdleSystemSleep "name" (pid 412, 14400 s)
-///   power assertion 33001 released
-///   power assertion 33001 timed out
+///   power assertion 33001 released, power assertion 33001 timed out
 ///   power assertion 33001 dropped with pid 412
 ///   power SleepDisabled = 1
 ///   power SleepDisabled = 1 refused (-536870207)
@@ -67,6 +66,7 @@ struct PowerMessage {
 ///   power message not acknowledged by pid 412
 ///   power asleep
 ///   power awake (lid opened)
+///   mac   touched, mac   idle sleep after 10 min, mac   idle sleep off
 ///
 /// Who holds off what: SleepDisabled every sleep but low battery; a user-idle or system-sleep
 /// assertion idle sleep (the system one on adapter power only, and then a requested sleep too); an
@@ -80,7 +80,7 @@ struct PowerMessage {
 /// late or never come. The setting does not survive a reboot. Not modelled: dark wakes, standby.
 class PowerManagement {
  public:
-  explicit PowerManagement(MachineContext& shared) : context(shared) {}
+  PowerManagement(MachineContext& shared, std::int64_t idleSleepMinutes);
 
   /// Assertions.
   korvel::KernReturn createAssertion(std::int32_t owner, const korvel::PropertyValue& properties,
@@ -98,7 +98,7 @@ class PowerManagement {
   /// Sleep and wake. A request that is held off is journalled and forgotten; lid and idle sleep
   /// come back by themselves when what held them off ends.
   void requestSleep(SleepReason reason = SleepReason::Requested);
-  void wake(std::string_view cause = "requested");
+  void wake(std::string_view cause = "requested");  ///< A machine that is awake is touched.
   /// Somebody touched the machine: restarts the idle count, and takes back an idle sleep that is
   /// still being asked for.
   void userActivity();
@@ -143,6 +143,8 @@ class PowerManagement {
   void announce(std::uint32_t messageType, bool acknowledged);
   [[nodiscard]] bool allAcknowledged() const;
   void giveUpWaiting();
+  bool wakeFrom(std::string_view cause);  ///< False: it is awake.
+  void noteActivity();
   void beginRequestedSleep();
   void beginSleep(SleepReason reason);
   void leave();
@@ -167,7 +169,7 @@ class PowerManagement {
   Nanoseconds uptimeNow = 0;
   Nanoseconds acknowledgementsDue = 0;
   Nanoseconds idleSince = 0;
-  Nanoseconds idleSleepAfter = 0;
+  Nanoseconds idleSleepAfter;
 };
 
 }  // namespace virtualmac

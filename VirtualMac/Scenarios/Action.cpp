@@ -208,8 +208,7 @@ void Action::performOnMachine(Stage& stage) const {
       break;
     case Form::Temperature:
       require(machine.battery.isPresent(), "this Mac has no battery");
-      machine.battery.overrideTemperatureCelsius(choice == 1 ? std::nullopt
-                                                             : std::optional(number));
+      machine.battery.setTemperatureCelsius(choice == 1 ? std::nullopt : std::optional(number));
       break;
     case Form::Ambient:
       machine.battery.setAmbientCelsius(number);
@@ -244,6 +243,7 @@ void Action::update(Stage& stage) const {
                  [&stage] { return !stage.helperRunning(); });
   if (stage.helperRunning()) throw std::runtime_error("the old helper did not end");
   stage.setHelperVersion(name);
+  stage.machine().tell("helper version " + name + " installed");
   stage.startHelper();
 }
 

@@ -74,7 +74,7 @@ std::string setDisplay(Machine& mac, const std::string& word, double) {
 
 std::string setTemperature(Machine& mac, const std::string& word, double celsius) {
   if (!mac.battery.isPresent()) return "this Mac has no battery";
-  mac.battery.overrideTemperatureCelsius(word == "free" ? std::nullopt : std::optional(celsius));
+  mac.battery.setTemperatureCelsius(word == "free" ? std::nullopt : std::optional(celsius));
   return "";
 }
 
@@ -183,7 +183,7 @@ ControlReply killHelper(MachineServer& server, const Words& words) {
     return usage(unknownWord("signal", name, names));
   }
   const auto pid = server.launchd().helper();
-  if (!pid || !server.launchd().signal(found->second)) return failed("the helper is not running");
+  if (!pid || !server.signalHelper(found->second)) return failed("the helper is not running");
   return done(fmt::format("{} to helper {}\n", name, *pid));
 }
 
@@ -194,6 +194,7 @@ ControlReply speed(MachineServer& server, const Words& words) {
     return usage(
         fmt::format("speed \"{}\" is not allowed (allowed: 0.01 to 10000)", words.front()));
   server.timekeeper().setSpeed(*factor);
+  server.machine().tell(fmt::format("speed {:g}", *factor));
   return done("");
 }
 

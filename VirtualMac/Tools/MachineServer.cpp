@@ -1,6 +1,7 @@
 #include "VirtualMac/Tools/MachineServer.h"
 
 #include <algorithm>
+#include <csignal>
 #include <filesystem>
 #include <system_error>
 #include <utility>
@@ -94,6 +95,15 @@ void MachineServer::watchPower() {
   if (!wasOff) jobs.load();
 }
 
+bool MachineServer::signalHelper(int number) {
+  return change([&](Machine&) {
+    const std::optional<pid_t> pid = jobs.helper();
+    if (!pid || !jobs.signal(number)) return false;
+    if (number != SIGKILL) mac.tellSignal(*pid, number);
+    return true;
+  });
+}
+
 void MachineServer::reboot(std::function<void()> done) {
   change([&](Machine&) {
     jobs.unload([this, finished = std::move(done)] {
@@ -112,7 +122,10 @@ void MachineServer::powerLoss() {
 }
 
 void MachineServer::shutDown(std::function<void()> done) {
-  change([&](Machine&) { jobs.unload(std::move(done)); });
+  change([&](Machine& machine) {
+    machine.tell("going down");
+    jobs.unload(std::move(done));
+  });
 }
 
 std::function<void()> MachineServer::follow(JournalListener listener) {

@@ -65,6 +65,9 @@ class MachineServer {
     return make(mac);
   }
 
+  /// Sends the helper a signal. False: none runs. Journalled as `proc  signal 19 to helper 412`,
+  /// but for a kill, which the helper's end tells.
+  bool signalHelper(int number);
   /// Ends the helper the orderly way, restarts, and loads the job anew. `done` runs afterwards.
   void reboot(std::function<void()> done);
   /// Takes the power away and gives it back.

@@ -224,7 +224,7 @@ void ProcessStage::startHelper() {
 
 void ProcessStage::signalHelper(int number) {
   const std::optional<pid_t> before = server->launchd().helper();
-  if (!server->launchd().signal(number)) throw std::runtime_error(noHelperText);
+  if (!server->signalHelper(number)) throw std::runtime_error(noHelperText);
   if (number != SIGKILL) return;
   serve(longestRealSeconds, [&] { return server->launchd().helper() != before; });
 }

@@ -7,6 +7,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstdint>
+#include <cstdlib>
 #include <utility>
 
 namespace virtualmac {
@@ -40,6 +41,28 @@ std::optional<double> secondsFrom(std::string_view text) {
   if (!whole || !thousandths) return std::nullopt;
   // One rounding, so that it prints with the same three decimals again.
   return static_cast<double>(*whole * 1000 + *thousandths) / 1000.0;
+}
+
+/// A level that the battery came to by itself, or was set to.
+constexpr std::string_view levelStart = "battery ", setLevelStart = "battery set to ";
+
+/// What was done to the machine and no lane shows; none: nothing was.
+std::optional<std::string> deedIn(const Journal::Entry& entry) {
+  const std::string& text = entry.text;
+  if (entry.kind == "power") {
+    const bool byHand = text.ends_with("(by the user)") || text.ends_with("(by another program)");
+    return byHand ? std::optional(text) : std::nullopt;
+  }
+  if (entry.kind == "proc") {
+    const std::size_t helper = text.find(" to helper ");
+    const bool sent = text.starts_with("signal ") && helper != std::string::npos;
+    return sent ? std::optional(text.substr(0, helper) + " to helper") : std::nullopt;
+  }
+  static constexpr std::array<std::string_view, 4> inLanes{
+      "adapter connected", "adapter disconnected", "lid closed", "lid opened"};
+  const bool shown = std::ranges::find(inLanes, text) != inLanes.end() ||
+                     (batteryLevelIn(entry) && !text.starts_with(setLevelStart));
+  return entry.kind == "mac" && !shown ? std::optional(text) : std::nullopt;
 }
 
 /// What a person asked for, from the line with which the helper logs who asked; none: another line.
@@ -79,6 +102,10 @@ TimelineBuilder::TimelineBuilder(std::string title, double startTime, const Time
 }
 
 void TimelineBuilder::add(const Journal::Entry& entry) {
+  if (std::optional<std::string> deed = deedIn(entry)) {
+    const bool lost = deed->find("power lost") != std::string::npos;
+    mark(entry.time, lost ? TimelineMarkKind::Loss : TimelineMarkKind::Deed, *std::move(deed));
+  }
   if (entry.kind == "mac") addHardware(entry);
   if (entry.kind == "smc") addWrite(entry.text);
   if (entry.kind == "power") addPower(entry.text);
@@ -210,7 +237,11 @@ void TimelineBuilder::keep(double time) {
 }
 
 std::optional<int> batteryLevelIn(const Journal::Entry& entry) {
-  return entry.kind == "mac" ? numberAfter(entry.text, "battery ") : std::nullopt;
+  if (entry.kind != "mac") return std::nullopt;
+  const std::string& text = entry.text;
+  if (!text.starts_with(setLevelStart)) return numberAfter(text, levelStart);
+  return static_cast<int>(
+      std::floor(std::strtod(text.c_str() + setLevelStart.size(), nullptr) + 0.5));
 }
 
 std::optional<Journal::Entry> journalEntryFrom(std::string_view line) {

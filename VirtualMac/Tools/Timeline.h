@@ -32,7 +32,8 @@ enum class TimelineMarkKind : std::uint8_t {
   Request,  ///< Somebody asked the helper for something.
   Refusal,  ///< The helper said no.
   Event,    ///< The helper started or ended in order.
-  Loss,     ///< The helper was killed.
+  Loss,     ///< The helper was killed, or the power was lost.
+  Deed,     ///< Something was done to the machine that no lane shows: a fault, a temperature.
   Log,
   Error  ///< A log line of level error or fault.
 };
@@ -84,7 +85,7 @@ class TimelineBuilder {
   TimelineState now;
 };
 
-/// The whole percent that an entry tells; none: it tells of something else.
+/// The level that an entry tells, as the system shows it; none: it tells of something else.
 std::optional<int> batteryLevelIn(const Journal::Entry& entry);
 
 /// A line of a journal's text, without its newline; none: not such a line.

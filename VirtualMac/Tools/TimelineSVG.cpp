@@ -31,7 +31,7 @@ struct Colours {
 };
 constexpr std::string_view ink = "#1f2937", faint = "#6b7280", grid = "#e5e7eb", curve = "#2563eb";
 constexpr std::string_view limitInk = "#c2410c", bandFill = "#fdba74", errorInk = "#dc2626",
-                           eventInk = "#0e7490";
+                           eventInk = "#0e7490", deedInk = "#854d0e";
 
 class Drawing {
  public:
@@ -120,7 +120,8 @@ class Drawing {
       std::string_view words;
       std::string_view sample;
     };
-    static constexpr std::array<Entry, 5> fromTheRight{{
+    static constexpr std::array<Entry, 6> fromTheRight{{
+        {"done to it", R"(<rect y="-10" width="22" height="12" rx="3" fill="#854d0e"/>)"},
         {"request", R"(<rect y="-10" width="22" height="12" rx="3" fill="#1f2937"/>)"},
         {"asleep", R"(<rect y="-9" width="22" height="10" fill="#c7d2fe" opacity="0.6"/>)"},
         {"band: no decision",
@@ -269,6 +270,8 @@ class Drawing {
         return errorInk;
       case TimelineMarkKind::Event:
         return eventInk;
+      case TimelineMarkKind::Deed:
+        return deedInk;
       default:
         return ink;
     }

@@ -169,6 +169,23 @@ TEST_F(BatteryTest, AnOverriddenTemperatureStaysAndMovesOnFromThere) {
   EXPECT_LT(mac.battery.temperatureHundredths(), 4500);
 }
 
+// A level may be set without the shown percentage changing; where the charge goes from there does.
+TEST_F(BatteryTest, WhatIsSetByHandIsALineOfTheJournal) {
+  mac.battery.setPercent(64);
+  mac.battery.setPercent(64);
+  mac.battery.setPercent(64.25);
+  mac.battery.setTemperatureCelsius(45.5);
+  EXPECT_EQ(mac.battery.temperatureHundredths(), 4550);
+  mac.battery.setTemperatureCelsius(std::nullopt);
+  mac.battery.setAmbientCelsius(-5);
+  EXPECT_EQ(bench.takeLines("mac"),
+            "0.000 mac   battery set to 64 %\n"
+            "0.000 mac   battery set to 64.25 %\n"
+            "0.000 mac   temperature set to 45.5 C\n"
+            "0.000 mac   temperature free\n"
+            "0.000 mac   ambient set to -5 C\n");
+}
+
 TEST_F(BatteryTest, AsleepItDrainsSlowly) {
   mac.battery.setPercent(70);
   mac.adapter.disconnect();

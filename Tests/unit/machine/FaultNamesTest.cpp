@@ -55,6 +55,32 @@ TEST(FaultNamesTest, EveryFaultSwitchesOnAndOff) {
   EXPECT_TRUE(activeFaults(bench.mac).empty());
 }
 
+TEST(FaultNamesTest, EverySwitchIsALineOfTheJournal) {
+  Bench bench;
+  bench.fault("smc-result CHTE 132");
+  bench.fault("smc-result CHTE", false);
+  bench.fault("smc-result CHTE", false);
+  bench.fault("smc-stale");
+  bench.fault("temperature-override 47");
+  EXPECT_NE(errorOf(bench.mac, "smc-result QQQQ 1"), "");
+  EXPECT_EQ(bench.takeLines("mac"),
+            "0.000 mac   fault smc-result CHTE 132 on\n"
+            "0.000 mac   fault smc-result CHTE off\n"
+            "0.000 mac   fault smc-stale on\n"
+            "0.000 mac   fault temperature-override 47 on\n");
+}
+
+TEST(FaultNamesTest, AFaultThatTakesThePlaceOfAnotherSaysSo) {
+  Bench bench;
+  bench.fault("adapter-unknown");
+  bench.fault("adapter-mistyped");
+  bench.fault("adapter-mistyped");
+  EXPECT_EQ(bench.takeLines("mac"),
+            "0.000 mac   fault adapter-unknown on\n"
+            "0.000 mac   fault adapter-mistyped on (in place of adapter-unknown)\n"
+            "0.000 mac   fault adapter-mistyped on\n");
+}
+
 // A machine that had every fault and lost it again behaves as one that never had any.
 TEST(FaultNamesTest, AHealedMachineIsAsItWas) {
   Bench bench{"newer-keys-and-native"};

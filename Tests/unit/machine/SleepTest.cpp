@@ -159,6 +159,33 @@ TEST_F(SleepTest, ActivityTakesAnIdleSleepBack) {
   EXPECT_EQ(mac.nextEvent(), 600.0);
 }
 
+TEST_F(SleepTest, ATouchAndAnotherIdleSleepAreLinesOfTheJournal) {
+  bench.takeLines("mac");
+  mac.power.setIdleSleepMinutes(10);
+  mac.power.setIdleSleepMinutes(0);
+  mac.power.userActivity();
+  mac.power.wake();
+  EXPECT_EQ(bench.takeLines("mac"),
+            "0.000 mac   idle sleep after 10 min\n"
+            "0.000 mac   idle sleep off\n"
+            "0.000 mac   touched\n"
+            "0.000 mac   touched\n");
+}
+
+TEST_F(SleepTest, ALidThatOpensIsNotATouchAsWell) {
+  bench.takeLines("mac");
+  mac.lid.connectDisplay();
+  mac.lid.close();
+  mac.advance(0);
+  EXPECT_EQ(mac.power.phase(), SleepPhase::Awake);
+  mac.lid.open();
+  mac.advance(0);
+  EXPECT_EQ(bench.takeLines("mac"),
+            "0.000 mac   display connected\n"
+            "0.000 mac   lid closed\n"
+            "0.000 mac   lid opened\n");
+}
+
 TEST_F(SleepTest, AUserIdleAssertionHoldsOffIdleSleepUntilItIsReleased) {
   mac.power.setIdleSleepMinutes(10);
   assertion("PreventUserIdleSystemSleep");
