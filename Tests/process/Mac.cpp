@@ -27,7 +27,15 @@ std::string freshDirectory() {
 Mac::Mac(const MacOptions& options) : directory(freshDirectory()) {
   std::ostringstream speed;
   speed << options.speed;
-  const Result up = command({"up", "--json", "--profile", options.profile, "--speed", speed.str()});
+  std::vector<std::string> words{"up",      "--json",   "--profile", options.profile,
+                                 "--speed", speed.str()};
+  if (!options.helper.empty()) {
+    const std::string program = directory + "/helper";
+    writeFile(program, "#!/bin/sh\n" + options.helper + "\n");
+    std::filesystem::permissions(program, std::filesystem::perms::owner_all);
+    words.insert(words.end(), {"--helper", program});
+  }
+  const Result up = command(words);
   if (up.status != 0) throw std::runtime_error("the machine does not come up: " + up.err);
   machine = json::parse(up.out).at("pid").get<pid_t>();
 }

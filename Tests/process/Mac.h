@@ -13,6 +13,7 @@ namespace processtests {
 struct MacOptions {
   double speed = 1;
   std::string profile = "newer-keys";
+  std::string helper = {};  ///< What the helper's program says, for a shell; empty: the built one.
 };
 
 /// A virtual Mac of its own for one test, started and ended as a person does it.

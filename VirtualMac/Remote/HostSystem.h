@@ -1,5 +1,7 @@
 #pragma once
 
+#include <spawn.h>
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -17,6 +19,14 @@ int unixSocket();
 bool unixSocketPair(std::array<int, 2>& ends);
 /// A pipe that no child inherits. False: failed, errno says why.
 bool pipe(std::array<int, 2>& ends);
+/// No child inherits this descriptor: for those that a library made.
+void closeOnExec(int descriptor);
+/// Closes every descriptor of this process from `first` on.
+void closeFrom(int first);
+/// The last of a started program's file actions: of the descriptors from `first` on it gets none.
+/// Below it stand the three standard ones, and what earlier actions put there. Returns flags for
+/// the program's posix_spawnattr_setflags.
+short closeFromAtSpawn(posix_spawn_file_actions_t& files, int first);
 /// The process at the other end of a connected Unix socket; 0 when it cannot be told.
 std::int32_t peerProcess(int socket);
 /// Names the calling thread for debuggers, as far as the system keeps it.

@@ -16,16 +16,12 @@
 
 namespace virtualmac::hostsystem {
 
-namespace {
-
 // This system has no flag for it at creation. Only a child spawned by another thread in between
 // would inherit the descriptor; the programs spawn from the thread that creates.
 void closeOnExec(int descriptor) {
   const int flags = ::fcntl(descriptor, F_GETFD);
   if (flags >= 0) ::fcntl(descriptor, F_SETFD, flags | FD_CLOEXEC);
 }
-
-}  // namespace
 
 int unixSocket() {
   const int made = ::socket(AF_UNIX, SOCK_STREAM, 0);
@@ -43,6 +39,18 @@ bool pipe(std::array<int, 2>& ends) {
   if (::pipe(ends.data()) != 0) return false;
   for (const int end : ends) closeOnExec(end);
   return true;
+}
+
+void closeFrom(int first) {
+  for (int each = ::getdtablesize() - 1; each >= first; --each) ::close(each);
+}
+
+// Here it is a flag: what no file action made or names is closed.
+short closeFromAtSpawn(posix_spawn_file_actions_t& files, int) {
+  for (int each = STDIN_FILENO; each <= STDERR_FILENO; ++each) {
+    if (::fcntl(each, F_GETFD) >= 0) ::posix_spawn_file_actions_addinherit_np(&files, each);
+  }
+  return POSIX_SPAWN_CLOEXEC_DEFAULT;
 }
 
 std::int32_t peerProcess(int socket) {

@@ -19,6 +19,18 @@ bool unixSocketPair(std::array<int, 2>& ends) {
 
 bool pipe(std::array<int, 2>& ends) { return ::pipe2(ends.data(), O_CLOEXEC) == 0; }
 
+void closeOnExec(int descriptor) {
+  const int flags = ::fcntl(descriptor, F_GETFD);
+  if (flags >= 0) ::fcntl(descriptor, F_SETFD, flags | FD_CLOEXEC);
+}
+
+void closeFrom(int first) { ::close_range(static_cast<unsigned>(first), ~0U, 0); }
+
+short closeFromAtSpawn(posix_spawn_file_actions_t& files, int first) {
+  ::posix_spawn_file_actions_addclosefrom_np(&files, first);
+  return 0;
+}
+
 std::int32_t peerProcess(int socket) {
   ucred credentials{};
   socklen_t size = sizeof credentials;

@@ -17,6 +17,13 @@
 
 namespace virtualmac {
 
+namespace {
+
+/// The session is given its standard input, output and errors.
+constexpr int firstNotGiven = 3;
+
+}  // namespace
+
 ClientProcess::ClientProcess(asio::io_context& context, const std::string& program,
                              const RootDirectory& root, const std::string& identity)
     : said(std::make_shared<Saying>(context)) {
@@ -29,12 +36,16 @@ ClientProcess::ClientProcess(asio::io_context& context, const std::string& progr
   ::posix_spawn_file_actions_init(&files);
   ::posix_spawn_file_actions_adddup2(&files, toClient[0], STDIN_FILENO);
   ::posix_spawn_file_actions_adddup2(&files, fromClient[1], STDOUT_FILENO);
+  posix_spawnattr_t attributes;
+  ::posix_spawnattr_init(&attributes);
+  ::posix_spawnattr_setflags(&attributes, hostsystem::closeFromAtSpawn(files, firstNotGiven));
   std::vector<std::string> words{program, "--root", root.path, "--as", identity, "session"};
   std::vector<char*> arguments;
   for (std::string& word : words) arguments.push_back(word.data());
   arguments.push_back(nullptr);
-  const int error = ::posix_spawn(&pid, program.c_str(), &files, nullptr, arguments.data(),
+  const int error = ::posix_spawn(&pid, program.c_str(), &files, &attributes, arguments.data(),
                                   hostsystem::environment());
+  ::posix_spawnattr_destroy(&attributes);
   ::posix_spawn_file_actions_destroy(&files);
   ::close(toClient[0]);
   ::close(fromClient[1]);

@@ -189,6 +189,7 @@ struct ControlServer::Parts {
     acceptor.async_accept([this](const std::error_code& error, Protocol::socket socket) {
       if (error == asio::error::operation_aborted) return;
       if (error) return acceptLater();
+      hostsystem::closeOnExec(socket.native_handle());
       std::make_shared<Session>(std::move(socket), shared)->read();
       accept();
     });
@@ -220,6 +221,7 @@ std::optional<std::string> ControlServer::listen() {
   ::unlink(path.c_str());
   try {
     parts->acceptor.open();
+    hostsystem::closeOnExec(parts->acceptor.native_handle());
     parts->acceptor.bind(Protocol::endpoint(path));
     parts->acceptor.listen();
   } catch (const std::system_error& error) {

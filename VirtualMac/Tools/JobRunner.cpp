@@ -24,6 +24,8 @@ namespace {
 /// Where a started helper finds what it was given.
 constexpr int machineNumber = 3;
 constexpr int serviceNumber = 4;
+/// It is given nothing from here on.
+constexpr int firstNotGiven = 5;
 /// Descriptors are moved out of the way of those numbers first.
 constexpr int firstFreeNumber = 10;
 constexpr int longestQueue = 128;
@@ -181,6 +183,7 @@ std::optional<pid_t> JobRunner::spawn(int machineEnd) {
   ::posix_spawn_file_actions_addopen(&files, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
   ::posix_spawn_file_actions_addopen(&files, STDERR_FILENO, root.helperErrors().c_str(),
                                      O_WRONLY | O_CREAT | O_APPEND, 0600);
+  const short closing = hostsystem::closeFromAtSpawn(files, firstNotGiven);
   // A daemon's signals, not those of the machine's terminal.
   posix_spawnattr_t attributes;
   ::posix_spawnattr_init(&attributes);
@@ -192,7 +195,8 @@ std::optional<pid_t> JobRunner::spawn(int machineEnd) {
   ::posix_spawnattr_setsigdefault(&attributes, &all);
   ::posix_spawnattr_setpgroup(&attributes, 0);
   ::posix_spawnattr_setflags(
-      &attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
+      &attributes, static_cast<short>(closing | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF |
+                                      POSIX_SPAWN_SETPGROUP));
   std::vector<std::string> words{program,
                                  "--machine-descriptor",
                                  std::to_string(machineNumber),

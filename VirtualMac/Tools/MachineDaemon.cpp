@@ -41,6 +41,16 @@ class RootLock {
   int reason = errno;  ///< Why it could not be opened, if it could not.
 };
 
+/// Of the descriptors that the starting process has, the machine keeps `kept` and no other: each
+/// may be a pipe or a lock that somebody waits for.
+void keepOnly(int& kept) {
+  constexpr int place = STDERR_FILENO + 1;
+  if (kept != place) ::dup2(kept, place);
+  kept = place;
+  hostsystem::closeOnExec(kept);
+  hostsystem::closeFrom(place + 1);
+}
+
 void detach(const RootDirectory& root) {
   ::setsid();
   const int nothing = ::open("/dev/null", O_RDWR);
@@ -115,10 +125,12 @@ std::expected<pid_t, std::string> startMachine(const MachineOptions& options) {
   if (child < 0)
     return std::unexpected(std::string("no process: ") + std::system_category().message(errno));
   if (child == 0) {
-    ::close(ends[0]);
+    keepOnly(ends[1]);
     detach(options.root);
-    const int status =
-        runMachine(options, [&ends](const std::string& problem) { tell(ends[1], problem); });
+    const int status = runMachine(options, [&ends](const std::string& problem) {
+      tell(ends[1], problem);
+      ::close(ends[1]);
+    });
     ::_exit(status);
   }
   ::close(ends[1]);

@@ -27,7 +27,7 @@ MachineServer::MachineServer(asio::io_context& mainLoop, MachineOptions options)
       jobs(loop, chosen.root, chosen.helperProgram, chosen.verboseHelper, keeper, mac) {
   effects.keepEntries(false);
   effects.addListener([this](const Journal::Entry& entry) {
-    journalFile << journalLine(entry) << '\n' << std::flush;
+    journalFile.append(journalLine(entry));
     const auto listening = followers;
     for (const auto& follower : listening) follower->listener(entry);
   });
@@ -60,8 +60,8 @@ std::optional<std::string> MachineServer::start() {
   std::error_code error;
   std::filesystem::create_directories(chosen.root.applicationSupport(), error);
   if (error) return chosen.root.applicationSupport() + ": " + error.message();
-  journalFile.open(chosen.root.journal(), std::ios::trunc);
-  if (!journalFile) return chosen.root.journal() + ": cannot be written";
+  if (!journalFile.open(chosen.root.journal()))
+    return chosen.root.journal() + ": cannot be written";
   if (auto problem = jobs.listen()) return problem;
   change([this](Machine&) { jobs.load(); });
   return std::nullopt;

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <asio/io_context.hpp>
-#include <fstream>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -13,6 +12,7 @@
 #include "VirtualMac/Schedule/Journal.h"
 #include "VirtualMac/Tools/HelperLink.h"
 #include "VirtualMac/Tools/JobRunner.h"
+#include "VirtualMac/Tools/JournalFile.h"
 #include "VirtualMac/Tools/RootDirectory.h"
 #include "VirtualMac/Tools/Timekeeper.h"
 
@@ -50,9 +50,7 @@ class MachineServer {
   [[nodiscard]] const MachineOptions& options() const { return chosen; }
   [[nodiscard]] asio::io_context& context() { return loop; }
   /// How long the journal file is.
-  [[nodiscard]] std::uint64_t journalSize() {
-    return static_cast<std::uint64_t>(journalFile.tellp());
-  }
+  [[nodiscard]] std::uint64_t journalSize() const { return journalFile.size(); }
 
   /// Brings the machine to the present, makes a change, and lets what follows happen.
   template <class Change>
@@ -88,7 +86,7 @@ class MachineServer {
 
   asio::io_context& loop;
   MachineOptions chosen;
-  std::ofstream journalFile;
+  JournalFile journalFile;
   std::vector<std::shared_ptr<Follower>> followers;
   Journal effects;
   Machine mac;

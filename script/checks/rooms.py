@@ -54,7 +54,8 @@ CATCH_ALL = ("catches everything; a killed process unwinds through here",
 LINUX_ALONE = ("is Linux's alone; VirtualMac/Remote/HostSystem.h is the door to the system",
                r"\b(?:SOCK_(?:CLOEXEC|NONBLOCK)|MSG_CMSG_CLOEXEC|SO_PEERCRED|ucred|pipe2|accept4|environ"
                r"|epoll_\w+|(?:event|signal|timer|pid)fd(?:_\w+)?|memfd_create|prctl|gettid|getrandom"
-               r"|ppoll|program_invocation_name)\b")
+               r"|ppoll|close_range|posix_spawn_file_actions_addclosefrom_np"
+               r"|program_invocation_name)\b")
 
 CORE_CALLS = (TIME_CALLS, THREAD_USE, CHANCE, PRINTING, NAKED_NEW, SYSTEM_CALLS, CATCH_ALL)
 MODEL_CALLS = (TIME_CALLS, THREAD_USE, CHANCE, PRINTING, NAKED_NEW)
