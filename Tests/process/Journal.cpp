@@ -34,6 +34,15 @@ void LineSocket::send(const std::string& line) {
     throw std::runtime_error("the machine does not listen");
 }
 
+bool LineSocket::sendNow(const std::string& line) {
+  const std::string whole = line + '\n';
+  pollfd writable{.fd = socket, .events = POLLOUT, .revents = 0};
+  constexpr int soonMilliseconds = 500;
+  return ::poll(&writable, 1, soonMilliseconds) == 1 &&
+         ::send(socket, whole.data(), whole.size(), MSG_NOSIGNAL | MSG_DONTWAIT) ==
+             static_cast<ssize_t>(whole.size());
+}
+
 std::optional<std::string> LineSocket::receive(double timeoutSeconds) {
   const double deadline = clockNow() + timeoutSeconds;
   for (;;) {

@@ -21,6 +21,8 @@ class LineSocket {
   LineSocket(const LineSocket&) = delete;
   LineSocket& operator=(const LineSocket&) = delete;
   void send(const std::string& line);
+  /// False: the other side does not read.
+  bool sendNow(const std::string& line);
   /// None: nothing came in time, or the other side is gone.
   std::optional<std::string> receive(double timeoutSeconds);
 

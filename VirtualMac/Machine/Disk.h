@@ -94,8 +94,18 @@ class Disk {
   Random random;
 };
 
+/// A file as far as the journal compares it. One that is longer is told by its size, and so is one
+/// that is no JSON object, or is nested too deeply.
+struct FileCopy {
+  FileCopy() = default;
+  explicit FileCopy(std::string_view whole);
+  std::string bytes;       ///< At most bounds::longestCompared of them.
+  std::uint64_t size = 0;  ///< The file's.
+  friend bool operator==(const FileCopy&, const FileCopy&) = default;
+};
+
 /// What a replacement of `before` (none: the name was free) by `after` is told as.
-std::string replacementText(const std::optional<std::string>& before, const std::string& after);
+std::string replacementText(const std::optional<FileCopy>& before, const FileCopy& after);
 
 /// One process's descriptors and umask: the seam's calls. Descriptors start at 3.
 class FilesClient {

@@ -2,6 +2,7 @@
 #include <cctype>
 #include <nlohmann/json.hpp>
 
+#include "VirtualMac/Machine/Bounds.h"
 #include "VirtualMac/Machine/Disk.h"
 
 namespace virtualmac {
@@ -10,11 +11,9 @@ namespace {
 
 using nlohmann::json;
 
-/// Larger files are told by their size; nothing that is compared by field comes near it.
-constexpr std::size_t largestCompared = std::size_t{1} << 20U;
-
-json objectIn(const std::string& text) {
-  if (text.size() > largestCompared) return nullptr;
+json objectIn(const FileCopy& file) {
+  const std::string& text = file.bytes;
+  if (text.size() < file.size || jsonDefect(text)) return nullptr;
   json parsed = json::parse(text, nullptr, false);
   return parsed.is_object() ? parsed : json(nullptr);
 }
@@ -32,10 +31,13 @@ std::string valueText(const json& value) {
 
 }  // namespace
 
-std::string replacementText(const std::optional<std::string>& before, const std::string& after) {
+FileCopy::FileCopy(std::string_view whole)
+    : bytes(whole.substr(0, bounds::longestCompared)), size(whole.size()) {}
+
+std::string replacementText(const std::optional<FileCopy>& before, const FileCopy& after) {
   const std::string verb = before ? "replaced: " : "created: ";
   const json now = objectIn(after);
-  if (now.is_null()) return verb + std::to_string(after.size()) + " bytes";
+  if (now.is_null()) return verb + std::to_string(after.size) + " bytes";
   json earlier = before ? objectIn(*before) : json::object();
   if (earlier.is_null()) earlier = json::object();
 

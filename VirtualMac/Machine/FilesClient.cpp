@@ -132,11 +132,11 @@ std::expected<void, ErrorObject> FilesClient::replaceItem(const std::string& ori
   if (intoDirectory || from->directory != to->directory) {
     return std::unexpected(cocoaError(writeUnknownError, "The file couldn’t be replaced."));
   }
-  std::optional<std::string> before;
-  if (to->node != nullptr) before = to->node->content;
+  std::optional<FileCopy> before;
+  if (to->node != nullptr) before = FileCopy(to->node->content);
   disk.change(*to->directory, {{to->name, from->node}, {from->name, nullptr}});
-  disk.context.journal.record("disk",
-                              to->name + " " + replacementText(before, from->node->content));
+  disk.context.journal.record(
+      "disk", to->name + " " + replacementText(before, FileCopy(from->node->content)));
   return {};
 }
 

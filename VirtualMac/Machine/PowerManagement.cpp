@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <utility>
 
+#include "VirtualMac/Machine/Bounds.h"
+
 namespace virtualmac {
 
 namespace {
@@ -70,7 +72,7 @@ korvel::KernReturn PowerManagement::createAssertion(std::int32_t owner,
   made.type = *type;
   made.name = *name;
   made.level = properties["AssertLevel"].integer().value_or(0);
-  const double timeout = secondsIn(properties["TimeoutSeconds"]);
+  const double timeout = std::min(secondsIn(properties["TimeoutSeconds"]), bounds::longestSeconds);
   if (timeout > 0) made.releasedAtUptime = uptimeNow + fromSeconds(timeout);
   const std::string* action = properties["TimeoutAction"].text();
   made.releaseOnTimeout = action != nullptr && *action == "TimeoutActionRelease";

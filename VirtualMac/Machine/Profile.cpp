@@ -2,12 +2,11 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <nlohmann/json.hpp>
 #include <utility>
 
 #include "VirtualMac/Machine/Battery.h"
+#include "VirtualMac/Machine/Bounds.h"
 #include "VirtualMac/Machine/BuiltInProfiles.h"
 #include "VirtualMac/Machine/ProfileReader.h"
 
@@ -47,6 +46,29 @@ PropertyValue propertyFrom(const Json& value) {
     default:
       return {};
   }
+}
+
+/// Arrays and objects within each other.
+std::size_t depthOf(const Json& value) {
+  if (!value.is_structured()) return 0;
+  std::size_t deepest = 0;
+  for (const Json& each : value) deepest = std::max(deepest, depthOf(each));
+  return deepest + 1;
+}
+
+/// What cannot travel to a helper would cost every helper of this machine its life.
+void readOffer(ProfileReader& reader, PowerUIProfile& powerUI) {
+  const Json* value = reader.field("offeredLimits");
+  if (value == nullptr) return;
+  if (depthOf(*value) > bounds::deepestProperty) {
+    return reader.complain(reader.keyPath("offeredLimits"),
+                           "nested at most " + std::to_string(bounds::deepestProperty) + " deep");
+  }
+  if (value->dump().size() > bounds::longestOffer) {
+    return reader.complain(reader.keyPath("offeredLimits"),
+                           "at most " + std::to_string(bounds::longestOffer) + " bytes");
+  }
+  powerUI.offeredLimits = propertyFrom(*value);
 }
 
 void readBytes(ProfileReader& reader, SMCKeyProfile& key) {
@@ -142,9 +164,7 @@ void readProfile(ProfileReader& reader, Profile& profile) {
     profile.powerUI.present = true;
     inner.read("present", profile.powerUI.present);
     inner.read("supported", profile.powerUI.supported);
-    if (const Json* value = inner.field("offeredLimits")) {
-      profile.powerUI.offeredLimits = propertyFrom(*value);
-    }
+    readOffer(inner, profile.powerUI);
     inner.read("currentLimit", profile.powerUI.currentLimit, 0, 100);
   });
   reader.readList("identities", [&](ProfileReader& inner) { readIdentity(inner, profile); });
@@ -173,12 +193,10 @@ std::vector<std::string> builtInProfileNames() {
 
 std::expected<Profile, std::string> parseProfile(std::string_view text, std::string_view origin) {
   ProfileReader::Complaint complaint{std::string(origin), std::nullopt};
-  Json parsed;
-  try {
-    parsed = Json::parse(text);
-  } catch (const Json::parse_error& error) {
-    return std::unexpected(complaint.origin + ": not JSON at byte " + std::to_string(error.byte));
+  if (const auto defect = jsonDefect(text)) {
+    return std::unexpected(complaint.origin + ": " + *defect);
   }
+  const Json parsed = Json::parse(text);
   Profile profile;
   profile.name = stemOf(origin);
   ProfileReader reader(parsed, "", complaint);
@@ -197,10 +215,9 @@ std::expected<Profile, std::string> loadProfile(std::string_view nameOrPath) {
     return std::unexpected("no profile is called \"" + std::string(nameOrPath) +
                            "\"; there are: " + joined(builtInProfileNames()));
   }
-  std::ifstream file{std::string(nameOrPath), std::ios::binary};
-  if (!file) return std::unexpected(std::string(nameOrPath) + ": cannot be read");
-  const std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-  return parseProfile(text, nameOrPath);
+  const auto text = readTextFile(std::string(nameOrPath));
+  if (!text) return std::unexpected(text.error());
+  return parseProfile(*text, nameOrPath);
 }
 
 }  // namespace virtualmac

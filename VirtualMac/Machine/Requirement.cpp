@@ -6,6 +6,8 @@
 #include <utility>
 #include <vector>
 
+#include "VirtualMac/Machine/Bounds.h"
+
 namespace virtualmac {
 
 /// One node of the tree. A leaf looks at one property of the code; the others combine.
@@ -131,7 +133,8 @@ class Parser {
   NodeRef parseConjunction() { return parseList(Kind::And, "and", &Parser::parseTerm); }
 
   NodeRef parseTerm() {
-    if (++depth > deepest) return fail("nested too deeply");
+    if (++depth > bounds::deepestRequirement)
+      return fail("nested more than " + std::to_string(bounds::deepestRequirement) + " deep");
     NodeRef term = parseTermInside();
     --depth;
     return term;
@@ -201,11 +204,10 @@ class Parser {
   }
 
   static constexpr std::string_view extensionPrefix = "field.";
-  static constexpr int deepest = 200;
 
   std::string_view text;
   std::size_t at = 0;
-  int depth = 0;
+  std::size_t depth = 0;
   std::optional<RequirementError> error;
 };
 

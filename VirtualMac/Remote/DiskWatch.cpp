@@ -2,11 +2,12 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <fstream>
-#include <sstream>
 #include <utility>
 
 #include "HelperPersistence.h"
+#include "VirtualMac/Machine/Bounds.h"
 #include "VirtualMac/Machine/Disk.h"
 
 namespace virtualmac {
@@ -29,24 +30,27 @@ void DiskWatch::replaced(std::string_view path) {
 }
 
 void DiskWatch::look() {
-  std::optional<std::string> now = stateFile();
+  std::optional<FileCopy> now = stateFile();
   if (now != known && now) tell(now);
   known = std::move(now);
 }
 
-void DiskWatch::tell(const std::optional<std::string>& now) {
+void DiskWatch::tell(const std::optional<FileCopy>& now) {
   if (now) journal.record("disk", std::string(stateName) + ' ' + replacementText(known, *now));
   known = now;
 }
 
-std::optional<std::string> DiskWatch::stateFile() const {
+std::optional<FileCopy> DiskWatch::stateFile() const {
   const std::string path = root + std::string(statePath);
   struct stat facts{};
   if (::lstat(path.c_str(), &facts) != 0 || !S_ISREG(facts.st_mode)) return std::nullopt;
   std::ifstream file(path, std::ios::binary);
-  std::ostringstream content;
-  content << file.rdbuf();
-  return std::move(content).str();
+  FileCopy copy;
+  copy.bytes.resize(bounds::longestCompared);
+  file.read(copy.bytes.data(), static_cast<std::streamsize>(copy.bytes.size()));
+  copy.bytes.resize(static_cast<std::size_t>(file.gcount()));
+  copy.size = std::max<std::uint64_t>(copy.bytes.size(), static_cast<std::uint64_t>(facts.st_size));
+  return copy;
 }
 
 }  // namespace virtualmac

@@ -4,6 +4,7 @@
 #include <string>
 #include <string_view>
 
+#include "VirtualMac/Machine/Disk.h"
 #include "VirtualMac/Schedule/Journal.h"
 
 namespace virtualmac {
@@ -22,12 +23,12 @@ class DiskWatch {
   void look();
 
  private:
-  void tell(const std::optional<std::string>& now);
-  [[nodiscard]] std::optional<std::string> stateFile() const;
+  void tell(const std::optional<FileCopy>& now);
+  [[nodiscard]] std::optional<FileCopy> stateFile() const;
 
   Journal& journal;
   std::string root;
-  std::optional<std::string> known;
+  std::optional<FileCopy> known;
 };
 
 }  // namespace virtualmac

@@ -90,7 +90,8 @@ std::string MachineChannel::readFrames() {
     std::array<char, wireHeaderSize> header{};
     if (!readExactly(header.data(), header.size())) return "the machine is gone";
     const std::uint32_t length = wireBodyLength(header);
-    if (length > wireFrameLimit) return "an oversized frame from the machine";
+    if (length > wireFrameLimit)
+      return "an oversized frame from the machine: " + oversizedText(length);
     body.resize(length);
     if (!readExactly(body.data(), body.size())) return "the machine is gone";
     if (!takeFrame(body)) return "a frame from the machine that makes no sense";

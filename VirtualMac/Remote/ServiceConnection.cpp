@@ -152,8 +152,7 @@ void ServiceConnection::readHeader() {
 }
 
 void ServiceConnection::readBody(std::uint32_t length) {
-  if (length > wireFrameLimit)
-    return end("oversized: a message of " + std::to_string(length) + " bytes");
+  if (length > wireFrameLimit) return end("oversized: a message of " + oversizedText(length));
   body.resize(length);
   asio::async_read(socket, asio::buffer(body),
                    [self = shared_from_this()](const std::error_code& error, std::size_t) {

@@ -3,6 +3,8 @@
 #include <bit>
 #include <utility>
 
+#include "VirtualMac/Machine/Bounds.h"
+
 namespace virtualmac {
 
 using korvel::Date;
@@ -10,8 +12,6 @@ using korvel::ErrorObject;
 using korvel::PropertyValue;
 
 namespace {
-
-constexpr int deepestNesting = 16;
 
 enum class Type : std::uint8_t {
   Absent,
@@ -134,12 +134,14 @@ void WireReader::raw(std::span<std::uint8_t> value) {
     value[index] = static_cast<std::uint8_t>(taken[index]);
 }
 
-PropertyValue WireReader::propertyAt(int depth) {
-  if (depth > deepestNesting) {
-    fail("values nested too deeply");
+PropertyValue WireReader::propertyAt(std::size_t depth) {
+  const auto type = static_cast<Type>(u8());
+  const bool nests = type == Type::Array || type == Type::Dictionary;
+  if (nests && depth == bounds::deepestProperty) {
+    fail("values nested more than " + std::to_string(bounds::deepestProperty) + " deep");
     return {};
   }
-  switch (static_cast<Type>(u8())) {
+  switch (type) {
     case Type::Absent:
       return {};
     case Type::Boolean:
@@ -197,6 +199,10 @@ std::string wireFrame(std::string_view body) {
 
 std::uint32_t wireBodyLength(std::span<const char, wireHeaderSize> header) {
   return WireReader(std::string_view(header.data(), header.size())).u32();
+}
+
+std::string oversizedText(std::uint32_t length) {
+  return std::to_string(length) + " bytes, more than " + std::to_string(wireFrameLimit);
 }
 
 }  // namespace virtualmac

@@ -70,7 +70,7 @@ class WireReader {
  private:
   std::uint64_t integer(std::size_t size);
   std::string_view take(std::size_t size);
-  korvel::PropertyValue propertyAt(int depth);
+  korvel::PropertyValue propertyAt(std::size_t depth);
 
   std::string_view rest;
   std::string failureText;
@@ -80,5 +80,7 @@ class WireReader {
 std::string wireFrame(std::string_view body);
 /// The body's length from a frame's first bytes.
 std::uint32_t wireBodyLength(std::span<const char, wireHeaderSize> header);
+/// How a body of more than wireFrameLimit bytes is told.
+std::string oversizedText(std::uint32_t length);
 
 }  // namespace virtualmac

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
+#include "VirtualMac/Machine/Bounds.h"
 #include "VirtualMac/Machine/Machine.h"
 #include "VirtualMac/Scenarios/Condition.h"
 
@@ -20,7 +21,8 @@ using Term = Condition::Term;
 std::optional<std::string> field(const std::optional<std::string>& record,
                                  const std::string& name) {
   if (!record) return std::nullopt;
-  const Json parsed = Json::parse(*record, nullptr, false);
+  if (jsonDefect(*record)) return std::nullopt;
+  const Json parsed = Json::parse(*record);
   if (!parsed.is_object() || !parsed.contains(name)) return std::nullopt;
   const Json& value = parsed[name];
   return value.is_string() ? value.get<std::string>() : value.dump();

@@ -103,7 +103,8 @@ std::expected<std::string, std::string> AppConnection::receiveBody(double deadli
     if (input.size() >= wireHeaderSize) {
       const std::uint32_t length =
           wireBodyLength(std::span<const char, wireHeaderSize>(input.data(), wireHeaderSize));
-      if (length > wireFrameLimit) return std::unexpected("the helper sent an oversized message");
+      if (length > wireFrameLimit)
+        return std::unexpected("the helper sent an oversized message: " + oversizedText(length));
       if (input.size() >= wireHeaderSize + length) {
         std::string body = input.substr(wireHeaderSize, length);
         input.erase(0, wireHeaderSize + length);

@@ -16,6 +16,7 @@
 #include <system_error>
 #include <utility>
 
+#include "VirtualMac/Machine/Bounds.h"
 #include "VirtualMac/Remote/HostSystem.h"
 #include "VirtualMac/Tools/ControlCommands.h"
 #include "VirtualMac/Tools/MachineServer.h"
@@ -27,10 +28,6 @@ using nlohmann::json;
 using Protocol = asio::local::stream_protocol;
 
 namespace {
-
-constexpr std::size_t longestLine = std::size_t{64} * 1024;
-/// A follower that does not read for this many lines is let go.
-constexpr std::size_t mostWaitingLines = 100'000;
 
 /// What the sessions share. A session that is dropped with the event loop outlives it.
 struct Shared {
@@ -58,24 +55,43 @@ class Session final : public std::enable_shared_from_this<Session> {
   }
 
   void read() {
+    reading = true;
     asio::async_read_until(
-        socket, asio::dynamic_buffer(input, longestLine), '\n',
+        socket, asio::dynamic_buffer(input, bounds::longestRequest), '\n',
         [self = shared_from_this()](const std::error_code& error, std::size_t size) {
+          if (error == asio::error::not_found) return self->refuseAndEnd();
           if (error) return self->ended();
           const std::string line = self->input.substr(0, size - 1);
           self->input.erase(0, size);
           self->take(line);
-          self->read();
+          self->reading = false;
+          self->readOn();
         });
   }
 
  private:
+  /// A client that does not read its answers is not asked for more.
+  void readOn() {
+    if (!reading && !refused && outgoing.size() < bounds::mostUnread) read();
+  }
+
+  void refuseAndEnd() {
+    refused = true;
+    endsWith = [self = weak_from_this()] {
+      std::error_code ignored;
+      if (const auto session = self.lock()) static_cast<void>(session->socket.close(ignored));
+    };
+    refuse("a request has more than " + std::to_string(bounds::longestRequest) + " bytes");
+  }
+
   void ended() {
     if (stopFollowing) std::exchange(stopFollowing, nullptr)();
   }
 
   void take(const std::string& line) {
-    const json request = json::parse(line, nullptr, false);
+    if (const auto defect = jsonDefect(line))
+      return refuse("a request is a JSON object with a command: " + *defect);
+    const json request = json::parse(line);
     if (!request.is_object() || !request.contains("command") || !request["command"].is_string())
       return refuse("a request is a JSON object with a command");
     const auto command = request["command"].get<std::string>();
@@ -109,7 +125,7 @@ class Session final : public std::enable_shared_from_this<Session> {
   }
 
   void tell(const Journal::Entry& entry) {
-    if (outgoing.size() > mostWaitingLines) {
+    if (unreadBytes > bounds::mostUnreadBytes) {
       std::error_code ignored;
       static_cast<void>(socket.close(ignored));
       return;
@@ -154,6 +170,7 @@ class Session final : public std::enable_shared_from_this<Session> {
 
   void send(const json& message) {
     outgoing.push_back(message.dump(-1, ' ', false, json::error_handler_t::replace) + '\n');
+    unreadBytes += outgoing.back().size();
     if (outgoing.size() == 1) writeNext();
   }
 
@@ -161,7 +178,9 @@ class Session final : public std::enable_shared_from_this<Session> {
     asio::async_write(socket, asio::buffer(outgoing.front()),
                       [self = shared_from_this()](const std::error_code& error, std::size_t) {
                         if (error) return self->ended();
+                        self->unreadBytes -= self->outgoing.front().size();
                         self->outgoing.pop_front();
+                        self->readOn();
                         if (!self->outgoing.empty()) return self->writeNext();
                         if (self->endsWith) self->endsWith();
                       });
@@ -174,6 +193,9 @@ class Session final : public std::enable_shared_from_this<Session> {
   std::deque<std::string> outgoing;
   std::function<void()> stopFollowing;
   std::function<void()> endsWith;
+  std::size_t unreadBytes = 0;
+  bool reading = false;
+  bool refused = false;
   std::int32_t pid = 0;
 };
 

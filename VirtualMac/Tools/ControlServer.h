@@ -24,8 +24,9 @@ class MachineServer;
 ///   {"command": "down"}
 ///     → {"ok": true} when the helper has ended; then the machine is gone
 ///
-/// Failure: what is not such a line is answered with an error; a line that is too long ends the
-/// connection.
+/// Failure: what is not such a line is answered with an error; after that of a line that is too
+/// long the connection ends. A client that does not read is not read from either, and a follower
+/// that does not is let go (Bounds.h).
 class ControlServer {
  public:
   /// `down` runs when the machine is to end.

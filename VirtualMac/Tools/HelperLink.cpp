@@ -54,7 +54,7 @@ void HelperLink::takeFrames() {
   while (!closed && incoming.size() >= wireHeaderSize) {
     const std::uint32_t length =
         wireBodyLength(std::span<const char, wireHeaderSize>(incoming.data(), wireHeaderSize));
-    if (length > wireFrameLimit) return cutOff("an oversized frame");
+    if (length > wireFrameLimit) return cutOff("an oversized frame: " + oversizedText(length));
     if (incoming.size() < wireHeaderSize + length) return;
     const std::string body = incoming.substr(wireHeaderSize, length);
     incoming.erase(0, wireHeaderSize + length);

@@ -103,9 +103,21 @@ TEST(WireTest, WhatIsWrongIsSaid) {
   EXPECT_EQ(failureOf(std::string("\x01\x02", 2)), "a Boolean that is neither 0 nor 1");
   EXPECT_EQ(failureOf("\x20"), "an unknown type of value");
   EXPECT_EQ(failureOf(std::string("\x00\x00", 2)), "bytes left over after the last value");
-  std::string nested;
-  for (int level = 0; level < 40; ++level) nested += std::string("\x07\x01\x00\x00\x00", 5);
-  EXPECT_EQ(failureOf(nested), "values nested too deeply");
+}
+
+TEST(WireTest, ValuesAreTakenAsDeepAsStatedAndNoDeeper) {
+  const auto nested = [](int depth) {
+    std::string body;
+    for (int level = 0; level < depth; ++level) body += std::string("\x07\x01\x00\x00\x00", 5);
+    return body + std::string(1, '\0');
+  };
+  EXPECT_EQ(failureOf(nested(16)), "");
+  EXPECT_EQ(failureOf(nested(17)), "values nested more than 16 deep");
+  EXPECT_EQ(failureOf(nested(40'000)), "values nested more than 16 deep");
+}
+
+TEST(WireTest, AnOversizedBodyIsToldWithTheBound) {
+  EXPECT_EQ(oversizedText(300'000), "300000 bytes, more than 262144");
 }
 
 TEST(WireTest, ACountThatTheBytesDoNotHoldEndsQuickly) {
