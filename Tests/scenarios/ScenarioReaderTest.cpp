@@ -122,6 +122,82 @@ TEST(ScenarioReaderTest, TimeGoesForward) {
   EXPECT_THAT(errorsOf(head + "steps:\n  - at: 00:02\n    after: 5s\n"), HasSubstr("has one time"));
 }
 
+std::string repeated(const std::string& times, const std::string& steps) {
+  return "{repeat: " + times + ", every: 1m, steps: [" + steps + "]}";
+}
+
+TEST(ScenarioReaderTest, AStoryHasAsManyStepsAsStatedAndNoMore) {
+  const auto story = [](const std::string& more) {
+    const std::string fifty = "{after: 0s}, {after: 0s}, {after: 0s}, {after: 0s}, {after: 0s}";
+    return parseScenario(head + "steps: [" + repeated("2000", fifty + ", " + fifty) + ", " +
+                             repeated("8000", fifty + ", " + fifty) + more + "]\n",
+                         "a.yaml");
+  };
+  const auto full = story("");
+  ASSERT_TRUE(full) << full.error();
+  EXPECT_EQ(full->steps.size(), 100'000U);
+  const auto overfull = story(", {after: 0s}");
+  ASSERT_FALSE(overfull);
+  EXPECT_EQ(overfull.error(),
+            "a.yaml:3: the scenario has more than 100000 steps once its repetitions are "
+            "unrolled\n");
+}
+
+// 10 000 times 10 000 would take longer than anybody waits, and more than any machine has.
+TEST(ScenarioReaderTest, RepetitionsWithinEachOtherEndAtTheBound) {
+  std::string steps = "{after: 1s}";
+  for (int level = 0; level < 20; ++level) steps = repeated("10000", steps);
+  EXPECT_THAT(errorsOf(head + "steps: [" + steps + "]\n"), HasSubstr("more than 100000 steps"));
+  EXPECT_EQ(errorsOf(head + "steps: [" + repeated("10000", repeated("10000", "")) + "]\n"),
+            "a.yaml:3: a repetition has no steps\na.yaml:1: the scenario has no steps\n");
+}
+
+TEST(ScenarioReaderTest, AStoryHasAsManyPhrasesAsStatedAndNoMore) {
+  std::string many;
+  for (int each = 0; each < 9999; ++each) many += (each == 0 ? "touch" : ", touch");
+  // Those of line 3 are as many as a story has; the one of line 4 is too much.
+  EXPECT_EQ(errorsOf(head + "steps: [" + repeated("30", "{after: 0s, do: [" + many + "]}") +
+                     ",\n{after: 0s}]\n"),
+            "a.yaml:4: the scenario has more than 300000 phrases once its repetitions are "
+            "unrolled\n");
+}
+
+TEST(ScenarioReaderTest, ATextIsTakenAsDeepAsStatedAndNoDeeper) {
+  const auto nested = [](std::size_t depth) {
+    return errorsOf(std::string(depth, '[') + std::string(depth, ']'));
+  };
+  EXPECT_THAT(nested(498), HasSubstr("a scenario is a mapping"));
+  EXPECT_EQ(nested(499), "a.yaml:1: nested more than 498 deep\n");
+  EXPECT_EQ(nested(20'000), "a.yaml:1: nested more than 498 deep\n");
+  std::string mappings;
+  for (int level = 0; level < 20'000; ++level) mappings += "{a: ";
+  EXPECT_EQ(errorsOf(mappings), "a.yaml:1: nested more than 498 deep\n");
+}
+
+TEST(ScenarioReaderTest, AliasesAreRefused) {
+  const std::string refused = "aliases (*name) are not taken; to tell something often, repeat it\n";
+  EXPECT_EQ(errorsOf(head + "steps: &all\n  - &one {at: 00:01}\n  - *one\n"),
+            "a.yaml:5: " + refused);
+  EXPECT_EQ(errorsOf("steps: &all [*all]\n"), "a.yaml:1: " + refused);
+  EXPECT_EQ(errorsOf(head + "start: {<<: *none}\n").substr(0, 9), "a.yaml:3:");
+}
+
+TEST(ScenarioReaderTest, NoMomentIsBeyondACentury) {
+  const std::string text = "later or longer than 36500 days, which is a century";
+  EXPECT_EQ(errorsOf(head + "steps:\n  - at: 36500d 00:00\n"), "");
+  EXPECT_THAT(errorsOf(head + "steps:\n  - at: 36501d 00:00\n"),
+              HasSubstr("a.yaml:4: \"36501d 00:00\" is " + text));
+  EXPECT_THAT(errorsOf(head + "steps:\n  - at: " + std::string(400, '9') + "d 00:00\n"),
+              HasSubstr(text));
+  EXPECT_THAT(errorsOf(head + "steps: [{at: 00:01, holds: 36501d awake}]\n"), HasSubstr(text));
+  EXPECT_EQ(errorsOf(head + "steps: [{after: 36500d}, {after: 1s}]\n"),
+            "a.yaml:3: this step is " + text + "\n");
+}
+
+TEST(ScenarioReaderTest, AFileIsNoLongerThanStated) {
+  EXPECT_EQ(loadScenario("/dev/zero").error(), "/dev/zero: larger than 1048576 bytes\n");
+}
+
 TEST(ScenarioReaderTest, EveryDefectIsToldAtOnce) {
   const std::string errors =
       errorsOf("name: A\nsteps:\n  - at: soon\n  - at: 00:01\n    do: fly\nnever: pigs\n");

@@ -4,8 +4,10 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <utility>
 
+#include "VirtualMac/Machine/Bounds.h"
 #include "VirtualMac/Machine/EditDistance.h"
 
 namespace virtualmac {
@@ -107,6 +109,11 @@ void Phrase::complain(std::string text) {
   if (!first) first = std::move(text);
 }
 
+std::string tooLongText() {
+  return fmt::format("later or longer than {:.0f} days, which is a century",
+                     bounds::longestSeconds / (dayHours * hourSeconds));
+}
+
 std::expected<double, std::string> momentFrom(std::string_view text) {
   std::string_view rest = text;
   double days = 0;
@@ -117,11 +124,15 @@ std::expected<double, std::string> momentFrom(std::string_view text) {
     rest.remove_prefix(space + 1);
   }
   const std::optional<double> clock = clockFrom(rest);
-  if (!clock || days < 0 || days != static_cast<double>(static_cast<int>(days))) {
+  if (!clock || days < 0 || days != std::floor(days)) {
     return std::unexpected(fmt::format(
         "\"{}\" is not a moment; moments look like 00:42, 00:42:10 or 1d 02:00:05", text));
   }
-  return days * dayHours * hourSeconds + *clock;
+  const double seconds = days * dayHours * hourSeconds + *clock;
+  if (seconds > bounds::longestSeconds) {
+    return std::unexpected(fmt::format("\"{}\" is {}", text, tooLongText()));
+  }
+  return seconds;
 }
 
 std::expected<double, std::string> durationFrom(std::string_view text) {
@@ -145,6 +156,9 @@ std::expected<double, std::string> durationFrom(std::string_view text) {
   if (!good) {
     return std::unexpected(fmt::format(
         "\"{}\" is not a length of time; these look like 5s, 0.5s, 90m, 1h30m or 2d", text));
+  }
+  if (seconds > bounds::longestSeconds) {
+    return std::unexpected(fmt::format("\"{}\" is {}", text, tooLongText()));
   }
   return seconds;
 }

@@ -55,6 +55,9 @@ std::expected<double, std::string> momentFrom(std::string_view text);
 /// A length of time in seconds: `5s`, `0.5s`, `90m`, `1h30m`, `2d`.
 std::expected<double, std::string> durationFrom(std::string_view text);
 
+/// What a moment or a length of time beyond bounds::longestSeconds is.
+std::string tooLongText();
+
 /// A whole number or a decimal one, without sign, spaces or exponent; none for anything else.
 std::optional<double> numberFrom(std::string_view text);
 

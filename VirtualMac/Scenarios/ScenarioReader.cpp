@@ -3,13 +3,13 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <fstream>
 #include <set>
-#include <sstream>
 #include <utility>
 
+#include "VirtualMac/Machine/Bounds.h"
 #include "VirtualMac/Machine/Profile.h"
 #include "VirtualMac/Scenarios/Phrase.h"
+#include "VirtualMac/Scenarios/StoryText.h"
 
 namespace virtualmac {
 
@@ -71,7 +71,18 @@ std::vector<ScenarioReader::Value> ScenarioReader::values(const YAML::Node& node
     }
   }
   if (found.empty()) defect(line, "a phrase or a list of phrases is missing here");
+  phrases += found.size();
+  stopBeyond(phrases, bounds::mostPhrases, "phrases", line);
+  if (overfull) found.clear();
   return found;
+}
+
+void ScenarioReader::stopBeyond(std::size_t count, std::size_t most, std::string_view what,
+                                int line) {
+  if (count <= most || overfull) return;
+  overfull = true;
+  defect(line, fmt::format("the scenario has more than {} {} once its repetitions are unrolled",
+                           most, what));
 }
 
 std::string ScenarioReader::text(const YAML::Node& node, int line) {
@@ -149,6 +160,7 @@ void ScenarioReader::readStart(const YAML::Node& node) {
 
 void ScenarioReader::readSteps(const YAML::Node& list, double from) {
   for (const YAML::Node& node : list) {
+    if (overfull) return;
     if (node.IsMap() && node["repeat"]) {
       readRepeat(node, from);
     } else {
@@ -174,7 +186,12 @@ void ScenarioReader::readStep(const YAML::Node& node, double from) {
   };
   entries(node, "a step", {"at", "after", "given", "do", "reply", "expect", "within", "holds"},
           each);
+  if (overfull) return;
   if (step.time < 0) return defect(step.line, "a step says when: at MOMENT or after DURATION");
+  stopBeyond(scenario.steps.size() + 1, bounds::mostSteps, "steps", step.line);
+  if (step.time > bounds::longestSeconds) {
+    return defect(step.line, fmt::format("this step is {}", tooLongText()));
+  }
   if (step.time < latest) {
     return defect(step.line, fmt::format("this step is before the one in line {}", latestLine));
   }
@@ -220,6 +237,7 @@ void ScenarioReader::readRepeat(const YAML::Node& node, double from) {
   if (!steps.IsDefined() || !steps.IsSequence() || every <= 0) {
     return defect(lineOf(node), "a repetition says every DURATION and has a list of steps");
   }
+  if (steps.size() == 0) return defect(lineOf(steps), "a repetition has no steps");
   for (int round = 0; round < static_cast<int>(times); ++round) {
     readSteps(steps, from + start + round * every);
     // A defect in the steps is the same in every round.
@@ -284,22 +302,23 @@ void ScenarioReader::finish(double end) {
 std::expected<Scenario, std::string> parseScenario(const std::string& text,
                                                    const std::string& file) {
   ScenarioReader reader(file);
+  if (const auto defect = storyDefect(text)) {
+    reader.defect(defect->line, defect->text);
+    return std::unexpected(reader.defects);
+  }
   try {
     reader.read(YAML::Load(text));
   } catch (const YAML::Exception& failure) {
-    reader.defect(failure.mark.line + 1,
-                  failure.msg + " (a phrase with \": \" or a leading quote needs '...' around it)");
+    reader.defect(failure.mark.line + 1, failure.msg);
   }
   if (!reader.defects.empty()) return std::unexpected(reader.defects);
   return std::move(reader.scenario);
 }
 
 std::expected<Scenario, std::string> loadScenario(const std::string& file) {
-  std::ifstream stream(file, std::ios::binary);
-  std::ostringstream content;
-  content << stream.rdbuf();
-  if (!stream) return std::unexpected(fmt::format("{}: cannot be read\n", file));
-  return parseScenario(content.str(), file);
+  const auto text = readTextFile(file);
+  if (!text) return std::unexpected(text.error() + '\n');
+  return parseScenario(*text, file);
 }
 
 }  // namespace virtualmac

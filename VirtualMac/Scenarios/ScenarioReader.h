@@ -34,6 +34,8 @@ class ScenarioReader {
                const std::function<void(const std::string&, const YAML::Node&, int)>& each);
   /// A single value or a list of them.
   std::vector<Value> values(const YAML::Node& node, int line);
+  /// More than a scenario may hold is a defect, told once; then nothing more is read.
+  void stopBeyond(std::size_t count, std::size_t most, std::string_view what, int line);
   std::string text(const YAML::Node& node, int line);
   bool boolean(const YAML::Node& node, int line);
 
@@ -50,6 +52,8 @@ class ScenarioReader {
 
   double latest = 0;  ///< The last step's time.
   int latestLine = 0;
+  std::size_t phrases = 0;
+  bool overfull = false;
 };
 
 }  // namespace virtualmac
