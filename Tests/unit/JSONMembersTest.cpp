@@ -46,7 +46,8 @@ std::size_t compareEvery(const std::vector<std::string>& letters, std::size_t le
   for (std::size_t size = 0; size <= length; ++size) {
     std::vector<std::string> longer;
     for (const std::string& inner : texts) {
-      const std::string text = before + inner + after;
+      std::string text = before;
+      text.append(inner).append(after);
       const bool expected = expectedToFit(text);
       EXPECT_EQ(fits(text), expected) << text;
       if (testing::Test::HasFailure()) return fitting;
