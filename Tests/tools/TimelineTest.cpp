@@ -282,6 +282,8 @@ Timeline eventfulDay() {
   builder.add({600, "power", "asleep"});
   builder.add({700, "power", "awake (lid opened)"});
   builder.add({800, "log", "SMCWriter error \"a < b && c\x01 é\""});
+  for (int times = 0; times < 5; ++times) builder.add({850, "mac", "touched <&>"});
+  builder.fail(900, "expected \"a < b && c\"");
   return builder.finish(1000);
 }
 
@@ -317,7 +319,7 @@ TEST(TimelineTest, TheChargeIsDrawnInStepsOfWhatTheHelperReads) {
   builder.add({250, "mac", "battery 77 %"});
   builder.add({600, "mac", "lid closed"});
   EXPECT_EQ(chargeLine(timelineSVG(builder.finish(1000))),
-            "<path d=\"M92.0 220.0H342.0V196.0H1092.0\" fill=\"none\" ");
+            "<path d=\"M92.0 234.0H342.0V210.0H1092.0\" fill=\"none\" ");
 }
 
 // The legend's "asleep" is a pale blue ground; nothing else in the picture may be one.

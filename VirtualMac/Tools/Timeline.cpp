@@ -116,6 +116,10 @@ void TimelineBuilder::add(const Journal::Entry& entry) {
   keep(entry.time);
 }
 
+void TimelineBuilder::fail(double time, std::string text) {
+  mark(time, TimelineMarkKind::Failure, std::move(text));
+}
+
 Timeline TimelineBuilder::finish(double time) const {
   Timeline result = made;
   result.end = std::max(time, result.samples.back().time);

@@ -35,7 +35,8 @@ enum class TimelineMarkKind : std::uint8_t {
   Loss,     ///< The helper was killed, or the power was lost.
   Deed,     ///< Something was done to the machine that no lane shows: a fault, a temperature.
   Log,
-  Error  ///< A log line of level error or fault.
+  Error,   ///< A log line of level error or fault.
+  Failure  ///< The story went wrong here, or was stopped.
 };
 
 /// Something that happened at one moment.
@@ -67,6 +68,8 @@ class TimelineBuilder {
   TimelineBuilder(std::string title, double startTime, const TimelineState& start);
 
   void add(const Journal::Entry& entry);
+  /// The story went wrong at `time`, or was stopped; `text` says how.
+  void fail(double time, std::string text);
   /// The timeline up to `time`.
   [[nodiscard]] Timeline finish(double time) const;
 

@@ -1,5 +1,5 @@
-// The picture of a timeline. From top to bottom: title and legend, requests as flags, the charge,
-// the lanes, the time axis, the numbered log lines.
+// The picture of a timeline. From top to bottom: title and legend, a failure, requests as flags,
+// the charge, the lanes, the time axis, the numbered log lines.
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "VirtualMac/Tools/Timeline.h"
+#include "VirtualMac/Tools/TimelineFlags.h"
 #include "VirtualMac/Tools/TimelineText.h"
 
 namespace virtualmac {
@@ -19,10 +20,11 @@ namespace virtualmac {
 namespace {
 
 constexpr double pageWidth = 1120, plotLeft = 92, plotRight = 1092;
-constexpr double flagsTop = 64, flagRow = 17, plotTop = 124, plotBottom = 364;
-constexpr double lanesTop = 380, laneStep = 24, laneHeight = 16;
-constexpr int flagRows = 3;
-constexpr std::size_t listedLines = 14, lineColumns = 150;
+constexpr double failureBase = 54;
+constexpr double flagsTop = 64, flagRow = 17, crowdTop = flagsTop + flagRow * timelineFlagRows;
+constexpr double plotTop = 138, plotBottom = 378;
+constexpr double lanesTop = 394, laneStep = 24, laneHeight = 16;
+constexpr std::size_t listedLines = 14, lineColumns = 150, failureColumns = 130;
 constexpr double listStep = 18;
 
 struct Colours {
@@ -49,6 +51,7 @@ class Drawing {
     charge();
     lanes();
     flags();
+    failures();
     const double height = logLines();
     return fmt::format(
                R"(<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {0:.0f} {1:.0f}" width="{0:.0f}" )"
@@ -277,28 +280,45 @@ class Drawing {
     }
   }
 
-  /// Requests, refusals and what happened to the helper, as flags in a few rows. A flag that finds
-  /// no room keeps its pole, so no moment is lost.
+  /// Flags and the signs that count the marks without one. Each mark keeps its pole, and each sign
+  /// and flag tells all of it under the pointer.
   void flags() {
-    std::array<double, flagRows> free{};
+    const TimelineFlags laid =
+        layFlags(timeline.marks, [this](double time) { return x(time); }, plotRight);
+    for (const TimelineFlag& flag : laid.flags) {
+      const std::string_view fill = flagFill(flag.mark->kind);
+      const double top = flag.row ? flagsTop + flagRow * static_cast<double>(*flag.row) : crowdTop;
+      add(R"(<path d="M{0:.1f} {1:.1f}V{2:.1f}" stroke="{3}" opacity="0.45"/>)", flag.pole, top,
+          plotBottom, fill);
+      if (!flag.row) continue;
+      add(R"(<g><title>{}</title><rect x="{:.1f}" y="{:.1f}" width="{:.1f}" height="14" rx="3" )"
+          R"(fill="{}"/>)",
+          escapedXML(timelineTooltip(*flag.mark)), flag.left, top, flag.width, fill);
+      text(flag.left + 6, top + 10.5, timelineFlagSize, "#ffffff", flag.words);
+      add("</g>");
+    }
+    for (const TimelineCrowd& crowd : laid.crowds) {
+      add(R"(<g><title>{}</title><rect x="{:.1f}" y="{:.1f}" width="{:.1f}" height="13" rx="3" )"
+          R"(fill="{}"/>)",
+          crowd.tooltip(), crowd.left, crowdTop, crowd.width, faint);
+      text(crowd.left + crowd.width / 2, crowdTop + 10, timelineCrowdSize, "#ffffff", crowd.words(),
+           "middle");
+      add("</g>");
+    }
+  }
+
+  /// Where the story went wrong: a line through everything, and its text in a row of its own.
+  void failures() {
     for (const TimelineMark& mark : timeline.marks) {
-      if (mark.kind == TimelineMarkKind::Log || mark.kind == TimelineMarkKind::Error) continue;
-      const std::string_view fill = flagFill(mark.kind);
-      const std::string words = shortened(mark.text, 40);
-      const double width = textWidth(words, 11) + 12;
-      // A flag at the right edge waves to the left.
-      const double left = std::min(x(mark.time), plotRight - width);
-      const auto row =
-          std::find_if(free.begin(), free.end(), [&](double end) { return end <= left; });
-      const bool room = row != free.end();
-      const double top = flagsTop + (room ? flagRow * static_cast<double>(row - free.begin()) : 0);
-      add(R"(<path d="M{0:.1f} {1:.1f}V{2:.1f}" stroke="{3}" opacity="0.45"/>)", x(mark.time),
-          room ? top : plotTop - 6, plotBottom, fill);
-      if (!room) continue;
-      *row = left + width + 4;
-      add(R"(<rect x="{:.1f}" y="{:.1f}" width="{:.1f}" height="14" rx="3" fill="{}"/>)", left, top,
-          width, fill);
-      text(left + 6, top + 10.5, 11, "#ffffff", words);
+      if (mark.kind != TimelineMarkKind::Failure) continue;
+      const std::string words = timelineTooltip(mark);
+      add(R"(<g><title>{}</title><path d="M{:.1f} {:.1f}V{:.1f}" stroke="{}" stroke-width="2"/>)",
+          escapedXML(words), x(mark.time), failureBase + 4, lanesTop + laneStep * laneCount(),
+          errorInk);
+      const bool leftHalf = x(mark.time) < (plotLeft + plotRight) / 2;
+      text(leftHalf ? plotLeft : plotRight, failureBase, 12, errorInk,
+           shortened(words, failureColumns), leftHalf ? "start" : "end", "bold");
+      add("</g>");
     }
   }
 
