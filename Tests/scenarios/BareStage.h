@@ -13,7 +13,7 @@ namespace virtualmac {
 
 /// A machine with nobody in it but the test, for looking at the engine alone: requests are answered
 /// from a list, and the helper is what the test says it is.
-class BareStage final : public Stage {
+class BareStage : public Stage {
  public:
   explicit BareStage(const std::string& profile = "newer-keys")
       : record([this] { return mac ? mac->totalSeconds() : 0.0; }),

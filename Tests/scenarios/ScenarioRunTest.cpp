@@ -3,19 +3,32 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
 #include "Tests/scenarios/BareStage.h"
 
 namespace virtualmac {
 namespace {
 
 using testing::HasSubstr;
+using testing::Not;
 
 class ScenarioRunTest : public testing::Test {
  protected:
-  ScenarioOutcome play(const std::string& steps) {
+  ScenarioOutcome play(const std::string& steps, Onlooker onlooker = {}) {
     scenario = parseScenario("name: A\ndescription: B\n" + steps, "a.yaml");
     EXPECT_TRUE(scenario) << scenario.error();
-    return ScenarioRun(*scenario, stage, "virtual-mac run a.yaml").run();
+    return ScenarioRun(*scenario, stage, "virtual-mac run a.yaml", std::move(onlooker)).run();
+  }
+  /// The failures in a picture.
+  static std::vector<TimelineMark> failuresIn(const Timeline& timeline) {
+    std::vector<TimelineMark> marks = timeline.marks;
+    std::erase_if(marks, [](const auto& mark) { return mark.kind != TimelineMarkKind::Failure; });
+    return marks;
   }
 
   BareStage stage;
@@ -58,6 +71,73 @@ steps:
   EXPECT_THAT(outcome.report, HasSubstr("10.000 mac   adapter disconnected"));
   EXPECT_THAT(outcome.report, HasSubstr("run it again: virtual-mac run a.yaml\n"));
   EXPECT_FALSE(stage.machine().lid.isClosed()) << "the run goes on after a failure";
+}
+
+TEST_F(ScenarioRunTest, AFailureIsAMarkWithItsText) {
+  const Timeline timeline = play(R"(steps:
+  - at: 00:01
+    expect: gate paused
+  - at: 00:10
+)")
+                                .timeline;
+  const std::vector<TimelineMark> failures = failuresIn(timeline);
+  ASSERT_EQ(failures.size(), 1U);
+  EXPECT_EQ(failures[0].time, 60);
+  EXPECT_EQ(failures[0].text, "line 5: expected \"gate paused\", but the gate is charging");
+  EXPECT_EQ(timeline.end, 62);
+  EXPECT_TRUE(failuresIn(play("steps: [{at: 01:00, expect: lid open}]\n").timeline).empty());
+}
+
+TEST_F(ScenarioRunTest, AnOnlookerStopsTheRunWhereItIs) {
+  const ScenarioOutcome outcome = play(
+      R"(start: {battery: 50, adapter: out}
+steps:
+  - at: 00:01
+    do: adapter in
+    expect: adapter connected
+  - at: 02:00
+    do: lid close
+never: battery 0
+)",
+      [](double now) { return now > 600 ? std::optional<std::string>("Somebody") : std::nullopt; });
+  EXPECT_FALSE(outcome.passed);
+  EXPECT_TRUE(outcome.stopped);
+  EXPECT_EQ(outcome.expectations, 1U) << "what was still watched has not held yet";
+  EXPECT_LT(outcome.virtualSeconds, 7200);
+  EXPECT_FALSE(stage.machine().lid.isClosed());
+  EXPECT_THAT(outcome.report, HasSubstr("a.yaml:5: at 00:1"));
+  EXPECT_THAT(outcome.report, HasSubstr(": stopped by Somebody\n"));
+  const std::vector<TimelineMark> failures = failuresIn(outcome.timeline);
+  ASSERT_EQ(failures.size(), 1U);
+  EXPECT_EQ(failures[0].text, "stopped by Somebody");
+  EXPECT_EQ(outcome.timeline.end, outcome.virtualSeconds) << "nothing is played after it";
+}
+
+/// A client that cannot connect, because at that very moment somebody stops the run.
+class StoppedStage : public BareStage {
+ public:
+  bool stopped = false;
+  void connect(const std::string&, const std::string&) override {
+    stopped = true;
+    throw std::runtime_error("nobody is there any more");
+  }
+};
+
+TEST(StoppedRunTest, WhatBreaksWhileTheRunIsStoppedIsNoFailure) {
+  StoppedStage stage;
+  const auto scenario =
+      parseScenario("name: A\ndescription: B\nsteps: [{at: 00:01, do: connect}]\n", "a.yaml");
+  const auto look = [&stage](double) {
+    return stage.stopped ? std::optional<std::string>("Somebody") : std::nullopt;
+  };
+  const ScenarioOutcome outcome = ScenarioRun(*scenario, stage, "again", look).run();
+  EXPECT_TRUE(outcome.stopped);
+  EXPECT_THAT(outcome.report, HasSubstr("a.yaml:3: at 00:01:00: stopped by Somebody\n"));
+  EXPECT_THAT(outcome.report, Not(HasSubstr("nobody is there")));
+  stage.stopped = false;
+  const ScenarioOutcome failed = ScenarioRun(*scenario, stage, "again").run();
+  EXPECT_FALSE(failed.stopped);
+  EXPECT_THAT(failed.report, HasSubstr("nobody is there any more"));
 }
 
 TEST_F(ScenarioRunTest, WhatIsGivenIsJudgedBeforeAnythingIsDone) {

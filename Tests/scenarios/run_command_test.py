@@ -7,9 +7,11 @@ import json
 import os
 import pathlib
 import re
+import signal
 import subprocess
 import sys
 import tempfile
+import time
 import xml.dom.minidom
 
 HERE = pathlib.Path(__file__).resolve().parent
@@ -125,11 +127,140 @@ def the_timeline_is_a_picture(programs):
         picture = pathlib.Path(folder, "out.svg")
         done = run(programs, GALLERY / "quit.yaml", "--timeline", picture)
         expect(done.returncode == 0, done)
-        document = xml.dom.minidom.parse(str(picture))
-        texts = [t.firstChild.data for t in document.getElementsByTagName("text") if t.firstChild]
-        expect({"Leaving for good", "limit 80 %", "quit", "paused"} <= set(texts), done)
+        expect({"Leaving for good", "limit 80 %", "quit", "paused"} <= set(texts_of(picture)), done)
     done = run(programs, GALLERY / "quit.yaml", "--timeline", "/no/such/folder/out.svg")
     expect(done.returncode == 1 and "cannot be written" in done.stderr, done)
+
+
+def texts_of(picture):
+    document = xml.dom.minidom.parse(str(picture))
+    return [t.firstChild.data for t in document.getElementsByTagName("text") if t.firstChild]
+
+
+def begin(programs, folder, *words, errors=subprocess.PIPE):
+    """A run in a process group of its own, as a shell starts one, with `folder` for what is temporary."""
+    return subprocess.Popen([str(programs / "virtual-mac"), "run", *map(str, words)], cwd=ROOT,
+                            stdout=subprocess.PIPE, stderr=errors, text=True, start_new_session=True,
+                            env={**os.environ, "TMPDIR": folder},
+                            preexec_fn=lambda: signal.signal(signal.SIGINT, signal.SIG_DFL))
+
+
+def finish(running):
+    try:
+        out, errors = running.communicate(timeout=60)
+    except subprocess.TimeoutExpired:
+        running.kill()
+        raise
+    return subprocess.CompletedProcess(running.args, running.returncode, out, errors)
+
+
+def wait_for(what, seen, running, seconds=60):
+    end = time.monotonic() + seconds
+    while not seen():
+        if running.poll() is not None or time.monotonic() > end:
+            running.kill()
+            sys.exit(f"{what} was not seen (status {running.returncode}): {running.communicate()}")
+        time.sleep(0.01)
+
+
+def processes_about(folder):
+    found = []
+    for line in pathlib.Path("/proc").glob("[0-9]*/cmdline"):
+        try:
+            words = line.read_bytes().decode("utf-8", "replace").replace("\0", " ")
+        except OSError:
+            continue
+        if folder in words:
+            found.append(words)
+    return found
+
+
+def a_stopped_run_says_where_draws_what_there_is_and_leaves_nothing(programs):
+    for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+        with tempfile.TemporaryDirectory() as outside, tempfile.TemporaryDirectory() as folder:
+            story = pathlib.Path(outside, "long.yaml")
+            story.write_text("name: Long\ndescription: B\nsteps:\n"
+                             "  - {at: 00:00:05, do: [connect, set-limit 80]}\n"
+                             "  - {at: 9d 00:00, expect: lid open}\n", encoding="utf-8")
+            picture = pathlib.Path(outside, "out.svg")
+            running = begin(programs, folder, story, "--processes", "--timeline", picture)
+            journal = lambda: "".join(j.read_text() for j in pathlib.Path(folder).glob("*/journal*"))
+            wait_for("the limit", lambda: "setChargeLimit ok" in journal(), running)
+            wait_for("helper and application", lambda: len(processes_about(folder)) > 1, running)
+            os.killpg(running.pid, number)
+            done = finish(running)
+            expect(done.returncode == -number and done.stderr == "", done)
+            expect(re.match(r"STOPPED Long: 1 expectations had held\n" + re.escape(str(story)) +
+                            rf":4: at \S+: stopped by {number.name}\n", done.stdout), done)
+            expect("setChargeLimit ok" in done.stdout and "disconnected" not in done.stdout, done)
+            texts = texts_of(picture)
+            expect("limit 80 %" in texts and any(f"stopped by {number.name}" in t for t in texts), done)
+            expect(os.listdir(folder) == [], done)
+            expect(processes_about(folder) == [], done)
+
+
+def read_what_there_is(terminal):
+    try:
+        return os.read(terminal, 65536).decode()
+    except (BlockingIOError, OSError):
+        return ""
+
+
+def on_a_terminal_a_long_run_says_how_far_it_is(programs):
+    import pty  # Where there is no such thing, only this case cannot be played.
+    with tempfile.TemporaryDirectory() as folder:
+        story = pathlib.Path(folder, "long.yaml")
+        story.write_text("name: Ten years\ndescription: B\nsteps:\n"
+                         "  - {at: 00:00:05, do: [connect, set-limit 80]}\n"
+                         "  - {at: 3650d 00:00, expect: lid open}\n", encoding="utf-8")
+        leader, follower = pty.openpty()
+        os.set_blocking(leader, False)
+        running = begin(programs, folder, story, GALLERY / "quit.yaml", errors=follower)
+        began = time.monotonic()
+        shown = []
+        wait_for("progress", lambda: shown.append(read_what_there_is(leader)) or
+                 "1/2  Ten years" in "".join(shown), running)
+        expect(time.monotonic() - began >= 1.9, subprocess.CompletedProcess([], 0, "too early", shown))
+        running.send_signal(signal.SIGINT)
+        done = finish(running)
+        shown = "".join(shown) + read_what_there_is(leader)
+        expect(re.search(r"\r\x1b\[K1/2  Ten years  \S+( \S+)? of 3650d 00:00:00 \(\d+ %\)", shown)
+               and shown.endswith("\r\x1b[K"), done)
+        expect(done.returncode == -signal.SIGINT and "stopped by SIGINT" in done.stdout, done)
+        expect(done.stdout.endswith("2 scenarios: 1 stopped, 1 not played\n"), done)
+
+        done = finish(begin(programs, folder, GALLERY / "quit.yaml", errors=follower))
+        expect(done.returncode == 0 and read_what_there_is(leader) == "", done)
+
+
+def a_failure_is_in_the_picture(programs):
+    with tempfile.TemporaryDirectory() as folder:
+        picture = pathlib.Path(folder, "out.svg")
+        done = run(programs, "Tests/scenarios/data/fails.yaml", "--timeline", picture)
+        expect(done.returncode == 1 and '00:01:00 line 10: expected "gate paused", but the gate is charging'
+               in texts_of(picture), done)
+
+
+def a_directory_is_its_stories_in_the_order_of_their_names(programs):
+    with tempfile.TemporaryDirectory() as folder:
+        for name, limit in (("b.yaml", 2), ("a.yaml", 1), ("c.yaml", 3), (".d.yaml", 4), ("e.txt", 5)):
+            pathlib.Path(folder, name).write_text(
+                f"name: Story {limit}\ndescription: B\nsteps: [{{at: 00:01, expect: lid "
+                f"{'closed' if limit == 3 else 'open'}}}]\n", encoding="utf-8")
+        done = run(programs, folder)
+        told = re.findall(r"^(passed|FAILED)  (Story \d)", done.stdout, re.M)
+        expect(done.returncode == 1 and told == [("passed", "Story 1"), ("passed", "Story 2"),
+                                                 ("FAILED", "Story 3")], done)
+        expect(done.stdout.endswith("\n3 scenarios: 2 passed, 1 failed\n"), done)
+        defects = "Tests/scenarios/data/defects.yaml"
+        done = run(programs, defects, folder)
+        expect(done.returncode == 2 and done.stdout.endswith(
+            "\n4 scenarios: 2 passed, 1 failed, 1 unreadable\n"), done)
+        expect("scenarios" not in run(programs, f"{folder}/a.yaml").stdout, done)
+        empty = pathlib.Path(folder, "empty")
+        empty.mkdir()
+        done = run(programs, f"{folder}/a.yaml", empty)
+        expect(done.returncode == 2 and done.stdout == "" and f"{empty} holds no *.yaml" in done.stderr, done)
 
 
 def demo(programs, timeline):
@@ -176,6 +307,9 @@ CASES = [passing_stories_end_with_0, a_failing_story_ends_with_1_and_a_report,
          defects_end_with_2_and_their_lines, two_ways_at_once_are_refused,
          both_stages_say_the_same_of_what_cannot_be_done, both_stages_journal_the_same_deeds, what_would_be_ignored_is_refused,
          a_program_gets_json, the_journal_is_printed_on_demand, the_timeline_is_a_picture,
+         a_stopped_run_says_where_draws_what_there_is_and_leaves_nothing,
+         on_a_terminal_a_long_run_says_how_far_it_is, a_failure_is_in_the_picture,
+         a_directory_is_its_stories_in_the_order_of_their_names,
          the_demonstration_sees_every_step, the_demonstration_fails_without_a_working_helper,
          a_demonstration_cleans_up_after_a_machine_that_hangs]
 

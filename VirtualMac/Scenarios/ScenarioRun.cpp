@@ -79,8 +79,13 @@ struct ScenarioRun::Ears {
   std::vector<Journal::Entry> entries;
 };
 
-ScenarioRun::ScenarioRun(const Scenario& played, Stage& place, std::string command)
-    : scenario(played), stage(place), rerun(std::move(command)), ears(std::make_shared<Ears>()) {
+ScenarioRun::ScenarioRun(const Scenario& played, Stage& place, std::string command,
+                         Onlooker looking)
+    : scenario(played),
+      stage(place),
+      rerun(std::move(command)),
+      onlooker(std::move(looking)),
+      ears(std::make_shared<Ears>()) {
   stage.journal().addListener(
       [heard = ears](const Journal::Entry& entry) { heard->entries.push_back(entry); });
 }
@@ -97,20 +102,27 @@ ScenarioOutcome ScenarioRun::run() {
       if (!failure) play(step);
     }
     if (!failure) advance(scenario.end);
-    held += watches.size();  // What was to hold at every moment did.
+    if (!failure) held += watches.size();  // What was to hold at every moment did.
     for (const std::string& violation : stage.violations()) fail(line, violation);
     // What followed belongs to the report too.
-    if (failure) stage.runUntil(stage.now() + secondsAfterFailure, [] { return false; });
+    if (failure && !failure->stopped)
+      stage.runUntil(stage.now() + secondsAfterFailure, [] { return false; });
   } catch (const std::exception& trouble) {
     fail(line, trouble.what());
   }
   hear();
   ScenarioOutcome outcome;
   outcome.passed = !failure;
+  outcome.stopped = failure && failure->stopped;
   outcome.virtualSeconds = stage.now();
   outcome.journalHash = stage.journal().hash();
   outcome.expectations = held;
   if (failure) outcome.report = report();
+  if (timeline && failure) {
+    timeline->fail(failure->time, failure->stopped
+                                      ? failure->text
+                                      : fmt::format("line {}: {}", failure->line, failure->text));
+  }
   if (timeline) outcome.timeline = timeline->finish(stage.now());
   return outcome;
 }
@@ -132,6 +144,7 @@ void ScenarioRun::setUp() {
 }
 
 void ScenarioRun::play(const Step& step) {
+  stepLine = step.line;
   judgeExpectations(step.given);
   if (failure) return;
   if (!step.actions.empty()) stepBegan = ears->entries.size();
@@ -220,6 +233,7 @@ void ScenarioRun::advance(double moment) {
 
 bool ScenarioRun::judgeWatches(bool atDeadline) {
   hear();
+  if (isOver()) return true;
   for (Watch& watch : watches) {
     if (failure) break;
     if (!watch.over && !watch.waiting) judge(watch, atDeadline && stage.now() >= watch.deadline);
@@ -269,7 +283,14 @@ Facts ScenarioRun::facts() {
 }
 
 void ScenarioRun::fail(int line, std::string text) {
-  if (!failure) failure = Failure{line, stage.now(), std::move(text)};
+  if (!isOver()) failure = Failure{line, stage.now(), std::move(text)};
+}
+
+bool ScenarioRun::isOver() {
+  if (failure || !onlooker) return failure.has_value();
+  if (const std::optional<std::string> who = onlooker(stage.now()))
+    failure = Failure{stepLine, stage.now(), "stopped by " + *who, true};
+  return failure.has_value();
 }
 
 std::string ScenarioRun::report() const {

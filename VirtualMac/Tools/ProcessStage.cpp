@@ -103,8 +103,10 @@ ProcessStage::TemporaryDirectory::~TemporaryDirectory() {
   std::filesystem::remove_all(path, ignored);
 }
 
-ProcessStage::ProcessStage(const Scenario& scenario, double fastest)
-    : fastSpeed(fastest), slowSpeed(std::min(fastest, slowestNeeded)) {
+ProcessStage::ProcessStage(const Scenario& scenario, double fastest, std::function<bool()> stopped)
+    : fastSpeed(fastest),
+      slowSpeed(std::min(fastest, slowestNeeded)),
+      isStopped(std::move(stopped)) {
   ::signal(SIGPIPE, SIG_IGN);
   server = std::make_unique<MachineServer>(context, optionsOf(scenario, directory.path));
   control = std::make_unique<ControlServer>(*server, [this] { context.stop(); });
@@ -120,6 +122,8 @@ ProcessStage::ProcessStage(const Scenario& scenario, double fastest)
 }
 
 ProcessStage::~ProcessStage() {
+  // A run that was stopped is brought down like any other.
+  isStopped = [] { return false; };
   killClients();
   // Shared: what comes too late still has a place to go.
   const auto down = std::make_shared<bool>(false);
@@ -160,7 +164,7 @@ void ProcessStage::runUntil(double moment, const std::function<bool()>& afterEac
 bool ProcessStage::serve(double realSeconds, const std::function<bool()>& reached) {
   const auto deadline = Clock::now() + std::chrono::duration<double>(realSeconds);
   while (!reached()) {
-    if (Clock::now() >= deadline) return false;
+    if (isStopped() || Clock::now() >= deadline) return false;
     context.run_one_for(lookEvery);
   }
   return true;

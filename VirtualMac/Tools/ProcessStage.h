@@ -24,9 +24,9 @@ namespace virtualmac {
 /// do weigh is the grace that expectations are given.
 class ProcessStage final : public Stage {
  public:
-  /// `fastest` is in virtual seconds in a real one. Throws a std::runtime_error when no machine can
-  /// be brought up.
-  ProcessStage(const Scenario& scenario, double fastest);
+  /// `fastest` is in virtual seconds in a real one. While `stopped` is true, nothing is waited for
+  /// any more. Throws a std::runtime_error when no machine can be brought up.
+  ProcessStage(const Scenario& scenario, double fastest, std::function<bool()> stopped);
   ~ProcessStage() override;
 
   Machine& machine() override;
@@ -60,7 +60,7 @@ class ProcessStage final : public Stage {
     std::string path;
   };
   ClientProcess& named(const std::string& client);
-  /// Lets handlers run for some real time, or until `reached`.
+  /// Lets handlers run for some real time, or until `reached`, or until the run is stopped.
   bool serve(double realSeconds, const std::function<bool()>& reached);
   void setSpeed(double speed);
   void hear(const Journal::Entry& entry);
@@ -69,6 +69,7 @@ class ProcessStage final : public Stage {
 
   double fastSpeed;
   double slowSpeed;
+  std::function<bool()> isStopped;
   TemporaryDirectory directory;
   asio::io_context context;
   std::unique_ptr<MachineServer> server;

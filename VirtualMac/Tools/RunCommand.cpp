@@ -3,17 +3,28 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <array>
+#include <cstdint>
 #include <exception>
+#include <expected>
+#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
+#include <string_view>
+#include <system_error>
+#include <utility>
 #include <vector>
 
 #include "VirtualMac/Scenarios/InProcessStage.h"
 #include "VirtualMac/Scenarios/ScenarioRun.h"
 #include "VirtualMac/Tools/CommandLine.h"
 #include "VirtualMac/Tools/ProcessStage.h"
+#include "VirtualMac/Tools/ProgressLine.h"
+#include "VirtualMac/Tools/StopSignals.h"
 
 namespace virtualmac {
 
@@ -40,35 +51,94 @@ bool writeTimeline(const std::string& file, const Timeline& timeline) {
   return static_cast<bool>(stream);
 }
 
+/// What became of one file.
+enum class Fate : std::uint8_t { Passed, Failed, Unreadable, Stopped, NotPlayed };
+constexpr std::size_t fateCount = 5;
+using Tally = std::array<std::size_t, fateCount>;
+
 void tell(const Scenario& scenario, const ScenarioOutcome& outcome, bool asJSON) {
   if (asJSON) {
     const nlohmann::ordered_json object = {{"ok", outcome.passed},
                                            {"scenario", scenario.name},
                                            {"expectations", outcome.expectations},
                                            {"seconds", outcome.virtualSeconds},
+                                           {"stopped", outcome.stopped},
                                            {"report", outcome.report}};
     fmt::print("{}\n", object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
   } else if (outcome.passed) {
     fmt::print("passed  {}: {} expectations held over {}\n", scenario.name, outcome.expectations,
                timelineClock(outcome.virtualSeconds));
+  } else if (outcome.stopped) {
+    fmt::print("STOPPED {}: {} expectations had held\n{}", scenario.name, outcome.expectations,
+               outcome.report);
   } else {
     fmt::print("FAILED  {}\n{}", scenario.name, outcome.report);
   }
   std::fflush(stdout);
 }
 
-/// One file; an exit code.
-int play(const std::string& file, const Choices& choices) {
+void tellTotal(const Tally& tally, std::size_t files) {
+  static constexpr std::array<std::string_view, fateCount> words{"passed", "failed", "unreadable",
+                                                                 "stopped", "not played"};
+  std::string text;
+  for (std::size_t fate = 0; fate < fateCount; ++fate) {
+    if (tally[fate] == 0) continue;
+    text += fmt::format("{}{} {}", text.empty() ? "" : ", ", tally[fate], words[fate]);
+  }
+  fmt::print("{} scenarios: {}\n", files, text);
+  std::fflush(stdout);
+}
+
+/// The scenarios that are meant by what was named: files, and of a directory its `*.yaml` in the
+/// order of their names. The error says which directory is of no use.
+std::expected<std::vector<std::string>, std::string> chosenFiles(
+    const std::vector<std::string>& named) {
+  namespace fs = std::filesystem;
+  std::vector<std::string> files;
+  for (const std::string& name : named) {
+    std::error_code error;
+    if (!fs::is_directory(name, error)) {
+      files.push_back(name);
+      continue;
+    }
+    std::vector<std::string> inside;
+    for (fs::directory_iterator each(name, error); !error && each != fs::directory_iterator();
+         each.increment(error)) {
+      const fs::path& path = each->path();
+      const bool hidden = path.filename().string().starts_with('.');
+      if (path.extension() == ".yaml" && !hidden) inside.push_back(path.string());
+    }
+    if (error) return std::unexpected(name + ": " + error.message());
+    if (inside.empty()) return std::unexpected(name + " holds no *.yaml");
+    std::ranges::sort(inside);
+    files.insert(files.end(), inside.begin(), inside.end());
+  }
+  return files;
+}
+
+/// One file; `place` says which one of how many.
+Fate play(const std::string& file, const std::string& place, const Choices& choices,
+          const StopSignals& signals) {
   const auto scenario = loadScenario(file);
   if (!scenario) {
     // One line a defect, each beginning with its place.
-    if (choices.asJSON) return complain("virtual-mac", true, scenario.error(), exitUsage);
-    fmt::print(stderr, "{}", scenario.error());
-    return exitUsage;
+    if (choices.asJSON) {
+      complain("virtual-mac", true, scenario.error(), exitUsage);
+    } else {
+      fmt::print(stderr, "{}", scenario.error());
+    }
+    return Fate::Unreadable;
   }
+  std::optional<ProgressLine> progress(std::in_place, place + scenario->name, !choices.journal);
+  const auto look = [&](double now) -> std::optional<std::string> {
+    progress->show(now, scenario->end);
+    const std::optional<int> signal = signals.caught();
+    return signal ? std::optional(signalName(*signal)) : std::nullopt;
+  };
   std::unique_ptr<Stage> stage;
   if (choices.processes) {
-    stage = std::make_unique<ProcessStage>(*scenario, choices.speed);
+    stage = std::make_unique<ProcessStage>(*scenario, choices.speed,
+                                           [&signals] { return signals.caught().has_value(); });
   } else {
     stage = std::make_unique<InProcessStage>(*scenario);
   }
@@ -79,26 +149,49 @@ int play(const std::string& file, const Choices& choices) {
   const std::string how =
       choices.processes ? fmt::format(" --processes --speed {:g}", choices.speed) : " --in-process";
   const ScenarioOutcome outcome =
-      ScenarioRun(*scenario, *stage, fmt::format("virtual-mac run {}{}", file, how)).run();
+      ScenarioRun(*scenario, *stage, fmt::format("virtual-mac run {}{}", file, how), look).run();
+  progress.reset();
   tell(*scenario, outcome, choices.asJSON);
-  if (!choices.timeline.empty() && !writeTimeline(choices.timeline, outcome.timeline))
-    return failed(choices, choices.timeline + " cannot be written");
-  return outcome.passed ? exitDone : exitFailed;
+  const bool drawn = choices.timeline.empty() || writeTimeline(choices.timeline, outcome.timeline);
+  if (!drawn) failed(choices, choices.timeline + " cannot be written");
+  if (outcome.stopped) return Fate::Stopped;
+  return outcome.passed && drawn ? Fate::Passed : Fate::Failed;
+}
+
+Tally playEach(const std::vector<std::string>& files, const Choices& choices,
+               const StopSignals& signals) {
+  Tally tally{};
+  for (std::size_t index = 0; index < files.size(); ++index) {
+    Fate fate = Fate::NotPlayed;
+    const std::string place =
+        files.size() > 1 ? fmt::format("{}/{}  ", index + 1, files.size()) : std::string();
+    try {
+      if (!signals.caught()) fate = play(files[index], place, choices, signals);
+    } catch (const std::exception& failure) {
+      fate = Fate::Failed;
+      failed(choices, files[index] + ": " + failure.what());
+    }
+    ++tally[static_cast<std::size_t>(fate)];
+  }
+  return tally;
 }
 
 int playAll(const Choices& choices) {
-  if (choices.files.size() > 1 && !choices.timeline.empty())
+  const auto files = chosenFiles(choices.files);
+  if (!files) return complain("virtual-mac", choices.asJSON, files.error(), exitUsage);
+  if (files->size() > 1 && !choices.timeline.empty())
     return complain("virtual-mac", choices.asJSON, "--timeline draws one scenario, not several",
                     exitUsage);
-  int worst = exitDone;
-  for (const std::string& file : choices.files) {
-    try {
-      worst = std::max(worst, play(file, choices));
-    } catch (const std::exception& failure) {
-      worst = std::max(worst, failed(choices, file + ": " + failure.what()));
-    }
-  }
-  return worst;
+  // Among processes every wait looks at the note, and what they leave must be cleared away.
+  std::optional<StopSignals> signals(std::in_place, !choices.processes);
+  const Tally tally = playEach(*files, choices, *signals);
+  if (files->size() > 1 && !choices.asJSON) tellTotal(tally, files->size());
+  const std::optional<int> signal = signals->caught();
+  signals.reset();
+  if (signal) return endBySignal(*signal);
+  const auto count = [&tally](Fate fate) { return tally[static_cast<std::size_t>(fate)]; };
+  if (count(Fate::Unreadable) > 0) return exitUsage;
+  return count(Fate::Failed) > 0 ? exitFailed : exitDone;
 }
 
 }  // namespace
@@ -106,7 +199,8 @@ int playAll(const Choices& choices) {
 void addRun(CLI::App& program, std::function<int()>& chosen) {
   const auto choices = std::make_shared<Choices>();
   CLI::App* command = program.add_subcommand("run", "Play scenarios and say how they went");
-  command->add_option("files", choices->files, "Scenario files (YAML)")->required();
+  command->add_option("files", choices->files, "Scenario files (YAML), and directories of them")
+      ->required();
   CLI::Option* here = command->add_flag("--in-process", choices->inProcess,
                                         "In this process and in virtual time (the default)");
   CLI::Option* processes = command->add_flag("--processes", choices->processes,

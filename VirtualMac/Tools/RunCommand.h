@@ -8,7 +8,7 @@ class App;
 
 namespace virtualmac {
 
-/// Adds `run FILE...` to the program: plays scenarios and says how they went.
+/// Adds `run FILE|DIRECTORY...` to the program: plays scenarios and says how they went.
 void addRun(CLI::App& program, std::function<int()>& chosen);
 
 }  // namespace virtualmac
