@@ -290,7 +290,7 @@ TEST(CommandLineTest, TheApplicationTellsThePersonWhatIsEnforcedAndWhy) {
   ASSERT_EQ(mac.app({"set-limit", "80"}).status, 0);
   expectSays(mac.app({"status"}), 0, {"charging stops at 80 %, goes on below 75 %"});
   ASSERT_EQ(mac.app({"top-off"}).status, 0);
-  expectSays(mac.app({"status"}), 0, {"charging to full once, then back to 80 %"});
+  expectSays(mac.app({"status"}), 0, {"; a connection armed this during a top-off"});
   ASSERT_EQ(mac.app({"cancel-top-off"}).status, 0);
   expectSays(mac.app({"set-limit", "5"}), 1, {"error 400: Charge limit must be between"});
   expectSays(mac.app({"--json", "set-limit", "5"}), 1, {R"("ok":false)", R"("code":400)"});

@@ -15,6 +15,7 @@
 #include "VirtualMac/Tools/AppConnection.h"
 #include "VirtualMac/Tools/AppSession.h"
 #include "VirtualMac/Tools/CommandLine.h"
+#include "VirtualMac/Tools/HelperView.h"
 #include "VirtualMac/Tools/StateText.h"
 
 namespace virtualmac {
@@ -54,19 +55,10 @@ std::expected<AppConnection, AppConnection::OpenError> connect(const Choices& ch
   return AppConnection::open(RootDirectory::at(choices.root), choices.identity);
 }
 
-/// The payload of an operation that answers with bytes.
-std::expected<std::string, std::string> data(AppConnection& helper, const Choices& choices,
-                                             std::string_view name) {
-  const auto values = helper.call(*xpcOperation(name), {}, choices.timeoutSeconds);
-  if (!values) return std::unexpected(values.error());
-  const auto* bytes = std::get<PropertyValue>(values->front()).data();
-  return std::string(bytes->begin(), bytes->end());
-}
-
 int printData(const Choices& choices, std::string_view name) {
   auto helper = connect(choices);
   if (!helper) return complain(choices, helper.error());
-  const auto payload = data(*helper, choices, name);
+  const auto payload = dataReply(*helper, name, choices.timeoutSeconds);
   if (!payload) return complain(choices, payload.error());
   if (choices.asJSON || name == selector::getState) {
     fmt::print("{}\n", *payload);
@@ -113,23 +105,23 @@ int perform(const Choices& choices, std::string_view name,
   return exitDone;
 }
 
+std::expected<HelperView, AppConnection::OpenError> view(const Choices& choices) {
+  return HelperView::open(RootDirectory::at(choices.root), choices.identity,
+                          choices.timeoutSeconds);
+}
+
 int status(const Choices& choices) {
-  auto helper = connect(choices);
+  auto helper = view(choices);
   if (!helper) return complain(choices, helper.error());
-  const auto statePayload = data(*helper, choices, selector::getState);
-  if (!statePayload) return complain(choices, statePayload.error());
-  const auto capabilitiesPayload = data(*helper, choices, selector::capabilities);
-  if (!capabilitiesPayload) return complain(choices, capabilitiesPayload.error());
-  const auto state = korvel::decodeStateReply(*statePayload);
-  if (!state) return complain(choices, state.error());
-  const auto capabilities = korvel::decodeCapabilities(*capabilitiesPayload);
-  if (!capabilities) return complain(choices, capabilities.error());
+  const auto seen = helper->look();
+  if (!seen) return complain(choices, seen.error());
   if (choices.asJSON)
-    fmt::print(R"({{"state":{},"capabilities":{}}})"
+    fmt::print(R"({{"state":{},"capabilities":{},"enforcement":{}}})"
                "\n",
-               *statePayload, *capabilitiesPayload);
+               seen->statePayload, seen->capabilitiesPayload,
+               enforcementJSON(seen->told.enforcement).dump());
   else
-    fmt::print("{}", stateText(*state, *capabilities));
+    fmt::print("{}", stateText(seen->told));
   return exitDone;
 }
 
@@ -140,23 +132,21 @@ void say(const std::string& line) {
 
 /// What a watcher has printed last.
 struct Watched {
-  std::string record;
-  std::string loss;  ///< Empty: the record came since.
+  std::string line;
+  std::string loss;  ///< Empty: something was seen since.
 };
 
-/// Prints the record whenever it changes, and a loss once; true as long as the helper is there.
-bool look(AppConnection& helper, const Choices& choices, Watched& last) {
-  const auto payload = data(helper, choices, selector::getState);
-  if (!payload) {
-    if (std::exchange(last.loss, payload.error()) != payload.error())
-      say(choices.asJSON ? ordered_json{{"lost", payload.error()}}.dump() : payload.error());
+/// Prints what is seen whenever it changes, and a loss once; true as long as the helper is there.
+bool look(HelperView& helper, const Choices& choices, Watched& last) {
+  const auto seen = helper.look();
+  if (!seen) {
+    if (std::exchange(last.loss, seen.error()) != seen.error())
+      say(choices.asJSON ? ordered_json{{"lost", seen.error()}}.dump() : seen.error());
     return false;
   }
   last.loss.clear();
-  if (*payload == last.record) return true;
-  last.record = *payload;
-  const auto state = korvel::decodeStateReply(*payload);
-  say(choices.asJSON || !state ? *payload : stateLine(*state));
+  const std::string line = choices.asJSON ? seen->statePayload : stateLine(seen->told);
+  if (std::exchange(last.line, line) != line) say(line);
   return true;
 }
 
@@ -171,7 +161,7 @@ int watch(const Choices& choices) {
   };
   Watched last;
   while (!over()) {
-    auto helper = connect(choices);
+    auto helper = view(choices);
     if (!helper) return complain(choices, helper.error());
     double pause = choices.everySeconds;
     while (look(*helper, choices, last) && !over()) {
@@ -208,7 +198,7 @@ void addOperations(CLI::App& program, Choices& choices, std::function<int()>& ch
       [&] { return printData(choices, selector::capabilities); });
   add("state", "The helper's record as it sends it",
       [&] { return printData(choices, selector::getState); });
-  add("status", "The helper's record as a person reads it", [&] { return status(choices); });
+  add("status", "What becomes of the limit, and why", [&] { return status(choices); });
   add("set-limit", "Hold the battery at a limit (the helper takes 20 to 100)",
       [&] { return perform(choices, selector::setChargeLimit, {PropertyValue(choices.limit)}); })
       ->add_option("limit", choices.limit, "Percent")
@@ -231,8 +221,9 @@ void addOperations(CLI::App& program, Choices& choices, std::function<int()>& ch
   add("session", "Answer requests from standard input over one connection", [&] {
     return runSession(RootDirectory::at(choices.root), choices.identity, choices.timeoutSeconds);
   });
-  CLI::App* watching = add("watch", "Stay connected and print the record when it changes",
-                           [&] { return watch(choices); });
+  CLI::App* watching =
+      add("watch", "Stay connected and say what becomes of the limit when it changes",
+          [&] { return watch(choices); });
   watching->add_option("--for", choices.watchSeconds, "Real seconds; default: until ended")
       ->check(numberBetween(0, longestWaitSeconds));
   watching->add_option("--every", choices.everySeconds, "Real seconds between two looks")

@@ -28,6 +28,7 @@ MachineServer::MachineServer(asio::io_context& mainLoop, MachineOptions options)
   effects.keepEntries(false);
   effects.addListener([this](const Journal::Entry& entry) {
     journalFile.append(journalLine(entry));
+    trail.hear(entry);
     const auto listening = followers;
     for (const auto& follower : listening) follower->listener(entry);
   });

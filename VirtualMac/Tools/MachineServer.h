@@ -10,6 +10,7 @@
 #include "VirtualMac/Machine/Machine.h"
 #include "VirtualMac/Remote/DiskWatch.h"
 #include "VirtualMac/Schedule/Journal.h"
+#include "VirtualMac/Tools/EnforcementTrail.h"
 #include "VirtualMac/Tools/HelperLink.h"
 #include "VirtualMac/Tools/JobRunner.h"
 #include "VirtualMac/Tools/JournalFile.h"
@@ -47,6 +48,8 @@ class MachineServer {
   [[nodiscard]] Timekeeper& timekeeper() { return keeper; }
   [[nodiscard]] JobRunner& launchd() { return jobs; }
   [[nodiscard]] Journal& journal() { return effects; }
+  /// What becomes of the limit, as far as the helper's words tell.
+  [[nodiscard]] const Enforcement& enforcement() const { return trail.now(); }
   [[nodiscard]] const MachineOptions& options() const { return chosen; }
   [[nodiscard]] asio::io_context& context() { return loop; }
   /// How long the journal file is.
@@ -88,6 +91,7 @@ class MachineServer {
   MachineOptions chosen;
   JournalFile journalFile;
   std::vector<std::shared_ptr<Follower>> followers;
+  EnforcementTrail trail;
   Journal effects;
   Machine mac;
   DiskWatch disk;

@@ -100,6 +100,7 @@ std::string statusText(MachineServer& server) {
       {"SleepDisabled", machine.power.sleepDisabled() ? "1" : "0"},
       {"assertions", fmt::format("{}", machine.power.assertions().size())},
       {"helper", helperText(server)},
+      {"enforcement", enforcementText(server.enforcement())},
       {"faults", faults.empty() ? "none" : joined(faults, "; ")},
   };
   std::string text;
@@ -141,6 +142,7 @@ std::string statusJSON(MachineServer& server) {
       {"assertions", assertions},
       {"helperPid", pid ? nlohmann::ordered_json(*pid) : nlohmann::ordered_json(nullptr)},
       {"helperStarts", server.launchd().starts()},
+      {"enforcement", enforcementJSON(server.enforcement())},
       {"faults", activeFaults(machine)},
       {"root", server.options().root.path},
   };

@@ -7,12 +7,14 @@
 #include <ctime>
 
 #include "EnforcementDecision.h"
+#include "VirtualMac/Tools/Timeline.h"
 
 namespace virtualmac {
 
 using korvel::Date;
 using korvel::HelperCapabilities;
 using korvel::HelperState;
+using Loop = Enforcement::Loop;
 
 namespace {
 
@@ -29,19 +31,73 @@ std::string localTime(Date date) {
 
 bool neverSet(const HelperState& state) { return state.lastWriteAt == Date::distantPast(); }
 
-std::string enforcement(const HelperState& state) {
-  if (state.topUpActive)
-    return fmt::format("charging to full once, then back to {} %", state.chargeLimit);
-  if (state.forceDischargeActive)
-    return fmt::format("running from the battery down to {} %, the adapter stays plugged in",
-                       state.chargeLimit);
-  if (neverSet(state)) return "nothing: no limit was ever set";
-  if (state.chargeLimit < lowestLimit || state.chargeLimit > noLimit)
-    return fmt::format("nothing: a limit of {} % is out of range", state.chargeLimit);
-  if (state.chargeLimit == noLimit) return "nothing: charging is left to macOS";
+constexpr std::string_view notTaken = "the last write of the gate did not take hold";
+
+std::string outOfRange(std::int64_t limit) {
+  return fmt::format("a limit of {} % is out of range", limit);
+}
+
+/// What the running loop makes of its limit.
+std::string holding(const Told& told) {
+  const HelperState& state = told.state;
+  const std::int64_t limit = told.enforcement.limit.value_or(state.chargeLimit);
+  const std::string what =
+      limit == noLimit ? "handing charging back to macOS" : fmt::format("holding {} %", limit);
+  // Handing back reports no outcome: the last one is of another limit.
+  if (told.enforcement.failing && !state.lastWriteVerified && limit != noLimit)
+    return fmt::format("{} is tried, and fails: {}", what, told.enforcement.outcome.value_or(""));
+  if (!state.lastWriteVerified) return fmt::format("{} is tried, but {}", what, notTaken);
+  if (limit == noLimit) return what + ", as the limit is 100 %";
   return fmt::format(
-      "charging stops at {} %, goes on below {} %", state.chargeLimit,
-      state.chargeLimit - korvel::effectiveBand(state.sailingBand, state.chargeLimit));
+      "charging stops at {} %, goes on below {} %, while the adapter is in and the charge can be "
+      "read",
+      limit, limit - korvel::effectiveBand(state.sailingBand, limit));
+}
+
+/// Why nothing is held, and what that leaves behind in the gate.
+std::string stopped(const Told& told) {
+  const HelperState& state = told.state;
+  const Enforcement& now = told.enforcement;
+  std::string text = fmt::format("nothing: {}", reasonText(now.loop));
+  if (now.loop == Loop::OutOfRange)
+    return "nothing: " + outOfRange(now.limit.value_or(state.chargeLimit));
+  if (now.loop == Loop::NotArmed || now.loop == Loop::NoHelper) {
+    if (state.chargeLimit < lowestLimit || state.chargeLimit > noLimit)
+      return "nothing: " + outOfRange(state.chargeLimit);
+    return neverSet(state) ? "nothing: no limit was ever set" : text;
+  }
+  // A reset reads nothing back, so only an error tells that it failed.
+  if (now.stopError) return fmt::format("{}, but not all was done: {}", text, *now.stopError);
+  if (now.loop == Loop::Reset) return text + ", charging is left to macOS";
+  return fmt::format("{}, {}", text,
+                     state.lastWriteVerified ? "charging is left to macOS" : notTaken);
+}
+
+std::string enforced(const Told& told) {
+  const HelperState& state = told.state;
+  const bool running = told.enforcement.loop == Loop::Running;
+  if (state.forceDischargeActive) {
+    return fmt::format(
+        "discharging to {} %: the hardware was told to draw nothing from the adapter{}",
+        told.enforcement.limit.value_or(state.chargeLimit),
+        running ? "" : "; nothing watches it, as no loop runs");
+  }
+  if (state.topUpActive && !running) {
+    return fmt::format("topping off to full, or for two hours, then back to {} %{}",
+                       state.chargeLimit,
+                       state.lastWriteVerified ? "" : fmt::format(", but {}", notTaken));
+  }
+  if (!told.capabilities.canControlCharging()) {
+    return "nothing can be: the helper found neither CHTE, nor CH0B and CH0C, nor a charge limit "
+           "of "
+           "macOS";
+  }
+  if (!running) return stopped(told);
+  return holding(told) + (state.topUpActive ? "; a connection armed this during a top-off" : "");
+}
+
+std::string loggedError(const Enforcement::LoggedError& error) {
+  return fmt::format("{} (at {})", error.text, timelineClock(error.time));
 }
 
 std::string chargingWay(const HelperCapabilities& capabilities) {
@@ -64,11 +120,15 @@ std::string capabilitiesText(const HelperCapabilities& capabilities) {
                      dischargeWay(capabilities));
 }
 
-std::string stateText(const HelperState& state, const HelperCapabilities& capabilities) {
+std::string stateText(const Told& told) {
+  const auto& [state, capabilities, now, before] = told;
   std::string text;
   // Banners first: what a person must see.
   if (!state.lastWriteVerified)
     text += "! The last change of the charging hardware did not take hold.\n";
+  if (before && before->loop != Loop::Running && now.loop == Loop::Running && now.armedByConnection)
+    text += fmt::format("! Connecting has armed the limit. Before, nothing was enforced: {}.\n",
+                        reasonText(before->loop));
   if (state.lastDischargeAbortReason)
     text += fmt::format("! {}{}\n", *state.lastDischargeAbortReason,
                         state.lastDischargeAbortAt
@@ -76,7 +136,9 @@ std::string stateText(const HelperState& state, const HelperCapabilities& capabi
                             : "");
   if (state.sleepDisabledByKorvel) text += "! The Mac is kept awake with its lid closed.\n";
   text += fmt::format("limit          {} %\n", state.chargeLimit);
-  text += fmt::format("enforced       {}\n", enforcement(state));
+  text += fmt::format("enforced       {}\n", enforced(told));
+  text += fmt::format("last outcome   {}\n", now.outcome.value_or("none"));
+  if (now.lastError) text += fmt::format("last error     {}\n", loggedError(*now.lastError));
   text += capabilitiesText(capabilities);
   text +=
       fmt::format("last write     {}\n", neverSet(state) ? "never" : localTime(state.lastWriteAt));
@@ -84,9 +146,16 @@ std::string stateText(const HelperState& state, const HelperCapabilities& capabi
   return text;
 }
 
-std::string stateLine(const HelperState& state) {
-  std::string line = fmt::format("limit {} %, {}", state.chargeLimit, enforcement(state));
-  if (!state.lastWriteVerified) line += ", last write not verified";
+std::string stateLine(const Told& told) {
+  const HelperState& state = told.state;
+  const Enforcement& now = told.enforcement;
+  std::string line = fmt::format("limit {} %, {}", state.chargeLimit, enforced(told));
+  // A failure is told with its reason already, and the outcome is the loop's.
+  const bool explained = now.failing || now.stopError;
+  if (now.loop == Loop::Running && now.outcome && !now.failing)
+    line += ", last outcome " + *now.outcome;
+  if (!state.lastWriteVerified && now.lastError && !explained)
+    line += ", last error " + loggedError(*now.lastError);
   if (state.lastDischargeAbortReason) line += ", " + *state.lastDischargeAbortReason;
   if (state.sleepDisabledByKorvel) line += ", kept awake with the lid closed";
   return line;

@@ -1,18 +1,28 @@
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "HelperRecords.h"
+#include "VirtualMac/Tools/EnforcementTrail.h"
 
 namespace virtualmac {
 
-/// The helper's record as a person reads it: what is enforced and why, how this Mac does it, and
-/// what needs attention. Times are local.
-std::string stateText(const korvel::HelperState& state,
-                      const korvel::HelperCapabilities& capabilities);
+/// What somebody who asks is told. The record and the capabilities are the helper's answers; the
+/// rest is from its log, as the machine's journal has it.
+struct Told {
+  korvel::HelperState state;
+  korvel::HelperCapabilities capabilities;
+  Enforcement enforcement;
+  std::optional<Enforcement> before;  ///< How it was before the asking; none: as it is.
+};
+
+/// For a person: what becomes of the limit and why, how this Mac does it, and what needs attention.
+/// Says nothing that a look into the hardware could contradict. Times are local.
+std::string stateText(const Told& told);
 
 /// The same on one line, for watching it change.
-std::string stateLine(const korvel::HelperState& state);
+std::string stateLine(const Told& told);
 
 /// What this Mac lets the helper control.
 std::string capabilitiesText(const korvel::HelperCapabilities& capabilities);

@@ -5,7 +5,6 @@
 #include <vector>
 
 #include "VirtualMac/Tools/Nearest.h"
-#include "VirtualMac/Tools/StateText.h"
 
 namespace virtualmac {
 namespace {
@@ -74,31 +73,6 @@ TEST(NearestTest, NamesTheNearestWordWhenOneIsNear) {
             "lid \"opne\" is unknown, did you mean \"open\"? (allowed: open, closed)");
   EXPECT_EQ(unknownWord("lid", "sideways", {"open", "closed"}),
             "lid \"sideways\" is unknown (allowed: open, closed)");
-}
-
-TEST(StateTextTest, BannersComeFirstAndTheReasonIsGiven) {
-  korvel::HelperState state;
-  korvel::HelperCapabilities capabilities;
-  capabilities.tahoeCharging = true;
-  EXPECT_EQ(stateText(state, capabilities),
-            "limit          80 %\n"
-            "enforced       nothing: no limit was ever set\n"
-            "charging       by CHTE\n"
-            "discharge      cannot be controlled on this Mac\n"
-            "last write     never\n"
-            "helper         unknown version\n");
-  state.lastWriteAt = korvel::Date{0};
-  state.lastWriteVerified = false;
-  state.lastDischargeAbortReason = "Stopped: the battery is hot.";
-  state.sleepDisabledByKorvel = true;
-  const std::string text = stateText(state, capabilities);
-  EXPECT_TRUE(
-      text.starts_with("! The last change of the charging hardware did not take hold.\n"
-                       "! Stopped: the battery is hot.\n"
-                       "! The Mac is kept awake with its lid closed.\n"
-                       "limit          80 %\n"
-                       "enforced       charging stops at 80 %, goes on below 75 %\n"))
-      << text;
 }
 
 }  // namespace virtualmac

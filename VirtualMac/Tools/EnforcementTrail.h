@@ -1,0 +1,81 @@
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <nlohmann/json_fwd.hpp>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "VirtualMac/Schedule/Journal.h"
+
+namespace virtualmac {
+
+/// What becomes of the limit, in the helper's own words. Its record and its capabilities do not
+/// tell: a limit that was cleared, suspended or handed back looks there like one that is enforced,
+/// and of a write that fails there is a flag and no reason.
+struct Enforcement {
+  enum class Loop : std::uint8_t {
+    NoHelper,
+    NotArmed,  ///< The helper runs; nothing has started its loop yet.
+    Running,
+    ToppingOff,
+    TopOffFailed,  ///< The loop was stopped for a top-off that could not begin.
+    Cleared,
+    Reset,
+    Suspended,   ///< Nobody was connected for 30 s.
+    HandedBack,  ///< The limit is 100 %, and charging is the system's again.
+    OutOfRange
+  };
+  struct LoggedError {
+    double time = 0;  ///< Virtual seconds since the machine's start.
+    std::string text;
+    friend bool operator==(const LoggedError&, const LoggedError&) = default;
+  };
+
+  Loop loop = Loop::NoHelper;
+  std::optional<std::int64_t> limit;   ///< What the loop was started with; none: the record's.
+  bool armedByConnection = false;      ///< The loop runs because somebody connected.
+  std::optional<std::string> outcome;  ///< The last one reported: "pause:ok".
+  bool failing = false;                ///< That outcome was a failure.
+  std::optional<std::string>
+      stopError;  ///< Why charging was not handed back when the loop stopped.
+  std::optional<LoggedError> lastError;  ///< The last line of the log at level error or fault.
+  std::uint64_t connects = 0;            ///< How often a helper has counted a client in.
+
+  friend bool operator==(const Enforcement&, const Enforcement&) = default;
+};
+
+/// Follows a machine's journal, entry by entry, for the helper's log lines and replies. Everything
+/// but `connects` begins anew with each helper.
+class EnforcementTrail {
+ public:
+  void hear(const Journal::Entry& entry);
+  [[nodiscard]] const Enforcement& now() const { return told; }
+
+ private:
+  void hearProcess(const std::string& text);
+  void hearReply(const std::string& text);
+  void hearLog(const Journal::Entry& entry);
+  void hearCore(std::string_view text);
+  void begin(Enforcement::Loop loop);
+  void run(std::optional<std::int64_t> limit, bool byConnection = false);
+  void stop(Enforcement::Loop why, std::optional<std::string> error = std::nullopt);
+
+  Enforcement told;
+  bool toppingOff = false;
+  std::optional<std::string> resetError;    ///< Of the reset that is under way.
+  std::deque<std::int64_t> limitsAskedFor;  ///< Accepted, and not yet replied to.
+  std::deque<bool> dischargesAskedFor;      ///< On or off, and not yet replied to.
+};
+
+nlohmann::ordered_json enforcementJSON(const Enforcement& enforcement);
+/// The reverse; none: that is none.
+std::optional<Enforcement> enforcementFrom(const nlohmann::json& json);
+
+/// Why nothing is, or was, enforced; empty while the loop runs.
+std::string_view reasonText(Enforcement::Loop loop);
+/// On one line: `at 80 %, last outcome pause:ok`; `nothing: nobody connected for 30 s`.
+std::string enforcementText(const Enforcement& enforcement);
+
+}  // namespace virtualmac
