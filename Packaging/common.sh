@@ -32,8 +32,17 @@ showHelp() {
   exit 0
 }
 
+mustBeMac() {
+  [ "$(uname -s)" = Darwin ] || die "this is not macOS; nothing was done"
+}
+
 mustBeRoot() {
   [ "$(id -u)" = 0 ] || die "must be run as root (sudo)"
+}
+
+# True also of a link that leads nowhere.
+isThere() {
+  [ -e "$1" ] || [ -L "$1" ]
 }
 
 isLoaded() {

@@ -21,6 +21,7 @@ facts=$(dirname "$0")
 echo "$tool $*" >>"$facts/calls"
 case "$tool $1" in
   "id -u") cat "$facts/uid" ;;
+  "uname -s") cat "$facts/kernel" ;;
   "uname -m") cat "$facts/processor" ;;
   "sw_vers -productVersion") cat "$facts/system" ;;
   "launchctl print")
@@ -54,7 +55,8 @@ class PretendedMac(unittest.TestCase):
         for tool in TOOLS:
             (self.facts / tool).write_text(STAND_IN, encoding="utf-8")
             (self.facts / tool).chmod(0o755)
-        for fact, value in (("uid", "0"), ("processor", "arm64"), ("system", "14.5"),
+        for fact, value in (("uid", "0"), ("kernel", "Darwin"), ("processor", "arm64"),
+                            ("system", "14.5"),
                             ("identifier", LABEL), ("team", "ABCDE12345")):
             self.let(fact, value)
         self.built = self.disk / "KorvelHelper"
@@ -148,6 +150,11 @@ class Install(PretendedMac):
         self.let("processor", "x86_64")
         self.assert_refused(self.run_script("install", self.built), "no Apple silicon")
 
+    def test_refuses_another_system(self):
+        self.let("kernel", "Linux")
+        self.assert_refused(self.run_script("install", self.built), "this is not macOS")
+        self.assertEqual(self.calls("sw_vers"), [])
+
     def test_refuses_a_plain_user(self):
         self.let("uid", "501")
         self.assert_refused(self.run_script("install", self.built), "must be run as root")
@@ -236,10 +243,29 @@ class Uninstall(PretendedMac):
         self.assertFalse(self.program.exists())
         self.assertTrue(self.state.exists())
 
-    def test_an_absent_helper_is_no_failure(self):
-        done = self.run_script("uninstall")
-        self.assertEqual(done.returncode, 0, done.stderr)
-        self.assertEqual(self.changes(), [])
+    def test_an_absent_helper_is_no_failure_and_nothing_is_called_removed(self):
+        for words in ((), ("--keep-state",), ("--client", "client")):
+            done = self.run_script("uninstall", *words)
+            self.assertEqual(done.returncode, 0, done.stderr)
+            self.assertEqual(done.stdout, "nothing to remove\n")
+            self.assertEqual(self.changes(), [])
+
+    def test_what_is_left_of_a_helper_is_removed_and_said(self):
+        for left in (self.program, self.job, self.state):
+            left.parent.mkdir(parents=True, exist_ok=True)
+            left.write_text("left over", encoding="utf-8")
+            done = self.run_script("uninstall")
+            self.assertEqual((done.returncode, done.stdout.splitlines()[-1]), (0, "removed"))
+            self.assert_all_gone()
+        self.job.symlink_to("/nowhere")
+        self.assertTrue(self.run_script("uninstall").stdout.endswith("removed\n"))
+        self.assertFalse(self.job.is_symlink())
+
+    def test_refuses_another_system(self):
+        self.put_installed()
+        self.let("kernel", "Linux")
+        self.assert_refused(self.run_script("uninstall"), "this is not macOS; nothing was done")
+        self.assertTrue(self.program.exists() and self.job.exists() and self.state.exists())
 
     def test_refuses_a_plain_user(self):
         self.put_installed()
