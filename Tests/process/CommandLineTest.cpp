@@ -39,6 +39,21 @@ TEST(CommandLineTest, NothingWorksWithoutAMachine) {
   expectSays(run("virtual-mac", {"--root", nowhere, "down"}), 1, {"no virtual Mac is up in"});
   expectSays(run("virtual-mac", {"--root", nowhere, "journal"}), 1, {"no virtual Mac is up in"});
   expectSays(run("korvel-app", {"--root", nowhere, "ping"}), 1, {"no virtual Mac is up in"});
+  expectSays(run("virtual-mac", {"--root", nowhere, "fault", "smc-missing", "on"}), 1,
+             {"no virtual Mac is up in"});
+}
+
+TEST(CommandLineTest, FaultsAreListedWithoutAMachineToo) {
+  const Mac mac;
+  const std::vector<std::string> nowhere = {"--root", "/tmp/korvel-process-nowhere", "fault",
+                                            "list"};
+  const Result without = run("virtual-mac", nowhere);
+  EXPECT_EQ(without.status, 0) << without.err;
+  EXPECT_EQ(without.out, mac.command({"fault", "list"}).out);
+  EXPECT_NE(without.out.find("smc-latency SECONDS"), std::string::npos);
+  std::vector<std::string> asJSON = nowhere;
+  asJSON.emplace_back("--json");
+  EXPECT_EQ(run("virtual-mac", asJSON).out, mac.command({"fault", "list", "--json"}).out);
 }
 
 TEST(CommandLineTest, AnUnknownProfileIsAnsweredWithTheKnownOnes) {

@@ -144,7 +144,9 @@ ControlReply set(MachineServer& server, const Words& words) {
   return usage(unknownWord("setting", words[0], names));
 }
 
-ControlReply faultList(MachineServer& server) {
+}  // namespace
+
+ControlReply faultList(const Words& active) {
   ControlReply reply;
   nlohmann::ordered_json all = nlohmann::ordered_json::array();
   for (const FaultDescription& fault : faultCatalogue()) {
@@ -153,14 +155,15 @@ ControlReply faultList(MachineServer& server) {
     reply.text += fmt::format("{:<36} {}\n", use, fault.text);
     all.push_back({{"name", fault.name}, {"arguments", fault.arguments}, {"text", fault.text}});
   }
-  const std::vector<std::string> active = activeFaults(server.machine());
   for (const std::string& line : active) reply.text += "on: " + line + '\n';
   reply.json = nlohmann::ordered_json{{"faults", all}, {"on", active}}.dump();
   return reply;
 }
 
+namespace {
+
 ControlReply fault(MachineServer& server, const Words& words) {
-  if (words == Words{"list"}) return faultList(server);
+  if (words == Words{"list"}) return faultList(activeFaults(server.machine()));
   if (words.size() < 2 || (words.back() != "on" && words.back() != "off"))
     return usage("fault takes a name, its arguments, and on or off; or list");
   const std::span<const std::string> arguments(words.data() + 1, words.size() - 2);

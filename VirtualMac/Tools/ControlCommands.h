@@ -18,6 +18,9 @@ struct ControlReply {
 
 using ControlAnswer = std::function<void(const ControlReply&)>;
 
+/// Every fault that a machine can have, and the lines of those that are `active`.
+ControlReply faultList(const std::vector<std::string>& active);
+
 /// Runs one command on the machine. The answer may come later (a reboot waits for the helper).
 /// Unknown commands and values are answered with the allowed ones.
 void runControlCommand(MachineServer& server, const std::string& command,

@@ -9,6 +9,7 @@
 #include "VirtualMac/Remote/HostSystem.h"
 #include "VirtualMac/Tools/CommandLine.h"
 #include "VirtualMac/Tools/ControlClient.h"
+#include "VirtualMac/Tools/ControlCommands.h"
 #include "VirtualMac/Tools/JournalReader.h"
 #include "VirtualMac/Tools/MachineDaemon.h"
 
@@ -71,9 +72,18 @@ int up(const Choices& choices) {
   return exitDone;
 }
 
+/// The faults that there are are the same for every machine, and also without one.
+int listFaults(const Choices& choices) {
+  const ControlReply list = faultList({});
+  fmt::print("{}", choices.asJSON ? list.json + '\n' : list.text);
+  return exitDone;
+}
+
 /// Sends one command to the machine and prints its answer.
 int ask(const Choices& choices, const std::string& command) {
   auto machine = ControlClient::connect(RootDirectory::at(choices.root));
+  if (!machine && command == "fault" && choices.words == std::vector<std::string>{"list"})
+    return listFaults(choices);
   if (!machine) return complain(choices, machine.error(), exitFailed);
   machine->send({{"command", command}, {"arguments", choices.words}});
   const auto reply = machine->receive();
