@@ -136,7 +136,9 @@ TEST(CommandLineTest, AWrongValueIsAnsweredWithTheAllowedOnes) {
   expectSays(mac.command({"fault", "smc-latency", "soon", "on"}), 2, {"\"soon\""});
   expectSays(mac.command({"fault", "smc-latency"}), 2, {"on or off"});
   expectSays(mac.app({"discharge", "maybe"}), 2, {"on"});
-  expectSays(mac.app({"set-limit", "300"}), 2, {"255"});
+  for (const char* word : {"abc", "300", "80.5", "-1", "", " 80"})
+    expectSays(mac.app({"set-limit", word}), 2,
+               {'"' + std::string(word) + "\" is not a whole number from 20 to 100"});
   expectSays(mac.app({"--as", "ap", "ping"}), 2, {"did you mean \"app\"?"});
   expectSays(mac.command({"set", "idle-sleep", "0.5"}), 2, {"\"0.5\"", "whole numbers from 0"});
   expectSays(mac.command({"set", "native-limit", "80.5"}), 2, {"\"80.5\"", "whole numbers from 0"});

@@ -4,6 +4,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <charconv>
 #include <chrono>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -35,7 +36,7 @@ struct Choices {
   std::string identity = "app";
   bool asJSON = false;
   double timeoutSeconds = 5;
-  int limit = 0;
+  std::string limit;
   std::string onOff;
   double watchSeconds = -1;  ///< Below 0: until it is ended.
   double everySeconds = 0.5;
@@ -173,6 +174,22 @@ int watch(const Choices& choices) {
   return exitDone;
 }
 
+/// A number as an operation's byte can carry it.
+std::optional<std::int64_t> percent(const std::string& text) {
+  std::uint8_t number = 0;
+  const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (failure != std::errc() || end != text.data() + text.size()) return std::nullopt;
+  return number;
+}
+
+/// A number that the helper refuses by itself is let through: its refusal is worth a look.
+CLI::Validator limitToAskFor() {
+  const auto check = [](const std::string& text) -> std::string {
+    return percent(text) ? "" : fmt::format("\"{}\" is not a whole number from 20 to 100", text);
+  };
+  return {check, "", "limit"};
+}
+
 struct Plain {
   const char* name;
   std::string_view selector;
@@ -200,10 +217,12 @@ void addOperations(CLI::App& program, Choices& choices, std::function<int()>& ch
       [&] { return printData(choices, selector::getState); });
   add("status", "What becomes of the limit, and why", [&] { return status(choices); });
   add("set-limit", "Hold the battery at a limit (the helper takes 20 to 100)",
-      [&] { return perform(choices, selector::setChargeLimit, {PropertyValue(choices.limit)}); })
+      [&] {
+        return perform(choices, selector::setChargeLimit, {PropertyValue(*percent(choices.limit))});
+      })
       ->add_option("limit", choices.limit, "Percent")
       ->required()
-      ->check(CLI::Range(0, 255));
+      ->check(limitToAskFor());
   const auto addSwitch = [&](const char* name, std::string_view operation, const char* text) {
     add(name, text,
         [&choices, operation] {
