@@ -9,17 +9,6 @@
 
 namespace processtests {
 
-namespace {
-
-void expectSays(const Result& result, int status, const std::vector<std::string>& words) {
-  EXPECT_EQ(result.status, status) << result.out << result.err;
-  for (const std::string& word : words)
-    EXPECT_NE((result.out + result.err).find(word), std::string::npos)
-        << "no \"" << word << "\" in: " << result.out << result.err;
-}
-
-}  // namespace
-
 TEST(CommandLineTest, HelpListsTheCommands) {
   expectSays(run("virtual-mac", {"--help"}), 0, {"up", "down", "status", "fault", "journal"});
   expectSays(run("virtual-mac", {"up", "--help"}), 0, {"--profile", "--speed", "--foreground"});
@@ -54,6 +43,33 @@ TEST(CommandLineTest, FaultsAreListedWithoutAMachineToo) {
   std::vector<std::string> asJSON = nowhere;
   asJSON.emplace_back("--json");
   EXPECT_EQ(run("virtual-mac", asJSON).out, mac.command({"fault", "list", "--json"}).out);
+}
+
+TEST(CommandLineTest, OutputThatCannotBeWrittenIsAFailure) {
+  const Mac mac;
+  ASSERT_EQ(mac.app({"ping"}).status, 0) << "the journal needs something to tell";
+  const auto at = [&mac](std::vector<std::string> words) {
+    words.insert(words.begin(), {"--root", mac.root()});
+    return words;
+  };
+  const auto expectFails = [&at](const std::string& program, std::vector<std::string> words) {
+    const Result result = runUnheard(program, at(std::move(words)), 10);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_NE(result.err.find(program + ": the output cannot be written: "), std::string::npos)
+        << result.err;
+  };
+  expectFails("virtual-mac", {"--help"});
+  expectFails("virtual-mac", {"profiles"});
+  expectFails("virtual-mac", {"fault", "list"});
+  expectFails("virtual-mac", {"status", "--json"});
+  expectFails("virtual-mac", {"journal"});
+  expectFails("virtual-mac", {"log", "--follow"});
+  expectFails("korvel-app", {"--help"});
+  expectFails("korvel-app", {"ping"});
+  expectFails("korvel-app", {"watch"});
+  expectFails("korvel-app", {"session"});
+  EXPECT_EQ(runUnheard("virtual-mac", at({"--json", "stauts"})).status, 2)
+      << "what is worse is told";
 }
 
 TEST(CommandLineTest, AnUnknownProfileIsAnsweredWithTheKnownOnes) {

@@ -99,6 +99,13 @@ std::size_t Mac::journalCount(const std::string& text) const {
 
 json Mac::state() const { return json::parse(readFile(stateFile()), nullptr, false); }
 
+void expectSays(const Result& result, int status, const std::vector<std::string>& words) {
+  EXPECT_EQ(result.status, status) << result.out << result.err;
+  for (const std::string& word : words)
+    EXPECT_NE((result.out + result.err).find(word), std::string::npos)
+        << "no \"" << word << "\" in: " << result.out << result.err;
+}
+
 unsigned announceSeed() {
   // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody changes the environment
   const char* fixed = std::getenv("KORVEL_TEST_SEED");

@@ -68,6 +68,9 @@ class Mac {
   pid_t machine = 0;
 };
 
+/// The program ended with this status and said all of these words, wherever it said them.
+void expectSays(const Result& result, int status, const std::vector<std::string>& words);
+
 /// Begins every test that draws numbers: prints the seed, which KORVEL_TEST_SEED can fix.
 unsigned announceSeed();
 

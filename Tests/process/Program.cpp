@@ -67,6 +67,23 @@ bool drain(std::array<int, 2> pipes, std::array<std::string*, 2> texts, double d
   return true;
 }
 
+/// Starts it with these outputs, hears what comes from `ends`, and waits for its end.
+Result runWith(const std::string& program, const std::vector<std::string>& arguments,
+               std::array<int, 2> outputs, std::array<int, 2> ends, double timeoutSeconds) {
+  const pid_t pid = spawn(program, arguments, outputs[0], outputs[1]);
+  ::close(outputs[0]);
+  ::close(outputs[1]);
+  Result result;
+  if (!drain(ends, {&result.out, &result.err}, clockNow() + timeoutSeconds)) ::kill(pid, SIGKILL);
+  ::close(ends[0]);
+  ::close(ends[1]);
+  int status = 0;
+  while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+  }
+  if (WIFEXITED(status)) result.status = WEXITSTATUS(status);
+  return result;
+}
+
 }  // namespace
 
 double clockNow() {
@@ -83,19 +100,17 @@ Result run(const std::string& program, const std::vector<std::string>& arguments
   std::array<int, 2> err{};
   if (!virtualmac::hostsystem::pipe(out) || !virtualmac::hostsystem::pipe(err))
     throw std::runtime_error("no pipes");
-  const pid_t pid = spawn(program, arguments, out[1], err[1]);
-  ::close(out[1]);
-  ::close(err[1]);
-  Result result;
-  if (!drain({out[0], err[0]}, {&result.out, &result.err}, clockNow() + timeoutSeconds))
-    ::kill(pid, SIGKILL);
-  ::close(out[0]);
-  ::close(err[0]);
-  int status = 0;
-  while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-  }
-  if (WIFEXITED(status)) result.status = WEXITSTATUS(status);
-  return result;
+  return runWith(program, arguments, {out[1], err[1]}, {out[0], err[0]}, timeoutSeconds);
+}
+
+Result runUnheard(const std::string& program, const std::vector<std::string>& arguments,
+                  double timeoutSeconds) {
+  std::array<int, 2> err{};
+  if (!virtualmac::hostsystem::pipe(err)) throw std::runtime_error("no pipe");
+  // Open for reading only: every write to it fails.
+  const int deaf = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+  const int nothing = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+  return runWith(program, arguments, {deaf, err[1]}, {nothing, err[0]}, timeoutSeconds);
 }
 
 Background::Background(const std::string& program, const std::vector<std::string>& arguments) {

@@ -21,6 +21,10 @@ struct Result {
 Result run(const std::string& program, const std::vector<std::string>& arguments,
            double timeoutSeconds = 60);
 
+/// The same with a standard output that takes nothing; its `out` is empty.
+Result runUnheard(const std::string& program, const std::vector<std::string>& arguments,
+                  double timeoutSeconds = 60);
+
 /// A program that runs beside the test; ended with the object.
 class Background {
  public:

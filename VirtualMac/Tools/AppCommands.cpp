@@ -128,7 +128,7 @@ int status(const Choices& choices) {
 
 void say(const std::string& line) {
   fmt::print("{}\n", line);
-  std::fflush(stdout);
+  flushOutput();
 }
 
 /// What a watcher has printed last.

@@ -45,7 +45,7 @@ constexpr std::array<RequestWord, 11> requestWords{{
 void say(const ordered_json& answer) {
   // Texts come from the other side; what is not UTF-8 in them must not end the session.
   fmt::print("{}\n", answer.dump(-1, ' ', false, ordered_json::error_handler_t::replace));
-  std::fflush(stdout);
+  flushOutput();
 }
 
 /// The arguments in `text` for an operation; none: they are not its arguments.

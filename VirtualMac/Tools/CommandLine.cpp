@@ -4,7 +4,11 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <iostream>
 #include <nlohmann/json.hpp>
+#include <system_error>
 
 #include "VirtualMac/Tools/Nearest.h"
 
@@ -42,8 +46,11 @@ int complain(std::string_view program, bool asJSON, const std::string& text, int
     // What is not UTF-8 in a text must not end the program otherwise.
     fmt::print("{}\n", answer.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
   } else {
-    fmt::print(stderr, "{}: {}{}\n", program,
-               errorCode ? fmt::format("error {}: ", *errorCode) : "", text);
+    // Not fmt::print, which throws: there is nowhere left to tell that this failed too.
+    std::fputs(fmt::format("{}: {}{}\n", program,
+                           errorCode ? fmt::format("error {}: ", *errorCode) : "", text)
+                   .c_str(),
+               stderr);
   }
   return exitCode;
 }
@@ -57,8 +64,24 @@ CLI::Validator numberBetween(double lowest, double highest) {
   return {check, fmt::format("from {} to {}", lowest, highest), "number"};
 }
 
-int runCommandLine(CLI::App& program, const std::vector<const char*>& optionsWithValue, int argc,
-                   char** argv, const std::function<int()>& chosen) {
+CLI::Validator notEmpty() {
+  const auto check = [](const std::string& text) -> std::string {
+    return text.empty() ? "an empty text is not allowed" : "";
+  };
+  return {check, "", "text"};
+}
+
+void flushOutput() {
+  errno = 0;
+  std::cout.flush();
+  if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0 && std::cout) return;
+  throw std::system_error(errno != 0 ? errno : EIO, std::generic_category());
+}
+
+namespace {
+
+int parseAndRun(CLI::App& program, const std::vector<const char*>& optionsWithValue, int argc,
+                char** argv, const std::function<int()>& chosen) {
   const bool asJSON = std::find(argv, argv + argc, std::string_view("--json")) != argv + argc;
   if (const auto problem = unknownCommand(program, optionsWithValue, argc, argv)) {
     return complain(program.get_name(), asJSON, *problem, exitUsage);
@@ -71,6 +94,23 @@ int runCommandLine(CLI::App& program, const std::vector<const char*>& optionsWit
                     error.what() + std::string(asJSON ? "" : " (try --help)"), exitUsage);
   }
   return chosen();
+}
+
+}  // namespace
+
+int runCommandLine(CLI::App& program, const std::vector<const char*>& optionsWithValue, int argc,
+                   char** argv, const std::function<int()>& chosen) {
+  int status = exitDone;
+  try {
+    status = parseAndRun(program, optionsWithValue, argc, argv, chosen);
+    flushOutput();
+  } catch (const std::system_error& failure) {
+    if (std::ferror(stdout) == 0 && std::cout) throw;
+    complain(program.get_name(), false, "the output cannot be written: " + failure.code().message(),
+             exitFailed);
+    return status == exitDone ? exitFailed : status;
+  }
+  return status;
 }
 
 }  // namespace virtualmac

@@ -30,9 +30,17 @@ inline constexpr double longestWaitSeconds = 1'000'000;
 /// Accepts a number from `lowest` to `highest`, both included.
 CLI::Validator numberBetween(double lowest, double highest);
 
+/// Accepts a text that has something in it: an empty one is a variable that was never set.
+CLI::Validator notEmpty();
+
+/// Sees to it that what was printed has left the program; throws std::system_error where it cannot.
+/// For programs that print as they go: one that nobody can hear any more ends.
+void flushOutput();
+
 /// Parses, and runs what the command's callback put into `chosen`. Returns an exit code: help is 0,
 /// a wrong command line 2, with the nearest command for a word that is none. Wrong command lines
-/// are told as JSON too, where `--json` is among the words.
+/// are told as JSON too, where `--json` is among the words. Output that cannot be written is a
+/// failure.
 int runCommandLine(CLI::App& program, const std::vector<const char*>& optionsWithValue, int argc,
                    char** argv, const std::function<int()>& chosen);
 

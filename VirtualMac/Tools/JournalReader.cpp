@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstdio>
 #include <fstream>
 #include <nlohmann/json.hpp>
 
@@ -71,7 +70,7 @@ bool printFile(const JournalQuery& query, const std::string& path, std::size_t s
 int follow(ControlClient& machine, const JournalQuery& query) {
   using Clock = std::chrono::steady_clock;
   const auto begun = Clock::now();
-  std::fflush(stdout);
+  flushOutput();
   for (;;) {
     std::optional<double> left = query.timeoutSeconds;
     if (left) *left -= std::chrono::duration<double>(Clock::now() - begun).count();
@@ -79,7 +78,7 @@ int follow(ControlClient& machine, const JournalQuery& query) {
     if (!message) return query.until.empty() ? exitDone : exitFailed;
     if (!message->contains("line")) continue;
     const bool stopped = take(query, (*message)["line"].get<std::string>());
-    std::fflush(stdout);
+    flushOutput();
     if (stopped) return exitDone;
   }
 }
