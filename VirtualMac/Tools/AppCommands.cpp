@@ -258,7 +258,8 @@ int runKorvelApp(int argc, char** argv) {
   std::function<int()> chosen;
   program.require_subcommand(1);
   program.fallthrough();
-  program.add_option("--root", choices.root, "The machine's directory, as for virtual-mac");
+  program.add_option("--root", choices.root, "The machine's directory, as for virtual-mac")
+      ->check(notEmpty());
   program.add_option("--as", choices.identity, "Signing identity (virtual-mac identities)")
       ->capture_default_str();
   program.add_flag("--json", choices.asJSON, "Answer as JSON");

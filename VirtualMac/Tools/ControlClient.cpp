@@ -21,6 +21,7 @@ using nlohmann::json;
 using Clock = std::chrono::steady_clock;
 
 std::expected<ControlClient, std::string> ControlClient::connect(const RootDirectory& root) {
+  if (auto problem = root.distrust()) return std::unexpected(*std::move(problem));
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   const std::string path = root.control();

@@ -13,7 +13,8 @@ namespace virtualmac {
 /// nothing; errors are one line for a person.
 class ControlClient {
  public:
-  /// Connects; the error says that no machine is up, and where it was looked for.
+  /// Connects; the error says that no machine is up, and where it was looked for, or why that place
+  /// is not to be trusted.
   static std::expected<ControlClient, std::string> connect(const RootDirectory& root);
 
   ControlClient(ControlClient&& other) noexcept;

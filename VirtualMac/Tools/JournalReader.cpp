@@ -90,7 +90,7 @@ int printJournal(const RootDirectory& root, const JournalQuery& query) {
   std::size_t size = static_cast<std::size_t>(-1);
   if (machine && machine->send({{"command", "follow"}})) {
     if (const auto reply = machine->receive()) size = reply->value("size", std::size_t{0});
-  } else if (query.follow || !std::ifstream(root.journal())) {
+  } else if (query.follow || root.distrust() || !std::ifstream(root.journal())) {
     return complain("virtual-mac", query.asJSON,
                     machine ? "the machine went down" : machine.error(), exitFailed);
   }

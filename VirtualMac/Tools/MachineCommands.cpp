@@ -51,15 +51,19 @@ int up(const Choices& choices) {
   options.root = RootDirectory::at(choices.root);
   options.helperProgram = choices.helper.empty() ? programBeside("KorvelHelper") : choices.helper;
   options.verboseHelper = choices.verbose;
+  const auto made = options.root.make();
+  if (!made) return complain(choices, made.error(), exitFailed);
   const auto announce = [&](pid_t pid) {
-    if (choices.asJSON)
-      fmt::print("{}\n",
-                 nlohmann::ordered_json{
-                     {"profile", options.profile.name}, {"root", options.root.path}, {"pid", pid}}
-                     .dump());
-    else
+    if (choices.asJSON) {
+      nlohmann::ordered_json answer{
+          {"profile", options.profile.name}, {"root", options.root.path}, {"pid", pid}};
+      if (!made->empty()) answer["note"] = *made;
+      fmt::print("{}\n", answer.dump());
+    } else {
+      if (!made->empty()) fmt::print(stderr, "virtual-mac: {}\n", *made);
       fmt::print("{} is up at {:g}x, root {}\n", options.profile.name, options.speed,
                  options.root.path);
+    }
     std::fflush(stdout);
   };
   if (choices.foreground)
@@ -206,9 +210,11 @@ int runVirtualMac(int argc, char** argv, const std::vector<AddCommand>& more) {
   std::function<int()> chosen;
   program.require_subcommand(1);
   program.fallthrough();
-  program.add_option("--root", choices.root,
-                     "The machine's directory (default: $XDG_RUNTIME_DIR/virtual-mac, or "
-                     "/tmp/virtual-mac-UID)");
+  program
+      .add_option("--root", choices.root,
+                  "The machine's directory (default: $XDG_RUNTIME_DIR/virtual-mac, or "
+                  "/tmp/virtual-mac-UID)")
+      ->check(notEmpty());
   program.add_flag("--json", choices.asJSON, "Answer as JSON");
   addUp(program, choices, chosen);
   addForwarded(program, choices, chosen);

@@ -9,7 +9,6 @@
 #include <asio/signal_set.hpp>
 #include <cerrno>
 #include <csignal>
-#include <filesystem>
 
 #include "VirtualMac/Remote/HostSystem.h"
 #include "VirtualMac/Tools/ControlServer.h"
@@ -87,8 +86,6 @@ std::string hear(int descriptor) {
 
 int runMachine(const MachineOptions& options,
                const std::function<void(const std::string& problem)>& ready) {
-  std::error_code error;
-  std::filesystem::create_directories(options.root.path, error);
   // Goes last, and with it the connections: whoever sees them end finds nothing of the machine
   // left.
   asio::io_context context;
@@ -117,8 +114,6 @@ int runMachine(const MachineOptions& options,
 
 std::expected<pid_t, std::string> startMachine(const MachineOptions& options) {
   std::array<int, 2> ends{};
-  std::error_code error;
-  std::filesystem::create_directories(options.root.path, error);
   if (!hostsystem::pipe(ends))
     return std::unexpected(std::string("no pipe: ") + std::system_category().message(errno));
   const pid_t child = ::fork();

@@ -35,7 +35,9 @@ int draw(const std::string& root, bool asJSON, const Choices& choices) {
   const auto failed = [asJSON](const std::string& text) {
     return complain("virtual-mac", asJSON, text, exitFailed);
   };
-  const std::string journal = RootDirectory::at(root).journal();
+  const RootDirectory place = RootDirectory::at(root);
+  if (const auto problem = place.distrust()) return failed(*problem);
+  const std::string journal = place.journal();
   std::ifstream lines(journal);
   if (!lines) return failed(journal + " cannot be read");
   std::vector<Journal::Entry> entries;
