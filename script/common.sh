@@ -48,8 +48,37 @@ configure() {
   }
 }
 
-# build PRESET [TARGET...]: configures and builds build/PRESET, all of it or some targets.
+# True: build/PRESET can be written, or made.
+canBuild() {
+  local place=$root/build/$1
+  while [[ ! -e $place ]]; do
+    place=$(dirname "$place")
+  done
+  [[ -w $place ]]
+}
+
+# isBuilt PRESET [TARGET...]: true if nothing would be built. Asked of the build's plan without its
+# part that makes the plan anew, since that one counts as work to do until it was done.
+isBuilt() {
+  local tree=$root/build/$1
+  [[ -f $tree/build.ninja ]] || return 1
+  [[ -z $(find "$root" -path "$root/build" -prune -o \( -name CMakeLists.txt -o -name '*.cmake' \
+    -o -name CMakePresets.json \) -newer "$tree/build.ninja" -print -quit) ]] || return 1
+  local plan answer
+  plan=$(mktemp)
+  cp "$tree/build.ninja" "$plan"
+  answer=$(ninja -C "$tree" -f "$plan" -n "${@:2}" 2>&1) || true
+  rm -f "$plan"
+  [[ $answer == *"ninja: no work to do."* ]]
+}
+
+# build PRESET [TARGET...]: configures and builds build/PRESET, all of it or some targets. In a tree
+# that cannot be written, what is built already is used.
 build() {
+  if ! canBuild "$1"; then
+    isBuilt "$@" || die "$root cannot be written and build/$1 is not built from it; build it first, as a user who may write there"
+    return
+  fi
   configure "$1"
   local targets=()
   if (($# > 1)); then
@@ -59,12 +88,19 @@ build() {
 }
 
 # runTests PRESET LOG [CTEST-ARGUMENT...]: runs tests of build/PRESET, the runner's words also into
-# LOG.
+# LOG. The runner keeps records; where the build cannot be written, it does so elsewhere.
 runTests() {
-  local preset=$1 log=$2
+  local tests=$root/build/$1 log=$2 elsewhere='' status=0
+  if ! canBuild "$1"; then
+    elsewhere=$(mktemp -d)
+    printf 'subdirs("%s")\n' "$tests" >"$elsewhere/CTestTestfile.cmake"
+    tests=$elsewhere
+  fi
   shift 2
-  ctest --test-dir "$root/build/$preset" -j "$jobs" --output-on-failure --no-tests=error "$@" |
-    tee "$log"
+  ctest --test-dir "$tests" -j "$jobs" --output-on-failure --no-tests=error "$@" | tee "$log" ||
+    status=$?
+  [[ -z $elsewhere ]] || rm -rf "$elsewhere"
+  return "$status"
 }
 
 # The line in which the runner sums up: "100% tests passed, 0 tests failed out of 123".

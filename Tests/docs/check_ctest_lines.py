@@ -9,7 +9,6 @@ import json
 import pathlib
 import re
 import shlex
-import subprocess
 import sys
 
 CALL = re.compile(r"(?:^ *|`)((?:ctest|script/test)(?: [^`\n]*)?)(?:`|$)", re.M)
@@ -69,20 +68,18 @@ def main(arguments):
         return self_test()
     if len(arguments) != 2:
         sys.exit(__doc__)
-    root, build = map(pathlib.Path, arguments)
+    root, build = (pathlib.Path(argument).resolve() for argument in arguments)
+    sys.path.insert(0, str(root / "script" / "checks"))
+    import registered
     settings = json.loads((root / "CMakePresets.json").read_text(encoding="utf-8"))
     presets = {preset["name"] for preset in settings["testPresets"]}
-
-    def selected(pattern):
-        listed = subprocess.run(["ctest", "--show-only=json-v1", "-R", pattern], cwd=build,
-                                check=True, capture_output=True, text=True)
-        return len(json.loads(listed.stdout)["tests"])
 
     found, count = [], 0
     for path in [root / "README.md", *sorted((root / "docs").glob("**/*.md"))]:
         document = path.read_text(encoding="utf-8")
         count += sum(1 for _ in calls_in(document))
-        found += defects(path.relative_to(root), document, presets, selected)
+        found += defects(path.relative_to(root), document, presets,
+                         lambda pattern: len(registered.known_to(build, "-R", pattern)))
     for line in found:
         print(line)
     if found or not count:

@@ -10,6 +10,7 @@ import pathlib
 import re
 import subprocess
 import sys
+import tempfile
 
 import tree
 
@@ -29,9 +30,14 @@ def written(root, on_mac=sys.platform == "darwin"):
                 yield (name, tree.line_of(code, match.start())) + match.groups()
 
 
-def known_to(build):
-    listed = subprocess.run(["ctest", "--show-only=json-v1"], cwd=build, capture_output=True,
-                            text=True, check=True)
+def known_to(build, *words):
+    """The names of all tests, or of those that the runner's arguments select. The runner wants to
+    write where it is told to look, even to list; the build may be one that can only be read."""
+    with tempfile.TemporaryDirectory() as elsewhere:
+        pathlib.Path(elsewhere, "CTestTestfile.cmake").write_text(f'subdirs("{build}")\n',
+                                                                  encoding="utf-8")
+        listed = subprocess.run(["ctest", "--show-only=json-v1", *words], cwd=elsewhere,
+                                capture_output=True, text=True, check=True)
     return [test["name"] for test in json.loads(listed.stdout)["tests"]]
 
 
