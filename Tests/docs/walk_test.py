@@ -47,10 +47,13 @@ def paste(block, root, programs, folder):
     (folder / "build/clang/bin").symlink_to(programs)
     (folder / "VirtualMac").symlink_to(root / "VirtualMac")
     (folder / "run").mkdir()
-    done = subprocess.run(["bash", "-e"], cwd=folder, input=block, text=True, check=False,
-                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=SECONDS,
-                          env={**os.environ, "XDG_RUNTIME_DIR": str(folder / "run")})
-    return done.stdout, done.returncode
+    # Not a pipe: the application in the background holds its end after the shell has given up.
+    said = folder / "said"
+    with open(said, "w", encoding="utf-8") as output:
+        done = subprocess.run(["bash", "-e"], cwd=folder, input=block, text=True, check=False,
+                              stdout=output, stderr=subprocess.STDOUT, timeout=SECONDS,
+                              env={**os.environ, "XDG_RUNTIME_DIR": str(folder / "run")})
+    return said.read_text(encoding="utf-8"), done.returncode
 
 
 def self_test():
