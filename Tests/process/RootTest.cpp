@@ -7,6 +7,28 @@
 
 namespace processtests {
 
+namespace {
+
+// NOLINTBEGIN(concurrency-mt-unsafe): the test has one thread
+/// Where the programs that are started look for their default root, until the object goes.
+class RuntimeDirectory {
+ public:
+  explicit RuntimeDirectory(const std::string& path) {
+    if (const char* before = std::getenv(name)) kept = before;
+    ::setenv(name, path.c_str(), 1);
+  }
+  ~RuntimeDirectory() { kept ? ::setenv(name, kept->c_str(), 1) : ::unsetenv(name); }
+  RuntimeDirectory(const RuntimeDirectory&) = delete;
+  RuntimeDirectory& operator=(const RuntimeDirectory&) = delete;
+
+ private:
+  static constexpr const char* name = "XDG_RUNTIME_DIR";
+  std::optional<std::string> kept;
+};
+// NOLINTEND(concurrency-mt-unsafe)
+
+}  // namespace
+
 TEST(RootTest, AnEmptyRootIsRefused) {
   for (const char* program : {"virtual-mac", "korvel-app"})
     expectSays(run(program, {"--root", "", program[0] == 'v' ? "status" : "ping"}), 2,
@@ -37,14 +59,10 @@ TEST(RootTest, ARootThatWasOpenToOthersIsClosedToThemAndThatIsSaid) {
 // The default root's place is known to everybody, who may have been there first.
 TEST(RootTest, ADefaultRootThatIsNotTheUsersAloneIsNotUsed) {
   const Mac mac;
-  // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody else changes the environment
-  const char* before = std::getenv("XDG_RUNTIME_DIR");
-  const std::optional<std::string> kept =
-      before ? std::optional<std::string>(before) : std::nullopt;
   const std::string place = mac.root() + "/runtime";
   std::filesystem::create_directory(place);
   std::filesystem::create_directory_symlink(mac.root(), place + "/virtual-mac");
-  ASSERT_EQ(::setenv("XDG_RUNTIME_DIR", place.c_str(), 1), 0);
+  const RuntimeDirectory known(place);
   const std::string words = place + "/virtual-mac is a link; remove it";
   expectSays(run("virtual-mac", {"up"}), 1, {words});
   expectSays(run("virtual-mac", {"status"}), 1, {words});
@@ -57,7 +75,6 @@ TEST(RootTest, ADefaultRootThatIsNotTheUsersAloneIsNotUsed) {
   EXPECT_EQ(std::filesystem::status(place + "/virtual-mac").permissions(),
             std::filesystem::perms{0700});
   expectSays(run("virtual-mac", {"down"}), 0, {});
-  kept ? ::setenv("XDG_RUNTIME_DIR", kept->c_str(), 1) : ::unsetenv("XDG_RUNTIME_DIR");
 }
 
 }  // namespace processtests

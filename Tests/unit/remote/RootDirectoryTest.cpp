@@ -21,7 +21,7 @@ class RootDirectoryTest : public testing::Test {
     named.path = place + "/virtual-mac";
     standard = {named.path, true};
   }
-  ~RootDirectoryTest() override { std::filesystem::remove_all(place); }
+  void TearDown() override { std::filesystem::remove_all(place); }
 
   void put(mode_t mode) const {
     ASSERT_EQ(::mkdir(named.path.c_str(), 0700), 0);
