@@ -16,7 +16,9 @@ namespace {
 
 /// How many descriptors a new helper has at rest, once its first client has gone.
 int descriptorsOfAFreshHelper(const Mac& mac) {
-  if (mac.helper()) EXPECT_EQ(mac.app({"quit"}).status, 0);
+  if (mac.helper()) {
+    EXPECT_EQ(mac.app({"quit"}).status, 0);
+  }
   EXPECT_TRUE(mac.becomes([](const auto& status) { return status.at("helperPid").is_null(); }));
   auto journal = mac.follow();
   EXPECT_EQ(mac.app({"ping"}).status, 0);
