@@ -1,5 +1,5 @@
-// What follows when the end of a discharge cannot be recorded: the hardware is released, and the
-// record on disk, which counts again, says that the discharge goes on.
+// The end of a discharge cannot be recorded: the hardware is released, and the record on disk,
+// which counts again, says that the discharge goes on.
 
 #include "DischargeDecision.h"
 #include "Tests/behaviour/Bench.h"

@@ -1,5 +1,5 @@
-// What one discharge leaves to the next: of its readings nothing, of its record the time of the
-// last write.
+// One discharge leaves to the next nothing of its readings, and of its record the time of the last
+// write.
 
 #include <utility>
 

@@ -10,8 +10,8 @@
 
 namespace korvel::test {
 
-/// What happens from now on, in one order: the journal's lines of some kinds (`smc CHIE <- 00`),
-/// and what no line tells, because it has no effect outside the helper: its timers.
+/// Records in one order what happens from now on: the journal's lines of some kinds
+/// (`smc CHIE <- 00`), and the helper's timers, which no line tells of.
 class Steps final : public virtualmac::ScheduleObserver {
  public:
   Steps(Bench& watched, std::string_view kinds) : world(watched.world) {

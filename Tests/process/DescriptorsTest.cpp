@@ -8,8 +8,8 @@
 
 #include "Tests/process/Mac.h"
 
-// What is inherited is held open: a pipe or a socket whose other side waits for its end waits for
-// as long as the process lives that does not even know of it.
+// A helper that inherits a descriptor holds it open without knowing: whoever waits for the end of
+// that pipe or socket then waits for as long as the helper lives.
 namespace processtests {
 
 namespace {

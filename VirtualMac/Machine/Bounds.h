@@ -43,8 +43,8 @@ inline constexpr double longestSeconds = 100.0 * 365 * 24 * 3600;
 
 }  // namespace bounds
 
-/// What is wrong with a text as JSON from outside, in one line that names the byte; none: it parses
-/// and is nested no deeper than `deepestJSON`.
+/// Checks a text from outside as JSON, nested no deeper than `deepestJSON`. The first defect in one
+/// line that names the byte; none: it parses.
 std::optional<std::string> jsonDefect(std::string_view text);
 
 /// A file of at most `longestText` bytes. The error names the file, and the bound if that was it.

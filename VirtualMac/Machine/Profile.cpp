@@ -56,7 +56,7 @@ std::size_t depthOf(const Json& value) {
   return deepest + 1;
 }
 
-/// What cannot travel to a helper would cost every helper of this machine its life.
+/// An offer too deep to travel to a helper would end every helper of this machine.
 void readOffer(ProfileReader& reader, PowerUIProfile& powerUI) {
   const Json* value = reader.field("offeredLimits");
   if (value == nullptr) return;

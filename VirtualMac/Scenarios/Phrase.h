@@ -55,7 +55,7 @@ std::expected<double, std::string> momentFrom(std::string_view text);
 /// A length of time in seconds: `5s`, `0.5s`, `90m`, `1h30m`, `2d`.
 std::expected<double, std::string> durationFrom(std::string_view text);
 
-/// What a moment or a length of time beyond bounds::longestSeconds is.
+/// The complaint about a moment or a length of time beyond bounds::longestSeconds.
 std::string tooLongText();
 
 /// A whole number or a decimal one, without sign, spaces or exponent; none for anything else.

@@ -5,7 +5,7 @@
 
 namespace virtualmac {
 
-/// What is wrong with a scenario's text before anything in it is looked at.
+/// A defect of a scenario's text, found before anything in it is read.
 struct StoryDefect {
   int line = 0;
   std::string text;

@@ -11,7 +11,7 @@
 
 namespace virtualmac {
 
-/// What becomes of the limit, in the helper's own words. Its record and its capabilities do not
+/// Whether the limit is enforced, in the helper's own words. Its record and its capabilities do not
 /// tell: a limit that was cleared, suspended or handed back looks there like one that is enforced,
 /// and of a write that fails there is a flag and no reason.
 struct Enforcement {

@@ -48,7 +48,7 @@ class MachineServer {
   [[nodiscard]] Timekeeper& timekeeper() { return keeper; }
   [[nodiscard]] JobRunner& launchd() { return jobs; }
   [[nodiscard]] Journal& journal() { return effects; }
-  /// What becomes of the limit, as far as the helper's words tell.
+  /// Whether the limit is enforced, as far as the helper's words tell.
   [[nodiscard]] const Enforcement& enforcement() const { return trail.now(); }
   [[nodiscard]] const MachineOptions& options() const { return chosen; }
   [[nodiscard]] asio::io_context& context() { return loop; }

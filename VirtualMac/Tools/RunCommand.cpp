@@ -51,7 +51,7 @@ bool writeTimeline(const std::string& file, const Timeline& timeline) {
   return static_cast<bool>(stream);
 }
 
-/// What became of one file.
+/// How the run of one file ended.
 enum class Fate : std::uint8_t { Passed, Failed, Unreadable, Stopped, NotPlayed };
 constexpr std::size_t fateCount = 5;
 using Tally = std::array<std::size_t, fateCount>;

@@ -11,7 +11,7 @@ using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 
-/// What is told of a Mac with the newer keys whose limit of 80 % is enforced.
+/// Facts of a Mac with the newer keys whose limit of 80 % is enforced.
 Told enforced(Loop loop = Loop::Running) {
   Told told;
   told.state.lastWriteAt = korvel::Date{0};
