@@ -36,12 +36,9 @@ ClientProcess::ClientProcess(asio::io_context& context, const std::string& progr
   ::posix_spawn_file_actions_init(&files);
   ::posix_spawn_file_actions_adddup2(&files, toClient[0], STDIN_FILENO);
   ::posix_spawn_file_actions_adddup2(&files, fromClient[1], STDOUT_FILENO);
-  // The terminal's Ctrl-C is for the one who plays; a session ends with its input.
   posix_spawnattr_t attributes;
   ::posix_spawnattr_init(&attributes);
-  ::posix_spawnattr_setpgroup(&attributes, 0);
-  const short closing = hostsystem::closeFromAtSpawn(files, firstNotGiven);
-  ::posix_spawnattr_setflags(&attributes, static_cast<short>(closing | POSIX_SPAWN_SETPGROUP));
+  ::posix_spawnattr_setflags(&attributes, hostsystem::closeFromAtSpawn(files, firstNotGiven));
   std::vector<std::string> words{program, "--root", root.path, "--as", identity, "session"};
   std::vector<char*> arguments;
   for (std::string& word : words) arguments.push_back(word.data());
