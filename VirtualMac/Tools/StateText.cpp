@@ -37,7 +37,7 @@ std::string outOfRange(std::int64_t limit) {
   return fmt::format("a limit of {} % is out of range", limit);
 }
 
-/// What the running loop makes of its limit.
+/// Says whether the running loop gets its limit enforced.
 std::string holding(const Told& told) {
   const HelperState& state = told.state;
   const std::int64_t limit = told.enforcement.limit.value_or(state.chargeLimit);

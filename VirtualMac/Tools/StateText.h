@@ -8,8 +8,8 @@
 
 namespace virtualmac {
 
-/// What somebody who asks is told. The record and the capabilities are the helper's answers; the
-/// rest is from its log, as the machine's journal has it.
+/// The facts that an answer is made of. The record and the capabilities are the helper's answers;
+/// the rest is from its log, as the machine's journal has it.
 struct Told {
   korvel::HelperState state;
   korvel::HelperCapabilities capabilities;

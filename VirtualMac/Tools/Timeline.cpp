@@ -46,7 +46,7 @@ std::optional<double> secondsFrom(std::string_view text) {
 /// A level that the battery came to by itself, or was set to.
 constexpr std::string_view levelStart = "battery ", setLevelStart = "battery set to ";
 
-/// What was done to the machine and no lane shows; none: nothing was.
+/// A deed that no lane shows, in words; none: the entry tells of no such deed.
 std::optional<std::string> deedIn(const Journal::Entry& entry) {
   const std::string& text = entry.text;
   if (entry.kind == "power") {

@@ -10,7 +10,7 @@
 
 namespace virtualmac {
 
-/// What a mark has at the top of the picture: a pole at its moment, and a flag where there is room.
+/// A mark at the top of the picture: a pole at its moment, and a flag where there is room.
 struct TimelineFlag {
   const TimelineMark* mark = nullptr;
   double pole = 0;
