@@ -19,8 +19,8 @@
 #include <thread>
 
 #include "KorvelHelperProtocol.h"
+#include "VirtualMac/Server/RootDirectory.h"
 #include "VirtualMac/Tools/AppConnection.h"
-#include "VirtualMac/Tools/RootDirectory.h"
 
 namespace virtualmac {
 namespace {

@@ -23,8 +23,8 @@
 #include "VirtualMac/Remote/HostSystem.h"
 #include "VirtualMac/Remote/ProcessDispatch.h"
 #include "VirtualMac/Remote/RemotePlatform.h"
-#include "VirtualMac/Tools/HelperLink.h"
-#include "VirtualMac/Tools/Timekeeper.h"
+#include "VirtualMac/Server/HelperLink.h"
+#include "VirtualMac/Server/RealTimeDriver.h"
 
 namespace virtualmac {
 namespace {
@@ -88,7 +88,7 @@ class MachineThread {
   Journal journal;
   Machine machine;
   DiskWatch disk;
-  Timekeeper keeper;
+  RealTimeDriver keeper;
   std::shared_ptr<HelperLink> link;
   std::thread thread;
 };

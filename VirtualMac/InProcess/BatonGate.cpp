@@ -33,7 +33,7 @@ std::optional<InjectedFault> BatonGate::enter(SeamCall call) {
   }
   const double latency = verdict.latencySeconds + machine.latencySeconds(call);
   if (latency > 0) {
-    scheduler.sleepUntil(scheduler.time().uptime() + nanosecondsFrom(latency), &process);
+    scheduler.sleepUntil(scheduler.time().uptime() + fromSeconds(latency), &process);
   } else if (!release) {
     scheduler.mayInterrupt();
   }

@@ -9,7 +9,7 @@
 #include "HelperEntry.h"
 #include "VirtualMac/InProcess/AppLink.h"
 #include "VirtualMac/InProcess/HostedProcess.h"
-#include "VirtualMac/InProcess/MachineTimeKeeper.h"
+#include "VirtualMac/InProcess/MachineSchedulerClock.h"
 #include "VirtualMac/InProcess/ServiceEndpoint.h"
 #include "VirtualMac/Machine/Machine.h"
 #include "VirtualMac/Schedule/Scheduler.h"
@@ -20,7 +20,7 @@ namespace {
 
 constexpr std::int32_t firstHelperPid = 501;
 constexpr std::int32_t firstClientPid = 901;
-constexpr Nanoseconds longestWait = nanosecondsFrom(86400);
+constexpr Nanoseconds longestWait = fromSeconds(86400);
 
 Profile profileNamed(const std::string& name) {
   std::expected<Profile, std::string> loaded = loadProfile(name);
@@ -130,7 +130,7 @@ struct World::Parts {
   Journal journal;
   std::unique_ptr<Machine> machine;
   FaultTable faults;
-  MachineTimeKeeper time;
+  MachineSchedulerClock time;
   ScheduleObservers observers;
   Scheduler scheduler;
   ServiceEndpoint endpoint;
@@ -237,11 +237,11 @@ std::unique_ptr<AppClient> World::connectApp(std::string_view identity) {
 
 double World::now() const { return parts->machine->totalSeconds(); }
 double World::uptime() const { return parts->machine->uptimeSeconds(); }
-void World::runFor(double seconds) { parts->scheduler.runFor(nanosecondsFrom(seconds)); }
+void World::runFor(double seconds) { parts->scheduler.runFor(fromSeconds(seconds)); }
 void World::runUntilIdle() { parts->scheduler.runUntilIdle(); }
 
 bool World::runUntil(const std::function<bool()>& reached, double limitSeconds) {
-  return parts->scheduler.runUntil(reached, nanosecondsFrom(limitSeconds));
+  return parts->scheduler.runUntil(reached, fromSeconds(limitSeconds));
 }
 
 // ---- observation

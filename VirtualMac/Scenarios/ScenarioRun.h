@@ -9,7 +9,7 @@
 
 #include "VirtualMac/Scenarios/Scenario.h"
 #include "VirtualMac/Scenarios/Stage.h"
-#include "VirtualMac/Tools/Timeline.h"
+#include "VirtualMac/Timeline/Timeline.h"
 
 namespace virtualmac {
 

@@ -34,8 +34,8 @@ Lane::~Lane() {
   if (group != nullptr) std::erase(group->lanes, this);
 }
 
-Scheduler::Scheduler(TimeKeeper& timeKeeper, Order order, std::uint64_t seed)
-    : clock(timeKeeper),
+Scheduler::Scheduler(SchedulerClock& machineClock, Order order, std::uint64_t seed)
+    : clock(machineClock),
       ordering(order),
       randomNumbers(seed),
       driverLane(std::make_shared<Lane>(*this, "test", nullptr)) {

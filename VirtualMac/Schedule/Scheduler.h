@@ -47,7 +47,7 @@ class Scheduler {
  public:
   enum class Order : std::uint8_t { Fifo, Seeded };
 
-  Scheduler(TimeKeeper& timeKeeper, Order order, std::uint64_t seed);
+  Scheduler(SchedulerClock& machineClock, Order order, std::uint64_t seed);
   /// Every process must be gone.
   ~Scheduler();
   Scheduler(const Scheduler&) = delete;
@@ -85,7 +85,7 @@ class Scheduler {
   /// The calling lane; the driver's for any thread that is not a worker of this scheduler.
   [[nodiscard]] Lane& current();
   [[nodiscard]] const Lane& driver() const { return *driverLane; }
-  [[nodiscard]] TimeKeeper& time() { return clock; }
+  [[nodiscard]] SchedulerClock& time() { return clock; }
   [[nodiscard]] AlarmClock& alarms() { return alarmClock; }
   [[nodiscard]] Random& random() { return randomNumbers; }
   /// Threads of the operating system that this scheduler has borrowed.
@@ -121,7 +121,7 @@ class Scheduler {
   [[nodiscard]] std::string describeWaits() const;
   Worker& idleWorker();
 
-  TimeKeeper& clock;
+  SchedulerClock& clock;
   Order ordering;
   Random randomNumbers;
   AlarmClock alarmClock;

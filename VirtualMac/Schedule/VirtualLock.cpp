@@ -40,7 +40,7 @@ void VirtualLock::waitForTurn(Lane& lane) {
     scheduler.requireAlive(&process);
   } while (taken || holder != &lane);
   observers.tell(&ScheduleObserver::waited, lane, std::string_view("lock"),
-                 secondsFrom(scheduler.time().uptime() - since));
+                 toSeconds(scheduler.time().uptime() - since));
 }
 
 void VirtualLock::unlock() {

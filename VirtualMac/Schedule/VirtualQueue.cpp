@@ -78,7 +78,7 @@ void VirtualQueue::sync(korvel::Task work) {
   }
   scheduler.requireAlive(process);
   observers.tell(&ScheduleObserver::waited, caller, std::string_view("sync"),
-                 secondsFrom(scheduler.time().uptime() - since));
+                 toSeconds(scheduler.time().uptime() - since));
 }
 
 bool VirtualQueue::isCurrent() const { return &scheduler.current() == own.get(); }
@@ -99,8 +99,8 @@ void TimerCore::schedule(double delaySeconds, std::optional<double> intervalSeco
   if (intervalSeconds && *intervalSeconds <= 0) korvel::trap("a timer without an interval");
   facts.delaySeconds = delaySeconds;
   facts.intervalSeconds = intervalSeconds;
-  next = scheduler.time().uptime() + nanosecondsFrom(delaySeconds);
-  interval = intervalSeconds ? nanosecondsFrom(*intervalSeconds) : 0;
+  next = scheduler.time().uptime() + fromSeconds(delaySeconds);
+  interval = intervalSeconds ? fromSeconds(*intervalSeconds) : 0;
   scheduled = true;
   if (resumed && !cancelled) alarm.arm(next);
 }
@@ -159,11 +159,11 @@ bool VirtualGroup::wait(double timeoutSeconds) {
   Lane& lane = scheduler.current();
   const Nanoseconds since = scheduler.time().uptime();
   waiting.push_back(&lane);
-  scheduler.block(Wait{.what = "group", .process = &process}, nanosecondsFrom(timeoutSeconds));
+  scheduler.block(Wait{.what = "group", .process = &process}, fromSeconds(timeoutSeconds));
   std::erase(waiting, &lane);
   scheduler.requireAlive(&process);
   observers.tell(&ScheduleObserver::waited, lane, std::string_view("group"),
-                 secondsFrom(scheduler.time().uptime() - since));
+                 toSeconds(scheduler.time().uptime() - since));
   return entered == 0;
 }
 

@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "VirtualMac/Remote/XPCMessages.h"
+#include "VirtualMac/Server/RootDirectory.h"
 #include "VirtualMac/Tools/ControlClient.h"
-#include "VirtualMac/Tools/RootDirectory.h"
 
 namespace virtualmac {
 

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "VirtualMac/Tools/RootDirectory.h"
+#include "VirtualMac/Server/RootDirectory.h"
 
 namespace virtualmac {
 

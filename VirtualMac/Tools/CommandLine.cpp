@@ -10,7 +10,7 @@
 #include <nlohmann/json.hpp>
 #include <system_error>
 
-#include "VirtualMac/Tools/Nearest.h"
+#include "VirtualMac/Machine/Nearest.h"
 
 namespace virtualmac {
 

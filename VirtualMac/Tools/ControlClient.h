@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "VirtualMac/Tools/RootDirectory.h"
+#include "VirtualMac/Server/RootDirectory.h"
 
 namespace virtualmac {
 

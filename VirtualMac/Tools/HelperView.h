@@ -6,9 +6,9 @@
 #include <string_view>
 #include <utility>
 
+#include "VirtualMac/Server/RootDirectory.h"
 #include "VirtualMac/Tools/AppConnection.h"
 #include "VirtualMac/Tools/ControlClient.h"
-#include "VirtualMac/Tools/RootDirectory.h"
 #include "VirtualMac/Tools/StateText.h"
 
 namespace virtualmac {

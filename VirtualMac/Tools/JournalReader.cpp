@@ -7,9 +7,9 @@
 #include <fstream>
 #include <nlohmann/json.hpp>
 
+#include "VirtualMac/Timeline/Timeline.h"
 #include "VirtualMac/Tools/CommandLine.h"
 #include "VirtualMac/Tools/ControlClient.h"
-#include "VirtualMac/Tools/Timeline.h"
 
 namespace virtualmac {
 

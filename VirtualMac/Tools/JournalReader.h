@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "VirtualMac/Tools/RootDirectory.h"
+#include "VirtualMac/Server/RootDirectory.h"
 
 namespace virtualmac {
 

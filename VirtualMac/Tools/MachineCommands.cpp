@@ -7,9 +7,9 @@
 #include <nlohmann/json.hpp>
 
 #include "VirtualMac/Remote/HostSystem.h"
+#include "VirtualMac/Server/ControlCommands.h"
 #include "VirtualMac/Tools/CommandLine.h"
 #include "VirtualMac/Tools/ControlClient.h"
-#include "VirtualMac/Tools/ControlCommands.h"
 #include "VirtualMac/Tools/JournalReader.h"
 #include "VirtualMac/Tools/MachineDaemon.h"
 

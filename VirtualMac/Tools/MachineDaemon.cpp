@@ -11,7 +11,7 @@
 #include <csignal>
 
 #include "VirtualMac/Remote/HostSystem.h"
-#include "VirtualMac/Tools/ControlServer.h"
+#include "VirtualMac/Server/ControlServer.h"
 
 namespace virtualmac {
 

@@ -4,7 +4,7 @@
 #include <functional>
 #include <string>
 
-#include "VirtualMac/Tools/MachineServer.h"
+#include "VirtualMac/Server/MachineServer.h"
 
 namespace virtualmac {
 

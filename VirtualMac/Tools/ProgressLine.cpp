@@ -9,8 +9,8 @@
 #include <cstdio>
 #include <utility>
 
-#include "VirtualMac/Tools/Timeline.h"
-#include "VirtualMac/Tools/TimelineText.h"
+#include "VirtualMac/Timeline/Timeline.h"
+#include "VirtualMac/Timeline/TimelineText.h"
 
 namespace virtualmac {
 

@@ -20,9 +20,9 @@
 #include <vector>
 
 #include "VirtualMac/Scenarios/InProcessStage.h"
+#include "VirtualMac/Scenarios/ProcessStage.h"
 #include "VirtualMac/Scenarios/ScenarioRun.h"
 #include "VirtualMac/Tools/CommandLine.h"
-#include "VirtualMac/Tools/ProcessStage.h"
 #include "VirtualMac/Tools/ProgressLine.h"
 #include "VirtualMac/Tools/StopSignals.h"
 

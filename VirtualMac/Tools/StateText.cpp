@@ -7,7 +7,7 @@
 #include <ctime>
 
 #include "EnforcementDecision.h"
-#include "VirtualMac/Tools/Timeline.h"
+#include "VirtualMac/Timeline/Timeline.h"
 
 namespace virtualmac {
 

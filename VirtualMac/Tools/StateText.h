@@ -4,7 +4,7 @@
 #include <string>
 
 #include "HelperRecords.h"
-#include "VirtualMac/Tools/EnforcementTrail.h"
+#include "VirtualMac/Server/EnforcementTrail.h"
 
 namespace virtualmac {
 

@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
+#include "VirtualMac/Server/RootDirectory.h"
+#include "VirtualMac/Timeline/Timeline.h"
 #include "VirtualMac/Tools/CommandLine.h"
-#include "VirtualMac/Tools/RootDirectory.h"
-#include "VirtualMac/Tools/Timeline.h"
 
 namespace virtualmac {
 

@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Checks the walls between the rooms: what each may include, and which calls it may make.
+"""Checks the walls between the rooms: what each may include, and which calls it may make; and that
+the table of rooms in docs/architecture.md says the same.
 
 usage: rooms.py REPOSITORY
        rooms.py --self-test
@@ -63,10 +64,16 @@ FEW_CALLS = (CHANCE, NAKED_NEW)
 PORTABLE = (LINUX_ALONE,)  # These rooms are built for a Mac as well.
 
 
+LIBRARIES = {"nlohmann/": "nlohmann/json", "asio/": "Asio", "fmt/": "{fmt}", "CLI/": "CLI11",
+             "yaml-cpp/": "yaml-cpp", "gtest/": "GoogleTest", "gmock/": "GoogleMock",
+             "rapidcheck/": "RapidCheck", "rapidcheck.h/": "RapidCheck",
+             "benchmark/": "Google Benchmark"}
+
+
 class Room:
-    """`own`: prefixes of quoted includes; `libraries`: prefixes of angled ones that are not
-    standard; `system`: angled includes of any name; `banned`: what is not allowed all the same, a
-    standard header or a library's folder."""
+    """`own`: prefixes of quoted includes; `libraries`: folders of angled ones, of LIBRARIES;
+    `banned`: standard headers that are not allowed all the same; `calls`: calls that are not;
+    `system`: the system's headers are allowed; `helper_root`: those of the helper itself are."""
 
     def __init__(self, folder, own, libraries=(), banned=frozenset(), calls=(), system=False,
                  helper_root=True):
@@ -79,16 +86,34 @@ class Room:
         if not angled:
             return any(name.startswith(prefix) for prefix in self.own) or (
                 self.helper_root and "/" not in name)
-        if name in self.banned or name.split("/")[0] + "/" in self.banned:
-            return False
         if name in STANDARD:
-            return True
-        return self.system or any(name.startswith(prefix) for prefix in self.libraries)
+            return name not in self.banned
+        library = name.split("/")[0] + "/"
+        return library in self.libraries if library in LIBRARIES else self.system
+
+    def reach(self):
+        """What may be included, as the table of rooms in docs/architecture.md says it."""
+        names, files = [], {}
+        for prefix in self.own:
+            parts = prefix.removeprefix("VirtualMac/").removesuffix(".h").split("/")
+            if parts[1]:
+                files.setdefault(parts[0], []).append(parts[1])
+            elif not self.folder.endswith(prefix):
+                names.append(parts[0])
+        names += [f"{room} ({' '.join(some)})" for room, some in files.items()]
+        if self.helper_root and self.folder != "KorvelHelper/":
+            names.append("the helper")
+        names += [LIBRARIES[library] for library in self.libraries]
+        names += ["the system"] if self.system else []
+        return ", ".join(names) or "the standard library"
 
 
 SEAM = ("Base/", "Platform/")
 MODEL = SEAM + ("VirtualMac/Schedule/", "VirtualMac/Machine/")
+SERVER = MODEL + ("VirtualMac/Remote/", "VirtualMac/Server/")
+SCENARIOS = SERVER + ("VirtualMac/InProcess/", "VirtualMac/Timeline/", "VirtualMac/Scenarios/")
 ALL_VIRTUAL = SEAM + ("VirtualMac/",)
+ANY_LIBRARY = tuple(LIBRARIES)
 ROOMS = [  # The first that matches a file is its room.
     Room("KorvelHelper/Base/", ("Base/",), banned=SYSTEM_OF_CORE, calls=CORE_CALLS,
          helper_root=False),
@@ -96,24 +121,35 @@ ROOMS = [  # The first that matches a file is its room.
          helper_root=False),
     Room("KorvelHelper/macOS/", SEAM + ("macOS/",), system=True),
     Room("KorvelHelper/", SEAM, ("nlohmann/",), SYSTEM_OF_CORE, CORE_CALLS),
-    Room("VirtualMac/Machine/", SEAM + ("VirtualMac/Machine/", "VirtualMac/Schedule/Journal.h",
-                                        "VirtualMac/Schedule/SeamCall.h",
-                                        "VirtualMac/Schedule/Random.h"),
-         ("nlohmann/",), THREADS | TIME - {"random"}, MODEL_CALLS, helper_root=False),
     Room("VirtualMac/Schedule/", SEAM + ("VirtualMac/Schedule/",), banned=TIME - {"random"},
          calls=FEW_CALLS + (TIME_CALLS, PRINTING), helper_root=False),
+    Room("VirtualMac/Machine/", SEAM + ("VirtualMac/Machine/", "VirtualMac/Schedule/Journal.h",
+                                        "VirtualMac/Schedule/SeamCall.h",
+                                        "VirtualMac/Schedule/Random.h",
+                                        "VirtualMac/Schedule/VirtualTime.h"),
+         ("nlohmann/",), THREADS | TIME - {"random"}, MODEL_CALLS, helper_root=False),
     Room("VirtualMac/InProcess/", MODEL + ("VirtualMac/InProcess/",), banned=TIME - {"random"},
          calls=FEW_CALLS + (TIME_CALLS,)),
-    Room("VirtualMac/Remote/", MODEL + ("VirtualMac/Remote/",), banned={"nlohmann/"},
+    Room("VirtualMac/Remote/", MODEL + ("VirtualMac/Remote/",), ("asio/",),
          calls=FEW_CALLS + PORTABLE, system=True),
-    Room("VirtualMac/", ALL_VIRTUAL, system=True, calls=FEW_CALLS + PORTABLE),
+    Room("VirtualMac/Timeline/", SEAM + ("VirtualMac/Schedule/", "VirtualMac/Timeline/"),
+         ("fmt/",), calls=MODEL_CALLS + PORTABLE, helper_root=False),
+    Room("VirtualMac/Server/", SERVER, ("asio/", "fmt/", "nlohmann/"), calls=FEW_CALLS + PORTABLE,
+         system=True),
+    Room("VirtualMac/Scenarios/", SCENARIOS, ("asio/", "fmt/", "nlohmann/", "yaml-cpp/"),
+         calls=FEW_CALLS + PORTABLE, system=True),
+    Room("VirtualMac/Tools/", SCENARIOS + ("VirtualMac/Tools/",),
+         ("asio/", "CLI/", "fmt/", "nlohmann/"), calls=FEW_CALLS + PORTABLE, system=True),
     # The tests of the real processes see the programs only from outside.
     Room("Tests/process/", ("Tests/process/", "VirtualMac/Remote/", "VirtualMac/Schedule/"),
-         system=True, helper_root=False, calls=PORTABLE),
-    Room("Tests/macos/", ALL_VIRTUAL + ("Tests/", "macOS/"), system=True, calls=PORTABLE),
-    Room("Tests/files/", ALL_VIRTUAL + ("Tests/", "macOS/"), system=True, calls=PORTABLE),
-    Room("Tests/", ALL_VIRTUAL + ("Tests/",), system=True, calls=(CHANCE,) + PORTABLE),
-    Room("Benchmarks/", ALL_VIRTUAL + ("Benchmarks/",), system=True, calls=(CHANCE,)),
+         ANY_LIBRARY, system=True, helper_root=False, calls=PORTABLE),
+    Room("Tests/macos/", ALL_VIRTUAL + ("Tests/", "macOS/"), ANY_LIBRARY, system=True,
+         calls=PORTABLE),
+    Room("Tests/files/", ALL_VIRTUAL + ("Tests/", "macOS/"), ANY_LIBRARY, system=True,
+         calls=PORTABLE),
+    Room("Tests/", ALL_VIRTUAL + ("Tests/",), ANY_LIBRARY, system=True,
+         calls=(CHANCE,) + PORTABLE),
+    Room("Benchmarks/", ALL_VIRTUAL + ("Benchmarks/",), ANY_LIBRARY, system=True, calls=(CHANCE,)),
     Room("Packaging/", SEAM, system=True),
 ]
 # The one file of a room that is its door to the thing the others must not touch.
@@ -124,8 +160,27 @@ SANCTIONED = {
 }
 
 
+DOCUMENT = "docs/architecture.md"
+DOCUMENTED = ("KorvelHelper/", "VirtualMac/")  # Rooms of these have a row in its table.
+
+
 def room_of(name):
     return next((room for room in ROOMS if name.startswith(room.folder)), None)
+
+
+def table_findings(root):
+    """The rows of the document's table of rooms against the rules here, if there is a document."""
+    if not (root / DOCUMENT).is_file():
+        return
+    rows = dict(re.findall(r"^\| `((?:KorvelHelper|VirtualMac)[\w/]*)` \|[^|]*\| ([^|]*) \|$",
+                           tree.read(root, DOCUMENT), re.M))
+    reaches = {room.folder.rstrip("/"): room.reach() for room in ROOMS
+               if room.folder.startswith(DOCUMENTED)}
+    for name in sorted(rows.keys() | reaches.keys()):
+        if name not in reaches:
+            yield f"{DOCUMENT}: {name} has a row and no rule"
+        elif rows.get(name) != reaches[name]:
+            yield f"{DOCUMENT}: {name} may include: {reaches[name]}"
 
 
 def is_neighbour(root, name, included):
@@ -134,9 +189,12 @@ def is_neighbour(root, name, included):
 
 
 def check(root):
-    found = []
+    found = list(table_findings(root))
     for name in tree.files(root):
         room = room_of(name)
+        if room is None:
+            found.append(f"{name}: is in no room")
+            continue
         text = tree.read(root, name)
         code = OWNED_AT_ONCE.sub(r"\1   ", tree.blanked(text))
         for line, included, angled in tree.includes(text):
@@ -194,6 +252,18 @@ def self_test():
                    "VirtualMac/Tools/"):
         tree.expect(check, {folder + "a.cpp": "int s = ::socket(AF_UNIX, SOCK_CLOEXEC, 0);\n"},
                     "Linux's alone")
+    for lower, upper in [("Schedule", "Machine"), ("Timeline", "Machine"), ("Server", "Scenarios"),
+                         ("Server", "InProcess"), ("Scenarios", "Tools"), ("Machine", "Remote")]:
+        tree.expect(check, {f"VirtualMac/{lower}/a.cpp": f'#include "VirtualMac/{upper}/b.h"\n'},
+                    "must not include")
+    tree.expect(check, {"VirtualMac/Server/a.cpp": "#include <yaml-cpp/yaml.h>\n"},
+                "must not include yaml-cpp")
+    tree.expect(check, {"VirtualMac/Attic/a.cpp": ""}, "is in no room")
+    rows = "".join(f"| `{room.folder.rstrip('/')}` | x | {room.reach()} |\n" for room in ROOMS
+                   if room.folder.startswith(DOCUMENTED))
+    tree.expect(check, {DOCUMENT: rows})
+    tree.expect(check, {DOCUMENT: rows.replace("CLI11", "Qt") + "| `VirtualMac/Attic` | x | y |\n"},
+                "Attic has a row and no rule", "VirtualMac/Tools may include")
     tree.expect(check, {"Tests/process/p.cpp": "if (::pipe2(ends, 0)) run(environ);\n"},
                 '"pipe2" is Linux', '"environ" is Linux')
 

@@ -14,7 +14,7 @@
 namespace virtualmac {
 
 /// Clocks that are moved by nobody but the scheduler, with sleep and wake at given moments.
-class PlainClock final : public TimeKeeper {
+class PlainClock final : public SchedulerClock {
  public:
   Nanoseconds total() override { return totalTime; }
   Nanoseconds uptime() override { return awakeTime; }
@@ -34,7 +34,7 @@ class PlainClock final : public TimeKeeper {
   }
 
   void at(double seconds, std::function<void()> event) {
-    events.emplace(nanosecondsFrom(seconds), std::move(event));
+    events.emplace(fromSeconds(seconds), std::move(event));
   }
   void sleepBetween(double from, double to) {
     at(from, [this] { sleeping = true; });
@@ -65,10 +65,10 @@ class Bench {
   void note(const std::string& text) {
     notes += text + '@' + std::to_string(clock.uptime() / 1'000'000) + ' ';
   }
-  void runFor(double seconds) { scheduler.runFor(nanosecondsFrom(seconds)); }
+  void runFor(double seconds) { scheduler.runFor(fromSeconds(seconds)); }
   /// What a platform call of so many seconds does to its thread.
   void busy(double seconds) {
-    scheduler.sleepUntil(clock.uptime() + nanosecondsFrom(seconds), &process);
+    scheduler.sleepUntil(clock.uptime() + fromSeconds(seconds), &process);
     scheduler.requireAlive(&process);
   }
 

@@ -204,7 +204,7 @@ TEST_F(ProcessEndTest, OtherProcessesGoOn) {
   VirtualDispatch dispatch(bench.scheduler, process, main, bench.observers);
   const auto survivor = dispatch.makeSerialQueue("survivor");
   survivor->async([&] {
-    bench.scheduler.sleepUntil(nanosecondsFrom(2), &process);
+    bench.scheduler.sleepUntil(fromSeconds(2), &process);
     bench.note("survived");
   });
   bench.runFor(1);

@@ -142,17 +142,17 @@ TEST(RunUntilTest, StopsAtTheMomentAndSaysWhetherItCame) {
   timer->setEventHandler([&] { ++ticks; });
   timer->schedule(1, 1.0, 0);
   timer->resume();
-  EXPECT_TRUE(bench.scheduler.runUntil([&] { return ticks == 3; }, nanosecondsFrom(10)));
-  EXPECT_EQ(bench.clock.total(), nanosecondsFrom(3));
-  EXPECT_FALSE(bench.scheduler.runUntil([&] { return ticks == 100; }, nanosecondsFrom(10)));
-  EXPECT_EQ(bench.clock.total(), nanosecondsFrom(13));
+  EXPECT_TRUE(bench.scheduler.runUntil([&] { return ticks == 3; }, fromSeconds(10)));
+  EXPECT_EQ(bench.clock.total(), fromSeconds(3));
+  EXPECT_FALSE(bench.scheduler.runUntil([&] { return ticks == 100; }, fromSeconds(10)));
+  EXPECT_EQ(bench.clock.total(), fromSeconds(13));
   EXPECT_EQ(ticks, 13);
 }
 
 TEST(RunUntilTest, DoesNotRunWhenItHoldsAlready) {
   Bench bench;
   bench.dispatch.makeSerialQueue("q")->async([&] { bench.note("ran"); });
-  EXPECT_TRUE(bench.scheduler.runUntil([] { return true; }, nanosecondsFrom(1)));
+  EXPECT_TRUE(bench.scheduler.runUntil([] { return true; }, fromSeconds(1)));
   EXPECT_EQ(bench.notes, "");
 }
 

@@ -1,0 +1,108 @@
+#include "VirtualMac/Scenarios/ClientProcess.h"
+
+#include <spawn.h>
+#include <unistd.h>
+
+#include <array>
+#include <asio/read_until.hpp>
+#include <cerrno>
+#include <csignal>
+#include <istream>
+#include <stdexcept>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include "VirtualMac/Remote/HostSystem.h"
+
+namespace virtualmac {
+
+namespace {
+
+/// The session is given its standard input, output and errors.
+constexpr int firstNotGiven = 3;
+
+}  // namespace
+
+ClientProcess::ClientProcess(asio::io_context& context, const std::string& program,
+                             const RootDirectory& root, const std::string& identity)
+    : said(std::make_shared<Saying>(context)) {
+  std::array<int, 2> toClient{};
+  std::array<int, 2> fromClient{};
+  if (!hostsystem::pipe(toClient) || !hostsystem::pipe(fromClient)) {
+    throw std::runtime_error(std::string("no pipe: ") + std::system_category().message(errno));
+  }
+  posix_spawn_file_actions_t files;
+  ::posix_spawn_file_actions_init(&files);
+  ::posix_spawn_file_actions_adddup2(&files, toClient[0], STDIN_FILENO);
+  ::posix_spawn_file_actions_adddup2(&files, fromClient[1], STDOUT_FILENO);
+  posix_spawnattr_t attributes;
+  ::posix_spawnattr_init(&attributes);
+  ::posix_spawnattr_setflags(&attributes, hostsystem::closeFromAtSpawn(files, firstNotGiven));
+  std::vector<std::string> words{program, "--root", root.path, "--as", identity, "session"};
+  std::vector<char*> arguments;
+  for (std::string& word : words) arguments.push_back(word.data());
+  arguments.push_back(nullptr);
+  const int error = ::posix_spawn(&pid, program.c_str(), &files, &attributes, arguments.data(),
+                                  hostsystem::environment());
+  ::posix_spawnattr_destroy(&attributes);
+  ::posix_spawn_file_actions_destroy(&files);
+  ::close(toClient[0]);
+  ::close(fromClient[1]);
+  input = toClient[1];
+  said->output.assign(fromClient[0]);
+  if (error != 0) {
+    ::close(input);
+    throw std::runtime_error(program +
+                             " cannot be started: " + std::system_category().message(error));
+  }
+  // The first line says that it is connected; it answers to nothing that was sent.
+  said->waiting.emplace_back([saying = said.get()](const std::string& line) {
+    saying->firstLine = line;
+    saying->connected = line.find("\"connected\":true") != std::string::npos;
+  });
+  readNext(said);
+}
+
+ClientProcess::~ClientProcess() {
+  // The session ends with its input; nobody listens any more.
+  ::close(input);
+  said->waiting.clear();
+  std::error_code ignored;
+  static_cast<void>(said->output.close(ignored));
+}
+
+void ClientProcess::send(const std::string& line, Answered answered) {
+  if (said->over) return answered("");
+  said->waiting.push_back(std::move(answered));
+  const std::string bytes = line + '\n';
+  // A session that is gone is noticed at its output.
+  if (::write(input, bytes.data(), bytes.size()) < 0) return;
+}
+
+void ClientProcess::kill() {
+  if (pid > 0 && !said->over) ::kill(pid, SIGKILL);
+}
+
+void ClientProcess::readNext(const std::shared_ptr<Saying>& saying) {
+  asio::async_read_until(saying->output, saying->buffer, '\n',
+                         [saying](const std::error_code& ended, std::size_t /*length*/) {
+                           if (ended) {
+                             saying->over = true;
+                             for (const Answered& answered : std::exchange(saying->waiting, {}))
+                               answered("");
+                             return;
+                           }
+                           std::string line;
+                           std::istream stream(&saying->buffer);
+                           std::getline(stream, line);
+                           if (!saying->waiting.empty()) {
+                             const Answered answered = std::move(saying->waiting.front());
+                             saying->waiting.pop_front();
+                             answered(line);
+                           }
+                           readNext(saying);
+                         });
+}
+
+}  // namespace virtualmac

@@ -1,0 +1,300 @@
+#include "VirtualMac/Scenarios/ProcessStage.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <stdexcept>
+#include <string_view>
+#include <system_error>
+#include <utility>
+
+#include "HelperPersistence.h"
+#include "VirtualMac/Remote/HostSystem.h"
+
+namespace virtualmac {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr double slowestNeeded = 30;       // virtual seconds in a real one, around what happens
+constexpr double nearSeconds = 30;         // virtual: what is nearer than this is near
+constexpr double graceRealSeconds = 0.5;   // what real processes may be late by
+constexpr double quietRealSeconds = 0.02;  // without this much, nothing is due at a moment
+constexpr double longestRealSeconds = 10;  // until a process starts, ends or answers
+constexpr std::chrono::milliseconds lookEvery{2};
+
+std::string programBeside(const char* name) {
+  return (hostsystem::ownProgram().parent_path() / name).string();
+}
+
+MachineOptions optionsOf(const Scenario& scenario, const std::string& root) {
+  auto profile = loadProfile(scenario.profile);
+  if (!profile) throw std::runtime_error(profile.error());
+  MachineOptions options;
+  options.profile = *std::move(profile);
+  options.root = RootDirectory{root};
+  options.helperProgram = programBeside("KorvelHelper");
+  return options;
+}
+
+std::string requestLine(Request what, int argument) {
+  switch (what) {
+    case Request::SetChargeLimit:
+      return "set-limit " + std::to_string(argument);
+    case Request::ClearChargeLimit:
+      return "clear-limit";
+    case Request::ForceDischarge:
+      return argument != 0 ? "discharge on" : "discharge off";
+    case Request::KeepAwake:
+      return argument != 0 ? "keep-awake on" : "keep-awake off";
+    case Request::TopOff:
+      return "top-off";
+    case Request::CancelTopOff:
+      return "cancel-top-off";
+    case Request::Reset:
+      return "reset";
+    case Request::Quit:
+      return "quit";
+  }
+  return {};
+}
+
+Answer answerIn(const std::string& line) {
+  const auto said = nlohmann::json::parse(line, nullptr, false);
+  if (!said.is_object() || said.value("lost", false)) return {Answer::Kind::Lost, std::nullopt};
+  if (said.value("ok", false)) return {Answer::Kind::Ok, std::nullopt};
+  Answer answer{Answer::Kind::Failed, std::nullopt};
+  if (said.contains("code")) {
+    korvel::ErrorObject error{"KorvelHelperError", said.value("code", std::int64_t{0}), {}};
+    error.userInfo.insert_or_assign(korvel::localizedDescriptionKey,
+                                    said.value("error", std::string()));
+    answer.error = std::move(error);
+  }
+  return answer;
+}
+
+/// Why a session that could not connect says that it ended: ": reason"; empty when it said nothing.
+std::string reasonIn(const std::string& line) {
+  const auto said = nlohmann::json::parse(line, nullptr, false);
+  const std::string reason = said.is_object() ? said.value("error", std::string()) : line;
+  return reason.empty() ? reason : ": " + reason;
+}
+
+}  // namespace
+
+ProcessStage::TemporaryDirectory::TemporaryDirectory() {
+  std::string name = (std::filesystem::temp_directory_path() / "virtual-mac-XXXXXX").string();
+  if (::mkdtemp(name.data()) == nullptr) {
+    throw std::runtime_error("no temporary directory: " + std::system_category().message(errno));
+  }
+  path = name;
+}
+
+ProcessStage::TemporaryDirectory::~TemporaryDirectory() {
+  std::error_code ignored;
+  std::filesystem::remove_all(path, ignored);
+}
+
+ProcessStage::ProcessStage(const Scenario& scenario, double fastest, std::function<bool()> stopped)
+    : fastSpeed(fastest),
+      slowSpeed(std::min(fastest, slowestNeeded)),
+      isStopped(std::move(stopped)) {
+  ::signal(SIGPIPE, SIG_IGN);
+  server = std::make_unique<MachineServer>(context, optionsOf(scenario, directory.path));
+  control = std::make_unique<ControlServer>(*server, [this] { context.stop(); });
+  std::optional<std::string> problem = server->start();
+  if (!problem) problem = control->listen();
+  if (problem) throw std::runtime_error(*problem);
+  server->journal().addListener([this](const Journal::Entry& entry) { hear(entry); });
+  if (scenario.helperVersion) {
+    setHelperVersion(*scenario.helperVersion);
+  } else {
+    server->machine().bundleInformation.erase("CFBundleShortVersionString");
+  }
+}
+
+ProcessStage::~ProcessStage() {
+  // A run that was stopped is brought down like any other.
+  isStopped = [] { return false; };
+  killClients();
+  // Shared: what comes too late still has a place to go.
+  const auto down = std::make_shared<bool>(false);
+  server->shutDown([down] { *down = true; });
+  serve(longestRealSeconds, [&down] { return *down; });
+  // Their last lines are heard here.
+  control.reset();
+  server.reset();
+}
+
+Machine& ProcessStage::machine() {
+  server->timeDriver().catchUp();
+  return server->machine();
+}
+
+Journal& ProcessStage::journal() { return server->journal(); }
+
+double ProcessStage::now() {
+  server->timeDriver().catchUp();
+  return server->machine().totalSeconds();
+}
+
+double ProcessStage::graceSeconds() { return graceRealSeconds * server->timeDriver().speed(); }
+
+void ProcessStage::runUntil(double moment, const std::function<bool()>& afterEach) {
+  server->change([](Machine&) {});
+  const auto quietSince = Clock::now();
+  while (!afterEach()) {
+    const double left = moment - now();
+    if (left <= 0 && Clock::now() - quietSince >= std::chrono::duration<double>(quietRealSeconds)) {
+      return;
+    }
+    setSpeed(left > nearSeconds ? fastSpeed : slowSpeed);
+    context.run_one_for(lookEvery);
+  }
+}
+
+bool ProcessStage::serve(double realSeconds, const std::function<bool()>& reached) {
+  const auto deadline = Clock::now() + std::chrono::duration<double>(realSeconds);
+  while (!reached()) {
+    if (isStopped() || Clock::now() >= deadline) return false;
+    context.run_one_for(lookEvery);
+  }
+  return true;
+}
+
+void ProcessStage::setSpeed(double speed) {
+  if (server->timeDriver().speed() != speed) server->timeDriver().setSpeed(speed);
+}
+
+void ProcessStage::connect(const std::string& client, const std::string& identity) {
+  if (apps.contains(client)) throw std::runtime_error("\"" + client + "\" is connected already");
+  auto app = std::make_unique<ClientProcess>(context, programBeside("korvel-app"),
+                                             RootDirectory{directory.path}, identity);
+  if (!serve(longestRealSeconds, [&app] { return app->isConnected() || app->isOver(); }) ||
+      !app->isConnected()) {
+    throw std::runtime_error("the application could not connect" + reasonIn(app->firstLine()));
+  }
+  apps[client] = std::move(app);
+}
+
+void ProcessStage::disconnect(const std::string& client) {
+  named(client);
+  apps.erase(client);
+}
+
+void ProcessStage::killClient(const std::string& client) {
+  named(client).kill();
+  apps.erase(client);
+}
+
+std::vector<std::string> ProcessStage::clients() {
+  std::vector<std::string> names;
+  for (const auto& [name, app] : apps) names.push_back(name);
+  return names;
+}
+
+void ProcessStage::request(const std::string& client, Request what, int argument,
+                           std::function<void(Answer)> answered) {
+  named(client).send(requestLine(what, argument),
+                     [told = std::move(answered)](const std::string& line) {
+                       if (told) told(answerIn(line));
+                     });
+}
+
+std::optional<std::string> ProcessStage::reportedState(const std::string& client) {
+  // Shared: an answer that comes too late still has a place to go.
+  const auto answer = std::make_shared<std::optional<std::string>>();
+  named(client).send("state", [answer](const std::string& line) { *answer = line; });
+  if (!serve(longestRealSeconds, [&answer] { return answer->has_value(); })) {
+    throw std::runtime_error("nobody answers for the helper's state");
+  }
+  const auto said = nlohmann::json::parse(**answer, nullptr, false);
+  if (!said.is_object() || !said.contains("data")) return std::nullopt;
+  return said["data"].get<std::string>();
+}
+
+void ProcessStage::startHelper() {
+  if (helperRunning()) throw std::runtime_error(helperRunsText);
+  server->change([this](Machine&) { server->launchd().startByHand(); });
+}
+
+void ProcessStage::signalHelper(int number) {
+  const std::optional<pid_t> before = server->launchd().helper();
+  if (!server->signalHelper(number)) throw std::runtime_error(noHelperText);
+  if (number != SIGKILL) return;
+  serve(longestRealSeconds, [&] { return server->launchd().helper() != before; });
+}
+
+bool ProcessStage::helperRunning() { return server->launchd().helper().has_value(); }
+std::optional<int> ProcessStage::helperExitStatus() { return exitStatus; }
+
+void ProcessStage::setHelperVersion(const std::string& version) {
+  server->machine().bundleInformation.insert_or_assign("CFBundleShortVersionString",
+                                                       korvel::PropertyValue(version));
+}
+
+void ProcessStage::powerLoss() {
+  killClients();
+  server->powerLoss();
+}
+
+void ProcessStage::reboot() {
+  killClients();
+  const auto up = std::make_shared<bool>(false);
+  server->reboot([up] { *up = true; });
+  if (!serve(longestRealSeconds, [&up] { return *up; })) throw std::runtime_error("it hangs");
+}
+
+void ProcessStage::setRestartAfterCrash(bool restart) {
+  server->launchd().setRestartAfterCrash(restart);
+}
+
+std::vector<std::string> ProcessStage::violations() { return broken; }
+
+std::optional<std::string> ProcessStage::savedState() {
+  std::ifstream stream(statePath(), std::ios::binary);
+  if (!stream) return std::nullopt;
+  std::ostringstream content;
+  content << stream.rdbuf();
+  return content.str();
+}
+
+void ProcessStage::setSavedState(const std::string& content) {
+  std::filesystem::create_directories(std::filesystem::path(statePath()).parent_path());
+  std::ofstream(statePath(), std::ios::binary) << content;
+}
+
+std::string ProcessStage::statePath() const {
+  return RootDirectory{directory.path}.disk() + std::string(korvel::HelperPersistence::statePath);
+}
+
+void ProcessStage::hear(const Journal::Entry& entry) {
+  if (entry.kind != "proc") return;
+  const std::size_t exited = entry.text.find(" exited ");
+  if (exited != std::string::npos) exitStatus = std::stoi(entry.text.substr(exited + 8));
+  if (entry.text.ends_with(" started") || entry.text.find(" killed ") != std::string::npos) {
+    exitStatus.reset();
+  }
+  if (entry.text.find(" cut off: ") != std::string::npos) broken.push_back(entry.text);
+}
+
+ClientProcess& ProcessStage::named(const std::string& client) {
+  const auto found = apps.find(client);
+  if (found == apps.end()) throw std::runtime_error("\"" + client + "\" is not connected");
+  return *found->second;
+}
+
+void ProcessStage::killClients() {
+  for (auto& [name, app] : apps) app->kill();
+  apps.clear();
+}
+
+}  // namespace virtualmac

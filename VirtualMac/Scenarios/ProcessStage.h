@@ -1,0 +1,82 @@
+#pragma once
+
+#include <asio/io_context.hpp>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "VirtualMac/Scenarios/ClientProcess.h"
+#include "VirtualMac/Scenarios/Scenario.h"
+#include "VirtualMac/Scenarios/Stage.h"
+#include "VirtualMac/Server/ControlServer.h"
+#include "VirtualMac/Server/MachineServer.h"
+
+namespace virtualmac {
+
+/// A scenario's place among real processes: the machine here, the built helper and the
+/// applications in processes of their own, in a temporary directory.
+///
+/// Virtual time follows real time. It runs fast while nothing is near, and slowly around what
+/// happens and what is expected soon, so that a real process's milliseconds do not weigh. What they
+/// do weigh is the grace that expectations are given.
+class ProcessStage final : public Stage {
+ public:
+  /// `fastest` is in virtual seconds in a real one. While `stopped` is true, nothing is waited for
+  /// any more. Throws a std::runtime_error when no machine can be brought up.
+  ProcessStage(const Scenario& scenario, double fastest, std::function<bool()> stopped);
+  ~ProcessStage() override;
+
+  Machine& machine() override;
+  Journal& journal() override;
+  double now() override;
+  double graceSeconds() override;
+  void runUntil(double moment, const std::function<bool()>& afterEach) override;
+  void connect(const std::string& client, const std::string& identity) override;
+  void disconnect(const std::string& client) override;
+  void killClient(const std::string& client) override;
+  std::vector<std::string> clients() override;
+  void request(const std::string& client, Request what, int argument,
+               std::function<void(Answer)> answered) override;
+  std::optional<std::string> reportedState(const std::string& client) override;
+  void startHelper() override;
+  void signalHelper(int number) override;
+  bool helperRunning() override;
+  std::optional<int> helperExitStatus() override;
+  void setHelperVersion(const std::string& version) override;
+  void powerLoss() override;
+  void reboot() override;
+  void setRestartAfterCrash(bool restart) override;
+  std::vector<std::string> violations() override;
+  std::optional<std::string> savedState() override;
+  void setSavedState(const std::string& content) override;
+
+ private:
+  struct TemporaryDirectory {
+    TemporaryDirectory();
+    ~TemporaryDirectory();
+    std::string path;
+  };
+  ClientProcess& named(const std::string& client);
+  /// Lets handlers run for some real time, or until `reached`, or until the run is stopped.
+  bool serve(double realSeconds, const std::function<bool()>& reached);
+  void setSpeed(double speed);
+  void hear(const Journal::Entry& entry);
+  void killClients();
+  [[nodiscard]] std::string statePath() const;
+
+  double fastSpeed;
+  double slowSpeed;
+  std::function<bool()> isStopped;
+  TemporaryDirectory directory;
+  asio::io_context context;
+  std::unique_ptr<MachineServer> server;
+  std::unique_ptr<ControlServer> control;
+  std::map<std::string, std::unique_ptr<ClientProcess>> apps;
+  std::optional<int> exitStatus;
+  std::vector<std::string> broken;
+};
+
+}  // namespace virtualmac

@@ -1,0 +1,236 @@
+#include "VirtualMac/Server/EnforcementTrail.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <nlohmann/json.hpp>
+#include <utility>
+
+namespace virtualmac {
+
+namespace {
+
+using Loop = Enforcement::Loop;
+using nlohmann::ordered_json;
+
+constexpr std::int64_t lowestLimit = 20, noLimit = 100;
+
+struct LoopWords {
+  Loop loop;
+  std::string_view name;    ///< In JSON.
+  std::string_view reason;  ///< Why nothing is, or was, enforced.
+};
+constexpr std::array<LoopWords, 10> loopWords{{
+    {Loop::NoHelper, "no-helper", "no helper"},
+    {Loop::NotArmed, "not-armed", "not armed since the helper started"},
+    {Loop::Running, "running", ""},
+    {Loop::ToppingOff, "topping-off", "a top-off is under way"},
+    {Loop::TopOffFailed, "top-off-failed", "a top-off was asked for"},
+    {Loop::Cleared, "cleared", "the limit was cleared"},
+    {Loop::Reset, "reset", "everything was reset"},
+    {Loop::Suspended, "suspended", "nobody connected for 30 s"},
+    {Loop::HandedBack, "handed-back", "the limit is 100 %"},
+    {Loop::OutOfRange, "out-of-range", "the limit is out of range"},
+}};
+
+const LoopWords& wordsOf(Loop loop) { return loopWords[static_cast<std::size_t>(loop)]; }
+
+/// Cuts the first word off a text.
+std::string_view takeWord(std::string_view& text) {
+  const std::string_view word = text.substr(0, text.find(' '));
+  text.remove_prefix(std::min(text.size(), word.size() + 1));
+  return word;
+}
+
+/// The whole number that follows `before` in `text`; none: there is none.
+std::optional<std::int64_t> numberAfter(std::string_view text, std::string_view before) {
+  const std::size_t found = text.find(before);
+  if (found == std::string_view::npos) return std::nullopt;
+  text.remove_prefix(found + before.size());
+  std::int64_t number = 0;
+  const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), number);
+  return failure == std::errc() ? std::optional(number) : std::nullopt;
+}
+
+template <class Value>
+std::optional<Value> taken(std::deque<Value>& queue) {
+  if (queue.empty()) return std::nullopt;
+  const Value first = queue.front();
+  queue.pop_front();
+  return first;
+}
+
+}  // namespace
+
+void EnforcementTrail::hear(const Journal::Entry& entry) {
+  if (entry.kind == "proc") hearProcess(entry.text);
+  if (entry.kind == "reply") hearReply(entry.text);
+  if (entry.kind == "log") hearLog(entry);
+}
+
+void EnforcementTrail::begin(Loop loop) {
+  const std::uint64_t connects = told.connects;
+  *this = EnforcementTrail();
+  told.loop = loop;
+  told.connects = connects;
+}
+
+void EnforcementTrail::run(std::optional<std::int64_t> limit, bool byConnection) {
+  told.loop = Loop::Running;
+  told.limit = limit;
+  told.armedByConnection = byConnection;
+  told.stopError.reset();
+}
+
+void EnforcementTrail::stop(Loop why, std::optional<std::string> error) {
+  told.loop = why;
+  told.armedByConnection = false;
+  told.stopError = std::move(error);
+  // The other ways to stop leave a top-off alone.
+  if (why == Loop::ToppingOff) toppingOff = true;
+  if (why == Loop::Cleared || why == Loop::Reset || why == Loop::Suspended) toppingOff = false;
+}
+
+void EnforcementTrail::hearProcess(const std::string& text) {
+  if (!text.starts_with("helper ")) return;
+  if (text.ends_with(" started")) return begin(Loop::NotArmed);
+  const bool over = text.find(" exited ") != std::string::npos ||
+                    text.find(" killed by ") != std::string::npos || text.ends_with(" ended");
+  if (over) begin(Loop::NoHelper);
+}
+
+/// Replies come from the helper's one queue, in the order in which things were done.
+void EnforcementTrail::hearReply(const std::string& text) {
+  std::string_view rest = text;
+  const std::string_view operation = takeWord(rest);
+  const bool succeeded = rest.starts_with("ok");
+  const std::size_t quote = rest.find('"');
+  std::optional<std::string> error;
+  if (!succeeded && quote != std::string_view::npos)
+    error = std::string(rest.substr(quote + 1, rest.rfind('"') - quote - 1));
+  if (operation == "setChargeLimit" && succeeded) {
+    toppingOff = false;
+    run(taken(limitsAskedFor));
+  } else if (operation == "clearChargeLimit") {
+    stop(Loop::Cleared, std::move(error));
+  } else if (operation == "resetAllSMCKeys") {
+    stop(Loop::Reset, std::exchange(resetError, std::nullopt));
+  } else if (operation == "releaseLimitUntilFullThenRestore") {
+    stop(succeeded ? Loop::ToppingOff : Loop::TopOffFailed, std::move(error));
+  } else if (operation == "cancelTopUp" && std::exchange(toppingOff, false)) {
+    run(std::nullopt);
+  } else if (operation == "forceDischarge" && taken(dischargesAskedFor) == true && succeeded) {
+    toppingOff = false;
+  }
+}
+
+void EnforcementTrail::hearLog(const Journal::Entry& entry) {
+  std::string_view rest = entry.text;
+  const std::string_view category = takeWord(rest);
+  const std::string_view level = takeWord(rest);
+  const std::size_t open = rest.find('"');
+  const std::size_t close = rest.rfind('"');
+  if (open == std::string_view::npos || close <= open) return;
+  const std::string_view text = rest.substr(open + 1, close - open - 1);
+  if (level == "error" || level == "fault") {
+    told.lastError = {entry.time, std::string(category) + ": " + std::string(text)};
+  }
+  if (category == "HelperImpl") hearCore(text);
+}
+
+void EnforcementTrail::hearCore(std::string_view text) {
+  constexpr std::string_view outcomeStart = "charge enforcement ";
+  constexpr std::string_view failureEnd = " — limit is NOT being applied";
+  const auto begins = [text](std::string_view words) { return text.starts_with(words); };
+  if (begins(outcomeStart)) {
+    std::string_view outcome = text.substr(outcomeStart.size());
+    told.failing = outcome.ends_with(failureEnd);
+    if (told.failing) outcome.remove_suffix(failureEnd.size());
+    told.outcome = outcome;
+  } else if (begins("setChargeLimit(")) {
+    // The others are refused without being queued.
+    const auto limit = numberAfter(text, "(");
+    if (limit && *limit >= lowestLimit && *limit <= noLimit) limitsAskedFor.push_back(*limit);
+  } else if (begins("forceDischarge(")) {
+    dischargesAskedFor.push_back(begins("forceDischarge(1)"));
+  } else if (begins("client connected (")) {
+    ++told.connects;
+  } else if (begins("client connect — arming") || begins("forceDischarge: arming")) {
+    run(numberAfter(text, "limit="), begins("client connect"));
+  } else if (begins("top-off complete") || begins("top-off restore loop timed out")) {
+    toppingOff = false;
+    run(numberAfter(text, "restored limit "));
+  } else if (begins("all clients gone — suspending")) {
+    stop(Loop::Suspended);
+  } else if (begins("100% target")) {
+    stop(Loop::HandedBack);
+  } else if (begins("pollOnce: target ")) {
+    told.limit = numberAfter(text, "target ");
+    stop(Loop::OutOfRange);
+  } else if (begins("resetAllSMCKeys ")) {
+    resetError.reset();
+  } else if (begins("resetAll: ")) {
+    resetError = text.substr(text.find(' ') + 1);
+  }
+}
+
+ordered_json enforcementJSON(const Enforcement& enforcement) {
+  const auto orNull = [](const auto& value) {
+    return value ? ordered_json(*value) : ordered_json();
+  };
+  ordered_json lastError;
+  if (const auto& error = enforcement.lastError) {
+    lastError = {{"seconds", error->time}, {"text", error->text}};
+  }
+  return {{"loop", wordsOf(enforcement.loop).name},
+          {"limit", orNull(enforcement.limit)},
+          {"armedByConnection", enforcement.armedByConnection},
+          {"outcome", orNull(enforcement.outcome)},
+          {"failing", enforcement.failing},
+          {"stopError", orNull(enforcement.stopError)},
+          {"lastError", lastError},
+          {"connects", enforcement.connects}};
+}
+
+std::optional<Enforcement> enforcementFrom(const nlohmann::json& json) {
+  const auto text = [&json](const char* name) -> std::optional<std::string> {
+    const auto& value = json.at(name);
+    return value.is_null() ? std::nullopt : std::optional(value.get<std::string>());
+  };
+  try {
+    Enforcement read;
+    const auto name = json.at("loop").get<std::string>();
+    bool known = false;
+    for (const LoopWords& each : loopWords) {
+      if (each.name != name) continue;
+      read.loop = each.loop;
+      known = true;
+    }
+    if (!known) return std::nullopt;
+    if (!json.at("limit").is_null()) read.limit = json["limit"].get<std::int64_t>();
+    read.armedByConnection = json.at("armedByConnection").get<bool>();
+    read.outcome = text("outcome");
+    read.failing = json.at("failing").get<bool>();
+    read.stopError = text("stopError");
+    if (const auto& error = json.at("lastError"); !error.is_null())
+      read.lastError = {error.at("seconds").get<double>(), error.at("text").get<std::string>()};
+    read.connects = json.at("connects").get<std::uint64_t>();
+    return read;
+  } catch (const nlohmann::json::exception&) {
+    return std::nullopt;
+  }
+}
+
+std::string_view reasonText(Loop loop) { return wordsOf(loop).reason; }
+
+std::string enforcementText(const Enforcement& enforcement) {
+  if (enforcement.loop != Loop::Running)
+    return fmt::format("nothing: {}", reasonText(enforcement.loop));
+  return fmt::format("{}, last outcome {}",
+                     enforcement.limit ? fmt::format("at {} %", *enforcement.limit) : "as saved",
+                     enforcement.outcome.value_or("none"));
+}
+
+}  // namespace virtualmac

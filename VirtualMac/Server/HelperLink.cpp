@@ -1,0 +1,142 @@
+#include "VirtualMac/Server/HelperLink.h"
+
+#include <sys/socket.h>
+
+#include <asio/buffer.hpp>
+#include <asio/write.hpp>
+#include <utility>
+
+namespace virtualmac {
+
+HelperLink::HelperLink(Socket connected, Machine& served, RealTimeDriver& keeper,
+                       std::shared_ptr<HelperProcess> helper, Journal& journal, DiskWatch& disk)
+    : socket(std::move(connected)),
+      timeDriver(keeper),
+      process(std::move(helper)),
+      half(served, *process, journal, disk) {
+  half.setTimeSource([this] { return timeDriver.time(); });
+  half.setPowerHandler([this](const PowerMessage& message) { sendPower(message); });
+}
+
+void HelperLink::start(std::function<void(const std::string&)> problem) {
+  problemHandler = std::move(problem);
+  readMore();
+}
+
+void HelperLink::close() {
+  closed = true;
+  std::error_code ignored;
+  static_cast<void>(socket.close(ignored));
+}
+
+void HelperLink::readMore() {
+  if (closed) return;
+  socket.async_read_some(asio::buffer(chunk), [self = shared_from_this()](
+                                                  const std::error_code& error, std::size_t got) {
+    if (error || self->closed) return;
+    self->incoming.append(self->chunk.data(), got);
+    self->takeFrames();
+    self->readMore();
+  });
+}
+
+void HelperLink::drain() {
+  std::array<char, 4096> rest{};
+  for (;;) {
+    const ssize_t got = ::recv(socket.native_handle(), rest.data(), rest.size(), MSG_DONTWAIT);
+    if (got <= 0) break;
+    incoming.append(rest.data(), static_cast<std::size_t>(got));
+  }
+  takeFrames();
+}
+
+void HelperLink::takeFrames() {
+  while (!closed && incoming.size() >= wireHeaderSize) {
+    const std::uint32_t length =
+        wireBodyLength(std::span<const char, wireHeaderSize>(incoming.data(), wireHeaderSize));
+    if (length > wireFrameLimit) return cutOff("an oversized frame: " + oversizedText(length));
+    if (incoming.size() < wireHeaderSize + length) return;
+    const std::string body = incoming.substr(wireHeaderSize, length);
+    incoming.erase(0, wireHeaderSize + length);
+    takeCall(body);
+  }
+}
+
+void HelperLink::takeCall(const std::string& body) {
+  WireReader frame(body);
+  if (static_cast<MachineFrame>(frame.u8()) != MachineFrame::Call) frame.fail("not a call");
+  PendingCall call;
+  call.ticket = frame.u32();
+  call.number = frame.u16();
+  if (frame.failed()) return cutOff(frame.failure());
+  call.arguments = body.substr(sizeof(std::uint8_t) + sizeof call.ticket + sizeof call.number);
+  timeDriver.catchUp();
+  const double latency = half.latencySeconds(call.number, call.arguments);
+  if (latency > 0)
+    delayCall(std::move(call), latency);
+  else
+    answer(call);
+}
+
+void HelperLink::delayCall(PendingCall call, double seconds) {
+  const auto alarm = std::make_shared<asio::steady_timer>(socket.get_executor(),
+                                                          timeDriver.real(fromSeconds(seconds)));
+  alarm->async_wait(
+      [self = weak_from_this(), alarm, late = std::move(call)](const std::error_code& cancelled) {
+        const std::shared_ptr<HelperLink> link = self.lock();
+        if (cancelled || !link || link->closed) return;
+        link->timeDriver.catchUp();
+        link->answer(late);
+      });
+}
+
+void HelperLink::answer(const PendingCall& call) {
+  WireReader arguments(call.arguments);
+  WireWriter result;
+  result.u8(static_cast<std::uint8_t>(MachineFrame::Answer));
+  result.u32(call.ticket);
+  half.serve(call.number, arguments, result);
+  if (arguments.failed())
+    return cutOff("call " + std::to_string(call.number) + ": " + arguments.failure());
+  if (call.ticket != 0) send(result.body());
+  timeDriver.settle();
+}
+
+void HelperLink::sendPower(const PowerMessage& message) {
+  WireWriter frame;
+  frame.u8(static_cast<std::uint8_t>(MachineFrame::Power));
+  frame.u32(message.notifier);
+  frame.u32(message.messageType);
+  frame.i64(message.notificationID);
+  send(frame.body());
+}
+
+void HelperLink::sendClock(const MachineTime& time) {
+  WireWriter frame;
+  frame.u8(static_cast<std::uint8_t>(MachineFrame::Clock));
+  put(frame, time);
+  send(frame.body());
+}
+
+void HelperLink::send(const std::string& frameBody) {
+  if (closed) return;
+  outgoing.push_back(wireFrame(frameBody));
+  if (outgoing.size() == 1) writeNext();
+}
+
+void HelperLink::writeNext() {
+  asio::async_write(socket, asio::buffer(outgoing.front()),
+                    [self = shared_from_this()](const std::error_code& error, std::size_t) {
+                      if (error) return;
+                      self->outgoing.pop_front();
+                      if (!self->outgoing.empty()) self->writeNext();
+                    });
+}
+
+void HelperLink::cutOff(const std::string& reason) {
+  if (closed) return;
+  close();
+  problemHandler(reason);
+}
+
+}  // namespace virtualmac

@@ -1,0 +1,64 @@
+#pragma once
+
+#include <array>
+#include <asio/local/stream_protocol.hpp>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "VirtualMac/Machine/PowerManagement.h"
+#include "VirtualMac/Remote/MachineHalf.h"
+#include "VirtualMac/Server/RealTimeDriver.h"
+
+namespace virtualmac {
+
+/// The machine's end of the connection to one helper process. Calls are answered in the order in
+/// which their latency has passed; one that takes long keeps nobody else waiting.
+///
+/// Failure: a frame that makes no sense ends the connection with a text, and with it the helper,
+/// which can't live without its machine. Whatever else the process does is not this object's
+/// concern: its calls are answered for as long as it is connected.
+class HelperLink final : public std::enable_shared_from_this<HelperLink> {
+ public:
+  using Socket = asio::local::stream_protocol::socket;
+
+  HelperLink(Socket connected, Machine& served, RealTimeDriver& keeper,
+             std::shared_ptr<HelperProcess> helper, Journal& journal, DiskWatch& disk);
+
+  /// Starts reading. `problem` is told what was wrong when the helper is cut off.
+  void start(std::function<void(const std::string&)> problem);
+  /// The helper has ended: makes the calls that it had sent by then.
+  void drain();
+  /// Answers nothing from now on.
+  void close();
+  void sendClock(const MachineTime& time);
+
+ private:
+  struct PendingCall {
+    std::uint32_t ticket = 0;
+    CallNumber number = 0;
+    std::string arguments;
+  };
+  void sendPower(const PowerMessage& message);
+  void readMore();
+  void takeFrames();
+  void takeCall(const std::string& body);
+  void delayCall(PendingCall call, double seconds);
+  void answer(const PendingCall& call);
+  void send(const std::string& body);
+  void writeNext();
+  void cutOff(const std::string& reason);
+
+  Socket socket;
+  RealTimeDriver& timeDriver;
+  std::shared_ptr<HelperProcess> process;
+  MachineHalf half;
+  std::function<void(const std::string&)> problemHandler;
+  std::array<char, 4096> chunk{};
+  std::string incoming;
+  std::deque<std::string> outgoing;
+  bool closed = false;
+};
+
+}  // namespace virtualmac

@@ -1,0 +1,138 @@
+#include "VirtualMac/Server/MachineServer.h"
+
+#include <algorithm>
+#include <csignal>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+namespace virtualmac {
+
+namespace {
+
+/// How long the machine waits for a helper before it sleeps without its answer. However fast time
+/// runs, a process gets some real seconds.
+constexpr double usualAcknowledgementSeconds = 30;
+constexpr double shortestRealAcknowledgement = 2;
+
+}  // namespace
+
+MachineServer::MachineServer(asio::io_context& mainLoop, MachineOptions options)
+    : loop(mainLoop),
+      chosen(std::move(options)),
+      effects([this] { return mac.totalSeconds(); }),
+      mac(chosen.profile, effects),
+      disk(effects, chosen.root.disk()),
+      keeper(loop, mac, chosen.speed),
+      jobs(loop, chosen.root, chosen.helperProgram, chosen.verboseHelper, keeper, mac) {
+  effects.keepEntries(false);
+  effects.addListener([this](const Journal::Entry& entry) {
+    journalFile.append(journalLine(entry));
+    trail.hear(entry);
+    const auto listening = followers;
+    for (const auto& follower : listening) follower->listener(entry);
+  });
+  mac.setDownHandler([this](std::string_view) {
+    losingPower = true;
+    jobs.killNow();
+    losingPower = false;
+  });
+  keeper.setClockHandler([this](const MachineTime& time) {
+    mac.power.acknowledgementSeconds =
+        std::max(usualAcknowledgementSeconds, shortestRealAcknowledgement * time.speed);
+    if (link) link->sendClock(time);
+    jobs.armDeadline();
+  });
+  keeper.setSpeed(chosen.speed);
+  keeper.setSettledHandler([this] { watchPower(); });
+  jobs.setHandlers([this](const JobRunner::Started& started) { helperStarted(started); },
+                   [this](pid_t pid, const ProcessEnd& how) { helperEnded(pid, how); },
+                   [this](const std::string& text) { effects.record("proc", text); });
+}
+
+MachineServer::~MachineServer() {
+  // While the link, which hears of the helper's end, is still there.
+  losingPower = true;
+  jobs.end();
+  if (link) link->close();
+}
+
+std::optional<std::string> MachineServer::start() {
+  std::error_code error;
+  std::filesystem::create_directories(chosen.root.applicationSupport(), error);
+  if (error) return chosen.root.applicationSupport() + ": " + error.message();
+  if (!journalFile.open(chosen.root.journal()))
+    return chosen.root.journal() + ": cannot be written";
+  if (auto problem = jobs.listen()) return problem;
+  change([this](Machine&) { jobs.load(); });
+  return std::nullopt;
+}
+
+void MachineServer::helperStarted(const JobRunner::Started& started) {
+  HelperLink::Socket socket(loop);
+  socket.assign(asio::local::stream_protocol(), started.machineDescriptor);
+  link = std::make_shared<HelperLink>(std::move(socket), mac, keeper, mac.startProcess(started.pid),
+                                      effects, disk);
+  link->start([this, pid = started.pid](const std::string& reason) {
+    effects.record("proc", "helper " + std::to_string(pid) + " cut off: " + reason);
+  });
+}
+
+void MachineServer::helperEnded(pid_t pid, const ProcessEnd& how) {
+  if (link) {
+    // What a helper had asked for before it ended happens; a machine without power does nothing.
+    if (!losingPower) link->drain();
+    link->close();
+  }
+  disk.look();
+  link.reset();
+  mac.endProcess(pid, how);
+}
+
+// The machine switches itself off and on with its battery and its adapter.
+void MachineServer::watchPower() {
+  if (mac.isOff() == wasOff) return;
+  wasOff = mac.isOff();
+  if (!wasOff) jobs.load();
+}
+
+bool MachineServer::signalHelper(int number) {
+  return change([&](Machine&) {
+    const std::optional<pid_t> pid = jobs.helper();
+    if (!pid || !jobs.signal(number)) return false;
+    if (number != SIGKILL) mac.tellSignal(*pid, number);
+    return true;
+  });
+}
+
+void MachineServer::reboot(std::function<void()> done) {
+  change([&](Machine&) {
+    jobs.unload([this, finished = std::move(done)] {
+      mac.reboot();
+      jobs.load();
+      finished();
+    });
+  });
+}
+
+void MachineServer::powerLoss() {
+  change([this](Machine& machine) {
+    machine.powerLoss();
+    if (!machine.isOff()) jobs.load();
+  });
+}
+
+void MachineServer::shutDown(std::function<void()> done) {
+  change([&](Machine& machine) {
+    machine.tell("going down");
+    jobs.unload(std::move(done));
+  });
+}
+
+std::function<void()> MachineServer::follow(JournalListener listener) {
+  auto follower = std::make_shared<Follower>(Follower{std::move(listener)});
+  followers.push_back(follower);
+  return [this, follower] { std::erase(followers, follower); };
+}
+
+}  // namespace virtualmac

@@ -1,0 +1,105 @@
+#pragma once
+
+#include <asio/io_context.hpp>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "VirtualMac/Machine/Machine.h"
+#include "VirtualMac/Remote/DiskWatch.h"
+#include "VirtualMac/Schedule/Journal.h"
+#include "VirtualMac/Server/EnforcementTrail.h"
+#include "VirtualMac/Server/HelperLink.h"
+#include "VirtualMac/Server/JobRunner.h"
+#include "VirtualMac/Server/JournalFile.h"
+#include "VirtualMac/Server/RealTimeDriver.h"
+#include "VirtualMac/Server/RootDirectory.h"
+
+namespace virtualmac {
+
+struct MachineOptions {
+  Profile profile;
+  double speed = 1;
+  RootDirectory root;
+  std::string helperProgram;
+  bool verboseHelper = false;
+};
+
+/// A virtual Mac that runs: the machine, its time, its launchd and its one helper. Everything here
+/// outlives the helper. One thread, the context's; whoever changes the machine does it in `change`.
+///
+/// Effects are appended to the journal file in the root directory as they happen, and handed to
+/// those who follow; nothing of them is kept in memory.
+class MachineServer {
+ public:
+  using JournalListener = std::function<void(const Journal::Entry&)>;
+
+  MachineServer(asio::io_context& loop, MachineOptions chosen);
+  ~MachineServer();
+  MachineServer(const MachineServer&) = delete;
+  MachineServer& operator=(const MachineServer&) = delete;
+
+  /// Prepares the root directory and publishes the service. None: done; else what went wrong.
+  std::optional<std::string> start();
+
+  [[nodiscard]] Machine& machine() { return mac; }
+  [[nodiscard]] RealTimeDriver& timeDriver() { return keeper; }
+  [[nodiscard]] JobRunner& launchd() { return jobs; }
+  [[nodiscard]] Journal& journal() { return effects; }
+  /// Whether the limit is enforced, as far as the helper's words tell.
+  [[nodiscard]] const Enforcement& enforcement() const { return trail.now(); }
+  [[nodiscard]] const MachineOptions& options() const { return chosen; }
+  [[nodiscard]] asio::io_context& context() { return loop; }
+  /// How long the journal file is.
+  [[nodiscard]] std::uint64_t journalSize() const { return journalFile.size(); }
+
+  /// Brings the machine to the present, makes a change, and lets what follows happen.
+  template <class Change>
+  auto change(Change&& make) {
+    keeper.catchUp();
+    struct Settle {
+      RealTimeDriver& keeper;
+      ~Settle() { keeper.settle(); }
+    } const settle{keeper};
+    return make(mac);
+  }
+
+  /// Sends the helper a signal. False: none runs. Journalled as `proc  signal 19 to helper 412`,
+  /// but for a kill, which the helper's end tells.
+  bool signalHelper(int number);
+  /// Ends the helper the orderly way, restarts, and loads the job anew. `done` runs afterwards.
+  void reboot(std::function<void()> done);
+  /// Takes the power away and gives it back.
+  void powerLoss();
+  /// Ends the helper the orderly way for good.
+  void shutDown(std::function<void()> done);
+
+  /// Everything that is journalled from now on, until the returned function is called.
+  std::function<void()> follow(JournalListener listener);
+
+ private:
+  struct Follower {
+    JournalListener listener;
+  };
+  void helperStarted(const JobRunner::Started& started);
+  void helperEnded(pid_t pid, const ProcessEnd& how);
+  void watchPower();
+
+  asio::io_context& loop;
+  MachineOptions chosen;
+  JournalFile journalFile;
+  std::vector<std::shared_ptr<Follower>> followers;
+  EnforcementTrail trail;
+  Journal effects;
+  Machine mac;
+  DiskWatch disk;
+  RealTimeDriver keeper;
+  JobRunner jobs;
+  std::shared_ptr<HelperLink> link;
+  bool wasOff = false;
+  bool losingPower = false;
+};
+
+}  // namespace virtualmac

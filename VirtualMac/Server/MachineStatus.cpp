@@ -1,0 +1,152 @@
+#include "VirtualMac/Server/MachineStatus.h"
+
+#include <fmt/format.h>
+
+#include <nlohmann/json.hpp>
+#include <string_view>
+#include <vector>
+
+#include "VirtualMac/Machine/FaultNames.h"
+#include "VirtualMac/Server/MachineServer.h"
+
+namespace virtualmac {
+
+namespace {
+
+constexpr std::string_view chargingKeys[] = {"CHTE", "CH0B", "CH0C"};
+constexpr std::string_view inflowKeys[] = {"CHIE", "CH0I", "CH0J"};
+
+template <std::size_t Count>
+std::vector<std::string> presentKeys(const SMC& smc, const std::string_view (&names)[Count]) {
+  std::vector<std::string> lines;
+  for (const std::string_view name : names) {
+    const auto bytes = smc.value(name);
+    if (!bytes) continue;
+    std::string line(name);
+    for (const std::uint8_t byte : *bytes) line += fmt::format(" {:02x}", byte);
+    lines.push_back(std::move(line));
+  }
+  return lines;
+}
+
+std::string joined(const std::vector<std::string>& parts, std::string_view separator) {
+  std::string whole;
+  for (const std::string& part : parts)
+    whole += (whole.empty() ? "" : std::string(separator)) + part;
+  return whole;
+}
+
+std::string withKeys(std::string_view meaning, const std::vector<std::string>& keys) {
+  return fmt::format("{} ({})", meaning, keys.empty() ? "no key" : joined(keys, ", "));
+}
+
+std::string chargeText(const Battery& battery) {
+  if (!battery.isPresent()) return "none";
+  const std::string_view doing = battery.isCharging()   ? "charging"
+                                 : battery.isDraining() ? "draining"
+                                 : battery.isFull()     ? "full"
+                                                        : "holding";
+  return fmt::format("{} %, {}, {:.1f} C", battery.percent(), doing,
+                     static_cast<double>(battery.temperatureHundredths()) / 100);
+}
+
+std::string_view powerText(const Machine& machine) {
+  if (machine.isOff()) return "off";
+  switch (machine.power.phase()) {
+    case SleepPhase::Awake:
+      return "awake";
+    case SleepPhase::Asking:
+    case SleepPhase::Leaving:
+      return "falling asleep";
+    case SleepPhase::Asleep:
+      return "asleep";
+  }
+  return "awake";
+}
+
+std::string lidText(const Lid& lid) {
+  if (!lid.exists()) return "none";
+  return lid.isClosed() ? "closed" : "open";
+}
+
+std::string helperText(MachineServer& server) {
+  const auto pid = server.launchd().helper();
+  const std::uint64_t starts = server.launchd().starts();
+  if (!pid) return fmt::format("not running, {} start(s)", starts);
+  return fmt::format("pid {}, {} start(s)", *pid, starts);
+}
+
+std::string nativeText(const PowerUI& powerUI) {
+  return powerUI.currentLimit() == 0 ? "none" : fmt::format("{} %", powerUI.currentLimit());
+}
+
+}  // namespace
+
+std::string statusText(MachineServer& server) {
+  const Machine& machine = server.machine();
+  const std::vector<std::string> faults = activeFaults(machine);
+  const std::pair<std::string_view, std::string> rows[] = {
+      {"machine",
+       fmt::format("{}, {}, {:.1f} s at {:g}x", machine.profile().name, powerText(machine),
+                   machine.totalSeconds(), server.timeDriver().speed())},
+      {"battery", chargeText(machine.battery)},
+      {"adapter", machine.adapter.isConnected() ? "connected" : "disconnected"},
+      {"gate", withKeys(machine.smc.chargingInhibited() ? "charging inhibited" : "charging allowed",
+                        presentKeys(machine.smc, chargingKeys))},
+      {"inflow", withKeys(machine.smc.inflowInhibited() ? "inhibited" : "flows",
+                          presentKeys(machine.smc, inflowKeys))},
+      {"native limit", nativeText(machine.powerUI)},
+      {"lid", lidText(machine.lid) + (machine.lid.displayConnected() ? ", external display" : "")},
+      {"SleepDisabled", machine.power.sleepDisabled() ? "1" : "0"},
+      {"assertions", fmt::format("{}", machine.power.assertions().size())},
+      {"helper", helperText(server)},
+      {"enforcement", enforcementText(server.enforcement())},
+      {"faults", faults.empty() ? "none" : joined(faults, "; ")},
+  };
+  std::string text;
+  for (const auto& [label, value] : rows) text += fmt::format("{:<14} {}\n", label, value);
+  return text;
+}
+
+std::string statusJSON(MachineServer& server) {
+  const Machine& machine = server.machine();
+  const auto pid = server.launchd().helper();
+  nlohmann::ordered_json keys = nlohmann::ordered_json::object();
+  for (const SMCKeyProfile& key : machine.profile().smcKeys) {
+    if (const auto bytes = machine.smc.value(key.name)) keys[key.name] = *bytes;
+  }
+  nlohmann::ordered_json assertions = nlohmann::ordered_json::array();
+  for (const Assertion& each : machine.power.assertions())
+    assertions.push_back({{"id", each.id}, {"pid", each.owner}, {"type", each.type}});
+  nlohmann::ordered_json status = {
+      {"profile", machine.profile().name},
+      {"power", powerText(machine)},
+      {"seconds", machine.totalSeconds()},
+      {"uptimeSeconds", machine.uptimeSeconds()},
+      {"clock", korvel::iso8601Text(machine.wallClock())},
+      {"speed", server.timeDriver().speed()},
+      {"batteryPercent", machine.battery.exactPercent()},
+      {"charging", machine.battery.isCharging()},
+      {"draining", machine.battery.isDraining()},
+      {"temperatureCelsius", static_cast<double>(machine.battery.temperatureHundredths()) / 100},
+      {"adapterConnected", machine.adapter.isConnected()},
+      {"chargingInhibited", machine.smc.chargingInhibited()},
+      {"inflowInhibited", machine.smc.inflowInhibited()},
+      {"smcKeys", keys},
+      {"smcWrites", machine.smc.totalWrites()},
+      {"forbiddenWrites", machine.smc.forbiddenWrites()},
+      {"nativeLimit", machine.powerUI.currentLimit()},
+      {"lidClosed", machine.lid.isClosed()},
+      {"displayConnected", machine.lid.displayConnected()},
+      {"sleepDisabled", machine.power.sleepDisabled()},
+      {"assertions", assertions},
+      {"helperPid", pid ? nlohmann::ordered_json(*pid) : nlohmann::ordered_json(nullptr)},
+      {"helperStarts", server.launchd().starts()},
+      {"enforcement", enforcementJSON(server.enforcement())},
+      {"faults", activeFaults(machine)},
+      {"root", server.options().root.path},
+  };
+  return status.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
+}  // namespace virtualmac

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <asio/io_context.hpp>
+#include <asio/steady_timer.hpp>
+#include <chrono>
+#include <functional>
+
+#include "VirtualMac/Machine/Machine.h"
+#include "VirtualMac/Remote/MachineTime.h"
+
+namespace virtualmac {
+
+/// Lets a machine's virtual time follow real time, faster by `speed`. Whoever touches the machine
+/// first lets it catch up and then lets it settle; between that, a timer wakes it for what it does
+/// by itself.
+class RealTimeDriver {
+ public:
+  using ClockHandler = std::function<void(const MachineTime&)>;
+
+  RealTimeDriver(asio::io_context& context, Machine& kept, double startSpeed);
+
+  /// Called when the uptime begins to run differently: asleep, awake, another speed.
+  void setClockHandler(ClockHandler handler) { clockHandler = std::move(handler); }
+  /// Called after every settling, when everything that was due has happened.
+  void setSettledHandler(std::function<void()> handler) { settledHandler = std::move(handler); }
+
+  /// Brings the machine to the present moment.
+  void catchUp();
+  /// Lets what follows from a change happen, and arranges to be woken for the next event.
+  void settle();
+
+  /// Virtual seconds in a real one from now on; what has passed so far keeps its speed.
+  void setSpeed(double newSpeed);
+  [[nodiscard]] double speed() const { return currentSpeed; }
+  /// How the uptime runs from now on.
+  [[nodiscard]] MachineTime time() const;
+  /// The real duration of a virtual one, in the future.
+  [[nodiscard]] std::chrono::nanoseconds real(Nanoseconds virtualDuration) const;
+
+ private:
+  void arm();
+  [[nodiscard]] bool isFrozen() const;
+
+  Machine& machine;
+  asio::steady_timer alarm;
+  ClockHandler clockHandler;
+  std::function<void()> settledHandler;
+  double currentSpeed;
+  std::int64_t steadyAtBase;
+  Nanoseconds totalAtBase;
+  bool wasFrozen = false;
+};
+
+}  // namespace virtualmac
