@@ -10,43 +10,9 @@
 #include "Base/PropertyValue.h"
 #include "Platform/KernelTypes.h"
 #include "VirtualMac/Machine/MachineContext.h"
+#include "VirtualMac/Machine/PowerTypes.h"
 
 namespace virtualmac {
-
-inline constexpr korvel::KernReturn ioReturnNotFound = static_cast<korvel::KernReturn>(0xE00002F0U);
-
-enum class SleepReason : std::uint8_t { Idle, Lid, Requested, LowBattery };
-std::string_view sleepReasonText(
-    SleepReason reason);  ///< "idle", "lid", "requested", "low battery"
-
-/// Awake, asking whether it may sleep, telling that it will, asleep.
-enum class SleepPhase : std::uint8_t { Awake, Asking, Leaving, Asleep };
-
-struct Assertion {
-  std::uint32_t id = 0;
-  std::int32_t owner = 0;
-  std::string type;
-  std::string name;
-  std::int64_t level = 0;                       ///< 0: off.
-  std::optional<Nanoseconds> releasedAtUptime;  ///< Its time-out.
-  bool releaseOnTimeout = false;                ///< Otherwise the time-out only turns it off.
-};
-
-/// What the power manager needs to know of the rest of the machine.
-struct SleepConditions {
-  bool adapterConnected = false;
-  bool lidClosed = false;
-  bool displayConnected = false;
-  bool batteryLow = false;  ///< Running from a battery with nothing left.
-};
-
-/// A root-domain message on its way to one registration of one process.
-struct PowerMessage {
-  std::int32_t pid = 0;
-  korvel::ObjectRef notifier = 0;
-  std::uint32_t messageType = 0;
-  std::intptr_t notificationID = 0;  ///< 0 for messages that take no acknowledgement.
-};
 
 /// Power assertions, the SleepDisabled setting, and the way in and out of sleep. Journals:
 ///   power assertion 33001 created PreventUserIdleSystemSleep "name" (pid 412, 14400 s)
@@ -124,7 +90,8 @@ class PowerManagement {
   korvel::KernReturn acknowledge(std::int32_t pid, korvel::ObjectRef notifier,
                                  std::intptr_t notificationID);
 
-  /// For Machine: what is due happens; time passes; what a dead process or a reboot takes along.
+  /// For Machine: lets happen whatever is due, lets time pass, and drops what ends with a process or
+  /// with a reboot.
   void settle(const SleepConditions& conditions);
   [[nodiscard]] Nanoseconds untilNextEvent() const;
   void pass(Nanoseconds duration);

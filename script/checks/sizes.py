@@ -1,16 +1,16 @@
 #!/usr/bin/env python3
-"""Checks lengths: functions, files, headers, headers of the seam.
+"""Checks lengths: of functions, sources, headers, tables, Python and shell files.
 
 usage: sizes.py REPOSITORY
        sizes.py --self-test
 """
+import ast
 import re
 
 import tree
 
-FUNCTION_LINES, SOURCE_LINES = 70, 400
-# Headers of the seam, of the helper, of everything else; the first that matches counts.
-HEADER_LINES = [("KorvelHelper/Platform/", 80), ("KorvelHelper/", 150), ("", 175)]
+FUNCTION_LINES = 70
+SEAM_HEADER_LINES, HEADER_LINES, SOURCE_LINES, SHELL_LINES = 80, 150, 400, 150
 # One object with one declaration: the core's fields and their guards are read side by side.
 LONGER = {"KorvelHelper/HelperImpl.h": 230}
 NOT_A_FUNCTION = re.compile(r"^\s*(?:inline\s+)?(?:namespace|class|struct|union|enum|extern)\b|=\s*$")
@@ -45,25 +45,40 @@ def function_bodies(code):
             head_start = offset + 1
 
 
-def allowed_lines(name):
-    if name in LONGER:
-        return LONGER[name]
+def python_functions(text):
+    """(first line, last line) of every function of a Python file."""
+    return [(node.lineno, node.end_lineno) for node in ast.walk(ast.parse(text))
+            if isinstance(node, (ast.FunctionDef, ast.AsyncFunctionDef))]
+
+
+def lines_of_source(name):
     if name.endswith(tree.SOURCES):
         return SOURCE_LINES
-    return next(lines for folder, lines in HEADER_LINES if name.startswith(folder))
+    seam = name.startswith("KorvelHelper/Platform/")
+    return LONGER.get(name, SEAM_HEADER_LINES if seam else HEADER_LINES)
+
+
+def findings(name, text, allowed, functions):
+    lines = text.count("\n")
+    if lines > allowed:
+        yield f"{name}: {lines} lines, {allowed} at most"
+    for first, last in functions:
+        if last - first + 1 > FUNCTION_LINES:
+            yield (f"{name}:{first}: a function of {last - first + 1} lines, "
+                   f"{FUNCTION_LINES} at most")
 
 
 def check(root):
     found = []
     for name in tree.files(root):
         text = tree.read(root, name)
-        lines = text.count("\n")
-        if lines > allowed_lines(name):
-            found.append(f"{name}: {lines} lines, {allowed_lines(name)} at most")
-        for first, last in function_bodies(tree.blanked(text)):
-            if last - first + 1 > FUNCTION_LINES:
-                found.append(f"{name}:{first}: a function of {last - first + 1} lines, "
-                             f"{FUNCTION_LINES} at most")
+        found += findings(name, text, lines_of_source(name), function_bodies(tree.blanked(text)))
+    for name, language in tree.scripts(root):
+        text = tree.read(root, name)
+        if language == "python":
+            found += findings(name, text, SOURCE_LINES, python_functions(text))
+        else:
+            found += findings(name, text, SHELL_LINES, [])
     return found
 
 
@@ -78,12 +93,16 @@ def self_test():
     tree.expect(check, {"Tests/unit/T.cpp": "TEST(A, B) {\n" + long_body + "}\n"}, "T.cpp:1:")
     tree.expect(check, {"Tests/unit/T.cpp": "\n" * 401}, "401 lines, 400 at most")
     tree.expect(check, {"KorvelHelper/M.h": "\n" * 151}, "151 lines, 150 at most")
-    tree.expect(check, {"VirtualMac/M.h": "\n" * 176}, "176 lines, 175 at most")
+    tree.expect(check, {"VirtualMac/M.def": "\n" * 151}, "M.def: 151 lines, 150 at most")
+    tree.expect(check, {"script/a.py": "\n" * 401, "script/b": "#!/usr/bin/env bash\n" * 151,
+                        "script/c": "text\n" * 999, "script/d.sh": "\n" * 150},
+                "a.py: 401 lines, 400 at most", "b: 151 lines, 150 at most")
+    tree.expect(check, {"Tests/t.py": "\ndef f():\n" + "    pass\n" * 70}, "t.py:2: a function of 71")
     tree.expect(check, {"KorvelHelper/Platform/P.h": "\n" * 81}, "81 lines, 80 at most")
     assert list(function_bodies(tree.blanked("struct A { int x = 1; };\nint f() { return '{'; }\n"
                                              "int g() {\n}\n"))) == [(2, 2), (3, 4)]
 
 
 if __name__ == "__main__":
-    tree.run(__doc__, self_test, check, "C++ files", "every file and function is short enough",
-             lambda root: len(tree.files(root)))
+    tree.run(__doc__, self_test, check, "files", "every file and function is short enough",
+             lambda root: len(tree.files(root)) + len(tree.scripts(root)))

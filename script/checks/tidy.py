@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
-"""Runs clang-tidy 19 (.clang-tidy) on every source that a build compiles, two or more at a time.
+"""Runs clang-tidy 19 (.clang-tidy) on every source that a build compiles, two or more at a time. A
+source of several builds is tidied as the first of them compiles it.
 
-usage: tidy.py REPOSITORY BUILD [FILE...]
+usage: tidy.py REPOSITORY BUILD... [-- FILE...]
 """
 import concurrent.futures
 import json
@@ -16,9 +17,10 @@ FINDING = re.compile(r"^(?=\S+:\d+:\d+: (?:error|warning): )", re.M)
 
 
 def compiled(root, build):
+    """Paths of the tree's own sources that a build compiles."""
     commands = json.loads((build / "compile_commands.json").read_text(encoding="utf-8"))
     names = {pathlib.Path(c["directory"], c["file"]).resolve() for c in commands}
-    return sorted(n for n in names if n.is_relative_to(root) and not n.is_relative_to(root / "build"))
+    return [n for n in names if n.is_relative_to(root) and not n.is_relative_to(root / "build")]
 
 
 def tidy(root, build, source):
@@ -30,15 +32,17 @@ def tidy(root, build, source):
 def main(arguments):
     if len(arguments) < 2 or arguments[0].startswith("-"):
         sys.exit(__doc__.strip())
-    root, build = (pathlib.Path(a).resolve() for a in arguments[:2])
-    asked = {pathlib.Path(f).resolve() for f in arguments[2:]}
-    sources = [s for s in compiled(root, build) if not asked or s in asked]
+    end = arguments.index("--") if "--" in arguments else len(arguments)
+    root, *builds = (pathlib.Path(a).resolve() for a in arguments[:end])
+    asked = {pathlib.Path(f).resolve() for f in arguments[end + 1:]}
+    build_of = {s: build for build in reversed(builds) for s in compiled(root, build)}
+    sources = sorted(s for s in build_of if not asked or s in asked)
     if not sources:
-        sys.exit("no source to tidy: none of the files is compiled by that build")
+        sys.exit("no source to tidy: none of the files is compiled")
     failed, said = 0, set()  # A header's finding comes with every source that includes it.
     workers = int(os.environ.get("JOBS", os.cpu_count() or 1))
     with concurrent.futures.ThreadPoolExecutor(workers) as pool:
-        for status, text in pool.map(lambda s: tidy(root, build, s), sources):
+        for status, text in pool.map(lambda s: tidy(root, build_of[s], s), sources):
             failed += status != 0
             for finding in FINDING.split(text):
                 if finding.strip() and finding not in said:

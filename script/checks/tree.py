@@ -6,6 +6,7 @@ import re
 import sys
 import tempfile
 
+SCRIPT_FOLDERS = (".ci", "cmake", "script")
 TOP_FOLDERS = ("KorvelHelper", "VirtualMac", "Tests", "Benchmarks", "Packaging")
 SOURCES = (".cpp", ".mm", ".cc", ".m")
 HEADERS = (".h", ".hpp", ".def")
@@ -26,6 +27,23 @@ def files(root, suffixes=SOURCES + HEADERS):
         for path in (root / folder).rglob("*"):
             if path.suffix in suffixes and path.is_file():
                 found.append(path.relative_to(root).as_posix())
+    return sorted(found)
+
+
+def scripts(root):
+    """Paths of the Python and shell files, told by their ending or their first line, and which of
+    the two: pairs (name, "python" or "shell"), sorted."""
+    found = []
+    for folder in TOP_FOLDERS + SCRIPT_FOLDERS:
+        for path in (root / folder).rglob("*"):
+            if not path.is_file() or path.suffix not in (".py", ".sh", ""):
+                continue
+            with path.open("rb") as file:
+                first = file.readline() if path.suffix == "" else b"#! " + path.suffix.encode()
+            kind = re.match(rb"#!.*(python|\.py|\b(?:ba)?sh\b|\.sh)", first)
+            if kind:
+                found.append((path.relative_to(root).as_posix(),
+                              "python" if b"py" in kind.group(1) else "shell"))
     return sorted(found)
 
 

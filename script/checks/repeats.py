@@ -1,0 +1,62 @@
+#!/usr/bin/env python3
+"""Checks that no passage of code stands twice: the same lines, one after another, in two places.
+
+Blank lines, comments and include directives do not count, and neither does white space. Tests are
+left out: a test may tell its story again.
+
+usage: repeats.py REPOSITORY
+       repeats.py --self-test
+"""
+import tree
+
+FOLDERS = ("KorvelHelper/", "VirtualMac/")
+LINES = 12  # A passage may be this long and stand twice.
+
+
+def code_lines(text):
+    """(line number, line) of every line that counts. Literals count with what they say."""
+    for number, (line, bare) in enumerate(zip(text.splitlines(), tree.blanked(text).splitlines()),
+                                          1):
+        if bare.strip() and not bare.lstrip().startswith("#include"):
+            yield number, "".join(line.split())
+
+
+def check(root):
+    seen, found = {}, []
+    for name in (name for name in tree.files(root) if name.startswith(FOLDERS)):
+        lines = list(code_lines(tree.read(root, name)))
+        skipped = 0  # Windows that belong to the passage that was told last.
+        for start in range(len(lines) - LINES):
+            window = tuple(line for _, line in lines[start:start + LINES + 1])
+            place = (name, lines[start][0])
+            first = seen.setdefault(window, place)
+            if first == place:
+                skipped = 0
+            elif skipped:
+                skipped -= 1
+            else:
+                found.append(f"{name}:{place[1]}: more than {LINES} lines that also begin at "
+                             f"{first[0]}:{first[1]}")
+                skipped = LINES
+    return found
+
+
+def self_test():
+    passage = "".join(f"call({n});\n" for n in range(LINES))
+    other = passage.replace("call", "ask")
+    tree.expect(check, {"VirtualMac/A.cpp": "int a;\n" + passage + "int b;\n",
+                        "VirtualMac/B.cpp": "int c;\n" + passage + "int d;\n"})
+    longer = passage + "end();\n"
+    spaced = longer.replace("call(5)", "// a comment\n\n  call( 5 )")
+    tree.expect(check, {"KorvelHelper/A.cpp": "int a;\n" + longer, "VirtualMac/B.cpp": spaced},
+                "B.cpp:1: more than 12 lines that also begin at KorvelHelper/A.cpp:2")
+    tree.expect(check, {"VirtualMac/A.cpp": longer + other + longer}, "VirtualMac/A.cpp:26")
+    tree.expect(check, {"VirtualMac/A.cpp": longer,
+                        "VirtualMac/B.cpp": longer.replace("call(7)", "call(70)")})
+    tree.expect(check, {"VirtualMac/A.cpp": longer, "Tests/B.cpp": longer})
+
+
+if __name__ == "__main__":
+    tree.run(__doc__, self_test, check, "C++ files",
+             f"no passage of more than {LINES} lines stands twice",
+             lambda root: sum(name.startswith(FOLDERS) for name in tree.files(root)))
