@@ -11,10 +11,9 @@ namespace virtualmac {
 
 class Machine;
 
-/// The gate under the baton. A call takes its latency (the fault table's and the machine's) first
-/// and has its effect at the end of it, so a process that is killed meanwhile has none. For a dead
-/// process every call unwinds its caller, but those that give something back: they are answered
-/// with a fault, which tells the adapter to leave the machine alone.
+/// The gate under the baton. A call has its effect after its latency (the fault table's and the
+/// machine's), so it has none when the process is killed meanwhile. The calls of a dead process
+/// unwind their caller. Those of kind Release get a fault instead, which keeps them from the model.
 class BatonGate final : public CallGate {
  public:
   BatonGate(Scheduler& baton, ThreadGroup& owner, FaultTable& faultTable, const Machine& mac,

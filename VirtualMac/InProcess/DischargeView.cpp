@@ -21,17 +21,14 @@ bool isDischargeKey(std::string_view key) {
 
 // ---- readings
 
-Readings::Readings(Machine& observed)
-    : eye(observed, 0), registry(gate, eye), powerSources(gate, eye) {}
-
 std::optional<std::int64_t> Readings::capacity() {
-  return korvel::MachineReadings::batteryCapacityPercent(powerSources);
+  return korvel::MachineReadings::batteryCapacityPercent(eye.powerSources);
 }
 
-bool Readings::lidClosed() { return korvel::MachineReadings::clamshellClosed(registry); }
+bool Readings::lidClosed() { return korvel::MachineReadings::clamshellClosed(eye.registry); }
 
 std::optional<std::int64_t> Readings::celsius() {
-  return korvel::MachineReadings::batteryTemperatureCelsius(registry);
+  return korvel::MachineReadings::batteryTemperatureCelsius(eye.registry);
 }
 
 // ---- view

@@ -5,7 +5,6 @@
 #include <optional>
 #include <utility>
 
-#include "VirtualMac/InProcess/GatedHardware.h"
 #include "VirtualMac/InProcess/Invariant.h"
 #include "VirtualMac/Machine/Machine.h"
 
@@ -15,23 +14,14 @@ namespace virtualmac {
 /// no fault is put in the place of its calls.
 class Readings {
  public:
-  explicit Readings(Machine& observed);
+  explicit Readings(Machine& observed) : eye(observed, 0) {}
 
   std::optional<std::int64_t> capacity();
   bool lidClosed();
   std::optional<std::int64_t> celsius();
 
  private:
-  /// Lets everything through.
-  class OpenGate final : public CallGate {
-   public:
-    std::optional<InjectedFault> enter(SeamCall /*call*/) override { return std::nullopt; }
-  };
-
-  OpenGate gate;
   HelperProcess eye;
-  GatedIORegistry registry;
-  GatedPowerSources powerSources;
 };
 
 /// What can be told from outside of discharging: whether one runs, whether keep-awake is armed, and

@@ -15,30 +15,37 @@ HostedProcess::HostedProcess(HostSurroundings surroundings, std::int32_t pid)
       dispatch(around.scheduler, group, main, around.observers),
       gate(around.scheduler, group, around.faults, around.machine, around.observers,
            [this] { end(ProcessEnd{std::nullopt, SIGKILL}); }),
-      smc(gate, *process),
-      registry(gate, *process),
-      powerSources(gate, *process),
-      assertions(gate, *process),
-      powerSettings(gate, *process),
-      rootDomain(gate, *process,
-                 [this](korvel::Task work) { dispatch.postToMain(std::move(work)); }),
-      smartCharge(gate, *process),
-      files(gate, *process),
-      codeSigning(gate, *process),
-      clock(*this),
-      log(*this),
+      machineLog(*this),
+      smc(gate, process->smc),
+      registry(gate, process->registry),
+      powerSources(gate, process->powerSources),
+      assertions(gate, process->assertions),
+      powerSettings(gate, process->powerSettings),
+      rootDomain(gate, process->rootDomain),
+      smartCharge(gate, process->smartCharge),
+      files(gate, process->files),
+      codeSigning(gate, process->codeSigning),
+      clock(gate, process->clock),
+      log(gate, machineLog),
       xpc(XPCSurroundings{around.scheduler, group, around.endpoint, around.machine.signatures,
                           around.journal, around.reportViolation,
                           korvel::KorvelHelperMachServiceName, around.observers,
                           around.machine.connectionsBreak}),
       self(*this),
       seam{smc,   registry, powerSources, assertions, powerSettings, rootDomain, smartCharge,
-           files, dispatch, clock,        log,        codeSigning,   xpc,        self} {}
+           files, dispatch, clock,        log,        codeSigning,   xpc,        self} {
+  process->rootDomain.setMessageHandler([this](const PowerMessage& message) {
+    dispatch.postToMain([this, message] {
+      rootDomain.deliver(message.notifier, message.messageType,
+                         static_cast<std::uintptr_t>(message.notificationID));
+    });
+  });
+}
 
 void HostedProcess::end(ProcessEnd by) {
   if (!group.alive()) return;
   how = by;
-  // The machine forgets the process first: whatever unwinds from here on finds nothing there.
+  // The machine forgets the process first, so that nothing that unwinds finds it there.
   around.machine.endProcess(process->pid(), by);
   around.scheduler.end(group);
 }
@@ -53,14 +60,8 @@ void HostedProcess::afterEnd() {
   around.gone(*this);
 }
 
-korvel::Date HostedProcess::Clock::now() {
-  host.gate.enter(SeamCall::clockNow);
-  return host.around.machine.wallClock();
-}
-
 void HostedProcess::Log::emit(std::string_view /*subsystem*/, std::string_view category,
                               korvel::LogLevel level, std::string_view text) {
-  if (host.gate.enter(SeamCall::logEmit)) return;
   host.around.log(level, category, text);
 }
 

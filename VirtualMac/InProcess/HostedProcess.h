@@ -8,20 +8,18 @@
 #include "Platform/Platform.h"
 #include "Platform/Process.h"
 #include "Platform/UnifiedLog.h"
-#include "Platform/WallClock.h"
 #include "VirtualMac/InProcess/BatonGate.h"
-#include "VirtualMac/InProcess/GatedHardware.h"
-#include "VirtualMac/InProcess/GatedPower.h"
-#include "VirtualMac/InProcess/GatedSystem.h"
+#include "VirtualMac/InProcess/Gated.h"
 #include "VirtualMac/InProcess/InProcessXPC.h"
 #include "VirtualMac/Machine/Machine.h"
+#include "VirtualMac/Schedule/PowerCallbacks.h"
 #include "VirtualMac/Schedule/VirtualDispatch.h"
 
 namespace virtualmac {
 
 class HostedProcess;
 
-/// What a hosted process stands on.
+/// The surroundings of a hosted process, which outlive it.
 struct HostSurroundings {
   Machine& machine;
   Scheduler& scheduler;
@@ -31,11 +29,11 @@ struct HostSurroundings {
   const ScheduleObservers& observers;
   std::function<void(std::string)> reportViolation;
   std::function<void(korvel::LogLevel, std::string_view category, std::string_view text)> log;
-  std::function<void(HostedProcess&)> gone;  ///< Ended and unwound.
+  std::function<void(HostedProcess&)> gone;  ///< Told when it has ended and unwound.
 };
 
-/// One helper process in this process: its threads, and its seam over the machine. The seam stays
-/// valid after the end, for objects that a test still holds; the machine answers nothing then.
+/// One helper process in this process: its threads, and its seam over the machine. Tests may use
+/// the seam after the end; the machine answers nothing then.
 class HostedProcess final {
  public:
   HostedProcess(HostSurroundings surroundings, std::int32_t pid);
@@ -49,20 +47,12 @@ class HostedProcess final {
   /// How it ended; both absent while it runs.
   [[nodiscard]] const ProcessEnd& endedBy() const { return how; }
 
-  /// The process ends here and now. A caller on one of its threads unwinds by itself.
+  /// Ends the process now. A caller on one of its threads must unwind by itself.
   void end(ProcessEnd by);
-  /// Adds a further thread, busy with `body`.
+  /// Starts another thread, which runs `body`.
   void startThread(std::string name, korvel::Task body);
 
  private:
-  class Clock final : public korvel::WallClock {
-   public:
-    explicit Clock(HostedProcess& owner) : host(owner) {}
-    korvel::Date now() override;
-
-   private:
-    HostedProcess& host;
-  };
   class Log final : public korvel::UnifiedLog {
    public:
     explicit Log(HostedProcess& owner) : host(owner) {}
@@ -93,17 +83,18 @@ class HostedProcess final {
   std::shared_ptr<HelperProcess> process;
   VirtualDispatch dispatch;
   BatonGate gate;
-  GatedSMCUserClient smc;
-  GatedIORegistry registry;
-  GatedPowerSources powerSources;
-  GatedPowerAssertions assertions;
-  GatedPowerSettings powerSettings;
-  GatedRootPowerDomain rootDomain;
-  GatedSmartChargeRuntime smartCharge;
-  GatedFileSystem files;
-  GatedCodeSigning codeSigning;
-  Clock clock;
-  Log log;
+  Log machineLog;
+  Gated<korvel::SMCUserClient> smc;
+  Gated<korvel::IORegistry> registry;
+  Gated<korvel::PowerSources> powerSources;
+  Gated<korvel::PowerAssertions> assertions;
+  Gated<korvel::PowerSettings> powerSettings;
+  PowerCallbacks<Gated<korvel::RootPowerDomain>> rootDomain;
+  Gated<korvel::SmartChargeRuntime> smartCharge;
+  Gated<korvel::FileSystem> files;
+  Gated<korvel::CodeSigning> codeSigning;
+  Gated<korvel::WallClock> clock;
+  Gated<korvel::UnifiedLog> log;
   InProcessXPC xpc;
   Self self;
   korvel::Platform seam;

@@ -19,11 +19,11 @@ inline constexpr korvel::SecurityStatus securityInvalidObject = -67071;
 
 /// The team that signs the helper and the application of the built-in identities.
 inline constexpr std::string_view virtualTeam = "ABCDE12345";
-/// Where the virtual helper's program stands.
+/// The path of the virtual helper's program.
 inline constexpr std::string_view helperProgramPath =
     "/Applications/Korvel.app/Contents/MacOS/KorvelHelper";
 
-/// Who signed what: identities by name, and which program (by path, by pid) has which.
+/// The signing identities by name, and the identity of each program, by path and by pid.
 /// Built in: "app", "helper", "other-identifier", "other-team", "development" (no Developer ID leaf
 /// extension), "ad-hoc", "unsigned", "apple" (Apple's own).
 ///
@@ -53,17 +53,19 @@ class CodeSignatures {
   std::map<std::int32_t, std::string> pids;
 };
 
-/// One process's code objects: the seam's calls.
-class CodeSigningClient {
+/// The seam's code signing calls as one process makes them, with its code objects.
+class CodeSigningClient final : public korvel::CodeSigning {
  public:
   explicit CodeSigningClient(const CodeSignatures& known) : signatures(known) {}
 
-  korvel::SecurityStatus staticCodeCreateWithPath(std::string_view path, korvel::HandleRef& code);
-  korvel::SecurityStatus copyGuestWithPid(std::int32_t pid, korvel::HandleRef& code);
-  korvel::SecurityStatus copyStaticCode(korvel::HandleRef code, korvel::HandleRef& staticCode);
+  korvel::SecurityStatus staticCodeCreateWithPath(std::string_view path,
+                                                  korvel::HandleRef& code) override;
+  korvel::SecurityStatus copyGuestWithPid(std::int32_t pid, korvel::HandleRef& code) override;
+  korvel::SecurityStatus copyStaticCode(korvel::HandleRef code,
+                                        korvel::HandleRef& staticCode) override;
   korvel::SecurityStatus copySigningInformation(korvel::HandleRef staticCode, std::uint32_t flags,
-                                                korvel::PropertyValue& information);
-  void release(korvel::HandleRef code);
+                                                korvel::PropertyValue& information) override;
+  void release(korvel::HandleRef code) override;
 
   [[nodiscard]] std::size_t liveObjects() const { return objects.size(); }
   void dropAll() { objects.clear(); }

@@ -18,14 +18,14 @@
 
 namespace virtualmac {
 
-/// What `stat` would tell.
+/// The facts that `stat` would tell.
 struct FileFacts {
   FileKind kind = FileKind::Plain;
   std::uint32_t mode = 0;
   std::size_t size = 0;
 };
 
-/// The disk, in memory, with what a crash does to it. Journals each finished replacement by the
+/// The disk, in memory, and the effect of a crash on it. Journals each finished replacement by the
 /// fields of its JSON object that differ from the file before, and removals, but nothing of names
 /// that end in ".tmp":
 ///   disk  state.json created: chargeLimit=80 …
@@ -46,7 +46,7 @@ class Disk {
  public:
   Disk(MachineContext& shared, std::uint64_t seed);
 
-  /// By hand, as another program would, at once durable. Parent directories are made as needed.
+  /// Another program's changes, durable at once. Parent directories are made as needed.
   void writeFile(std::string_view path, std::string content, std::uint32_t mode = 0644);
   void makeDirectory(std::string_view path, std::uint32_t mode = 0755);
   void makeSymlink(std::string_view path, std::string target);
@@ -54,7 +54,7 @@ class Disk {
   void makeHugeFile(std::string_view path);  ///< One byte more than the helper may read.
   bool remove(std::string_view path);        ///< Whole trees too. False: nothing was there.
 
-  /// Looking on. Links are not followed.
+  /// Reads without a process. Links are not followed.
   [[nodiscard]] std::optional<FileFacts> facts(std::string_view path) const;
   [[nodiscard]] std::optional<std::string> content(std::string_view path) const;
   [[nodiscard]] std::vector<std::string> list(std::string_view directory) const;
@@ -68,10 +68,10 @@ class Disk {
   /// cleared.
   void failCall(std::string_view call, int error);
   void clearCall(std::string_view call);
-  /// The errno that a fault has in store for a call; 0: none.
+  /// The errno with which a fault makes a call fail; 0: none.
   [[nodiscard]] int refusal(std::string_view call, bool writes) const;
 
-  /// What an orderly shutdown does.
+  /// Makes everything durable, as an orderly shutdown does.
   void syncAll();
   /// Drops what was not synced.
   void powerLoss();
@@ -94,8 +94,8 @@ class Disk {
   Random random;
 };
 
-/// A file as far as the journal compares it. One that is longer is told by its size, and so is one
-/// that is no JSON object, or is nested too deeply.
+/// A file as far as the journal compares it. The journal tells only the size of a longer file, and
+/// of one that is no JSON object or is nested too deeply.
 struct FileCopy {
   FileCopy() = default;
   explicit FileCopy(std::string_view whole);
@@ -104,27 +104,27 @@ struct FileCopy {
   friend bool operator==(const FileCopy&, const FileCopy&) = default;
 };
 
-/// What a replacement of `before` (none: the name was free) by `after` is told as.
+/// The journal's text for a replacement of `before` (none: the name was free) by `after`.
 std::string replacementText(const std::optional<FileCopy>& before, const FileCopy& after);
 
-/// One process's descriptors and umask: the seam's calls. Descriptors start at 3.
-class FilesClient {
+/// The seam's file calls as one process makes them, with its umask and its descriptors, from 3 on.
+class FilesClient final : public korvel::FileSystem {
  public:
   explicit FilesClient(Disk& storage) : disk(storage) {}
 
-  korvel::PosixResult mkdir(const std::string& path, std::uint32_t mode);
-  korvel::PosixResult chmod(const std::string& path, std::uint32_t mode);
-  std::uint32_t umask(std::uint32_t mask);
-  korvel::PosixResult openExclusive(const std::string& path, std::uint32_t mode);
-  korvel::PosixResult openReadOnly(const std::string& path);
-  korvel::PosixResult write(int descriptor, std::span<const char> bytes);
-  korvel::PosixResult fsync(int descriptor);
-  korvel::PosixResult close(int descriptor);
-  korvel::PosixResult unlink(const std::string& path);
+  korvel::PosixResult mkdir(const std::string& path, std::uint32_t mode) override;
+  korvel::PosixResult chmod(const std::string& path, std::uint32_t mode) override;
+  std::uint32_t umask(std::uint32_t mask) override;
+  korvel::PosixResult openExclusive(const std::string& path, std::uint32_t mode) override;
+  korvel::PosixResult openReadOnly(const std::string& path) override;
+  korvel::PosixResult write(int descriptor, std::span<const char> bytes) override;
+  korvel::PosixResult fsync(int descriptor) override;
+  korvel::PosixResult close(int descriptor) override;
+  korvel::PosixResult unlink(const std::string& path) override;
   std::expected<void, korvel::ErrorObject> replaceItem(const std::string& original,
-                                                       const std::string& replacement);
-  bool fileExists(const std::string& path);
-  std::expected<std::string, korvel::ErrorObject> readFile(const std::string& path);
+                                                       const std::string& replacement) override;
+  bool fileExists(const std::string& path) override;
+  std::expected<std::string, korvel::ErrorObject> readFile(const std::string& path) override;
 
   [[nodiscard]] std::size_t openDescriptors() const { return descriptors.size(); }
   [[nodiscard]] std::uint32_t currentUmask() const { return mask; }

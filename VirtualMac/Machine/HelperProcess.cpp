@@ -4,35 +4,44 @@
 
 namespace virtualmac {
 
+korvel::KernReturn AssertionsClient::createWithProperties(const korvel::PropertyValue& properties,
+                                                          std::uint32_t& assertion) {
+  if (ended) return korvel::ioReturnError;
+  return power.createAssertion(pid, properties, assertion);
+}
+
+korvel::KernReturn AssertionsClient::release(std::uint32_t assertion) {
+  return power.releaseAssertion(assertion);
+}
+
+void AssertionsClient::dropAll() {
+  ended = true;
+  power.dropProcess(pid);
+}
+
+korvel::KernReturn SettingsClient::setSystemPowerSetting(std::string_view key, bool value) {
+  return power.setSystemPowerSetting(key, value, true);
+}
+
+korvel::PropertyValue SettingsClient::copySystemPowerSettings() {
+  return power.copySystemPowerSettings();
+}
+
+korvel::Date ClockClient::now() { return machine.wallClock(); }
+
 HelperProcess::HelperProcess(Machine& owner, std::int32_t processID)
     : machine(owner),
       id(processID),
       registry(owner.registry),
       smc(owner.smc, registry),
       powerSources(owner.powerSources),
+      assertions(owner.power, processID),
+      powerSettings(owner.power),
       rootDomain(owner.power, processID),
       smartCharge(owner.powerUI, processID),
       files(owner.disk),
+      clock(owner),
       codeSigning(owner.signatures) {}
-
-korvel::KernReturn HelperProcess::createAssertion(const korvel::PropertyValue& properties,
-                                                  std::uint32_t& assertion) {
-  if (!alive) return korvel::ioReturnError;
-  return machine.power.createAssertion(id, properties, assertion);
-}
-
-korvel::KernReturn HelperProcess::releaseAssertion(std::uint32_t assertion) {
-  return machine.power.releaseAssertion(assertion);
-}
-
-korvel::KernReturn HelperProcess::setSystemPowerSetting(std::string_view key, bool value) {
-  // The helper runs as root.
-  return machine.power.setSystemPowerSetting(key, value, true);
-}
-
-korvel::PropertyValue HelperProcess::copySystemPowerSettings() {
-  return machine.power.copySystemPowerSettings();
-}
 
 std::optional<std::string> HelperProcess::bundleExecutablePath() const {
   return machine.bundleExecutablePath;
@@ -58,7 +67,7 @@ void HelperProcess::end() {
   smartCharge.dropAll();
   files.dropAll();
   codeSigning.dropAll();
-  machine.power.dropProcess(id);
+  assertions.dropAll();
 }
 
 }  // namespace virtualmac

@@ -52,15 +52,15 @@ class PowerSourceList {
   std::uint64_t cachedRevision = 0;
 };
 
-/// One process's snapshots and lists: the seam's calls.
-class PowerSourcesClient {
+/// The seam's power source calls as one process makes them, with its snapshots and lists.
+class PowerSourcesClient final : public korvel::PowerSources {
  public:
   explicit PowerSourcesClient(PowerSourceList& list) : sources(list) {}
 
-  korvel::HandleRef copyInfo();
-  korvel::PowerSourceList copyList(korvel::HandleRef info);
-  korvel::PropertyValue getDescription(korvel::HandleRef info, korvel::HandleRef source);
-  void release(korvel::HandleRef object);
+  korvel::HandleRef copyInfo() override;
+  korvel::PowerSourceList copyList(korvel::HandleRef info) override;
+  korvel::PropertyValue getDescription(korvel::HandleRef info, korvel::HandleRef source) override;
+  void release(korvel::HandleRef object) override;
 
   [[nodiscard]] std::size_t liveObjects() const { return objects.size(); }
   void dropAll() { objects.clear(); }

@@ -16,7 +16,7 @@ constexpr std::string_view frameworkPath =
     "/System/Library/PrivateFrameworks/PowerUI.framework/PowerUI";
 constexpr std::string_view className = "PowerUISmartChargeClient";
 
-/// Handles of what is there once in a process.
+/// Handles of the objects that a process has once.
 constexpr HandleRef frameworkHandle = 0x2b;
 constexpr HandleRef classHandle = 0x2f;
 constexpr HandleRef allocMethod = 0x33;
@@ -66,11 +66,11 @@ HandleRef SmartChargeClient::dlopen(std::string_view path, int mode) {
   return frameworkHandle;
 }
 
-HandleRef SmartChargeClient::classFromString(std::string_view name) const {
+HandleRef SmartChargeClient::classFromString(std::string_view name) {
   return loaded && powerUI.classPresent && name == className ? classHandle : 0;
 }
 
-bool SmartChargeClient::isClass(HandleRef object) const {
+bool SmartChargeClient::isClass(HandleRef object) {
   return object == classHandle && !powerUI.classIsNotAClass;
 }
 
@@ -94,7 +94,7 @@ HandleRef SmartChargeClient::callAlloc(HandleRef method, HandleRef cls) {
 HandleRef SmartChargeClient::callInit(HandleRef method, HandleRef object, std::string_view) {
   if (method != initMethod || !objects.erase(object)) return 0;
   if (powerUI.initGivesNothing) return 0;
-  // Another object than the one that was allocated, as an initialiser may give.
+  // An initialiser may return another object than the one it was given, and this one does.
   return objects.insert(Object{true});
 }
 

@@ -62,29 +62,29 @@ class PowerUI {
   std::uint8_t limit;
 };
 
-/// One process's loaded framework and objects: the seam's calls.
-class SmartChargeClient {
+/// The seam's runtime calls as one process makes them, with its loaded framework and objects.
+class SmartChargeClient final : public korvel::SmartChargeRuntime {
  public:
   SmartChargeClient(PowerUI& framework, std::int32_t processID)
       : powerUI(framework), pid(processID) {}
 
-  korvel::HandleRef dlopen(std::string_view path, int mode);
-  korvel::HandleRef classFromString(std::string_view name) const;
-  bool isClass(korvel::HandleRef object) const;
-  korvel::HandleRef getClassMethod(korvel::HandleRef cls, std::string_view selector);
-  korvel::HandleRef getInstanceMethod(korvel::HandleRef cls, std::string_view selector);
-  korvel::HandleRef callAlloc(korvel::HandleRef method, korvel::HandleRef cls);
+  korvel::HandleRef dlopen(std::string_view path, int mode) override;
+  korvel::HandleRef classFromString(std::string_view name) override;
+  bool isClass(korvel::HandleRef object) override;
+  korvel::HandleRef getClassMethod(korvel::HandleRef cls, std::string_view selector) override;
+  korvel::HandleRef getInstanceMethod(korvel::HandleRef cls, std::string_view selector) override;
+  korvel::HandleRef callAlloc(korvel::HandleRef method, korvel::HandleRef cls) override;
   korvel::HandleRef callInit(korvel::HandleRef method, korvel::HandleRef object,
-                             std::string_view clientName);
-  bool respondsToSelector(korvel::HandleRef object, std::string_view selector);
-  bool callBoolean(korvel::HandleRef object, std::string_view selector);
+                             std::string_view clientName) override;
+  bool respondsToSelector(korvel::HandleRef object, std::string_view selector) override;
+  bool callBoolean(korvel::HandleRef object, std::string_view selector) override;
   std::int32_t callInt32(korvel::HandleRef object, std::string_view selector,
-                         korvel::ErrorSlot& error);
+                         korvel::ErrorSlot& error) override;
   korvel::PropertyValue callObject(korvel::HandleRef object, std::string_view selector,
-                                   korvel::ErrorSlot& error);
+                                   korvel::ErrorSlot& error) override;
   bool callSetUInt8(korvel::HandleRef object, std::string_view selector, std::uint8_t value,
-                    korvel::ErrorSlot& error);
-  void release(korvel::HandleRef object);
+                    korvel::ErrorSlot& error) override;
+  void release(korvel::HandleRef object) override;
 
   [[nodiscard]] std::size_t liveObjects() const { return objects.size(); }
   void dropAll() { objects.clear(); }

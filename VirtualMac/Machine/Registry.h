@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "Base/PropertyValue.h"
-#include "Platform/KernelTypes.h"
+#include "Platform/IORegistry.h"
 #include "VirtualMac/Machine/MachineContext.h"
 #include "VirtualMac/Machine/NameTable.h"
 
@@ -49,7 +49,7 @@ class Registry {
   void overrideProperty(std::string_view className, std::string_view key,
                         korvel::PropertyValue value);
   void restoreProperty(std::string_view className, std::string_view key);
-  /// Services that are not found any more.
+  /// Hides the services of a class, or shows them again.
   void hideService(std::string_view className, bool hidden);
   bool propertiesUnreadable = false;
   bool iterationFails = false;
@@ -81,21 +81,22 @@ class Registry {
   std::map<EntryID, Cached> cache;
 };
 
-/// One process's names for registry objects: the seam's calls.
-class RegistryClient {
+/// The seam's registry calls as one process makes them, with its names.
+class RegistryClient final : public korvel::IORegistry {
  public:
   explicit RegistryClient(Registry& tree) : registry(tree) {}
 
-  korvel::ObjectRef getMatchingService(std::string_view className);
-  korvel::PropertyValue createProperty(korvel::ObjectRef entry, std::string_view key);
-  korvel::KernReturn createProperties(korvel::ObjectRef entry, korvel::PropertyValue& properties);
+  korvel::ObjectRef getMatchingService(std::string_view className) override;
+  korvel::PropertyValue createProperty(korvel::ObjectRef entry, std::string_view key) override;
+  korvel::KernReturn createProperties(korvel::ObjectRef entry,
+                                      korvel::PropertyValue& properties) override;
   korvel::KernReturn createIterator(korvel::ObjectRef entry, std::string_view plane,
-                                    std::uint32_t options, korvel::ObjectRef& iterator);
-  korvel::ObjectRef iteratorNext(korvel::ObjectRef iterator);
-  bool conformsTo(korvel::ObjectRef object, std::string_view className);
-  korvel::KernReturn objectRelease(korvel::ObjectRef object);
+                                    std::uint32_t options, korvel::ObjectRef& iterator) override;
+  korvel::ObjectRef iteratorNext(korvel::ObjectRef iterator) override;
+  bool conformsTo(korvel::ObjectRef object, std::string_view className) override;
+  korvel::KernReturn objectRelease(korvel::ObjectRef object) override;
 
-  /// Names held; what is left after the helper gave everything back has leaked.
+  /// Names held. A helper that gave everything back and still holds one has leaked it.
   [[nodiscard]] std::size_t liveObjects() const { return objects.size(); }
   /// The entry behind a name; Registry::noEntry for iterators and unknown names.
   [[nodiscard]] Registry::EntryID entry(korvel::ObjectRef object);

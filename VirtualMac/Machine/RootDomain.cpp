@@ -8,7 +8,7 @@ namespace virtualmac {
 
 namespace {
 
-/// The main run loop of the process, and what the names of this interface are told apart by.
+/// The main run loop's handle, and the low bytes that tell this interface's names apart.
 constexpr korvel::HandleRef mainLoop = 0x17;
 constexpr std::uint32_t rootPortSort = 0x1b;
 constexpr std::uint32_t notifierSort = 0x1f;
@@ -20,8 +20,9 @@ constexpr korvel::HandleRef sourceSort = 0x27;
 RootDomainClient::RootDomainClient(PowerManagement& manager, std::int32_t processID)
     : power(manager), pid(processID) {}
 
-korvel::ConnectionRef RootDomainClient::registerForSystemPower(korvel::HandleRef& port,
-                                                               korvel::ObjectRef& notifier) {
+korvel::ConnectionRef RootDomainClient::registerForSystemPower(
+    void* /*refcon*/, korvel::HandleRef& port, korvel::InterestCallback /*callback*/,
+    korvel::ObjectRef& notifier) {
   notifier = 0;
   if (power.registrationFails) return 0;
   const std::uint32_t number = ++lastName << 8U;

@@ -5,31 +5,33 @@
 #include <utility>
 #include <vector>
 
-#include "Platform/KernelTypes.h"
+#include "Platform/RootPowerDomain.h"
 #include "VirtualMac/Machine/PowerManagement.h"
 
 namespace virtualmac {
 
-/// One process's registrations with the root power domain: the seam's calls, but for the callback,
-/// which belongs to whoever runs the process. A message whose source is on no run loop waits in its
-/// port; a destroyed port loses what waits.
-class RootDomainClient {
+/// One process's registrations with the root power domain. Callbacks stay in the process: messages
+/// go to a handler that finds the callback by the notifier. A message whose source is on no run
+/// loop waits in its port; a destroyed port loses what waits.
+class RootDomainClient final : public korvel::RootPowerDomain {
  public:
   RootDomainClient(PowerManagement& manager, std::int32_t processID);
 
-  /// What a message on an attached source does; the process's keeper sets it once.
+  /// The handler of every message on an attached source; set once, by the owner of the process.
   void setMessageHandler(PowerManagement::Deliver handler) { deliver = std::move(handler); }
 
-  korvel::ConnectionRef registerForSystemPower(korvel::HandleRef& port,
-                                               korvel::ObjectRef& notifier);
-  korvel::HandleRef notificationPortGetRunLoopSource(korvel::HandleRef port);
-  korvel::HandleRef mainRunLoop();
-  void runLoopAddSource(korvel::HandleRef runLoop, korvel::HandleRef source);
-  void runLoopRemoveSource(korvel::HandleRef runLoop, korvel::HandleRef source);
-  korvel::KernReturn allowPowerChange(korvel::ConnectionRef rootPort, std::intptr_t notificationID);
-  korvel::KernReturn deregisterForSystemPower(korvel::ObjectRef& notifier);
-  korvel::KernReturn serviceClose(korvel::ConnectionRef rootPort);
-  void notificationPortDestroy(korvel::HandleRef port);
+  korvel::ConnectionRef registerForSystemPower(void* refcon, korvel::HandleRef& port,
+                                               korvel::InterestCallback callback,
+                                               korvel::ObjectRef& notifier) override;
+  korvel::HandleRef notificationPortGetRunLoopSource(korvel::HandleRef port) override;
+  korvel::HandleRef mainRunLoop() override;
+  void runLoopAddSource(korvel::HandleRef runLoop, korvel::HandleRef source) override;
+  void runLoopRemoveSource(korvel::HandleRef runLoop, korvel::HandleRef source) override;
+  korvel::KernReturn allowPowerChange(korvel::ConnectionRef rootPort,
+                                      std::intptr_t notificationID) override;
+  korvel::KernReturn deregisterForSystemPower(korvel::ObjectRef& notifier) override;
+  korvel::KernReturn serviceClose(korvel::ConnectionRef rootPort) override;
+  void notificationPortDestroy(korvel::HandleRef port) override;
 
   /// Registrations, connections and ports that were not given back.
   [[nodiscard]] std::size_t liveObjects() const;

@@ -26,8 +26,8 @@ inline constexpr std::uint8_t smcResultNotReadable = 0x85;
 inline constexpr std::uint8_t smcResultNotWritable = 0x86;
 inline constexpr std::uint8_t smcResultSizeMismatch = 0x87;
 
-/// The System Management Controller: keys with values that outlive every process, and what its
-/// firmware makes of them. Journals every write that reached it:
+/// The System Management Controller: its keys, whose values outlive every process, and its
+/// firmware. Journals every write that reached it:
 ///   smc   CHTE <- 01 00 00 00
 ///   smc   CHTE <- 01 00 00 00 refused (result 134)
 ///   smc   CHTE <- 01 00 00 00 ignored (value stays 00 00 00 00)
@@ -47,7 +47,7 @@ class SMC {
     std::optional<std::uint8_t> result;       ///< Answered to every command in place of success.
     std::optional<std::uint8_t> writeResult;  ///< Answered to writes only.
     bool silentlyRefuses = false;
-    std::optional<std::uint32_t> statedSize;  ///< What key info says in place of the true size.
+    std::optional<std::uint32_t> statedSize;  ///< Stated by key info in place of the true size.
     /// Put after the last non-zero byte when read, after the first one of a value of zeros.
     std::vector<std::uint8_t> trailingJunk;
   };
@@ -65,7 +65,7 @@ class SMC {
   /// For putting faults on a key. Null: no such key.
   [[nodiscard]] Key* key(std::string_view name);
 
-  /// What the hardware does with the present values.
+  /// The effect of the present values on the hardware.
   [[nodiscard]] bool chargingInhibited() const;
   [[nodiscard]] bool inflowInhibited() const;
   /// A new contract with the adapter drops the inflow inhibit. True: there was one.
@@ -103,17 +103,17 @@ class SMC {
   korvel::KernReturn staleCode = korvel::ioReturnNotOpen;
 };
 
-/// One process's view of AppleSMC: the seam's calls, with this process's names.
-class SMCClient {
+/// The seam's AppleSMC calls as one process makes them, with its names.
+class SMCClient final : public korvel::SMCUserClient {
  public:
   SMCClient(SMC& controller, RegistryClient& registryClient);
 
-  korvel::ObjectRef matchAppleSMC();
-  korvel::KernReturn open(korvel::ObjectRef service, korvel::ConnectionRef& connection);
+  korvel::ObjectRef matchAppleSMC() override;
+  korvel::KernReturn open(korvel::ObjectRef service, korvel::ConnectionRef& connection) override;
   korvel::KernReturn callStruct(korvel::ConnectionRef connection, korvel::SMCBlockView input,
-                                korvel::SMCBlockSpan output);
-  korvel::KernReturn close(korvel::ConnectionRef connection);
-  korvel::KernReturn objectRelease(korvel::ObjectRef service);
+                                korvel::SMCBlockSpan output) override;
+  korvel::KernReturn close(korvel::ConnectionRef connection) override;
+  korvel::KernReturn objectRelease(korvel::ObjectRef service) override;
 
   [[nodiscard]] std::size_t openConnections() const { return connections.size(); }
   void dropAll() { connections.clear(); }

@@ -19,13 +19,13 @@
 
 namespace virtualmac {
 
-/// How each type that a platform call takes or gives travels. The rules, applied to a call's
-/// declaration and to nothing else:
+/// These functions carry each type that a platform call takes or gives. The rules look at nothing
+/// but the call's declaration:
 ///   an argument by value or by const reference goes to the machine;
 ///   an argument by reference goes there as it is and comes back as the call left it;
 ///   callbacks and their context stay at home: the other side sees a null pointer.
-/// So a call that is added to the seam needs a line in the table of calls and nothing here, as long
-/// as its types are known here.
+/// So a call that is added to the seam needs only its line in the table, unless it brings a new
+/// type.
 
 inline void put(WireWriter& to, bool value) { to.boolean(value); }
 inline void put(WireWriter& to, double value) { to.real(value); }
@@ -94,7 +94,7 @@ void get(WireReader& from, std::optional<Value>& value) {
   if (from.boolean()) get(from, value.emplace());
 }
 
-/// What holds an argument while a call is made from received bytes: its own type but for views.
+/// The type that holds an argument while a call is made from received bytes. A view gets an owner.
 template <class Argument>
 struct ArgumentStorage {
   using Type = std::remove_cvref_t<Argument>;
@@ -108,7 +108,7 @@ struct ArgumentStorage<std::span<Byte, Size>> {
   using Type = std::array<std::uint8_t, Size>;
 };
 
-/// Arguments that come back.
+/// An argument that comes back with the answer.
 template <class Argument>
 inline constexpr bool isOutArgument =
     std::is_lvalue_reference_v<Argument> && !std::is_const_v<std::remove_reference_t<Argument>>;
@@ -137,11 +137,11 @@ void giveBack(WireWriter& to, Variable& variable) {
   }
 }
 
-/// The machine's half of one call: reads the arguments that the declaration `method` asks for, has
-/// `make` make the call, writes the result and the out-arguments. When the arguments do not read,
-/// the call is not made and nothing is written.
-template <class Interface, class Result, class... Arguments, class Make>
-void serveCall(Result (Interface::*)(Arguments...), const Make& make, WireReader& from,
+/// The machine's half of one call: reads the arguments that the declaration `method` asks for,
+/// makes the call, writes the result and the out-arguments. When the arguments do not read, the
+/// call is not made and nothing is written.
+template <class Interface, class Result, class... Arguments>
+void serveCall(Result (Interface::*method)(Arguments...), Interface& answering, WireReader& from,
                WireWriter& to) {
   std::tuple<typename ArgumentStorage<Arguments>::Type...> held{};
   std::apply([&from](auto&... argument) { (get(from, argument), ...); }, held);
@@ -149,9 +149,9 @@ void serveCall(Result (Interface::*)(Arguments...), const Make& make, WireReader
   std::apply(
       [&](auto&... argument) {
         if constexpr (std::is_void_v<Result>)
-          make(argument...);
+          (answering.*method)(argument...);
         else
-          put(to, Result(make(argument...)));
+          put(to, (answering.*method)(argument...));
         (giveBack<Arguments>(to, argument), ...);
       },
       held);

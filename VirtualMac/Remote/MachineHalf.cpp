@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <limits>
 #include <system_error>
+#include <tuple>
 #include <type_traits>
 #include <utility>
 
@@ -12,12 +13,6 @@
 #include "VirtualMac/Remote/RemoteInterface.h"
 
 namespace virtualmac {
-
-using korvel::ConnectionRef;
-using korvel::HandleRef;
-using korvel::KernReturn;
-using korvel::ObjectRef;
-using korvel::PropertyValue;
 
 namespace {
 
@@ -33,57 +28,21 @@ std::string_view levelName(korvel::LogLevel level) {
   return "default";
 }
 
-/// The process's own calls under the names that the seam has for them.
-struct AssertionCalls {
-  HelperProcess& process;
-  KernReturn createWithProperties(const PropertyValue& properties, std::uint32_t& id) const {
-    return process.createAssertion(properties, id);
-  }
-  KernReturn release(std::uint32_t id) const { return process.releaseAssertion(id); }
-};
-
-/// The callback and its context stay in the helper; the rest are the client's own calls.
-struct RootDomainCalls {
-  RootDomainClient& client;
-  ConnectionRef registerForSystemPower(void*, HandleRef& port, korvel::InterestCallback,
-                                       ObjectRef& notifier) const {
-    return client.registerForSystemPower(port, notifier);
-  }
-  HandleRef notificationPortGetRunLoopSource(HandleRef port) const {
-    return client.notificationPortGetRunLoopSource(port);
-  }
-  HandleRef mainRunLoop() const { return client.mainRunLoop(); }
-  void runLoopAddSource(HandleRef loop, HandleRef source) const {
-    client.runLoopAddSource(loop, source);
-  }
-  void runLoopRemoveSource(HandleRef loop, HandleRef source) const {
-    client.runLoopRemoveSource(loop, source);
-  }
-  KernReturn allowPowerChange(ConnectionRef rootPort, std::intptr_t notificationID) const {
-    return client.allowPowerChange(rootPort, notificationID);
-  }
-  KernReturn deregisterForSystemPower(ObjectRef& notifier) const {
-    return client.deregisterForSystemPower(notifier);
-  }
-  KernReturn serviceClose(ConnectionRef rootPort) const { return client.serviceClose(rootPort); }
-  void notificationPortDestroy(HandleRef port) const { client.notificationPortDestroy(port); }
-};
-
-struct ClockCalls {
-  Machine& machine;
-  korvel::Date now() const { return machine.wallClock(); }
-};
-
-struct LogCalls {
-  Journal& journal;
+/// The helper's log lines as lines of the journal.
+class JournalledLog final : public korvel::UnifiedLog {
+ public:
+  explicit JournalledLog(Journal& machineJournal) : journal(machineJournal) {}
   void emit(std::string_view, std::string_view category, korvel::LogLevel level,
-            std::string_view text) const {
+            std::string_view text) override {
     journal.record("log", std::string(category) + ' ' + std::string(levelName(level)) + " \"" +
                               std::string(text) + '"');
   }
+
+ private:
+  Journal& journal;
 };
 
-/// What the machine's faults have in store for a file call that is made elsewhere.
+/// Applies the disk's faults to a file call that the helper makes itself.
 FileVerdict fileVerdict(const Disk& disk, SeamCall call) {
   const bool writes = call == SeamCall::fileChmod || call == SeamCall::fileOpenExclusive ||
                       call == SeamCall::fileWrite || call == SeamCall::fileReplaceItem;
@@ -125,47 +84,41 @@ struct MachineHalf::Parts final : HelperHost {
   std::optional<std::string> bundleExecutablePath() override {
     return process.bundleExecutablePath();
   }
-  PropertyValue bundleInfo(std::string_view key) override { return process.bundleInfo(key); }
+  korvel::PropertyValue bundleInfo(std::string_view key) override {
+    return process.bundleInfo(key);
+  }
   MachineTime time() override { return timeSource(); }
   std::optional<ConnectionBreak> connectionsBreak() override { return machine.connectionsBreak; }
 
-  /// Makes one line's call on whoever answers its interface.
-  template <class Interface, class Method, class Make>
-  void serve(Method method, const Make& make, WireReader& arguments, WireWriter& result) {
-    if constexpr (std::is_same_v<Interface, korvel::FileSystem>) {
+  template <class Interface, class Result, class... Arguments>
+  void serve(Result (Interface::*method)(Arguments...), WireReader& arguments, WireWriter& result) {
+    if constexpr (std::is_same_v<Interface, korvel::FileSystem>)
       arguments.fail("file calls are made in the helper's own process");
-    } else {
-      auto&& answering = target(std::type_identity<Interface>{});
-      serveCall(
-          method, [&](auto&... given) -> decltype(auto) { return make(answering, given...); },
-          arguments, result);
-    }
+    else
+      serveCall(method, std::get<Interface&>(answering), arguments, result);
   }
-
-  // Who answers the calls of an interface.
-  SMCClient& target(std::type_identity<korvel::SMCUserClient>) { return process.smc; }
-  RegistryClient& target(std::type_identity<korvel::IORegistry>) { return process.registry; }
-  PowerSourcesClient& target(std::type_identity<korvel::PowerSources>) {
-    return process.powerSources;
-  }
-  AssertionCalls target(std::type_identity<korvel::PowerAssertions>) { return {process}; }
-  HelperProcess& target(std::type_identity<korvel::PowerSettings>) { return process; }
-  RootDomainCalls target(std::type_identity<korvel::RootPowerDomain>) {
-    return {process.rootDomain};
-  }
-  SmartChargeClient& target(std::type_identity<korvel::SmartChargeRuntime>) {
-    return process.smartCharge;
-  }
-  ClockCalls target(std::type_identity<korvel::WallClock>) { return {machine}; }
-  LogCalls target(std::type_identity<korvel::UnifiedLog>) { return {machineJournal}; }
-  CodeSigningClient& target(std::type_identity<korvel::CodeSigning>) { return process.codeSigning; }
-  HelperHost& target(std::type_identity<HelperHost>) { return *this; }
 
   Machine& machine;
   HelperProcess& process;
   Journal& machineJournal;
   DiskWatch& disk;
   std::function<MachineTime()> timeSource;
+  JournalledLog log{machineJournal};
+  std::tuple<korvel::SMCUserClient&, korvel::IORegistry&, korvel::PowerSources&,
+             korvel::PowerAssertions&, korvel::PowerSettings&, korvel::RootPowerDomain&,
+             korvel::SmartChargeRuntime&, korvel::WallClock&, korvel::CodeSigning&,
+             korvel::UnifiedLog&, HelperHost&>
+      answering{process.smc,
+                process.registry,
+                process.powerSources,
+                process.assertions,
+                process.powerSettings,
+                process.rootDomain,
+                process.smartCharge,
+                process.clock,
+                process.codeSigning,
+                log,
+                *this};
 };
 
 MachineHalf::MachineHalf(Machine& machine, HelperProcess& process, Journal& journal,
@@ -184,7 +137,7 @@ void MachineHalf::setPowerHandler(PowerManagement::Deliver handler) {
 
 double MachineHalf::latencySeconds(CallNumber number, std::string_view arguments) const {
   if (number < seamCallCount) return parts->machine.latencySeconds(static_cast<SeamCall>(number));
-  if (static_cast<RemoteCall>(number) != RemoteCall::hostAnnounceFileCall) return 0;
+  if (number != callNumber(HostCall::announceFileCall)) return 0;
   WireReader reader(arguments);
   SeamCall announced{};
   get(reader, announced);
@@ -192,21 +145,20 @@ double MachineHalf::latencySeconds(CallNumber number, std::string_view arguments
 }
 
 void MachineHalf::serve(CallNumber number, WireReader& arguments, WireWriter& result) {
-  switch (static_cast<RemoteCall>(number)) {
-#define SEAM_CALL(id, interface, method, kind)                  \
-  case RemoteCall::id:                                          \
-    return parts->serve<remotecalls::interface>(                \
-        &remotecalls::interface::method,                        \
-        [](auto& answering, auto&... given) -> decltype(auto) { \
-          return answering.method(given...);                    \
-        },                                                      \
-        arguments, result);
+  switch (number) {
+#define SEAM_CALL(id, interface, method, kind) \
+  case callNumber(SeamCall::id):               \
+    return parts->serve(&korvel::interface::method, arguments, result);
 #include "VirtualMac/Schedule/Calls.def"
-// The host's calls follow the seam's.
+#undef SEAM_CALL
+#define SEAM_CALL(id, interface, method, kind) \
+  case callNumber(HostCall::id):               \
+    return parts->serve(&interface::method, arguments, result);
 #include "VirtualMac/Remote/HostCalls.def"
 #undef SEAM_CALL
+    default:
+      arguments.fail("no call has this number");
   }
-  arguments.fail("no call has this number");
 }
 
 }  // namespace virtualmac

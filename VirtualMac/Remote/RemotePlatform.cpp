@@ -3,8 +3,6 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <map>
-#include <mutex>
 #include <string_view>
 #include <utility>
 
@@ -14,58 +12,11 @@
 #include "VirtualMac/Remote/ProcessDispatch.h"
 #include "VirtualMac/Remote/RemoteInterface.h"
 #include "VirtualMac/Remote/ServiceListener.h"
+#include "VirtualMac/Schedule/PowerCallbacks.h"
 
 namespace virtualmac {
 
-using korvel::ConnectionRef;
-using korvel::HandleRef;
-using korvel::ObjectRef;
-using korvel::PropertyValue;
-
 namespace {
-
-/// Callbacks stay in this process; the machine sends what they are to be called with.
-using RootDomainCalls = RemoteInterface<korvel::RootPowerDomain>;
-class RemoteRootDomain final : public RootDomainCalls {
- public:
-  using RootDomainCalls::RootDomainCalls;
-
-  ConnectionRef registerForSystemPower(void* refcon, HandleRef& port,
-                                       korvel::InterestCallback callback,
-                                       ObjectRef& notifier) override {
-    const std::lock_guard lock(mutex);
-    const ConnectionRef root =
-        RootDomainCalls::registerForSystemPower(refcon, port, callback, notifier);
-    if (root != 0) callbacks.insert_or_assign(notifier, Callback{callback, refcon});
-    return root;
-  }
-
-  korvel::KernReturn deregisterForSystemPower(ObjectRef& notifier) override {
-    const std::lock_guard lock(mutex);
-    callbacks.erase(notifier);
-    return RootDomainCalls::deregisterForSystemPower(notifier);
-  }
-
-  /// On the main thread.
-  void deliver(ObjectRef notifier, std::uint32_t messageType, std::uintptr_t argument) {
-    Callback found{};
-    {
-      const std::lock_guard lock(mutex);
-      const auto known = callbacks.find(notifier);
-      if (known == callbacks.end()) return;
-      found = known->second;
-    }
-    found.function(found.refcon, 0, messageType, argument);
-  }
-
- private:
-  struct Callback {
-    korvel::InterestCallback function = nullptr;
-    void* refcon = nullptr;
-  };
-  std::mutex mutex;
-  std::map<ObjectRef, Callback> callbacks;
-};
 
 class RemoteLog final : public korvel::UnifiedLog {
  public:
@@ -74,7 +25,7 @@ class RemoteLog final : public korvel::UnifiedLog {
 
   void emit(std::string_view subsystem, std::string_view category, korvel::LogLevel level,
             std::string_view text) override {
-    channel.tell(static_cast<CallNumber>(RemoteCall::logEmit), subsystem, category, level, text);
+    channel.tell(callNumber(SeamCall::logEmit), subsystem, category, level, text);
     if (!verbose) return;
     const std::string line = std::string(category) + ": " + std::string(text) + '\n';
     std::fwrite(line.data(), 1, line.size(), stderr);
@@ -85,13 +36,13 @@ class RemoteLog final : public korvel::UnifiedLog {
   bool verbose;
 };
 
-/// Nobody waits for the machine to write a line down.
-class RemoteHost final : public RemoteInterface<HelperHost> {
+/// The helper does not wait for the machine to write a journal line.
+class RemoteHost final : public RemoteHostInterface {
  public:
-  using RemoteInterface<HelperHost>::RemoteInterface;
+  using RemoteHostInterface::RemoteHostInterface;
 
   void journal(std::string_view kind, std::string_view text) override {
-    channel.tell(static_cast<CallNumber>(RemoteCall::hostJournal), kind, text);
+    channel.tell(callNumber(HostCall::journal), kind, text);
   }
 };
 
@@ -100,13 +51,13 @@ class RealProcess final : public korvel::Process {
   explicit RealProcess(HelperHost& machineHost) : host(machineHost) {}
 
   std::int32_t getpid() override { return ::getpid(); }
-  // No destructors run: the helper's other threads are still at work.
+  // Destructors must not run while the helper's other threads are at work.
   [[noreturn]] void exit(int status) override {
     std::fflush(nullptr);
     ::_exit(status);
   }
   std::optional<std::string> bundleExecutablePath() override { return host.bundleExecutablePath(); }
-  PropertyValue bundleInfo(std::string_view key) override { return host.bundleInfo(key); }
+  korvel::PropertyValue bundleInfo(std::string_view key) override { return host.bundleInfo(key); }
 
  private:
   HelperHost& host;
@@ -143,8 +94,8 @@ struct RemotePlatform::Parts {
     clock.setTime(host.time());
   }
 
-  // What the machine sends by itself goes to parts that end before the channel does. Calls go on
-  // until it is the channel's turn: the queues may be in the middle of one.
+  // The listener uses parts that are destroyed before the channel. Calls must work until then: the
+  // queues may be in the middle of one.
   ~Parts() { channel.stopListening(); }
   Parts(const Parts&) = delete;
   Parts& operator=(const Parts&) = delete;
@@ -156,7 +107,7 @@ struct RemotePlatform::Parts {
       if (body.finish()) clock.setTime(time);
       return;
     }
-    const ObjectRef notifier = body.u32();
+    const korvel::ObjectRef notifier = body.u32();
     const std::uint32_t messageType = body.u32();
     const auto argument = static_cast<std::uintptr_t>(body.u64());
     if (!body.finish()) return;
@@ -167,7 +118,7 @@ struct RemotePlatform::Parts {
 
   MachineChannel channel;
   RemoteHost host;
-  RemoteRootDomain rootDomain;
+  PowerCallbacks<RemoteInterface<korvel::RootPowerDomain>> rootDomain;
   RemoteLog log;
   RemoteInterface<korvel::SMCUserClient> smc;
   RemoteInterface<korvel::IORegistry> registry;

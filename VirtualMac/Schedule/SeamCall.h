@@ -9,7 +9,7 @@
 
 namespace virtualmac {
 
-/// Every platform call of the seam that a machine answers.
+/// The platform calls that a machine answers.
 enum class SeamCall : std::uint8_t {
 #define SEAM_CALL(id, interface, method, kind) id,
 #include "VirtualMac/Schedule/Calls.def"
@@ -22,7 +22,7 @@ inline constexpr std::size_t seamCallCount = 0
 #undef SEAM_CALL
     ;
 
-/// How a call can fail; see the table's head.
+/// The way in which a call can fail; see the head of Calls.def.
 enum class FailureKind : std::uint8_t {
   Kern,
   Object,
@@ -54,23 +54,20 @@ constexpr const SeamCallDescription& describe(SeamCall call) {
 }
 
 /// A failure put in the place of a call: its code by the call's kind (kernel code, errno, status)
-/// and, where the kind has one, a text. The real call is not made, but for reads that are to lie:
-/// those of an SMC key and of a file.
+/// and, where the kind has one, a text.
 struct InjectedFault {
   std::int64_t code = 0;
   std::string text;
-  /// In the place of all this: the call is made, and what it reads comes back changed.
+  /// The call is made instead, and its answer comes back changed. For smcCallStruct and fileRead.
   bool changesAnswer = false;
 };
 
-/// Stands before every platform call that a machine answers. One implementation runs under the
-/// baton scheduler, the other in the machine's own process.
+/// Stands before every platform call that a machine in the same process answers.
 class CallGate {
  public:
   virtual ~CallGate() = default;
-  /// Counts the call, lets its latency pass, and says whether a fault takes its place. May not
-  /// return: in process, a killed helper's threads unwind from here (never from a call of kind
-  /// Release).
+  /// Counts the call, lets its latency pass, and says whether a fault takes its place. A killed
+  /// helper's threads unwind from here, but never from a call of kind Release.
   virtual std::optional<InjectedFault> enter(SeamCall call) = 0;
 };
 

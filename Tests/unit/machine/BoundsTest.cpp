@@ -99,7 +99,7 @@ TEST(BoundsTest, AnAssertionWithAnEndlessTimeOutIsHeldForACentury) {
                                                      {"AssertName", "for ever"},
                                                      {"TimeoutAction", "TimeoutActionRelease"},
                                                      {"TimeoutSeconds", 1e300}};
-  EXPECT_EQ(bench.helper->createAssertion(properties, id), korvel::kernSuccess);
+  EXPECT_EQ(bench.helper->assertions.createWithProperties(properties, id), korvel::kernSuccess);
   bench.mac.advance(1);
   EXPECT_EQ(bench.mac.power.assertions().size(), 1U);
 }

@@ -28,7 +28,7 @@ TEST(MachineTest, AnEndedProcessHoldsNothingAndItsCallsFindNothing) {
   helper.files.openReadOnly("/");
   korvel::HandleRef port = 0;
   korvel::ObjectRef notifier = 0;
-  helper.rootDomain.registerForSystemPower(port, notifier);
+  helper.rootDomain.registerForSystemPower(nullptr, port, nullptr, notifier);
   EXPECT_EQ(helper.liveObjects(), 7U);
   bench.mac.endProcess(412);
   EXPECT_FALSE(helper.isAlive());
@@ -37,7 +37,7 @@ TEST(MachineTest, AnEndedProcessHoldsNothingAndItsCallsFindNothing) {
   EXPECT_EQ(helper.smc.callStruct(connection, commandBlock(readCommand, "CHTE", 4), output),
             machSendInvalidDest);
   std::uint32_t id = 0;
-  EXPECT_NE(helper.createAssertion(
+  EXPECT_NE(helper.assertions.createWithProperties(
                 korvel::PropertyValue::Dictionary{{"AssertType", "x"}, {"AssertName", "y"}}, id),
             korvel::kernSuccess);
 }

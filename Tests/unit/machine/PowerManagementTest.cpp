@@ -21,7 +21,7 @@ class PowerManagementTest : public ::testing::Test {
  protected:
   std::uint32_t create(const PropertyValue& properties) {
     std::uint32_t id = 0;
-    EXPECT_EQ(bench.helper->createAssertion(properties, id), korvel::kernSuccess);
+    EXPECT_EQ(bench.helper->assertions.createWithProperties(properties, id), korvel::kernSuccess);
     return id;
   }
 
@@ -34,7 +34,7 @@ TEST_F(PowerManagementTest, AnAssertionIsMadeToldAndReleased) {
   ASSERT_EQ(power.assertions().size(), 1U);
   EXPECT_EQ(power.assertions()[0].id, id);
   EXPECT_EQ(power.assertions()[0].level, 255);
-  EXPECT_EQ(bench.helper->releaseAssertion(id), korvel::kernSuccess);
+  EXPECT_EQ(bench.helper->assertions.release(id), korvel::kernSuccess);
   EXPECT_TRUE(power.assertions().empty());
   EXPECT_EQ(bench.takeLines("power"),
             "0.000 power assertion 33001 created PreventUserIdleSystemSleep "
@@ -47,15 +47,16 @@ TEST_F(PowerManagementTest, TypeAndNameMustBeText) {
   for (const char* key : {"AssertType", "AssertName"}) {
     PropertyValue::Dictionary broken = *assertionOf("PreventSystemSleep").dictionary();
     broken[key] = 1;
-    EXPECT_EQ(bench.helper->createAssertion(broken, id), korvel::ioReturnBadArgument);
+    EXPECT_EQ(bench.helper->assertions.createWithProperties(broken, id),
+              korvel::ioReturnBadArgument);
   }
-  EXPECT_EQ(bench.helper->createAssertion("text", id), korvel::ioReturnBadArgument);
+  EXPECT_EQ(bench.helper->assertions.createWithProperties("text", id), korvel::ioReturnBadArgument);
   EXPECT_EQ(id, 7U);
 }
 
 TEST_F(PowerManagementTest, ReleasingNothingOrAStrangerFails) {
-  EXPECT_EQ(bench.helper->releaseAssertion(0), korvel::ioReturnBadArgument);
-  EXPECT_EQ(bench.helper->releaseAssertion(99), ioReturnNotFound);
+  EXPECT_EQ(bench.helper->assertions.release(0), korvel::ioReturnBadArgument);
+  EXPECT_EQ(bench.helper->assertions.release(99), ioReturnNotFound);
 }
 
 TEST_F(PowerManagementTest, TheSystemReleasesAPairAfterFourHours) {
@@ -106,7 +107,7 @@ TEST_F(PowerManagementTest, ADeadProcessLosesItsAssertionsOnly) {
   create(assertionOf("PreventUserIdleSystemSleep"));
   const auto other = bench.mac.startProcess(500);
   std::uint32_t kept = 0;
-  other->createAssertion(assertionOf("PreventSystemSleep"), kept);
+  other->assertions.createWithProperties(assertionOf("PreventSystemSleep"), kept);
   bench.takeLines("power");
   bench.mac.endProcess(412, ProcessEnd{std::nullopt, 9});
   ASSERT_EQ(power.assertions().size(), 1U);
@@ -117,27 +118,32 @@ TEST_F(PowerManagementTest, ADeadProcessLosesItsAssertionsOnly) {
 TEST_F(PowerManagementTest, RefusalsHaveTheirCodes) {
   std::uint32_t id = 0;
   bench.fault("assertion-secondary-refused -536870201");
-  EXPECT_EQ(bench.helper->createAssertion(assertionOf("PreventSystemSleep"), id), -536870201);
+  EXPECT_EQ(bench.helper->assertions.createWithProperties(assertionOf("PreventSystemSleep"), id),
+            -536870201);
   const std::uint32_t primary = create(assertionOf("PreventUserIdleSystemSleep"));
   bench.fault("assertion-release-refused");
-  EXPECT_EQ(bench.helper->releaseAssertion(primary), korvel::ioReturnError);
+  EXPECT_EQ(bench.helper->assertions.release(primary), korvel::ioReturnError);
   bench.fault("assertion-refused 0xE00002BE");
-  EXPECT_EQ(bench.helper->createAssertion(assertionOf("PreventUserIdleSystemSleep"), id),
-            -536870210);
+  EXPECT_EQ(
+      bench.helper->assertions.createWithProperties(assertionOf("PreventUserIdleSystemSleep"), id),
+      -536870210);
 }
 
 TEST_F(PowerManagementTest, SettingsReadAsNeverStoredAtFirst) {
-  EXPECT_TRUE(bench.helper->copySystemPowerSettings().isAbsent());
-  EXPECT_EQ(bench.helper->setSystemPowerSetting("SleepDisabled", true), korvel::kernSuccess);
-  EXPECT_EQ(bench.helper->copySystemPowerSettings()["SleepDisabled"].boolean(), true);
-  EXPECT_EQ(bench.helper->setSystemPowerSetting("SleepDisabled", false), korvel::kernSuccess);
-  EXPECT_EQ(bench.helper->copySystemPowerSettings()["SleepDisabled"].boolean(), false);
+  EXPECT_TRUE(bench.helper->powerSettings.copySystemPowerSettings().isAbsent());
+  EXPECT_EQ(bench.helper->powerSettings.setSystemPowerSetting("SleepDisabled", true),
+            korvel::kernSuccess);
+  EXPECT_EQ(bench.helper->powerSettings.copySystemPowerSettings()["SleepDisabled"].boolean(), true);
+  EXPECT_EQ(bench.helper->powerSettings.setSystemPowerSetting("SleepDisabled", false),
+            korvel::kernSuccess);
+  EXPECT_EQ(bench.helper->powerSettings.copySystemPowerSettings()["SleepDisabled"].boolean(),
+            false);
   EXPECT_EQ(bench.takeLines("power"),
             "0.000 power SleepDisabled = 1\n0.000 power SleepDisabled = 0\n");
 }
 
 TEST_F(PowerManagementTest, TheSettingOutlivesItsWriterButNotAReboot) {
-  bench.helper->setSystemPowerSetting("SleepDisabled", true);
+  bench.helper->powerSettings.setSystemPowerSetting("SleepDisabled", true);
   bench.mac.endProcess(412);
   EXPECT_TRUE(power.sleepDisabled());
   bench.mac.reboot();
@@ -150,7 +156,7 @@ TEST_F(PowerManagementTest, SettingsNeedPrivilege) {
             korvel::ioReturnNotPrivileged);
   EXPECT_FALSE(power.sleepDisabled());
   bench.fault("settings-refused -536870212");
-  EXPECT_EQ(bench.helper->setSystemPowerSetting("SleepDisabled", true), -536870212);
+  EXPECT_EQ(bench.helper->powerSettings.setSystemPowerSetting("SleepDisabled", true), -536870212);
   EXPECT_EQ(bench.takeLines("power"),
             "0.000 power SleepDisabled = 1 refused (-536870207)\n"
             "0.000 power SleepDisabled = 1 refused (-536870212)\n");

@@ -17,7 +17,7 @@ class SleepTest : public ::testing::Test {
       last = message;
       if (acknowledges && message.notificationID != 0) acknowledge(message.notificationID);
     });
-    rootPort = bench.helper->rootDomain.registerForSystemPower(port, notifier);
+    rootPort = bench.helper->rootDomain.registerForSystemPower(nullptr, port, nullptr, notifier);
     source = bench.helper->rootDomain.notificationPortGetRunLoopSource(port);
     bench.helper->rootDomain.runLoopAddSource(bench.helper->rootDomain.mainRunLoop(), source);
     // A quiet battery, so that the journal holds only what a test is about.
@@ -30,7 +30,7 @@ class SleepTest : public ::testing::Test {
   }
   void assertion(const char* type) {
     std::uint32_t id = 0;
-    bench.helper->createAssertion(
+    bench.helper->assertions.createWithProperties(
         korvel::PropertyValue::Dictionary{
             {"AssertType", type}, {"AssertLevel", 255}, {"AssertName", "test"}},
         id);
@@ -195,7 +195,7 @@ TEST_F(SleepTest, AUserIdleAssertionHoldsOffIdleSleepUntilItIsReleased) {
             "0.000 power assertion 33001 created PreventUserIdleSystemSleep \"test\" (pid 412, no "
             "time-out)\n"
             "600.000 power sleep (idle) held off by assertion 33001\n");
-  bench.helper->releaseAssertion(33001);
+  bench.helper->assertions.release(33001);
   EXPECT_TRUE(messages.empty()) << "never from inside the helper's call";
   mac.advance(0);
   EXPECT_TRUE(mac.power.isAsleep());
@@ -220,11 +220,11 @@ TEST_F(SleepTest, ASystemAssertionHoldsOffARequestOnTheAdapterOnly) {
 }
 
 TEST_F(SleepTest, SleepDisabledHoldsOffTheLidUntilItIsCleared) {
-  bench.helper->setSystemPowerSetting("SleepDisabled", true);
+  bench.helper->powerSettings.setSystemPowerSetting("SleepDisabled", true);
   mac.lid.close();
   mac.advance(3600);
   EXPECT_TRUE(messages.empty());
-  bench.helper->setSystemPowerSetting("SleepDisabled", false);
+  bench.helper->powerSettings.setSystemPowerSetting("SleepDisabled", false);
   mac.advance(0);
   EXPECT_TRUE(mac.power.isAsleep());
 }
@@ -257,7 +257,7 @@ TEST_F(SleepTest, OpeningTheLidWakes) {
 }
 
 TEST_F(SleepTest, AnEmptyingBatterySleepsWhateverHoldsTheMachineAwake) {
-  bench.helper->setSystemPowerSetting("SleepDisabled", true);
+  bench.helper->powerSettings.setSystemPowerSetting("SleepDisabled", true);
   mac.battery.setPercent(3);
   mac.adapter.disconnect();
   mac.advance(3600);
@@ -295,7 +295,9 @@ TEST_F(SleepTest, AFailedRegistrationLeavesThePortAsItWas) {
   bench.fault("power-registration-fails");
   korvel::HandleRef otherPort = 5;
   korvel::ObjectRef otherNotifier = 6;
-  EXPECT_EQ(bench.helper->rootDomain.registerForSystemPower(otherPort, otherNotifier), 0U);
+  EXPECT_EQ(
+      bench.helper->rootDomain.registerForSystemPower(nullptr, otherPort, nullptr, otherNotifier),
+      0U);
   EXPECT_EQ(otherPort, 5U);
   EXPECT_EQ(otherNotifier, 0U);
 }

@@ -16,12 +16,13 @@ namespace {
 /// The machine's half with bytes put in by hand.
 class CallsTest : public testing::Test {
  protected:
+  static constexpr CallNumber callCount = seamCallCount + hostCallCount;
   struct Served {
     std::string failure;
     std::string result;
   };
-  Served serve(RemoteCall call, const WireWriter& arguments) {
-    return serveNumber(static_cast<CallNumber>(call), arguments.body());
+  Served serve(auto call, const WireWriter& arguments) {
+    return serveNumber(callNumber(call), arguments.body());
   }
   Served serveNumber(CallNumber number, const std::string& arguments) {
     WireReader reader(arguments);
@@ -41,21 +42,20 @@ class CallsTest : public testing::Test {
 
 // The numbers of the seam's calls are those of the table, in both halves.
 TEST_F(CallsTest, TheSeamsCallsKeepTheirNumbers) {
-  EXPECT_EQ(static_cast<std::size_t>(RemoteCall::codeRelease),
-            static_cast<std::size_t>(SeamCall::codeRelease));
-  EXPECT_EQ(static_cast<std::size_t>(RemoteCall::hostAnnounceFileCall), seamCallCount);
+  EXPECT_EQ(callNumber(SeamCall::codeRelease), static_cast<std::size_t>(SeamCall::codeRelease));
+  EXPECT_EQ(callNumber(HostCall::announceFileCall), seamCallCount);
 }
 
 TEST_F(CallsTest, ResultsAndOutArgumentsComeBack) {
   WireWriter match;
-  const std::string matched = serve(RemoteCall::smcMatchAppleSMC, match).result;
+  const std::string matched = serve(SeamCall::smcMatchAppleSMC, match).result;
   WireReader matchedReader(matched);
   const std::int64_t name = matchedReader.i64();
   ASSERT_NE(name, 0);
   WireWriter open;
   open.i64(name);
   open.i64(99);  // The connection as it was.
-  const Served opened = serve(RemoteCall::smcOpen, open);
+  const Served opened = serve(SeamCall::smcOpen, open);
   EXPECT_EQ(opened.failure, "");
   WireReader reader(opened.result);
   EXPECT_EQ(reader.i64(), korvel::kernSuccess);
@@ -68,37 +68,35 @@ TEST_F(CallsTest, ACallWithWrongArgumentsIsNotMade) {
   WireWriter call;
   call.text("SleepDisabled");
   call.u8(2);
-  EXPECT_EQ(serve(RemoteCall::settingsSet, call).failure, "a Boolean that is neither 0 nor 1");
+  EXPECT_EQ(serve(SeamCall::settingsSet, call).failure, "a Boolean that is neither 0 nor 1");
   WireWriter tooMuch;
   tooMuch.text("SleepDisabled");
   tooMuch.u8(1);
   tooMuch.u8(1);
-  EXPECT_EQ(serve(RemoteCall::settingsSet, tooMuch).failure,
-            "bytes left over after the last value");
+  EXPECT_EQ(serve(SeamCall::settingsSet, tooMuch).failure, "bytes left over after the last value");
   WireWriter tooLittle;
   tooLittle.text("SleepDisabled");
-  EXPECT_EQ(serve(RemoteCall::settingsSet, tooLittle).failure,
+  EXPECT_EQ(serve(SeamCall::settingsSet, tooLittle).failure,
             "truncated: a value reaches beyond the end");
   EXPECT_FALSE(machine.power.sleepDisabled());
   WireWriter right;
   right.text("SleepDisabled");
   right.u8(1);
-  EXPECT_EQ(serve(RemoteCall::settingsSet, right).failure, "");
+  EXPECT_EQ(serve(SeamCall::settingsSet, right).failure, "");
   EXPECT_TRUE(machine.power.sleepDisabled());
 }
 
 TEST_F(CallsTest, ANumberThatItsTypeCannotHoldIsAFailure) {
   WireWriter call;
   call.i64(std::int64_t{1} << 40U);
-  EXPECT_EQ(serve(RemoteCall::registryObjectRelease, call).failure,
+  EXPECT_EQ(serve(SeamCall::registryObjectRelease, call).failure,
             "a number that its type cannot hold");
 }
 
 TEST_F(CallsTest, UnknownNumbersAndFileCallsAreFailures) {
-  EXPECT_EQ(serveNumber(static_cast<CallNumber>(remoteCallCount), "").failure,
-            "no call has this number");
+  EXPECT_EQ(serveNumber(callCount, "").failure, "no call has this number");
   EXPECT_EQ(serveNumber(0xFFFF, "").failure, "no call has this number");
-  EXPECT_EQ(serve(RemoteCall::fileUnlink, {}).failure,
+  EXPECT_EQ(serve(SeamCall::fileUnlink, {}).failure,
             "file calls are made in the helper's own process");
 }
 
@@ -106,7 +104,7 @@ TEST_F(CallsTest, UnknownNumbersAndFileCallsAreFailures) {
 TEST_F(CallsTest, NoiseForEveryCallIsSurvived) {
   half.setTimeSource([] { return MachineTime{}; });
   Random random(1);
-  for (CallNumber number = 0; number < remoteCallCount; ++number) {
+  for (CallNumber number = 0; number < callCount; ++number) {
     for (int round = 0; round < 50; ++round) {
       std::string noise(random.below(60), '\0');
       for (char& byte : noise) byte = static_cast<char>(random.next());
@@ -120,7 +118,7 @@ TEST_F(CallsTest, FaultsOfTheDiskTakeTheFileCallsPlace) {
   const auto verdict = [&](SeamCall call) {
     WireWriter arguments;
     put(arguments, call);
-    const Served served = serve(RemoteCall::hostAnnounceFileCall, arguments);
+    const Served served = serve(HostCall::announceFileCall, arguments);
     WireReader reader(served.result);
     FileVerdict answer;
     get(reader, answer);
@@ -153,11 +151,11 @@ TEST_F(CallsTest, ALatencyBelongsToTheCallThatItIsSetFor) {
   machine.setLatencySeconds(SeamCall::smcOpen, 3);
   WireWriter fsync;
   put(fsync, SeamCall::fileFsync);
-  const auto announce = static_cast<CallNumber>(RemoteCall::hostAnnounceFileCall);
+  const auto announce = callNumber(HostCall::announceFileCall);
   EXPECT_EQ(half.latencySeconds(announce, fsync.body()), 2);
   EXPECT_EQ(half.latencySeconds(announce, ""), 0);
-  EXPECT_EQ(half.latencySeconds(static_cast<CallNumber>(RemoteCall::smcOpen), ""), 3);
-  EXPECT_EQ(half.latencySeconds(static_cast<CallNumber>(RemoteCall::hostTime), ""), 0);
+  EXPECT_EQ(half.latencySeconds(callNumber(SeamCall::smcOpen), ""), 3);
+  EXPECT_EQ(half.latencySeconds(callNumber(HostCall::time), ""), 0);
 }
 
 TEST_F(CallsTest, RequirementsAreJudgedByTheMachinesSignatures) {
@@ -167,7 +165,7 @@ TEST_F(CallsTest, RequirementsAreJudgedByTheMachinesSignatures) {
     WireWriter arguments;
     arguments.i64(pid);
     arguments.text(text);
-    const std::string result = serve(RemoteCall::hostJudge, arguments).result;
+    const std::string result = serve(HostCall::judge, arguments).result;
     WireReader reader(result);
     PeerVerdict verdict{};
     get(reader, verdict);
