@@ -12,7 +12,7 @@ namespace {
 
 /// Symbolic links followed in one look-up before it is given up.
 constexpr int deepestLinks = 32;
-/// What was not synced reaches the disk by itself after this long.
+/// Unsynced changes reach the disk by themselves after this time.
 constexpr Nanoseconds writeBackDelay = 30 * nanosecondsPerSecond;
 
 std::deque<std::string> components(std::string_view path) {

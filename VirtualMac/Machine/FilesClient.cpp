@@ -100,7 +100,7 @@ PosixResult FilesClient::fsync(int descriptor) {
 
 PosixResult FilesClient::close(int descriptor) {
   if (descriptors.erase(descriptor) == 0) return failed(EBADF);
-  // The descriptor is gone even when close reports an error.
+  // A close that reports an error still closes.
   if (const int error = disk.refusal("close", false)) return failed(error);
   return {};
 }

@@ -18,7 +18,7 @@ using korvel::SMCBlockView;
 
 enum class Command : std::uint8_t { Read = 5, Write = 6, KeyInfo = 9 };
 
-/// Where the block keeps what the controller looks at or answers.
+/// Offsets of the block's fields that the controller reads or writes.
 constexpr std::size_t keyOffset = 0;
 constexpr std::size_t dataSizeOffset = 28;
 constexpr std::size_t dataTypeOffset = 32;
@@ -122,7 +122,7 @@ std::uint8_t SMC::firstByte(std::string_view name) const {
 }
 
 bool SMC::chargingInhibited() const {
-  // The older pair works together: one half alone does not stop the charger.
+  // One key of the older pair alone does not stop the charger.
   return firstByte("CHTE") != 0 || (firstByte("CH0B") == 2 && firstByte("CH0C") == 2);
 }
 
@@ -189,8 +189,8 @@ void SMC::answer(SMCBlockView input, SMCBlockSpan output) {
   const std::size_t count = std::min(found->bytes.size(), payloadSize);
   std::copy_n(found->bytes.begin(), count, shown.begin());
   if (found->trailingJunk.empty()) return;
-  // Junk lands after the last byte that says something, as a firmware that forgets to clear would.
-  // The first byte always says something: a value of zeros is a value, and is never overwritten.
+  // A firmware that forgets to clear its buffer leaves junk after the last significant byte. The
+  // first byte is always significant, so that zero stays zero.
   std::size_t at = count;
   while (at > 1 && shown[at - 1] == 0) --at;
   for (const std::uint8_t junk : found->trailingJunk) {

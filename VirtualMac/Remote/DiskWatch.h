@@ -9,9 +9,8 @@
 
 namespace virtualmac {
 
-/// Tells the journal what became of the helper's state file, which lies on a real disk and is
-/// replaced by the helper itself. Outlives the helpers, since each finds the file of the one
-/// before.
+/// Journals the changes of the helper's state file, which lies on a real disk. It outlives the
+/// helpers, since each finds the file of the one before.
 class DiskWatch {
  public:
   /// `rootDirectory` stands for the machine's root directory.
@@ -19,7 +18,7 @@ class DiskWatch {
 
   /// A helper says that it replaced the file at `path`.
   void replaced(std::string_view path);
-  /// A helper has ended: tells a replacement that it did not live to speak of.
+  /// Called when a helper has ended: journals a replacement that it could not report any more.
   void look();
 
  private:

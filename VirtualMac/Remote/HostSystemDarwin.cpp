@@ -16,8 +16,8 @@
 
 namespace virtualmac::hostsystem {
 
-// This system has no flag for it at creation. Only a child spawned by another thread in between
-// would inherit the descriptor; the programs spawn from the thread that creates.
+// macOS cannot set close-on-exec when it creates a descriptor. A child that another thread spawns
+// in between would inherit it, but the programs spawn only from the thread that creates.
 void closeOnExec(int descriptor) {
   const int flags = ::fcntl(descriptor, F_GETFD);
   if (flags >= 0) ::fcntl(descriptor, F_SETFD, flags | FD_CLOEXEC);
@@ -45,7 +45,7 @@ void closeFrom(int first) {
   for (int each = ::getdtablesize() - 1; each >= first; --each) ::close(each);
 }
 
-// Here it is a flag: what no file action made or names is closed.
+// macOS has a flag for it, which closes every descriptor that no file action made or named.
 short closeFromAtSpawn(posix_spawn_file_actions_t& files, int) {
   for (int each = STDIN_FILENO; each <= STDERR_FILENO; ++each) {
     if (::fcntl(each, F_GETFD) >= 0) ::posix_spawn_file_actions_addinherit_np(&files, each);
@@ -76,7 +76,7 @@ std::size_t threadCount() {
   thread_act_array_t threads = nullptr;
   mach_msg_type_number_t count = 0;
   if (::task_threads(mach_task_self(), &threads, &count) != KERN_SUCCESS) return 0;
-  // The kernel gives a right to each thread, and the array they came in.
+  // The kernel gives a port right for each thread and an array; both must be given back.
   for (mach_msg_type_number_t i = 0; i < count; ++i) {
     ::mach_port_deallocate(mach_task_self(), threads[i]);
   }
@@ -89,7 +89,7 @@ std::optional<ProcessFacts> factsOf(pid_t process) {
   proc_taskinfo task{};
   constexpr int size = sizeof task;
   if (::proc_pidinfo(process, PROC_PIDTASKINFO, 0, &task, size) != size) return std::nullopt;
-  // Asked for a size, the kernel names more than there are: only the filled part counts.
+  // The kernel overestimates when it is asked for the size, so only the filled part counts.
   const int room = ::proc_pidinfo(process, PROC_PIDLISTFDS, 0, nullptr, 0);
   if (room <= 0) return std::nullopt;
   std::vector<proc_fdinfo> descriptors(static_cast<std::size_t>(room) / sizeof(proc_fdinfo));

@@ -39,7 +39,7 @@ std::int32_t peerProcess(int socket) {
 }
 
 void nameThisThread(const std::string& name) {
-  // The kernel keeps 15 characters: the end of a dotted name tells most.
+  // The kernel keeps 15 characters, and the end of a dotted name tells most.
   constexpr std::size_t longest = 15;
   const std::string kept = name.size() > longest ? name.substr(name.size() - longest) : name;
   ::pthread_setname_np(::pthread_self(), kept.c_str());

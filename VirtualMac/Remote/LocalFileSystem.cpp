@@ -26,7 +26,7 @@ PosixResult result(Value value) {
 
 PosixResult injected(const InjectedFault& fault) { return {-1, static_cast<int>(fault.code)}; }
 
-/// Links are not followed.
+/// Does not follow links.
 bool isThere(const std::string& path) {
   struct stat facts{};
   return ::lstat(path.c_str(), &facts) == 0;
@@ -112,7 +112,7 @@ PosixResult LocalFileSystem::fsync(int descriptor) {
 
 PosixResult LocalFileSystem::close(int descriptor) {
   const auto verdict = host.announceFileCall(SeamCall::fileClose);
-  // A close that reports an error has let go of the descriptor all the same.
+  // The call is made whatever the fault: a close that reports an error still closes.
   const PosixResult closed = result(::close(descriptor));
   return verdict.fault ? injected(*verdict.fault) : closed;
 }
@@ -144,7 +144,7 @@ bool LocalFileSystem::fileExists(const std::string& path) {
 std::expected<std::string, ErrorObject> LocalFileSystem::readFile(const std::string& path) {
   if (const auto verdict = host.announceFileCall(SeamCall::fileRead); verdict.fault)
     return std::unexpected(cocoaError(readUnknownError, verdict.fault->text));
-  // Without O_NONBLOCK a FIFO in the file's place would keep the caller for ever.
+  // Without O_NONBLOCK the open of a FIFO would block for ever.
   const int descriptor = ::open(below(path).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   if (descriptor < 0) return std::unexpected(readError(errno));
   struct stat facts{};

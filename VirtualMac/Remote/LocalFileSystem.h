@@ -7,11 +7,11 @@
 
 namespace virtualmac {
 
-/// The file calls, made for real by the calling process, with paths below a directory that stands
-/// for the virtual machine's root. Each is announced to the machine first, which may put a fault in
-/// its place; a finished replacement is told, for the journal.
+/// Makes the file calls for real, in the calling process. Paths lie below a directory that stands
+/// for the virtual machine's root. Each call is announced to the machine first, which may put a
+/// fault in its place; the machine also hears of each finished replacement, for its journal.
 ///
-/// Failure: those of the operating system, as they come. Symbolic links lead where they lead.
+/// Failure: the operating system's own. Symbolic links may lead out of the directory.
 class LocalFileSystem final : public korvel::FileSystem {
  public:
   LocalFileSystem(std::string rootDirectory, HelperHost& machineHost);

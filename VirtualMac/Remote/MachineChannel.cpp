@@ -58,7 +58,7 @@ void MachineChannel::send(std::uint32_t ticket, CallNumber number, std::string_v
     if (sent > 0)
       rest.remove_prefix(static_cast<std::size_t>(sent));
     else if (sent < 0 && errno != EINTR)
-      return;  // The reading side hears of the end too, and tells it.
+      return;  // The reading thread notices the end too, and reports it.
   }
 }
 

@@ -14,24 +14,23 @@
 
 namespace virtualmac {
 
-/// What the first byte of a frame between the helper and its machine says.
+/// The first byte of a frame between the helper and its machine.
 enum class MachineFrame : std::uint8_t {
   Call,    ///< To the machine: ticket, call number, arguments. Ticket 0 wants no answer.
   Answer,  ///< To the helper: ticket, result and out-arguments.
   Power,   ///< To the helper: notifier, message type, notification id.
-  Clock    ///< To the helper: how its machine's time runs from now on.
+  Clock    ///< To the helper: the rate at which its machine's time runs from now on.
 };
 
-/// Calls are numbered as the tables list them: the seam's first, then the host's.
+/// Identifies a call; see callNumber.
 using CallNumber = std::uint16_t;
 
 /// The helper's end of the connection to its machine. Any thread may call; each waits for its own
-/// answer. What the machine sends by itself is handed to the listener on the channel's own thread.
+/// answer. The listener gets the machine's unasked frames on the channel's own thread.
 ///
-/// Failure: the machine going away, or a frame that makes no sense, is the end of the channel. It
-/// is told to the end handler once, with a text. Calls that wait or come later never return from
-/// then on: for them the machine stands still. The owner ends the process, or destroys the channel
-/// when no caller is left.
+/// Failure: the channel ends when the machine goes away or a frame makes no sense, and tells the
+/// end handler why, once. Calls that wait then or come later never return. The owner ends the
+/// process, or destroys the channel when no caller is left.
 class MachineChannel {
  public:
   using Listener = std::function<void(MachineFrame kind, WireReader& body)>;
@@ -45,11 +44,11 @@ class MachineChannel {
 
   /// Starts reading. Both handlers run on the channel's thread and must not make calls.
   void start(Listener listener, EndHandler endHandler);
-  /// Lets the listener go: it is not running when this returns, and does not run again. Calls are
-  /// answered as before. Not on the channel's thread.
+  /// Returns when the listener is not running, and keeps it from running again. Calls are answered
+  /// as before. Not on the channel's thread.
   void stopListening();
 
-  /// One call: arguments out, result and out-arguments back. `Arguments` are the declared types.
+  /// Makes a call and waits for its answer. `Arguments` are the declared types.
   template <class Result, class... Arguments>
   Result call(CallNumber number, std::remove_reference_t<Arguments>&... arguments) {
     WireWriter request;
@@ -68,8 +67,7 @@ class MachineChannel {
     }
   }
 
-  /// A call whose answer nobody needs: returns when it is sent, and keeps its place before later
-  /// calls.
+  /// Makes a call without waiting for its answer. Later calls come after it.
   template <class... Arguments>
   void tell(CallNumber number, const Arguments&... arguments) {
     WireWriter request;
@@ -89,10 +87,10 @@ class MachineChannel {
   int socket;
   std::atomic<bool> closing = false;
   std::mutex listenerMutex;
-  Listener listener;  ///< None: nobody listens any more.
+  Listener listener;  ///< None after stopListening.
   EndHandler endHandler;
   std::mutex sendMutex;  ///< One frame at a time; never held while waiting for an answer.
-  std::mutex mutex;      ///< Guards what follows.
+  std::mutex mutex;      ///< Guards the fields below.
   std::condition_variable arrived;
   std::uint32_t lastTicket = 0;
   std::map<std::uint32_t, std::string> answers;

@@ -24,14 +24,14 @@ class MachineClock {
   MachineClock(const MachineClock&) = delete;
   MachineClock& operator=(const MachineClock&) = delete;
 
-  /// What holds from an earlier moment than the present time does is old news.
+  /// Ignored when older than the time already set.
   void setTime(const MachineTime& now);
   [[nodiscard]] MachineTime time() const;
   [[nodiscard]] Nanoseconds uptime() const;
 
   /// Runs `handler` once when the uptime reaches `uptime`.
   AlarmID addAlarm(Nanoseconds uptime, std::function<void()> handler);
-  /// An alarm that has begun to run is not waited for.
+  /// Does not wait for an alarm that has begun to run.
   void removeAlarm(AlarmID alarm);
 
  private:

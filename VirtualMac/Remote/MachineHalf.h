@@ -15,11 +15,10 @@ class HelperProcess;
 class Journal;
 class Machine;
 
-/// The machine's half of the remote seam, made from the tables of calls: one helper process's
-/// calls, made on what that process holds of the machine. Faults are the machine's own.
+/// The machine's half of the remote seam, made from the tables of calls. It makes one helper's
+/// calls on that helper's process in the model. Faults are the machine's own.
 ///
-/// It neither waits nor sends: the caller lets latency pass, transports bytes and keeps time. One
-/// thread at a time.
+/// The caller lets latency pass, transports the bytes and keeps time. One thread at a time.
 ///
 /// Failure: a call that is not in the table, or whose arguments do not read, is not made; the
 /// reader says what is wrong.
@@ -30,12 +29,12 @@ class MachineHalf {
   MachineHalf(const MachineHalf&) = delete;
   MachineHalf& operator=(const MachineHalf&) = delete;
 
-  /// Who tells how time runs, to the process that asks; needed before the first call is served.
+  /// Sets the source of HelperHost::time; needed before the first call is served.
   void setTimeSource(std::function<MachineTime()> source);
-  /// Where the root domain's messages for this process go.
+  /// The handler gets the root domain's messages for this process.
   void setPowerHandler(PowerManagement::Deliver handler);
 
-  /// Virtual seconds that a call takes before it may be served.
+  /// The virtual seconds that must pass before a call may be served.
   [[nodiscard]] double latencySeconds(CallNumber number, std::string_view arguments) const;
   /// Makes the call and writes its result.
   void serve(CallNumber number, WireReader& arguments, WireWriter& result);

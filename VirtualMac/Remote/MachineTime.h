@@ -7,13 +7,13 @@
 
 namespace virtualmac {
 
-/// How a machine's time follows real time from some moment on. The steady clock is the same in
-/// every process of a host, so the machine and its helper compute the same moments from this.
+/// Relates a machine's time to real time from some moment on. The steady clock is the same in every
+/// process of a host, so the machine and its helper compute the same moments from this.
 ///
-/// The timers' clock is the machine's uptime: virtual, faster than real by `speed`, and standing
-/// still while the machine sleeps.
+/// Timers follow the machine's uptime. It runs `speed` times as fast as real time, and stands still
+/// while the machine sleeps.
 struct MachineTime {
-  std::int64_t steadyNanoseconds = 0;  ///< The real moment from which this holds.
+  std::int64_t steadyNanoseconds = 0;  ///< This holds from that real moment on.
   Nanoseconds uptime = 0;              ///< The machine's uptime then.
   double speed = 1;                    ///< Virtual seconds in a real one.
   bool frozen = false;                 ///< Asleep: the uptime stays as it is.

@@ -53,7 +53,7 @@ class ProcessQueue final : public korvel::WorkQueue {
   static thread_local const asio::io_context* currentContext;
 
   std::shared_ptr<asio::io_context> context;
-  WorkGuard guard;  ///< Let go with the queue: the thread then ends when nothing is left.
+  WorkGuard guard;  ///< Keeps the thread running until the queue is destroyed.
 };
 
 thread_local const asio::io_context* ProcessQueue::currentContext = nullptr;
@@ -114,7 +114,7 @@ struct ProcessDispatch::MainLoop : std::enable_shared_from_this<MainLoop> {
   }
 
   void hear(int number) {
-    // A handler may not return, and may make or drop sources.
+    // A handler may exit the process, and may make or drop sources.
     const std::vector<std::shared_ptr<Source>> heard = sources;
     for (const std::shared_ptr<Source>& source : heard)
       if (source->number == number && source->resumed && source->handler) source->handler();
@@ -128,7 +128,7 @@ struct ProcessDispatch::MainLoop : std::enable_shared_from_this<MainLoop> {
 
 namespace {
 
-/// Keeps its entry in the main loop's list for as long as it lives. Main thread only.
+/// Stands in the main loop's list of sources while it lives. Main thread only.
 template <class Loop, class Entry>
 class ProcessSignalSource final : public korvel::SignalSource {
  public:

@@ -11,19 +11,18 @@ namespace virtualmac {
 
 /// Queues, timers, groups, locks and the main loop with real threads.
 ///
-/// A serial queue is a thread of its own with an Asio context, which outlives the queue until the
+/// Each serial queue has a thread with an Asio context. The thread outlives the queue until the
 /// posted work is done. Timers are alarms on the machine's clock: they follow its speed, and stand
 /// still while it sleeps. The main loop is an Asio context that the main thread runs; signals and
 /// power messages come to it.
 ///
-/// Group waits are the machine's time too, but real threads need real time to get anything done: a
-/// wait is never shorter than 250 real milliseconds, however fast the machine's time runs. A
-/// sleeping machine does not stop them.
+/// Group waits follow the machine's time too, but last at least 250 real milliseconds, however fast
+/// that time runs: real threads need real time. A sleeping machine does not stop them.
 ///
-/// Signals: here an ignored signal would never be delivered, so taking the default action away
-/// means installing a handler that passes the signal to the main loop; there its sources hear it.
+/// Signals: an ignored signal would never be delivered, so ignoreDefaultAction installs a handler
+/// that passes the signal to the main loop, where its sources hear it.
 ///
-/// Failure: none. What the operating system refuses (a thread) ends the process.
+/// Failure: none. The process ends when the operating system refuses a thread.
 class ProcessDispatch final : public korvel::Dispatch {
  public:
   explicit ProcessDispatch(MachineClock& machineClock);
@@ -40,8 +39,7 @@ class ProcessDispatch final : public korvel::Dispatch {
 
   /// Runs `work` on the main thread, in the order posted. Any thread.
   void postToMain(std::function<void()> work);
-  /// Lets runMainLoop return, also one that has yet to begin. Only tests end a loop; a process ends
-  /// by exit.
+  /// Makes runMainLoop return, even if it is called later. For tests only: a process ends by exit.
   void stopMainLoop();
 
  private:

@@ -9,10 +9,9 @@ namespace virtualmac {
 
 /// A timer on a queue, by alarms of the machine's clock.
 ///
-/// The alarm posts the firing to the queue; a firing that is still waiting there when the next one
-/// is due takes that one along. What was posted before a cancel finds the timer cancelled and does
-/// nothing. The queue's work, the clock's thread and the owner share the state, each under its
-/// mutex; the handler runs outside of it.
+/// The alarm posts the firing to the queue, unless one still waits there. A firing that was posted
+/// before a cancel does nothing. The queue's work, the clock's thread and the owner share the
+/// state, under its mutex; the handler runs without the mutex.
 class ProcessTimer final : public korvel::TimerSource {
  public:
   ProcessTimer(std::shared_ptr<korvel::WorkQueue> queue, MachineClock& clock);

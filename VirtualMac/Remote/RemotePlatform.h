@@ -9,7 +9,7 @@ namespace virtualmac {
 
 class ProcessDispatch;
 
-/// What launchd gives to a helper that it starts.
+/// launchd gives these to a helper that it starts.
 struct LaunchOptions {
   int machineDescriptor = -1;  ///< One end of a stream socket; the machine has the other.
   int serviceDescriptor = -1;  ///< The listening socket of the service.
@@ -21,8 +21,8 @@ struct LaunchOptions {
 /// The seam of a helper that is a process of its own: hardware, registry, power, signatures and log
 /// are calls to the machine; files, queues, signals and messages are real and made here.
 ///
-/// Failure: when the machine goes away, so does the computer that this process runs on; it ends
-/// at once with status 69 and a line on standard error.
+/// Failure: when the machine goes away, the process ends at once with status 69 and a line on
+/// standard error.
 class RemotePlatform {
  public:
   static constexpr int machineGoneStatus = 69;
@@ -33,7 +33,7 @@ class RemotePlatform {
   RemotePlatform& operator=(const RemotePlatform&) = delete;
 
   [[nodiscard]] korvel::Platform& platform();
-  /// The platform's queues and main loop, for whoever has to post to that loop or end it.
+  /// The platform's queues and main loop, for an owner that posts to that loop or ends it.
   [[nodiscard]] ProcessDispatch& dispatch();
 
  private:

@@ -25,7 +25,7 @@ namespace {
 
 thread_local std::optional<std::int32_t> pidOfCurrentCall;
 
-/// A reply that is as its operation declares it, as the journal tells it.
+/// The journal's text for a reply that is as its operation declares it.
 std::string summary(const std::vector<XPCValue>& values) {
   const auto& first = std::get<PropertyValue>(values.front());
   if (first.data() != nullptr) return replyText({first.data()->begin(), first.data()->end()});
@@ -114,7 +114,7 @@ void ServiceConnection::resume() {
   if (over) return;
   host.journal("app", "client " + std::to_string(pid) + " connected");
   reading = true;
-  // From here on everything is the connection's thread's.
+  // From here on only the connection's thread touches it.
   asio::post(socket.get_executor(), [self = shared_from_this()] { self->readHeader(); });
   breakAt(ConnectionBreak::InResume);
   breakAt(ConnectionBreak::AfterResume);
@@ -181,7 +181,7 @@ bool ServiceConnection::isAdmitted() {
   if (admitted || codeRequirement.empty()) return true;
   const PeerVerdict verdict = host.judge(pid, codeRequirement);
   admitted = verdict == PeerVerdict::Satisfies;
-  // Its identity goes with a client. One that has given up cannot be judged any more, nor answered.
+  // The machine forgets a client that has ended, so it can be neither judged nor answered.
   const bool left = verdict == PeerVerdict::Unknown && peerHasHungUp();
   if (!admitted) end(left ? "" : "does not satisfy the code-signing requirement");
   return admitted;
@@ -203,7 +203,7 @@ void ServiceConnection::deliver(const XPCOperation& operation, const XPCCall& ca
   const auto data = [&] {
     return korvel::DataReply(std::make_unique<Data>(shared_from_this(), operation, call.ticket));
   };
-  // A copy: a reply made on this thread may end the connection, which lets its object go.
+  // A copy, since a reply made on this thread may end the connection, which drops its object.
   const std::shared_ptr<korvel::KorvelHelperProtocol> exported = exportedObject;
   korvel::KorvelHelperProtocol& object = *exported;
   const std::string_view name = operation.selector;

@@ -15,10 +15,10 @@
 
 namespace virtualmac {
 
-/// One client of the helper's service; see ServiceListener. It is set up on the thread that
-/// accepts, which goes on beside the connection's own thread: that one reads messages and runs
-/// handlers from `resume` on, and may be done with all of it before the acceptance is. The
-/// interruption handler is kept and never called: a socket that breaks does not come back.
+/// One client of the helper's service; see ServiceListener. The accepting thread sets it up. From
+/// `resume` on the connection's own thread reads messages and runs handlers, and may be done with
+/// all of that before the delegate has returned. The interruption handler is never called, since a
+/// broken socket does not come back.
 class ServiceConnection final : public korvel::XPCConnection,
                                 public std::enable_shared_from_this<ServiceConnection> {
  public:
@@ -38,14 +38,14 @@ class ServiceConnection final : public korvel::XPCConnection,
   [[nodiscard]] bool isResumed() const { return resumed; }
   /// Drops a connection that was not accepted. On the thread that accepts.
   void refuse();
-  /// The answer to a call. Any thread; nothing happens when the connection is over.
+  /// Sends the answer to a call. Any thread; does nothing when the connection is over.
   void reply(const XPCOperation& operation, std::uint32_t ticket, std::vector<XPCValue> values);
 
   /// The pid of the peer whose call runs on this thread; none outside a call.
   static std::optional<std::int32_t> currentPid();
 
  private:
-  /// Ends here if the machine has it that new connections end at this moment.
+  /// Ends the connection if a fault of the machine ends new ones at this moment.
   void breakAt(ConnectionBreak moment);
   void readHeader();
   void readBody(std::uint32_t length);
@@ -72,7 +72,7 @@ class ServiceConnection final : public korvel::XPCConnection,
   bool admitted = false;
   bool over = false;
   bool reading = false;
-  int unanswered = 0;  ///< Calls whose reply is not yet on its way.
+  int unanswered = 0;  ///< Calls whose reply was not sent yet.
   std::array<char, wireHeaderSize> header{};
   std::string body;
   std::deque<std::string> outgoing;

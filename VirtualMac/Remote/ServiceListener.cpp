@@ -17,9 +17,8 @@ namespace virtualmac {
 
 using Protocol = asio::local::stream_protocol;
 
-/// One thread accepts; the connections are spread over the others, each for its whole life. A
-/// thread is its context's only one: it need not wake another to go on waiting while it serves a
-/// call.
+/// One thread accepts; the others share the connections, each of which stays with its thread. Each
+/// thread has a context of its own, so that it need not wake another one before it serves a call.
 class ServiceListener::Threads {
  public:
   Threads() = default;
@@ -31,7 +30,7 @@ class ServiceListener::Threads {
   Threads& operator=(const Threads&) = delete;
 
   asio::io_context& acceptance() { return accepting.context; }
-  /// Where the next connection belongs. On the accepting thread.
+  /// The context for the next connection. On the accepting thread.
   asio::io_context& nextConnection() { return serving[connections++ % serving.size()].context; }
 
  private:
@@ -52,7 +51,7 @@ class ServiceListener::Threads {
 
 namespace {
 
-/// The pending accept keeps it alive: a service is published for the rest of the process's life.
+/// The pending accept keeps it alive, so the service stays published until the process ends.
 class Listener final : public korvel::XPCListener {
  public:
   Listener(ServiceListener::Threads& threads, int listeningSocket, HelperHost& machineHost)
@@ -90,7 +89,7 @@ class Listener final : public korvel::XPCListener {
                               });
   }
 
-  // Out of descriptors, mostly: the waiting clients are served when others have gone.
+  // Mostly there are no descriptors left: clients wait until others have gone.
   static void retryLater(const std::shared_ptr<Acceptance>& on, const std::error_code& error) {
     if (error == asio::error::operation_aborted) return;
     on->retry.expires_after(std::chrono::milliseconds(50));

@@ -10,23 +10,22 @@ namespace virtualmac {
 
 /// The helper's service over the listening socket that the machine's launchd owns and hands in.
 ///
-/// Connections are accepted on one thread, and each one's messages read, delivered and answered, in
-/// order, on one of a few others, where its handlers run too, as soon as it is resumed. So
-/// connections share threads, and a call that blocks one holds up the others on it; on a Mac each
-/// connection has a queue of its own. A peer's identity is its pid, which the kernel vouches for;
-/// what that program is, the machine knows. The requirement is evaluated when the first message
-/// comes, before it is delivered.
+/// One thread accepts. From `resume` on each connection belongs to one of a few other threads,
+/// which reads, delivers and answers its messages in order and runs its handlers. A call that
+/// blocks holds up the other connections of its thread; on a Mac each connection has a queue of its
+/// own. The kernel tells the peer's pid, and the machine knows the program with that pid. The
+/// requirement is evaluated when the first message comes, before it is delivered.
 ///
-/// Failure. A connection ends, alone and with a line in the machine's journal, when its peer goes
-/// away, is not what the requirement asks for, or sends what is malformed, oversized, unknown to
+/// Failure. One connection ends, with a line in the machine's journal, when its peer goes away,
+/// does not satisfy the requirement, or sends a message that is malformed, oversized, unknown to
 /// the protocol or of the wrong type; also when the helper answers with a class that the interface
-/// does not allow. A peer that does not read its replies is not read from either, once
-/// `ServiceListener::unansweredLimit` calls are without a delivered reply: it waits alone.
+/// does not allow. Once `ServiceListener::unansweredLimit` calls of a peer are without a delivered
+/// reply, nothing more is read from it until it reads its replies.
 class ServiceListener final : public korvel::XPCService {
  public:
   static constexpr int unansweredLimit = 32;
 
-  /// `listeningSocket` serves `machServiceName`; -1: launchd handed in nothing.
+  /// `listeningSocket` serves `machServiceName`; -1: launchd handed in no socket.
   ServiceListener(std::string machServiceName, int listeningSocket, HelperHost& machineHost);
   ~ServiceListener() override;
 

@@ -159,7 +159,7 @@ PropertyValue WireReader::propertyAt(std::size_t depth) {
       return PropertyValue::Data(bytes.begin(), bytes.end());
     }
     case Type::Array: {
-      // Grown one by one: a count is only believed as far as there are elements.
+      // The array grows element by element, since the count may be a lie.
       PropertyValue::Array array;
       for (std::uint32_t count = u32(); count > 0 && !failed(); --count)
         array.push_back(propertyAt(depth + 1));

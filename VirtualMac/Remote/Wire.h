@@ -11,7 +11,7 @@
 
 namespace virtualmac {
 
-/// The largest body of one frame. What is longer is an attack or a defect.
+/// The largest body of one frame. A longer one is an attack or a defect.
 inline constexpr std::size_t wireFrameLimit = std::size_t{256} * 1024;
 /// The bytes before a body: its length, little-endian.
 inline constexpr std::size_t wireHeaderSize = 4;
@@ -40,9 +40,9 @@ class WireWriter {
   std::string bytes;
 };
 
-/// Reads a frame's body, and believes nothing: the first thing that is wrong (a length beyond the
-/// end, a Boolean of 2, an unknown type, values nested too deeply, bytes left over) is kept as the
-/// failure, and every later read gives an empty value. Callers read everything, then ask once.
+/// Reads a frame's body and checks everything. The first defect (a length beyond the end, a Boolean
+/// of 2, an unknown type, values nested too deeply, bytes left over) is kept as the failure, and
+/// every later read gives an empty value. So callers read everything, then ask once.
 class WireReader {
  public:
   explicit WireReader(std::string_view body) : rest(body) {}
@@ -59,12 +59,12 @@ class WireReader {
   korvel::PropertyValue property() { return propertyAt(0); }
   korvel::ErrorObject error();
 
-  /// The failure for what the caller finds wrong itself. The first one stays.
+  /// Reports a defect that the caller found. The first one stays.
   void fail(std::string_view what);
   [[nodiscard]] bool failed() const { return !failureText.empty(); }
-  /// True: nothing was wrong and nothing is left.
+  /// True: there was no defect and no bytes are left.
   bool finish();
-  /// What was wrong, for a person.
+  /// The first defect, for a person.
   [[nodiscard]] const std::string& failure() const { return failureText; }
 
  private:
@@ -80,7 +80,7 @@ class WireReader {
 std::string wireFrame(std::string_view body);
 /// The body's length from a frame's first bytes.
 std::uint32_t wireBodyLength(std::span<const char, wireHeaderSize> header);
-/// How a body of more than wireFrameLimit bytes is told.
+/// Describes a body of more than wireFrameLimit bytes, for a person.
 std::string oversizedText(std::uint32_t length);
 
 }  // namespace virtualmac

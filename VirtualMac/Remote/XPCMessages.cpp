@@ -36,7 +36,7 @@ constexpr std::array<XPCOperation, 11> operations{{
     {selector::quit, XPCArgument::None, XPCAnswer::None},
 }};
 
-/// The class of a value that travels as an object; none: one that no setting can name.
+/// The class of a value that travels as an object; none when no setting can name it.
 std::optional<ReplyClass> classOf(const PropertyValue& value) {
   if (value.text() != nullptr) return ReplyClass::String;
   if (value.boolean() || value.integer() || value.real()) return ReplyClass::Number;
@@ -72,7 +72,7 @@ class AllowedClasses {
   const std::vector<ReplyClass>& classes;
 };
 
-/// The reply as the operation declares it.
+/// True: the reply is as the operation declares it.
 bool declared(const XPCOperation& operation, const std::vector<XPCValue>& values) {
   const auto property = [&values](std::size_t index) {
     return index < values.size() ? std::get_if<PropertyValue>(&values[index]) : nullptr;

@@ -13,15 +13,15 @@
 
 namespace virtualmac {
 
-/// The messages of the helper's service: what a client sends, and what comes back.
+/// The messages of the helper's service, from a client and back to it.
 ///
 ///   call   1, ticket, selector, number of arguments (one byte), each a property-list value
 ///   reply  2, ticket, number of values (one byte), each 0 and a property-list value (absent for
 ///          nil), or 1 and an error
 ///
-/// Tickets are the client's; one-way messages carry 0. Everything is checked where it arrives: a
-/// body that does not read to its very end, an operation that the protocol lacks, an argument of
-/// another type end that one connection.
+/// The client chooses the ticket; a one-way message carries 0. The receiver ends the connection
+/// when a body does not read to its very end, the protocol lacks the operation, or an argument has
+/// another type.
 
 struct XPCCall {
   std::uint32_t ticket = 0;
@@ -55,12 +55,12 @@ std::string encode(const XPCReply& reply);
 std::expected<XPCCall, std::string> decodeXPCCall(std::string_view body);
 std::expected<XPCReply, std::string> decodeXPCReply(std::string_view body);
 
-/// Whether the operation's arguments are these; else why not.
+/// Checks that the operation takes these arguments; the error says why not.
 std::expected<void, std::string> checkArguments(const XPCOperation& operation,
                                                 const std::vector<korvel::PropertyValue>& given);
 
-/// Whether the operation may answer with these values, by its declaration and by the classes that
-/// the interface names; an argument without a setting takes what its declaration allows.
+/// Checks that the operation may answer with these values, by its declaration and by the classes
+/// that the interface names. An argument without a setting takes any class its declaration allows.
 std::expected<void, std::string> checkReply(const XPCOperation& operation,
                                             const std::vector<XPCValue>& values,
                                             const korvel::XPCInterface& interface);
