@@ -34,7 +34,9 @@ class BrokenRules : public testing::Test {
   void TearDown() override { world.killHelper(); }
 
   /// What happened, as the machine or the helper would journal it.
-  void happens(const char* kind, const char* text) { world.journal().record(kind, text); }
+  void happens(const char* kind, const char* text) {
+    world.journal().record(effectFrom(kind, text));
+  }
   void logs(const std::string& text) {
     platform.log.emit("com.korvel.app.helper", "HelperImpl", korvel::LogLevel::Default, text);
   }

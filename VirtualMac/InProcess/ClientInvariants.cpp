@@ -20,8 +20,8 @@ class ClientsCountedOnce final : public Invariant {
   explicit ClientsCountedOnce(World& watched) : Invariant(watched, "clients counted once") {}
 
   void journalled(const Journal::Entry& entry) override {
-    if (entry.kind != "log" || !contains(entry.text, "\"client ")) return;
-    const std::optional<std::int64_t> told = numberAfter(entry.text, "connected (count=");
+    if (!entry.message().starts_with("client ")) return;
+    const std::optional<std::int64_t> told = numberAfter(entry.message(), "connected (count=");
     const ThreadGroup* process = world.scheduler().current().process();
     if (told && process != nullptr) presences[process].counted = *told;
   }

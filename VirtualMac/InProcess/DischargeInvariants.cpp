@@ -113,11 +113,11 @@ class DischargeEndsInTime final : public DischargeRule {
       told = false;
     }
     // Arming again starts the lid's clock again.
-    if (entry.kind == "log" && contains(entry.text, "keep-awake ARMED")) closedSince.reset();
+    if (contains(entry.message(), "keep-awake ARMED")) closedSince.reset();
     if (wasArmed != view.armed) closedSince.reset();
     wasArmed = view.armed;
     // The helper measures it by the calendar.
-    if (entry.kind == "mac" && contains(entry.text, "clock set")) closedSince.reset();
+    if (entry.tells(EffectID::clockSet)) closedSince.reset();
     look();
   }
 
@@ -213,19 +213,17 @@ class NoDischargeIntoSleep final : public DischargeRule {
  protected:
   void happened(const Journal::Entry& entry, const Lane& lane, bool /*begins*/) override {
     if (!view.active) survived = false;
-    if (entry.kind == "log" && contains(entry.text, "\"kIOMessageSystemWillSleep — ")) {
-      flushing = &lane;
-    }
-    if (entry.kind != "power") return;
-    if (contains(entry.text, "message 0xe0000280")) {
+    if (entry.message().starts_with("kIOMessageSystemWillSleep — ")) flushing = &lane;
+    const bool message = entry.tells(EffectID::messageSent);
+    if (message && entry.effect.number(0) == korvel::ioMessageSystemWillSleep) {
       late = false;
       acknowledged = false;
       lastWorkDone = false;
       survived = false;
     }
-    if (contains(entry.text, "message acknowledged by")) acknowledged = true;
+    if (entry.tells(EffectID::messageAcknowledged)) acknowledged = true;
     const bool running = lastWorkDone ? survived : view.active;
-    if (entry.text == "asleep" && running && acknowledged && !late) {
+    if (entry.tells(EffectID::fellAsleep) && running && acknowledged && !late) {
       violate("asleep while discharging");
     }
   }

@@ -34,20 +34,16 @@ std::optional<std::int64_t> Readings::celsius() {
 // ---- view
 
 bool DischargeView::see(const Journal::Entry& entry, const Lane& lane) {
-  if (entry.kind == "proc" &&
-      (!contains(entry.text, "signal ") || contains(entry.text, "killed"))) {
-    forget();
-  }
-  if (entry.kind == "log") seeLog(entry.text, lane);
-  if (entry.kind == "disk" && contains(entry.text, "forceDischargeActive=false")) active = false;
-  if (entry.kind != "smc") return false;
-  const JournalledWrite write = journalledWrite(entry.text);
-  if (!isDischargeKey(write.key)) return false;
-  if (write.isZero()) {
+  if (entry.kind == "proc" && !entry.tells(EffectID::signalSent)) forget();
+  seeLog(entry.message(), lane);
+  if (entry.effect.field("forceDischargeActive") == "false") active = false;
+  const std::optional<KeyWrite> write = keyWriteOf(entry);
+  if (!write || !isDischargeKey(write->key)) return false;
+  if (write->isZero()) {
     active = false;
     return false;
   }
-  const bool begins = !active && write.obeyed;
+  const bool begins = !active && write->obeyed;
   if (begins) active = true;
   return begins;
 }
@@ -62,14 +58,14 @@ void DischargeView::forget() {
   posted.clear();
 }
 
-void DischargeView::seeLog(const std::string& text, const Lane& lane) {
+void DischargeView::seeLog(std::string_view text, const Lane& lane) {
   if (contains(text, "clamshell keep-awake ARMED")) armed = true;
   if (contains(text, "clamshell keep-awake DISARMED")) armed = false;
   if (contains(text, "clamshell keep-awake NOT active")) armed = false;
   if (contains(text, "force-discharge auto-stopped")) active = false;
   if (contains(text, "all clients gone — suspending enforcement")) active = false;
-  if (contains(text, "\"HelperImpl boot ")) inMemory = numberAfter(text, "limit=");
-  if (contains(text, "\"state.json ")) recordUnreadable = true;
+  if (text.starts_with("HelperImpl boot ")) inMemory = numberAfter(text, "limit=");
+  if (text.starts_with("state.json ")) recordUnreadable = true;
   if (contains(text, "persistence.write failed")) recordUnreadable = false;
   if (contains(text, "reverted in-memory state")) {
     const auto record = recordUnreadable ? std::nullopt : recordOnDisk(machine);
@@ -79,16 +75,17 @@ void DischargeView::seeLog(const std::string& text, const Lane& lane) {
   seeAudit(text, lane);
 }
 
-void DischargeView::seeAudit(const std::string& text, const Lane& lane) {
-  const auto asked = numberAfter(text, "\"setChargeLimit(");
-  // What is refused on the spot posts no work.
+void DischargeView::seeAudit(std::string_view text, const Lane& lane) {
+  // A limit that is refused on the spot posts no work.
+  const bool isLimit = text.starts_with("setChargeLimit(");
+  const auto asked = isLimit ? numberAfter(text, "(") : std::nullopt;
   if (asked && *asked >= 20 && *asked <= 100) {
     audited.insert_or_assign(&lane, Command{asked, false});
   }
   for (const std::string_view ending :
-       {"\"forceDischarge(0)", "\"clearChargeLimit pid", "\"releaseLimitUntilFullThenRestore pid",
-        "\"resetAllSMCKeys pid"}) {
-    if (contains(text, ending)) audited.insert_or_assign(&lane, Command{std::nullopt, true});
+       {"forceDischarge(0)", "clearChargeLimit pid", "releaseLimitUntilFullThenRestore pid",
+        "resetAllSMCKeys pid"}) {
+    if (text.starts_with(ending)) audited.insert_or_assign(&lane, Command{std::nullopt, true});
   }
 }
 

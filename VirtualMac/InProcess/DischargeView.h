@@ -53,8 +53,8 @@ class DischargeView {
     bool endsDischarge = false;
   };
 
-  void seeLog(const std::string& text, const Lane& lane);
-  void seeAudit(const std::string& text, const Lane& lane);
+  void seeLog(std::string_view text, const Lane& lane);
+  void seeAudit(std::string_view text, const Lane& lane);
 
   const Machine& machine;
   std::optional<std::int64_t> inMemory;

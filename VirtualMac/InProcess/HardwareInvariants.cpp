@@ -28,13 +28,14 @@ bool inFamily(std::string_view key, std::initializer_list<std::string_view> fami
 class ResetWatch {
  public:
   void see(const Journal::Entry& entry) {
-    if (entry.kind == "proc" && contains(entry.text, "started")) {
+    if (entry.tells(EffectID::helperStarted)) {
       resets = 0;
       shuttingDown = false;
     }
-    if (entry.kind == "log" && contains(entry.text, "\"resetAllSMCKeys pid=")) ++resets;
-    if (entry.kind == "reply" && entry.text.starts_with("resetAllSMCKeys") && resets > 0) --resets;
-    if (entry.kind == "log" && contains(entry.text, "shutdownGracefully — ")) shuttingDown = true;
+    if (entry.message().starts_with("resetAllSMCKeys pid=")) ++resets;
+    const bool replied = entry.kind == "reply" && !entry.tells(EffectID::told);
+    if (replied && entry.effect.word(0) == "resetAllSMCKeys" && resets > 0) --resets;
+    if (contains(entry.message(), "shutdownGracefully — ")) shuttingDown = true;
   }
   [[nodiscard]] bool resetting() const { return resets > 0 || shuttingDown; }
 
@@ -48,7 +49,8 @@ class PermittedWritesOnly final : public Invariant {
   explicit PermittedWritesOnly(World& watched) : Invariant(watched, "permitted writes only") {}
 
   void journalled(const Journal::Entry& entry) override {
-    if (entry.kind != "smc") return;
+    const std::optional<KeyWrite> write = keyWriteOf(entry);
+    if (!write) return;
     static const std::map<std::string, std::set<std::string>, std::less<>> permitted{
         {"CHTE", {"01 00 00 00", "00 00 00 00"}},
         {"CH0B", {"00", "02"}},
@@ -56,14 +58,13 @@ class PermittedWritesOnly final : public Invariant {
         {"CHIE", {"00", "08"}},
         {"CH0I", {"00", "01"}},
         {"CH0J", {"00", "01"}}};
-    const JournalledWrite write = journalledWrite(entry.text);
-    const auto found = permitted.find(write.key);
-    if (found == permitted.end() || !padded(found->second, write.payload)) violate(entry.text);
+    const auto found = permitted.find(write->key);
+    if (found == permitted.end() || !padded(found->second, write->payload)) violate(entry.text);
   }
 
  private:
   /// A key that states a larger size gets zeros after the payload.
-  static bool padded(const std::set<std::string>& payloads, const std::string& written) {
+  static bool padded(const std::set<std::string>& payloads, std::string_view written) {
     return std::any_of(payloads.begin(), payloads.end(), [&](const std::string& payload) {
       return written.starts_with(payload) &&
              written.find_first_not_of("0 ", payload.size()) == std::string::npos;
@@ -77,18 +78,21 @@ class OneFamilyOfKeys final : public Invariant {
 
   void journalled(const Journal::Entry& entry) override {
     reset.see(entry);
-    if (entry.kind == "proc" && contains(entry.text, "started")) {
+    if (entry.tells(EffectID::helperStarted)) {
       charging.clear();
       discharging.clear();
     }
     if (reset.resetting()) return;
-    if (entry.kind == "power" && entry.text.starts_with("native limit")) use(charging, "native");
-    if (entry.kind != "smc") return;
-    const JournalledWrite write = journalledWrite(entry.text);
-    if (write.key == "CHTE") use(charging, "CHTE");
-    if (inFamily(write.key, {"CH0B", "CH0C"})) use(charging, "CH0B and CH0C");
-    if (write.key == "CHIE") use(discharging, "CHIE");
-    if (inFamily(write.key, {"CH0I", "CH0J"})) use(discharging, "CH0I and CH0J");
+    if (entry.tells(EffectID::nativeLimitSet) || entry.tells(EffectID::nativeLimitRefused) ||
+        entry.tells(EffectID::nativeLimitIgnored) || entry.tells(EffectID::nativeLimitByUser)) {
+      use(charging, "native");
+    }
+    const std::optional<KeyWrite> write = keyWriteOf(entry);
+    if (!write) return;
+    if (write->key == "CHTE") use(charging, "CHTE");
+    if (inFamily(write->key, {"CH0B", "CH0C"})) use(charging, "CH0B and CH0C");
+    if (write->key == "CHIE") use(discharging, "CHIE");
+    if (inFamily(write->key, {"CH0I", "CH0J"})) use(discharging, "CH0I and CH0J");
   }
 
  private:
@@ -111,21 +115,38 @@ class ExitLeavesDefaults final : public Invariant {
   explicit ExitLeavesDefaults(World& watched) : Invariant(watched, "exit leaves defaults") {}
 
   void journalled(const Journal::Entry& entry) override {
-    if (entry.kind == "proc" && contains(entry.text, "started")) {
+    if (entry.tells(EffectID::helperStarted)) {
       releaseRefused = false;
       shuttingDown.clear();
       lastWork.clear();
       // What the life before could not record is unknown to this one too.
       claimLost = claimLost && keptAwake;
     }
-    if (entry.kind == "log") seeLog(entry.text);
-    if (entry.kind == "smc" && !journalledWrite(entry.text).obeyed) excused = true;
-    if (entry.kind == "power" && contains(entry.text, "refused")) excused = true;
-    if (entry.kind == "power" && entry.text.starts_with("SleepDisabled")) {
-      keptAwake = entry.text == "SleepDisabled = 1";
+    seeLog(entry.message());
+    const std::optional<KeyWrite> write = keyWriteOf(entry);
+    if (write && !write->obeyed) excused = true;
+    switch (entry.effect.id) {
+      case EffectID::nativeLimitRefused:
+        excused = true;
+        break;
+      case EffectID::settingRefused:
+        excused = true;
+        keptAwake = false;
+        break;
+      case EffectID::settingByOther:
+      case EffectID::settingRemovedByOther:
+      case EffectID::powerLost:
+      case EffectID::batteryRanOut:
+      case EffectID::poweredOn:
+        keptAwake = false;
+        break;
+      case EffectID::settingWritten:
+        keptAwake = entry.effect.number(1) == 1;
+        break;
+      default:
+        break;
     }
-    if (entry.kind == "mac" && contains(entry.text, "power")) keptAwake = false;
-    if (entry.kind != "proc" || !contains(entry.text, "exited 0")) return;
+    if (!entry.tells(EffectID::helperExited) || entry.effect.number(1) != 0) return;
     if (!restored) check();
     // What this life could not clear is no longer anybody's.
     keptAwake = false;
@@ -146,7 +167,7 @@ class ExitLeavesDefaults final : public Invariant {
  private:
   static constexpr double shutdownWaitSeconds = 0.4999;
 
-  void seeLog(const std::string& text) {
+  void seeLog(std::string_view text) {
     if (contains(text, "IOPMAssertionRelease(")) releaseRefused = true;
     if (contains(text, "persistence.write failed")) claimLost = true;
     if (contains(text, "IOPMSetSystemPowerSetting(")) claimLost = true;

@@ -8,6 +8,7 @@
 
 #include "HelperRecords.h"
 #include "VirtualMac/Schedule/Journal.h"
+#include "VirtualMac/Schedule/LogText.h"
 #include "VirtualMac/Schedule/Observer.h"
 
 namespace virtualmac {
@@ -40,21 +41,16 @@ class Invariant : public ScheduleObserver {
   std::vector<std::string> noted;
 };
 
-/// An `smc` line of the journal.
-struct JournalledWrite {
-  std::string key;
-  std::string payload;  ///< "01 00 00 00"
-  bool obeyed = true;
-  bool forbidden = false;
+/// A write to a key of the SMC.
+struct KeyWrite {
+  std::string_view key;
+  std::string_view payload;  ///< "01 00 00 00"
+  bool obeyed = false;
 
   [[nodiscard]] bool isZero() const;
 };
-JournalledWrite journalledWrite(std::string_view text);
-
-/// The number after `word` in `text`: 80 for "chargeLimit=" in "… chargeLimit=80 …".
-std::optional<std::int64_t> numberAfter(std::string_view text, std::string_view word);
-
-bool contains(std::string_view text, std::string_view part);
+/// None: the entry tells of no write to the SMC.
+std::optional<KeyWrite> keyWriteOf(const Journal::Entry& entry);
 
 /// The helper's record as it stands on the machine's disk; none when there is no complete one.
 std::optional<korvel::HelperState> recordOnDisk(const Machine& machine);

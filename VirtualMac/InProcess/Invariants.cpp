@@ -1,7 +1,6 @@
 #include "VirtualMac/InProcess/Invariants.h"
 
 #include <algorithm>
-#include <charconv>
 
 #include "HelperPersistence.h"
 #include "VirtualMac/InProcess/World.h"
@@ -23,46 +22,14 @@ void Invariant::finished() {}
 
 void Invariant::violate(std::string_view what) {
   if (noted.size() == mostNoted) return;
-  std::string line = journalLine({world.now(), "", std::string(what)});
-  // Without the columns of the empty kind.
-  const std::size_t timeEnds = line.find(' ');
-  line.replace(timeEnds, line.size() - timeEnds, " " + std::string(what));
-  noted.push_back(std::move(line));
+  noted.push_back(journalTime(world.now()) + ' ' + std::string(what));
 }
 
-bool JournalledWrite::isZero() const {
-  return payload.find_first_not_of("0 ") == std::string::npos;
-}
+bool KeyWrite::isZero() const { return payload.find_first_not_of("0 ") == std::string::npos; }
 
-JournalledWrite journalledWrite(std::string_view text) {
-  JournalledWrite write;
-  const std::size_t arrow = text.find(" <- ");
-  if (arrow == std::string_view::npos) return write;
-  write.key = text.substr(0, arrow);
-  std::string_view rest = text.substr(arrow + 4);
-  const std::size_t end = rest.find_first_not_of("0123456789abcdef ");
-  std::string_view payload = rest.substr(0, end);
-  write.forbidden = contains(rest, "FORBIDDEN");
-  write.obeyed = !contains(rest, "refused") && !contains(rest, "ignored") && !write.forbidden;
-  // A word after the payload may begin with hexadecimal letters; bytes are two digits each.
-  while (!payload.empty() && payload.size() % 3 != 2) payload.remove_suffix(1);
-  while (!payload.empty() && payload.back() == ' ') payload.remove_suffix(1);
-  write.payload = payload;
-  return write;
-}
-
-std::optional<std::int64_t> numberAfter(std::string_view text, std::string_view word) {
-  const std::size_t found = text.find(word);
-  if (found == std::string_view::npos) return std::nullopt;
-  const std::string_view digits = text.substr(found + word.size());
-  std::int64_t number = 0;
-  const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
-  if (error != std::errc() || end == digits.data()) return std::nullopt;
-  return number;
-}
-
-bool contains(std::string_view text, std::string_view part) {
-  return text.find(part) != std::string_view::npos;
+std::optional<KeyWrite> keyWriteOf(const Journal::Entry& entry) {
+  if (entry.kind != "smc" || entry.tells(EffectID::told)) return std::nullopt;
+  return KeyWrite{entry.effect.word(0), entry.effect.word(1), entry.tells(EffectID::keyWritten)};
 }
 
 std::optional<korvel::HelperState> recordOnDisk(const Machine& machine) {

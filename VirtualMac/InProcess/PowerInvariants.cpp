@@ -26,8 +26,9 @@ class SleepDisabledOnlyWhenOwned final : public Invariant {
   }
   void journalled(const Journal::Entry& entry) override {
     const Lane* lane = &world.scheduler().current();
-    if (entry.kind == "log" && contains(entry.text, "persistence.write failed")) refusing = lane;
-    if (entry.kind != "power" || entry.text != "SleepDisabled = 1" || refusing == lane) return;
+    if (contains(entry.message(), "persistence.write failed")) refusing = lane;
+    if (!entry.tells(EffectID::settingWritten) || entry.effect.number(1) != 1) return;
+    if (refusing == lane) return;
     const auto record = recordOnDisk(world.machine());
     if (!record || !record->sleepDisabledByKorvel) violate("set without the flag on disk");
   }
@@ -55,9 +56,8 @@ class AssertionsReleasedOnce final : public Invariant {
       releasing = nullptr;
       timedOut = 0;
     }
-    if (entry.kind != "power" || !entry.text.starts_with("assertion ")) return;
-    if (contains(entry.text, "timed out")) ++timedOut;
-    if (contains(entry.text, "released")) releasing = nullptr;
+    if (entry.tells(EffectID::assertionTimedOut)) ++timedOut;
+    if (entry.tells(EffectID::assertionReleased)) releasing = nullptr;
   }
   void finished() override { settle(); }
 
@@ -85,11 +85,11 @@ class MainThreadStaysFree final : public Invariant {
   explicit MainThreadStaysFree(World& watched) : Invariant(watched, "main thread stays free") {}
 
   void journalled(const Journal::Entry& entry) override {
-    if (entry.kind == "proc" && contains(entry.text, "started")) {
+    if (entry.tells(EffectID::helperStarted)) {
       shuttingDown = false;
       syncs = 0;
     }
-    if (entry.kind == "log" && contains(entry.text, "shutdownGracefully — ")) shuttingDown = true;
+    if (contains(entry.message(), "shutdownGracefully — ")) shuttingDown = true;
   }
   void waited(const Lane& lane, std::string_view what, double seconds) override {
     if (lane.name() != "main") return;

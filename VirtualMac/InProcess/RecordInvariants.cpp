@@ -35,18 +35,18 @@ class UnchangedFactsAreQuiet final : public Invariant {
       outcome.clear();
       ticking = nullptr;
     }
-    if (entry.kind == "disk") seeDisk(entry.text);
+    if (entry.kind == "disk") seeDisk(entry.effect);
     // The record in memory may be ahead of one that could not be written.
-    if (entry.kind == "log" && contains(entry.text, "persistence.write failed")) behind = true;
-    if (entry.kind != "log" || !contains(entry.text, "\"charge enforcement ")) return;
+    if (contains(entry.message(), "persistence.write failed")) behind = true;
+    if (!entry.message().starts_with("charge enforcement ")) return;
     if (entry.text == outcome) violate("told again: " + entry.text);
     outcome = entry.text;
   }
 
  private:
-  void seeDisk(const std::string& text) {
-    if (!contains(text, "state.json")) return;
-    if (ticking != nullptr && !behind && contains(text, "no field differs")) {
+  void seeDisk(const Effect& effect) {
+    if (effect.word(0) != "state.json") return;
+    if (ticking != nullptr && !behind && effect.id == EffectID::fileUnchanged) {
       violate("a tick wrote an unchanged record");
     }
     behind = false;
@@ -77,14 +77,13 @@ class OneAuditAndOneReplyEach final : public Invariant {
       : Invariant(watched, "one audit line and one reply each") {}
 
   void journalled(const Journal::Entry& entry) override {
-    const bool lifeBeginsOrEnds = contains(entry.text, "started") ||
-                                  contains(entry.text, "exited") || contains(entry.text, "killed");
-    if (entry.kind == "proc" && lifeBeginsOrEnds) {
+    if (entry.tells(EffectID::helperStarted) || entry.tells(EffectID::helperExited) ||
+        entry.tells(EffectID::helperKilled)) {
       open.clear();
       unaudited.clear();
     }
-    if (entry.kind == "log") seeLog(entry.text);
-    if (entry.kind == "reply") seeReply(entry.text);
+    if (entry.tells(EffectID::logged)) seeLog(entry.effect);
+    if (entry.kind == "reply") seeReply(entry.effect.word(0));
   }
 
   void messageBegins(const Lane& lane, std::string_view selector) override {
@@ -125,10 +124,10 @@ class OneAuditAndOneReplyEach final : public Invariant {
     violate(std::string(what) + " before the audit line of " + found->second);
   }
 
-  void seeLog(const std::string& text) {
+  void seeLog(const Effect& line) {
     for (const std::string_view selector : auditedSelectors) {
       const std::string operation = operationName(selector);
-      if (!isAudit(text, operation)) continue;
+      if (!isAudit(line, operation)) continue;
       ++open[operation];
       const Lane& lane = world.scheduler().current();
       const std::string& thread = lane.name();
@@ -142,20 +141,17 @@ class OneAuditAndOneReplyEach final : public Invariant {
     }
   }
 
-  void seeReply(const std::string& text) {
-    const std::string operation = text.substr(0, text.find(' '));
+  void seeReply(const std::string& operation) {
     if (!isAudited(operation)) return;
     if (--open[operation] >= 0) return;
     open[operation] = 0;
     violate("answered without an audit line, or twice: " + operation);
   }
 
-  /// `log` text: `HelperImpl default "setChargeLimit(80) pid=…"`.
-  static bool isAudit(std::string_view text, std::string_view operation) {
-    const std::size_t quote = text.find('"');
-    if (quote == std::string_view::npos || !text.starts_with("HelperImpl ")) return false;
-    const std::string_view message = text.substr(quote + 1);
-    if (!message.starts_with(operation)) return false;
+  /// `setChargeLimit(80) pid=…` in the core's own category.
+  static bool isAudit(const Effect& line, std::string_view operation) {
+    const std::string_view message = line.word(2);
+    if (line.word(0) != "HelperImpl" || !message.starts_with(operation)) return false;
     const char next = message.size() > operation.size() ? message[operation.size()] : ' ';
     return (next == '(' || next == ' ') && contains(message, " pid=");
   }

@@ -45,8 +45,9 @@ class Route {
 
   /// A thread of a dead process may come as far as its reply before it unwinds; nobody hears it.
   [[nodiscard]] bool unheard() const { return !route.around.process.alive(); }
-  void answered(const std::string& outcome) {
-    route.around.journal.record("reply", operationName(route.call->selector) + ' ' + outcome);
+  template <class... Values>
+  void answered(const Values&... values) {
+    route.around.journal.record(replied(route.call->selector, values...));
     route.client->answered(route.call);
   }
   void rejected(const std::string& why) {
@@ -69,7 +70,7 @@ class PidSink final : public korvel::ReplySink<std::uint64_t>, Route {
   void deliver(std::uint64_t pid) override {
     if (unheard()) return;
     route.call->pid = pid;
-    answered(replyText(pid));
+    answered(pid);
   }
   void abandoned() override { dropped(); }
 };
@@ -83,9 +84,8 @@ class DataSink final : public korvel::ReplySink<std::string>, Route {
       rejected(*why);
       return;
     }
-    const std::string outcome = replyText(data);
     route.call->data = std::move(data);
-    answered(outcome);
+    answered(route.call->data);
   }
   void abandoned() override { dropped(); }
 };
@@ -102,10 +102,9 @@ class OutcomeSink final : public korvel::ReplySink<bool, std::optional<korvel::E
         return;
       }
     }
-    const std::string outcome = replyText(success, error);
     route.call->success = success;
     route.call->error = std::move(error);
-    answered(outcome);
+    answered(success, route.call->error);
   }
   void abandoned() override { dropped(); }
 };

@@ -12,6 +12,7 @@
 #include "VirtualMac/InProcess/MachineSchedulerClock.h"
 #include "VirtualMac/InProcess/ServiceEndpoint.h"
 #include "VirtualMac/Machine/Machine.h"
+#include "VirtualMac/Schedule/LogText.h"
 #include "VirtualMac/Schedule/Scheduler.h"
 
 namespace virtualmac {
@@ -26,18 +27,6 @@ Profile profileNamed(const std::string& name) {
   std::expected<Profile, std::string> loaded = loadProfile(name);
   if (!loaded) throw std::invalid_argument(loaded.error());
   return std::move(*loaded);
-}
-
-std::string_view levelText(korvel::LogLevel level) {
-  switch (level) {
-    case korvel::LogLevel::Default:
-      return "default";
-    case korvel::LogLevel::Error:
-      return "error";
-    case korvel::LogLevel::Fault:
-      return "fault";
-  }
-  return "?";
 }
 
 }  // namespace
@@ -106,8 +95,7 @@ struct World::Parts {
   }
 
   void writeLog(korvel::LogLevel level, std::string_view category, std::string_view text) {
-    journal.record("log", std::string(category) + ' ' + std::string(levelText(level)) + " \"" +
-                              std::string(text) + '"');
+    journal.record<EffectID::logged>(category, levelName(level), text);
     if (options.keepJournal) {
       logLines.push_back(
           {machine->totalSeconds(), std::string(category), level, std::string(text)});

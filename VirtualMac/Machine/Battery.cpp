@@ -54,7 +54,7 @@ void Battery::setPercent(double level) {
   charge = std::clamp<std::int64_t>(charge, 0, fullCharge);
   updateRate();
   context.noteChange();
-  if (charge != before) journal("battery set to " + numberText(within) + " %");
+  if (charge != before) context.journal.record<EffectID::batterySet>(numberText(within));
 }
 
 int Battery::percent() const { return static_cast<int>((charge + halfPercent) / unitsPerPercent); }
@@ -173,7 +173,7 @@ void Battery::pass(Nanoseconds duration) {
   if (percent() != before) journalPercent();
 }
 
-void Battery::journalPercent() { journal("battery " + std::to_string(percent()) + " %"); }
+void Battery::journalPercent() { context.journal.record<EffectID::batteryLevel>(percent()); }
 
 void Battery::journal(std::string what) { context.journal.record("mac", std::move(what)); }
 

@@ -104,8 +104,9 @@ struct FileCopy {
   friend bool operator==(const FileCopy&, const FileCopy&) = default;
 };
 
-/// The journal's text for a replacement of `before` (none: the name was free) by `after`.
-std::string replacementText(const std::optional<FileCopy>& before, const FileCopy& after);
+/// The effect of replacing `before` (none: the name was free) by `after`.
+Effect changeOfFile(std::string_view name, const std::optional<FileCopy>& before,
+                    const FileCopy& after);
 
 /// The seam's file calls as one process makes them, with its umask and its descriptors, from 3 on.
 class FilesClient final : public korvel::FileSystem {

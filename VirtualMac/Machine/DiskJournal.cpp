@@ -34,22 +34,23 @@ std::string valueText(const json& value) {
 FileCopy::FileCopy(std::string_view whole)
     : bytes(whole.substr(0, bounds::longestCompared)), size(whole.size()) {}
 
-std::string replacementText(const std::optional<FileCopy>& before, const FileCopy& after) {
-  const std::string verb = before ? "replaced: " : "created: ";
+Effect changeOfFile(std::string_view name, const std::optional<FileCopy>& before,
+                    const FileCopy& after) {
+  const std::string_view verb = before ? "replaced" : "created";
   const json now = objectIn(after);
-  if (now.is_null()) return verb + std::to_string(after.size) + " bytes";
+  if (now.is_null()) return effect<EffectID::fileOpaque>(name, verb, after.size);
   json earlier = before ? objectIn(*before) : json::object();
   if (earlier.is_null()) earlier = json::object();
 
-  std::string fields;
+  EffectFields fields;
   for (const auto& [key, value] : now.items()) {
-    if (!earlier.contains(key) || earlier[key] != value)
-      fields += " " + key + "=" + valueText(value);
+    if (!earlier.contains(key) || earlier[key] != value) fields.emplace_back(key, valueText(value));
   }
   for (const auto& [key, value] : earlier.items()) {
-    if (!now.contains(key)) fields += " " + key + " gone";
+    if (!now.contains(key)) fields.emplace_back(key, std::nullopt);
   }
-  return verb + (fields.empty() ? "no field differs" : fields.substr(1));
+  return fields.empty() ? effect<EffectID::fileUnchanged>(name, verb)
+                        : effect<EffectID::fileChanged>(name, verb, fields);
 }
 
 }  // namespace virtualmac

@@ -11,21 +11,23 @@ void Adapter::connect() {
   if (connected) return;
   connected = true;
   context.noteChange();
-  context.journal.record("mac", "adapter connected");
+  context.journal.record<EffectID::adapterConnected>();
 }
 
 void Adapter::disconnect() {
   if (!connected) return;
   connected = false;
   context.noteChange();
-  context.journal.record("mac", "adapter disconnected");
+  context.journal.record<EffectID::adapterDisconnected>();
 }
 
 void Adapter::renegotiate() {
   if (!connected) return;
-  const bool dropped = smc.dropInflowInhibit();
-  context.journal.record(
-      "mac", dropped ? "adapter renegotiated (inflow inhibit dropped)" : "adapter renegotiated");
+  if (smc.dropInflowInhibit()) {
+    context.journal.record<EffectID::inflowInhibitDropped>();
+  } else {
+    context.journal.record("mac", "adapter renegotiated");
+  }
 }
 
 Lid::Lid(const Profile& profile, MachineContext& shared)
@@ -40,7 +42,8 @@ void Lid::setClosed(bool value) {
   if (!present || closed == value) return;
   closed = value;
   context.noteChange();
-  context.journal.record("mac", value ? "lid closed" : "lid opened");
+  value ? context.journal.record<EffectID::lidClosed>()
+        : context.journal.record<EffectID::lidOpened>();
 }
 
 void Lid::setDisplay(bool value) {

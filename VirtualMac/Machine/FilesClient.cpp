@@ -113,7 +113,7 @@ PosixResult FilesClient::unlink(const std::string& path) {
   if (disk.readOnly) return failed(EROFS);
   if (found->node->kind == FileKind::Directory) return failed(EPERM);
   disk.change(*found->directory, {{found->name, nullptr}});
-  if (!isTemporary(found->name)) disk.context.journal.record("disk", found->name + " removed");
+  if (!isTemporary(found->name)) disk.context.journal.record<EffectID::fileRemoved>(found->name);
   return {};
 }
 
@@ -135,8 +135,7 @@ std::expected<void, ErrorObject> FilesClient::replaceItem(const std::string& ori
   std::optional<FileCopy> before;
   if (to->node != nullptr) before = FileCopy(to->node->content);
   disk.change(*to->directory, {{to->name, from->node}, {from->name, nullptr}});
-  disk.context.journal.record(
-      "disk", to->name + " " + replacementText(before, FileCopy(from->node->content)));
+  disk.context.journal.record(changeOfFile(to->name, before, FileCopy(from->node->content)));
   return {};
 }
 

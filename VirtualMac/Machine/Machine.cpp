@@ -20,10 +20,10 @@ constexpr int mostSettlingRounds = 1000;
 
 constexpr int killSignal = 9;
 
-std::string endText(const ProcessEnd& how) {
-  if (how.signal) return "killed by signal " + std::to_string(*how.signal);
-  if (how.exitStatus) return "exited " + std::to_string(*how.exitStatus);
-  return "ended";
+Effect endOf(std::int32_t pid, const ProcessEnd& how) {
+  if (how.signal) return effect<EffectID::helperKilled>(pid, *how.signal);
+  if (how.exitStatus) return effect<EffectID::helperExited>(pid, *how.exitStatus);
+  return effect<EffectID::helperEnded>(pid);
 }
 
 }  // namespace
@@ -69,12 +69,12 @@ void Machine::settleOnce() {
   battery.setConditions(batteryConditions());
   if (off && adapter.isConnected()) {
     off = false;
-    context.journal.record("mac", "powered on");
+    context.journal.record<EffectID::poweredOn>();
     context.noteChange();
   }
   const bool draining = battery.isPresent() && battery.isDraining();
   if (!off && draining && battery.isEmpty() && !adapter.isConnected()) {
-    goDown("battery empty, power lost", false);
+    goDown(effect<EffectID::batteryRanOut>(), false);
     off = true;
   }
   if (!off) {
@@ -132,15 +132,14 @@ void Machine::tell(std::string whatWasDone) {
 }
 
 void Machine::tellSignal(std::int32_t pid, int number) {
-  context.journal.record("proc",
-                         "signal " + std::to_string(number) + " to helper " + std::to_string(pid));
+  context.journal.record<EffectID::signalSent>(number, pid);
 }
 
 korvel::Date Machine::wallClock() const { return korvel::Date{wallAtStart + totalSeconds()}; }
 
 void Machine::setWallClock(korvel::Date now) {
   wallAtStart = now.secondsSinceReference - totalSeconds();
-  context.journal.record("mac", "clock set to " + korvel::iso8601Text(now));
+  context.journal.record<EffectID::clockSet>(korvel::iso8601Text(now));
 }
 
 std::shared_ptr<HelperProcess> Machine::startProcess(std::int32_t pid) {
@@ -148,7 +147,7 @@ std::shared_ptr<HelperProcess> Machine::startProcess(std::int32_t pid) {
   auto started = std::make_shared<HelperProcess>(*this, pid);
   processes.emplace(pid, started);
   signatures.setPid(pid, "helper");
-  context.journal.record("proc", "helper " + std::to_string(pid) + " started");
+  context.journal.record<EffectID::helperStarted>(pid);
   return started;
 }
 
@@ -158,7 +157,7 @@ void Machine::endProcess(std::int32_t pid, ProcessEnd how) {
   const std::shared_ptr<HelperProcess> ended = found->second;
   processes.erase(found);
   signatures.removePid(pid);
-  context.journal.record("proc", "helper " + std::to_string(pid) + " " + endText(how));
+  context.journal.record(endOf(pid, how));
   ended->end();
 }
 
@@ -167,9 +166,9 @@ std::shared_ptr<HelperProcess> Machine::process(std::int32_t pid) const {
   return found == processes.end() ? nullptr : found->second;
 }
 
-void Machine::goDown(std::string_view cause, bool orderly) {
-  context.journal.record("mac", std::string(cause));
-  if (downHandler) downHandler(cause);
+void Machine::goDown(const Effect& cause, bool orderly) {
+  context.journal.record(cause);
+  if (downHandler) downHandler(cause.text());
   while (!processes.empty()) {
     endProcess(processes.begin()->first, ProcessEnd{std::nullopt, killSignal});
   }
@@ -181,9 +180,9 @@ void Machine::goDown(std::string_view cause, bool orderly) {
   power.forgetOverReboot();
 }
 
-void Machine::reboot() { goDown("reboot", true); }
+void Machine::reboot() { goDown(effect<EffectID::rebooted>(), true); }
 
-void Machine::powerLoss() { goDown("power lost", false); }
+void Machine::powerLoss() { goDown(effect<EffectID::powerLost>(), false); }
 
 void Machine::setDownHandler(std::function<void(std::string_view cause)> handler) {
   downHandler = std::move(handler);

@@ -129,7 +129,7 @@ class Machine {
  private:
   void settle();
   void settleOnce();
-  void goDown(std::string_view cause, bool orderly);
+  void goDown(const Effect& cause, bool orderly);
   [[nodiscard]] BatteryConditions batteryConditions() const;
   [[nodiscard]] Nanoseconds untilNext() const;
   void pass(Nanoseconds duration);

@@ -1,8 +1,6 @@
 #include "VirtualMac/Machine/PowerManagement.h"
 
 #include <algorithm>
-#include <array>
-#include <cstdio>
 #include <utility>
 
 #include "VirtualMac/Machine/Bounds.h"
@@ -20,14 +18,6 @@ constexpr int toleratedTimeouts = 3;
 
 /// Identifiers of the messages are handed out in steps, as the kernel's look.
 constexpr std::intptr_t notificationIDStep = 2;
-
-std::string messageText(std::uint32_t messageType) {
-  std::array<char, 16> text{};
-  std::snprintf(text.data(), text.size(), "0x%08x", static_cast<unsigned>(messageType));
-  return text.data();
-}
-
-std::string pidText(std::int32_t pid) { return "pid " + std::to_string(pid); }
 
 double secondsIn(const korvel::PropertyValue& value) {
   if (const auto real = value.real()) return *real;
@@ -76,9 +66,8 @@ korvel::KernReturn PowerManagement::createAssertion(std::int32_t owner,
   if (timeout > 0) made.releasedAtUptime = uptimeNow + fromSeconds(timeout);
   const std::string* action = properties["TimeoutAction"].text();
   made.releaseOnTimeout = action != nullptr && *action == "TimeoutActionRelease";
-  context.journal.record("power", "assertion " + std::to_string(made.id) + " created " + made.type +
-                                      " \"" + made.name + "\" (" + pidText(owner) + ", " +
-                                      (timeout > 0 ? wholeSeconds(timeout) : "no time-out") + ")");
+  context.journal.record<EffectID::assertionCreated>(
+      made.id, made.type, made.name, owner, timeout > 0 ? wholeSeconds(timeout) : "no time-out");
   id = made.id;
   held.push_back(std::move(made));
   context.noteChange();
@@ -91,7 +80,7 @@ korvel::KernReturn PowerManagement::releaseAssertion(std::uint32_t id) {
   const auto found = std::ranges::find(held, id, &Assertion::id);
   if (found == held.end()) return ioReturnNotFound;
   held.erase(found);
-  context.journal.record("power", "assertion " + std::to_string(id) + " released");
+  context.journal.record<EffectID::assertionReleased>(id);
   context.noteChange();
   return korvel::kernSuccess;
 }
@@ -102,7 +91,7 @@ void PowerManagement::expireAssertions() {
       ++each;
       continue;
     }
-    context.journal.record("power", "assertion " + std::to_string(each->id) + " timed out");
+    context.journal.record<EffectID::assertionTimedOut>(each->id);
     context.noteChange();
     if (each->releaseOnTimeout) {
       each = held.erase(each);
@@ -118,14 +107,13 @@ korvel::KernReturn PowerManagement::setSystemPowerSetting(std::string_view key, 
                                                           bool privileged) {
   if (!privileged || settingRefusal) {
     const korvel::KernReturn code = settingRefusal.value_or(korvel::ioReturnNotPrivileged);
-    context.journal.record("power", std::string(key) + " = " + (value ? "1" : "0") + " refused (" +
-                                        std::to_string(code) + ")");
+    context.journal.record<EffectID::settingRefused>(key, value, code);
     return code;
   }
   if (key == sleepDisabledKey) {
     sleepDisabledSetting = value;
   }
-  context.journal.record("power", std::string(key) + " = " + (value ? "1" : "0"));
+  context.journal.record<EffectID::settingWritten>(key, value);
   context.noteChange();
   return korvel::kernSuccess;
 }
@@ -139,8 +127,11 @@ korvel::PropertyValue PowerManagement::copySystemPowerSettings() {
 void PowerManagement::setSleepDisabledExternally(std::optional<bool> value) {
   sleepDisabledSetting = value;
   context.noteChange();
-  const std::string shown = value ? (*value ? " = 1" : " = 0") : " removed";
-  context.journal.record("power", std::string(sleepDisabledKey) + shown + " (by another program)");
+  if (value) {
+    context.journal.record<EffectID::settingByOther>(sleepDisabledKey, *value);
+  } else {
+    context.journal.record<EffectID::settingRemovedByOther>(sleepDisabledKey);
+  }
 }
 
 void PowerManagement::requestSleep(SleepReason reason) {
@@ -202,7 +193,7 @@ korvel::KernReturn PowerManagement::acknowledge(std::int32_t pid, korvel::Object
     if (notificationID == 0 || each.awaited != notificationID) break;
     each.awaited = 0;
     each.timeouts = 0;
-    context.journal.record("power", "message acknowledged by " + pidText(pid));
+    context.journal.record<EffectID::messageAcknowledged>(pid);
     context.noteChange();
     return korvel::kernSuccess;
   }
@@ -220,8 +211,7 @@ void PowerManagement::announce(std::uint32_t messageType, bool acknowledged) {
       message.notificationID = lastNotificationID;
       if (each.timeouts < toleratedTimeouts) each.awaited = message.notificationID;
     }
-    context.journal.record("power",
-                           "message " + messageText(messageType) + " to " + pidText(each.pid));
+    context.journal.record<EffectID::messageSent>(messageType, each.pid);
     outgoing.emplace_back(each.deliver, message);
   }
   // A delivery may come back into the machine, so the list is not walked while delivering.
@@ -239,7 +229,7 @@ void PowerManagement::giveUpWaiting() {
     if (each.awaited == 0) continue;
     each.awaited = 0;
     ++each.timeouts;
-    context.journal.record("power", "message not acknowledged by " + pidText(each.pid));
+    context.journal.record<EffectID::messageNotAcknowledged>(each.pid);
   }
 }
 
@@ -275,10 +265,9 @@ void PowerManagement::considerAutomaticSleep() {
     return;
   }
   // Told once for as long as the same thing holds the same sleep off.
-  std::string line = "sleep (" + std::string(sleepReasonText(*due)) + ") held off by " + *by;
-  if (heldOff == line) return;
-  context.journal.record("power", line);
-  heldOff = std::move(line);
+  if (heldOff == std::pair(*due, *by)) return;
+  context.journal.record<EffectID::sleepHeldOff>(sleepReasonText(*due), *by);
+  heldOff = {*due, *by};
 }
 
 void PowerManagement::beginRequestedSleep() {
@@ -286,15 +275,14 @@ void PowerManagement::beginRequestedSleep() {
   if (sleepPhase == SleepPhase::Leaving || sleepPhase == SleepPhase::Asleep) return;
   const std::optional<std::string> by = holder(reason);
   if (by) {
-    context.journal.record(
-        "power", "sleep (" + std::string(sleepReasonText(reason)) + ") held off by " + *by);
+    context.journal.record<EffectID::sleepHeldOff>(sleepReasonText(reason), *by);
   } else {
     beginSleep(reason);
   }
 }
 
 void PowerManagement::beginSleep(SleepReason reason) {
-  context.journal.record("power", "sleep (" + std::string(sleepReasonText(reason)) + ") begins");
+  context.journal.record<EffectID::sleepBegins>(sleepReasonText(reason));
   if (reason == SleepReason::Idle) {
     sleepPhase = SleepPhase::Asking;
     announce(korvel::ioMessageCanSystemSleep, true);
@@ -310,14 +298,14 @@ void PowerManagement::leave() {
 
 void PowerManagement::fallAsleep() {
   sleepPhase = SleepPhase::Asleep;
-  context.journal.record("power", "asleep");
+  context.journal.record<EffectID::fellAsleep>();
   context.noteChange();
 }
 
 void PowerManagement::wakeNow() {
   sleepPhase = SleepPhase::Awake;
   idleSince = uptimeNow;
-  context.journal.record("power", "awake (" + *wakeCause + ")");
+  context.journal.record<EffectID::woke>(*wakeCause);
   wakeCause.reset();
   context.noteChange();
   announce(korvel::ioMessageSystemWillPowerOn, false);
@@ -331,7 +319,7 @@ void PowerManagement::settle(const SleepConditions& conditions) {
   expireAssertions();
   if (std::exchange(activity, false) && sleepPhase == SleepPhase::Asking) {
     sleepPhase = SleepPhase::Awake;
-    context.journal.record("power", "sleep (idle) taken back");
+    context.journal.record<EffectID::sleepTakenBack>(sleepReasonText(SleepReason::Idle));
     announce(korvel::ioMessageSystemWillNotSleep, false);
   }
   if (requested) beginRequestedSleep();
@@ -372,8 +360,7 @@ void PowerManagement::pass(Nanoseconds duration) {
 void PowerManagement::dropProcess(std::int32_t pid) {
   for (const Assertion& each : held) {
     if (each.owner != pid) continue;
-    context.journal.record(
-        "power", "assertion " + std::to_string(each.id) + " dropped with " + pidText(pid));
+    context.journal.record<EffectID::assertionDropped>(each.id, pid);
   }
   std::erase_if(held, [pid](const Assertion& each) { return each.owner == pid; });
   std::erase_if(registrations, [pid](const Registration& each) { return each.pid == pid; });

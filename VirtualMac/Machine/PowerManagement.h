@@ -90,8 +90,8 @@ class PowerManagement {
   korvel::KernReturn acknowledge(std::int32_t pid, korvel::ObjectRef notifier,
                                  std::intptr_t notificationID);
 
-  /// For Machine: lets happen whatever is due, lets time pass, and drops what ends with a process or
-  /// with a reboot.
+  /// For Machine: lets happen whatever is due, lets time pass, and drops what ends with a process
+  /// or with a reboot.
   void settle(const SleepConditions& conditions);
   [[nodiscard]] Nanoseconds untilNextEvent() const;
   void pass(Nanoseconds duration);
@@ -131,8 +131,9 @@ class PowerManagement {
   std::optional<SleepReason> requested;
   std::optional<std::string> wakeCause;
   SleepConditions around;
-  std::optional<std::string> heldOff;  ///< The last line about an automatic sleep held off.
-  bool activity = false;               ///< Somebody touched the machine since it settled.
+  /// The automatic sleep that was told last to be held off, and by whom.
+  std::optional<std::pair<SleepReason, std::string>> heldOff;
+  bool activity = false;  ///< Somebody touched the machine since it settled.
   Nanoseconds uptimeNow = 0;
   Nanoseconds acknowledgementsDue = 0;
   Nanoseconds idleSince = 0;

@@ -43,21 +43,22 @@ PowerUI::PowerUI(const PowerUIProfile& profile, MachineContext& shared)
 void PowerUI::setLimitByUser(std::uint8_t percent) {
   limit = percent;
   context.noteChange();
-  context.journal.record("power", "native limit " + limitText(percent) + " (by the user)");
+  context.journal.record<EffectID::nativeLimitByUser>(limitText(percent));
 }
 
 bool PowerUI::setLimit(std::int32_t pid, std::uint8_t percent) {
-  std::string line = "native limit " + limitText(percent);
-  const bool accepted = !refuses && !setError;
-  if (!accepted) line += " refused";
-  if (accepted && keepsOldLimit) line += " ignored";
-  line += " (pid " + std::to_string(pid) + ")";
-  context.journal.record("power", line);
-  if (accepted && !keepsOldLimit) {
-    limit = percent;
-    context.noteChange();
+  if (refuses || setError) {
+    context.journal.record<EffectID::nativeLimitRefused>(limitText(percent), pid);
+    return false;
   }
-  return accepted;
+  if (keepsOldLimit) {
+    context.journal.record<EffectID::nativeLimitIgnored>(limitText(percent), pid);
+    return true;
+  }
+  context.journal.record<EffectID::nativeLimitSet>(limitText(percent), pid);
+  limit = percent;
+  context.noteChange();
+  return true;
 }
 
 HandleRef SmartChargeClient::dlopen(std::string_view path, int mode) {

@@ -9,17 +9,25 @@ std::string operationName(std::string_view selector) {
   return std::string(name);
 }
 
-std::string replyText(std::uint64_t pid) { return std::to_string(pid); }
+Effect replied(std::string_view selector, std::uint64_t pid) {
+  return effect<EffectID::replyNumber>(operationName(selector), pid);
+}
 
-std::string replyText(const std::string& data) { return data.empty() ? "empty" : "ok"; }
+Effect replied(std::string_view selector, const std::string& data) {
+  return data.empty() ? effect<EffectID::replyEmpty>(operationName(selector))
+                      : effect<EffectID::replySucceeded>(operationName(selector));
+}
 
-std::string replyText(bool success, const std::optional<korvel::ErrorObject>& error) {
-  const std::string outcome = success ? "ok" : "failed";
-  if (error) {
-    return outcome + ' ' + std::to_string(error->code) + " \"" + error->localizedDescription() +
-           '"';
+Effect replied(std::string_view selector, bool success,
+               const std::optional<korvel::ErrorObject>& error) {
+  const std::string operation = operationName(selector);
+  if (!error) {
+    return success ? effect<EffectID::replySucceeded>(operation)
+                   : effect<EffectID::replyFailedSilently>(operation);
   }
-  return success ? outcome : outcome + " without an error";
+  const std::string text = error->localizedDescription();
+  return success ? effect<EffectID::replySucceededDespite>(operation, error->code, text)
+                 : effect<EffectID::replyFailed>(operation, error->code, text);
 }
 
 }  // namespace virtualmac

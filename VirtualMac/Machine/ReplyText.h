@@ -6,20 +6,21 @@
 #include <string_view>
 
 #include "Base/ErrorObject.h"
+#include "VirtualMac/Schedule/Journal.h"
 
 namespace virtualmac {
-
-// How the journal tells what a client was answered, whichever way the answer went: the operation's
-// name, and behind it one of the texts.
 
 /// "setChargeLimit" for "setChargeLimit:reply:", "ping" for "pingWithReply:".
 std::string operationName(std::string_view selector);
 
-/// "412"
-std::string replyText(std::uint64_t pid);
-/// "ok" for bytes, "empty" for none.
-std::string replyText(const std::string& data);
-/// "ok", `failed 400 "The limit must be between 20 and 100."`, "failed without an error"
-std::string replyText(bool success, const std::optional<korvel::ErrorObject>& error);
+// The effect of an answer to a client, whichever way it went.
+
+/// `ping 412`
+Effect replied(std::string_view selector, std::uint64_t pid);
+/// `getState ok` for bytes, `getState empty` for none.
+Effect replied(std::string_view selector, const std::string& data);
+/// `quit ok`, `quit failed 400 "…"`, `quit failed without an error`
+Effect replied(std::string_view selector, bool success,
+               const std::optional<korvel::ErrorObject>& error);
 
 }  // namespace virtualmac

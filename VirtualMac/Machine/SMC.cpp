@@ -202,12 +202,12 @@ std::uint8_t SMC::writeKey(Key& key, std::uint32_t size, SMCBlockView input) {
   const std::size_t sent = std::min<std::size_t>(size, payloadSize);
   const auto payload = input.subspan(bytesOffset, sent);
   const std::string& name = key.profile.name;
-  std::string line = name + " <- " + hexText(payload);
   ++allWrites;
   ++writes[name];
+  std::string shown = hexText(payload);
   if (std::ranges::find(forbiddenKeys, std::string_view(name)) != forbiddenKeys.end()) {
     ++forbidden;
-    line += " FORBIDDEN KEY";
+    shown += " FORBIDDEN KEY";
   }
 
   std::uint8_t result = smcResultSuccess;
@@ -221,14 +221,14 @@ std::uint8_t SMC::writeKey(Key& key, std::uint32_t size, SMCBlockView input) {
     result = smcResultSizeMismatch;
   }
   if (result != smcResultSuccess) {
-    line += " refused (result " + std::to_string(result) + ")";
+    context.journal.record<EffectID::keyRefused>(name, shown, result);
   } else if (key.silentlyRefuses) {
-    line += " ignored (value stays " + hexText(key.bytes) + ")";
+    context.journal.record<EffectID::keyIgnored>(name, shown, hexText(key.bytes));
   } else {
     std::copy(payload.begin(), payload.end(), key.bytes.begin());
     context.noteChange();
+    context.journal.record<EffectID::keyWritten>(name, shown);
   }
-  context.journal.record("smc", std::move(line));
   return result;
 }
 

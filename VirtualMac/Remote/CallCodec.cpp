@@ -58,6 +58,29 @@ void get(WireReader& from, MachineTime& value) {
   if (!(value.speed > 0)) from.fail("a speed that is not above 0");
 }
 
+void put(WireWriter& to, const Effect& value) {
+  to.u8(static_cast<std::uint8_t>(value.id));
+  to.u32(static_cast<std::uint32_t>(value.values.size()));
+  for (const EffectValue& each : value.values) {
+    const auto* word = std::get_if<std::string>(&each);
+    to.boolean(word != nullptr);
+    word != nullptr ? to.text(*word) : to.i64(std::get<std::int64_t>(each));
+  }
+}
+
+void get(WireReader& from, Effect& value) {
+  value.id = static_cast<EffectID>(from.u8());
+  value.values.clear();
+  for (std::uint32_t count = from.u32(); count > 0 && !from.failed(); --count) {
+    if (from.boolean()) {
+      value.values.emplace_back(from.text());
+    } else {
+      value.values.emplace_back(from.i64());
+    }
+  }
+  if (!isWhole(value)) from.fail("an effect whose values are not those of its pattern");
+}
+
 void get(WireReader& from, LogLevel& value) {
   switch (const auto level = static_cast<LogLevel>(from.u8())) {
     case LogLevel::Default:

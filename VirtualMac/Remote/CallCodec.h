@@ -55,6 +55,7 @@ void put(WireWriter& to, const korvel::PowerSourceList& value);
 void put(WireWriter& to, const InjectedFault& value);
 void put(WireWriter& to, const FileVerdict& value);
 void put(WireWriter& to, const MachineTime& value);
+void put(WireWriter& to, const Effect& value);
 template <class Value>
 void put(WireWriter& to, const std::optional<Value>& value) {
   to.boolean(value.has_value());
@@ -88,6 +89,7 @@ void get(WireReader& from, korvel::PowerSourceList& value);
 void get(WireReader& from, InjectedFault& value);
 void get(WireReader& from, FileVerdict& value);
 void get(WireReader& from, MachineTime& value);
+void get(WireReader& from, Effect& value);
 template <class Value>
 void get(WireReader& from, std::optional<Value>& value) {
   value.reset();

@@ -26,7 +26,7 @@ void DiskWatch::replaced(std::string_view path) {
   if (path == statePath)
     tell(stateFile());
   else
-    journal.record("disk", std::string(path) + " replaced");
+    journal.record<EffectID::fileReplaced>(path);
 }
 
 void DiskWatch::look() {
@@ -36,7 +36,7 @@ void DiskWatch::look() {
 }
 
 void DiskWatch::tell(const std::optional<FileCopy>& now) {
-  if (now) journal.record("disk", std::string(stateName) + ' ' + replacementText(known, *now));
+  if (now) journal.record(changeOfFile(stateName, known, *now));
   known = now;
 }
 

@@ -8,6 +8,7 @@
 #include "Base/PropertyValue.h"
 #include "VirtualMac/Machine/ConnectionBreak.h"
 #include "VirtualMac/Remote/MachineTime.h"
+#include "VirtualMac/Schedule/Effect.h"
 #include "VirtualMac/Schedule/SeamCall.h"
 
 namespace virtualmac {
@@ -40,8 +41,8 @@ class HelperHost {
   /// The reason why a requirement text does not parse; none: it does.
   virtual std::optional<std::string> requirementError(std::string_view requirement) = 0;
   virtual PeerVerdict judge(std::int32_t pid, std::string_view requirement) = 0;
-  /// A line for the machine's journal.
-  virtual void journal(std::string_view kind, std::string_view text) = 0;
+  /// Tells the machine's journal.
+  virtual void journal(const Effect& effect) = 0;
   virtual std::optional<std::string> bundleExecutablePath() = 0;
   virtual korvel::PropertyValue bundleInfo(std::string_view key) = 0;
   /// Asked once; the machine sends later changes by itself.

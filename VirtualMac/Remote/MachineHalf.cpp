@@ -11,22 +11,11 @@
 #include "VirtualMac/Machine/Requirement.h"
 #include "VirtualMac/Remote/DiskWatch.h"
 #include "VirtualMac/Remote/RemoteInterface.h"
+#include "VirtualMac/Schedule/LogText.h"
 
 namespace virtualmac {
 
 namespace {
-
-std::string_view levelName(korvel::LogLevel level) {
-  switch (level) {
-    case korvel::LogLevel::Default:
-      return "default";
-    case korvel::LogLevel::Error:
-      return "error";
-    case korvel::LogLevel::Fault:
-      return "fault";
-  }
-  return "default";
-}
 
 /// The helper's log lines as lines of the journal.
 class JournalledLog final : public korvel::UnifiedLog {
@@ -34,8 +23,7 @@ class JournalledLog final : public korvel::UnifiedLog {
   explicit JournalledLog(Journal& machineJournal) : journal(machineJournal) {}
   void emit(std::string_view, std::string_view category, korvel::LogLevel level,
             std::string_view text) override {
-    journal.record("log", std::string(category) + ' ' + std::string(levelName(level)) + " \"" +
-                              std::string(text) + '"');
+    journal.record<EffectID::logged>(category, levelName(level), text);
   }
 
  private:
@@ -78,9 +66,7 @@ struct MachineHalf::Parts final : HelperHost {
     const auto parsed = Requirement::parse(requirement);
     return parsed && parsed->satisfiedBy(*code) ? PeerVerdict::Satisfies : PeerVerdict::Fails;
   }
-  void journal(std::string_view kind, std::string_view text) override {
-    machineJournal.record(kind, std::string(text));
-  }
+  void journal(const Effect& effect) override { machineJournal.record(effect); }
   std::optional<std::string> bundleExecutablePath() override {
     return process.bundleExecutablePath();
   }

@@ -41,8 +41,8 @@ class RemoteHost final : public RemoteHostInterface {
  public:
   using RemoteHostInterface::RemoteHostInterface;
 
-  void journal(std::string_view kind, std::string_view text) override {
-    channel.tell(callNumber(HostCall::journal), kind, text);
+  void journal(const Effect& effect) override {
+    channel.tell(callNumber(HostCall::journal), effect);
   }
 };
 

@@ -25,14 +25,18 @@ namespace {
 
 thread_local std::optional<std::int32_t> pidOfCurrentCall;
 
-/// The journal's text for a reply that is as its operation declares it.
-std::string summary(const std::vector<XPCValue>& values) {
+/// The effect of a reply that is as its operation declares it.
+Effect effectOf(std::string_view selector, const std::vector<XPCValue>& values) {
   const auto& first = std::get<PropertyValue>(values.front());
-  if (first.data() != nullptr) return replyText({first.data()->begin(), first.data()->end()});
-  if (first.integer()) return replyText(static_cast<std::uint64_t>(*first.integer()));
+  if (first.data() != nullptr) {
+    return replied(selector, std::string(first.data()->begin(), first.data()->end()));
+  }
+  if (first.integer()) {
+    return replied(selector, static_cast<std::uint64_t>(*first.integer()));
+  }
   const auto* error = values.size() > 1 ? std::get_if<ErrorObject>(&values[1]) : nullptr;
-  return replyText(first.boolean().value_or(false),
-                   error == nullptr ? std::nullopt : std::optional(*error));
+  return replied(selector, first.boolean().value_or(false),
+                 error == nullptr ? std::nullopt : std::optional(*error));
 }
 
 /// Carries one call's answer to its connection.
@@ -92,7 +96,7 @@ void ServiceConnection::setExportedObject(std::shared_ptr<korvel::KorvelHelperPr
 
 bool ServiceConnection::setCodeSigningRequirement(const std::string& requirement) {
   if (const auto error = host.requirementError(requirement)) {
-    host.journal("app", "requirement does not parse: " + *error);
+    tell("requirement does not parse: " + *error);
     return false;
   }
   codeRequirement = requirement;
@@ -112,7 +116,7 @@ void ServiceConnection::resume() {
   if (resumed) return;
   resumed = true;
   if (over) return;
-  host.journal("app", "client " + std::to_string(pid) + " connected");
+  tell("client " + std::to_string(pid) + " connected");
   reading = true;
   // From here on only the connection's thread touches it.
   asio::post(socket.get_executor(), [self = shared_from_this()] { self->readHeader(); });
@@ -130,13 +134,17 @@ void ServiceConnection::breakAt(ConnectionBreak moment) {
   if (moment != ConnectionBreak::AfterResume) ended->get_future().wait();
 }
 
+void ServiceConnection::tell(std::string text) {
+  host.journal(Effect{EffectID::told, {"app", std::move(text)}});
+}
+
 void ServiceConnection::refuse() {
   if (resumed) {
     asio::post(socket.get_executor(), [self = shared_from_this()] { self->end("refused"); });
     return;
   }
   if (over) return;
-  host.journal("app", "client " + std::to_string(pid) + " refused");
+  tell("client " + std::to_string(pid) + " refused");
   over = true;
   std::error_code ignored;
   static_cast<void>(socket.close(ignored));
@@ -240,7 +248,7 @@ void ServiceConnection::readOnUnlessWaiting() {
 
 void ServiceConnection::reply(const XPCOperation& operation, std::uint32_t ticket,
                               std::vector<XPCValue> values) {
-  host.journal("reply", operationName(operation.selector) + ' ' + summary(values));
+  host.journal(effectOf(operation.selector, values));
   asio::dispatch(socket.get_executor(),
                  [self = shared_from_this(), &operation, ticket, sent = std::move(values)] {
                    self->sendReply(operation, ticket, sent);
@@ -271,8 +279,8 @@ void ServiceConnection::writeNext() {
 void ServiceConnection::end(const std::string& reason) {
   if (over) return;
   over = true;
-  host.journal("app", "client " + std::to_string(pid) +
-                          (reason.empty() ? " disconnected" : " cut off: " + reason));
+  tell("client " + std::to_string(pid) +
+       (reason.empty() ? " disconnected" : " cut off: " + reason));
   std::error_code ignored;
   static_cast<void>(socket.close(ignored));
   exportedObject.reset();

@@ -45,6 +45,7 @@ class ServiceConnection final : public korvel::XPCConnection,
   static std::optional<std::int32_t> currentPid();
 
  private:
+  void tell(std::string text);
   /// Ends the connection if a fault of the machine ends new ones at this moment.
   void breakAt(ConnectionBreak moment);
   void readHeader();

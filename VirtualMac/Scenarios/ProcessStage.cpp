@@ -277,13 +277,11 @@ std::string ProcessStage::statePath() const {
 }
 
 void ProcessStage::hear(const Journal::Entry& entry) {
-  if (entry.kind != "proc") return;
-  const std::size_t exited = entry.text.find(" exited ");
-  if (exited != std::string::npos) exitStatus = std::stoi(entry.text.substr(exited + 8));
-  if (entry.text.ends_with(" started") || entry.text.find(" killed ") != std::string::npos) {
+  if (entry.tells(EffectID::helperExited)) exitStatus = static_cast<int>(entry.effect.number(1));
+  if (entry.tells(EffectID::helperStarted) || entry.tells(EffectID::helperKilled)) {
     exitStatus.reset();
   }
-  if (entry.text.find(" cut off: ") != std::string::npos) broken.push_back(entry.text);
+  if (entry.tells(EffectID::helperCutOff)) broken.push_back(entry.text);
 }
 
 ClientProcess& ProcessStage::named(const std::string& client) {

@@ -2,27 +2,45 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "VirtualMac/Schedule/Effect.h"
+
 namespace virtualmac {
 
-/// The ordered record of effects, one line each: `time kind text`, the time in virtual seconds with
-/// three decimals, the kind padded to five columns (smc, disk, log, reply, power, app, mac, …).
-/// This text is what tests compare and what a run's hash is taken over. One thread at a time.
+/// The ordered record of effects, one line each when written down: `time kind text`, the time in
+/// virtual seconds with three decimals, the kind padded to five columns (smc, disk, log, reply,
+/// power, app, mac, …). This text is what tests compare and what a run's hash is taken over. One
+/// thread at a time.
 class Journal {
  public:
   struct Entry {
-    double time = 0;
-    std::string kind;
-    std::string text;
+    Entry(double seconds, Effect happened);
+    /// As a journal's file tells it.
+    Entry(double seconds, std::string_view kind, std::string_view text);
+
+    double time;
+    Effect effect;
+    std::string kind, text;  ///< The effect's.
+
+    [[nodiscard]] bool tells(EffectID id) const { return effect.id == id; }
+    /// Of a line of the helper's log; empty: it is none.
+    [[nodiscard]] std::string_view message() const;
   };
   using Listener = std::function<void(const Entry&)>;
 
   /// `clock` gives virtual seconds since the machine's start.
   explicit Journal(std::function<double()> clock);
 
+  void record(Effect effect);
+  template <EffectID id, class... Values>
+  void record(const Values&... values) {
+    record(effect<id>(values...));
+  }
+  /// Something that nobody but a reader acts on.
   void record(std::string_view kind, std::string text);
   /// Called with every entry, before record returns.
   void addListener(Listener listener);
@@ -47,8 +65,12 @@ class Journal {
   bool keeping = true;
 };
 
+/// "12.345"
+std::string journalTime(double seconds);
 /// `12.345 smc   CHTE <- 01 00 00 00`, without a newline: a control character in the text, which
 /// may come from outside, is written as a space, so that one effect stays one line.
 std::string journalLine(const Journal::Entry& entry);
+/// A line of a journal's file, without its newline; none: not such a line.
+std::optional<Journal::Entry> journalEntryFrom(std::string_view line);
 
 }  // namespace virtualmac

@@ -4,9 +4,10 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <nlohmann/json.hpp>
 #include <utility>
+
+#include "VirtualMac/Schedule/LogText.h"
 
 namespace virtualmac {
 
@@ -37,23 +38,6 @@ constexpr std::array<LoopWords, 10> loopWords{{
 
 const LoopWords& wordsOf(Loop loop) { return loopWords[static_cast<std::size_t>(loop)]; }
 
-/// Cuts the first word off a text.
-std::string_view takeWord(std::string_view& text) {
-  const std::string_view word = text.substr(0, text.find(' '));
-  text.remove_prefix(std::min(text.size(), word.size() + 1));
-  return word;
-}
-
-/// The whole number that follows `before` in `text`; none: there is none.
-std::optional<std::int64_t> numberAfter(std::string_view text, std::string_view before) {
-  const std::size_t found = text.find(before);
-  if (found == std::string_view::npos) return std::nullopt;
-  text.remove_prefix(found + before.size());
-  std::int64_t number = 0;
-  const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), number);
-  return failure == std::errc() ? std::optional(number) : std::nullopt;
-}
-
 template <class Value>
 std::optional<Value> taken(std::deque<Value>& queue) {
   if (queue.empty()) return std::nullopt;
@@ -65,9 +49,18 @@ std::optional<Value> taken(std::deque<Value>& queue) {
 }  // namespace
 
 void EnforcementTrail::hear(const Journal::Entry& entry) {
-  if (entry.kind == "proc") hearProcess(entry.text);
-  if (entry.kind == "reply") hearReply(entry.text);
-  if (entry.kind == "log") hearLog(entry);
+  switch (entry.effect.id) {
+    case EffectID::helperStarted:
+      return begin(Loop::NotArmed);
+    case EffectID::helperExited:
+    case EffectID::helperKilled:
+    case EffectID::helperEnded:
+      return begin(Loop::NoHelper);
+    case EffectID::logged:
+      return hearLog(entry);
+    default:
+      if (entry.kind == "reply") hearReply(entry.effect);
+  }
 }
 
 void EnforcementTrail::begin(Loop loop) {
@@ -93,23 +86,13 @@ void EnforcementTrail::stop(Loop why, std::optional<std::string> error) {
   if (why == Loop::Cleared || why == Loop::Reset || why == Loop::Suspended) toppingOff = false;
 }
 
-void EnforcementTrail::hearProcess(const std::string& text) {
-  if (!text.starts_with("helper ")) return;
-  if (text.ends_with(" started")) return begin(Loop::NotArmed);
-  const bool over = text.find(" exited ") != std::string::npos ||
-                    text.find(" killed by ") != std::string::npos || text.ends_with(" ended");
-  if (over) begin(Loop::NoHelper);
-}
-
 /// Replies come from the helper's one queue, in the order in which things were done.
-void EnforcementTrail::hearReply(const std::string& text) {
-  std::string_view rest = text;
-  const std::string_view operation = takeWord(rest);
-  const bool succeeded = rest.starts_with("ok");
-  const std::size_t quote = rest.find('"');
+void EnforcementTrail::hearReply(const Effect& reply) {
+  const std::string& operation = reply.word(0);
+  const bool succeeded =
+      reply.id == EffectID::replySucceeded || reply.id == EffectID::replySucceededDespite;
   std::optional<std::string> error;
-  if (!succeeded && quote != std::string_view::npos)
-    error = std::string(rest.substr(quote + 1, rest.rfind('"') - quote - 1));
+  if (reply.id == EffectID::replyFailed) error = reply.word(2);
   if (operation == "setChargeLimit" && succeeded) {
     toppingOff = false;
     run(taken(limitsAskedFor));
@@ -127,17 +110,12 @@ void EnforcementTrail::hearReply(const std::string& text) {
 }
 
 void EnforcementTrail::hearLog(const Journal::Entry& entry) {
-  std::string_view rest = entry.text;
-  const std::string_view category = takeWord(rest);
-  const std::string_view level = takeWord(rest);
-  const std::size_t open = rest.find('"');
-  const std::size_t close = rest.rfind('"');
-  if (open == std::string_view::npos || close <= open) return;
-  const std::string_view text = rest.substr(open + 1, close - open - 1);
+  const std::string& category = entry.effect.word(0);
+  const std::string& level = entry.effect.word(1);
   if (level == "error" || level == "fault") {
-    told.lastError = {entry.time, std::string(category) + ": " + std::string(text)};
+    told.lastError = {entry.time, category + ": " + std::string(entry.message())};
   }
-  if (category == "HelperImpl") hearCore(text);
+  if (category == "HelperImpl") hearCore(entry.message());
 }
 
 void EnforcementTrail::hearCore(std::string_view text) {

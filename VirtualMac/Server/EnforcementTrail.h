@@ -54,8 +54,7 @@ class EnforcementTrail {
   [[nodiscard]] const Enforcement& now() const { return told; }
 
  private:
-  void hearProcess(const std::string& text);
-  void hearReply(const std::string& text);
+  void hearReply(const Effect& reply);
   void hearLog(const Journal::Entry& entry);
   void hearCore(std::string_view text);
   void begin(Enforcement::Loop loop);

@@ -74,7 +74,7 @@ void MachineServer::helperStarted(const JobRunner::Started& started) {
   link = std::make_shared<HelperLink>(std::move(socket), mac, keeper, mac.startProcess(started.pid),
                                       effects, disk);
   link->start([this, pid = started.pid](const std::string& reason) {
-    effects.record("proc", "helper " + std::to_string(pid) + " cut off: " + reason);
+    effects.record<EffectID::helperCutOff>(pid, reason);
   });
 }
 

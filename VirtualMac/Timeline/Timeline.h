@@ -75,9 +75,8 @@ class TimelineBuilder {
 
  private:
   void addHardware(const Journal::Entry& entry);
-  void addWrite(const std::string& text);
-  void addPower(const std::string& text);
-  void addDisk(const std::string& text);
+  void addWrite(std::string_view key, std::string_view payload);
+  void addDisk(const Effect& effect);
   void addProcess(const Journal::Entry& entry);
   void addReply(const Journal::Entry& entry);
   void addLog(const Journal::Entry& entry);
@@ -90,9 +89,6 @@ class TimelineBuilder {
 
 /// The level that an entry tells, as the system shows it; none: it tells of something else.
 std::optional<int> batteryLevelIn(const Journal::Entry& entry);
-
-/// A line of a journal's text, without its newline; none: not such a line.
-std::optional<Journal::Entry> journalEntryFrom(std::string_view line);
 
 /// The picture: the charge with limit and band, a lane for each of adapter, gate, inflow, lid,
 /// sleep and helper, requests above, numbered log lines below. The same timeline gives the same

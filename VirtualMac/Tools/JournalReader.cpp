@@ -7,7 +7,7 @@
 #include <fstream>
 #include <nlohmann/json.hpp>
 
-#include "VirtualMac/Timeline/Timeline.h"
+#include "VirtualMac/Schedule/Journal.h"
 #include "VirtualMac/Tools/CommandLine.h"
 #include "VirtualMac/Tools/ControlClient.h"
 
@@ -17,24 +17,14 @@ namespace {
 
 using nlohmann::json;
 
-/// Cuts the first word off a text.
-std::string_view takeWord(std::string_view& text) {
-  const std::string_view word = text.substr(0, text.find(' '));
-  text.remove_prefix(std::min(text.size(), word.size()));
-  text.remove_prefix(std::min(text.size(), text.find_first_not_of(' ')));
-  return word;
-}
-
 bool wanted(const JournalQuery& query, const Journal::Entry& entry) {
   if (!query.kinds.empty() &&
       std::find(query.kinds.begin(), query.kinds.end(), entry.kind) == query.kinds.end())
     return false;
   if (query.category.empty() && query.level.empty()) return true;
-  std::string_view text = entry.text;
-  const std::string_view category = takeWord(text);
-  const std::string_view level = takeWord(text);
-  return (query.category.empty() || category == query.category) &&
-         (query.level.empty() || level == query.level);
+  return entry.tells(EffectID::logged) &&
+         (query.category.empty() || entry.effect.word(0) == query.category) &&
+         (query.level.empty() || entry.effect.word(1) == query.level);
 }
 
 void print(const JournalQuery& query, std::string_view line, const Journal::Entry& entry) {

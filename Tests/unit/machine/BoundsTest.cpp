@@ -81,15 +81,17 @@ TEST(BoundsTest, AProfileIsRefusedWithTheBoundItBreaks) {
 // The journal tells what it does not compare by its size, and nothing deep is copied on the way.
 TEST(BoundsTest, TheJournalTellsAFileThatIsTooDeepOrTooLongByItsSize) {
   const FileCopy before(R"({"chargeLimit":80})");
-  EXPECT_EQ(replacementText(before, FileCopy(R"({"a":)" + nested(511) + '}')),
-            "replaced: a=" + nested(511) + " chargeLimit gone");
-  EXPECT_EQ(replacementText(before, FileCopy(R"({"a":)" + nested(20'000) + '}')),
-            "replaced: 40006 bytes");
-  EXPECT_EQ(replacementText(FileCopy(R"({"a":)" + nested(20'000) + '}'), before),
-            "replaced: chargeLimit=80");
+  const auto told = [](const FileCopy& earlier, const FileCopy& after) {
+    return changeOfFile("a", earlier, after).text();
+  };
+  EXPECT_EQ(told(before, FileCopy(R"({"a":)" + nested(511) + '}')),
+            "a replaced: a=" + nested(511) + " chargeLimit gone");
+  EXPECT_EQ(told(before, FileCopy(R"({"a":)" + nested(20'000) + '}')), "a replaced: 40006 bytes");
+  EXPECT_EQ(told(FileCopy(R"({"a":)" + nested(20'000) + '}'), before),
+            "a replaced: chargeLimit=80");
   const std::string filled = '{' + std::string(bounds::longestCompared - 2, ' ') + '}';
-  EXPECT_EQ(replacementText(before, FileCopy(filled)), "replaced: chargeLimit gone");
-  EXPECT_EQ(replacementText(before, FileCopy(filled + ' ')), "replaced: 1048577 bytes");
+  EXPECT_EQ(told(before, FileCopy(filled)), "a replaced: chargeLimit gone");
+  EXPECT_EQ(told(before, FileCopy(filled + ' ')), "a replaced: 1048577 bytes");
 }
 
 TEST(BoundsTest, AnAssertionWithAnEndlessTimeOutIsHeldForACentury) {

@@ -6,14 +6,16 @@ namespace virtualmac {
 namespace {
 
 TEST(ReplyTextTest, OneWordSaysHowItWentAndAnErrorWhy) {
-  EXPECT_EQ(replyText(std::uint64_t{412}), "412");
-  EXPECT_EQ(replyText(std::string("{}")), "ok");
-  EXPECT_EQ(replyText(std::string()), "empty");
-  EXPECT_EQ(replyText(true, std::nullopt), "ok");
-  EXPECT_EQ(replyText(false, std::nullopt), "failed without an error");
+  EXPECT_EQ(replied("pingWithReply:", std::uint64_t{412}).text(), "ping 412");
+  EXPECT_EQ(replied("getStateWithReply:", std::string("{}")).text(), "getState ok");
+  EXPECT_EQ(replied("getStateWithReply:", std::string()).text(), "getState empty");
+  const char* const selector = "setChargeLimit:reply:";
+  EXPECT_EQ(replied(selector, true, std::nullopt).text(), "setChargeLimit ok");
+  EXPECT_EQ(replied(selector, false, std::nullopt).text(),
+            "setChargeLimit failed without an error");
   const korvel::ErrorObject error{
       "Domain", 400, {{korvel::localizedDescriptionKey, "out of range"}}};
-  EXPECT_EQ(replyText(false, error), "failed 400 \"out of range\"");
+  EXPECT_EQ(replied(selector, false, error).text(), "setChargeLimit failed 400 \"out of range\"");
 }
 
 }  // namespace
