@@ -214,8 +214,7 @@ class NoDischargeIntoSleep final : public DischargeRule {
   void happened(const Journal::Entry& entry, const Lane& lane, bool /*begins*/) override {
     if (!view.active) survived = false;
     if (entry.message().starts_with("kIOMessageSystemWillSleep — ")) flushing = &lane;
-    const bool message = entry.tells(EffectID::messageSent);
-    if (message && entry.effect.number(0) == korvel::ioMessageSystemWillSleep) {
+    if (entry.tells(EffectID::messageSent) && entry.effect.word(0) == willSleep) {
       late = false;
       acknowledged = false;
       lastWorkDone = false;
@@ -230,6 +229,7 @@ class NoDischargeIntoSleep final : public DischargeRule {
 
  private:
   static constexpr double preSleepWaitSeconds = 0.0999;
+  static constexpr std::string_view willSleep = "0xe0000280";
   using Work = std::pair<const Lane*, std::uint64_t>;
 
   const Lane* flushing = nullptr;  ///< Is about to post its work before sleep.

@@ -42,15 +42,16 @@ Effect changeOfFile(std::string_view name, const std::optional<FileCopy>& before
   json earlier = before ? objectIn(*before) : json::object();
   if (earlier.is_null()) earlier = json::object();
 
-  EffectFields fields;
+  Effect change{EffectID::fileChanged, {std::string(name), std::string(verb)}};
   for (const auto& [key, value] : now.items()) {
-    if (!earlier.contains(key) || earlier[key] != value) fields.emplace_back(key, valueText(value));
+    if (!earlier.contains(key) || earlier[key] != value) {
+      change.values.push_back(key + "=" + valueText(value));
+    }
   }
   for (const auto& [key, value] : earlier.items()) {
-    if (!now.contains(key)) fields.emplace_back(key, std::nullopt);
+    if (!now.contains(key)) change.values.push_back(key + " gone");
   }
-  return fields.empty() ? effect<EffectID::fileUnchanged>(name, verb)
-                        : effect<EffectID::fileChanged>(name, verb, fields);
+  return change.values.size() > 2 ? change : effect<EffectID::fileUnchanged>(name, verb);
 }
 
 }  // namespace virtualmac

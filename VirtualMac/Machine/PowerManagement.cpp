@@ -1,6 +1,7 @@
 #include "VirtualMac/Machine/PowerManagement.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <utility>
 
 #include "VirtualMac/Machine/Bounds.h"
@@ -22,6 +23,12 @@ constexpr std::intptr_t notificationIDStep = 2;
 double secondsIn(const korvel::PropertyValue& value) {
   if (const auto real = value.real()) return *real;
   return static_cast<double>(value.integer().value_or(0));
+}
+
+std::string messageText(std::uint32_t messageType) {
+  char text[16];
+  std::snprintf(text, sizeof text, "0x%08x", static_cast<unsigned>(messageType));
+  return text;
 }
 
 std::string wholeSeconds(double seconds) {
@@ -107,13 +114,13 @@ korvel::KernReturn PowerManagement::setSystemPowerSetting(std::string_view key, 
                                                           bool privileged) {
   if (!privileged || settingRefusal) {
     const korvel::KernReturn code = settingRefusal.value_or(korvel::ioReturnNotPrivileged);
-    context.journal.record<EffectID::settingRefused>(key, value, code);
+    context.journal.record<EffectID::settingRefused>(key, int{value}, code);
     return code;
   }
   if (key == sleepDisabledKey) {
     sleepDisabledSetting = value;
   }
-  context.journal.record<EffectID::settingWritten>(key, value);
+  context.journal.record<EffectID::settingWritten>(key, int{value});
   context.noteChange();
   return korvel::kernSuccess;
 }
@@ -128,7 +135,7 @@ void PowerManagement::setSleepDisabledExternally(std::optional<bool> value) {
   sleepDisabledSetting = value;
   context.noteChange();
   if (value) {
-    context.journal.record<EffectID::settingByOther>(sleepDisabledKey, *value);
+    context.journal.record<EffectID::settingByOther>(sleepDisabledKey, int{*value});
   } else {
     context.journal.record<EffectID::settingRemovedByOther>(sleepDisabledKey);
   }
@@ -211,7 +218,7 @@ void PowerManagement::announce(std::uint32_t messageType, bool acknowledged) {
       message.notificationID = lastNotificationID;
       if (each.timeouts < toleratedTimeouts) each.awaited = message.notificationID;
     }
-    context.journal.record<EffectID::messageSent>(messageType, each.pid);
+    context.journal.record<EffectID::messageSent>(messageText(messageType), each.pid);
     outgoing.emplace_back(each.deliver, message);
   }
   // A delivery may come back into the machine, so the list is not walked while delivering.

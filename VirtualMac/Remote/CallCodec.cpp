@@ -61,24 +61,16 @@ void get(WireReader& from, MachineTime& value) {
 void put(WireWriter& to, const Effect& value) {
   to.u8(static_cast<std::uint8_t>(value.id));
   to.u32(static_cast<std::uint32_t>(value.values.size()));
-  for (const EffectValue& each : value.values) {
-    const auto* word = std::get_if<std::string>(&each);
-    to.boolean(word != nullptr);
-    word != nullptr ? to.text(*word) : to.i64(std::get<std::int64_t>(each));
-  }
+  for (const std::string& each : value.values) to.text(each);
 }
 
 void get(WireReader& from, Effect& value) {
   value.id = static_cast<EffectID>(from.u8());
   value.values.clear();
   for (std::uint32_t count = from.u32(); count > 0 && !from.failed(); --count) {
-    if (from.boolean()) {
-      value.values.emplace_back(from.text());
-    } else {
-      value.values.emplace_back(from.i64());
-    }
+    value.values.push_back(from.text());
   }
-  if (!isWhole(value)) from.fail("an effect whose values are not those of its pattern");
+  if (!isWhole(value)) from.fail("an effect with another number of values than its pattern");
 }
 
 void get(WireReader& from, LogLevel& value) {

@@ -1,15 +1,11 @@
 #pragma once
 
-#include <array>
-#include <concepts>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <type_traits>
-#include <utility>
-#include <variant>
 #include <vector>
 
 namespace virtualmac {
@@ -20,82 +16,57 @@ enum class EffectID : std::uint8_t {
 #define EFFECT(id, kind, pattern) id,
 #include "VirtualMac/Schedule/Effects.def"
 #undef EFFECT
-  told
+  told  ///< Its values are a kind and a text.
 };
-
-/// A record's fields that changed, with their new values; none: the field is gone.
-using EffectFields = std::vector<std::pair<std::string, std::optional<std::string>>>;
-using EffectValue = std::variant<std::int64_t, std::string, EffectFields>;
 
 /// An effect with its values, in the order in which its pattern names them.
 struct Effect {
   EffectID id = EffectID::told;
-  std::vector<EffectValue> values;
+  std::vector<std::string> values;
 
   /// "smc", "disk", "log", "reply", "power", "proc", "mac", "app".
   [[nodiscard]] std::string_view kind() const;
   [[nodiscard]] std::string text() const;
-  // A value by its place. To ask for one that the effect does not have is a mistake in the program.
+  [[nodiscard]] const std::string& word(std::size_t index) const { return values.at(index); }
+  /// 0 for a value that is no whole number, which only a foreign journal has.
   [[nodiscard]] std::int64_t number(std::size_t index) const;
-  [[nodiscard]] const std::string& word(std::size_t index) const;
-  /// The new value of a changed field; none: it is gone, did not change, or no record did.
+  /// The new value of a record's field; none: it is gone, did not change, or no record did.
   [[nodiscard]] std::optional<std::string_view> field(std::string_view name) const;
 };
 
 /// The effect that a journal's file tells; `told` when no pattern fits.
 Effect effectFrom(std::string_view kind, std::string_view text);
 
-/// Whether the values are those that the effect's pattern names. False only for one from outside.
+/// Whether there are as many values as the pattern asks for. False only for one from outside.
 bool isWhole(const Effect& effect);
 
-namespace effects {
+/// How many values a pattern names.
+constexpr std::size_t placesIn(std::string_view pattern) {
+  std::size_t places = 0;
+  for (const char character : pattern) places += character == '{' ? 1 : 0;
+  return places;
+}
 
 template <EffectID id>
-inline constexpr std::string_view pattern = "";
-#define EFFECT(id, kind, words) \
-  template <>                   \
-  inline constexpr std::string_view pattern<EffectID::id> = words;
+inline constexpr std::size_t placesOf = 2;
+#define EFFECT(id, kind, pattern) \
+  template <>                     \
+  inline constexpr std::size_t placesOf<EffectID::id> = placesIn(pattern);
 #include "VirtualMac/Schedule/Effects.def"
 #undef EFFECT
 
-template <class Value>
-consteval char placeholderOf() {
-  if (std::same_as<Value, EffectFields>) return 'f';
-  return std::is_integral_v<Value> ? 'd' : 's';
-}
-
-/// Whether values of these kinds are what a pattern asks for.
-template <std::size_t Count>
-consteval bool fits(std::string_view words, const std::array<char, Count>& given) {
-  std::size_t index = 0;
-  for (std::size_t at = 0; at < words.size(); ++at) {
-    if (words[at] != '{') continue;
-    const char asked = words[at + 1] == 'x' ? 'd' : words[at + 1];
-    if (index == Count || given[index++] != asked) return false;
-  }
-  return index == Count;
-}
-
-template <class Value>
-EffectValue valueOf(const Value& value) {
-  if constexpr (std::same_as<Value, EffectFields>) {
-    return value;
-  } else if constexpr (std::is_integral_v<Value>) {
-    return static_cast<std::int64_t>(value);
-  } else {
-    return std::string(value);
-  }
-}
-
-}  // namespace effects
-
+/// Values are texts and whole numbers.
 template <EffectID id, class... Values>
 Effect effect(const Values&... values) {
-  static_assert(
-      effects::fits(effects::pattern<id>,
-                    std::array<char, sizeof...(Values)>{effects::placeholderOf<Values>()...}),
-      "the values are not those that the pattern names");
-  return {id, {effects::valueOf(values)...}};
+  static_assert(placesOf<id> == sizeof...(Values), "not the values that the pattern names");
+  const auto text = []<class Value>(const Value& value) {
+    if constexpr (std::is_integral_v<Value>) {
+      return std::to_string(value);
+    } else {
+      return std::string(value);
+    }
+  };
+  return {id, {text(values)...}};
 }
 
 }  // namespace virtualmac

@@ -23,7 +23,7 @@ std::optional<std::string> deedIn(const Journal::Entry& entry) {
     case EffectID::settingRemovedByOther:
       return entry.text;
     case EffectID::signalSent:
-      return fmt::format("signal {} to helper", entry.effect.number(0));
+      return "signal " + entry.effect.word(0) + " to helper";
     case EffectID::adapterConnected:
     case EffectID::adapterDisconnected:
     case EffectID::lidClosed:
@@ -151,7 +151,7 @@ void TimelineBuilder::addProcess(const Journal::Entry& entry) {
   if (!now.helperRunning) now.enforcing = now.toppingOff = now.clientConnected = false;
   // The text without the pid.
   std::string text = entry.text;
-  text.erase(std::string_view("helper").size(), 1 + std::to_string(entry.effect.number(0)).size());
+  text.erase(std::string_view("helper").size(), 1 + entry.effect.word(0).size());
   const bool killed = entry.tells(EffectID::helperKilled);
   mark(entry.time, killed ? TimelineMarkKind::Loss : TimelineMarkKind::Event, std::move(text));
 }

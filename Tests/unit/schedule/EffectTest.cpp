@@ -16,7 +16,6 @@ TEST(EffectTest, TheTextIsThePatternWithItsValues) {
 }
 
 TEST(EffectTest, AFileIsReadBackIntoTheEffectsThatWroteIt) {
-  const EffectFields fields{{"chargeLimit", "80"}, {"text", R"("a b=c \" d")"}, {"old", {}}};
   const Effect every[] = {
       effect<EffectID::keyWritten>("CHTE", "00"),
       effect<EffectID::keyIgnored>("CH0B", "02", "00"),
@@ -25,13 +24,13 @@ TEST(EffectTest, AFileIsReadBackIntoTheEffectsThatWroteIt) {
       effect<EffectID::replyFailed>("setChargeLimit", 400, "not \"that\""),
       effect<EffectID::replyNumber>("ping", 412),
       effect<EffectID::assertionCreated>(33001, "PreventSystemSleep", "a \" (b", 412, "14400 s"),
-      effect<EffectID::settingRefused>("SleepDisabled", true, -536870207),
-      effect<EffectID::messageSent>(0xE0000280U, 412),
+      effect<EffectID::settingRefused>("SleepDisabled", 1, -536870207),
+      effect<EffectID::messageSent>("0xe0000280", 412),
       effect<EffectID::batterySet>("79.5"),
       effect<EffectID::batteryRanOut>(),
       effect<EffectID::fileUnchanged>("state.json", "replaced"),
       effect<EffectID::fileOpaque>("state.json", "created", 7),
-      effect<EffectID::fileChanged>("state.json", "replaced", fields)};
+      {EffectID::fileChanged, {"state.json", "replaced", "a=80", R"(b="x y=z \" w")"}}};
   for (const Effect& each : every) {
     const Effect read = effectFrom(each.kind(), each.text());
     EXPECT_EQ(read.id, each.id) << each.text();
@@ -40,7 +39,7 @@ TEST(EffectTest, AFileIsReadBackIntoTheEffectsThatWroteIt) {
 }
 
 TEST(EffectTest, ATextThatNoPatternFitsIsTold) {
-  for (const char* text : {"", "asleep now", "message 12 to pid 412", "helper x started"}) {
+  for (const char* text : {"", "asleep now", "message 12", "sleep (idle)"}) {
     const Effect read = effectFrom("power", text);
     EXPECT_EQ(read.id, EffectID::told) << text;
     EXPECT_EQ(read.kind(), "power");
@@ -50,8 +49,7 @@ TEST(EffectTest, ATextThatNoPatternFitsIsTold) {
 }
 
 TEST(EffectTest, AFieldIsFoundByItsNameUnlessItIsGone) {
-  const EffectFields fields{{"a", "1"}, {"b", std::nullopt}};
-  const Effect change = effect<EffectID::fileChanged>("state.json", "replaced", fields);
+  const Effect change = effectFrom("disk", "state.json replaced: ab=2 a=1 b gone");
   EXPECT_EQ(change.field("a"), "1");
   EXPECT_EQ(change.field("b"), std::nullopt);
   EXPECT_EQ(change.field("c"), std::nullopt);
@@ -60,10 +58,11 @@ TEST(EffectTest, AFieldIsFoundByItsNameUnlessItIsGone) {
 
 TEST(EffectTest, AnEffectFromOutsideIsWholeOrNot) {
   EXPECT_TRUE(isWhole(effect<EffectID::helperExited>(412, 0)));
-  EXPECT_TRUE(isWhole({EffectID::told, {std::string("app"), std::string("text")}}));
-  EXPECT_FALSE(isWhole({EffectID::told, {std::string("app")}}));
-  EXPECT_FALSE(isWhole({EffectID::helperExited, {std::int64_t{412}}}));
-  EXPECT_FALSE(isWhole({EffectID::helperExited, {std::int64_t{412}, std::string("0")}}));
+  EXPECT_TRUE(isWhole({EffectID::told, {"app", "text"}}));
+  EXPECT_TRUE(isWhole({EffectID::fileChanged, {"a", "replaced", "b=1", "c=2"}}));
+  EXPECT_FALSE(isWhole({EffectID::told, {"app"}}));
+  EXPECT_FALSE(isWhole({EffectID::helperExited, {"412"}}));
+  EXPECT_FALSE(isWhole({EffectID::helperExited, {"412", "0", "1"}}));
   EXPECT_FALSE(isWhole({static_cast<EffectID>(255), {}}));
 }
 
