@@ -10,7 +10,7 @@
 #include <string_view>
 #include <thread>
 
-#include "VirtualMac/Remote/CallCodec.h"
+#include "VirtualMac/Remote/CallArguments.h"
 
 namespace virtualmac {
 
