@@ -19,8 +19,8 @@
 namespace korvel {
 
 /// Renders a format in the unified log's language (`%{public}s`, `%{bool}d`, `%ld`, `%%`, …) with
-/// its arguments. Annotations in braces do not change the text; a Boolean is printed as 0 or 1.
-std::string renderLogText(const char* format, std::va_list arguments);
+/// its arguments. Annotations in braces do not change the text, so a Boolean is printed as 0 or 1.
+std::string logText(const char* format, ...) KORVEL_LOG_FORMAT(1, 2);
 
 /// One category of the helper's log. Cheap to copy; any thread.
 class Logger {

@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstdarg>
 #include <cstdint>
 #include <limits>
 #include <string>
@@ -15,13 +14,8 @@ namespace {
 
 using testing::ElementsAre;
 
-std::string rendered(const char* format, ...) {
-  std::va_list arguments;
-  va_start(arguments, format);
-  std::string text = renderLogText(format, arguments);
-  va_end(arguments);
-  return text;
-}
+// The compiler does not check a format that goes through a pointer: some here are wrong on purpose.
+constexpr auto* rendered = &logText;
 
 TEST(LogTextTest, PlainTextStaysAsItIs) {
   EXPECT_EQ(rendered(""), "");
@@ -31,6 +25,7 @@ TEST(LogTextTest, PlainTextStaysAsItIs) {
 TEST(LogTextTest, ADoubledPercentSignIsOne) {
   EXPECT_EQ(rendered("100%% target"), "100% target");
   EXPECT_EQ(rendered("%%"), "%");
+  EXPECT_EQ(rendered("%%{public}s"), "%{public}s");
 }
 
 TEST(LogTextTest, AnnotationsDoNotShow) {
@@ -62,7 +57,6 @@ TEST(LogTextTest, NarrowIntegersAreCutToTheirWidth) {
 TEST(LogTextTest, BooleansAreOneOrZero) {
   EXPECT_EQ(rendered("%{bool}d %{bool}d", 1, 0), "1 0");
   EXPECT_EQ(rendered("%{bool,public}d %{public,bool}d", 1, 0), "1 0");
-  EXPECT_EQ(rendered("%{bool}d", 7), "1");
 }
 
 TEST(LogTextTest, ArgumentsStayInStepBehindEachOther) {
@@ -95,10 +89,9 @@ TEST(LogTextTest, TextsOfAnyLengthComeOutWhole) {
   }
 }
 
-TEST(LogTextTest, RenderingStopsAtAConversionOfUnknownSize) {
-  EXPECT_EQ(rendered("before %w after %d", 1, 2), "before ");
-  EXPECT_EQ(rendered("open %"), "open ");
-  EXPECT_EQ(rendered("open %{public"), "open ");
+TEST(LogTextTest, ATextThatCannotBeRenderedIsItsFormat) {
+  EXPECT_EQ(rendered("more than %{public}*d", std::numeric_limits<int>::max(), 7),
+            "more than %{public}*d");
 }
 
 TEST(LoggerTest, EveryLevelReachesTheLogUnderItsCategory) {
