@@ -1,5 +1,5 @@
-// What creation does once the core has an owner: announce itself, learn what the hardware can do,
-// clean up after a predecessor that died, and listen for sleep and for an abort.
+// The second half of creation, once the core has an owner: it announces itself, probes the
+// hardware, cleans up after a predecessor that died, and listens for sleep and for an abort.
 
 #include "HelperImpl.h"
 #include "Platform/Process.h"
@@ -9,14 +9,8 @@ namespace korvel {
 void HelperImpl::boot() {
   log.log("HelperImpl boot pid=%{public}d limit=%{public}ld", platform.process.getpid(),
           static_cast<long>(stateField(&HelperState::chargeLimit)));
-  smcQueue.sync([this] {
-    smcQueue.assertCurrent();
-    static_cast<void>(currentCapabilities());
-  });
-  submit([](HelperImpl& self) {
-    self.smcQueue.assertCurrent();
-    self.recoverFromCrash();
-  });
+  smcQueue.sync([this] { static_cast<void>(currentCapabilities()); });
+  submit(&HelperImpl::recoverFromCrash);
   installPowerObserver();
   installAbortTrap();
 }
@@ -26,14 +20,12 @@ void HelperImpl::recoverFromCrash() {
   if (found.forceDischargeActive) {
     log.log("crash-recovery: clearing stuck discharge keys from previous run");
     static_cast<void>(writeDischargeStopKeys(currentCapabilities()));
-    const ScopedLock held(stateLock);
-    state.forceDischargeActive = false;
+    changeState([](HelperState& record) { record.forceDischargeActive = false; });
   }
   if (found.sleepDisabledByKorvel) {
     log.log("crash-recovery: clearing SleepDisabled set by previous run");
     clamshellSleep.disable();
-    const ScopedLock held(stateLock);
-    state.sleepDisabledByKorvel = false;
+    changeState([](HelperState& record) { record.sleepDisabledByKorvel = false; });
   }
   persistCurrentState();
 }
@@ -41,28 +33,23 @@ void HelperImpl::recoverFromCrash() {
 void HelperImpl::installPowerObserver() {
   auto observer = std::make_unique<SystemPowerObserver>(
       platform.rootDomain, Logger(platform.log, "SystemPower"),
-      [weak = weak_from_this()] {
-        if (const std::shared_ptr<HelperImpl> core = weak.lock()) core->flushPreSleepPause();
-      },
-      [weak = weak_from_this()] {
-        if (const std::shared_ptr<HelperImpl> core = weak.lock()) core->evaluateOnWake();
-      });
+      whileAlive(&HelperImpl::flushPreSleepPause), whileAlive(&HelperImpl::poweredOn));
   observer->start();
   powerObserver = std::move(observer);
 }
 
 void HelperImpl::installAbortTrap() {
   auto source = platform.dispatch.makeSignalSource(signalAbort);
-  source->setEventHandler([weak = weak_from_this()] {
-    const std::shared_ptr<HelperImpl> core = weak.lock();
-    if (!core) return;
-    const Logger bootLog(core->platform.log, "Boot");
-    bootLog.fault("SIGABRT — running shutdownGracefully before exit");
-    core->shutdownGracefully();
-  });
+  source->setEventHandler(whileAlive(&HelperImpl::abortReceived));
   source->resume();
   platform.dispatch.ignoreDefaultAction(signalAbort);
   sigabrtSource = std::move(source);
+}
+
+void HelperImpl::abortReceived() {
+  const Logger bootLog(platform.log, "Boot");
+  bootLog.fault("SIGABRT — running shutdownGracefully before exit");
+  shutdownGracefully();
 }
 
 }  // namespace korvel

@@ -1,72 +1,69 @@
-// The commands that set and lift the limit, and the two steps that every change of state goes
-// through: persisting it, and remembering whether the hardware took the last write.
+// The commands that set and lift the limit. Here too: how the record is persisted, and how it notes
+// whether the last write read back as written.
 
+#include "ChargeLimits.h"
 #include "HelperImpl.h"
 #include "Platform/WallClock.h"
 
 namespace korvel {
 
 void HelperImpl::setChargeLimit(std::uint8_t limit, Reply reply) {
-  const CallerIdentity caller = currentCallerIdentity();
-  log.log(
-      "setChargeLimit(%{public}hhu) pid=%{public}d signingID=%{public}s team=%{public}s "
-      "cdHash=%{public}s",
-      limit, caller.pid, caller.signingID.c_str(), caller.teamID.c_str(), caller.cdHashHex.c_str());
-  if (limit < 20 || limit > 100) {
+  log.log("setChargeLimit(%{public}hhu) %{public}s", limit, callerText().c_str());
+  if (!ChargeLimits::maySet(limit)) {
     reply(false,
           makeError(KorvelHelperError::codeOutOfRange,
                     "Charge limit must be between 20 and 100 (got " + std::to_string(limit) + ").",
                     {}));
     return;
   }
-  submitCommand(std::move(reply), [limit](HelperImpl& self, Reply answer) {
-    self.smcQueue.assertCurrent();
-    self.supersedeTopOff();
-    const Date now = self.platform.clock.now();
-    {
-      const ScopedLock held(self.stateLock);
-      self.state.chargeLimit = limit;
-      self.state.lastWriteAt = now;
-      self.state.heatPauseActive = false;
-      self.state.topUpActive = false;
-    }
-    self.persistCurrentState();
-    self.startPollingLoop(limit);
-    answer(true, std::nullopt);
+  submitCommand(std::move(reply), &HelperImpl::applyChargeLimit, limit);
+}
+
+void HelperImpl::applyChargeLimit(std::uint8_t limit, Reply reply) {
+  supersedeTopOff();
+  const Date now = platform.clock.now();
+  changeState([&](HelperState& record) {
+    record.chargeLimit = limit;
+    record.lastWriteAt = now;
+    record.heatPauseActive = false;
+    record.topUpActive = false;
   });
+  persistCurrentState();
+  startPollingLoop(limit);
+  reply(true, std::nullopt);
 }
 
 void HelperImpl::clearChargeLimit(Reply reply) {
-  const CallerIdentity caller = currentCallerIdentity();
-  log.log("clearChargeLimit pid=%{public}d signingID=%{public}s team=%{public}s cdHash=%{public}s",
-          caller.pid, caller.signingID.c_str(), caller.teamID.c_str(), caller.cdHashHex.c_str());
-  submitCommand(std::move(reply), [](HelperImpl& self, Reply answer) {
-    self.smcQueue.assertCurrent();
-    self.supersedeTopOff();
-    self.stopPollingLoop();
-    self.disarmClamshellKeepAwake();
-    const HelperCapabilities caps = self.currentCapabilities();
-    const WriterResult resumed = self.writeChargingResume(caps);
-    static_cast<void>(self.writeDischargeStopKeys(caps));
-    self.releaseDischargeAssertion();
-    // The limit keeps its number: clearing stops enforcement, and a later client starts it again.
-    self.endAllActivity();
-    self.persistCurrentState();
-    if (resumed) {
-      answer(true, std::nullopt);
-    } else {
-      answer(false, smcNSError(resumed.error()));
-    }
-  });
+  log.log("clearChargeLimit %{public}s", callerText().c_str());
+  submitCommand(std::move(reply), &HelperImpl::clearLimit);
+}
+
+void HelperImpl::clearLimit(Reply reply) {
+  supersedeTopOff();
+  stopTimer(pollingTimer);
+  disarmClamshellKeepAwake();
+  const HelperCapabilities caps = currentCapabilities();
+  const WriterResult resumed = writeChargingResume(caps);
+  static_cast<void>(writeDischargeStopKeys(caps));
+  releaseDischargeAssertion();
+  // The limit keeps its number: clearing stops enforcement, and a later client starts it again.
+  endAllActivity();
+  persistCurrentState();
+  if (resumed) {
+    reply(true, std::nullopt);
+  } else {
+    reply(false, smcNSError(resumed.error()));
+  }
 }
 
 void HelperImpl::endAllActivity() {
   const Date now = platform.clock.now();
-  const ScopedLock held(stateLock);
-  state.forceDischargeActive = false;
-  state.heatPauseActive = false;
-  state.lastWriteAt = now;
-  state.topUpActive = false;
+  changeState([now](HelperState& record) {
+    record.forceDischargeActive = false;
+    record.heatPauseActive = false;
+    record.lastWriteAt = now;
+    record.topUpActive = false;
+  });
 }
 
 void HelperImpl::persistCurrentState() {
@@ -80,10 +77,7 @@ void HelperImpl::persistCurrentState() {
 
 void HelperImpl::revertToDurableState() {
   const HelperState durable = persistence.read();
-  {
-    const ScopedLock held(stateLock);
-    state = durable;
-  }
+  changeState([&](HelperState& record) { record = durable; });
   log.log("persistence rename failure — reverted in-memory state to last durable snapshot");
   if (durable.forceDischargeActive) return;
   static_cast<void>(writeDischargeStopKeys(currentCapabilities()));
@@ -94,10 +88,7 @@ void HelperImpl::revertToDurableState() {
 
 void HelperImpl::recordWriteVerified(bool verified) {
   if (stateField(&HelperState::lastWriteVerified) == verified) return;
-  {
-    const ScopedLock held(stateLock);
-    state.lastWriteVerified = verified;
-  }
+  changeState([verified](HelperState& record) { record.lastWriteVerified = verified; });
   if (!verified) {
     log.fault(
         "SMC write unverified — read-back disagreed; capability may be silently rejected by "

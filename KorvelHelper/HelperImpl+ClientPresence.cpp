@@ -1,8 +1,9 @@
-// Who is there: enforcement runs while a client is connected, and for a grace period afterwards.
+// Clients are counted: enforcement runs while one is connected, and for a grace period afterwards.
 
 #include <limits>
 
 #include "Base/Trap.h"
+#include "ChargeLimits.h"
 #include "HelperImpl.h"
 
 namespace korvel {
@@ -13,32 +14,20 @@ constexpr double gracePeriodSeconds = 30.0;
 
 }  // namespace
 
-void HelperImpl::clientDidConnect() {
-  submit([](HelperImpl& self) {
-    self.smcQueue.assertCurrent();
-    self.countClientIn();
-  });
-}
+void HelperImpl::clientDidConnect() { submit(&HelperImpl::countClientIn); }
 
-void HelperImpl::clientDidDisconnect() {
-  submit([](HelperImpl& self) {
-    self.smcQueue.assertCurrent();
-    self.countClientOut();
-  });
-}
+void HelperImpl::clientDidDisconnect() { submit(&HelperImpl::countClientOut); }
 
 void HelperImpl::countClientIn() {
   if (activeClientCount == std::numeric_limits<std::int64_t>::max()) {
     trap("the client count overflowed");
   }
   ++activeClientCount;
-  cancelClientReleaseTimer();
+  stopTimer(clientReleaseTimer);
   log.log("client connected (count=%{public}ld)", static_cast<long>(activeClientCount));
   if (pollingTimer) return;
   const HelperState known = stateCopy();
-  const bool armable = known.chargeLimit >= 20 && known.chargeLimit <= 100 &&
-                       known.lastWriteAt != Date::distantPast();
-  if (!armable) return;
+  if (!ChargeLimits::startsOnConnect(known.chargeLimit, known.lastWriteAt)) return;
   log.log("client connect — arming polling loop at limit=%{public}ld",
           static_cast<long>(known.chargeLimit));
   startPollingLoop(known.chargeLimit);
@@ -47,28 +36,13 @@ void HelperImpl::countClientIn() {
 void HelperImpl::countClientOut() {
   if (activeClientCount > 0) --activeClientCount;
   log.log("client disconnected (count=%{public}ld)", static_cast<long>(activeClientCount));
-  if (activeClientCount == 0) startClientReleaseTimer();
+  if (activeClientCount > 0) return;
+  startTimer(clientReleaseTimer, gracePeriodSeconds, std::nullopt, &HelperImpl::clientReleaseDue);
 }
 
-void HelperImpl::cancelClientReleaseTimer() {
-  if (!clientReleaseTimer) return;
-  clientReleaseTimer->cancel();
-  clientReleaseTimer.reset();
-}
-
-void HelperImpl::startClientReleaseTimer() {
-  cancelClientReleaseTimer();
-  auto timer = platform.dispatch.makeTimer(smcQueue.platformQueue());
-  timer->schedule(gracePeriodSeconds, std::nullopt, 0);
-  timer->setEventHandler([weak = weak_from_this()] {
-    const std::shared_ptr<HelperImpl> core = weak.lock();
-    if (!core) return;
-    core->smcQueue.assertCurrent();
-    core->cancelClientReleaseTimer();
-    if (core->activeClientCount == 0) core->suspendEnforcementForNoClient();
-  });
-  clientReleaseTimer = std::move(timer);
-  clientReleaseTimer->resume();
+void HelperImpl::clientReleaseDue() {
+  stopTimer(clientReleaseTimer);
+  if (activeClientCount == 0) suspendEnforcementForNoClient();
 }
 
 void HelperImpl::suspendEnforcementForNoClient() {
@@ -92,19 +66,18 @@ void HelperImpl::suspendEnforcementForNoClient() {
       "limit=%{public}ld retained)",
       static_cast<long>(known.chargeLimit));
   supersedeTopOff();
-  stopPollingLoop();
+  stopTimer(pollingTimer);
   const HelperCapabilities caps = currentCapabilities();
   disarmClamshellKeepAwake();
   static_cast<void>(writeDischargeStopKeys(caps));
   releaseDischargeAssertion();
   static_cast<void>(writeChargingResume(caps));
-  {
-    // The limit and the time of its last write stay: the next client starts enforcement again.
-    const ScopedLock held(stateLock);
-    state.forceDischargeActive = false;
-    state.heatPauseActive = false;
-    state.topUpActive = false;
-  }
+  // The limit and the time of its last write stay: the next client starts enforcement again.
+  changeState([](HelperState& record) {
+    record.forceDischargeActive = false;
+    record.heatPauseActive = false;
+    record.topUpActive = false;
+  });
   persistCurrentState();
 }
 

@@ -1,46 +1,38 @@
 // The polling loop that holds the charging gate to a target, and the writers of the gate.
 
+#include "ChargeLimits.h"
 #include "EnforcementDecision.h"
 #include "HelperImpl.h"
+#include "MachineReadings.h"
 
 namespace korvel {
 
 namespace {
 
 constexpr double pollingIntervalSeconds = 5.0;
-constexpr std::int64_t lowestTarget = 20;
-constexpr std::int64_t noLimit = 100;
 
 }  // namespace
 
 void HelperImpl::startPollingLoop(std::int64_t target) {
-  stopPollingLoop();
-  auto timer = platform.dispatch.makeTimer(smcQueue.platformQueue());
-  timer->schedule(0, pollingIntervalSeconds, 0);
-  timer->setEventHandler([weak = weak_from_this(), target] {
-    const std::shared_ptr<HelperImpl> core = weak.lock();
-    if (!core) return;
-    core->smcQueue.assertCurrent();
-    core->pollOnce(target);
-  });
-  pollingTimer = std::move(timer);
-  pollingTimer->resume();
+  pollingTarget = target;
+  startTimer(pollingTimer, 0, pollingIntervalSeconds, &HelperImpl::pollOnce);
 }
 
-void HelperImpl::pollOnce(std::int64_t target) {
-  if (target < lowestTarget || target > noLimit) {
+void HelperImpl::pollOnce() {
+  const std::int64_t target = pollingTarget;
+  if (!ChargeLimits::isTarget(target)) {
     log.fault("pollOnce: target %ld out of range — stopping loop", static_cast<long>(target));
-    stopPollingLoop();
+    stopTimer(pollingTimer);
     return;
   }
   if (stateField(&HelperState::forceDischargeActive)) {
-    watchDischarge(target);
+    watchDischarge();
     return;
   }
-  const std::optional<std::int64_t> capacity = currentBatteryCapacityPercent();
+  const auto capacity = MachineReadings::batteryCapacityPercent(platform.powerSources);
   const std::int64_t band = stateField(&HelperState::sailingBand);
-  const std::optional<bool> power = externalPowerConnected();
-  if (target == noLimit) {
+  const auto power = MachineReadings::externalPowerConnected(platform.registry);
+  if (target == ChargeLimits::none) {
     handChargingBack();
     return;
   }
@@ -59,9 +51,16 @@ void HelperImpl::pollOnce(std::int64_t target) {
 void HelperImpl::handChargingBack() {
   if (!writeChargingResume(currentCapabilities())) return;
   if (!stateField(&HelperState::lastWriteVerified)) return;
-  stopPollingLoop();
+  stopTimer(pollingTimer);
   log.log("100%% target — returned charging to macOS and stopped enforcement");
 }
+
+/// One value of the gate in the terms of each hardware that has one.
+struct HelperImpl::GatePayload {
+  ByteList tahoe;
+  ByteList preTahoe;
+  std::int64_t nativeLimit;
+};
 
 WriterResult HelperImpl::writeGate(const HelperCapabilities& caps, const GatePayload& payload) {
   if (caps.tahoeCharging) {
@@ -88,8 +87,9 @@ WriterResult HelperImpl::writeChargingPause(const HelperCapabilities& caps) {
 }
 
 WriterResult HelperImpl::writeChargingResume(const HelperCapabilities& caps) {
-  return writeGate(caps,
-                   {.tahoe = {0x00, 0x00, 0x00, 0x00}, .preTahoe = {0x00}, .nativeLimit = noLimit});
+  return writeGate(
+      caps,
+      {.tahoe = {0x00, 0x00, 0x00, 0x00}, .preTahoe = {0x00}, .nativeLimit = ChargeLimits::none});
 }
 
 WriterResult HelperImpl::writeNativeLimit(PowerUIChargeBackend& backend, std::int64_t target) {

@@ -1,7 +1,9 @@
-// Draining the battery on mains power: start, stop, and the watchdog that each tick runs while a
+// The battery is drained on mains power: start, stop, and the watchdog that each tick runs while a
 // discharge is active.
 
+#include "ChargeLimits.h"
 #include "HelperImpl.h"
+#include "MachineReadings.h"
 #include "Platform/WallClock.h"
 
 namespace korvel {
@@ -15,32 +17,20 @@ constexpr std::uint8_t inhibitPreTahoe = 0x01;
 }  // namespace
 
 void HelperImpl::forceDischarge(bool enable, Reply reply) {
-  const CallerIdentity caller = currentCallerIdentity();
-  log.log(
-      "forceDischarge(%{bool,public}d) pid=%{public}d signingID=%{public}s team=%{public}s "
-      "cdHash=%{public}s",
-      enable, caller.pid, caller.signingID.c_str(), caller.teamID.c_str(),
-      caller.cdHashHex.c_str());
-  submitCommand(std::move(reply), [enable](HelperImpl& self, Reply answer) {
-    self.smcQueue.assertCurrent();
-    const HelperCapabilities caps = self.currentCapabilities();
-    if (enable) {
-      self.startForceDischarge(caps, std::move(answer));
-    } else {
-      self.stopForceDischarge(caps, std::move(answer));
-    }
-  });
+  log.log("forceDischarge(%{bool,public}d) %{public}s", enable, callerText().c_str());
+  submitCommand(std::move(reply),
+                enable ? &HelperImpl::startForceDischarge : &HelperImpl::stopForceDischarge);
 }
 
 std::optional<ErrorObject> HelperImpl::dischargeRefusal() {
-  const bool lidClosed = isClamshellClosed();
+  const bool lidClosed = MachineReadings::clamshellClosed(platform.registry);
   if (lidClosed && !clamshellKeepAwakeArmed) {
     return makeError(KorvelHelperError::codeUnsupportedCapability,
                      "Open the lid to start force-discharge — clamshell mode is unsafe with the "
                      "adapter inflow disabled on this Mac.",
                      {});
   }
-  const std::optional<std::int64_t> capacity = currentBatteryCapacityPercent();
+  const auto capacity = MachineReadings::batteryCapacityPercent(platform.powerSources);
   if (!capacity) {
     return makeError(KorvelHelperError::codeOutOfRange,
                      "Can't read the battery level right now — try again in a moment before "
@@ -62,7 +52,8 @@ std::optional<ErrorObject> HelperImpl::dischargeRefusal() {
   return std::nullopt;
 }
 
-void HelperImpl::startForceDischarge(const HelperCapabilities& caps, Reply reply) {
+void HelperImpl::startForceDischarge(Reply reply) {
+  const HelperCapabilities caps = currentCapabilities();
   if (const std::optional<ErrorObject> refusal = dischargeRefusal()) {
     reply(false, refusal);
     return;
@@ -85,14 +76,13 @@ void HelperImpl::startForceDischarge(const HelperCapabilities& caps, Reply reply
   supersedeTopOff();
   dischargeAssertionID = pmAssertions.acquire("Korvel: force-discharge");
   const Date now = platform.clock.now();
-  {
-    const ScopedLock held(stateLock);
-    state.forceDischargeActive = true;
-    state.lastWriteAt = now;
-    state.lastDischargeAbortReason.reset();
-    state.lastDischargeAbortAt.reset();
-    state.topUpActive = false;
-  }
+  changeState([now](HelperState& record) {
+    record.forceDischargeActive = true;
+    record.lastWriteAt = now;
+    record.lastDischargeAbortReason.reset();
+    record.lastDischargeAbortAt.reset();
+    record.topUpActive = false;
+  });
   dischargeMinCapacitySeen.reset();
   persistCurrentState();
   if (!pollingTimer) {
@@ -104,18 +94,18 @@ void HelperImpl::startForceDischarge(const HelperCapabilities& caps, Reply reply
   reply(true, std::nullopt);
 }
 
-void HelperImpl::stopForceDischarge(const HelperCapabilities& caps, Reply reply) {
+void HelperImpl::stopForceDischarge(Reply reply) {
+  const HelperCapabilities caps = currentCapabilities();
   const WriterResult stopped = writeDischargeStopKeys(caps);
   pauseIfAboveLimit(caps);
   disarmClamshellKeepAwake();
   dischargeMinCapacitySeen.reset();
   releaseDischargeAssertion();
   const Date now = platform.clock.now();
-  {
-    const ScopedLock held(stateLock);
-    state.forceDischargeActive = false;
-    state.lastWriteAt = now;
-  }
+  changeState([now](HelperState& record) {
+    record.forceDischargeActive = false;
+    record.lastWriteAt = now;
+  });
   persistCurrentState();
   if (stopped) {
     reply(true, std::nullopt);
@@ -125,10 +115,12 @@ void HelperImpl::stopForceDischarge(const HelperCapabilities& caps, Reply reply)
 }
 
 void HelperImpl::pauseIfAboveLimit(const HelperCapabilities& caps) {
-  // Without this, the battery would charge back above the limit until the next tick.
+  // Otherwise the battery would charge on above the limit until the next tick.
   const std::int64_t limit = stateField(&HelperState::chargeLimit);
-  if (limit < 20 || limit > 99 || externalPowerConnected() != true) return;
-  const std::optional<std::int64_t> capacity = currentBatteryCapacityPercent();
+  if (!ChargeLimits::holdsBack(limit) ||
+      MachineReadings::externalPowerConnected(platform.registry) != true)
+    return;
+  const auto capacity = MachineReadings::batteryCapacityPercent(platform.powerSources);
   if (capacity && *capacity >= limit) static_cast<void>(writeChargingPause(caps));
 }
 
@@ -146,22 +138,22 @@ WriterResult HelperImpl::writeDischargeStopKeys(const HelperCapabilities& caps) 
   return writer.writeKey("CH0I", {{inflowOn}});
 }
 
-void HelperImpl::watchDischarge(std::int64_t target) {
-  const std::optional<std::int64_t> capacity = currentBatteryCapacityPercent();
+void HelperImpl::watchDischarge() {
+  const auto capacity = MachineReadings::batteryCapacityPercent(platform.powerSources);
   if (!capacity) {
     countUnreadableCapacity();
     return;
   }
   consecutiveNilCapacityReads = 0;
-  const bool lidClosed = isClamshellClosed();
+  const bool lidClosed = MachineReadings::clamshellClosed(platform.registry);
   const DischargeFacts facts{.capacity = *capacity,
-                             .target = target,
+                             .target = pollingTarget,
                              .lidClosed = lidClosed,
                              .keepAwakeArmed = clamshellKeepAwakeArmed,
                              .lidClosedSeconds = lidClosedSeconds(lidClosed),
                              .minimumSeen = dischargeMinCapacitySeen};
-  const DischargeVerdict verdict =
-      decideDischarge(facts, [this] { return currentBatteryTemperatureCelsius(); });
+  const DischargeVerdict verdict = decideDischarge(
+      facts, [this] { return MachineReadings::batteryTemperatureCelsius(platform.registry); });
   dischargeMinCapacitySeen = verdict.minimumSeen;
   if (!verdict.stop) return;
   logVerdict(facts, verdict);
@@ -234,12 +226,11 @@ void HelperImpl::stopForceDischargeInternal(DischargeStopReason reason) {
   disarmClamshellKeepAwake();
   releaseDischargeAssertion();
   const Date now = platform.clock.now();
-  {
-    const ScopedLock held(stateLock);
-    state.forceDischargeActive = false;
-    state.lastDischargeAbortReason = std::string(bannerCopy(reason));
-    state.lastDischargeAbortAt = now;
-  }
+  changeState([&](HelperState& record) {
+    record.forceDischargeActive = false;
+    record.lastDischargeAbortReason = std::string(bannerCopy(reason));
+    record.lastDischargeAbortAt = now;
+  });
   persistCurrentState();
   log.log("force-discharge auto-stopped: reason=%{public}s", std::string(rawValue(reason)).c_str());
 }

@@ -1,7 +1,8 @@
-// Holding the Mac awake under a closed lid, by a global setting that may belong to somebody else:
-// it is cleared only when the record says that this helper set it.
+// The Mac is held awake under a closed lid by a global setting that may belong to somebody else: it
+// is cleared only when the record says that this helper set it.
 
 #include "HelperImpl.h"
+#include "MachineReadings.h"
 
 namespace korvel {
 
@@ -9,27 +10,19 @@ void HelperImpl::setClamshellKeepAwake(bool enabled, Reply reply) {
   const CallerIdentity caller = currentCallerIdentity();
   log.log("setClamshellKeepAwake(%{bool,public}d) pid=%{public}d signingID=%{public}s", enabled,
           caller.pid, caller.signingID.c_str());
-  submitCommand(std::move(reply), [enabled](HelperImpl& self, Reply answer) {
-    self.smcQueue.assertCurrent();
-    if (enabled) {
-      self.armClamshellKeepAwake(std::move(answer));
-    } else {
-      self.disarmOnRequest();
-      answer(true, std::nullopt);
-    }
-  });
+  submitCommand(std::move(reply),
+                enabled ? &HelperImpl::armClamshellKeepAwake : &HelperImpl::disarmOnRequest);
 }
 
-void HelperImpl::disarmOnRequest() {
-  if (!stateField(&HelperState::forceDischargeActive)) {
-    disarmClamshellKeepAwake();
-    return;
-  }
-  const bool lidClosed = isClamshellClosed();
+void HelperImpl::disarmOnRequest(Reply reply) {
+  const bool drainsUnderLid = stateField(&HelperState::forceDischargeActive) &&
+                              MachineReadings::clamshellClosed(platform.registry);
   disarmClamshellKeepAwake();
-  if (!lidClosed) return;
-  log.log("keep-awake disarmed under a closed lid — aborting active discharge");
-  stopForceDischargeInternal(DischargeStopReason::clamshellDisarmed);
+  if (drainsUnderLid) {
+    log.log("keep-awake disarmed under a closed lid — aborting active discharge");
+    stopForceDischargeInternal(DischargeStopReason::clamshellDisarmed);
+  }
+  reply(true, std::nullopt);
 }
 
 void HelperImpl::armClamshellKeepAwake(Reply reply) {
@@ -42,14 +35,15 @@ void HelperImpl::armClamshellKeepAwake(Reply reply) {
     reply(true, std::nullopt);
     return;
   }
-  // Ownership is on disk before the setting is: a helper that dies in between is cleaned up after.
-  setSleepDisabledOwnership(true);
+  // Ownership reaches the disk before the setting changes: if this helper dies in between, the next
+  // one clears the setting.
+  changeState([](HelperState& record) { record.sleepDisabledByKorvel = true; });
   persistCurrentState();
   const bool enabled = clamshellSleep.enable();
   clamshellKeepAwakeArmed = enabled;
   clamshellClosedAt.reset();
   if (!enabled) {
-    setSleepDisabledOwnership(false);
+    changeState([](HelperState& record) { record.sleepDisabledByKorvel = false; });
     persistCurrentState();
     reply(false, makeError(KorvelHelperError::codePMAssertionFailed,
                            "Could not keep the Mac awake for clamshell discharge (SleepDisabled "
@@ -61,11 +55,6 @@ void HelperImpl::armClamshellKeepAwake(Reply reply) {
   reply(true, std::nullopt);
 }
 
-void HelperImpl::setSleepDisabledOwnership(bool owned) {
-  const ScopedLock held(stateLock);
-  state.sleepDisabledByKorvel = owned;
-}
-
 void HelperImpl::disarmClamshellKeepAwake() {
   clamshellClosedAt.reset();
   if (!clamshellKeepAwakeArmed) return;
@@ -75,7 +64,7 @@ void HelperImpl::disarmClamshellKeepAwake() {
     return;
   }
   clamshellSleep.disable();
-  setSleepDisabledOwnership(false);
+  changeState([](HelperState& record) { record.sleepDisabledByKorvel = false; });
   persistCurrentState();
   log.log("clamshell keep-awake DISARMED");
 }

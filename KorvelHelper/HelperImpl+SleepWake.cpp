@@ -1,28 +1,21 @@
-// Around sleep: what is left in the SMC holds until the Mac wakes, so the gate is paused before,
-// and evaluated again after.
+// Around sleep: the SMC keeps its keys until the Mac wakes, so the gate is paused before, and
+// evaluated again after.
 
+#include "ChargeLimits.h"
 #include "HelperImpl.h"
+#include "MachineReadings.h"
 
 namespace korvel {
 
 namespace {
 
-// The system waits for our acknowledgement meanwhile; a write that takes longer finishes by itself.
+// The system waits for our acknowledgement meanwhile; a write that takes longer goes on without us.
 constexpr double preSleepWaitSeconds = 0.1;
 
 }  // namespace
 
 void HelperImpl::flushPreSleepPause() {
-  const std::shared_ptr<DispatchGroup> group = platform.dispatch.makeGroup();
-  group->enter();
-  submit(
-      [group](HelperImpl& self) {
-        self.smcQueue.assertCurrent();
-        self.pauseBeforeSleep();
-        group->leave();
-      },
-      [group] { group->leave(); });
-  static_cast<void>(group->wait(preSleepWaitSeconds));
+  submitAndWait(&HelperImpl::pauseBeforeSleep, preSleepWaitSeconds);
 }
 
 void HelperImpl::pauseBeforeSleep() {
@@ -32,8 +25,8 @@ void HelperImpl::pauseBeforeSleep() {
     stopForceDischargeInternal(DischargeStopReason::systemWillSleep);
   }
   if (!pollingTimer) return;
-  const std::optional<bool> power = externalPowerConnected();
-  if (known.chargeLimit < 20 || known.chargeLimit > 99) return;
+  const auto power = MachineReadings::externalPowerConnected(platform.registry);
+  if (!ChargeLimits::holdsBack(known.chargeLimit)) return;
   if (power != true && !known.forceDischargeActive) return;
   if (const WriterResult paused = writeChargingPause(currentCapabilities()); paused) {
     log.log("pre-sleep CHTE pause-write succeeded");
@@ -42,16 +35,13 @@ void HelperImpl::pauseBeforeSleep() {
   }
 }
 
+void HelperImpl::poweredOn() { submit(&HelperImpl::evaluateOnWake); }
+
 void HelperImpl::evaluateOnWake() {
-  submit([](HelperImpl& self) {
-    self.smcQueue.assertCurrent();
-    if (!self.pollingTimer) return;
-    const HelperState known = self.stateCopy();
-    if (known.forceDischargeActive) return;
-    if (known.chargeLimit >= 20 && known.chargeLimit <= 100) {
-      self.startPollingLoop(known.chargeLimit);
-    }
-  });
+  if (!pollingTimer) return;
+  const HelperState known = stateCopy();
+  if (known.forceDischargeActive) return;
+  if (ChargeLimits::startsOnWake(known.chargeLimit)) startPollingLoop(known.chargeLimit);
 }
 
 }  // namespace korvel

@@ -21,12 +21,12 @@ std::string textOrEmpty(const PropertyValue& value) {
 }  // namespace
 
 std::shared_ptr<HelperImpl> HelperImpl::create(Platform& outside) {
-  const auto core = std::make_shared<HelperImpl>(OnlyFromCreate{}, outside);
+  const std::shared_ptr<HelperImpl> core(new HelperImpl(outside));
   core->boot();
   return core;
 }
 
-HelperImpl::HelperImpl(OnlyFromCreate /*proof*/, Platform& outside)
+HelperImpl::HelperImpl(Platform& outside)
     : platform(outside),
       log(platform.log, "HelperImpl"),
       smcQueue(platform.dispatch.makeSerialQueue("com.korvel.app.helper.smc")),
@@ -53,6 +53,49 @@ void HelperImpl::ping(PidReply reply) {
 void HelperImpl::getState(DataReply reply) { reply(encodeReply(stateCopy())); }
 
 void HelperImpl::capabilities(DataReply reply) { reply(encodeReply(currentCapabilities())); }
+
+std::function<void()> HelperImpl::whileAlive(Work callback) {
+  return [weak = weak_from_this(), callback] {
+    if (const std::shared_ptr<HelperImpl> core = weak.lock()) (core.get()->*callback)();
+  };
+}
+
+void HelperImpl::submit(Work work) {
+  post([work](HelperImpl* core) {
+    if (core != nullptr) (core->*work)();
+  });
+}
+
+void HelperImpl::submitAndWait(Work work, double seconds) {
+  const std::shared_ptr<DispatchGroup> group = platform.dispatch.makeGroup();
+  group->enter();
+  post([work, group](HelperImpl* core) {
+    if (core != nullptr) (core->*work)();
+    group->leave();
+  });
+  static_cast<void>(group->wait(seconds));
+}
+
+void HelperImpl::startTimer(std::unique_ptr<TimerSource>& slot, double firstSeconds,
+                            std::optional<double> intervalSeconds, Work work) {
+  stopTimer(slot);
+  auto timer = platform.dispatch.makeTimer(smcQueue.platformQueue());
+  timer->schedule(firstSeconds, intervalSeconds, 0);
+  timer->setEventHandler([weak = weak_from_this(), work] {
+    const std::shared_ptr<HelperImpl> core = weak.lock();
+    if (!core) return;
+    core->smcQueue.assertCurrent();
+    (core.get()->*work)();
+  });
+  slot = std::move(timer);
+  slot->resume();
+}
+
+void HelperImpl::stopTimer(std::unique_ptr<TimerSource>& slot) {
+  if (!slot) return;
+  slot->cancel();
+  slot.reset();
+}
 
 HelperCapabilities HelperImpl::currentCapabilities() {
   const ScopedLock held(capabilitiesLock);
@@ -89,6 +132,13 @@ CallerIdentity HelperImpl::currentCallerIdentity() const {
   return caller;
 }
 
+std::string HelperImpl::callerText() const {
+  const CallerIdentity caller = currentCallerIdentity();
+  return logText("pid=%{public}d signingID=%{public}s team=%{public}s cdHash=%{public}s",
+                 caller.pid, caller.signingID.c_str(), caller.teamID.c_str(),
+                 caller.cdHashHex.c_str());
+}
+
 HelperState HelperImpl::stateCopy() {
   const ScopedLock held(stateLock);
   return state;
@@ -97,12 +147,6 @@ HelperState HelperImpl::stateCopy() {
 std::uint64_t HelperImpl::supersedeTopOff() {
   const ScopedLock held(topOffGenerationLock);
   return ++topOffGeneration;
-}
-
-void HelperImpl::stopPollingLoop() {
-  if (!pollingTimer) return;
-  pollingTimer->cancel();
-  pollingTimer.reset();
 }
 
 void HelperImpl::releaseDischargeAssertion() {

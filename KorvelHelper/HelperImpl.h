@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -34,24 +35,19 @@ namespace korvel {
 /// its work to smcQueue. All hardware, all timers and the whole state machine live there, one piece
 /// of work at a time; the work changes the state record, persists it, and replies.
 ///
-/// What ends it. The last client leaving suspends enforcement after a grace period; sleep stops a
+/// The end. The last client leaving suspends enforcement after a grace period; sleep stops a
 /// discharge and pauses the gate; shutdown restores every key, then the process exits.
 ///
 /// Threads. XPC threads read copies under a lock and post; the main thread posts and waits, 0.1 s
 /// before sleep and 0.5 s at shutdown at most. Locks guard one field each, are held for a copy or
-/// an assignment, and never two together. Posted work holds the core weakly: once it is gone, the
-/// work replies (false, none) and does nothing else.
+/// an assignment, and never two together. Posted work holds the core weakly: once it is gone, a
+/// command replies (false, none) and does nothing else.
 ///
 /// Failure. A failed hardware call is a value that becomes a reply or a log line; a failed state
 /// write is only logged. Nothing but a programming error stops the process.
 class HelperImpl final : public KorvelHelperProtocol,
                          public std::enable_shared_from_this<HelperImpl> {
-  struct OnlyFromCreate {
-    explicit OnlyFromCreate() = default;
-  };
-
  public:
-  HelperImpl(OnlyFromCreate, Platform& outside);
   /// Builds the core: components, stored state, capability probe, crash recovery queued, power
   /// observer, SIGABRT trap. Main thread.
   static std::shared_ptr<HelperImpl> create(Platform& outside);
@@ -69,56 +65,74 @@ class HelperImpl final : public KorvelHelperProtocol,
   void resetAllSMCKeys(Reply reply) override EXCLUDES(smcQueue, stateLock);
   void quit() override;
 
-  /// One accepted connection more. Any thread.
+  /// Count one accepted connection in and out. Any thread.
   void clientDidConnect();
-  /// One accepted connection less. Any thread.
   void clientDidDisconnect();
   /// Restores the hardware, waiting 0.5 s at most, and ends the process with status 0. Any thread
   /// but smcQueue.
   [[noreturn]] void shutdownGracefully();
 
  private:
+  explicit HelperImpl(Platform& outside);
+
   // Boot
   void boot();
   void recoverFromCrash() REQUIRES(smcQueue);
   void installPowerObserver();
   void installAbortTrap();
+  void abortReceived();
 
-  // Core
-  /// Posts `work(core)` to smcQueue; when the core is gone by then, `gone()` runs instead.
-  template <class Work, class Gone = void (*)()>
-  void submit(Work work, Gone gone = [] {}) {
-    smcQueue.async(
-        [weak = weak_from_this(), work = std::move(work), gone = std::move(gone)]() mutable {
-          if (const std::shared_ptr<HelperImpl> core = weak.lock()) {
-            work(*core);
-          } else {
-            gone();
-          }
-        });
+  // Core. Work is a member that REQUIRES(smcQueue). The compiler does not check a call through a
+  // member pointer, so post and startTimer check the queue when the work runs.
+  using Work = void (HelperImpl::*)();
+  /// A function that calls `callback` where it is called, or does nothing once the core is gone.
+  std::function<void()> whileAlive(Work callback);
+  /// Posts `body(core)` to smcQueue; null when the core is gone by then.
+  template <class Body>
+  void post(Body body) {
+    smcQueue.async([weak = weak_from_this(), body = std::move(body)]() mutable {
+      const std::shared_ptr<HelperImpl> core = weak.lock();
+      if (core) core->smcQueue.assertCurrent();
+      body(core.get());
+    });
   }
-  /// The same for a command: when the core is gone, the reply is (false, none).
-  template <class Work>
-  void submitCommand(Reply reply, Work work) {
-    auto held = std::make_shared<Reply>(std::move(reply));
-    submit(
-        [held, work = std::move(work)](HelperImpl& self) mutable { work(self, std::move(*held)); },
-        [held] { (*held)(false, std::nullopt); });
+  void submit(Work work);
+  /// Posts work and waits until it has run, `seconds` at most.
+  void submitAndWait(Work work, double seconds) EXCLUDES(smcQueue);
+  /// Posts `work(arguments..., reply)`; the reply is (false, none) when the core is gone by then.
+  template <class Command, class... Arguments>
+  void submitCommand(Reply reply, Command work, Arguments... arguments) {
+    post([work, arguments..., reply = std::move(reply)](HelperImpl* core) mutable {
+      if (core == nullptr) return reply(false, std::nullopt);
+      (core->*work)(arguments..., std::move(reply));
+    });
   }
+  /// Puts a timer in the place of the one in `slot`: it runs work after `firstSeconds` and then
+  /// every `intervalSeconds`; none: once.
+  void startTimer(std::unique_ptr<TimerSource>& slot, double firstSeconds,
+                  std::optional<double> intervalSeconds, Work work) REQUIRES(smcQueue);
+  static void stopTimer(std::unique_ptr<TimerSource>& slot);
   HelperCapabilities currentCapabilities() EXCLUDES(capabilitiesLock);
   HelperCapabilities probeInPlace() REQUIRES(capabilitiesLock) NO_THREAD_SAFETY_ANALYSIS;
   CallerIdentity currentCallerIdentity() const;
+  std::string callerText() const;
   template <class Field>
   Field stateField(Field HelperState::* field) EXCLUDES(stateLock) {
     const ScopedLock held(stateLock);
     return state.*field;
   }
+  template <class Change>
+  void changeState(Change change) EXCLUDES(stateLock) {
+    const ScopedLock held(stateLock);
+    change(state);
+  }
   HelperState stateCopy() EXCLUDES(stateLock);
   std::uint64_t supersedeTopOff() EXCLUDES(topOffGenerationLock);
-  void stopPollingLoop() REQUIRES(smcQueue);
   void releaseDischargeAssertion() REQUIRES(smcQueue);
 
   // Charge limit
+  void applyChargeLimit(std::uint8_t limit, Reply reply) REQUIRES(smcQueue) EXCLUDES(stateLock);
+  void clearLimit(Reply reply) REQUIRES(smcQueue) EXCLUDES(stateLock);
   void endAllActivity() EXCLUDES(stateLock);
   void persistCurrentState() REQUIRES(smcQueue) EXCLUDES(stateLock);
   void revertToDurableState() REQUIRES(smcQueue) EXCLUDES(stateLock);
@@ -126,13 +140,9 @@ class HelperImpl final : public KorvelHelperProtocol,
 
   // Enforcement
   void startPollingLoop(std::int64_t target) REQUIRES(smcQueue);
-  void pollOnce(std::int64_t target) REQUIRES(smcQueue) EXCLUDES(stateLock);
+  void pollOnce() REQUIRES(smcQueue) EXCLUDES(stateLock);
   void handChargingBack() REQUIRES(smcQueue) EXCLUDES(stateLock);
-  struct GatePayload {
-    ByteList tahoe;
-    ByteList preTahoe;
-    std::int64_t nativeLimit;
-  };
+  struct GatePayload;
   WriterResult writeGate(const HelperCapabilities& caps, const GatePayload& payload)
       REQUIRES(smcQueue);
   WriterResult writeChargingPause(const HelperCapabilities& caps) REQUIRES(smcQueue);
@@ -142,14 +152,12 @@ class HelperImpl final : public KorvelHelperProtocol,
   void reportEnforcement(std::string_view action, const WriterResult& result) REQUIRES(smcQueue);
 
   // Force discharge
-  void startForceDischarge(const HelperCapabilities& caps, Reply reply) REQUIRES(smcQueue)
-      EXCLUDES(stateLock);
+  void startForceDischarge(Reply reply) REQUIRES(smcQueue) EXCLUDES(stateLock);
   std::optional<ErrorObject> dischargeRefusal() REQUIRES(smcQueue) EXCLUDES(stateLock);
   WriterResult writeDischargeStartKeys(const HelperCapabilities& caps) REQUIRES(smcQueue);
-  void stopForceDischarge(const HelperCapabilities& caps, Reply reply) REQUIRES(smcQueue)
-      EXCLUDES(stateLock);
+  void stopForceDischarge(Reply reply) REQUIRES(smcQueue) EXCLUDES(stateLock);
   void pauseIfAboveLimit(const HelperCapabilities& caps) REQUIRES(smcQueue) EXCLUDES(stateLock);
-  void watchDischarge(std::int64_t target) REQUIRES(smcQueue) EXCLUDES(stateLock);
+  void watchDischarge() REQUIRES(smcQueue) EXCLUDES(stateLock);
   void countUnreadableCapacity() REQUIRES(smcQueue) EXCLUDES(stateLock);
   std::optional<double> lidClosedSeconds(bool lidClosed) REQUIRES(smcQueue);
   void logVerdict(const DischargeFacts& facts, const DischargeVerdict& verdict) const;
@@ -158,42 +166,32 @@ class HelperImpl final : public KorvelHelperProtocol,
   /// Releases the adapter-inflow inhibit with plain writes; the result of the last one.
   WriterResult writeDischargeStopKeys(const HelperCapabilities& caps) REQUIRES(smcQueue);
 
-  // Readings: fresh on every call, none or false when unknown
-  [[nodiscard]] std::optional<std::int64_t> currentBatteryCapacityPercent() const;
-  [[nodiscard]] std::optional<std::int64_t> currentBatteryTemperatureCelsius() const;
-  [[nodiscard]] std::optional<bool> externalPowerConnected() const;
-  [[nodiscard]] bool isClamshellClosed() const;
-
   // Client presence
   void countClientIn() REQUIRES(smcQueue) EXCLUDES(stateLock);
   void countClientOut() REQUIRES(smcQueue) EXCLUDES(stateLock);
-  void cancelClientReleaseTimer() REQUIRES(smcQueue);
-  void startClientReleaseTimer() REQUIRES(smcQueue);
+  void clientReleaseDue() REQUIRES(smcQueue) EXCLUDES(stateLock);
   void suspendEnforcementForNoClient() REQUIRES(smcQueue) EXCLUDES(stateLock);
 
   // Keep-awake
   void armClamshellKeepAwake(Reply reply) REQUIRES(smcQueue) EXCLUDES(stateLock);
-  void disarmOnRequest() REQUIRES(smcQueue) EXCLUDES(stateLock);
-  void setSleepDisabledOwnership(bool owned) EXCLUDES(stateLock);
+  void disarmOnRequest(Reply reply) REQUIRES(smcQueue) EXCLUDES(stateLock);
   void disarmClamshellKeepAwake() REQUIRES(smcQueue) EXCLUDES(stateLock);
 
   // Sleep and wake
   void flushPreSleepPause() EXCLUDES(smcQueue);
   void pauseBeforeSleep() REQUIRES(smcQueue) EXCLUDES(stateLock);
-  void evaluateOnWake();
+  void poweredOn();
+  void evaluateOnWake() REQUIRES(smcQueue) EXCLUDES(stateLock);
 
   // Top-off
   void startTopOff(Reply reply) REQUIRES(smcQueue) EXCLUDES(stateLock);
-  void scheduleTopOffRestoreLoop(std::uint64_t generation) REQUIRES(smcQueue) EXCLUDES(stateLock);
-  void topOffTick(std::uint64_t generation, std::int64_t& ticks, std::int64_t savedLimit)
-      REQUIRES(smcQueue) EXCLUDES(stateLock);
-  void endTopOffLoop() REQUIRES(smcQueue);
-  void endTopOffNow() REQUIRES(smcQueue) EXCLUDES(stateLock);
+  void topOffTick() REQUIRES(smcQueue) EXCLUDES(stateLock);
+  void endTopOff(Reply reply) REQUIRES(smcQueue) EXCLUDES(stateLock);
   std::uint64_t currentTopOffGeneration() EXCLUDES(topOffGenerationLock);
 
   // Shutdown and reset
   void restoreBeforeExit() REQUIRES(smcQueue) EXCLUDES(stateLock);
-  void resetToDefaults() REQUIRES(smcQueue) EXCLUDES(stateLock);
+  void resetToDefaults(Reply reply) REQUIRES(smcQueue) EXCLUDES(stateLock);
   WriterResult restoreIfPresent(const ResetWrite& reset) REQUIRES(smcQueue);
   void releaseEverythingHeld() REQUIRES(smcQueue) EXCLUDES(stateLock);
 
@@ -216,7 +214,11 @@ class HelperImpl final : public KorvelHelperProtocol,
   Lock stateLock;
   HelperState state GUARDED_BY(stateLock);
   std::unique_ptr<TimerSource> pollingTimer GUARDED_BY(smcQueue);
+  std::int64_t pollingTarget GUARDED_BY(smcQueue) = 0;
   std::unique_ptr<TimerSource> topOffRestoreTimer GUARDED_BY(smcQueue);
+  std::uint64_t topOffLoopGeneration GUARDED_BY(smcQueue) = 0;
+  std::int64_t topOffSavedLimit GUARDED_BY(smcQueue) = 0;
+  std::int64_t topOffTicks GUARDED_BY(smcQueue) = 0;
   std::optional<IOPMAssertionID> dischargeAssertionID GUARDED_BY(smcQueue);
   std::int64_t activeClientCount GUARDED_BY(smcQueue) = 0;
   std::unique_ptr<TimerSource> clientReleaseTimer GUARDED_BY(smcQueue);

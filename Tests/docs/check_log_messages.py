@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Compares docs/log-messages.md with the log calls in the source: level, category and text.
+"""Compares docs/log-messages.md with the log calls in the source: level, category and text. A text
+that logText renders to stand within messages is quoted in the document.
 
 usage: check_log_messages.py REPOSITORY
        check_log_messages.py --self-test
@@ -20,6 +21,7 @@ CATEGORY_OF_FILE = {
 CATEGORY_OF_LOGGER = {("main.cpp", "log"): "Listener", ("main.cpp", "bootLog"): "Boot"}
 LEVEL_OF_CALL = {"log": "default", "error": "error", "fault": "fault"}
 CALL = re.compile(r'\b(\w*[lL]og)\s*(?:\.|->)\s*(log|error|fault)\(\s*((?:"(?:[^"\\]|\\.)*"\s*)+)', re.S)
+PART = re.compile(r'\blogText\(\s*((?:"(?:[^"\\]|\\.)*"\s*)+)', re.S)
 PIECE = re.compile(r'"((?:[^"\\]|\\.)*)"', re.S)
 ROW = re.compile(r"^\| (default|error|fault) \| (`+) ?(.+?) ?\2 \|")
 
@@ -28,9 +30,17 @@ def unescape(text):
     return text.replace('\\"', '"').replace("\\\\", "\\")
 
 
+def joined(literals):
+    return "".join(unescape(piece) for piece in PIECE.findall(literals))
+
+
+def parts_in(source):
+    return {joined(literals) for literals in PART.findall(source)}
+
+
 def calls_in(name, source):
     for logger, call, literals in CALL.findall(source):
-        text = "".join(unescape(piece) for piece in PIECE.findall(literals))
+        text = joined(literals)
         if name.startswith("HelperImpl"):
             category = "Boot" if logger == "bootLog" else "HelperImpl"
         else:
@@ -64,6 +74,7 @@ def self_test():
     assert not list(differences(calls, rows))
     assert len(list(differences(calls, set()))) == 2
     assert len(list(differences(set(), rows))) == 2
+    assert parts_in('s = logText("a=%d"\n  " b", 1); log.log("c");') == {"a=%d b"}
     print("the check finds messages that are missing on either side")
 
 
@@ -73,10 +84,13 @@ def main(arguments):
     if len(arguments) != 1:
         sys.exit(__doc__)
     root = pathlib.Path(arguments[0])
-    calls = [call for path in sorted((root / "KorvelHelper").glob("*.cpp"))
-             for call in calls_in(path.name, path.read_text(encoding="utf-8"))]
-    rows = list(rows_in((root / "docs" / "log-messages.md").read_text(encoding="utf-8")))
-    found = list(differences(calls, rows))
+    sources = {path.name: path.read_text(encoding="utf-8")
+               for path in sorted((root / "KorvelHelper").glob("*.cpp"))}
+    calls = [call for name, source in sources.items() for call in calls_in(name, source)]
+    document = (root / "docs" / "log-messages.md").read_text(encoding="utf-8")
+    found = list(differences(calls, list(rows_in(document))))
+    found += [f"in the source, not in the document: {part}" for source in sources.values()
+              for part in sorted(parts_in(source)) if f"`{part}`" not in document]
     for line in found:
         print(line)
     if found or not calls:
