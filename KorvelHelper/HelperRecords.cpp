@@ -4,8 +4,8 @@
 #include <array>
 #include <charconv>
 #include <cmath>
+#include <map>
 #include <nlohmann/json.hpp>
-#include <span>
 #include <utility>
 
 #include "JSONMembers.h"
@@ -98,20 +98,6 @@ bool datesAreFinite(const HelperState& state) {
 
 // ---- Reading ----
 
-constexpr std::array<std::string_view, 11> stateKeys = {"chargeLimit",
-                                                        "sailingBand",
-                                                        "forceDischargeActive",
-                                                        "heatPauseActive",
-                                                        "lastWriteAt",
-                                                        "lastWriteVerified",
-                                                        "lastDischargeAbortReason",
-                                                        "lastDischargeAbortAt",
-                                                        "topUpActive",
-                                                        "sleepDisabledByKorvel",
-                                                        "helperVersion"};
-constexpr std::array<std::string_view, 5> capabilityKeys = {
-    "tahoeCharging", "preTahoeCharging", "tahoeDischarge", "preTahoeDischarge", "nativeCharging"};
-
 /// One value as it is written. An array or an object is no field's value, and is not looked into.
 /// A discarded value is one that has no meaning: a number beyond every type, half a surrogate pair.
 JSON decoded(std::string_view written) {
@@ -119,30 +105,8 @@ JSON decoded(std::string_view written) {
   return JSON::parse(written, nullptr, false);
 }
 
-/// The first value of every known key.
-class KnownMembers {
- public:
-  explicit KnownMembers(std::span<const std::string_view> known)
-      : keys(known), values(known.size()) {}
-
-  void take(std::string_view name, std::string_view value) {
-    const JSON key = decoded(name);
-    if (!key.is_string()) return;
-    const std::size_t index = indexOf(key.get_ref<const std::string&>());
-    if (index < values.size() && !values[index]) values[index] = decoded(value);
-  }
-  [[nodiscard]] const std::optional<JSON>& valueOf(std::string_view key) const {
-    return values[indexOf(key)];
-  }
-
- private:
-  [[nodiscard]] std::size_t indexOf(std::string_view key) const {
-    return static_cast<std::size_t>(std::ranges::find(keys, key) - keys.begin());
-  }
-
-  std::span<const std::string_view> keys;
-  std::vector<std::optional<JSON>> values;
-};
+/// The first value of every key, as it is written: only a field's value is ever decoded.
+using WrittenMembers = std::map<std::string, std::string_view, std::less<>>;
 
 using DateReading = std::optional<Date> (*)(const JSON&);
 
@@ -180,19 +144,20 @@ std::optional<bool> booleanOf(const JSON& value) {
 /// Assigns collected members to fields and remembers the first that does not fit.
 class FieldReader {
  public:
-  explicit FieldReader(const KnownMembers& source) : members(source) {}
+  explicit FieldReader(const WrittenMembers& source) : members(source) {}
 
   template <class Field, class Reading>
   void required(std::string_view key, Field& field, Reading reading, std::string_view wanted) {
-    const std::optional<JSON>& found = members.valueOf(key);
-    if (!found) return fail("missing key \"" + std::string(key) + '"');
-    assign(key, *found, field, reading, wanted);
+    const auto found = members.find(key);
+    if (found == members.end()) return fail("missing key \"" + std::string(key) + '"');
+    assign(key, decoded(found->second), field, reading, wanted);
   }
   template <class Field, class Reading>
   void tolerated(std::string_view key, Field& field, Reading reading, std::string_view wanted) {
-    const std::optional<JSON>& found = members.valueOf(key);
-    if (!found || found->is_null()) return;
-    assign(key, *found, field, reading, wanted);
+    const auto found = members.find(key);
+    if (found == members.end()) return;
+    const JSON value = decoded(found->second);
+    if (!value.is_null()) assign(key, value, field, reading, wanted);
   }
   [[nodiscard]] const std::string& error() const { return failure; }
 
@@ -208,17 +173,18 @@ class FieldReader {
     if (failure.empty()) failure = std::move(text);
   }
 
-  const KnownMembers& members;
+  const WrittenMembers& members;
   std::string failure;
 };
 
 /// Parses `text` and lets `fill` set the fields of a fresh record.
 template <class Record, class Fill>
-std::expected<Record, std::string> decode(std::string_view text,
-                                          std::span<const std::string_view> keys, Fill fill) {
-  KnownMembers members(keys);
-  const auto walked = forEachJSONMember(
-      text, [&](std::string_view name, std::string_view value) { members.take(name, value); });
+std::expected<Record, std::string> decode(std::string_view text, Fill fill) {
+  WrittenMembers members;
+  const auto walked = forEachJSONMember(text, [&](std::string_view name, std::string_view value) {
+    if (const JSON key = decoded(name); key.is_string())
+      members.try_emplace(key.get<std::string>(), value);
+  });
   if (!walked) return std::unexpected(walked.error());
   FieldReader fields(members);
   Record record;
@@ -245,7 +211,7 @@ std::expected<HelperState, std::string> decodeState(std::string_view text, DateR
     fields.tolerated("sleepDisabledByKorvel", state.sleepDisabledByKorvel, booleanOf, boolean);
     fields.tolerated("helperVersion", state.helperVersion, textOf, string);
   };
-  return decode<HelperState>(text, stateKeys, fill);
+  return decode<HelperState>(text, fill);
 }
 
 }  // namespace
@@ -295,15 +261,14 @@ std::expected<HelperState, std::string> decodeStateReply(std::string_view text) 
 }
 
 std::expected<HelperCapabilities, std::string> decodeCapabilities(std::string_view text) {
-  return decode<HelperCapabilities>(
-      text, capabilityKeys, [](FieldReader& fields, HelperCapabilities& record) {
-        constexpr std::string_view wanted = "a Boolean";
-        fields.required("tahoeCharging", record.tahoeCharging, booleanOf, wanted);
-        fields.required("preTahoeCharging", record.preTahoeCharging, booleanOf, wanted);
-        fields.required("tahoeDischarge", record.tahoeDischarge, booleanOf, wanted);
-        fields.required("preTahoeDischarge", record.preTahoeDischarge, booleanOf, wanted);
-        fields.required("nativeCharging", record.nativeCharging, booleanOf, wanted);
-      });
+  return decode<HelperCapabilities>(text, [](FieldReader& fields, HelperCapabilities& record) {
+    constexpr std::string_view wanted = "a Boolean";
+    fields.required("tahoeCharging", record.tahoeCharging, booleanOf, wanted);
+    fields.required("preTahoeCharging", record.preTahoeCharging, booleanOf, wanted);
+    fields.required("tahoeDischarge", record.tahoeDischarge, booleanOf, wanted);
+    fields.required("preTahoeDischarge", record.preTahoeDischarge, booleanOf, wanted);
+    fields.required("nativeCharging", record.nativeCharging, booleanOf, wanted);
+  });
 }
 
 }  // namespace korvel
