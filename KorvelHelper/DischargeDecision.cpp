@@ -15,63 +15,54 @@ bool hasRebounded(std::int64_t capacity, std::int64_t minimumSeen) {
   return std::cmp_greater_equal(risen, dischargeReboundPercent);
 }
 
+struct ReasonTexts {
+  std::string_view rawValue;
+  std::string_view banner;
+};
+
+ReasonTexts textsOf(DischargeStopReason reason) {
+  switch (reason) {
+    case DischargeStopReason::floorReached:
+      return {"floorReached", "Discharge stopped — battery reached the safety floor."};
+    case DischargeStopReason::targetReached:
+      return {"targetReached", "Discharge complete — battery is at the configured limit."};
+    case DischargeStopReason::lidClosed:
+      return {"lidClosed",
+              "Discharge stopped — closing the lid is unsafe with the adapter inflow disabled. "
+              "Reopen the lid and restart if you still want to drain."};
+    case DischargeStopReason::systemWillSleep:
+      return {"systemWillSleep",
+              "Discharge stopped — system was about to sleep. Restart the discharge once you're "
+              "back."};
+    case DischargeStopReason::powerDisconnected:
+      return {"powerDisconnected",
+              "Discharge stopped — the power adapter was unplugged. Reconnect and restart if you "
+              "still want to drain to the limit."};
+    case DischargeStopReason::clamshellTimeout:
+      return {"clamshellTimeout",
+              "Clamshell discharge stopped — reached its safety time limit to avoid heat build-up "
+              "with the lid closed. Restart it if you still want to drain."};
+    case DischargeStopReason::clamshellOverheated:
+      return {"clamshellOverheated",
+              "Clamshell discharge stopped — the battery got too warm with the lid closed. Let it "
+              "cool down, then restart if you still want to drain."};
+    case DischargeStopReason::clamshellDisarmed:
+      return {"clamshellDisarmed",
+              "Clamshell discharge stopped — the external display was disconnected (or the "
+              "experimental option was turned off). Reopen the lid or reconnect a display to drain "
+              "again."};
+    case DischargeStopReason::chargeInhibitLost:
+      return {"chargeInhibitLost",
+              "Discharge stopped — the battery started charging again (the power adapter "
+              "re-negotiated). Restart discharge if you still want to drain to the limit."};
+  }
+  trap("a discharge stop reason out of range");
+}
+
 }  // namespace
 
-std::string_view rawValue(DischargeStopReason reason) {
-  switch (reason) {
-    case DischargeStopReason::floorReached:
-      return "floorReached";
-    case DischargeStopReason::targetReached:
-      return "targetReached";
-    case DischargeStopReason::lidClosed:
-      return "lidClosed";
-    case DischargeStopReason::systemWillSleep:
-      return "systemWillSleep";
-    case DischargeStopReason::powerDisconnected:
-      return "powerDisconnected";
-    case DischargeStopReason::clamshellTimeout:
-      return "clamshellTimeout";
-    case DischargeStopReason::clamshellOverheated:
-      return "clamshellOverheated";
-    case DischargeStopReason::clamshellDisarmed:
-      return "clamshellDisarmed";
-    case DischargeStopReason::chargeInhibitLost:
-      return "chargeInhibitLost";
-  }
-  trap("a discharge stop reason out of range");
-}
-
-std::string_view bannerCopy(DischargeStopReason reason) {
-  switch (reason) {
-    case DischargeStopReason::floorReached:
-      return "Discharge stopped — battery reached the safety floor.";
-    case DischargeStopReason::targetReached:
-      return "Discharge complete — battery is at the configured limit.";
-    case DischargeStopReason::lidClosed:
-      return "Discharge stopped — closing the lid is unsafe with the adapter inflow disabled. "
-             "Reopen the lid and restart if you still want to drain.";
-    case DischargeStopReason::systemWillSleep:
-      return "Discharge stopped — system was about to sleep. Restart the discharge once you're "
-             "back.";
-    case DischargeStopReason::powerDisconnected:
-      return "Discharge stopped — the power adapter was unplugged. Reconnect and restart if you "
-             "still want to drain to the limit.";
-    case DischargeStopReason::clamshellTimeout:
-      return "Clamshell discharge stopped — reached its safety time limit to avoid heat build-up "
-             "with the lid closed. Restart it if you still want to drain.";
-    case DischargeStopReason::clamshellOverheated:
-      return "Clamshell discharge stopped — the battery got too warm with the lid closed. Let it "
-             "cool down, then restart if you still want to drain.";
-    case DischargeStopReason::clamshellDisarmed:
-      return "Clamshell discharge stopped — the external display was disconnected (or the "
-             "experimental option was turned off). Reopen the lid or reconnect a display to drain "
-             "again.";
-    case DischargeStopReason::chargeInhibitLost:
-      return "Discharge stopped — the battery started charging again (the power adapter "
-             "re-negotiated). Restart discharge if you still want to drain to the limit.";
-  }
-  trap("a discharge stop reason out of range");
-}
+std::string_view rawValue(DischargeStopReason reason) { return textsOf(reason).rawValue; }
+std::string_view bannerCopy(DischargeStopReason reason) { return textsOf(reason).banner; }
 
 DischargeVerdict decideDischarge(
     const DischargeFacts& facts,
