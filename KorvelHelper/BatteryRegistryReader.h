@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "Base/PropertyValue.h"
+#include "Base/Scoped.h"
 #include "Platform/IORegistry.h"
 
 namespace korvel {
@@ -23,22 +24,6 @@ PropertyValue::Dictionary merged(const PropertyValue::Dictionary& root,
 
 }  // namespace BatteryRegistryReader
 
-/// Owns one registry object for a scope.
-class ScopedRegistryObject {
- public:
-  ScopedRegistryObject(IORegistry& owner, ObjectRef ref) : registry(owner), object(ref) {}
-  ~ScopedRegistryObject() {
-    if (object != 0) registry.objectRelease(object);
-  }
-  ScopedRegistryObject(const ScopedRegistryObject&) = delete;
-  ScopedRegistryObject& operator=(const ScopedRegistryObject&) = delete;
-
-  [[nodiscard]] ObjectRef get() const { return object; }
-  explicit operator bool() const { return object != 0; }
-
- private:
-  IORegistry& registry;
-  ObjectRef object;
-};
+using ScopedRegistryObject = Scoped<IORegistry, ObjectRef, &IORegistry::objectRelease>;
 
 }  // namespace korvel

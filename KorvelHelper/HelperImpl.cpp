@@ -14,10 +14,6 @@ std::optional<std::string> runningHelperVersion(Process& process) {
   return version.text() == nullptr ? std::nullopt : std::optional(*version.text());
 }
 
-std::string textOrEmpty(const PropertyValue& value) {
-  return value.text() == nullptr ? std::string() : *value.text();
-}
-
 }  // namespace
 
 std::shared_ptr<HelperImpl> HelperImpl::create(Platform& outside) {
@@ -122,7 +118,7 @@ CallerIdentity HelperImpl::currentCallerIdentity() const {
   if (signing.copyGuestWithPid(caller.pid, guest.slot()) != 0 || !guest) return caller;
   ScopedCode program(signing);
   if (signing.copyStaticCode(guest.get(), program.slot()) != 0 || !program) return caller;
-  const PropertyValue information = program.signingInformation();
+  const PropertyValue information = signingInformation(signing, program.get());
 
   caller.signingID = textOrEmpty(information[codeInfoIdentifierKey]);
   caller.teamID = textOrEmpty(information[codeInfoTeamIdentifierKey]);

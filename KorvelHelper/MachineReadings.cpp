@@ -1,5 +1,6 @@
 #include "MachineReadings.h"
 
+#include "Base/Scoped.h"
 #include "BatteryRegistryReader.h"
 #include "Platform/IORegistry.h"
 #include "Platform/PowerSources.h"
@@ -8,19 +9,7 @@ namespace korvel {
 
 namespace {
 
-class ScopedPowerObject {
- public:
-  ScopedPowerObject(PowerSources& owner, HandleRef handle) : sources(owner), object(handle) {}
-  ~ScopedPowerObject() {
-    if (object != 0) sources.release(object);
-  }
-  ScopedPowerObject(const ScopedPowerObject&) = delete;
-  ScopedPowerObject& operator=(const ScopedPowerObject&) = delete;
-
- private:
-  PowerSources& sources;
-  HandleRef object;
-};
+using ScopedPowerObject = Scoped<PowerSources, HandleRef, &PowerSources::release>;
 
 std::optional<std::int64_t> capacityOfInternalBattery(const PropertyValue& description) {
   const std::string* type = description["Type"].text();

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "Base/ByteList.h"
+#include "Base/Scoped.h"
 
 namespace korvel {
 
@@ -30,23 +31,7 @@ constexpr std::array<std::string_view, 5> requiredSelectors = {
 constexpr std::int64_t lowestLimit = 1;
 constexpr std::int64_t fullCharge = 100;  // as a limit: none, which the framework calls 0
 
-/// Owns one object of the runtime until it is taken.
-class OwnedObject {
- public:
-  OwnedObject(SmartChargeRuntime& owner, HandleRef object) : runtime(owner), handle(object) {}
-  ~OwnedObject() {
-    if (handle != 0) runtime.release(handle);
-  }
-  OwnedObject(const OwnedObject&) = delete;
-  OwnedObject& operator=(const OwnedObject&) = delete;
-
-  [[nodiscard]] HandleRef get() const { return handle; }
-  [[nodiscard]] HandleRef take() { return std::exchange(handle, 0); }
-
- private:
-  SmartChargeRuntime& runtime;
-  HandleRef handle;
-};
+using OwnedObject = Scoped<SmartChargeRuntime, HandleRef, &SmartChargeRuntime::release>;
 
 /// A new client of the framework, owned by the caller; 0 when a class or method is missing.
 HandleRef makeClient(SmartChargeRuntime& runtime) {

@@ -1,35 +1,23 @@
 #pragma once
 
+#include "Base/Scoped.h"
 #include "Platform/CodeSigning.h"
 
 namespace korvel {
 
-/// Owns one code object for a scope, and reads the signing information of a static one.
-class ScopedCode {
- public:
-  explicit ScopedCode(CodeSigning& owner) : signing(owner) {}
-  ~ScopedCode() {
-    if (code != 0) signing.release(code);
-  }
-  ScopedCode(const ScopedCode&) = delete;
-  ScopedCode& operator=(const ScopedCode&) = delete;
+using ScopedCode = Scoped<CodeSigning, HandleRef, &CodeSigning::release>;
 
-  /// Where a call puts the object that it gives.
-  [[nodiscard]] HandleRef& slot() { return code; }
-  [[nodiscard]] HandleRef get() const { return code; }
-  explicit operator bool() const { return code != 0; }
+/// The signing information of static code; absent when it cannot be read or is no dictionary.
+inline PropertyValue signingInformation(CodeSigning& signing, HandleRef staticCode) {
+  PropertyValue information;
+  const auto status =
+      signing.copySigningInformation(staticCode, codeSigningInformationFlag, information);
+  return status == 0 && information.dictionary() != nullptr ? information : PropertyValue();
+}
 
-  /// The signing information; absent when it cannot be read or is no dictionary.
-  [[nodiscard]] PropertyValue signingInformation() const {
-    PropertyValue information;
-    if (signing.copySigningInformation(code, codeSigningInformationFlag, information) != 0)
-      return {};
-    return information.dictionary() == nullptr ? PropertyValue() : information;
-  }
-
- private:
-  CodeSigning& signing;
-  HandleRef code = 0;
-};
+/// The text of an entry of the signing information; empty when it is missing or of another type.
+inline std::string textOrEmpty(const PropertyValue& value) {
+  return value.text() == nullptr ? std::string() : *value.text();
+}
 
 }  // namespace korvel

@@ -99,18 +99,16 @@ std::string bundleTeamIdentifier(Platform& platform) {
   if (platform.codeSigning.staticCodeCreateWithPath(*path, program.slot()) != 0 || !program) {
     return {};
   }
-  const PropertyValue information = program.signingInformation();
-  const std::string* team = information[codeInfoTeamIdentifierKey].text();
-  return team == nullptr ? std::string() : *team;
+  return textOrEmpty(
+      signingInformation(platform.codeSigning, program.get())[codeInfoTeamIdentifierKey]);
 }
 
 std::string strictRequirement(std::string_view identifier, std::string_view team) {
-  std::string text = "anchor apple generic and identifier \"";
-  text += identifier;
-  text += "\" and certificate leaf[subject.OU] = \"";
-  text += team;
-  text += "\" and certificate leaf[field.1.2.840.113635.100.6.1.13] exists";
-  return text;
+  return std::string("anchor apple generic and identifier \"")
+      .append(identifier)
+      .append("\" and certificate leaf[subject.OU] = \"")
+      .append(team)
+      .append("\" and certificate leaf[field.1.2.840.113635.100.6.1.13] exists");
 }
 
 HelperListenerDelegate::HelperListenerDelegate(Platform& platform,
