@@ -10,10 +10,9 @@ namespace korvel {
 void HelperImpl::setChargeLimit(std::uint8_t limit, Reply reply) {
   log.log("setChargeLimit(%{public}hhu) %{public}s", limit, callerText().c_str());
   if (!ChargeLimits::maySet(limit)) {
-    reply(false,
-          makeError(KorvelHelperError::codeOutOfRange,
-                    "Charge limit must be between 20 and 100 (got " + std::to_string(limit) + ").",
-                    {}));
+    reply(false, makeError(KorvelHelperError::codeOutOfRange,
+                           "Charge limit must be between 20 and 100 (got " + std::to_string(limit) +
+                               ")."));
     return;
   }
   submitCommand(std::move(reply), &HelperImpl::applyChargeLimit, limit);

@@ -27,27 +27,24 @@ std::optional<ErrorObject> HelperImpl::dischargeRefusal() {
   if (lidClosed && !clamshellKeepAwakeArmed) {
     return makeError(KorvelHelperError::codeUnsupportedCapability,
                      "Open the lid to start force-discharge — clamshell mode is unsafe with the "
-                     "adapter inflow disabled on this Mac.",
-                     {});
+                     "adapter inflow disabled on this Mac.");
   }
   const auto capacity = MachineReadings::batteryCapacityPercent(platform.powerSources);
   if (!capacity) {
     return makeError(KorvelHelperError::codeOutOfRange,
                      "Can't read the battery level right now — try again in a moment before "
-                     "starting force-discharge.",
-                     {});
+                     "starting force-discharge.");
   }
   const std::int64_t floor = dischargeFloorPercent(lidClosed);
   if (*capacity <= floor) {
     return makeError(KorvelHelperError::codeOutOfRange,
                      "Battery is at " + std::to_string(*capacity) + "% — below the " +
-                         std::to_string(floor) + "% safety floor for force-discharge.",
-                     {});
+                         std::to_string(floor) + "% safety floor for force-discharge.");
   }
   const std::int64_t limit = stateField(&HelperState::chargeLimit);
   if (*capacity <= limit) {
     return makeError(KorvelHelperError::codeOutOfRange,
-                     "Battery is already at the " + std::to_string(limit) + "% limit.", {});
+                     "Battery is already at the " + std::to_string(limit) + "% limit.");
   }
   return std::nullopt;
 }
@@ -65,7 +62,7 @@ void HelperImpl::startForceDischarge(Reply reply) {
   releaseDischargeAssertion();
   if (!caps.canForceDischarge()) {
     reply(false, makeError(KorvelHelperError::codeUnsupportedCapability,
-                           "Force-discharge isn't supported on this Mac.", {}));
+                           "Force-discharge isn't supported on this Mac."));
     return;
   }
   if (const WriterResult inhibited = writeDischargeStartKeys(caps); !inhibited) {

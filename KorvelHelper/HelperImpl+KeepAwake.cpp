@@ -47,8 +47,7 @@ void HelperImpl::armClamshellKeepAwake(Reply reply) {
     persistCurrentState();
     reply(false, makeError(KorvelHelperError::codePMAssertionFailed,
                            "Could not keep the Mac awake for clamshell discharge (SleepDisabled "
-                           "write failed).",
-                           {}));
+                           "write failed)."));
     return;
   }
   log.log("clamshell keep-awake ARMED");

@@ -82,6 +82,6 @@ void applyTypedReplyClasses(XPCInterface& interface);
 /// An error of the helper's domain with `message` as its description; an entry of `userInfo` wins
 /// over one of the same key.
 ErrorObject makeError(std::int64_t code, const std::string& message,
-                      const PropertyValue::Dictionary& userInfo);
+                      const PropertyValue::Dictionary& userInfo = {});
 
 }  // namespace korvel
