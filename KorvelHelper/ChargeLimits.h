@@ -6,14 +6,14 @@
 
 namespace korvel {
 
-/// Which limits, in percent, are good for what. A stored limit may be any number, because the state
-/// file may have been edited; so each use asks its own question before it acts.
+/// The questions asked of a limit, in percent. A stored limit may be any number, because the state
+/// file may have been edited; so each use asks its own before it acts.
 namespace ChargeLimits {
 
 inline constexpr std::int64_t lowest = 20;
 inline constexpr std::int64_t none = 100;  ///< "No limit": charging is left to the system.
 
-/// A client may set 100 too: it ends the holding back.
+/// A client may set 100 too: from then on nothing is held back.
 constexpr bool maySet(std::int64_t limit) { return limit >= lowest && limit <= none; }
 
 /// The polling loop takes 100 too: its first tick hands charging back and ends the loop.
@@ -25,11 +25,11 @@ constexpr bool startsOnConnect(std::int64_t limit, Date lastWriteAt) {
   return isTarget(limit) && lastWriteAt != Date::distantPast();
 }
 
-/// Waking starts the loop anew only where one ran before the sleep, so the limit was chosen then.
+/// Waking only renews a loop that ran before the sleep, so nobody asks whether the limit was
+/// chosen.
 constexpr bool startsOnWake(std::int64_t limit) { return isTarget(limit); }
 
-/// Outside the loop, before sleep and at the end of a discharge, 100 must not pause the gate: no
-/// tick would open it again.
+/// With 100 nothing is held back, so the gate is not paused before sleep or after a discharge.
 constexpr bool holdsBack(std::int64_t limit) { return limit >= lowest && limit < none; }
 
 }  // namespace ChargeLimits

@@ -5,8 +5,8 @@
 
 namespace korvel {
 
-/// Switches and reads the system-wide SleepDisabled setting. Stateless: who set it is the core's
-/// business. Any thread.
+/// Switches and reads the system-wide SleepDisabled setting. Stateless: the core remembers who
+/// set it. Any thread.
 class ClamshellSleepController {
  public:
   ClamshellSleepController(PowerSettings& powerSettings, Logger logger)

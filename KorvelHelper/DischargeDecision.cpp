@@ -8,8 +8,8 @@ namespace korvel {
 
 namespace {
 
-/// Whether the charge is so far above the lowest one seen, which it is not below. The distance is
-/// counted without a sign: so it fits, however absurd the two readings are.
+/// Whether the charge rose from the lowest one seen, which it is not below, by the rebound or more.
+/// The difference has no sign, so it fits for any two readings, absurd ones included.
 bool hasRebounded(std::int64_t capacity, std::int64_t minimumSeen) {
   const auto risen = static_cast<std::uint64_t>(capacity) - static_cast<std::uint64_t>(minimumSeen);
   return std::cmp_greater_equal(risen, dischargeReboundPercent);

@@ -36,7 +36,7 @@ constexpr std::int64_t dischargeFloorPercent(bool lidClosed) {
   return lidClosed ? dischargeFloorLidClosedPercent : dischargeFloorLidOpenPercent;
 }
 
-/// What a tick of the watchdog knows.
+/// The facts that a tick of the watchdog decides on.
 struct DischargeFacts {
   std::int64_t capacity = 0;
   std::int64_t target = 0;
@@ -46,7 +46,7 @@ struct DischargeFacts {
   std::optional<std::int64_t> minimumSeen;  ///< Lowest charge of this discharge so far.
 };
 
-/// What the watchdog does.
+/// The watchdog's decision.
 struct DischargeVerdict {
   std::optional<DischargeStopReason> stop;         ///< None: the discharge goes on.
   std::optional<std::int64_t> minimumSeen;         ///< The lowest charge, this tick's included.

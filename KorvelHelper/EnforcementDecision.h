@@ -6,7 +6,7 @@
 
 namespace korvel {
 
-/// What a tick of enforcement does to the gate.
+/// The move that a tick of enforcement makes with the gate.
 enum class GateDecision : unsigned char { Hold, Pause, Resume };
 
 /// The width of the hysteresis band below `target` that a stored band means: 1 to 20, and never so

@@ -53,7 +53,7 @@ std::expected<void, int> writeFully(FileSystem& files, int descriptor, std::stri
     if (written.value > 0) {
       payload.remove_prefix(static_cast<std::size_t>(written.value));
     } else if (written.value != -1 || written.error != EINTR) {
-      // A write of nothing need not set errno, and 0 reads as "Success".
+      // A write of no bytes need not set errno, and an errno of 0 would read as "Success".
       return std::unexpected(written.error == 0 ? EIO : written.error);
     }
   }
@@ -123,7 +123,8 @@ HelperPersistence::StepResult HelperPersistence::ensureDirectory() {
   return failure(Error::Kind::DirectoryCreate, posixError(tightened.error));
 }
 
-// Descriptors are closed by hand: an unwinding process is on its way out, and its close could fail.
+// Descriptors are closed by hand: a destructor would also run, and could fail, while a killed
+// process unwinds.
 HelperPersistence::StepResult HelperPersistence::writeTemporary(std::string_view payload) {
   const std::string path(temporaryPath);
   const PosixResult removed = files.unlink(path);

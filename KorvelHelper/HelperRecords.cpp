@@ -37,7 +37,7 @@ std::string jsonText(std::string_view text) {
 
 std::string jsonBoolean(bool value) { return value ? "true" : "false"; }
 
-// Exponents only where plain digits would be absurd.
+// An exponent stands only where plain digits would be absurdly many.
 std::string jsonDateNumber(Date date) {
   const double seconds = date.secondsSinceReference;
   const double size = std::fabs(seconds);
@@ -98,8 +98,8 @@ bool datesAreFinite(const HelperState& state) {
 
 // ---- Reading ----
 
-/// One value as it is written. An array or an object is no field's value, and is not looked into.
-/// A discarded value is one that has no meaning: a number beyond every type, half a surrogate pair.
+/// Decodes one value. An array or an object is no field's value, and is not looked into. A value
+/// without a meaning, a number beyond every type or half a surrogate pair, comes out discarded.
 JSON decoded(std::string_view written) {
   if (written.starts_with('{') || written.starts_with('[')) return JSON::array();
   return JSON::parse(written, nullptr, false);

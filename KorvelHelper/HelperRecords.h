@@ -12,7 +12,7 @@
 
 namespace korvel {
 
-/// What the helper persists and reports. Equality compares every field.
+/// The record that the helper persists and reports. Equality compares every field.
 struct HelperState {
   std::int64_t chargeLimit = 80;      ///< The limit the user chose, percent; 100 means none.
   std::int64_t sailingBand = 5;       ///< Width of the hysteresis band below the limit, percent.
@@ -32,7 +32,7 @@ struct HelperState {
   friend bool operator==(const HelperState&, const HelperState&) = default;
 };
 
-/// What this machine's hardware lets the helper control.
+/// The controls that this machine's hardware offers.
 struct HelperCapabilities {
   bool tahoeCharging = false;
   bool preTahoeCharging = false;
@@ -74,8 +74,8 @@ std::string encodeReply(const HelperCapabilities& capabilities);
 /// Two-space indent, sorted keys, ISO 8601 dates in whole seconds: the form of the state file.
 std::string encodeFile(const HelperState& state);
 
-/// The reverse. The error text says what is wrong and where. Unknown keys are ignored with whatever
-/// well-formed value they have, the first of duplicate keys counts, a null optional is absent.
+/// The reverse. The error text says what is wrong and where. Unknown keys are ignored with any
+/// well-formed value; the first of duplicate keys counts; a null optional is absent.
 std::expected<HelperState, std::string> decodeStateFile(std::string_view text);
 std::expected<HelperState, std::string> decodeStateReply(std::string_view text);
 std::expected<HelperCapabilities, std::string> decodeCapabilities(std::string_view text);

@@ -30,7 +30,7 @@ class IOPMAssertionManager {
   void release(IOPMAssertionID id) EXCLUDES(queue);
   /// Releases everything held, silently.
   void releaseAll() EXCLUDES(queue);
-  /// What is held, in order of creation.
+  /// The assertions held, in order of creation.
   std::vector<IOPMAssertionID> held() EXCLUDES(queue);
 
  private:

@@ -20,7 +20,7 @@ std::size_t characterSize(std::string_view text) {
   const auto byteAt = [text](std::size_t index) {
     return index < text.size() ? static_cast<std::uint8_t>(text[index]) : std::uint8_t{0};
   };
-  // The smallest code point that needs so many bytes: a shorter one in their place is not UTF-8.
+  // The smallest code point for each number of bytes: UTF-8 forbids a smaller one in that many.
   constexpr std::array<std::uint32_t, 5> smallest = {0, 0x20, 0x80, 0x800, 0x10000};
   const std::uint8_t lead = byteAt(0);
   const auto leadingOnes = static_cast<std::size_t>(std::countl_one(lead));
@@ -36,7 +36,7 @@ std::size_t characterSize(std::string_view text) {
   return point < smallest[size] || point > 0x10FFFF || surrogate ? 0 : size;
 }
 
-/// Moves over a text by the rules of JSON's grammar, and stays where one is broken.
+/// Moves over a text by the rules of JSON's grammar, and stops where the text breaks one.
 class Walker {
  public:
   explicit Walker(std::string_view json) : text(json) {
@@ -68,7 +68,7 @@ class Walker {
   }
 
   bool passValue() {
-    std::string closers;  // of all that is open, the innermost last
+    std::string closers;  // one for each open array or object, the innermost last
     while (true) {
       passSpace();
       if (const bool object = pass('{'); object || pass('[')) {
@@ -81,7 +81,7 @@ class Walker {
       } else if (!passScalar()) {
         return false;
       }
-      // Here a value has ended, and with it perhaps what it is in.
+      // A value has ended here; the arrays and objects around it may end with it.
       while (!closers.empty()) {
         passSpace();
         if (!pass(closers.back())) break;
@@ -94,7 +94,7 @@ class Walker {
   }
 
  private:
-  /// The byte to come. NUL stands for the end, and has no place in JSON itself.
+  /// The next byte. NUL stands for the end: JSON itself has none.
   [[nodiscard]] char next() const { return at < text.size() ? text[at] : '\0'; }
   bool passAny(std::string_view set) {
     if (at == text.size() || set.find(text[at]) == std::string_view::npos) return false;

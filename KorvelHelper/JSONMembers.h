@@ -12,10 +12,10 @@ using JSONMemberTaker = std::function<void(std::string_view name, std::string_vi
 
 /// Hands out the members of the object that `text` is, in order, and decodes none of them.
 ///
-/// The text as a whole must be JSON in UTF-8, and whoever takes a member decides what to make of
-/// it. So a value that nobody wants can be anything that the grammar knows, also what no decoder
-/// has a value for: a number beyond every type, half of a surrogate pair. Nothing recurses: a level
-/// of nesting costs one byte of memory, and there are no more levels than bytes in the text.
+/// The text as a whole must be JSON in UTF-8. `take` decodes the values that it wants, so any other
+/// may be one that the grammar allows and no decoder can express: a number beyond every type, half
+/// of a surrogate pair. Nothing recurses: a level of nesting costs one byte of memory, and a text
+/// has no more levels than bytes.
 ///
 /// The error says what is wrong and where; members may have been handed out before it was found.
 std::expected<void, std::string> forEachJSONMember(std::string_view text,

@@ -6,7 +6,7 @@ XPCInterface makeHelperInterface() { return {"KorvelHelperProtocol", {}}; }
 
 void applyTypedReplyClasses(XPCInterface& interface) {
   const std::vector<ReplyClass> data = {ReplyClass::Data};
-  // What an error may carry: itself, its texts, its numbers, and the dictionary around them.
+  // An error may carry itself, its texts, its numbers, and the dictionary around them.
   const std::vector<ReplyClass> error = {ReplyClass::Error, ReplyClass::String, ReplyClass::Number,
                                          ReplyClass::Dictionary};
   const auto allow = [&interface](std::string_view selector, unsigned argument,

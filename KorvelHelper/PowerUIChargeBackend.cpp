@@ -24,12 +24,12 @@ constexpr std::string_view isSupported = "isMCLSupported";
 constexpr std::string_view getLimit = "getMCLLimitWithError:";
 constexpr std::string_view availableLimits = "availableChargeLimitsWithError:";
 constexpr std::string_view setLimitSelector = "setMCLLimit:error:";
-// In the order of the check. The second is never called: it only tells the interface's generation.
+// In the order of the check. The second is never called: it tells the interface's generation.
 constexpr std::array<std::string_view, 5> requiredSelectors = {
     isSupported, "isMCLCurrentlyEnabled:", getLimit, availableLimits, setLimitSelector};
 
 constexpr std::int64_t lowestLimit = 1;
-constexpr std::int64_t fullCharge = 100;  // as a limit: none, which the framework calls 0
+constexpr std::int64_t fullCharge = 100;  // no limit, for which the framework has 0
 
 using OwnedObject = Scoped<SmartChargeRuntime, HandleRef, &SmartChargeRuntime::release>;
 
@@ -53,7 +53,7 @@ bool isUsable(SmartChargeRuntime& runtime, HandleRef client) {
   return runtime.callBoolean(client, isSupported);
 }
 
-/// The integer value of a number, with 0 for one that no limit can have; none for anything else.
+/// The number as an integer, 0 for one that no limit can have; none for anything but a number.
 std::optional<std::int64_t> limitOf(const PropertyValue& value) {
   if (const auto whole = value.integer()) return whole;
   const auto real = value.real();

@@ -40,7 +40,7 @@ class PowerUIChargeBackend {
   PowerUIChargeBackend(const PowerUIChargeBackend&) = delete;
   PowerUIChargeBackend& operator=(const PowerUIChargeBackend&) = delete;
 
-  /// Sets the limit and reads it back: whether it reads as asked for after clamping.
+  /// Sets the limit, clamped, and reads it back. False: another limit was read.
   std::expected<bool, BackendError> setLimit(std::int64_t requested);
   /// The system's current limit, 100 when none is set.
   std::expected<std::int64_t, BackendError> readLimit();

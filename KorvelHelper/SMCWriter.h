@@ -19,7 +19,7 @@
 
 namespace korvel {
 
-/// What the SMC tells about a key.
+/// The SMC's own description of a key.
 struct SMCKeyInfoData {
   std::uint32_t dataSize = 0;  ///< Payload bytes the key holds.
   std::uint32_t dataType = 0;  ///< Four-character type code.

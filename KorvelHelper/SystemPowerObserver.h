@@ -24,7 +24,7 @@ class SystemPowerObserver {
   /// Registers. A second call is logged and ignored; a failure is logged, and the helper runs on
   /// without sleep handling.
   void start();
-  /// Undoes start(). Nothing when not registered.
+  /// Undoes start(). Does nothing when not registered.
   void stop();
 
  private:

@@ -1,4 +1,4 @@
-// The entry: wiring, signals, and who may talk to the helper. What it does is HelperImpl's.
+// The entry: wiring, signals, and the admission of clients. The work itself is HelperImpl's.
 
 #include <source_location>
 #include <utility>
@@ -23,14 +23,14 @@ std::unique_ptr<SignalSource> listenFor(int signalNumber, Dispatch& dispatch,
   auto source = dispatch.makeSignalSource(signalNumber);
   source->setEventHandler(std::move(handler));
   source->resume();
-  // Only now: from here on the signal is the source's alone, and there was no gap without either.
+  // Comes last, so that either the default action or the source takes the signal at any moment.
   dispatch.ignoreDefaultAction(signalNumber);
   return source;
 }
 
 /// Counts one accepted connection in and out. The handlers run on the connection's own threads from
-/// the moment they are set, so its end may be told before its beginning is: then the end waits for
-/// the beginning, and the core sees every client come first and go once.
+/// the moment they are set, so the end may arrive before the beginning: then it waits, and the core
+/// sees every client come first and go once.
 class CountedConnection {
  public:
   CountedConnection(Dispatch& dispatch, std::shared_ptr<HelperImpl> sharedCore)
@@ -38,8 +38,8 @@ class CountedConnection {
 
   /// The acceptance is complete. Once.
   void begin() EXCLUDES(connectionLock) {
-    // The core is told first, so that no end overtakes it, and without the lock, so that nothing
-    // that it takes is ever taken under this one.
+    // The core is told first, so that no end overtakes it, and without the lock, so that no lock
+    // of the core's is taken under this one.
     core->clientDidConnect();
     {
       const ScopedLock held(connectionLock);

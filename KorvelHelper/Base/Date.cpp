@@ -63,7 +63,7 @@ constexpr double startOf(const CivilDay& civil) {
   return static_cast<double>((dayNumber(civil) - referenceDay) * secondsPerDay);
 }
 
-// What four digits of a year can say.
+// The moments that four digits of a year can express.
 constexpr double earliestSeconds = startOf({1, 1, 1});
 constexpr double latestSeconds = startOf({10000, 1, 1}) - 1;
 

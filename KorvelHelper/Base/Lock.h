@@ -7,7 +7,7 @@
 
 namespace korvel {
 
-/// What a platform gives for one plain, non-recursive mutual-exclusion lock.
+/// A platform's plain, non-recursive mutual-exclusion lock.
 class LockPrimitive {
  public:
   virtual ~LockPrimitive() = default;

@@ -11,7 +11,7 @@
 
 namespace korvel {
 
-/// Where a reply goes. The transport that delivered the call makes one for each call.
+/// The way of a reply to its client. The transport that delivered the call makes one for each call.
 template <class... Values>
 class ReplySink {
  public:

@@ -9,7 +9,7 @@
 
 namespace korvel {
 
-/// What a platform gives for one serial queue: work runs one piece at a time, in the order posted.
+/// A platform's serial queue: work runs one piece at a time, in the order posted.
 /// Posted work keeps the queue alive until it has run, also when the owner has let go of it.
 class WorkQueue {
  public:
@@ -32,7 +32,7 @@ class CAPABILITY("serial queue") SerialQueue {
   void async(Task body) { queue->async(std::move(body)); }
   void sync(Task body) EXCLUDES(this) { queue->sync(std::move(body)); }
 
-  /// First statement of every piece of work: traps when it does not run on this queue.
+  /// Traps when the caller does not run on this queue. Stands before every piece of work.
   void assertCurrent() const ASSERT_CAPABILITY(this) {
     if (!queue->isCurrent()) trap("work runs outside its serial queue");
   }

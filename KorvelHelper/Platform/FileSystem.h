@@ -9,7 +9,7 @@
 
 namespace korvel {
 
-/// What a POSIX call returned, and errno as the call left it.
+/// The return value of a POSIX call, and errno as the call left it.
 struct PosixResult {
   std::int64_t value = 0;
   int error = 0;
@@ -35,7 +35,7 @@ class FileSystem {
   /// `original` has the replacement's content and mode; on failure it is as it was.
   virtual std::expected<void, ErrorObject> replaceItem(const std::string& original,
                                                        const std::string& replacement) = 0;
-  /// [NSFileManager fileExistsAtPath:]: also true for what is not a plain file.
+  /// [NSFileManager fileExistsAtPath:]: also true for anything but a plain file.
   virtual bool fileExists(const std::string& path) = 0;
   /// The whole content of a plain file; anything else, and more than 16 MiB, is an error.
   virtual std::expected<std::string, ErrorObject> readFile(const std::string& path) = 0;

@@ -17,8 +17,8 @@ class UnifiedLog;
 class WallClock;
 class XPCService;
 
-/// Everything the helper knows of the outside: one reference for each header of this folder. What
-/// is referred to outlives the helper's objects.
+/// Everything the helper knows of the outside: one reference for each header of this folder. All
+/// of it outlives the helper's objects.
 struct Platform {
   SMCUserClient& smc;
   IORegistry& registry;

@@ -8,7 +8,7 @@
 
 namespace korvel {
 
-/// What IOPSCopyPowerSourcesList gave: the array and, borrowed from it, its elements in order.
+/// The result of IOPSCopyPowerSourcesList: the array and, borrowed from it, its elements in order.
 struct PowerSourceList {
   HandleRef handle = 0;  ///< Released with PowerSources::release; 0: the call gave nothing.
   bool isArray = false;

@@ -13,7 +13,7 @@ namespace korvel {
 /// dlopen's mode that binds everything at once.
 inline constexpr int dlopenNow = 2;
 
-/// What an error out-parameter holds after a call: the error's localized description, or nothing.
+/// An error out-parameter after a call: the error's localized description, or nothing.
 using ErrorSlot = std::optional<std::string>;
 
 /// The object runtime as the native charge limit needs it: look-ups by name and calls through

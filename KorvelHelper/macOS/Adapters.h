@@ -18,7 +18,7 @@
 #include "Platform/XPCListener.h"
 
 /// The seam on a real Mac. Each adapter converts its arguments, makes one call and converts what
-/// came back: no default, no retry, no log line. What an adapter does decide is said at its class.
+/// came back: no default, no retry, no log line. An adapter that decides says so at its class.
 namespace korvel::macos {
 
 std::unique_ptr<SMCUserClient> makeSMCUserClient();

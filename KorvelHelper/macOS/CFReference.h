@@ -8,9 +8,9 @@
 
 namespace korvel::macos {
 
-/// Owns one reference to a CoreFoundation object. How it came to own it is said where it is made,
-/// because the type does not tell: `adopting` what a Create or Copy call gave, `retaining` what a
-/// Get call lent.
+/// Owns one reference to a CoreFoundation object. The type does not tell how it came to own
+/// it, so its maker does: `adopting` takes what a Create or Copy call gave, `retaining` adds a
+/// reference to what a Get call lent.
 template <class Ref>
 class CFReference {
  public:
@@ -29,7 +29,7 @@ class CFReference {
   /// Borrowed: valid as long as this reference.
   [[nodiscard]] Ref get() const { return object; }
   explicit operator bool() const { return object != nullptr; }
-  /// Hands the reference over; whoever takes it must release it.
+  /// Hands the reference over; the caller must release it.
   [[nodiscard]] Ref handOver() { return std::exchange(object, nullptr); }
 
  private:
@@ -38,7 +38,7 @@ class CFReference {
   Ref object = nullptr;
 };
 
-/// A CoreFoundation object as the seam names it; ownership goes as the seam's function says.
+/// A CoreFoundation object as the seam names it; the seam's function says who owns it.
 inline HandleRef handle(CFTypeRef object) { return reinterpret_cast<HandleRef>(object); }
 
 /// The object behind a handle, borrowed.

@@ -7,7 +7,7 @@
 #include "KorvelHelperProtocol.h"
 #import "macOS/KorvelHelperXPC/KorvelHelperXPC.h"
 
-/// What a connection exports: every message goes to the core as it came, on the thread it came on.
+/// The object that a connection exports. It passes every message to the core on the same thread.
 @interface KorvelExportedObject : NSObject <KorvelHelperProtocol>
 - (instancetype)init NS_UNAVAILABLE;
 - (instancetype)initWithCore:(std::shared_ptr<korvel::KorvelHelperProtocol>)sharedCore

@@ -30,7 +30,7 @@ using PidReplyBlock = void (^)(uint64_t);
 
 /// The core's reply from a message's reply block. The reply drops its sink before it delivers, and
 /// traps when it is called again, so the block is called exactly once. A client may have sent no
-/// block: calling that would be a crash of its choosing.
+/// block: calling that would let the client crash the helper.
 template <class AnyReply, class... Values, class Send>
 AnyReply makeReply(Send send) {
   return AnyReply(std::make_unique<FunctionReplySink<Values...>>(std::move(send)));

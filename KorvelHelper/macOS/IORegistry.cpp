@@ -13,7 +13,7 @@ namespace {
 
 static_assert(kIORegistryIterateRecursively == ioRegistryIterateRecursively);
 
-/// A name for a call that reads it into a fixed array; none when it does not fit.
+/// Whether a name fits into the fixed array that a call reads it into.
 bool fitsIOName(std::string_view name) { return name.size() < sizeof(io_name_t); }
 
 /// The registry through IOKit. Objects are Mach port rights that the caller releases; property

@@ -21,10 +21,11 @@ PropertyValue propertyValue(CFTypeRef value);
 CFReference<CFTypeRef> makeCFValue(const PropertyValue& value);
 CFReference<CFDictionaryRef> makeCFDictionary(const PropertyValue::Dictionary& entries);
 
-/// UTF-8; none for nothing. A half surrogate pair, which UTF-8 cannot say, becomes a question mark.
+/// The text in UTF-8; none for null. Half a surrogate pair, which UTF-8 lacks, becomes a question
+/// mark.
 std::optional<std::string> utf8Text(CFStringRef string);
 
-/// Never empty-handed: bytes that are not UTF-8 are taken as Latin-1, in which every byte stands
+/// Never null: bytes that are not UTF-8 are taken as Latin-1, in which every byte stands
 /// for a character, so that no message is lost over its encoding.
 CFReference<CFStringRef> makeCFString(std::string_view text);
 

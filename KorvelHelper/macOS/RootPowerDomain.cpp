@@ -20,7 +20,7 @@ static_assert(kIOMessageSystemWillNotSleep == ioMessageSystemWillNotSleep);
 static_assert(kIOMessageSystemHasPoweredOn == ioMessageSystemHasPoweredOn);
 static_assert(kIOMessageSystemWillPowerOn == ioMessageSystemWillPowerOn);
 
-/// Who registered, and where notifications go.
+/// The receiver of one registration's notifications.
 struct Registration {
   InterestCallback callback;
   void* refcon;

@@ -21,9 +21,9 @@ static_assert(kIOReturnNotPrivileged == ioReturnNotPrivileged);
 static_assert(kIOReturnBadArgument == ioReturnBadArgument);
 static_assert(kIOReturnNotOpen == ioReturnNotOpen);
 
-// The block as this platform's own compiler lays it out from its records: the core places its bytes
-// by offset, and these are the places. Only the key-info record stands open, because as a record of
-// its own it would be rounded up to twelve bytes and push everything behind it away.
+// The block as this platform's own compiler lays it out, to prove the offsets at which the core
+// places its bytes. The key-info record's fields stand here one by one, because a record of its own
+// would be rounded up to twelve bytes and move everything behind it.
 struct DeclaredBlock {
   std::uint32_t key;
   struct Version {

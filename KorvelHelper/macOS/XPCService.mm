@@ -94,7 +94,7 @@ namespace korvel::macos {
 
 namespace {
 
-/// Holds what the platform only refers to: NSXPCListener keeps its delegate weakly.
+/// Holds the delegate, which NSXPCListener itself keeps weakly.
 class SystemXPCListener final : public XPCListener {
  public:
   explicit SystemXPCListener(NSXPCListener* created) : listener(created) {}

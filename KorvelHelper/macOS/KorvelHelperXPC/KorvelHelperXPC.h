@@ -1,4 +1,4 @@
-// What the helper and its clients share: the service's name, the identifiers that both sides put
+// The helper and its clients share the service's name, the identifiers that both sides put
 // into their code-signing requirements, the error domain with its codes, and the protocol. For
 // Objective-C and, through the module map beside this file, for Swift.
 
