@@ -33,23 +33,29 @@ void HelperImpl::recoverFromCrash() {
 void HelperImpl::installPowerObserver() {
   auto observer = std::make_unique<SystemPowerObserver>(
       platform.rootDomain, Logger(platform.log, "SystemPower"),
-      whileAlive(&HelperImpl::flushPreSleepPause), whileAlive(&HelperImpl::poweredOn));
+      [weak = weak_from_this()] {
+        if (const std::shared_ptr<HelperImpl> core = weak.lock()) core->flushPreSleepPause();
+      },
+      [weak = weak_from_this()] {
+        const std::shared_ptr<HelperImpl> core = weak.lock();
+        if (core) core->submit(&HelperImpl::evaluateOnWake);
+      });
   observer->start();
   powerObserver = std::move(observer);
 }
 
 void HelperImpl::installAbortTrap() {
   auto source = platform.dispatch.makeSignalSource(signalAbort);
-  source->setEventHandler(whileAlive(&HelperImpl::abortReceived));
+  source->setEventHandler([weak = weak_from_this()] {
+    const std::shared_ptr<HelperImpl> core = weak.lock();
+    if (!core) return;
+    const Logger bootLog(core->platform.log, "Boot");
+    bootLog.fault("SIGABRT — running shutdownGracefully before exit");
+    core->shutdownGracefully();
+  });
   source->resume();
   platform.dispatch.ignoreDefaultAction(signalAbort);
   sigabrtSource = std::move(source);
-}
-
-void HelperImpl::abortReceived() {
-  const Logger bootLog(platform.log, "Boot");
-  bootLog.fault("SIGABRT — running shutdownGracefully before exit");
-  shutdownGracefully();
 }
 
 }  // namespace korvel

@@ -35,8 +35,6 @@ void HelperImpl::pauseBeforeSleep() {
   }
 }
 
-void HelperImpl::poweredOn() { submit(&HelperImpl::evaluateOnWake); }
-
 void HelperImpl::evaluateOnWake() {
   if (!pollingTimer) return;
   const HelperState known = stateCopy();

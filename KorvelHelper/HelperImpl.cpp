@@ -50,12 +50,6 @@ void HelperImpl::getState(DataReply reply) { reply(encodeReply(stateCopy())); }
 
 void HelperImpl::capabilities(DataReply reply) { reply(encodeReply(currentCapabilities())); }
 
-std::function<void()> HelperImpl::whileAlive(Work callback) {
-  return [weak = weak_from_this(), callback] {
-    if (const std::shared_ptr<HelperImpl> core = weak.lock()) (core.get()->*callback)();
-  };
-}
-
 void HelperImpl::submit(Work work) {
   post([work](HelperImpl* core) {
     if (core != nullptr) (core->*work)();
@@ -122,7 +116,7 @@ CallerIdentity HelperImpl::currentCallerIdentity() const {
 
   caller.signingID = textOrEmpty(information[codeInfoIdentifierKey]);
   caller.teamID = textOrEmpty(information[codeInfoTeamIdentifierKey]);
-  // The system files its hash under other names; an empty one in the log is the normal case.
+  // The system files its hash under other names, so the log normally shows an empty one.
   const PropertyValue& hash = information["cdhash"];
   if (hash.data() != nullptr) caller.cdHashHex = lowerHex(*hash.data());
   return caller;

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -80,13 +79,10 @@ class HelperImpl final : public KorvelHelperProtocol,
   void recoverFromCrash() REQUIRES(smcQueue);
   void installPowerObserver();
   void installAbortTrap();
-  void abortReceived();
 
   // Core. Work is a member that REQUIRES(smcQueue). The compiler does not check a call through a
   // member pointer, so post and startTimer check the queue when the work runs.
   using Work = void (HelperImpl::*)();
-  /// A function that calls `callback` where it is called, or does nothing once the core is gone.
-  std::function<void()> whileAlive(Work callback);
   /// Posts `body(core)` to smcQueue; null when the core is gone by then.
   template <class Body>
   void post(Body body) {
@@ -180,7 +176,6 @@ class HelperImpl final : public KorvelHelperProtocol,
   // Sleep and wake
   void flushPreSleepPause() EXCLUDES(smcQueue);
   void pauseBeforeSleep() REQUIRES(smcQueue) EXCLUDES(stateLock);
-  void poweredOn();
   void evaluateOnWake() REQUIRES(smcQueue) EXCLUDES(stateLock);
 
   // Top-off
