@@ -67,7 +67,7 @@ bool isForbidden(std::string_view key) {
   return std::ranges::find(forbiddenKeys, key) != forbiddenKeys.end();
 }
 
-// The user client is gone or was closed: what a fresh connection cures.
+// The user client is gone or was closed; a fresh connection cures either.
 bool isStale(KernReturn code) { return code == ioReturnNoDevice || code == ioReturnNotOpen; }
 
 class DescriptionOf {
@@ -239,11 +239,8 @@ std::expected<SMCWriter::Reading, WriterError> SMCWriter::readPayload(std::strin
   if (!info) return std::unexpected(info.error());
   const CallOutcome outcome = callRecovering(Command::Read, key, *info, {});
   const std::uint8_t result = outcome.output[Field::result];
-  if (outcome.code != kernSuccess) {
+  if (outcome.code != kernSuccess || result != smcSuccess) {
     return std::unexpected(WriterError::WriteFailed{outcome.code, result});
-  }
-  if (result != smcSuccess) {
-    return std::unexpected(WriterError::WriteFailed{kernSuccess, result});
   }
   Reading reading;
   reading.size = std::min<std::size_t>(info->dataSize, payloadSize);
