@@ -18,6 +18,7 @@ namespace {
 
 constexpr const char* fileID = "KorvelHelper/main.cpp";
 
+/// Runs `handler` for a signal, in the place of its default action.
 std::unique_ptr<SignalSource> listenFor(int signalNumber, Dispatch& dispatch,
                                         std::function<void()> handler) {
   auto source = dispatch.makeSignalSource(signalNumber);
@@ -28,9 +29,10 @@ std::unique_ptr<SignalSource> listenFor(int signalNumber, Dispatch& dispatch,
   return source;
 }
 
-/// Counts one accepted connection in and out. The handlers run on the connection's own threads from
-/// the moment they are set, so the end may arrive before the beginning: then it waits, and the core
-/// sees every client come first and go once.
+/// Counts one accepted connection in and out.
+///
+/// The handlers run on the connection's own threads from the moment they are set, so the end may
+/// arrive before the beginning. Then it waits: the core sees every client come first and go once.
 class CountedConnection {
  public:
   CountedConnection(Dispatch& dispatch, std::shared_ptr<HelperImpl> sharedCore)
