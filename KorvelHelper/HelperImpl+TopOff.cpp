@@ -64,8 +64,7 @@ void HelperImpl::topOffTick() {
   persistCurrentState();
   startPollingLoop(topOffSavedLimit);
   if (full) {
-    log.log("top-off complete — restored limit %{public}ld",
-            static_cast<long>(topOffSavedLimit));
+    log.log("top-off complete — restored limit %{public}ld", static_cast<long>(topOffSavedLimit));
   }
 }
 
