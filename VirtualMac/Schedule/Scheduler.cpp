@@ -14,9 +14,6 @@ namespace {
 thread_local Lane* carriedLane = nullptr;
 thread_local const Scheduler* carrierOf = nullptr;
 
-/// No healthy program does this much at one moment of virtual time.
-constexpr std::uint64_t mostRoundsAtOneMoment = 2'000'000;
-
 }  // namespace
 
 ThreadGroup::ThreadGroup(std::string processName, std::function<void()> afterEnd)
@@ -34,11 +31,13 @@ Lane::~Lane() {
   if (group != nullptr) std::erase(group->lanes, this);
 }
 
-Scheduler::Scheduler(SchedulerClock& machineClock, Order order, std::uint64_t seed)
+Scheduler::Scheduler(SchedulerClock& machineClock, Order order, std::uint64_t seed,
+                     std::uint64_t mostRoundsAtOneMoment)
     : clock(machineClock),
       ordering(order),
       randomNumbers(seed),
-      driverLane(std::make_shared<Lane>(*this, "test", nullptr)) {
+      driverLane(std::make_shared<Lane>(*this, "test", nullptr)),
+      mostRounds(mostRoundsAtOneMoment) {
   driverLane->state = Lane::State::Running;
   driverLane->carrier = &driverPass;
 }
@@ -283,7 +282,7 @@ std::shared_ptr<Lane> Scheduler::pick() {
         return stopDriving();
       }
     }
-    if (++roundsAtThisMoment > mostRoundsAtOneMoment) {
+    if (++roundsAtThisMoment > mostRounds) {
       roundsAtThisMoment = 0;
       reportStuck("work goes on without time passing" +
                   (ready.empty() ? std::string() : ": " + ready.front()->name()));

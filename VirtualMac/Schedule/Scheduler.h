@@ -47,7 +47,12 @@ class Scheduler {
  public:
   enum class Order : std::uint8_t { Fifo, Seeded };
 
-  Scheduler(SchedulerClock& machineClock, Order order, std::uint64_t seed);
+  /// No healthy program does this much at one moment of virtual time.
+  static constexpr std::uint64_t usualRoundsAtOneMoment = 2'000'000;
+
+  /// Work that goes on for more than `mostRoundsAtOneMoment` without time is reported.
+  Scheduler(SchedulerClock& machineClock, Order order, std::uint64_t seed,
+            std::uint64_t mostRoundsAtOneMoment = usualRoundsAtOneMoment);
   /// Every process must be gone.
   ~Scheduler();
   Scheduler(const Scheduler&) = delete;
@@ -133,6 +138,7 @@ class Scheduler {
   std::shared_ptr<Lane> driverLane;
   Drive driving;
   std::optional<std::string> stuck;
+  const std::uint64_t mostRounds;
   std::uint64_t roundsAtThisMoment = 0;
   std::uint64_t switchCount = 0;
   bool reaping = false;

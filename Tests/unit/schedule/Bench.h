@@ -53,8 +53,9 @@ class PlainClock final : public SchedulerClock {
 /// A scheduler with one process on it, whose main thread serves its loop.
 class Bench {
  public:
-  explicit Bench(Scheduler::Order order = Scheduler::Order::Fifo, std::uint64_t seed = 1)
-      : scheduler(clock, order, seed),
+  explicit Bench(Scheduler::Order order = Scheduler::Order::Fifo, std::uint64_t seed = 1,
+                 std::uint64_t mostRounds = Scheduler::usualRoundsAtOneMoment)
+      : scheduler(clock, order, seed, mostRounds),
         process("helper", [this] { ++endings; }),
         main(std::make_shared<Lane>(scheduler, "main", &process)),
         dispatch(scheduler, process, main, observers) {
