@@ -7,22 +7,22 @@
 
 #include "SMCWriter.h"
 #include "Tests/unit/FakesLog.h"
-#include "Tests/unit/FakesSMC.h"
+#include "Tests/unit/ScriptedSMC.h"
 
 namespace korvel {
 namespace {
 
-using Block = test::FakeSMC::Block;
+using Block = test::ScriptedSMC::Block;
 
 class SMCBlockTest : public testing::Test {
  protected:
   SMCBlockTest() {
-    smc.keys["CHTE"] = {0x0000000A, {}, 0x68657820, 0x84};
-    smc.keys["BIGK"] = {0x01020304, {}, 0xA1B2C3D4, 0xFF};
+    smc.add("CHTE", 0x0000000A, {}, "hex ");
+    smc.add("BIGK", 0x01020304, {}, "\xA1\xB2\xC3\xD4", 0xFF);
   }
 
   test::FakeLog log;
-  test::FakeSMC smc;
+  test::ScriptedSMC smc;
   SMCWriter writer{smc, Logger(log, "SMCWriter")};
 };
 

@@ -9,7 +9,7 @@
 
 #include "SMCWriter.h"
 #include "Tests/unit/FakesLog.h"
-#include "Tests/unit/FakesSMC.h"
+#include "Tests/unit/ScriptedSMC.h"
 
 namespace korvel {
 namespace {
@@ -17,7 +17,7 @@ namespace {
 using testing::Contains;
 using testing::ElementsAre;
 using testing::Not;
-using Answer = test::FakeSMC::Answer;
+using Answer = test::ScriptedSMC::Answer;
 
 constexpr const char* reopened =
     "default SMCWriter: AppleSMC connection reopened after stale-handle recovery";
@@ -30,11 +30,11 @@ const std::vector<KernReturn> otherCodes = {
 /// One writer over one SMC, with its operations' outcomes as text.
 struct Bench {
   test::FakeLog log;
-  test::FakeSMC smc;
+  test::ScriptedSMC smc;
   std::unique_ptr<SMCWriter> writer;
 
   Bench() {
-    smc.keys["CHTE"] = {4, {5, 0, 0, 0}};
+    smc.add("CHTE", 4, {5, 0, 0, 0});
     writer = std::make_unique<SMCWriter>(smc, Logger(log, "SMCWriter"));
     smc.forgetCalls();
   }
@@ -58,7 +58,7 @@ struct Bench {
   }
   void expectNothingLeaked() const {
     EXPECT_LE(smc.connections(), 1U);
-    EXPECT_EQ(smc.services(), 0);
+    EXPECT_EQ(smc.services(), 0U);
   }
 };
 
@@ -215,7 +215,7 @@ TEST(SMCFaultTest, AReopenThatIsRefusedReportsTheFirstCode) {
       bench.smc.answers[call + 2] = {ioReturnNotPrivileged};
       EXPECT_EQ(operation.run(bench), expectedOutcome(operation, call, {ioReturnNoDevice, 9}));
       EXPECT_EQ(bench.smc.connections(), 0U);
-      EXPECT_EQ(bench.smc.services(), 0);
+      EXPECT_EQ(bench.smc.services(), 0U);
       EXPECT_EQ(bench.log.lines[0], "fault SMCWriter: IOServiceOpen(AppleSMC) failed: -536870207");
       EXPECT_EQ(bench.log.lines[1], reopenFailed);
     }

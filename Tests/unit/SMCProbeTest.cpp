@@ -1,12 +1,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <array>
 #include <string>
+#include <vector>
 
 #include "SMCWriter.h"
 #include "Tests/unit/FakesLog.h"
-#include "Tests/unit/FakesSMC.h"
+#include "Tests/unit/ScriptedSMC.h"
 
 namespace korvel {
 namespace {
@@ -14,14 +14,19 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-constexpr std::array<const char*, 5> markers = {"CHTE", "CH0B", "CH0C", "CHIE", "CH0I"};
+const std::vector<std::string> markers = {"CHTE", "CH0B", "CH0C", "CHIE", "CH0I"};
 
 class SMCProbeTest : public testing::Test {
  protected:
   SMCWriter opened() { return SMCWriter(smc, Logger(log, "SMCWriter")); }
+  /// Of the five keys, the machine has these and no others.
+  void have(const std::vector<std::string>& keys) {
+    for (const std::string& key : markers) smc.controller().removeKey(key);
+    for (const std::string& key : keys) smc.add(key, 1);
+  }
 
   test::FakeLog log;
-  test::FakeSMC smc;
+  test::ScriptedSMC smc;
 };
 
 TEST_F(SMCProbeTest, AsksForTheFiveKeysInOrderAndReadsNothing) {
@@ -36,7 +41,7 @@ TEST_F(SMCProbeTest, AsksForTheFiveKeysInOrderAndReadsNothing) {
 }
 
 TEST_F(SMCProbeTest, TheNewerFamilyWinsWhileTheLogShowsTheOlderKeys) {
-  for (const char* key : markers) smc.keys[key] = {1, {}};
+  have(markers);
   EXPECT_EQ(opened().probeCapabilities(), (HelperCapabilities{true, false, true, false, false}));
   EXPECT_THAT(log.lines,
               ElementsAre("default SMCWriter: capability probe: tahoeC=1 preTahoeC=0 (metaB=1 "
@@ -44,7 +49,7 @@ TEST_F(SMCProbeTest, TheNewerFamilyWinsWhileTheLogShowsTheOlderKeys) {
 }
 
 TEST_F(SMCProbeTest, WithAllThreeChargingKeysTheLogShowsTheOlderPairThatIsNotReported) {
-  for (const char* key : {"CHTE", "CH0B", "CH0C"}) smc.keys[key] = {1, {}};
+  have({"CHTE", "CH0B", "CH0C"});
   EXPECT_EQ(opened().probeCapabilities(), (HelperCapabilities{true, false, false, false, false}));
   EXPECT_THAT(log.lines,
               ElementsAre("default SMCWriter: capability probe: tahoeC=1 preTahoeC=0 (metaB=1 "
@@ -52,7 +57,7 @@ TEST_F(SMCProbeTest, WithAllThreeChargingKeysTheLogShowsTheOlderPairThatIsNotRep
 }
 
 TEST_F(SMCProbeTest, WithBothDischargeKeysOnlyTheNewerIsReportedAndLogged) {
-  for (const char* key : {"CHIE", "CH0I"}) smc.keys[key] = {1, {}};
+  have({"CHIE", "CH0I"});
   EXPECT_EQ(opened().probeCapabilities(), (HelperCapabilities{false, false, true, false, false}));
   EXPECT_THAT(log.lines,
               ElementsAre("default SMCWriter: capability probe: tahoeC=0 preTahoeC=0 (metaB=0 "
@@ -60,18 +65,19 @@ TEST_F(SMCProbeTest, WithBothDischargeKeysOnlyTheNewerIsReportedAndLogged) {
 }
 
 TEST_F(SMCProbeTest, HalfOfTheOlderPairIsNotEnough) {
-  smc.keys["CH0B"] = {1, {}};
+  smc.add("CH0B", 1);
   EXPECT_FALSE(opened().probeCapabilities().preTahoeCharging);
   EXPECT_THAT(log.lines, ElementsAre(HasSubstr("preTahoeC=0 (metaB=1 metaC=0)")));
 }
 
 TEST_F(SMCProbeTest, EveryCombinationOfKeysGivesOneFamilyOfEachKindAtMost) {
   for (unsigned bits = 0; bits < 32; ++bits) {
-    smc.keys.clear();
     const auto has = [&](std::size_t index) { return (bits >> index & 1U) != 0; };
+    std::vector<std::string> present;
     for (std::size_t index = 0; index < markers.size(); ++index) {
-      if (has(index)) smc.keys[markers[index]] = {1, {}};
+      if (has(index)) present.push_back(markers[index]);
     }
+    have(present);
     HelperCapabilities expected;
     if (has(0)) {
       expected.tahoeCharging = true;
@@ -88,8 +94,8 @@ TEST_F(SMCProbeTest, EveryCombinationOfKeysGivesOneFamilyOfEachKindAtMost) {
 }
 
 TEST_F(SMCProbeTest, TheKeysSizeTypeAndValueDoNotMatter) {
-  smc.keys["CHTE"] = {0, {}, 0, 0};
-  smc.keys["CHIE"] = {200, {1, 2, 3}, 0xFFFFFFFF, 0xFF};
+  smc.add("CHTE", 0, {}, std::string(4, '\0'), 0);
+  smc.add("CHIE", 200, {1, 2, 3}, "\xFF\xFF\xFF\xFF", 0xFF);
   const HelperCapabilities found = opened().probeCapabilities();
   EXPECT_TRUE(found.tahoeCharging);
   EXPECT_TRUE(found.tahoeDischarge);
@@ -97,12 +103,9 @@ TEST_F(SMCProbeTest, TheKeysSizeTypeAndValueDoNotMatter) {
 
 TEST_F(SMCProbeTest, AFailedKeyInfoOnlyMakesItsOwnKeyAbsent) {
   for (std::size_t failing = 0; failing < markers.size(); ++failing) {
-    for (const test::FakeSMC::Answer answer :
-         {test::FakeSMC::Answer{ioReturnError, 0}, {0, 132}, {0, 1}}) {
-      smc.keys.clear();
-      for (std::size_t index = failing; index < markers.size(); ++index) {
-        smc.keys[markers[index]] = {1, {}};
-      }
+    for (const test::ScriptedSMC::Answer answer :
+         {test::ScriptedSMC::Answer{ioReturnError, 0}, {0, 132}, {0, 1}}) {
+      have({markers.begin() + static_cast<std::ptrdiff_t>(failing), markers.end()});
       SMCWriter writer = opened();
       smc.forgetCalls();
       smc.answers = {{failing + 1, answer}};
@@ -133,14 +136,14 @@ TEST_F(SMCProbeTest, WithoutAnSMCEveryKeyTriesToReopenAndIsAbsent) {
 }
 
 TEST_F(SMCProbeTest, AnSMCThatAppearsMidwayIsUsedForTheRest) {
-  for (const char* key : markers) smc.keys[key] = {1, {}};
+  have(markers);
   smc.answers[1] = {ioReturnNoDevice};
   smc.answers[2] = {ioReturnNoDevice};  // the reopen for "CHTE"
   EXPECT_EQ(opened().probeCapabilities(), (HelperCapabilities{false, true, true, false, false}));
 }
 
 TEST_F(SMCProbeTest, AStaleConnectionIsReopenedDuringTheProbe) {
-  for (const char* key : markers) smc.keys[key] = {1, {}};
+  have(markers);
   SMCWriter writer = opened();
   smc.forgetCalls();
   smc.answers[1] = {ioReturnNotOpen};
@@ -149,7 +152,7 @@ TEST_F(SMCProbeTest, AStaleConnectionIsReopenedDuringTheProbe) {
 }
 
 TEST_F(SMCProbeTest, TheFirstWriteAfterAProbeNeedsNoKeyInfo) {
-  smc.keys["CHTE"] = {4, {}};
+  smc.add("CHTE", 4);
   SMCWriter writer = opened();
   writer.probeCapabilities();
   smc.forgetCalls();
@@ -158,11 +161,11 @@ TEST_F(SMCProbeTest, TheFirstWriteAfterAProbeNeedsNoKeyInfo) {
 }
 
 TEST_F(SMCProbeTest, TheKeyInfoOfAllFiveKeysIsRemembered) {
-  for (const char* key : markers) smc.keys[key] = {1, {}};
+  have(markers);
   SMCWriter writer = opened();
   writer.probeCapabilities();
   smc.forgetCalls();
-  for (const char* key : markers) EXPECT_TRUE(writer.readKey(key));
+  for (const std::string& key : markers) EXPECT_TRUE(writer.readKey(key));
   EXPECT_THAT(smc.calls,
               ElementsAre("read CHTE", "read CH0B", "read CH0C", "read CHIE", "read CH0I"));
 }

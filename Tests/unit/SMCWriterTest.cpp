@@ -3,11 +3,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
 #include "Tests/unit/FakesLog.h"
-#include "Tests/unit/FakesSMC.h"
+#include "Tests/unit/ScriptedSMC.h"
 
 namespace korvel {
 namespace {
@@ -23,9 +24,9 @@ constexpr const char* reopenFailed =
 class SMCWriterTest : public testing::Test {
  protected:
   SMCWriterTest() {
-    smc.keys["CHTE"] = {4, {}};
-    smc.keys["CH0B"] = {1, {}};
-    smc.keys["TWOB"] = {2, {}};
+    smc.add("CHTE", 4);
+    smc.add("CH0B", 1);
+    smc.add("TWOB", 2);
   }
   SMCWriter opened() { return SMCWriter(smc, Logger(log, "SMCWriter")); }
   static std::string errorOf(const WriterResult& result) {
@@ -36,14 +37,14 @@ class SMCWriterTest : public testing::Test {
   }
 
   test::FakeLog log;
-  test::FakeSMC smc;
+  test::ScriptedSMC smc;
 };
 
 TEST_F(SMCWriterTest, OpensOneConnectionForItsLife) {
   {
     const SMCWriter writer = opened();
     EXPECT_EQ(smc.connections(), 1U);
-    EXPECT_EQ(smc.services(), 0);
+    EXPECT_EQ(smc.services(), 0U);
   }
   EXPECT_THAT(smc.calls, ElementsAre("match", "open", "close"));
   EXPECT_EQ(smc.connections(), 0U);
@@ -65,13 +66,13 @@ TEST_F(SMCWriterTest, ARefusedOpenIsLoggedAndTheServiceReleased) {
     const SMCWriter writer = opened();
   }
   EXPECT_THAT(smc.calls, ElementsAre("match", "open"));
-  EXPECT_EQ(smc.services(), 0);
+  EXPECT_EQ(smc.services(), 0U);
   EXPECT_THAT(log.lines,
               ElementsAre("fault SMCWriter: IOServiceOpen(AppleSMC) failed: -536870207"));
 }
 
 TEST_F(SMCWriterTest, ReadGivesTheKeysBytes) {
-  smc.keys["CHTE"].bytes = {1, 2, 3, 4};
+  smc.add("CHTE", 4, {1, 2, 3, 4});
   SMCWriter writer = opened();
   EXPECT_EQ(writer.readKey("CHTE"), (ByteList{1, 2, 3, 4}));
   EXPECT_THAT(smc.calls, ElementsAre("match", "open", "info CHTE", "read CHTE"));
@@ -80,14 +81,14 @@ TEST_F(SMCWriterTest, ReadGivesTheKeysBytes) {
 TEST_F(SMCWriterTest, ReadOfAKeyLargerThanTheBlockGivesThirtyTwoBytes) {
   ByteList bytes;
   for (std::uint8_t value = 1; value <= 40; ++value) bytes.push_back(value);
-  smc.keys["BIGK"] = {40, bytes};
+  smc.add("BIGK", 40, bytes);
   SMCWriter writer = opened();
   bytes.resize(32);
   EXPECT_EQ(writer.readKey("BIGK"), bytes);
 }
 
 TEST_F(SMCWriterTest, ReadOfAnEmptyKeyGivesNothing) {
-  smc.keys["NONE"] = {0, {}};
+  smc.add("NONE", 0);
   SMCWriter writer = opened();
   EXPECT_EQ(writer.readKey("NONE"), ByteList{});
 }
@@ -110,7 +111,7 @@ TEST_F(SMCWriterTest, WriteIsLoggedWithTheBytesThatWereAskedFor) {
 }
 
 TEST_F(SMCWriterTest, AShortPayloadIsPaddedWithZeros) {
-  smc.keys["TWOB"].bytes = {9, 9};
+  smc.add("TWOB", 2, {9, 9});
   SMCWriter writer = opened();
   EXPECT_TRUE(writer.writeKey("TWOB", ByteList{80}));
   EXPECT_EQ(smc.held("TWOB"), (ByteList{80, 0}));
@@ -126,7 +127,7 @@ TEST_F(SMCWriterTest, ALongPayloadIsRefusedBeforeAnythingIsSent) {
 }
 
 TEST_F(SMCWriterTest, AnEmptyPayloadWritesZeros) {
-  smc.keys["CH0B"].bytes = {2};
+  smc.add("CH0B", 1, {2});
   SMCWriter writer = opened();
   EXPECT_TRUE(writer.writeKey("CH0B", {}));
   EXPECT_EQ(smc.held("CH0B"), ByteList{0});
@@ -134,11 +135,13 @@ TEST_F(SMCWriterTest, AnEmptyPayloadWritesZeros) {
 }
 
 TEST_F(SMCWriterTest, BytesPastTheBlocksPayloadAreDropped) {
-  smc.keys["BIGK"] = {40, {}};
+  smc.add("BIGK", 40);
   SMCWriter writer = opened();
   const ByteList payload(40, 7);
   EXPECT_TRUE(writer.writeKey("BIGK", payload));
-  EXPECT_EQ(smc.keys["BIGK"].bytes, ByteList(32, 7));
+  ByteList expected(40);
+  std::fill_n(expected.begin(), 32, std::uint8_t{7});
+  EXPECT_EQ(smc.held("BIGK"), expected);
 }
 
 TEST_F(SMCWriterTest, ForbiddenKeysAreRefusedLoudlyAndNeverSent) {
@@ -176,7 +179,7 @@ TEST_F(SMCWriterTest, ForbiddenKeysAreRefusedWithoutAConnectionToo) {
 }
 
 TEST_F(SMCWriterTest, ForbiddenKeysMayBeRead) {
-  smc.keys["BCLM"] = {1, {100}};
+  smc.add("BCLM", 1, {100});
   SMCWriter writer = opened();
   EXPECT_EQ(writer.readKey("BCLM"), ByteList{100});
 }
@@ -187,7 +190,7 @@ TEST_F(SMCWriterTest, AMissingKeyIsNamedAndAskedForAgain) {
   EXPECT_EQ(errorOf(writer.readKey("CHIE")), "SMC key CHIE not found on this host");
   EXPECT_EQ(errorOf(writer.writeKey("CHIE", ByteList{0})), "SMC key CHIE not found on this host");
   EXPECT_THAT(smc.calls, ElementsAre("info CHIE", "info CHIE"));
-  smc.keys["CHIE"] = {1, {}};
+  smc.add("CHIE", 1);
   EXPECT_TRUE(writer.writeKey("CHIE", ByteList{0}));
 }
 
@@ -224,7 +227,7 @@ TEST_F(SMCWriterTest, AFailedWriteCallIsLoggedAndCarriesTheResultByte) {
 }
 
 TEST_F(SMCWriterTest, VerifiedWriteOfTheHeldValueWritesNothing) {
-  smc.keys["CHTE"].bytes = {1, 0, 0, 0};
+  smc.add("CHTE", 4, {1, 0, 0, 0});
   SMCWriter writer = opened();
   smc.forgetCalls();
   const VerifiedWrite written = writer.writeKeyAndVerify("CHTE", ByteList{1, 0, 0, 0});
@@ -245,7 +248,7 @@ TEST_F(SMCWriterTest, VerifiedWriteReadsWritesAndReadsBack) {
 }
 
 TEST_F(SMCWriterTest, AWriteThatReadsBackDifferentlyIsASuccessNotVerified) {
-  smc.obeysWrites = false;
+  smc.controller().key("CHTE")->silentlyRefuses = true;
   SMCWriter writer = opened();
   const VerifiedWrite written = writer.writeKeyAndVerify("CHTE", ByteList{1, 0, 0, 0});
   EXPECT_TRUE(written.result);
@@ -253,8 +256,8 @@ TEST_F(SMCWriterTest, AWriteThatReadsBackDifferentlyIsASuccessNotVerified) {
 }
 
 TEST_F(SMCWriterTest, AByteBehindTheWrittenOnesMakesAReadBackUnverified) {
-  smc.keys["TWOB"].bytes = {80, 1};
-  smc.obeysWrites = false;
+  smc.add("TWOB", 2, {80, 1});
+  smc.controller().key("TWOB")->silentlyRefuses = true;
   SMCWriter writer = opened();
   const VerifiedWrite written = writer.writeKeyAndVerify("TWOB", ByteList{80});
   EXPECT_TRUE(written.result);
