@@ -6,7 +6,7 @@
 #include <cmath>
 
 #include "Tests/unit/FakesLog.h"
-#include "Tests/unit/FakesPower.h"
+#include "Tests/unit/RecordedMac.h"
 
 namespace korvel {
 namespace {
@@ -17,31 +17,32 @@ using testing::IsEmpty;
 class ClamshellSleepControllerTest : public testing::Test {
  protected:
   bool reads(PropertyValue stored) {
-    settings.stored = std::move(stored);
+    power.settingsOverride = std::move(stored);
     return controller.isEnabled();
   }
 
   test::FakeLog log;
-  test::FakePowerSettings settings;
-  ClamshellSleepController controller{settings, Logger(log, "ClamshellSleep")};
+  test::RecordedMac mac;
+  virtualmac::PowerManagement& power = mac.machine.power;
+  ClamshellSleepController controller{mac.powerSettings, Logger(log, "ClamshellSleep")};
 };
 
 TEST_F(ClamshellSleepControllerTest, EnableSetsTheSetting) {
   EXPECT_TRUE(controller.enable());
-  EXPECT_THAT(settings.calls, ElementsAre("SleepDisabled on"));
+  EXPECT_THAT(mac.calls, ElementsAre("setSystemPowerSetting SleepDisabled 1"));
   EXPECT_TRUE(controller.isEnabled());
   EXPECT_THAT(log.lines, ElementsAre("default ClamshellSleep: SleepDisabled=1 set — system will "
                                      "stay awake through lid-close"));
 }
 
 TEST_F(ClamshellSleepControllerTest, EnableOfASetSettingStillSetsIt) {
-  settings.stored = PropertyValue::Dictionary{{"SleepDisabled", true}};
+  power.setSleepDisabledExternally(true);
   EXPECT_TRUE(controller.enable());
-  EXPECT_THAT(settings.calls, ElementsAre("SleepDisabled on"));
+  EXPECT_THAT(mac.calls, ElementsAre("setSystemPowerSetting SleepDisabled 1"));
 }
 
 TEST_F(ClamshellSleepControllerTest, ARefusedEnableIsAFaultWithItsCode) {
-  settings.code = ioReturnNotPrivileged;
+  power.settingRefusal = ioReturnNotPrivileged;
   EXPECT_FALSE(controller.enable());
   EXPECT_THAT(log.lines,
               ElementsAre("fault ClamshellSleep: IOPMSetSystemPowerSetting(SleepDisabled, true) "
@@ -49,9 +50,9 @@ TEST_F(ClamshellSleepControllerTest, ARefusedEnableIsAFaultWithItsCode) {
 }
 
 TEST_F(ClamshellSleepControllerTest, DisableClearsTheSetting) {
-  settings.stored = PropertyValue::Dictionary{{"SleepDisabled", true}};
+  power.setSleepDisabledExternally(true);
   controller.disable();
-  EXPECT_THAT(settings.calls, ElementsAre("SleepDisabled off"));
+  EXPECT_THAT(mac.calls, ElementsAre("setSystemPowerSetting SleepDisabled 0"));
   EXPECT_FALSE(controller.isEnabled());
   EXPECT_THAT(log.lines, ElementsAre("default ClamshellSleep: SleepDisabled=0 cleared — normal "
                                      "lid-close sleep restored"));
@@ -59,13 +60,13 @@ TEST_F(ClamshellSleepControllerTest, DisableClearsTheSetting) {
 
 TEST_F(ClamshellSleepControllerTest, DisableOfAClearSettingStillClearsIt) {
   controller.disable();
-  EXPECT_THAT(settings.calls, ElementsAre("SleepDisabled off"));
+  EXPECT_THAT(mac.calls, ElementsAre("setSystemPowerSetting SleepDisabled 0"));
   EXPECT_THAT(log.lines, ElementsAre("default ClamshellSleep: SleepDisabled=0 cleared — normal "
                                      "lid-close sleep restored"));
 }
 
 TEST_F(ClamshellSleepControllerTest, ARefusedDisableIsAnErrorWithAdvice) {
-  settings.code = ioReturnError;
+  power.settingRefusal = ioReturnError;
   controller.disable();
   EXPECT_THAT(log.lines,
               ElementsAre("error ClamshellSleep: IOPMSetSystemPowerSetting(SleepDisabled, false) "
@@ -107,9 +108,9 @@ TEST_F(ClamshellSleepControllerTest, SettingsThatAreNoDictionaryReadAsDisabled) 
 
 TEST_F(ClamshellSleepControllerTest, EveryReadingIsFresh) {
   EXPECT_FALSE(controller.isEnabled());
-  settings.stored = PropertyValue::Dictionary{{"SleepDisabled", true}};
+  power.setSleepDisabledExternally(true);
   EXPECT_TRUE(controller.isEnabled());
-  EXPECT_THAT(settings.calls, ElementsAre("copy", "copy"));
+  EXPECT_THAT(mac.calls, ElementsAre("copySystemPowerSettings", "copySystemPowerSettings"));
   EXPECT_THAT(log.lines, IsEmpty());
 }
 

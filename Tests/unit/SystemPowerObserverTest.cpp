@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "Tests/unit/FakesLog.h"
-#include "Tests/unit/FakesPower.h"
+#include "Tests/unit/RecordedMac.h"
 
 namespace korvel {
 namespace {
@@ -17,56 +17,99 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
+using RecordedDomain = test::Recorded<RootPowerDomain>;
+
+/// Lets a test deliver any message, and take the port or its source away from a registration: the
+/// machine sends only messages of its own, and never half registers.
+class TestDomain final : public RecordedDomain {
+ public:
+  using RecordedDomain::RecordedDomain;
+  bool givesPort = true;
+  bool givesSource = true;
+
+  ConnectionRef registerForSystemPower(void* refcon, HandleRef& port, InterestCallback callback,
+                                       ObjectRef& notifier) override {
+    EXPECT_EQ(port, 0U);
+    EXPECT_EQ(notifier, 0U);
+    context = refcon;
+    registered = callback;
+    const auto made = RecordedDomain::registerForSystemPower(refcon, port, callback, notifier);
+    if (!givesPort) port = 0;
+    return made;
+  }
+  HandleRef notificationPortGetRunLoopSource(HandleRef port) override {
+    return givesSource ? RecordedDomain::notificationPortGetRunLoopSource(port) : 0;
+  }
+  void deliver(std::uint32_t message, std::uintptr_t argument) {
+    registered(context, 1, message, argument);
+  }
+  /// The same with another reference constant.
+  void deliverTo(void* refcon, std::uint32_t message) { registered(refcon, 1, message, 0); }
+
+ private:
+  void* context = nullptr;
+  InterestCallback registered = nullptr;
+};
+
 class SystemPowerObserverTest : public testing::Test {
  protected:
   std::unique_ptr<SystemPowerObserver> made() {
     return std::make_unique<SystemPowerObserver>(
-        domain, Logger(log, "SystemPower"), [this] { domain.calls.emplace_back("will sleep"); },
-        [this] { domain.calls.emplace_back("did wake"); });
+        domain, Logger(log, "SystemPower"), [this] { calls.emplace_back("will sleep"); },
+        [this] { calls.emplace_back("did wake"); });
   }
   /// A registered observer, with its registration forgotten.
   std::unique_ptr<SystemPowerObserver> started() {
     auto observer = made();
     observer->start();
-    domain.calls.clear();
+    calls.clear();
     log.lines.clear();
     return observer;
   }
+  void expectUndone() {
+    EXPECT_THAT(calls, ElementsAre("runLoopRemoveSource 0x17 0x127", "deregisterForSystemPower",
+                                   "serviceClose 283", "notificationPortDestroy 0x123"));
+    EXPECT_EQ(mac.process->rootDomain.liveObjects(), 0U);
+  }
 
   test::FakeLog log;
-  test::FakeRootDomain domain;
+  test::RecordedMac mac;
+  std::vector<std::string>& calls = mac.calls;
+  TestDomain domain{mac.seam.rootDomain, calls};
 };
 
 TEST_F(SystemPowerObserverTest, MakingRegistersNothing) {
   made();
-  EXPECT_THAT(domain.calls, IsEmpty());
+  EXPECT_THAT(calls, ElementsAre("mainRunLoop"));
   EXPECT_THAT(log.lines, IsEmpty());
 }
 
 TEST_F(SystemPowerObserverTest, StartRegistersAndAttachesToTheMainRunLoop) {
   const auto observer = made();
   observer->start();
-  EXPECT_THAT(domain.calls, ElementsAre("register", "source of 9000", "add a000 to b000"));
+  EXPECT_THAT(calls,
+              ElementsAre("mainRunLoop", "registerForSystemPower",
+                          "notificationPortGetRunLoopSource 0x123", "runLoopAddSource 0x17 0x127"));
   EXPECT_THAT(log.lines,
-              ElementsAre("default SystemPower: system power observer registered rootPort=55"));
+              ElementsAre("default SystemPower: system power observer registered rootPort=283"));
 }
 
 TEST_F(SystemPowerObserverTest, ASecondStartIsLoggedAndLeavesTheRegistration) {
   const auto observer = started();
   observer->start();
-  EXPECT_THAT(domain.calls, IsEmpty());
+  EXPECT_THAT(calls, IsEmpty());
   EXPECT_THAT(log.lines, ElementsAre("default SystemPower: SystemPowerObserver.start() called "
                                      "twice — ignoring redundant registration"));
   domain.deliver(ioMessageSystemHasPoweredOn, 0);
-  EXPECT_THAT(domain.calls, ElementsAre("did wake"));
+  EXPECT_THAT(calls, ElementsAre("did wake"));
 }
 
 TEST_F(SystemPowerObserverTest, AFailedRegistrationIsAFaultAndLeavesItUnregistered) {
-  domain.givesConnection = false;
+  mac.machine.power.registrationFails = true;
   auto observer = made();
   observer->start();
   observer.reset();
-  EXPECT_THAT(domain.calls, ElementsAre("register"));
+  EXPECT_THAT(calls, ElementsAre("mainRunLoop", "registerForSystemPower"));
   EXPECT_THAT(log.lines, ElementsAre("fault SystemPower: IORegisterForSystemPower failed — "
                                      "sleep/wake observer inactive"));
 }
@@ -76,17 +119,17 @@ TEST_F(SystemPowerObserverTest, ARegistrationWithoutAPortIsAFailedOne) {
   auto observer = made();
   observer->start();
   observer.reset();
-  EXPECT_THAT(domain.calls, ElementsAre("register"));
+  EXPECT_THAT(calls, ElementsAre("mainRunLoop", "registerForSystemPower"));
   EXPECT_EQ(log.lines.size(), 1U);
 }
 
 TEST_F(SystemPowerObserverTest, AfterAFailureStartMayTryAgain) {
-  domain.givesConnection = false;
+  mac.machine.power.registrationFails = true;
   const auto observer = made();
   observer->start();
-  domain.givesConnection = true;
+  mac.machine.power.registrationFails = false;
   observer->start();
-  EXPECT_EQ(log.lines.back(), "default SystemPower: system power observer registered rootPort=55");
+  EXPECT_EQ(log.lines.back(), "default SystemPower: system power observer registered rootPort=283");
 }
 
 TEST_F(SystemPowerObserverTest, APortWithoutASourceStopsTheProcessDeathTest) {
@@ -98,14 +141,14 @@ TEST_F(SystemPowerObserverTest, APortWithoutASourceStopsTheProcessDeathTest) {
 TEST_F(SystemPowerObserverTest, TheQueryIsAllowedAtOnceAndSilently) {
   const auto observer = started();
   domain.deliver(ioMessageCanSystemSleep, 0x1234);
-  EXPECT_THAT(domain.calls, ElementsAre("allow 55 4660"));
+  EXPECT_THAT(calls, ElementsAre("allowPowerChange 283 4660"));
   EXPECT_THAT(log.lines, IsEmpty());
 }
 
 TEST_F(SystemPowerObserverTest, SleepIsAcknowledgedOnlyAfterTheWork) {
   const auto observer = started();
   domain.deliver(ioMessageSystemWillSleep, 77);
-  EXPECT_THAT(domain.calls, ElementsAre("will sleep", "allow 55 77"));
+  EXPECT_THAT(calls, ElementsAre("will sleep", "allowPowerChange 283 77"));
   EXPECT_THAT(log.lines, ElementsAre("default SystemPower: kIOMessageSystemWillSleep — flushing "
                                      "pre-sleep SMC pause-write"));
 }
@@ -123,7 +166,7 @@ TEST_F(SystemPowerObserverTest, TheSleepLineStandsBeforeTheWork) {
 TEST_F(SystemPowerObserverTest, WakingRunsItsWorkAndAcknowledgesNothing) {
   const auto observer = started();
   domain.deliver(ioMessageSystemHasPoweredOn, 77);
-  EXPECT_THAT(domain.calls, ElementsAre("did wake"));
+  EXPECT_THAT(calls, ElementsAre("did wake"));
   EXPECT_THAT(log.lines, ElementsAre("default SystemPower: kIOMessageSystemHasPoweredOn — "
                                      "re-evaluating charge gate"));
 }
@@ -134,57 +177,56 @@ TEST_F(SystemPowerObserverTest, OtherMessagesAreIgnored) {
                                       0xE0000240U, 0xE0000250U, 0xE0000310U, 0U, 0xFFFFFFFFU}) {
     domain.deliver(message, 5);
   }
-  EXPECT_THAT(domain.calls, IsEmpty());
+  EXPECT_THAT(calls, IsEmpty());
   EXPECT_THAT(log.lines, IsEmpty());
 }
 
 TEST_F(SystemPowerObserverTest, TheNotificationIDGoesBackAsItCame) {
   const auto observer = started();
   domain.deliver(ioMessageCanSystemSleep, UINTPTR_MAX);
-  EXPECT_THAT(domain.calls, ElementsAre("allow 55 -1"));
+  EXPECT_THAT(calls, ElementsAre("allowPowerChange 283 -1"));
 }
 
 TEST_F(SystemPowerObserverTest, ANullReferenceConstantIsIgnored) {
   const auto observer = started();
   domain.deliverTo(nullptr, ioMessageSystemWillSleep);
-  EXPECT_THAT(domain.calls, IsEmpty());
+  EXPECT_THAT(calls, IsEmpty());
 }
 
 TEST_F(SystemPowerObserverTest, StopUndoesEverythingInOrderAndSilently) {
   const auto observer = started();
   observer->stop();
-  EXPECT_THAT(domain.calls,
-              ElementsAre("remove a000 from b000", "deregister 77", "close 55", "destroy 9000"));
+  expectUndone();
   EXPECT_THAT(log.lines, IsEmpty());
 }
 
 TEST_F(SystemPowerObserverTest, StopOfANeverStartedObserverMakesNoCall) {
   made()->stop();
-  EXPECT_THAT(domain.calls, IsEmpty());
+  EXPECT_THAT(calls, ElementsAre("mainRunLoop"));
 }
 
 TEST_F(SystemPowerObserverTest, ASecondStopMakesNoCall) {
   const auto observer = started();
   observer->stop();
-  domain.calls.clear();
+  calls.clear();
   observer->stop();
-  EXPECT_THAT(domain.calls, IsEmpty());
+  EXPECT_THAT(calls, IsEmpty());
 }
 
 TEST_F(SystemPowerObserverTest, AfterStopStartRegistersAgain) {
   const auto observer = started();
   observer->stop();
-  domain.calls.clear();
+  calls.clear();
   observer->start();
-  EXPECT_THAT(domain.calls, ElementsAre("register", "source of 9000", "add a000 to b000"));
+  EXPECT_THAT(calls, ElementsAre("registerForSystemPower", "notificationPortGetRunLoopSource 0x223",
+                                 "runLoopAddSource 0x17 0x227"));
   EXPECT_THAT(log.lines,
-              ElementsAre("default SystemPower: system power observer registered rootPort=55"));
+              ElementsAre("default SystemPower: system power observer registered rootPort=539"));
 }
 
 TEST_F(SystemPowerObserverTest, DestroyingAStartedObserverStopsIt) {
   started().reset();
-  EXPECT_THAT(domain.calls,
-              ElementsAre("remove a000 from b000", "deregister 77", "close 55", "destroy 9000"));
+  expectUndone();
 }
 
 }  // namespace
