@@ -7,21 +7,20 @@
 #include <utility>
 #include <vector>
 
-#include "HelperPersistence.h"
-#include "Tests/unit/FakesFiles.h"
-#include "Tests/unit/FakesLog.h"
 #include "Tests/unit/SampleStates.h"
+#include "Tests/unit/StoreBench.h"
 
 namespace korvel {
 namespace {
 
+using test::directory;
 using test::fullState;
+using test::statePath;
+using test::temporaryPath;
 using testing::StartsWith;
+using virtualmac::SeamCall;
 using Error = HelperPersistence::PersistenceError;
 
-const std::string directory = "/Library/Application Support/com.korvel.app.helper";
-const std::string statePath = directory + "/state.json";
-const std::string temporaryPath = directory + "/state.json.tmp";
 const std::string oldRecord = "the record before";
 constexpr std::uint32_t oldMask = 0027;
 
@@ -32,27 +31,21 @@ const std::vector<std::pair<int, std::string>> errnos = {
     {EMFILE, "Too many open files"},    {EROFS, "Read-only file system"},
     {ENOSPC, "No space left on device"}};
 
-struct Bench {
-  test::FakeLog log;
-  test::FakeFiles files;
-  HelperPersistence store{files, Logger(log, "Persistence")};
-
+struct Bench : test::StoreBench {
   Bench() {
-    files.mask = oldMask;
-    files.nodes[directory] = {true, 0755, ""};
-    files.nodes[statePath] = {false, 0600, oldRecord};
-    files.nodes[temporaryPath] = {false, 0600, "left over"};
+    process.umask(oldMask);
+    disk.makeDirectory(directory, 0755);
+    disk.writeFile(statePath, oldRecord, 0600);
+    disk.writeFile(temporaryPath, "left over", 0600);
   }
   Error failedWrite() {
     auto result = store.write(fullState());
     EXPECT_FALSE(result);
-    EXPECT_EQ(files.mask, oldMask) << "the file mask must be restored";
-    EXPECT_TRUE(files.descriptors.empty()) << "a descriptor leaked";
+    EXPECT_EQ(process.currentUmask(), oldMask) << "the file mask must be restored";
+    EXPECT_EQ(process.openDescriptors(), 0U) << "a descriptor leaked";
     return result ? Error{} : result.error();
   }
-  [[nodiscard]] bool keepsOldRecord() const {
-    return files.nodes.at(statePath).content == oldRecord;
-  }
+  [[nodiscard]] bool keepsOldRecord() const { return content(statePath) == oldRecord; }
 };
 
 void expectPosix(const Error& error, Error::Kind kind, int number, const std::string& prefix) {
@@ -65,7 +58,7 @@ void expectPosix(const Error& error, Error::Kind kind, int number, const std::st
 TEST(PersistenceFaultTest, PosixErrorsSayWhatTheSystemSays) {
   for (const auto& [number, text] : errnos) {
     Bench bench;
-    bench.files.failures["mkdir 1"] = number;
+    bench.fail(SeamCall::fileMkdir, 1, number);
     const Error error = bench.failedWrite();
     EXPECT_EQ(error.underlying.localizedDescription(), text);
     EXPECT_EQ(error.description(),
@@ -76,9 +69,9 @@ TEST(PersistenceFaultTest, PosixErrorsSayWhatTheSystemSays) {
 TEST(PersistenceFaultTest, AnyFailureOfMakingTheDirectoryButItsExistenceEndsTheWrite) {
   for (const auto& [number, text] : errnos) {
     Bench bench;
-    bench.files.failures["mkdir 1"] = number;
+    bench.fail(SeamCall::fileMkdir, 1, number);
     expectPosix(bench.failedWrite(), Error::Kind::DirectoryCreate, number, "mkdir failed: ");
-    EXPECT_THAT(bench.files.calls, testing::ElementsAre("umask", "mkdir", "umask"));
+    EXPECT_THAT(bench.mac.names(), testing::ElementsAre("umask", "mkdir", "umask"));
     EXPECT_TRUE(bench.keepsOldRecord());
   }
 }
@@ -86,9 +79,9 @@ TEST(PersistenceFaultTest, AnyFailureOfMakingTheDirectoryButItsExistenceEndsTheW
 TEST(PersistenceFaultTest, ADirectoryThatCannotBeTightenedEndsTheWrite) {
   for (const auto& [number, text] : errnos) {
     Bench bench;
-    bench.files.failures["chmod 1"] = number;
+    bench.fail(SeamCall::fileChmod, 1, number);
     expectPosix(bench.failedWrite(), Error::Kind::DirectoryCreate, number, "mkdir failed: ");
-    EXPECT_EQ(bench.files.calls.back(), "umask");
+    EXPECT_EQ(bench.mac.names().back(), "umask");
     EXPECT_TRUE(bench.keepsOldRecord());
   }
 }
@@ -96,24 +89,24 @@ TEST(PersistenceFaultTest, ADirectoryThatCannotBeTightenedEndsTheWrite) {
 TEST(PersistenceFaultTest, ALeftOverThatCannotBeRemovedEndsTheWrite) {
   for (const auto& [number, text] : errnos) {
     Bench bench;
-    bench.files.failures["unlink 1"] = number;
+    bench.fail(SeamCall::fileUnlink, 1, number);
     expectPosix(bench.failedWrite(), Error::Kind::Write, number, "write failed: ");
-    EXPECT_THAT(bench.files.calls, testing::Not(testing::Contains("openExclusive")));
+    EXPECT_THAT(bench.mac.names(), testing::Not(testing::Contains("openExclusive")));
     EXPECT_TRUE(bench.keepsOldRecord());
   }
 }
 
 TEST(PersistenceFaultTest, AMissingLeftOverIsNoFailure) {
   Bench bench;
-  bench.files.failures["unlink 1"] = ENOENT;
-  bench.files.nodes.erase(temporaryPath);
+  bench.fail(SeamCall::fileUnlink, 1, ENOENT);
+  bench.disk.remove(temporaryPath);
   EXPECT_TRUE(bench.store.write(fullState()));
 }
 
 TEST(PersistenceFaultTest, ATemporaryFileThatCannotBeMadeEndsTheWrite) {
   for (const int number : {EEXIST, EACCES, EMFILE, ENFILE, ENOSPC, EROFS, EINTR, EDQUOT}) {
     Bench bench;
-    bench.files.failures["openExclusive 1"] = number;
+    bench.fail(SeamCall::fileOpenExclusive, 1, number);
     expectPosix(bench.failedWrite(), Error::Kind::Write, number, "write failed: ");
     EXPECT_TRUE(bench.keepsOldRecord());
   }
@@ -126,9 +119,9 @@ TEST(PersistenceFaultTest, AFailedWriteRemovesTheTemporaryFile) {
       bench.files.writes.assign(before, {7, 0});
       bench.files.writes.push_back({-1, number});
       expectPosix(bench.failedWrite(), Error::Kind::Write, number, "write failed: ");
-      EXPECT_FALSE(bench.files.nodes.contains(temporaryPath));
+      EXPECT_FALSE(bench.exists(temporaryPath));
       EXPECT_TRUE(bench.keepsOldRecord());
-      EXPECT_THAT(bench.files.calls, testing::Not(testing::Contains("fsync")));
+      EXPECT_THAT(bench.mac.names(), testing::Not(testing::Contains("fsync")));
     }
   }
 }
@@ -137,7 +130,7 @@ TEST(PersistenceFaultTest, AWriteOfNothingIsAFailure) {
   Bench bench;
   bench.files.writes = {{7, 0}, {0, 0}};
   EXPECT_EQ(bench.failedWrite().kind, Error::Kind::Write);
-  EXPECT_FALSE(bench.files.nodes.contains(temporaryPath));
+  EXPECT_FALSE(bench.exists(temporaryPath));
   EXPECT_TRUE(bench.keepsOldRecord());
 }
 
@@ -153,57 +146,60 @@ TEST(PersistenceFaultTest, OnlyMinusOneWithEINTRIsAnInterruption) {
 TEST(PersistenceFaultTest, AFailedFlushRemovesTheTemporaryFile) {
   for (const int number : {EIO, ENOSPC, EDQUOT, EROFS, EINTR}) {
     Bench bench;
-    bench.files.failures["fsync 1"] = number;
+    bench.fail(SeamCall::fileFsync, 1, number);
     expectPosix(bench.failedWrite(), Error::Kind::Write, number, "write failed: ");
-    EXPECT_FALSE(bench.files.nodes.contains(temporaryPath));
+    EXPECT_FALSE(bench.exists(temporaryPath));
     EXPECT_TRUE(bench.keepsOldRecord());
   }
 }
 
 TEST(PersistenceFaultTest, TheFirstErrorIsReportedWhenCleaningUpFailsToo) {
   Bench bench;
-  bench.files.failures = {{"fsync 1", ENOSPC}, {"close 1", EIO}, {"unlink 2", EPERM}};
+  bench.fail(SeamCall::fileFsync, 1, ENOSPC);
+  bench.fail(SeamCall::fileClose, 1, EIO);
+  bench.fail(SeamCall::fileUnlink, 2, EPERM);
   expectPosix(bench.failedWrite(), Error::Kind::Write, ENOSPC, "write failed: ");
   EXPECT_TRUE(bench.keepsOldRecord());
 }
 
 TEST(PersistenceFaultTest, AFailedReplaceRemovesTheTemporaryFileAndCarriesItsError) {
   const ErrorObject reason{
-      "NSCocoaErrorDomain", 512, {{localizedDescriptionKey, "couldn’t be saved"}}};
+      "NSCocoaErrorDomain", 512, {{localizedDescriptionKey, "The file couldn’t be replaced."}}};
   for (const bool cleanUpFails : {false, true}) {
     Bench bench;
-    bench.files.replaceError = reason;
-    if (cleanUpFails) bench.files.failures["unlink 2"] = EIO;
+    bench.disk.replaceFails = true;
+    if (cleanUpFails) bench.fail(SeamCall::fileUnlink, 2, EIO);
     const Error error = bench.failedWrite();
     EXPECT_EQ(error.kind, Error::Kind::Rename);
     EXPECT_EQ(error.underlying, reason);
     EXPECT_EQ(error.description(),
-              "atomic rename failed: couldn’t be saved [NSCocoaErrorDomain 512]");
-    EXPECT_EQ(bench.files.nodes.contains(temporaryPath), cleanUpFails);
+              "atomic rename failed: The file couldn’t be replaced. [NSCocoaErrorDomain 512]");
+    EXPECT_EQ(bench.exists(temporaryPath), cleanUpFails);
     EXPECT_TRUE(bench.keepsOldRecord());
-    EXPECT_THAT(bench.files.calls, testing::Not(testing::Contains("openReadOnly")));
+    EXPECT_THAT(bench.mac.names(), testing::Not(testing::Contains("openReadOnly")));
   }
 }
 
 TEST(PersistenceFaultTest, AReadBackThatFailsCarriesItsError) {
   Bench bench;
-  bench.files.readError = ErrorObject{"NSCocoaErrorDomain", 256, {}};
+  bench.mac.faults.failNth(SeamCall::fileRead, 1, {256, ""});
   const Error error = bench.failedWrite();
   EXPECT_EQ(error.kind, Error::Kind::Verify);
-  EXPECT_EQ(error.underlying, *bench.files.readError);
+  EXPECT_EQ(error.underlying, (ErrorObject{"NSPOSIXErrorDomain", 256, {}}));
   EXPECT_THAT(error.description(),
-              StartsWith("read-back verify failed: (NSCocoaErrorDomain error 256)"));
+              StartsWith("read-back verify failed: (NSPOSIXErrorDomain error 256)"));
   EXPECT_FALSE(bench.keepsOldRecord());
 }
 
 TEST(PersistenceFaultTest, AfterAnyFailureTheNextWriteSucceeds) {
-  for (const char* call :
-       {"mkdir 1", "chmod 1", "unlink 1", "openExclusive 1", "write 1", "fsync 1"}) {
+  for (const SeamCall call :
+       {SeamCall::fileMkdir, SeamCall::fileChmod, SeamCall::fileUnlink, SeamCall::fileOpenExclusive,
+        SeamCall::fileWrite, SeamCall::fileFsync}) {
     Bench bench;
-    bench.files.failures[call] = EIO;
+    bench.fail(call, 1, EIO);
     bench.failedWrite();
-    EXPECT_TRUE(bench.store.write(fullState())) << call;
-    EXPECT_EQ(bench.store.read(), fullState()) << call;
+    EXPECT_TRUE(bench.store.write(fullState())) << describe(call).id;
+    EXPECT_EQ(bench.store.read(), fullState()) << describe(call).id;
   }
 }
 
@@ -214,11 +210,11 @@ TEST(PersistenceFaultTest, TheFileMaskIsRestoredWhenTheProcessUnwindsAtAnyCall) 
   for (std::size_t fatal = 1; fatal <= 12; ++fatal) {
     Bench bench;
     std::size_t number = 0;
-    bench.files.beforeCall = [&](const std::string&) {
-      if (++number == fatal) throw Killed();
-    };
+    bench.mac.faults.observe([&](SeamCall call) {
+      if (call != SeamCall::fileUmask && ++number == fatal) throw Killed();
+    });
     EXPECT_THROW(static_cast<void>(bench.store.write(fullState())), Killed) << fatal;
-    EXPECT_EQ(bench.files.mask, oldMask) << fatal;
+    EXPECT_EQ(bench.process.currentUmask(), oldMask) << fatal;
     reached = number;
   }
   EXPECT_EQ(reached, 12U);  // the last call of a write, reading back

@@ -4,40 +4,39 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <iterator>
 #include <limits>
 #include <string>
+#include <utility>
+#include <vector>
 
-#include "Tests/unit/FakesFiles.h"
-#include "Tests/unit/FakesLog.h"
 #include "Tests/unit/SampleStates.h"
+#include "Tests/unit/StoreBench.h"
 
 namespace korvel {
 namespace {
 
+using test::directory;
 using test::fullState;
+using test::statePath;
+using test::temporaryPath;
 using testing::ElementsAre;
 using testing::EndsWith;
 using testing::IsEmpty;
 using testing::StartsWith;
+using virtualmac::SeamCall;
 
-const std::string directory = "/Library/Application Support/com.korvel.app.helper";
-const std::string statePath = directory + "/state.json";
-const std::string temporaryPath = directory + "/state.json.tmp";
-
-class HelperPersistenceTest : public testing::Test {
+class HelperPersistenceTest : public testing::Test, protected test::StoreBench {
  protected:
   void putFile(const std::string& content) {
-    files.nodes[directory] = {true, 0700, ""};
-    files.nodes[statePath] = {false, 0600, content};
+    disk.makeDirectory(directory, 0700);
+    disk.writeFile(statePath, content, 0600);
   }
   std::string errorOfWrite(const HelperState& state) {
     const auto result = store.write(state);
     return result ? "written" : result.error().description();
   }
-
-  test::FakeLog log;
-  test::FakeFiles files;
-  HelperPersistence store{files, Logger(log, "Persistence")};
 };
 
 TEST_F(HelperPersistenceTest, PathsAreThePublishedOnes) {
@@ -48,18 +47,18 @@ TEST_F(HelperPersistenceTest, PathsAreThePublishedOnes) {
 
 TEST_F(HelperPersistenceTest, AWriteMakesItsCallsInTheirFixedOrder) {
   EXPECT_EQ(errorOfWrite(fullState()), "written");
-  EXPECT_THAT(files.calls,
+  EXPECT_THAT(mac.names(),
               ElementsAre("umask", "mkdir", "unlink", "openExclusive", "write", "fsync", "close",
                           "replaceItem", "openReadOnly", "fsync", "close", "readFile", "umask"));
 }
 
 TEST_F(HelperPersistenceTest, AWrittenFileHoldsTheRecordForItsOwnerOnly) {
   EXPECT_EQ(errorOfWrite(fullState()), "written");
-  EXPECT_EQ(files.nodes.at(directory).mode, 0700U);
-  EXPECT_EQ(files.nodes.at(statePath).mode, 0600U);
-  EXPECT_EQ(files.nodes.at(statePath).content, encodeFile(fullState()));
-  EXPECT_FALSE(files.nodes.contains(temporaryPath));
-  EXPECT_TRUE(files.descriptors.empty());
+  EXPECT_EQ(mode(directory), 0700U);
+  EXPECT_EQ(mode(statePath), 0600U);
+  EXPECT_EQ(content(statePath), encodeFile(fullState()));
+  EXPECT_FALSE(exists(temporaryPath));
+  EXPECT_TRUE(process.openDescriptors() == 0);
   EXPECT_THAT(log.lines, IsEmpty());
 }
 
@@ -67,42 +66,52 @@ TEST_F(HelperPersistenceTest, AWrittenFileHoldsTheRecordForItsOwnerOnly) {
 TEST_F(HelperPersistenceTest, DirectoryAndFileAreMadeWithPrivateModesWhateverTheMask) {
   EXPECT_EQ(errorOfWrite(fullState()), "written");
   EXPECT_EQ(errorOfWrite(fullState()), "written");
-  EXPECT_THAT(files.modes, ElementsAre("mkdir 0700", "openExclusive 0600", "mkdir 0700",
-                                       "chmod 0700", "openExclusive 0600"));
+  std::vector<std::string> making;
+  std::ranges::copy_if(mac.calls, std::back_inserter(making), [](const std::string& call) {
+    return call.ends_with(" 384") || call.ends_with(" 448");  // 0600 and 0700
+  });
+  const std::string made = directory + " 448";
+  const std::string opened = "openExclusive " + temporaryPath + " 384";
+  EXPECT_THAT(making,
+              ElementsAre("mkdir " + made, opened, "mkdir " + made, "chmod " + made, opened));
 }
 
 TEST_F(HelperPersistenceTest, TheFileIsPrettySortedAndHasISODates) {
   EXPECT_EQ(errorOfWrite(fullState()), "written");
-  EXPECT_THAT(files.nodes.at(statePath).content,
+  EXPECT_THAT(content(statePath),
               testing::AllOf(StartsWith("{\n  \"chargeLimit\" : 75,\n  \"forceDischarge"),
                              testing::HasSubstr("\"lastWriteAt\" : \"2026-05-09T06:13:20Z\""),
                              EndsWith("\"topUpActive\" : true\n}")));
 }
 
 TEST_F(HelperPersistenceTest, TheFileMaskIsPrivateDuringAWriteAndRestoredAfterIt) {
+  std::vector<std::uint32_t> masksOfCreation;
+  mac.faults.observe([&](SeamCall call) {
+    if (call == SeamCall::fileOpenExclusive) masksOfCreation.push_back(process.currentUmask());
+  });
   for (const std::uint32_t mask : {0U, 0022U, 0777U}) {
-    files = {};
-    files.mask = mask;
+    disk.remove(directory);
+    process.umask(mask);
     EXPECT_EQ(errorOfWrite(fullState()), "written");
-    EXPECT_THAT(files.masksOfCreation, ElementsAre(0077U));
-    EXPECT_EQ(files.mask, mask);
-    EXPECT_EQ(files.nodes.at(statePath).mode, 0600U);
+    EXPECT_THAT(std::exchange(masksOfCreation, {}), ElementsAre(0077U));
+    EXPECT_EQ(process.currentUmask(), mask);
+    EXPECT_EQ(mode(statePath), 0600U);
   }
 }
 
 TEST_F(HelperPersistenceTest, ADirectoryThatIsTooOpenIsTightened) {
-  files.nodes[directory] = {true, 0755, ""};
+  disk.makeDirectory(directory, 0755);
   EXPECT_EQ(errorOfWrite(fullState()), "written");
-  EXPECT_EQ(files.nodes.at(directory).mode, 0700U);
+  EXPECT_EQ(mode(directory), 0700U);
 }
 
 TEST_F(HelperPersistenceTest, ATemporaryFileLeftByACrashIsRemoved) {
   putFile("{}");
-  files.nodes[temporaryPath] = {false, 0644, "half a record"};
+  disk.writeFile(temporaryPath, "half a record", 0644);
   EXPECT_EQ(errorOfWrite(fullState()), "written");
-  EXPECT_EQ(files.nodes.at(statePath).content, encodeFile(fullState()));
-  EXPECT_EQ(files.nodes.at(statePath).mode, 0600U);
-  EXPECT_FALSE(files.nodes.contains(temporaryPath));
+  EXPECT_EQ(content(statePath), encodeFile(fullState()));
+  EXPECT_EQ(mode(statePath), 0600U);
+  EXPECT_FALSE(exists(temporaryPath));
 }
 
 TEST_F(HelperPersistenceTest, AWrittenRecordReadsBackEqual) {
@@ -117,7 +126,7 @@ TEST_F(HelperPersistenceTest, AMissingFileReadsAsTheEmptyRecord) {
   EXPECT_EQ(store.read(), HelperState::empty());
   EXPECT_THAT(log.lines, ElementsAre("default Persistence: state.json missing — first run or "
                                      "post-uninstall reinstall; continuing with empty defaults"));
-  EXPECT_THAT(files.calls, ElementsAre("fileExists"));
+  EXPECT_THAT(mac.names(), ElementsAre("fileExists"));
 }
 
 TEST_F(HelperPersistenceTest, AFileThatIsNoJSONReadsAsTheEmptyRecordAndIsLeftInPlace) {
@@ -126,7 +135,7 @@ TEST_F(HelperPersistenceTest, AFileThatIsNoJSONReadsAsTheEmptyRecordAndIsLeftInP
   EXPECT_THAT(log.lines,
               ElementsAre("fault Persistence: state.json corrupt — not valid JSON at byte 1; "
                           "continuing with empty defaults until next setChargeLimit"));
-  EXPECT_EQ(files.nodes.at(statePath).content, "not a record");
+  EXPECT_EQ(content(statePath), "not a record");
 }
 
 TEST_F(HelperPersistenceTest, AnEmptyFileIsCorrupt) {
@@ -146,7 +155,7 @@ TEST_F(HelperPersistenceTest, AFileThatLacksAFieldIsCorruptAndTheLineNamesIt) {
 
 TEST_F(HelperPersistenceTest, AFileThatCannotBeReadIsCorruptWithTheReason) {
   putFile("");
-  files.readError = ErrorObject{"NSPOSIXErrorDomain", 5, {{localizedDescriptionKey, "disk gone"}}};
+  mac.faults.failNth(SeamCall::fileRead, 1, {5, "disk gone"});
   EXPECT_EQ(store.read(), HelperState::empty());
   EXPECT_THAT(log.lines,
               ElementsAre("fault Persistence: state.json corrupt — disk gone [NSPOSIXErrorDomain "
@@ -161,21 +170,21 @@ TEST_F(HelperPersistenceTest, TheNextWriteReplacesACorruptFile) {
 
 TEST_F(HelperPersistenceTest, ShortWritesGoOnWithTheRest) {
   for (std::size_t piece = 1; piece <= 64; piece *= 2) {
-    files = {};
+    disk.remove(directory);
+    mac.calls.clear();
     files.writes.assign(2000, {static_cast<std::int64_t>(piece), 0});
     EXPECT_EQ(errorOfWrite(fullState()), "written");
-    EXPECT_EQ(files.nodes.at(statePath).content, encodeFile(fullState()));
+    EXPECT_EQ(content(statePath), encodeFile(fullState()));
     const std::size_t size = encodeFile(fullState()).size();
-    EXPECT_EQ(std::ranges::count(files.calls, "write"),
-              static_cast<std::ptrdiff_t>((size + piece - 1) / piece));
+    EXPECT_EQ(mac.count("write"), static_cast<std::ptrdiff_t>((size + piece - 1) / piece));
   }
 }
 
 TEST_F(HelperPersistenceTest, InterruptedWritesAreRetried) {
   files.writes = {{-1, EINTR}, {3, 0}, {-1, EINTR}, {-1, EINTR}, {5, 0}};
   EXPECT_EQ(errorOfWrite(fullState()), "written");
-  EXPECT_EQ(files.nodes.at(statePath).content, encodeFile(fullState()));
-  EXPECT_EQ(std::ranges::count(files.calls, "write"), 6);
+  EXPECT_EQ(content(statePath), encodeFile(fullState()));
+  EXPECT_EQ(mac.count("write"), 6);
 }
 
 TEST_F(HelperPersistenceTest, ARecordThatCannotBeEncodedIsNotWritten) {
@@ -183,13 +192,13 @@ TEST_F(HelperPersistenceTest, ARecordThatCannotBeEncodedIsNotWritten) {
   HelperState state;
   state.lastWriteAt = Date{std::numeric_limits<double>::quiet_NaN()};
   EXPECT_THAT(errorOfWrite(state), StartsWith("write failed: "));
-  EXPECT_EQ(files.nodes.at(statePath).content, "old");
-  EXPECT_THAT(files.calls, ElementsAre("umask", "mkdir", "chmod", "umask"));
-  EXPECT_EQ(files.mask, 0022U);
+  EXPECT_EQ(content(statePath), "old");
+  EXPECT_THAT(mac.names(), ElementsAre("umask", "mkdir", "chmod", "umask"));
+  EXPECT_EQ(process.currentUmask(), 0022U);
 }
 
 TEST_F(HelperPersistenceTest, AFailedDirectoryFlushIsLoggedAndTheWriteStands) {
-  files.failures["openReadOnly 1"] = EMFILE;
+  fail(SeamCall::fileOpenReadOnly, 1, EMFILE);
   EXPECT_EQ(errorOfWrite(fullState()), "written");
   EXPECT_THAT(log.lines, ElementsAre("error Persistence: fsync parent dir: open(" + directory +
                                      ") errno=" + std::to_string(EMFILE)));
@@ -197,22 +206,25 @@ TEST_F(HelperPersistenceTest, AFailedDirectoryFlushIsLoggedAndTheWriteStands) {
 }
 
 TEST_F(HelperPersistenceTest, AFailedFlushOfTheOpenedDirectoryIsIgnored) {
-  files.failures["fsync 2"] = EIO;
+  fail(SeamCall::fileFsync, 2, EIO);
   EXPECT_EQ(errorOfWrite(fullState()), "written");
-  EXPECT_TRUE(files.descriptors.empty());
+  EXPECT_TRUE(process.openDescriptors() == 0);
   EXPECT_THAT(log.lines, IsEmpty());
 }
 
 TEST_F(HelperPersistenceTest, FailedClosesAreIgnored) {
-  files.failures = {{"close 1", EIO}, {"close 2", EINTR}};
+  fail(SeamCall::fileClose, 1, EIO);
+  fail(SeamCall::fileClose, 2, EINTR);
   EXPECT_EQ(errorOfWrite(fullState()), "written");
-  EXPECT_TRUE(files.descriptors.empty());
+  EXPECT_TRUE(process.openDescriptors() == 0);
 }
 
 TEST_F(HelperPersistenceTest, AReadBackThatDiffersIsNamedWithBothSizes) {
   const std::size_t size = encodeFile(fullState()).size();
   for (const std::string& onDisk : {std::string(), std::string("{}"), std::string(size, ' ')}) {
-    files.readBack = onDisk;
+    mac.faults.observe([&](SeamCall call) {
+      if (call == SeamCall::fileRead) disk.writeFile(statePath, onDisk);
+    });
     const auto result = store.write(fullState());
     ASSERT_FALSE(result);
     EXPECT_EQ(result.error().kind, HelperPersistence::PersistenceError::Kind::Verify);
@@ -224,7 +236,7 @@ TEST_F(HelperPersistenceTest, AReadBackThatDiffersIsNamedWithBothSizes) {
     EXPECT_THAT(
         result.error().description(),
         StartsWith("read-back verify failed: " + result.error().underlying.localizedDescription()));
-    EXPECT_EQ(files.mask, 0022U);
+    EXPECT_EQ(process.currentUmask(), 0022U);
   }
 }
 
