@@ -1,5 +1,7 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
@@ -60,12 +62,16 @@ class Noting : public Interface {
  protected:
   template <class... Arguments, class... Values>
   void note(std::string text, const Values&... values) {
-    (
-        [&] {
-          if constexpr (!isFilled<Arguments>) recording::note(text, values);
-        }(),
-        ...);
+    (noteOne<Arguments>(text, values), ...);
     calls.push_back(std::move(text));
+  }
+  template <class Argument, class Value>
+  static void noteOne(std::string& text, const Value& value) {
+    if constexpr (std::same_as<Argument, ErrorSlot&>) {
+      EXPECT_FALSE(value.has_value()) << "the slot must be empty before the call";
+    } else if constexpr (!isFilled<Argument>) {
+      recording::note(text, value);
+    }
   }
 
   Interface& inner;
