@@ -66,6 +66,15 @@ void Bench::bootWithLimit(std::uint8_t limit) {
   mark();
 }
 
+void Bench::bootHeatPaused() {
+  HelperState record = savedLimit(50);
+  record.heatPauseActive = true;
+  saveState(record);
+  charge(49);
+  boot();
+  ASSERT_TRUE(onDisk().heatPauseActive);
+}
+
 void Bench::bootDischarging(std::int64_t percent) {
   bootWithLimit(50);
   charge(percent);

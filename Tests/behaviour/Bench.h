@@ -45,6 +45,8 @@ class Bench {
   /// Boots with a limit that is enforced, the charge one below it (so that the gate has not been
   /// touched), and marks.
   void bootWithLimit(std::uint8_t limit);
+  /// Boots with a record of a limit of 50 and of a heat pause, at a charge of 49.
+  void bootHeatPaused();
   /// Sets a limit of 50 at a charge of `percent`, starts a discharge, and marks.
   void bootDischarging(std::int64_t percent = 70);
   /// The same with keep-awake armed before.
@@ -86,6 +88,9 @@ class Bench {
   std::size_t markedLogs = 0;
   Lines excused;
 };
+
+/// A test on the usual bench. One that needs another kind of Mac makes a Bench of its own.
+class OnBench : public testing::Test, public Bench {};
 
 /// The rule about replies on the wire; calls that a test makes itself have none.
 inline constexpr const char* replyRule = "one audit line and one reply each";

@@ -28,7 +28,9 @@ constexpr const char* clearingKeys =
 constexpr const char* clearingSleep =
     "default crash-recovery: clearing SleepDisabled set by previous run";
 
-TEST(BootTest, ComponentsStateProbeObserverInThisOrder) {
+using BootTest = OnBench;
+
+TEST_F(BootTest, ComponentsStateProbeObserverInThisOrder) {
   Bench bench("newer-keys-and-native");
   std::vector<SeamCall> firsts;
   bench.world.faults().observe([&firsts](SeamCall call) {
@@ -45,87 +47,78 @@ TEST(BootTest, ComponentsStateProbeObserverInThisOrder) {
   EXPECT_LT(place(SeamCall::powerRegister), static_cast<std::ptrdiff_t>(firsts.size()));
 }
 
-TEST(BootTest, StuckNewerDischargeKeyIsClearedAndTheRecordRewritten) {
-  Bench bench;
-  bench.mac().smc.setValue("CHIE", {0x08});
-  startOn(bench, crashed(true, false));
-  EXPECT_THAT(bench.since("smc disk"),
-              ElementsAre("smc CHIE <- 00",
-                          "disk state.json replaced: forceDischargeActive=false "
-                          "helperVersion=2.0.0"));
-  EXPECT_THAT(bench.logs(), ElementsAre("default HelperImpl boot pid=501 limit=60", clearingKeys));
+TEST_F(BootTest, StuckNewerDischargeKeyIsClearedAndTheRecordRewritten) {
+  mac().smc.setValue("CHIE", {0x08});
+  startOn(*this, crashed(true, false));
+  EXPECT_THAT(since("smc disk"), ElementsAre("smc CHIE <- 00",
+                                             "disk state.json replaced: forceDischargeActive=false "
+                                             "helperVersion=2.0.0"));
+  EXPECT_THAT(logs(), ElementsAre("default HelperImpl boot pid=501 limit=60", clearingKeys));
 }
 
-TEST(BootTest, StuckOlderDischargeKeysAreClearedInReverse) {
+TEST_F(BootTest, StuckOlderDischargeKeysAreClearedInReverse) {
   Bench bench("older-pair");
   startOn(bench, crashed(true, false));
   EXPECT_THAT(bench.since("smc"), ElementsAre("smc CH0J <- 00", "smc CH0I <- 00"));
   EXPECT_FALSE(bench.onDisk().forceDischargeActive);
 }
 
-TEST(BootTest, WithoutDischargeKeysTheFlagIsClearedAllTheSame) {
+TEST_F(BootTest, WithoutDischargeKeysTheFlagIsClearedAllTheSame) {
   Bench bench("native-only");
   startOn(bench, crashed(true, false));
   EXPECT_THAT(bench.since("smc"), IsEmpty());
   EXPECT_FALSE(bench.onDisk().forceDischargeActive);
 }
 
-TEST(BootTest, WithoutAnSmcTheFlagIsClearedAllTheSame) {
+TEST_F(BootTest, WithoutAnSmcTheFlagIsClearedAllTheSame) {
   Bench bench("no-smc");
   startOn(bench, crashed(true, false));
   EXPECT_FALSE(bench.onDisk().forceDischargeActive);
 }
 
-TEST(BootTest, KeyThatCannotBeClearedIsTriedOnce) {
-  Bench bench;
-  bench.mac().smc.key("CHIE")->writeResult = 134;
-  startOn(bench, crashed(true, false));
-  EXPECT_FALSE(bench.onDisk().forceDischargeActive);
-  bench.world.killHelper();
-  bench.mark();
-  bench.world.startHelper();
-  bench.world.runUntilIdle();
-  EXPECT_THAT(bench.since("smc"), IsEmpty());
+TEST_F(BootTest, KeyThatCannotBeClearedIsTriedOnce) {
+  mac().smc.key("CHIE")->writeResult = 134;
+  startOn(*this, crashed(true, false));
+  EXPECT_FALSE(onDisk().forceDischargeActive);
+  world.killHelper();
+  mark();
+  world.startHelper();
+  world.runUntilIdle();
+  EXPECT_THAT(since("smc"), IsEmpty());
 }
 
-TEST(BootTest, OwnedSleepDisabledIsClearedOnce) {
-  Bench bench;
-  bench.mac().power.setSleepDisabledExternally(true);
-  startOn(bench, crashed(false, true));
-  EXPECT_THAT(bench.since("power disk"),
-              ElementsAre("power SleepDisabled = 0",
-                          "disk state.json replaced: helperVersion=2.0.0 "
-                          "sleepDisabledByKorvel=false"));
-  EXPECT_THAT(bench.logs(), ElementsAre("default HelperImpl boot pid=501 limit=60", clearingSleep));
+TEST_F(BootTest, OwnedSleepDisabledIsClearedOnce) {
+  mac().power.setSleepDisabledExternally(true);
+  startOn(*this, crashed(false, true));
+  EXPECT_THAT(since("power disk"), ElementsAre("power SleepDisabled = 0",
+                                               "disk state.json replaced: helperVersion=2.0.0 "
+                                               "sleepDisabledByKorvel=false"));
+  EXPECT_THAT(logs(), ElementsAre("default HelperImpl boot pid=501 limit=60", clearingSleep));
 }
 
-TEST(BootTest, SleepDisabledThatCannotBeClearedIsNotTriedAgain) {
-  Bench bench;
-  bench.mac().power.setSleepDisabledExternally(true);
-  bench.mac().power.settingRefusal = ioReturnError;
-  startOn(bench, crashed(false, true));
-  EXPECT_TRUE(bench.mac().power.sleepDisabled());
-  EXPECT_FALSE(bench.onDisk().sleepDisabledByKorvel);
+TEST_F(BootTest, SleepDisabledThatCannotBeClearedIsNotTriedAgain) {
+  mac().power.setSleepDisabledExternally(true);
+  mac().power.settingRefusal = ioReturnError;
+  startOn(*this, crashed(false, true));
+  EXPECT_TRUE(mac().power.sleepDisabled());
+  EXPECT_FALSE(onDisk().sleepDisabledByKorvel);
 }
 
-TEST(BootTest, SleepDisabledOfSomebodyElseIsLeftAlone) {
-  Bench bench;
-  bench.mac().power.setSleepDisabledExternally(true);
-  startOn(bench, crashed(false, false));
-  EXPECT_TRUE(bench.mac().power.sleepDisabled());
+TEST_F(BootTest, SleepDisabledOfSomebodyElseIsLeftAlone) {
+  mac().power.setSleepDisabledExternally(true);
+  startOn(*this, crashed(false, false));
+  EXPECT_TRUE(mac().power.sleepDisabled());
 }
 
-TEST(BootTest, BothAreClearedDischargeFirst) {
-  Bench bench;
-  bench.mac().power.setSleepDisabledExternally(true);
-  startOn(bench, crashed(true, true));
-  EXPECT_THAT(bench.since("smc power"), ElementsAre("smc CHIE <- 00", "power SleepDisabled = 0"));
-  EXPECT_THAT(bench.logs(),
+TEST_F(BootTest, BothAreClearedDischargeFirst) {
+  mac().power.setSleepDisabledExternally(true);
+  startOn(*this, crashed(true, true));
+  EXPECT_THAT(since("smc power"), ElementsAre("smc CHIE <- 00", "power SleepDisabled = 0"));
+  EXPECT_THAT(logs(),
               ElementsAre("default HelperImpl boot pid=501 limit=60", clearingKeys, clearingSleep));
 }
 
-TEST(BootTest, TransientFieldsAreClearedAndTheOthersKept) {
-  Bench bench;
+TEST_F(BootTest, TransientFieldsAreClearedAndTheOthersKept) {
   HelperState record = savedLimit(63);
   record.sailingBand = 11;
   record.heatPauseActive = true;
@@ -134,56 +127,52 @@ TEST(BootTest, TransientFieldsAreClearedAndTheOthersKept) {
   record.lastDischargeAbortAt = Date{700000000};
   record.topUpActive = true;
   record.helperVersion = "1.0.0";
-  startOn(bench, record);
+  startOn(*this, record);
 
   HelperState expected = savedLimit(63);
   expected.sailingBand = 11;
   expected.heatPauseActive = true;
   expected.lastWriteVerified = false;
   expected.helperVersion = "2.0.0";
-  EXPECT_EQ(bench.onDisk(), expected);
+  EXPECT_EQ(onDisk(), expected);
 }
 
-TEST(BootTest, RecordOfAnOlderHelperGetsTheRunningVersion) {
-  Bench bench;
+TEST_F(BootTest, RecordOfAnOlderHelperGetsTheRunningVersion) {
   HelperState record = savedLimit(60);
   record.helperVersion = "1.4.2";
-  startOn(bench, record);
-  EXPECT_EQ(bench.onDisk().helperVersion, "2.0.0");
+  startOn(*this, record);
+  EXPECT_EQ(onDisk().helperVersion, "2.0.0");
 }
 
-TEST(BootTest, BundleWithoutAVersionDropsTheRecordsVersion) {
-  Bench bench;
-  bench.mac().bundleInformation.erase("CFBundleShortVersionString");
+TEST_F(BootTest, BundleWithoutAVersionDropsTheRecordsVersion) {
+  mac().bundleInformation.erase("CFBundleShortVersionString");
   HelperState record = savedLimit(60);
   record.helperVersion = "1.4.2";
-  startOn(bench, record);
-  EXPECT_FALSE(bench.onDisk().helperVersion.has_value());
+  startOn(*this, record);
+  EXPECT_FALSE(onDisk().helperVersion.has_value());
 }
 
-TEST(BootTest, NoStateFileStartsAtEightyAndWritesOne) {
-  Bench bench;
-  bench.world.startHelper();
-  bench.world.runUntilIdle();
-  EXPECT_EQ(bench.logs().front(), "default HelperImpl boot pid=501 limit=80");
+TEST_F(BootTest, NoStateFileStartsAtEightyAndWritesOne) {
+  world.startHelper();
+  world.runUntilIdle();
+  EXPECT_EQ(logs().front(), "default HelperImpl boot pid=501 limit=80");
   HelperState expected;
   expected.helperVersion = "2.0.0";
-  EXPECT_EQ(bench.onDisk(), expected);
+  EXPECT_EQ(onDisk(), expected);
 }
 
-TEST(BootTest, CorruptStateFileStartsAtEightyAndIsReplaced) {
-  Bench bench;
-  bench.mac().disk.writeFile("/Library/Application Support/com.korvel.app.helper/state.json",
-                             "{\"chargeLimit\": 60", 0600);
-  bench.world.startHelper();
-  bench.world.runUntilIdle();
-  EXPECT_EQ(bench.logs().front(), "default HelperImpl boot pid=501 limit=80");
-  ASSERT_EQ(bench.logs("Persistence").size(), 1U);
-  EXPECT_THAT(bench.logs("Persistence").front(), ::testing::StartsWith("fault state.json corrupt"));
-  EXPECT_EQ(bench.onDisk().chargeLimit, 80);
+TEST_F(BootTest, CorruptStateFileStartsAtEightyAndIsReplaced) {
+  mac().disk.writeFile("/Library/Application Support/com.korvel.app.helper/state.json",
+                       "{\"chargeLimit\": 60", 0600);
+  world.startHelper();
+  world.runUntilIdle();
+  EXPECT_EQ(logs().front(), "default HelperImpl boot pid=501 limit=80");
+  ASSERT_EQ(logs("Persistence").size(), 1U);
+  EXPECT_THAT(logs("Persistence").front(), ::testing::StartsWith("fault state.json corrupt"));
+  EXPECT_EQ(onDisk().chargeLimit, 80);
 }
 
-TEST(BootTest, ChargingKeysAndNativeLimitStayAsTheyWere) {
+TEST_F(BootTest, ChargingKeysAndNativeLimitStayAsTheyWere) {
   Bench bench("newer-keys-and-native");
   bench.mac().smc.setValue("CHTE", {1, 0, 0, 0});
   bench.mac().powerUI.setLimitByUser(80);
@@ -192,44 +181,40 @@ TEST(BootTest, ChargingKeysAndNativeLimitStayAsTheyWere) {
   EXPECT_EQ(bench.mac().powerUI.currentLimit(), 80);
 }
 
-TEST(BootTest, NothingTicksAfterwards) {
-  Bench bench;
-  bench.charge(95);
-  startOn(bench, savedLimit(60));
-  const auto before = bench.world.callCounts();
-  bench.run(600);
-  EXPECT_EQ((bench.world.callCounts() - before).text(), "") << "a client has to come first";
+TEST_F(BootTest, NothingTicksAfterwards) {
+  charge(95);
+  startOn(*this, savedLimit(60));
+  const auto before = world.callCounts();
+  run(600);
+  EXPECT_EQ((world.callCounts() - before).text(), "") << "a client has to come first";
 }
 
-TEST(BootTest, RecoveryComesBeforeTheFirstCommandOfAWaitingClient) {
-  Bench bench;
-  bench.saveState(crashed(true, false));
-  bench.mark();
-  bench.world.startHelper();
-  const auto early = bench.world.connectApp();
+TEST_F(BootTest, RecoveryComesBeforeTheFirstCommandOfAWaitingClient) {
+  saveState(crashed(true, false));
+  mark();
+  world.startHelper();
+  const auto early = world.connectApp();
   const AppCallRef set = early->setChargeLimit(70);
-  bench.world.runUntilIdle();
+  world.runUntilIdle();
   ASSERT_TRUE(set->answered);
-  const Lines lines = bench.since("smc disk reply");
+  const Lines lines = since("smc disk reply");
   ASSERT_GE(lines.size(), 3U);
   EXPECT_EQ(lines[0], "smc CHIE <- 00");
   EXPECT_THAT(lines[1], ::testing::HasSubstr("forceDischargeActive=false"));
   EXPECT_THAT(lines[2], ::testing::HasSubstr("chargeLimit=70"));
 }
 
-TEST(BootTest, RecordThatNeedsNoRecoveryIsWrittenAllTheSame) {
-  Bench bench;
+TEST_F(BootTest, RecordThatNeedsNoRecoveryIsWrittenAllTheSame) {
   HelperState record = savedLimit(60);
   record.helperVersion = "2.0.0";
-  startOn(bench, record);
-  EXPECT_THAT(bench.since("disk"), ElementsAre("disk state.json replaced: no field differs"));
+  startOn(*this, record);
+  EXPECT_THAT(since("disk"), ElementsAre("disk state.json replaced: no field differs"));
 }
 
-TEST(BootTest, StateAskedForBeforeTheRecoveryStillHasItsFlags) {
-  Bench bench;
-  bench.excuse(replyRule);  // The calls are the test's own.
-  bench.saveState(crashed(true, true));
-  const auto core = HelperImpl::create(bench.world.startBareHelper());
+TEST_F(BootTest, StateAskedForBeforeTheRecoveryStillHasItsFlags) {
+  excuse(replyRule);  // The calls are the test's own.
+  saveState(crashed(true, true));
+  const auto core = HelperImpl::create(world.startBareHelper());
   const auto ask = [&core] {
     std::string answer;
     core->getState(DataReply(std::make_unique<FunctionReplySink<std::string>>(
@@ -238,44 +223,42 @@ TEST(BootTest, StateAskedForBeforeTheRecoveryStillHasItsFlags) {
   };
   EXPECT_TRUE(ask().forceDischargeActive);
   EXPECT_TRUE(ask().sleepDisabledByKorvel);
-  bench.world.runUntilIdle();
+  world.runUntilIdle();
   EXPECT_FALSE(ask().forceDischargeActive);
   EXPECT_FALSE(ask().sleepDisabledByKorvel);
 }
 
-TEST(BootTest, RegistrationThatFailsLeavesAHelperWithoutSleepHandling) {
-  Bench bench;
-  bench.mac().power.registrationFails = true;
-  bench.boot();
-  bench.charge(90);
-  bench.call(bench.app->setChargeLimit(50));
-  bench.mark();
-  bench.mac().power.requestSleep();
-  bench.run(1);
-  EXPECT_TRUE(bench.mac().power.isAsleep());
-  EXPECT_THAT(bench.since("log"), IsEmpty());
+TEST_F(BootTest, RegistrationThatFailsLeavesAHelperWithoutSleepHandling) {
+  mac().power.registrationFails = true;
+  boot();
+  charge(90);
+  call(app->setChargeLimit(50));
+  mark();
+  mac().power.requestSleep();
+  run(1);
+  EXPECT_TRUE(mac().power.isAsleep());
+  EXPECT_THAT(since("log"), IsEmpty());
 }
 
-TEST(BootTest, DischargeThatStartedBeforeItsRecordWasWrittenIsNotRecovered) {
-  Bench bench;
-  bench.bootWithLimit(50);
-  bench.charge(70);
-  bench.world.faults().killAtCall(0);
-  bench.world.faults().observe([&bench, armed = true](SeamCall call) mutable {
+TEST_F(BootTest, DischargeThatStartedBeforeItsRecordWasWrittenIsNotRecovered) {
+  bootWithLimit(50);
+  charge(70);
+  world.faults().killAtCall(0);
+  world.faults().observe([this, armed = true](SeamCall call) mutable {
     // The first file call after the inhibit was written is the record's.
-    if (armed && call == SeamCall::fileUmask && bench.key("CHIE") == "08") {
+    if (armed && call == SeamCall::fileUmask && key("CHIE") == "08") {
       armed = false;
-      bench.world.faults().killAtCall(bench.world.callCounts().total);
+      world.faults().killAtCall(world.callCounts().total);
     }
   });
-  bench.app->forceDischarge(true);
-  bench.world.runUntilIdle();
-  ASSERT_FALSE(bench.world.helperRunning());
-  ASSERT_EQ(bench.key("CHIE"), "08");
-  bench.world.faults().observe({});
-  bench.world.startHelper();
-  bench.world.runUntilIdle();
-  EXPECT_EQ(bench.key("CHIE"), "08") << "the record never said that a discharge runs";
+  app->forceDischarge(true);
+  world.runUntilIdle();
+  ASSERT_FALSE(world.helperRunning());
+  ASSERT_EQ(key("CHIE"), "08");
+  world.faults().observe({});
+  world.startHelper();
+  world.runUntilIdle();
+  EXPECT_EQ(key("CHIE"), "08") << "the record never said that a discharge runs";
 }
 
 }  // namespace

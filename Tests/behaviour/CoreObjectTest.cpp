@@ -12,44 +12,42 @@
 namespace korvel::test {
 namespace {
 
-TEST(CoreObjectTest, PingAnswersWithTheHelpersOwnPid) {
-  Bench bench;
-  bench.boot();
-  const AppCall& call = bench.call(bench.app->ping());
-  EXPECT_EQ(call.pid, 501U);
-  EXPECT_NE(call.pid, static_cast<std::uint64_t>(bench.app->pid()));
+using CoreObjectTest = OnBench;
+
+TEST_F(CoreObjectTest, PingAnswersWithTheHelpersOwnPid) {
+  boot();
+  const AppCall& answered = call(app->ping());
+  EXPECT_EQ(answered.pid, 501U);
+  EXPECT_NE(answered.pid, static_cast<std::uint64_t>(app->pid()));
 }
 
-TEST(CoreObjectTest, FreshInstallReportsTheEmptyRecordWithTheRunningVersion) {
-  Bench bench;
-  bench.boot();
-  const AppCall& call = bench.call(bench.app->getState());
-  EXPECT_EQ(call.data,
+TEST_F(CoreObjectTest, FreshInstallReportsTheEmptyRecordWithTheRunningVersion) {
+  boot();
+  const AppCall& answered = call(app->getState());
+  EXPECT_EQ(answered.data,
             "{\"chargeLimit\":80,\"sailingBand\":5,\"forceDischargeActive\":false,"
             "\"heatPauseActive\":false,\"lastWriteAt\":-63114076800,\"lastWriteVerified\":true,"
             "\"topUpActive\":false,\"sleepDisabledByKorvel\":false,\"helperVersion\":\"2.0.0\"}");
 }
 
-TEST(CoreObjectTest, BundleWithoutAVersionLeavesTheKeyOut) {
-  Bench bench;
-  bench.mac().bundleInformation.erase("CFBundleShortVersionString");
-  bench.boot();
-  EXPECT_FALSE(bench.state().helperVersion.has_value());
-  bench.world.killHelper();
-  bench.mac().bundleInformation.insert_or_assign("CFBundleShortVersionString", PropertyValue(2));
-  bench.boot();
-  EXPECT_FALSE(bench.state().helperVersion.has_value()) << "a version that is not text";
+TEST_F(CoreObjectTest, BundleWithoutAVersionLeavesTheKeyOut) {
+  mac().bundleInformation.erase("CFBundleShortVersionString");
+  boot();
+  EXPECT_FALSE(state().helperVersion.has_value());
+  world.killHelper();
+  mac().bundleInformation.insert_or_assign("CFBundleShortVersionString", PropertyValue(2));
+  boot();
+  EXPECT_FALSE(state().helperVersion.has_value()) << "a version that is not text";
 }
 
-TEST(CoreObjectTest, ReplyHasDatesAsNumbersAndTheFileHasThemAsText) {
-  Bench bench;
-  bench.bootWithLimit(60);
-  EXPECT_EQ(bench.call(bench.app->getState()).data,
+TEST_F(CoreObjectTest, ReplyHasDatesAsNumbersAndTheFileHasThemAsText) {
+  bootWithLimit(60);
+  EXPECT_EQ(call(app->getState()).data,
             "{\"chargeLimit\":60,\"sailingBand\":5,\"forceDischargeActive\":false,"
             "\"heatPauseActive\":false,\"lastWriteAt\":788918400,\"lastWriteVerified\":true,"
             "\"topUpActive\":false,\"sleepDisabledByKorvel\":false,\"helperVersion\":\"2.0.0\"}")
       << "in the order of the fields, on one line";
-  EXPECT_EQ(bench.mac().disk.content(HelperPersistence::statePath),
+  EXPECT_EQ(mac().disk.content(HelperPersistence::statePath),
             "{\n"
             "  \"chargeLimit\" : 60,\n"
             "  \"forceDischargeActive\" : false,\n"
@@ -64,7 +62,7 @@ TEST(CoreObjectTest, ReplyHasDatesAsNumbersAndTheFileHasThemAsText) {
       << "sorted and indented";
 }
 
-TEST(CoreObjectTest, CapabilitiesTellTheFamiliesAndTheNativeLimit) {
+TEST_F(CoreObjectTest, CapabilitiesTellTheFamiliesAndTheNativeLimit) {
   const std::vector<std::pair<std::string, HelperCapabilities>> expected = {
       {"newer-keys", {.tahoeCharging = true, .tahoeDischarge = true}},
       {"older-pair", {.preTahoeCharging = true, .preTahoeDischarge = true}},
@@ -84,7 +82,7 @@ TEST(CoreObjectTest, CapabilitiesTellTheFamiliesAndTheNativeLimit) {
   }
 }
 
-TEST(CoreObjectTest, NativeChargingIsFalseWithoutAnUsableBackend) {
+TEST_F(CoreObjectTest, NativeChargingIsFalseWithoutAnUsableBackend) {
   using Damage = void (*)(virtualmac::PowerUI&);
   const std::vector<std::pair<std::string, Damage>> damages = {
       {"no framework", [](virtualmac::PowerUI& ui) { ui.frameworkPresent = false; }},
@@ -102,15 +100,14 @@ TEST(CoreObjectTest, NativeChargingIsFalseWithoutAnUsableBackend) {
   }
 }
 
-TEST(CoreObjectTest, CapabilitiesAreProbedOnceAndNeverAgain) {
-  Bench bench;
-  bench.boot();
-  bench.mac().smc.removeKey("CHTE");
-  const auto before = bench.world.callCounts();
+TEST_F(CoreObjectTest, CapabilitiesAreProbedOnceAndNeverAgain) {
+  boot();
+  mac().smc.removeKey("CHTE");
+  const auto before = world.callCounts();
   for (int round = 0; round < 3; ++round) {
-    EXPECT_TRUE(bench.app->capabilityRecord()->tahoeCharging);
+    EXPECT_TRUE(app->capabilityRecord()->tahoeCharging);
   }
-  EXPECT_EQ((bench.world.callCounts() - before)[SeamCall::smcCallStruct], 0U);
+  EXPECT_EQ((world.callCounts() - before)[SeamCall::smcCallStruct], 0U);
 }
 
 /// The locks that are held while the SMC is asked, one entry a call.
@@ -135,36 +132,34 @@ class LocksAroundTheSMC final : public virtualmac::ScheduleObserver {
   World& world;
 };
 
-TEST(CoreObjectTest, CapabilitiesLockIsHeldAcrossTheWholeProbe) {
+TEST_F(CoreObjectTest, CapabilitiesLockIsHeldAcrossTheWholeProbe) {
   // A second caller on the empty cache would wait for the first one's answer.
-  Bench bench;
-  const LocksAroundTheSMC locks(bench);
-  const auto core = HelperImpl::create(bench.world.startBareHelper());
+  const LocksAroundTheSMC locks(*this);
+  const auto core = HelperImpl::create(world.startBareHelper());
   EXPECT_THAT(locks.held,
               ::testing::AllOf(::testing::SizeIs(5),
                                ::testing::Each("com.korvel.app.helper.smc: capabilitiesLock")));
 }
 
-TEST(CoreObjectTest, ReadOnlyCallsAnswerWhileTheHardwareHangs) {
-  Bench bench;
-  bench.boot();
-  bench.world.faults().setLatency(SeamCall::smcCallStruct, 10);
-  bench.charge(90);
-  bench.app->setChargeLimit(80);
-  bench.run(1);
-  const double askedAt = bench.world.now();
-  EXPECT_TRUE(bench.app->await(bench.app->ping()).answered);
-  EXPECT_TRUE(bench.app->await(bench.app->getState()).answered);
-  EXPECT_TRUE(bench.app->await(bench.app->capabilities()).answered);
-  EXPECT_EQ(bench.world.now(), askedAt) << "an answer waited for the hardware";
-  const AppCallRef waits = bench.app->cancelTopUp();
-  bench.run(5);
+TEST_F(CoreObjectTest, ReadOnlyCallsAnswerWhileTheHardwareHangs) {
+  boot();
+  world.faults().setLatency(SeamCall::smcCallStruct, 10);
+  charge(90);
+  app->setChargeLimit(80);
+  run(1);
+  const double askedAt = world.now();
+  EXPECT_TRUE(app->await(app->ping()).answered);
+  EXPECT_TRUE(app->await(app->getState()).answered);
+  EXPECT_TRUE(app->await(app->capabilities()).answered);
+  EXPECT_EQ(world.now(), askedAt) << "an answer waited for the hardware";
+  const AppCallRef waits = app->cancelTopUp();
+  run(5);
   EXPECT_FALSE(waits->over()) << "the queue was not blocked, so the above proves nothing";
-  bench.run(60);
+  run(60);
   EXPECT_TRUE(waits->answered);
 }
 
-TEST(CoreObjectTest, StateIsTheOldOrTheNewRecordNeverAMix) {
+TEST_F(CoreObjectTest, StateIsTheOldOrTheNewRecordNeverAMix) {
   constexpr double start = 788918400;
   std::size_t seen = 0;
   for (std::uint64_t seed = 1; seed <= 25; ++seed) {
@@ -276,14 +271,14 @@ TEST(CallerIdentityOfClientTest, ClientThatIsGoneIsStillServedWithEmptyTexts) {
   EXPECT_THAT(bench.logs(), ElementsAre("default cancelTopUp pid=901 signingID= team= cdHash="));
 }
 
-TEST(CoreObjectTest, WithoutAnSMCTheNativeLimitIsTheOnlyCapability) {
+TEST_F(CoreObjectTest, WithoutAnSMCTheNativeLimitIsTheOnlyCapability) {
   Bench bench("newer-keys-and-native");
   bench.mac().smc.servicePresent = false;
   bench.boot();
   EXPECT_EQ(bench.app->capabilityRecord(), HelperCapabilities{.nativeCharging = true});
 }
 
-TEST(CoreObjectTest, AFileOfALaterHelperKeepsTheLimitWhateverItsOwnKeysHold) {
+TEST_F(CoreObjectTest, AFileOfALaterHelperKeepsTheLimitWhateverItsOwnKeysHold) {
   for (const std::string value : {"1e999", R"("\ud800")", R"([{"chargeLimit":-1e400}])"}) {
     Bench bench;
     bench.charge(75);

@@ -19,305 +19,283 @@ void expectStopped(Bench& bench, DischargeStopReason reason) {
   EXPECT_FALSE(bench.mac().power.sleepDisabled());
 }
 
-TEST(DischargeWatchdogTest, TargetReachedStopsAndTheNextTickPausesTheGate) {
-  Bench bench;
-  bench.bootDischarging();
-  bench.charge(51);
-  bench.run(5);
-  EXPECT_THAT(bench.since("smc log disk"), IsEmpty());
-  bench.charge(50);
-  bench.run(5);
-  EXPECT_THAT(bench.logs(),
-              ElementsAre("default auto-stop discharge: cap=50 ≤ target=50",
-                          "default force-discharge auto-stopped: reason=targetReached"));
-  EXPECT_THAT(bench.since("smc power disk"),
+using DischargeWatchdogTest = OnBench;
+
+TEST_F(DischargeWatchdogTest, TargetReachedStopsAndTheNextTickPausesTheGate) {
+  bootDischarging();
+  charge(51);
+  run(5);
+  EXPECT_THAT(since("smc log disk"), IsEmpty());
+  charge(50);
+  run(5);
+  EXPECT_THAT(logs(), ElementsAre("default auto-stop discharge: cap=50 ≤ target=50",
+                                  "default force-discharge auto-stopped: reason=targetReached"));
+  EXPECT_THAT(since("smc power disk"),
               ElementsAre("smc CHIE <- 00", "power assertion 33001 released",
                           "power assertion 33002 released",
                           ::testing::StartsWith("disk state.json replaced: "
                                                 "forceDischargeActive=false lastDischargeAbortAt="
                                                 "2026-01-01T00:00:10Z lastDischargeAbortReason=")));
-  expectStopped(bench, DischargeStopReason::targetReached);
-  bench.mark();
-  bench.run(5);
-  EXPECT_THAT(bench.since("smc"), ElementsAre("smc CHTE <- 01 00 00 00"));
+  expectStopped(*this, DischargeStopReason::targetReached);
+  mark();
+  run(5);
+  EXPECT_THAT(since("smc"), ElementsAre("smc CHTE <- 01 00 00 00"));
 }
 
-TEST(DischargeWatchdogTest, TwoUnreadableTicksDoNothingAndTheThirdFailsSafe) {
-  Bench bench;
-  bench.bootDischarging();
-  bench.chargeUnreadable();
-  bench.run(10);
-  EXPECT_THAT(bench.since("smc log disk"), IsEmpty());
-  bench.run(5);
-  EXPECT_EQ(bench.logs().front(),
+TEST_F(DischargeWatchdogTest, TwoUnreadableTicksDoNothingAndTheThirdFailsSafe) {
+  bootDischarging();
+  chargeUnreadable();
+  run(10);
+  EXPECT_THAT(since("smc log disk"), IsEmpty());
+  run(5);
+  EXPECT_EQ(logs().front(),
             "fault auto-stop discharge: battery capacity unreadable for 3 consecutive ticks — "
             "failing safe");
-  expectStopped(bench, DischargeStopReason::floorReached);
+  expectStopped(*this, DischargeStopReason::floorReached);
 }
 
-TEST(DischargeWatchdogTest, ReadableTickInBetweenResetsTheCount) {
-  Bench bench;
-  bench.bootDischarging();
-  bench.chargeUnreadable();
-  bench.run(10);
-  bench.charge(69);
-  bench.run(5);
-  bench.chargeUnreadable();
-  bench.run(10);
-  EXPECT_TRUE(bench.state().forceDischargeActive);
-  bench.run(5);
-  expectStopped(bench, DischargeStopReason::floorReached);
+TEST_F(DischargeWatchdogTest, ReadableTickInBetweenResetsTheCount) {
+  bootDischarging();
+  chargeUnreadable();
+  run(10);
+  charge(69);
+  run(5);
+  chargeUnreadable();
+  run(10);
+  EXPECT_TRUE(state().forceDischargeActive);
+  run(5);
+  expectStopped(*this, DischargeStopReason::floorReached);
 }
 
 // The count belongs to the readings, not to one discharge: only a readable tick or a stop by itself
 // resets it.
-TEST(DischargeWatchdogTest, UnreadableTicksBeforeAUserStopCountInTheNextDischarge) {
-  Bench bench;
-  bench.bootDischarging();
-  bench.chargeUnreadable();
-  bench.run(10);
-  ASSERT_EQ(outcome(bench.call(bench.app->forceDischarge(false))), "ok");
-  bench.charge(70);
-  ASSERT_EQ(outcome(bench.call(bench.app->forceDischarge(true))), "ok");
-  bench.chargeUnreadable();
-  bench.run(5);
-  expectStopped(bench, DischargeStopReason::floorReached);
+TEST_F(DischargeWatchdogTest, UnreadableTicksBeforeAUserStopCountInTheNextDischarge) {
+  bootDischarging();
+  chargeUnreadable();
+  run(10);
+  ASSERT_EQ(outcome(call(app->forceDischarge(false))), "ok");
+  charge(70);
+  ASSERT_EQ(outcome(call(app->forceDischarge(true))), "ok");
+  chargeUnreadable();
+  run(5);
+  expectStopped(*this, DischargeStopReason::floorReached);
 }
 
-TEST(DischargeWatchdogTest, UnpluggedAdapterDoesNotStop) {
-  Bench bench;
-  bench.bootDischarging();
-  bench.mac().adapter.disconnect();
-  bench.run(60);
-  EXPECT_TRUE(bench.state().forceDischargeActive);
-  EXPECT_THAT(bench.since("smc log disk"), IsEmpty());
+TEST_F(DischargeWatchdogTest, UnpluggedAdapterDoesNotStop) {
+  bootDischarging();
+  mac().adapter.disconnect();
+  run(60);
+  EXPECT_TRUE(state().forceDischargeActive);
+  EXPECT_THAT(since("smc log disk"), IsEmpty());
 }
 
-TEST(DischargeWatchdogTest, ClosedLidWithoutKeepAwakeStops) {
-  Bench bench;
-  bench.mac().lid.connectDisplay();
-  bench.bootDischarging();
-  bench.mac().lid.close();
-  bench.run(5);
-  EXPECT_EQ(bench.logs().front(),
-            "default auto-stop discharge: lid closed during active discharge");
-  expectStopped(bench, DischargeStopReason::lidClosed);
+TEST_F(DischargeWatchdogTest, ClosedLidWithoutKeepAwakeStops) {
+  mac().lid.connectDisplay();
+  bootDischarging();
+  mac().lid.close();
+  run(5);
+  EXPECT_EQ(logs().front(), "default auto-stop discharge: lid closed during active discharge");
+  expectStopped(*this, DischargeStopReason::lidClosed);
 }
 
-TEST(DischargeWatchdogTest, UnknownLidCountsAsOpen) {
-  Bench bench;
-  bench.mac().lid.connectDisplay();
-  bench.bootDischarging();
-  bench.mac().lid.close();
-  bench.mac().registry.overrideProperty("IOPMrootDomain", "AppleClamshellState", PropertyValue());
-  bench.run(60);
-  EXPECT_TRUE(bench.state().forceDischargeActive);
+TEST_F(DischargeWatchdogTest, UnknownLidCountsAsOpen) {
+  mac().lid.connectDisplay();
+  bootDischarging();
+  mac().lid.close();
+  mac().registry.overrideProperty("IOPMrootDomain", "AppleClamshellState", PropertyValue());
+  run(60);
+  EXPECT_TRUE(state().forceDischargeActive);
 }
 
-TEST(DischargeWatchdogTest, FortyFiveDegreesUnderTheLidStopAndFortyFourDoNot) {
-  Bench bench;
-  bench.mac().lid.connectDisplay();  // Holds off the lid\'s sleep once keep-awake ends.
-  bench.bootArmedDischarge();
-  bench.mac().lid.close();
-  bench.temperature(44.99);
-  bench.run(60);
-  EXPECT_THAT(bench.logs(), IsEmpty());
-  bench.temperature(45);
-  bench.run(5);
-  EXPECT_EQ(bench.logs().front(),
+TEST_F(DischargeWatchdogTest, FortyFiveDegreesUnderTheLidStopAndFortyFourDoNot) {
+  mac().lid.connectDisplay();  // Holds off the lid\'s sleep once keep-awake ends.
+  bootArmedDischarge();
+  mac().lid.close();
+  temperature(44.99);
+  run(60);
+  EXPECT_THAT(logs(), IsEmpty());
+  temperature(45);
+  run(5);
+  EXPECT_EQ(logs().front(),
             "default auto-stop discharge: battery 45°C ≥ 45°C clamshell "
             "thermal cap");
-  expectStopped(bench, DischargeStopReason::clamshellOverheated);
+  expectStopped(*this, DischargeStopReason::clamshellOverheated);
 }
 
-TEST(DischargeWatchdogTest, HeatWithTheLidOpenDoesNotStop) {
-  Bench bench;
-  bench.bootArmedDischarge();
-  bench.temperature(70);
-  bench.run(60);
-  EXPECT_TRUE(bench.state().forceDischargeActive);
+TEST_F(DischargeWatchdogTest, HeatWithTheLidOpenDoesNotStop) {
+  bootArmedDischarge();
+  temperature(70);
+  run(60);
+  EXPECT_TRUE(state().forceDischargeActive);
 }
 
-TEST(DischargeWatchdogTest, UnknownTemperatureDoesNotStop) {
-  Bench bench;
-  bench.bootArmedDischarge();
-  bench.mac().lid.close();
-  bench.temperature(std::nullopt);
-  bench.run(600);
-  EXPECT_TRUE(bench.state().forceDischargeActive);
+TEST_F(DischargeWatchdogTest, UnknownTemperatureDoesNotStop) {
+  bootArmedDischarge();
+  mac().lid.close();
+  temperature(std::nullopt);
+  run(600);
+  EXPECT_TRUE(state().forceDischargeActive);
 }
 
-TEST(DischargeWatchdogTest, AnHourUnderTheLidIsTheCap) {
-  Bench bench;
-  bench.mac().lid.connectDisplay();  // Holds off the lid\'s sleep once keep-awake ends.
-  bench.bootArmedDischarge();
-  bench.temperature(30);
-  bench.run(2);
-  bench.mac().lid.close();
-  bench.run(3);  // The tick at 5 s sees the lid closed for the first time.
-  bench.run(3595);
-  EXPECT_TRUE(bench.state().forceDischargeActive);
-  bench.mark();
-  bench.run(5);
-  EXPECT_EQ(bench.logs().front(),
+TEST_F(DischargeWatchdogTest, AnHourUnderTheLidIsTheCap) {
+  mac().lid.connectDisplay();  // Holds off the lid\'s sleep once keep-awake ends.
+  bootArmedDischarge();
+  temperature(30);
+  run(2);
+  mac().lid.close();
+  run(3);  // The tick at 5 s sees the lid closed for the first time.
+  run(3595);
+  EXPECT_TRUE(state().forceDischargeActive);
+  mark();
+  run(5);
+  EXPECT_EQ(logs().front(),
             "default auto-stop discharge: clamshell lid-closed heat-soak duration cap reached");
-  expectStopped(bench, DischargeStopReason::clamshellTimeout);
+  expectStopped(*this, DischargeStopReason::clamshellTimeout);
 }
 
-TEST(DischargeWatchdogTest, OpeningTheLidResetsTheHeatSoakClock) {
-  Bench bench;
-  bench.mac().lid.connectDisplay();  // Holds off the lid\'s sleep once keep-awake ends.
-  bench.bootArmedDischarge();
-  bench.temperature(30);
-  bench.mac().lid.close();
-  bench.run(3000);
-  bench.mac().lid.open();
-  bench.run(5);
-  bench.mac().lid.close();
-  bench.run(3000);
-  EXPECT_TRUE(bench.state().forceDischargeActive);
-  bench.run(605);
-  expectStopped(bench, DischargeStopReason::clamshellTimeout);
+TEST_F(DischargeWatchdogTest, OpeningTheLidResetsTheHeatSoakClock) {
+  mac().lid.connectDisplay();  // Holds off the lid\'s sleep once keep-awake ends.
+  bootArmedDischarge();
+  temperature(30);
+  mac().lid.close();
+  run(3000);
+  mac().lid.open();
+  run(5);
+  mac().lid.close();
+  run(3000);
+  EXPECT_TRUE(state().forceDischargeActive);
+  run(605);
+  expectStopped(*this, DischargeStopReason::clamshellTimeout);
 }
 
-TEST(DischargeWatchdogTest, ThreePointsAboveTheMinimumMeanThatTheInhibitIsLost) {
-  Bench bench;
-  bench.bootDischarging();
-  bench.charge(52);
-  bench.run(5);
-  bench.charge(54);
-  bench.run(5);
-  EXPECT_THAT(bench.logs(), IsEmpty());
-  bench.charge(55);
-  bench.run(5);
-  EXPECT_EQ(bench.logs().front(),
+TEST_F(DischargeWatchdogTest, ThreePointsAboveTheMinimumMeanThatTheInhibitIsLost) {
+  bootDischarging();
+  charge(52);
+  run(5);
+  charge(54);
+  run(5);
+  EXPECT_THAT(logs(), IsEmpty());
+  charge(55);
+  run(5);
+  EXPECT_EQ(logs().front(),
             "default auto-stop discharge: capacity rebounded to 55% (≥ min 52% + 3) — inhibit "
             "lost, pack is charging");
-  expectStopped(bench, DischargeStopReason::chargeInhibitLost);
+  expectStopped(*this, DischargeStopReason::chargeInhibitLost);
 }
 
 // The charge is also at the target then, which would be the next reason.
-TEST(DischargeWatchdogTest, ReboundIsTheOnlyReasonSaid) {
-  Bench bench;
-  bench.bootDischarging();
-  bench.charge(52);
-  bench.run(5);
-  bench.charge(55);
-  bench.call(bench.app->setChargeLimit(60));
-  EXPECT_THAT(bench.logs(),
-              ElementsAre(audit(bench, "setChargeLimit(60)"),
+TEST_F(DischargeWatchdogTest, ReboundIsTheOnlyReasonSaid) {
+  bootDischarging();
+  charge(52);
+  run(5);
+  charge(55);
+  call(app->setChargeLimit(60));
+  EXPECT_THAT(logs(),
+              ElementsAre(audit(*this, "setChargeLimit(60)"),
                           "default auto-stop discharge: capacity rebounded to 55% (≥ min 52% + 3) "
                           "— inhibit lost, pack is charging",
                           "default force-discharge auto-stopped: reason=chargeInhibitLost"));
-  expectStopped(bench, DischargeStopReason::chargeInhibitLost);
+  expectStopped(*this, DischargeStopReason::chargeInhibitLost);
 }
 
 // The battery is also too warm, and at the floor and the target.
-TEST(DischargeWatchdogTest, HeatSoakIsTheOnlyReasonSaid) {
-  Bench bench;
-  bench.mac().lid.connectDisplay();  // Holds off the lid's sleep once keep-awake ends.
-  bench.bootArmedDischarge();
-  bench.temperature(30);
-  bench.mac().lid.close();
-  bench.run(3600);
-  ASSERT_TRUE(bench.state().forceDischargeActive);
-  bench.temperature(45);
-  bench.charge(30);
-  bench.mark();
-  bench.run(5);
+TEST_F(DischargeWatchdogTest, HeatSoakIsTheOnlyReasonSaid) {
+  mac().lid.connectDisplay();  // Holds off the lid's sleep once keep-awake ends.
+  bootArmedDischarge();
+  temperature(30);
+  mac().lid.close();
+  run(3600);
+  ASSERT_TRUE(state().forceDischargeActive);
+  temperature(45);
+  charge(30);
+  mark();
+  run(5);
   EXPECT_THAT(
-      bench.logs(),
+      logs(),
       ElementsAre("default auto-stop discharge: clamshell lid-closed heat-soak duration cap "
                   "reached",
                   "default clamshell keep-awake DISARMED",
                   "default force-discharge auto-stopped: reason=clamshellTimeout"));
-  expectStopped(bench, DischargeStopReason::clamshellTimeout);
+  expectStopped(*this, DischargeStopReason::clamshellTimeout);
 }
 
-TEST(DischargeWatchdogTest, FloorWithTheLidOpenIsTwenty) {
-  Bench bench;
-  bench.bootDischarging();
-  bench.charge(21);
-  bench.call(bench.app->setChargeLimit(20));
-  bench.mark();
-  bench.run(5);
-  EXPECT_THAT(bench.logs(), IsEmpty());
-  bench.charge(20);
-  bench.run(5);
-  EXPECT_EQ(bench.logs().front(), "default auto-stop discharge: cap=20 ≤ floor=20");
-  expectStopped(bench, DischargeStopReason::floorReached);
+TEST_F(DischargeWatchdogTest, FloorWithTheLidOpenIsTwenty) {
+  bootDischarging();
+  charge(21);
+  call(app->setChargeLimit(20));
+  mark();
+  run(5);
+  EXPECT_THAT(logs(), IsEmpty());
+  charge(20);
+  run(5);
+  EXPECT_EQ(logs().front(), "default auto-stop discharge: cap=20 ≤ floor=20");
+  expectStopped(*this, DischargeStopReason::floorReached);
 }
 
-TEST(DischargeWatchdogTest, FloorWithTheLidClosedIsThirty) {
-  Bench bench;
-  bench.mac().lid.connectDisplay();  // Holds off the lid\'s sleep once keep-awake ends.
-  bench.bootArmedDischarge();
-  bench.temperature(30);
-  bench.call(bench.app->setChargeLimit(20));
-  bench.mac().lid.close();
-  bench.charge(31);
-  bench.run(5);
-  ASSERT_TRUE(bench.state().forceDischargeActive);
-  bench.charge(30);
-  bench.mark();
-  bench.run(5);
-  EXPECT_EQ(bench.logs().front(), "default auto-stop discharge: cap=30 ≤ floor=30");
-  expectStopped(bench, DischargeStopReason::floorReached);
+TEST_F(DischargeWatchdogTest, FloorWithTheLidClosedIsThirty) {
+  mac().lid.connectDisplay();  // Holds off the lid\'s sleep once keep-awake ends.
+  bootArmedDischarge();
+  temperature(30);
+  call(app->setChargeLimit(20));
+  mac().lid.close();
+  charge(31);
+  run(5);
+  ASSERT_TRUE(state().forceDischargeActive);
+  charge(30);
+  mark();
+  run(5);
+  EXPECT_EQ(logs().front(), "default auto-stop discharge: cap=30 ≤ floor=30");
+  expectStopped(*this, DischargeStopReason::floorReached);
 }
 
-TEST(DischargeWatchdogTest, MinimumStartsAfreshWithEveryDischarge) {
-  Bench bench;
-  bench.bootDischarging();
-  bench.charge(52);
-  bench.run(5);
-  bench.call(bench.app->forceDischarge(false));
-  bench.charge(60);
-  bench.call(bench.app->forceDischarge(true));
-  bench.run(30);
-  EXPECT_TRUE(bench.state().forceDischargeActive);
+TEST_F(DischargeWatchdogTest, MinimumStartsAfreshWithEveryDischarge) {
+  bootDischarging();
+  charge(52);
+  run(5);
+  call(app->forceDischarge(false));
+  charge(60);
+  call(app->forceDischarge(true));
+  run(30);
+  EXPECT_TRUE(state().forceDischargeActive);
 }
 
-TEST(DischargeWatchdogTest, StopIgnoresAKeyThatCannotBeWritten) {
-  Bench bench;
-  bench.bootDischarging();
-  bench.mac().smc.key("CHIE")->writeResult = 134;
-  bench.charge(50);
-  bench.run(5);
-  EXPECT_EQ(bench.logs().back(), "default force-discharge auto-stopped: reason=targetReached");
-  EXPECT_FALSE(bench.onDisk().forceDischargeActive);
+TEST_F(DischargeWatchdogTest, StopIgnoresAKeyThatCannotBeWritten) {
+  bootDischarging();
+  mac().smc.key("CHIE")->writeResult = 134;
+  charge(50);
+  run(5);
+  EXPECT_EQ(logs().back(), "default force-discharge auto-stopped: reason=targetReached");
+  EXPECT_FALSE(onDisk().forceDischargeActive);
 }
 
-TEST(DischargeWatchdogTest, GateIsNotEvaluatedWhileADischargeRuns) {
-  Bench bench;
-  bench.bootDischarging();
-  bench.run(300);
-  EXPECT_THAT(bench.since("smc"), IsEmpty()) << "70 % is above the limit of 50";
+TEST_F(DischargeWatchdogTest, GateIsNotEvaluatedWhileADischargeRuns) {
+  bootDischarging();
+  run(300);
+  EXPECT_THAT(since("smc"), IsEmpty()) << "70 % is above the limit of 50";
 }
 
-TEST(DischargeWatchdogTest, SteadyTickOfADischargeOnlyReads) {
-  Bench bench;
-  bench.bootDischarging();
-  bench.run(5);
-  const auto before = bench.world.callCounts();
-  bench.run(5);
-  EXPECT_EQ((bench.world.callCounts() - before).text(),
+TEST_F(DischargeWatchdogTest, SteadyTickOfADischargeOnlyReads) {
+  bootDischarging();
+  run(5);
+  const auto before = world.callCounts();
+  run(5);
+  EXPECT_EQ((world.callCounts() - before).text(),
             "registryGetMatchingService 1, registryCreateProperty 1, registryObjectRelease 1, "
             "powerSourcesCopyInfo 1, powerSourcesCopyList 1, powerSourcesGetDescription 1, "
             "powerSourcesRelease 2");
 }
 
-TEST(DischargeWatchdogTest, TemperatureIsReadOnlyUnderAClosedLidWithKeepAwake) {
-  Bench bench;
-  bench.bootArmedDischarge();
-  bench.run(5);
-  auto before = bench.world.callCounts();
-  bench.run(5);
-  EXPECT_EQ((bench.world.callCounts() - before)[SeamCall::registryCreateProperties], 0U);
-  bench.mac().lid.close();
-  bench.run(5);
-  before = bench.world.callCounts();
-  bench.run(5);
-  EXPECT_GE((bench.world.callCounts() - before)[SeamCall::registryCreateProperties], 1U);
+TEST_F(DischargeWatchdogTest, TemperatureIsReadOnlyUnderAClosedLidWithKeepAwake) {
+  bootArmedDischarge();
+  run(5);
+  auto before = world.callCounts();
+  run(5);
+  EXPECT_EQ((world.callCounts() - before)[SeamCall::registryCreateProperties], 0U);
+  mac().lid.close();
+  run(5);
+  before = world.callCounts();
+  run(5);
+  EXPECT_GE((world.callCounts() - before)[SeamCall::registryCreateProperties], 1U);
 }
 
 }  // namespace

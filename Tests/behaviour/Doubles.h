@@ -11,60 +11,9 @@
 #include "Platform/CodeSigning.h"
 #include "Platform/Platform.h"
 #include "Platform/RootPowerDomain.h"
+#include "Tests/PlatformWith.h"
 
 namespace korvel::test {
-
-/// The same platform with another implementation in one place.
-inline Platform with(const Platform& base, CodeSigning& signing) {
-  return {base.smc,        base.registry,    base.powerSources, base.assertions, base.powerSettings,
-          base.rootDomain, base.smartCharge, base.files,        base.dispatch,   base.clock,
-          base.log,        signing,          base.xpc,          base.process};
-}
-inline Platform with(const Platform& base, Dispatch& dispatch, XPCService& xpc) {
-  return {base.smc,
-          base.registry,
-          base.powerSources,
-          base.assertions,
-          base.powerSettings,
-          base.rootDomain,
-          base.smartCharge,
-          base.files,
-          dispatch,
-          base.clock,
-          base.log,
-          base.codeSigning,
-          xpc,
-          base.process};
-}
-
-inline Platform with(const Platform& base, RootPowerDomain& rootDomain) {
-  return {base.smc,   base.registry,    base.powerSources, base.assertions, base.powerSettings,
-          rootDomain, base.smartCharge, base.files,        base.dispatch,   base.clock,
-          base.log,   base.codeSigning, base.xpc,          base.process};
-}
-
-inline Platform with(const Platform& base, Process& process) {
-  return {base.smc,        base.registry,    base.powerSources, base.assertions, base.powerSettings,
-          base.rootDomain, base.smartCharge, base.files,        base.dispatch,   base.clock,
-          base.log,        base.codeSigning, base.xpc,          process};
-}
-
-inline Platform with(const Platform& base, Dispatch& dispatch, UnifiedLog& log) {
-  return {base.smc,
-          base.registry,
-          base.powerSources,
-          base.assertions,
-          base.powerSettings,
-          base.rootDomain,
-          base.smartCharge,
-          base.files,
-          dispatch,
-          base.clock,
-          log,
-          base.codeSigning,
-          base.xpc,
-          base.process};
-}
 
 /// A root domain whose messages a test sends itself, on its own thread.
 class ScriptedRootDomain final : public RootPowerDomain {

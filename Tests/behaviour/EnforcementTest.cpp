@@ -12,120 +12,114 @@ namespace {
 constexpr const char* paused = "01 00 00 00";
 constexpr const char* resumed = "00 00 00 00";
 
-TEST(EnforcementTest, PausesAtExactlyTheLimit) {
-  Bench bench;
-  bench.bootWithLimit(80);
-  bench.charge(80);
-  bench.run(5);
-  EXPECT_EQ(bench.key("CHTE"), paused);
-  EXPECT_THAT(bench.logs(), ElementsAre("default charge enforcement pause:ok"));
+using EnforcementTest = OnBench;
+
+TEST_F(EnforcementTest, PausesAtExactlyTheLimit) {
+  bootWithLimit(80);
+  charge(80);
+  run(5);
+  EXPECT_EQ(key("CHTE"), paused);
+  EXPECT_THAT(logs(), ElementsAre("default charge enforcement pause:ok"));
 }
 
-TEST(EnforcementTest, HoldsInsideTheBandAndResumesOneBelowIt) {
-  Bench bench;
-  bench.bootWithLimit(80);
-  bench.charge(85);
-  bench.run(5);
-  ASSERT_EQ(bench.key("CHTE"), paused);
+TEST_F(EnforcementTest, HoldsInsideTheBandAndResumesOneBelowIt) {
+  bootWithLimit(80);
+  charge(85);
+  run(5);
+  ASSERT_EQ(key("CHTE"), paused);
   for (const int percent : {79, 77, 75}) {
-    bench.charge(percent);
-    bench.run(5);
-    EXPECT_EQ(bench.key("CHTE"), paused) << percent;
+    charge(percent);
+    run(5);
+    EXPECT_EQ(key("CHTE"), paused) << percent;
   }
-  bench.charge(74);
-  bench.run(5);
-  EXPECT_EQ(bench.key("CHTE"), resumed);
+  charge(74);
+  run(5);
+  EXPECT_EQ(key("CHTE"), resumed);
   for (const int percent : {75, 79}) {
-    bench.charge(percent);
-    bench.run(5);
-    EXPECT_EQ(bench.key("CHTE"), resumed) << percent;
+    charge(percent);
+    run(5);
+    EXPECT_EQ(key("CHTE"), resumed) << percent;
   }
-  EXPECT_THAT(bench.logs(), ElementsAre("default charge enforcement pause:ok",
-                                        "default charge enforcement resume:ok"));
+  EXPECT_THAT(logs(), ElementsAre("default charge enforcement pause:ok",
+                                  "default charge enforcement resume:ok"));
 }
 
-TEST(EnforcementTest, TicksAtOnceAndThenEveryFiveSeconds) {
-  Bench bench;
-  bench.charge(60);
-  bench.boot();
-  bench.run(1.5);
+TEST_F(EnforcementTest, TicksAtOnceAndThenEveryFiveSeconds) {
+  charge(60);
+  boot();
+  run(1.5);
   std::vector<double> ticks;
-  bench.world.faults().observe([&](SeamCall call) {
-    if (call == SeamCall::powerSourcesCopyInfo) ticks.push_back(bench.world.now());
+  world.faults().observe([&](SeamCall call) {
+    if (call == SeamCall::powerSourcesCopyInfo) ticks.push_back(world.now());
   });
-  bench.call(bench.app->setChargeLimit(80));
-  bench.run(16);
+  call(app->setChargeLimit(80));
+  run(16);
   EXPECT_THAT(ticks, ElementsAre(1.5, 6.5, 11.5, 16.5));
 }
 
-TEST(EnforcementTest, UnpluggedAdapterMeansNoWriteEvenAboveTheLimit) {
-  Bench bench;
-  bench.bootWithLimit(50);
-  bench.charge(90);
-  bench.mac().adapter.disconnect();
-  bench.run(30);
-  EXPECT_THAT(bench.since("smc"), IsEmpty());
-  EXPECT_THAT(bench.logs(), IsEmpty());
+TEST_F(EnforcementTest, UnpluggedAdapterMeansNoWriteEvenAboveTheLimit) {
+  bootWithLimit(50);
+  charge(90);
+  mac().adapter.disconnect();
+  run(30);
+  EXPECT_THAT(since("smc"), IsEmpty());
+  EXPECT_THAT(logs(), IsEmpty());
 }
 
-TEST(EnforcementTest, UnknownAdapterOrChargeMeansNoWrite) {
-  Bench bench;
-  bench.bootWithLimit(50);
-  bench.chargeUnreadable();
-  bench.run(30);
-  bench.charge(90);
-  bench.adapterUnknown();
-  bench.run(30);
-  EXPECT_THAT(bench.since("smc"), IsEmpty());
-  EXPECT_THAT(bench.logs(), IsEmpty());
+TEST_F(EnforcementTest, UnknownAdapterOrChargeMeansNoWrite) {
+  bootWithLimit(50);
+  chargeUnreadable();
+  run(30);
+  charge(90);
+  adapterUnknown();
+  run(30);
+  EXPECT_THAT(since("smc"), IsEmpty());
+  EXPECT_THAT(logs(), IsEmpty());
 }
 
-TEST(EnforcementTest, HandsBackAtHundredEvenOnBatteryAndWithoutAReading) {
-  Bench bench;
-  bench.mac().smc.setValue("CHTE", {1, 0, 0, 0});
-  bench.chargeUnreadable();
-  bench.mac().adapter.disconnect();
-  bench.boot();
-  bench.call(bench.app->setChargeLimit(100));
-  EXPECT_EQ(bench.key("CHTE"), resumed);
-  EXPECT_EQ(bench.logs().back(),
+TEST_F(EnforcementTest, HandsBackAtHundredEvenOnBatteryAndWithoutAReading) {
+  mac().smc.setValue("CHTE", {1, 0, 0, 0});
+  chargeUnreadable();
+  mac().adapter.disconnect();
+  boot();
+  call(app->setChargeLimit(100));
+  EXPECT_EQ(key("CHTE"), resumed);
+  EXPECT_EQ(logs().back(),
             "default 100% target — returned charging to macOS and stopped enforcement");
 }
 
-TEST(EnforcementTest, HandBackRetriesSilentlyUntilItSucceeds) {
-  Bench bench;
-  bench.mac().smc.setValue("CHTE", {1, 0, 0, 0});
-  bench.mac().smc.key("CHTE")->writeResult = 134;
-  bench.boot();
-  bench.call(bench.app->setChargeLimit(100));
-  bench.mark();
-  bench.run(10);
-  EXPECT_THAT(bench.since("smc"), ElementsAre("smc CHTE <- 00 00 00 00 refused (result 134)",
-                                              "smc CHTE <- 00 00 00 00 refused (result 134)"));
-  EXPECT_THAT(bench.logs(), IsEmpty()) << "a failed hand-back is not reported";
-  bench.mac().smc.key("CHTE")->writeResult.reset();
-  bench.run(5);
-  EXPECT_EQ(bench.logs().back(),
+TEST_F(EnforcementTest, HandBackRetriesSilentlyUntilItSucceeds) {
+  mac().smc.setValue("CHTE", {1, 0, 0, 0});
+  mac().smc.key("CHTE")->writeResult = 134;
+  boot();
+  call(app->setChargeLimit(100));
+  mark();
+  run(10);
+  EXPECT_THAT(since("smc"), ElementsAre("smc CHTE <- 00 00 00 00 refused (result 134)",
+                                        "smc CHTE <- 00 00 00 00 refused (result 134)"));
+  EXPECT_THAT(logs(), IsEmpty()) << "a failed hand-back is not reported";
+  mac().smc.key("CHTE")->writeResult.reset();
+  run(5);
+  EXPECT_EQ(logs().back(),
             "default 100% target — returned charging to macOS and stopped enforcement");
 }
 
-TEST(EnforcementTest, HandBackKeepsRunningWhileTheResumeIsNotVerified) {
-  Bench bench;
-  bench.mac().smc.setValue("CHTE", {1, 0, 0, 0});
-  bench.mac().smc.key("CHTE")->silentlyRefuses = true;
-  bench.boot();
-  bench.call(bench.app->setChargeLimit(100));
-  bench.mark();
-  bench.run(10);
-  EXPECT_EQ(bench.since("smc").size(), 2U);
-  EXPECT_THAT(bench.logs(), IsEmpty());
-  bench.mac().smc.key("CHTE")->silentlyRefuses = false;
-  bench.run(5);
-  EXPECT_EQ(bench.logs().back(),
+TEST_F(EnforcementTest, HandBackKeepsRunningWhileTheResumeIsNotVerified) {
+  mac().smc.setValue("CHTE", {1, 0, 0, 0});
+  mac().smc.key("CHTE")->silentlyRefuses = true;
+  boot();
+  call(app->setChargeLimit(100));
+  mark();
+  run(10);
+  EXPECT_EQ(since("smc").size(), 2U);
+  EXPECT_THAT(logs(), IsEmpty());
+  mac().smc.key("CHTE")->silentlyRefuses = false;
+  run(5);
+  EXPECT_EQ(logs().back(),
             "default 100% target — returned charging to macOS and stopped enforcement");
 }
 
-TEST(EnforcementTest, OlderPairIsWrittenInOrderAndBothHalvesAlways) {
+TEST_F(EnforcementTest, OlderPairIsWrittenInOrderAndBothHalvesAlways) {
   Bench bench("older-pair");
   bench.bootWithLimit(50);
   bench.charge(70);
@@ -144,7 +138,7 @@ TEST(EnforcementTest, OlderPairIsWrittenInOrderAndBothHalvesAlways) {
                           "smcResult=134) — limit is NOT being applied"));
 }
 
-TEST(EnforcementTest, OlderPairReportsTheFirstFailureElseTheSecond) {
+TEST_F(EnforcementTest, OlderPairReportsTheFirstFailureElseTheSecond) {
   Bench bench("older-pair");
   bench.bootWithLimit(50);
   bench.charge(70);
@@ -157,7 +151,7 @@ TEST(EnforcementTest, OlderPairReportsTheFirstFailureElseTheSecond) {
   EXPECT_THAT(bench.logs().back(), ::testing::HasSubstr("smcResult=131"));
 }
 
-TEST(EnforcementTest, MachineWithBothFamiliesUsesOnlyTheNewerKey) {
+TEST_F(EnforcementTest, MachineWithBothFamiliesUsesOnlyTheNewerKey) {
   Bench bench("both-families");
   bench.bootWithLimit(50);
   bench.charge(70);
@@ -168,7 +162,7 @@ TEST(EnforcementTest, MachineWithBothFamiliesUsesOnlyTheNewerKey) {
               ElementsAre("smc CHTE <- 01 00 00 00", "smc CHTE <- 00 00 00 00"));
 }
 
-TEST(EnforcementTest, NativeLimitIsTheSavedLimitWhenPausedAndNoneWhenResumed) {
+TEST_F(EnforcementTest, NativeLimitIsTheSavedLimitWhenPausedAndNoneWhenResumed) {
   Bench bench("native-only");
   bench.bootWithLimit(85);
   bench.charge(90);
@@ -181,7 +175,7 @@ TEST(EnforcementTest, NativeLimitIsTheSavedLimitWhenPausedAndNoneWhenResumed) {
                                         "default charge enforcement resume:ok"));
 }
 
-TEST(EnforcementTest, NativePauseUsesTheRecordsLimitNotTheLoopsTarget) {
+TEST_F(EnforcementTest, NativePauseUsesTheRecordsLimitNotTheLoopsTarget) {
   Bench bench("native-only");
   bench.bootWithLimit(80);
   bench.charge(95);
@@ -194,7 +188,7 @@ TEST(EnforcementTest, NativePauseUsesTheRecordsLimitNotTheLoopsTarget) {
   EXPECT_EQ(bench.mac().powerUI.currentLimit(), 80);
 }
 
-TEST(EnforcementTest, NativeFailureIsAFaultAFalseFlagAndAnOutcome) {
+TEST_F(EnforcementTest, NativeFailureIsAFaultAFalseFlagAndAnOutcome) {
   Bench bench("native-only");
   bench.bootWithLimit(80);
   bench.charge(90);
@@ -210,7 +204,7 @@ TEST(EnforcementTest, NativeFailureIsAFaultAFalseFlagAndAnOutcome) {
   EXPECT_FALSE(bench.state().lastWriteVerified);
 }
 
-TEST(EnforcementTest, NativeLimitThatReadsBackDifferentlyIsUnverifiedButOk) {
+TEST_F(EnforcementTest, NativeLimitThatReadsBackDifferentlyIsUnverifiedButOk) {
   Bench bench("native-only");
   bench.bootWithLimit(80);
   bench.charge(90);
@@ -220,7 +214,7 @@ TEST(EnforcementTest, NativeLimitThatReadsBackDifferentlyIsUnverifiedButOk) {
   EXPECT_FALSE(bench.state().lastWriteVerified);
 }
 
-TEST(EnforcementTest, MachineWithoutAnyControlFailsAndSaysSoOnce) {
+TEST_F(EnforcementTest, MachineWithoutAnyControlFailsAndSaysSoOnce) {
   Bench bench("no-control");
   bench.bootWithLimit(50);
   bench.charge(70);
@@ -236,20 +230,19 @@ TEST(EnforcementTest, MachineWithoutAnyControlFailsAndSaysSoOnce) {
                           "NOT being applied"));
 }
 
-TEST(EnforcementTest, OutcomeIsLoggedOnlyWhenItChanges) {
-  Bench bench;
-  bench.bootWithLimit(50);
-  bench.charge(70);
-  bench.run(60);
-  bench.mac().smc.setValue("CHTE", {0, 0, 0, 0});
-  bench.mac().smc.key("CHTE")->writeResult = 134;
-  bench.run(60);
-  bench.mac().smc.key("CHTE")->writeResult = 130;
-  bench.run(60);
-  bench.mac().smc.key("CHTE")->writeResult.reset();
-  bench.run(60);
+TEST_F(EnforcementTest, OutcomeIsLoggedOnlyWhenItChanges) {
+  bootWithLimit(50);
+  charge(70);
+  run(60);
+  mac().smc.setValue("CHTE", {0, 0, 0, 0});
+  mac().smc.key("CHTE")->writeResult = 134;
+  run(60);
+  mac().smc.key("CHTE")->writeResult = 130;
+  run(60);
+  mac().smc.key("CHTE")->writeResult.reset();
+  run(60);
   Lines outcomes;
-  for (const std::string& line : bench.logs()) {
+  for (const std::string& line : logs()) {
     if (line.find("charge enforcement") != std::string::npos) outcomes.push_back(line);
   }
   EXPECT_THAT(outcomes,
@@ -261,21 +254,20 @@ TEST(EnforcementTest, OutcomeIsLoggedOnlyWhenItChanges) {
                           "default charge enforcement pause:ok"));
 }
 
-TEST(EnforcementTest, LoopKeepsTheTargetOfItsStartWhenOnlyTheRecordChanges) {
-  Bench bench;
-  bench.bootWithLimit(80);
-  bench.charge(70);
-  bench.run(5);
-  bench.mac().disk.replaceFails = true;
-  bench.call(bench.app->setChargeLimit(60));
-  EXPECT_EQ(bench.state().chargeLimit, 80);
-  EXPECT_EQ(bench.key("CHTE"), paused) << "the loop runs with 60 though the record says 80";
-  bench.mark();
-  bench.run(30);
-  EXPECT_EQ(bench.key("CHTE"), paused);
+TEST_F(EnforcementTest, LoopKeepsTheTargetOfItsStartWhenOnlyTheRecordChanges) {
+  bootWithLimit(80);
+  charge(70);
+  run(5);
+  mac().disk.replaceFails = true;
+  call(app->setChargeLimit(60));
+  EXPECT_EQ(state().chargeLimit, 80);
+  EXPECT_EQ(key("CHTE"), paused) << "the loop runs with 60 though the record says 80";
+  mark();
+  run(30);
+  EXPECT_EQ(key("CHTE"), paused);
 }
 
-TEST(EnforcementTest, TargetOutOfRangeStopsTheLoop) {
+TEST_F(EnforcementTest, TargetOutOfRangeStopsTheLoop) {
   // Only a discharge starts a loop on whatever the record says.
   for (const int target : {10, 19, 101}) {
     Bench bench;
@@ -291,7 +283,7 @@ TEST(EnforcementTest, TargetOutOfRangeStopsTheLoop) {
   }
 }
 
-TEST(EnforcementTest, TargetOutOfRangeWritesNothing) {
+TEST_F(EnforcementTest, TargetOutOfRangeWritesNothing) {
   // Cancelling a top-off also starts a loop on whatever the record says, and no discharge runs.
   for (const int target : {-5, 10, 19, 101}) {
     Bench bench;
@@ -309,28 +301,26 @@ TEST(EnforcementTest, TargetOutOfRangeWritesNothing) {
   }
 }
 
-TEST(EnforcementTest, HeatPauseIsNeverSetByAnything) {
-  Bench bench;
-  bench.mac().lid.connectDisplay();
-  bench.bootArmedDischarge();
-  bench.temperature(60);
-  bench.mac().lid.close();
-  bench.run(60);
-  EXPECT_FALSE(bench.state().heatPauseActive);
-  bench.charge(95);
-  bench.run(60);
-  bench.call(bench.app->releaseLimitUntilFullThenRestore());
-  bench.run(60);
-  EXPECT_FALSE(bench.onDisk().heatPauseActive);
+TEST_F(EnforcementTest, HeatPauseIsNeverSetByAnything) {
+  mac().lid.connectDisplay();
+  bootArmedDischarge();
+  temperature(60);
+  mac().lid.close();
+  run(60);
+  EXPECT_FALSE(state().heatPauseActive);
+  charge(95);
+  run(60);
+  call(app->releaseLimitUntilFullThenRestore());
+  run(60);
+  EXPECT_FALSE(onDisk().heatPauseActive);
 }
 
-TEST(EnforcementTest, FailedCapabilityKeyIsRetriedOnEveryTick) {
-  Bench bench;
-  bench.bootWithLimit(50);
-  bench.charge(70);
-  bench.mac().smc.key("CHTE")->writeResult = 134;
-  bench.run(15);
-  EXPECT_EQ(bench.mac().smc.writeCount("CHTE"), 3U);
+TEST_F(EnforcementTest, FailedCapabilityKeyIsRetriedOnEveryTick) {
+  bootWithLimit(50);
+  charge(70);
+  mac().smc.key("CHTE")->writeResult = 134;
+  run(15);
+  EXPECT_EQ(mac().smc.writeCount("CHTE"), 3U);
 }
 
 /// One world per band (only the record carries one), every zone's edges of several limits.

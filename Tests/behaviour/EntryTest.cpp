@@ -12,12 +12,13 @@
 namespace korvel::test {
 namespace {
 
-TEST(EntryTest, FirstStartWritesTheseLinesInThisOrder) {
-  Bench bench;
-  bench.world.startHelper();
-  bench.world.runUntilIdle();
+using EntryTest = OnBench;
+
+TEST_F(EntryTest, FirstStartWritesTheseLinesInThisOrder) {
+  world.startHelper();
+  world.runUntilIdle();
   EXPECT_THAT(
-      bench.since("log disk"),
+      since("log disk"),
       ElementsAre(
           "log Boot default \"KorvelHelper starting pid=501 team=ABCDE12345\"",
           "log Persistence default \"state.json missing — first run or post-uninstall reinstall; "
@@ -27,14 +28,13 @@ TEST(EntryTest, FirstStartWritesTheseLinesInThisOrder) {
           "tahoeD=1 preTahoeD=0\"",
           ::testing::StartsWith("log SystemPower default \"system power observer registered"),
           ::testing::StartsWith("disk state.json created: chargeLimit=80")));
-  EXPECT_TRUE(bench.world.helperRunning());
+  EXPECT_TRUE(world.helperRunning());
 }
 
-TEST(EntryTest, CoreThenListenerThenSignalsThenTheMainLoop) {
-  Bench bench;
-  Platform& real = bench.world.startBareHelper();
+TEST_F(EntryTest, CoreThenListenerThenSignalsThenTheMainLoop) {
+  Platform& real = world.startBareHelper();
   RecordingHost host(real.dispatch, real.xpc);
-  Platform platform = with(real, host, host);
+  Platform platform = with(real, host);
   EXPECT_EQ(runHelper(platform), 0) << "a main loop that returns ends the entry with 0";
   EXPECT_THAT(host.steps, ElementsAre("source 6", "handler 6", "resume 6", "ignore 6",
                                       "listener com.korvel.app.helper", "delegate",
@@ -44,11 +44,10 @@ TEST(EntryTest, CoreThenListenerThenSignalsThenTheMainLoop) {
       << "each source is resumed before the default action is taken away";
 }
 
-TEST(EntryTest, QueuesHaveTheirPublishedLabels) {
-  Bench bench;
-  Platform& real = bench.world.startBareHelper();
+TEST_F(EntryTest, QueuesHaveTheirPublishedLabels) {
+  Platform& real = world.startBareHelper();
   RecordingHost host(real.dispatch, real.xpc);
-  Platform platform = with(real, host, host);
+  Platform platform = with(real, host);
   runHelper(platform);
   EXPECT_THAT(host.queues, ElementsAre("com.korvel.app.helper.smc", "com.korvel.app.helper.iopm"));
 }
@@ -71,57 +70,56 @@ void expectGracefulEnd(int signal, const std::string& name) {
                           "proc helper 501 exited 0"));
 }
 
-TEST(EntryTest, SigtermWhenIdleRestoresAndExitsWithZero) { expectGracefulEnd(SIGTERM, "SIGTERM"); }
-
-TEST(EntryTest, SigintDoesTheSameUnderItsOwnName) { expectGracefulEnd(SIGINT, "SIGINT"); }
-
-TEST(EntryTest, SecondSigtermDuringShutdownDoesNotKill) {
-  Bench bench;
-  bench.boot();
-  bench.world.faults().setLatency(SeamCall::smcCallStruct, 1);
-  bench.world.sendSignal(SIGTERM);
-  bench.run(0.1);
-  ASSERT_TRUE(bench.world.helperRunning());
-  bench.world.sendSignal(SIGTERM);
-  bench.run(0.3);
-  EXPECT_TRUE(bench.world.helperRunning());
-  bench.run(0.2);
-  EXPECT_EQ(bench.world.exitStatus(), 0);
-  EXPECT_THAT(bench.logs("Boot"), ElementsAre("default SIGTERM — shutting down gracefully"));
+TEST_F(EntryTest, SigtermWhenIdleRestoresAndExitsWithZero) {
+  expectGracefulEnd(SIGTERM, "SIGTERM");
 }
 
-TEST(EntryTest, OtherSignalsAreNotHandled) {
-  Bench bench;
-  bench.boot();
-  bench.world.sendSignal(SIGHUP);
-  bench.world.runUntilIdle();
-  EXPECT_FALSE(bench.world.helperRunning());
-  EXPECT_EQ(bench.world.exitStatus(), std::nullopt);
+TEST_F(EntryTest, SigintDoesTheSameUnderItsOwnName) { expectGracefulEnd(SIGINT, "SIGINT"); }
+
+TEST_F(EntryTest, SecondSigtermDuringShutdownDoesNotKill) {
+  boot();
+  world.faults().setLatency(SeamCall::smcCallStruct, 1);
+  world.sendSignal(SIGTERM);
+  run(0.1);
+  ASSERT_TRUE(world.helperRunning());
+  world.sendSignal(SIGTERM);
+  run(0.3);
+  EXPECT_TRUE(world.helperRunning());
+  run(0.2);
+  EXPECT_EQ(world.exitStatus(), 0);
+  EXPECT_THAT(logs("Boot"), ElementsAre("default SIGTERM — shutting down gracefully"));
 }
 
-TEST(EntryTest, HelperWithoutATeamStartsAndAcceptsNobody) {
-  Bench bench;
-  bench.mac().signatures.setPath(*bench.mac().bundleExecutablePath, "ad-hoc");
-  bench.world.startHelper();
-  bench.world.runUntilIdle();
-  EXPECT_THAT(bench.logs("Boot"), ElementsAre("default KorvelHelper starting pid=501 team="));
-  bench.mark();
+TEST_F(EntryTest, OtherSignalsAreNotHandled) {
+  boot();
+  world.sendSignal(SIGHUP);
+  world.runUntilIdle();
+  EXPECT_FALSE(world.helperRunning());
+  EXPECT_EQ(world.exitStatus(), std::nullopt);
+}
+
+TEST_F(EntryTest, HelperWithoutATeamStartsAndAcceptsNobody) {
+  mac().signatures.setPath(*mac().bundleExecutablePath, "ad-hoc");
+  world.startHelper();
+  world.runUntilIdle();
+  EXPECT_THAT(logs("Boot"), ElementsAre("default KorvelHelper starting pid=501 team="));
+  mark();
   for (int attempt = 0; attempt < 2; ++attempt) {
-    const auto client = bench.world.connectApp();
+    const auto client = world.connectApp();
     const AppCallRef ping = client->ping();
-    bench.world.runUntilIdle();
+    world.runUntilIdle();
     EXPECT_TRUE(ping->failed);
   }
   EXPECT_THAT(
-      bench.since("log"),
+      since("log"),
       ElementsAre("log Listener fault \"Release build with unreadable Team ID — refusing XPC "
                   "connection\"",
                   "log Listener fault \"Release build with unreadable Team ID — refusing XPC "
                   "connection\""));
-  EXPECT_TRUE(bench.world.helperRunning());
+  EXPECT_TRUE(world.helperRunning());
 }
 
-TEST(EntryTest, AcceptableAppVersionIsPublished) {
+TEST_F(EntryTest, AcceptableAppVersionIsPublished) {
   EXPECT_EQ(minimumAcceptableAppVersion, "2.0.0");
 }
 

@@ -9,14 +9,15 @@ constexpr const char* lidRefusal =
     "failed 503 Open the lid to start force-discharge — clamshell mode is unsafe with the adapter "
     "inflow disabled on this Mac.";
 
-TEST(ForceDischargeTest, StartInhibitsTheInflowHoldsTheMacAwakeAndRecordsIt) {
-  Bench bench;
-  bench.bootWithLimit(50);
-  bench.charge(70);
-  bench.run(2);
-  bench.mark();
-  EXPECT_EQ(outcome(bench.call(bench.app->forceDischarge(true))), "ok");
-  EXPECT_THAT(bench.since("smc disk power reply"),
+using ForceDischargeTest = OnBench;
+
+TEST_F(ForceDischargeTest, StartInhibitsTheInflowHoldsTheMacAwakeAndRecordsIt) {
+  bootWithLimit(50);
+  charge(70);
+  run(2);
+  mark();
+  EXPECT_EQ(outcome(call(app->forceDischarge(true))), "ok");
+  EXPECT_THAT(since("smc disk power reply"),
               ElementsAre("smc CHIE <- 08",
                           "power assertion 33001 created PreventUserIdleSystemSleep \"Korvel: "
                           "force-discharge\" (pid 501, 14400 s)",
@@ -25,103 +26,93 @@ TEST(ForceDischargeTest, StartInhibitsTheInflowHoldsTheMacAwakeAndRecordsIt) {
                           "disk state.json replaced: forceDischargeActive=true "
                           "lastWriteAt=2026-01-01T00:00:02Z",
                           "reply forceDischarge ok"));
-  EXPECT_THAT(bench.logs(), ElementsAre(audit(bench, "forceDischarge(1)")))
+  EXPECT_THAT(logs(), ElementsAre(audit(*this, "forceDischarge(1)")))
       << "a running loop is left as it is";
 }
 
-TEST(ForceDischargeTest, StartArmsTheWatchdogWhenNoLoopRuns) {
-  Bench bench;
-  bench.saveState(HelperState());
-  bench.charge(90);
-  bench.boot();
-  EXPECT_EQ(outcome(bench.call(bench.app->forceDischarge(true))), "ok");
-  EXPECT_EQ(bench.logs().back(),
-            "default forceDischarge: arming watchdog polling loop at limit=80");
-  bench.charge(80);
-  bench.run(5);
-  EXPECT_EQ(bench.logs().back(), "default force-discharge auto-stopped: reason=targetReached");
+TEST_F(ForceDischargeTest, StartArmsTheWatchdogWhenNoLoopRuns) {
+  saveState(HelperState());
+  charge(90);
+  boot();
+  EXPECT_EQ(outcome(call(app->forceDischarge(true))), "ok");
+  EXPECT_EQ(logs().back(), "default forceDischarge: arming watchdog polling loop at limit=80");
+  charge(80);
+  run(5);
+  EXPECT_EQ(logs().back(), "default force-discharge auto-stopped: reason=targetReached");
 }
 
-TEST(ForceDischargeTest, StartAtTwentyOneSucceedsAndAtTwentyNamesTheFloorTwice) {
-  Bench bench;
-  bench.charge(20);
-  bench.boot();
-  bench.call(bench.app->setChargeLimit(20));
-  EXPECT_EQ(outcome(bench.call(bench.app->forceDischarge(true))),
+TEST_F(ForceDischargeTest, StartAtTwentyOneSucceedsAndAtTwentyNamesTheFloorTwice) {
+  charge(20);
+  boot();
+  call(app->setChargeLimit(20));
+  EXPECT_EQ(outcome(call(app->forceDischarge(true))),
             "failed 400 Battery is at 20% — below the 20% safety floor for force-discharge.");
-  bench.charge(21);
-  EXPECT_EQ(outcome(bench.call(bench.app->forceDischarge(true))), "ok");
+  charge(21);
+  EXPECT_EQ(outcome(call(app->forceDischarge(true))), "ok");
 }
 
-TEST(ForceDischargeTest, StartUnderAClosedLidHasAFloorOfThirty) {
-  Bench bench;
-  bench.mac().lid.connectDisplay();
-  bench.bootWithLimit(20);
-  bench.call(bench.app->setClamshellKeepAwake(true));
-  bench.mac().lid.close();
-  bench.charge(30);
-  EXPECT_EQ(outcome(bench.call(bench.app->forceDischarge(true))),
+TEST_F(ForceDischargeTest, StartUnderAClosedLidHasAFloorOfThirty) {
+  mac().lid.connectDisplay();
+  bootWithLimit(20);
+  call(app->setClamshellKeepAwake(true));
+  mac().lid.close();
+  charge(30);
+  EXPECT_EQ(outcome(call(app->forceDischarge(true))),
             "failed 400 Battery is at 30% — below the 30% safety floor for force-discharge.");
-  bench.charge(31);
-  EXPECT_EQ(outcome(bench.call(bench.app->forceDischarge(true))), "ok");
+  charge(31);
+  EXPECT_EQ(outcome(call(app->forceDischarge(true))), "ok");
 }
 
-TEST(ForceDischargeTest, StartAtTheLimitNamesTheLimit) {
-  Bench bench;
-  bench.bootWithLimit(80);
-  bench.charge(80);
-  EXPECT_EQ(outcome(bench.call(bench.app->forceDischarge(true))),
+TEST_F(ForceDischargeTest, StartAtTheLimitNamesTheLimit) {
+  bootWithLimit(80);
+  charge(80);
+  EXPECT_EQ(outcome(call(app->forceDischarge(true))),
             "failed 400 Battery is already at the 80% limit.");
-  EXPECT_FALSE(bench.state().forceDischargeActive);
+  EXPECT_FALSE(state().forceDischargeActive);
 }
 
-TEST(ForceDischargeTest, StartUnderAClosedLidWithoutKeepAwakeIsRefusedFirst) {
-  Bench bench;
-  bench.mac().lid.connectDisplay();
-  bench.bootWithLimit(50);
-  bench.mac().lid.close();
-  bench.chargeUnreadable();
-  EXPECT_EQ(outcome(bench.call(bench.app->forceDischarge(true))), lidRefusal)
+TEST_F(ForceDischargeTest, StartUnderAClosedLidWithoutKeepAwakeIsRefusedFirst) {
+  mac().lid.connectDisplay();
+  bootWithLimit(50);
+  mac().lid.close();
+  chargeUnreadable();
+  EXPECT_EQ(outcome(call(app->forceDischarge(true))), lidRefusal)
       << "the lid is asked before the charge";
 }
 
-TEST(ForceDischargeTest, StartWithoutAReadingAsksToTryAgain) {
-  Bench bench;
-  bench.bootWithLimit(50);
-  bench.chargeUnreadable();
-  EXPECT_EQ(outcome(bench.call(bench.app->forceDischarge(true))),
+TEST_F(ForceDischargeTest, StartWithoutAReadingAsksToTryAgain) {
+  bootWithLimit(50);
+  chargeUnreadable();
+  EXPECT_EQ(outcome(call(app->forceDischarge(true))),
             "failed 400 Can't read the battery level right now — try again in a moment before "
             "starting force-discharge.");
 }
 
-TEST(ForceDischargeTest, RefusalsChangeNothing) {
-  Bench bench;
-  bench.bootWithLimit(80);
-  bench.charge(75);
-  bench.call(bench.app->forceDischarge(true));
-  bench.charge(15);
-  bench.call(bench.app->forceDischarge(true));
-  bench.chargeUnreadable();
-  bench.call(bench.app->forceDischarge(true));
-  EXPECT_THAT(bench.since("smc disk power"), IsEmpty());
+TEST_F(ForceDischargeTest, RefusalsChangeNothing) {
+  bootWithLimit(80);
+  charge(75);
+  call(app->forceDischarge(true));
+  charge(15);
+  call(app->forceDischarge(true));
+  chargeUnreadable();
+  call(app->forceDischarge(true));
+  EXPECT_THAT(since("smc disk power"), IsEmpty());
 }
 
-TEST(ForceDischargeTest, StartWhileActiveRepliesTrueAndWritesNothing) {
-  Bench bench;
-  bench.bootDischarging();
-  EXPECT_EQ(outcome(bench.call(bench.app->forceDischarge(true))), "ok");
-  EXPECT_THAT(bench.since("smc disk power"), IsEmpty());
+TEST_F(ForceDischargeTest, StartWhileActiveRepliesTrueAndWritesNothing) {
+  bootDischarging();
+  EXPECT_EQ(outcome(call(app->forceDischarge(true))), "ok");
+  EXPECT_THAT(since("smc disk power"), IsEmpty());
 }
 
-TEST(ForceDischargeTest, StartWhileActiveIsStillRefusedByTheChecksBeforeIt) {
-  Bench bench;
-  bench.bootDischarging();
-  bench.charge(50);
-  EXPECT_EQ(outcome(bench.call(bench.app->forceDischarge(true))),
+TEST_F(ForceDischargeTest, StartWhileActiveIsStillRefusedByTheChecksBeforeIt) {
+  bootDischarging();
+  charge(50);
+  EXPECT_EQ(outcome(call(app->forceDischarge(true))),
             "failed 400 Battery is already at the 50% limit.");
 }
 
-TEST(ForceDischargeTest, MachineWithoutDischargeKeysIsUnsupported) {
+TEST_F(ForceDischargeTest, MachineWithoutDischargeKeysIsUnsupported) {
   Bench bench("native-only");
   bench.bootWithLimit(80);
   bench.charge(90);
@@ -130,7 +121,7 @@ TEST(ForceDischargeTest, MachineWithoutDischargeKeysIsUnsupported) {
   EXPECT_THAT(bench.since("disk power"), IsEmpty());
 }
 
-TEST(ForceDischargeTest, RefusalForUnsupportedKeysLeavesKeepAwakeArmed) {
+TEST_F(ForceDischargeTest, RefusalForUnsupportedKeysLeavesKeepAwakeArmed) {
   Bench bench("native-only");
   bench.bootWithLimit(80);
   bench.charge(90);
@@ -145,7 +136,7 @@ TEST(ForceDischargeTest, RefusalForUnsupportedKeysLeavesKeepAwakeArmed) {
   EXPECT_EQ(bench.logs().back(), "default clamshell keep-awake DISARMED") << "it was not armed";
 }
 
-TEST(ForceDischargeTest, MachineWithBothFamiliesWritesOnlyTheNewerKey) {
+TEST_F(ForceDischargeTest, MachineWithBothFamiliesWritesOnlyTheNewerKey) {
   Bench bench("both-families");
   bench.bootDischarging();
   bench.call(bench.app->forceDischarge(false));
@@ -154,7 +145,7 @@ TEST(ForceDischargeTest, MachineWithBothFamiliesWritesOnlyTheNewerKey) {
   EXPECT_EQ(bench.mac().smc.writeCount("CH0J"), 0U);
 }
 
-TEST(ForceDischargeTest, OlderFamilyStartsWithBothKeysAndStopsInReverse) {
+TEST_F(ForceDischargeTest, OlderFamilyStartsWithBothKeysAndStopsInReverse) {
   Bench bench("older-pair");
   bench.bootWithLimit(50);
   bench.charge(49);
@@ -169,7 +160,7 @@ TEST(ForceDischargeTest, OlderFamilyStartsWithBothKeysAndStopsInReverse) {
   EXPECT_THAT(bench.since("smc"), ElementsAre("smc CH0J <- 00", "smc CH0I <- 00"));
 }
 
-TEST(ForceDischargeTest, SecondKeyOfTheOlderFamilyMayFailUnnoticed) {
+TEST_F(ForceDischargeTest, SecondKeyOfTheOlderFamilyMayFailUnnoticed) {
   Bench bench("older-pair");
   bench.bootWithLimit(50);
   bench.charge(70);
@@ -178,7 +169,7 @@ TEST(ForceDischargeTest, SecondKeyOfTheOlderFamilyMayFailUnnoticed) {
   EXPECT_TRUE(bench.onDisk().forceDischargeActive);
 }
 
-TEST(ForceDischargeTest, FirstKeyOfTheOlderFamilyMustSucceedBeforeTheSecondIsWritten) {
+TEST_F(ForceDischargeTest, FirstKeyOfTheOlderFamilyMustSucceedBeforeTheSecondIsWritten) {
   Bench bench("older-pair");
   bench.bootWithLimit(50);
   bench.charge(70);
@@ -188,77 +179,72 @@ TEST(ForceDischargeTest, FirstKeyOfTheOlderFamilyMustSucceedBeforeTheSecondIsWri
   EXPECT_THAT(bench.since("smc"), ElementsAre("smc CH0I <- 01 refused (result 134)"));
 }
 
-TEST(ForceDischargeTest, FailedStartDisarmsKeepAwakeAndLeavesTheRecordAlone) {
-  Bench bench;
-  bench.bootWithLimit(50);
-  bench.charge(70);
-  bench.call(bench.app->setClamshellKeepAwake(true));
-  bench.mac().smc.key("CHIE")->writeResult = 134;
-  bench.mark();
-  EXPECT_EQ(outcome(bench.call(bench.app->forceDischarge(true))),
+TEST_F(ForceDischargeTest, FailedStartDisarmsKeepAwakeAndLeavesTheRecordAlone) {
+  bootWithLimit(50);
+  charge(70);
+  call(app->setClamshellKeepAwake(true));
+  mac().smc.key("CHIE")->writeResult = 134;
+  mark();
+  EXPECT_EQ(outcome(call(app->forceDischarge(true))),
             "failed 500 kSMCWriteKey failed (kIOReturn=0, smcResult=134)");
-  EXPECT_THAT(bench.since("disk power"),
+  EXPECT_THAT(since("disk power"),
               ElementsAre("power SleepDisabled = 0",
                           "disk state.json replaced: sleepDisabledByKorvel=false"));
-  EXPECT_FALSE(bench.state().forceDischargeActive);
+  EXPECT_FALSE(state().forceDischargeActive);
 }
 
-TEST(ForceDischargeTest, MissingAssertionDoesNotPreventADischarge) {
-  Bench bench;
-  bench.bootWithLimit(50);
-  bench.charge(70);
-  bench.mac().power.assertionRefusal = ioReturnError;
-  EXPECT_EQ(outcome(bench.call(bench.app->forceDischarge(true))), "ok");
-  EXPECT_TRUE(bench.onDisk().forceDischargeActive);
-  bench.mark();
-  EXPECT_EQ(outcome(bench.call(bench.app->forceDischarge(false))), "ok");
-  EXPECT_THAT(bench.since("power"), IsEmpty());
+TEST_F(ForceDischargeTest, MissingAssertionDoesNotPreventADischarge) {
+  bootWithLimit(50);
+  charge(70);
+  mac().power.assertionRefusal = ioReturnError;
+  EXPECT_EQ(outcome(call(app->forceDischarge(true))), "ok");
+  EXPECT_TRUE(onDisk().forceDischargeActive);
+  mark();
+  EXPECT_EQ(outcome(call(app->forceDischarge(false))), "ok");
+  EXPECT_THAT(since("power"), IsEmpty());
 }
 
-TEST(ForceDischargeTest, StartClearsTheBannerOfTheLastStop) {
-  Bench bench;
-  bench.bootDischarging(70);
-  bench.charge(50);
-  bench.run(5);
-  ASSERT_TRUE(bench.state().lastDischargeAbortReason.has_value());
-  ASSERT_TRUE(bench.state().lastDischargeAbortAt.has_value());
-  bench.charge(70);
-  bench.call(bench.app->forceDischarge(true));
-  EXPECT_FALSE(bench.onDisk().lastDischargeAbortReason.has_value());
-  EXPECT_FALSE(bench.onDisk().lastDischargeAbortAt.has_value());
+TEST_F(ForceDischargeTest, StartClearsTheBannerOfTheLastStop) {
+  bootDischarging(70);
+  charge(50);
+  run(5);
+  ASSERT_TRUE(state().lastDischargeAbortReason.has_value());
+  ASSERT_TRUE(state().lastDischargeAbortAt.has_value());
+  charge(70);
+  call(app->forceDischarge(true));
+  EXPECT_FALSE(onDisk().lastDischargeAbortReason.has_value());
+  EXPECT_FALSE(onDisk().lastDischargeAbortAt.has_value());
 }
 
-TEST(ForceDischargeTest, UserStopAboveTheLimitPausesChargingAtOnceAndLeavesNoBanner) {
-  Bench bench;
-  bench.bootDischarging();
-  bench.run(1);
-  bench.mark();
-  EXPECT_EQ(outcome(bench.call(bench.app->forceDischarge(false))), "ok");
-  EXPECT_THAT(bench.since("smc disk power reply"),
+TEST_F(ForceDischargeTest, UserStopAboveTheLimitPausesChargingAtOnceAndLeavesNoBanner) {
+  bootDischarging();
+  run(1);
+  mark();
+  EXPECT_EQ(outcome(call(app->forceDischarge(false))), "ok");
+  EXPECT_THAT(since("smc disk power reply"),
               ElementsAre("smc CHIE <- 00", "smc CHTE <- 01 00 00 00",
                           "power assertion 33001 released", "power assertion 33002 released",
                           "disk state.json replaced: forceDischargeActive=false "
                           "lastWriteAt=2026-01-01T00:00:01Z",
                           "reply forceDischarge ok"));
-  EXPECT_THAT(bench.logs(), ElementsAre(audit(bench, "forceDischarge(0)")))
+  EXPECT_THAT(logs(), ElementsAre(audit(*this, "forceDischarge(0)")))
       << "the outcome of this pause is not reported";
-  EXPECT_FALSE(bench.state().lastDischargeAbortReason.has_value());
+  EXPECT_FALSE(state().lastDischargeAbortReason.has_value());
 }
 
-TEST(ForceDischargeTest, UserStopDisarmsKeepAwake) {
-  Bench bench;
-  bench.bootArmedDischarge();
-  EXPECT_EQ(outcome(bench.call(bench.app->forceDischarge(false))), "ok");
-  EXPECT_THAT(bench.logs(), ElementsAre(audit(bench, "forceDischarge(0)"),
-                                        "default clamshell keep-awake DISARMED"));
-  EXPECT_FALSE(bench.mac().power.sleepDisabled());
-  EXPECT_FALSE(bench.onDisk().sleepDisabledByKorvel);
-  bench.mark();
-  bench.call(bench.app->setClamshellKeepAwake(false));
-  EXPECT_THAT(bench.since("power disk"), IsEmpty()) << "it was still armed";
+TEST_F(ForceDischargeTest, UserStopDisarmsKeepAwake) {
+  bootArmedDischarge();
+  EXPECT_EQ(outcome(call(app->forceDischarge(false))), "ok");
+  EXPECT_THAT(logs(), ElementsAre(audit(*this, "forceDischarge(0)"),
+                                  "default clamshell keep-awake DISARMED"));
+  EXPECT_FALSE(mac().power.sleepDisabled());
+  EXPECT_FALSE(onDisk().sleepDisabledByKorvel);
+  mark();
+  call(app->setClamshellKeepAwake(false));
+  EXPECT_THAT(since("power disk"), IsEmpty()) << "it was still armed";
 }
 
-TEST(ForceDischargeTest, UserStopExactlyAtTheLimitPausesAndBelowItDoesNot) {
+TEST_F(ForceDischargeTest, UserStopExactlyAtTheLimitPausesAndBelowItDoesNot) {
   for (const int percent : {50, 49}) {
     Bench bench;
     bench.bootDischarging();
@@ -268,7 +254,7 @@ TEST(ForceDischargeTest, UserStopExactlyAtTheLimitPausesAndBelowItDoesNot) {
   }
 }
 
-TEST(ForceDischargeTest, UserStopDoesNotPauseWithoutAdapterReadingOrAtHundred) {
+TEST_F(ForceDischargeTest, UserStopDoesNotPauseWithoutAdapterReadingOrAtHundred) {
   {
     Bench bench;
     bench.bootDischarging();
@@ -292,47 +278,44 @@ TEST(ForceDischargeTest, UserStopDoesNotPauseWithoutAdapterReadingOrAtHundred) {
   }
 }
 
-TEST(ForceDischargeTest, UserStopReportsAFailedStopWriteAndStillEndsTheDischarge) {
-  Bench bench;
-  bench.bootDischarging();
-  bench.mac().smc.key("CHIE")->writeResult = 134;
-  EXPECT_EQ(outcome(bench.call(bench.app->forceDischarge(false))),
+TEST_F(ForceDischargeTest, UserStopReportsAFailedStopWriteAndStillEndsTheDischarge) {
+  bootDischarging();
+  mac().smc.key("CHIE")->writeResult = 134;
+  EXPECT_EQ(outcome(call(app->forceDischarge(false))),
             "failed 500 kSMCWriteKey failed (kIOReturn=0, smcResult=134)");
-  EXPECT_FALSE(bench.onDisk().forceDischargeActive);
-  EXPECT_TRUE(bench.mac().power.assertions().empty());
+  EXPECT_FALSE(onDisk().forceDischargeActive);
+  EXPECT_TRUE(mac().power.assertions().empty());
 }
 
-TEST(ForceDischargeTest, UserStopOnTheOlderFamilyReportsOnlyTheLastWrite) {
+TEST_F(ForceDischargeTest, UserStopOnTheOlderFamilyReportsOnlyTheLastWrite) {
   Bench bench("older-pair");
   bench.bootDischarging();
   bench.mac().smc.key("CH0J")->writeResult = 134;
   EXPECT_EQ(outcome(bench.call(bench.app->forceDischarge(false))), "ok");
 }
 
-TEST(ForceDischargeTest, UserStopWithoutADischargeStillWritesTheKeysAndSucceeds) {
-  Bench bench;
-  bench.boot();
-  EXPECT_EQ(outcome(bench.call(bench.app->forceDischarge(false))), "ok");
-  EXPECT_THAT(bench.since("smc"), ElementsAre("smc CHIE <- 00"));
+TEST_F(ForceDischargeTest, UserStopWithoutADischargeStillWritesTheKeysAndSucceeds) {
+  boot();
+  EXPECT_EQ(outcome(call(app->forceDischarge(false))), "ok");
+  EXPECT_THAT(since("smc"), ElementsAre("smc CHIE <- 00"));
 }
 
-TEST(ForceDischargeTest, UserStopOnAMachineWithoutKeysSucceeds) {
+TEST_F(ForceDischargeTest, UserStopOnAMachineWithoutKeysSucceeds) {
   Bench bench("no-control");
   bench.boot();
   EXPECT_EQ(outcome(bench.call(bench.app->forceDischarge(false))), "ok");
 }
 
-TEST(ForceDischargeTest, StartSupersedesATopOff) {
-  Bench bench;
-  bench.bootWithLimit(50);
-  bench.call(bench.app->releaseLimitUntilFullThenRestore());
-  bench.charge(70);
-  bench.mark();
-  ASSERT_EQ(outcome(bench.call(bench.app->forceDischarge(true))), "ok");
-  EXPECT_FALSE(bench.state().topUpActive);
-  bench.run(5);
-  EXPECT_THAT(bench.logs(),
-              ElementsAre(audit(bench, "forceDischarge(1)"),
+TEST_F(ForceDischargeTest, StartSupersedesATopOff) {
+  bootWithLimit(50);
+  call(app->releaseLimitUntilFullThenRestore());
+  charge(70);
+  mark();
+  ASSERT_EQ(outcome(call(app->forceDischarge(true))), "ok");
+  EXPECT_FALSE(state().topUpActive);
+  run(5);
+  EXPECT_THAT(logs(),
+              ElementsAre(audit(*this, "forceDischarge(1)"),
                           "default forceDischarge: arming watchdog polling loop at limit=50",
                           "default top-off restore loop superseded — bailing"));
 }

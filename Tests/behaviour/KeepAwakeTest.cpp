@@ -11,122 +11,116 @@ std::string keepAwakeAudit(const Bench& bench, bool enabled) {
          ") pid=" + std::to_string(bench.app->pid()) + " signingID=com.korvel.app";
 }
 
-TEST(KeepAwakeTest, OwnershipIsOnDiskBeforeTheSettingIsWritten) {
-  Bench bench;
-  bench.boot();
-  EXPECT_EQ(outcome(bench.call(bench.app->setClamshellKeepAwake(true))), "ok");
-  EXPECT_THAT(bench.since("disk power reply"),
+using KeepAwakeTest = OnBench;
+
+TEST_F(KeepAwakeTest, OwnershipIsOnDiskBeforeTheSettingIsWritten) {
+  boot();
+  EXPECT_EQ(outcome(call(app->setClamshellKeepAwake(true))), "ok");
+  EXPECT_THAT(since("disk power reply"),
               ElementsAre("disk state.json replaced: sleepDisabledByKorvel=true",
                           "power SleepDisabled = 1", "reply setClamshellKeepAwake ok"));
-  EXPECT_THAT(bench.logs(),
-              ElementsAre(keepAwakeAudit(bench, true), "default clamshell keep-awake ARMED"));
-  bench.mark();
-  EXPECT_EQ(outcome(bench.call(bench.app->setClamshellKeepAwake(false))), "ok");
-  EXPECT_THAT(bench.since("disk power reply"),
+  EXPECT_THAT(logs(),
+              ElementsAre(keepAwakeAudit(*this, true), "default clamshell keep-awake ARMED"));
+  mark();
+  EXPECT_EQ(outcome(call(app->setClamshellKeepAwake(false))), "ok");
+  EXPECT_THAT(since("disk power reply"),
               ElementsAre("power SleepDisabled = 0",
                           "disk state.json replaced: sleepDisabledByKorvel=false",
                           "reply setClamshellKeepAwake ok"));
-  EXPECT_THAT(bench.logs(),
-              ElementsAre(keepAwakeAudit(bench, false), "default clamshell keep-awake DISARMED"));
+  EXPECT_THAT(logs(),
+              ElementsAre(keepAwakeAudit(*this, false), "default clamshell keep-awake DISARMED"));
 }
 
-TEST(KeepAwakeTest, SettingThatSomebodyElseMadeIsLeftAlone) {
-  Bench bench;
-  bench.boot();
-  bench.mac().power.setSleepDisabledExternally(true);
-  bench.mark();
-  EXPECT_EQ(outcome(bench.call(bench.app->setClamshellKeepAwake(true))), "ok");
-  EXPECT_EQ(outcome(bench.call(bench.app->setClamshellKeepAwake(false))), "ok");
-  EXPECT_THAT(bench.since("disk power"), IsEmpty());
-  EXPECT_TRUE(bench.mac().power.sleepDisabled());
+TEST_F(KeepAwakeTest, SettingThatSomebodyElseMadeIsLeftAlone) {
+  boot();
+  mac().power.setSleepDisabledExternally(true);
+  mark();
+  EXPECT_EQ(outcome(call(app->setClamshellKeepAwake(true))), "ok");
+  EXPECT_EQ(outcome(call(app->setClamshellKeepAwake(false))), "ok");
+  EXPECT_THAT(since("disk power"), IsEmpty());
+  EXPECT_TRUE(mac().power.sleepDisabled());
   EXPECT_THAT(
-      bench.logs(),
-      ElementsAre(keepAwakeAudit(bench, true),
+      logs(),
+      ElementsAre(keepAwakeAudit(*this, true),
                   "default clamshell keep-awake ARMED (SleepDisabled already set externally — not "
                   "taking ownership)",
-                  keepAwakeAudit(bench, false),
+                  keepAwakeAudit(*this, false),
                   "default clamshell keep-awake DISARMED (SleepDisabled left as found — set "
                   "externally)"));
 }
 
-TEST(KeepAwakeTest, ArmingTwiceWritesAgainAndRestartsTheLidClock) {
-  Bench bench;
-  bench.mac().lid.connectDisplay();
-  bench.bootArmedDischarge();
-  bench.temperature(30);
-  bench.mac().lid.close();
-  bench.run(3500);
-  bench.mark();
-  EXPECT_EQ(outcome(bench.call(bench.app->setClamshellKeepAwake(true))), "ok");
-  EXPECT_THAT(bench.since("power"), ElementsAre("power SleepDisabled = 1"));
-  bench.run(3500);
-  EXPECT_TRUE(bench.state().forceDischargeActive);
-  bench.run(110);
-  EXPECT_FALSE(bench.state().forceDischargeActive);
+TEST_F(KeepAwakeTest, ArmingTwiceWritesAgainAndRestartsTheLidClock) {
+  mac().lid.connectDisplay();
+  bootArmedDischarge();
+  temperature(30);
+  mac().lid.close();
+  run(3500);
+  mark();
+  EXPECT_EQ(outcome(call(app->setClamshellKeepAwake(true))), "ok");
+  EXPECT_THAT(since("power"), ElementsAre("power SleepDisabled = 1"));
+  run(3500);
+  EXPECT_TRUE(state().forceDischargeActive);
+  run(110);
+  EXPECT_FALSE(state().forceDischargeActive);
 }
 
-TEST(KeepAwakeTest, ArmingTwiceUnderAnExternalSettingAlsoRestartsTheLidClock) {
-  Bench bench;
-  bench.mac().power.setSleepDisabledExternally(true);
-  bench.bootArmedDischarge();
-  bench.temperature(30);
-  bench.mac().lid.close();
-  bench.run(3500);
-  bench.call(bench.app->setClamshellKeepAwake(true));
-  bench.run(3500);
-  EXPECT_TRUE(bench.state().forceDischargeActive);
+TEST_F(KeepAwakeTest, ArmingTwiceUnderAnExternalSettingAlsoRestartsTheLidClock) {
+  mac().power.setSleepDisabledExternally(true);
+  bootArmedDischarge();
+  temperature(30);
+  mac().lid.close();
+  run(3500);
+  call(app->setClamshellKeepAwake(true));
+  run(3500);
+  EXPECT_TRUE(state().forceDischargeActive);
 }
 
-TEST(KeepAwakeTest, DisarmUnderAClosedLidStopsTheDischarge) {
-  Bench bench;
-  bench.mac().lid.connectDisplay();
-  bench.bootArmedDischarge();
-  bench.mac().lid.close();
-  EXPECT_EQ(outcome(bench.call(bench.app->setClamshellKeepAwake(false))), "ok");
+TEST_F(KeepAwakeTest, DisarmUnderAClosedLidStopsTheDischarge) {
+  mac().lid.connectDisplay();
+  bootArmedDischarge();
+  mac().lid.close();
+  EXPECT_EQ(outcome(call(app->setClamshellKeepAwake(false))), "ok");
   EXPECT_THAT(
-      bench.logs(),
-      ElementsAre(keepAwakeAudit(bench, false), "default clamshell keep-awake DISARMED",
+      logs(),
+      ElementsAre(keepAwakeAudit(*this, false), "default clamshell keep-awake DISARMED",
                   "default keep-awake disarmed under a closed lid — aborting active discharge",
                   "default force-discharge auto-stopped: reason=clamshellDisarmed"));
-  EXPECT_EQ(bench.onDisk().lastDischargeAbortReason,
+  EXPECT_EQ(onDisk().lastDischargeAbortReason,
             std::string(bannerCopy(DischargeStopReason::clamshellDisarmed)));
 }
 
-TEST(KeepAwakeTest, DisarmUnderAnOpenLidLetsTheDischargeGoOn) {
-  Bench bench;
-  bench.bootArmedDischarge();
-  EXPECT_EQ(outcome(bench.call(bench.app->setClamshellKeepAwake(false))), "ok");
-  EXPECT_THAT(bench.logs(),
-              ElementsAre(keepAwakeAudit(bench, false), "default clamshell keep-awake DISARMED"));
-  bench.run(60);
-  EXPECT_TRUE(bench.state().forceDischargeActive);
+TEST_F(KeepAwakeTest, DisarmUnderAnOpenLidLetsTheDischargeGoOn) {
+  bootArmedDischarge();
+  EXPECT_EQ(outcome(call(app->setClamshellKeepAwake(false))), "ok");
+  EXPECT_THAT(logs(),
+              ElementsAre(keepAwakeAudit(*this, false), "default clamshell keep-awake DISARMED"));
+  run(60);
+  EXPECT_TRUE(state().forceDischargeActive);
 }
 
-TEST(KeepAwakeTest, DisarmWhenNotArmedRepliesYesAndTouchesNothing) {
-  Bench bench;
-  bench.boot();
-  EXPECT_EQ(outcome(bench.call(bench.app->setClamshellKeepAwake(false))), "ok");
-  EXPECT_THAT(bench.since("disk power"), IsEmpty());
-  EXPECT_THAT(bench.logs(), ElementsAre(keepAwakeAudit(bench, false)));
-  EXPECT_THAT(bench.logs("ClamshellSleep"), IsEmpty());
+TEST_F(KeepAwakeTest, DisarmWhenNotArmedRepliesYesAndTouchesNothing) {
+  boot();
+  EXPECT_EQ(outcome(call(app->setClamshellKeepAwake(false))), "ok");
+  EXPECT_THAT(since("disk power"), IsEmpty());
+  EXPECT_THAT(logs(), ElementsAre(keepAwakeAudit(*this, false)));
+  EXPECT_THAT(logs("ClamshellSleep"), IsEmpty());
 }
 
-TEST(KeepAwakeTest, DisarmWhenNotArmedTouchesNotEvenASettingThatTheRecordClaims) {
+TEST_F(KeepAwakeTest, DisarmWhenNotArmedTouchesNotEvenASettingThatTheRecordClaims) {
   // A disarm whose record could not take its place: the claim is back, keep-awake is not.
-  Bench bench;
-  bench.boot();
-  bench.call(bench.app->setClamshellKeepAwake(true));
-  bench.mac().disk.replaceFails = true;
-  bench.call(bench.app->setClamshellKeepAwake(false));
-  bench.mac().disk.replaceFails = false;
-  ASSERT_TRUE(bench.state().sleepDisabledByKorvel);
-  bench.mac().power.setSleepDisabledExternally(true);
-  bench.mark();
-  EXPECT_EQ(outcome(bench.call(bench.app->setClamshellKeepAwake(false))), "ok");
-  EXPECT_THAT(bench.since("disk power"), IsEmpty());
-  EXPECT_THAT(bench.logs(), ElementsAre(keepAwakeAudit(bench, false)));
-  EXPECT_TRUE(bench.mac().power.sleepDisabled());
-  EXPECT_TRUE(bench.state().sleepDisabledByKorvel);
+  boot();
+  call(app->setClamshellKeepAwake(true));
+  mac().disk.replaceFails = true;
+  call(app->setClamshellKeepAwake(false));
+  mac().disk.replaceFails = false;
+  ASSERT_TRUE(state().sleepDisabledByKorvel);
+  mac().power.setSleepDisabledExternally(true);
+  mark();
+  EXPECT_EQ(outcome(call(app->setClamshellKeepAwake(false))), "ok");
+  EXPECT_THAT(since("disk power"), IsEmpty());
+  EXPECT_THAT(logs(), ElementsAre(keepAwakeAudit(*this, false)));
+  EXPECT_TRUE(mac().power.sleepDisabled());
+  EXPECT_TRUE(state().sleepDisabledByKorvel);
 }
 
 /// The calls that tell the lid's state and that change the setting, in their order.
@@ -148,111 +142,101 @@ class LidAndSettingCalls {
   Bench& bench;
 };
 
-TEST(KeepAwakeTest, DuringADischargeTheLidIsReadBeforeTheSettingIsGivenBack) {
-  Bench bench;
-  bench.bootArmedDischarge();
-  const LidAndSettingCalls calls(bench);
-  bench.call(bench.app->setClamshellKeepAwake(false));
+TEST_F(KeepAwakeTest, DuringADischargeTheLidIsReadBeforeTheSettingIsGivenBack) {
+  bootArmedDischarge();
+  const LidAndSettingCalls calls(*this);
+  call(app->setClamshellKeepAwake(false));
   EXPECT_THAT(calls.seen, ElementsAre("lid read", "setting written"));
 }
 
-TEST(KeepAwakeTest, DisarmWithoutADischargeDoesNotAskForTheLid) {
-  Bench bench;
-  bench.boot();
-  bench.call(bench.app->setClamshellKeepAwake(true));
-  bench.mac().lid.connectDisplay();
-  bench.mac().lid.close();
-  bench.mark();
-  const LidAndSettingCalls calls(bench);
-  bench.call(bench.app->setClamshellKeepAwake(false));
+TEST_F(KeepAwakeTest, DisarmWithoutADischargeDoesNotAskForTheLid) {
+  boot();
+  call(app->setClamshellKeepAwake(true));
+  mac().lid.connectDisplay();
+  mac().lid.close();
+  mark();
+  const LidAndSettingCalls calls(*this);
+  call(app->setClamshellKeepAwake(false));
   EXPECT_THAT(calls.seen, ElementsAre("setting written"));
-  EXPECT_THAT(bench.logs(),
-              ElementsAre(keepAwakeAudit(bench, false), "default clamshell keep-awake DISARMED"));
+  EXPECT_THAT(logs(),
+              ElementsAre(keepAwakeAudit(*this, false), "default clamshell keep-awake DISARMED"));
 }
 
-TEST(KeepAwakeTest, DisarmWhenNotArmedUnderAClosedLidStillStopsAnActiveDischarge) {
-  Bench bench;
-  bench.mac().lid.connectDisplay();
-  bench.bootDischarging();
-  bench.mac().lid.close();
-  EXPECT_EQ(outcome(bench.call(bench.app->setClamshellKeepAwake(false))), "ok");
-  EXPECT_EQ(bench.logs().back(), "default force-discharge auto-stopped: reason=clamshellDisarmed");
+TEST_F(KeepAwakeTest, DisarmWhenNotArmedUnderAClosedLidStillStopsAnActiveDischarge) {
+  mac().lid.connectDisplay();
+  bootDischarging();
+  mac().lid.close();
+  EXPECT_EQ(outcome(call(app->setClamshellKeepAwake(false))), "ok");
+  EXPECT_EQ(logs().back(), "default force-discharge auto-stopped: reason=clamshellDisarmed");
 }
 
-TEST(KeepAwakeTest, FailedWriteRollsEverythingBackAndIsError501) {
-  Bench bench;
-  bench.boot();
-  bench.mac().power.settingRefusal = ioReturnNotPrivileged;
-  EXPECT_EQ(outcome(bench.call(bench.app->setClamshellKeepAwake(true))),
+TEST_F(KeepAwakeTest, FailedWriteRollsEverythingBackAndIsError501) {
+  boot();
+  mac().power.settingRefusal = ioReturnNotPrivileged;
+  EXPECT_EQ(outcome(call(app->setClamshellKeepAwake(true))),
             "failed 501 Could not keep the Mac awake for clamshell discharge (SleepDisabled write "
             "failed).");
-  EXPECT_THAT(bench.since("disk"),
-              ElementsAre("disk state.json replaced: sleepDisabledByKorvel=true",
-                          "disk state.json replaced: sleepDisabledByKorvel=false"));
-  EXPECT_EQ(bench.app->calls().back()->error->userInfo.size(), 1U) << "only the description";
-  bench.mac().power.settingRefusal.reset();
-  bench.mark();
-  bench.call(bench.app->setClamshellKeepAwake(false));
-  EXPECT_THAT(bench.logs(), ElementsAre(keepAwakeAudit(bench, false))) << "it was not armed";
+  EXPECT_THAT(since("disk"), ElementsAre("disk state.json replaced: sleepDisabledByKorvel=true",
+                                         "disk state.json replaced: sleepDisabledByKorvel=false"));
+  EXPECT_EQ(app->calls().back()->error->userInfo.size(), 1U) << "only the description";
+  mac().power.settingRefusal.reset();
+  mark();
+  call(app->setClamshellKeepAwake(false));
+  EXPECT_THAT(logs(), ElementsAre(keepAwakeAudit(*this, false))) << "it was not armed";
 }
 
-TEST(KeepAwakeTest, FailedWriteWhenArmedAlreadyDropsOwnershipOfASettingThatIsOn) {
-  Bench bench;
-  bench.boot();
-  bench.call(bench.app->setClamshellKeepAwake(true));
-  bench.mac().power.settingRefusal = ioReturnError;
-  EXPECT_EQ(bench.call(bench.app->setClamshellKeepAwake(true)).errorCode(), 501);
-  EXPECT_TRUE(bench.mac().power.sleepDisabled());
-  EXPECT_FALSE(bench.onDisk().sleepDisabledByKorvel);
-  bench.mark();
-  bench.call(bench.app->setClamshellKeepAwake(false));
-  EXPECT_THAT(bench.logs(), ElementsAre(keepAwakeAudit(bench, false))) << "no longer armed";
+TEST_F(KeepAwakeTest, FailedWriteWhenArmedAlreadyDropsOwnershipOfASettingThatIsOn) {
+  boot();
+  call(app->setClamshellKeepAwake(true));
+  mac().power.settingRefusal = ioReturnError;
+  EXPECT_EQ(call(app->setClamshellKeepAwake(true)).errorCode(), 501);
+  EXPECT_TRUE(mac().power.sleepDisabled());
+  EXPECT_FALSE(onDisk().sleepDisabledByKorvel);
+  mark();
+  call(app->setClamshellKeepAwake(false));
+  EXPECT_THAT(logs(), ElementsAre(keepAwakeAudit(*this, false))) << "no longer armed";
 }
 
-TEST(KeepAwakeTest, FailedClearOnDisarmStillDropsTheOwnership) {
-  Bench bench;
-  bench.boot();
-  bench.call(bench.app->setClamshellKeepAwake(true));
-  bench.mac().power.settingRefusal = ioReturnError;
-  bench.mark();
-  EXPECT_EQ(outcome(bench.call(bench.app->setClamshellKeepAwake(false))), "ok");
-  EXPECT_TRUE(bench.mac().power.sleepDisabled());
-  EXPECT_FALSE(bench.onDisk().sleepDisabledByKorvel);
-  EXPECT_EQ(bench.logs().back(), "default clamshell keep-awake DISARMED");
-  EXPECT_EQ(bench.logs("ClamshellSleep").size(), 1U);
+TEST_F(KeepAwakeTest, FailedClearOnDisarmStillDropsTheOwnership) {
+  boot();
+  call(app->setClamshellKeepAwake(true));
+  mac().power.settingRefusal = ioReturnError;
+  mark();
+  EXPECT_EQ(outcome(call(app->setClamshellKeepAwake(false))), "ok");
+  EXPECT_TRUE(mac().power.sleepDisabled());
+  EXPECT_FALSE(onDisk().sleepDisabledByKorvel);
+  EXPECT_EQ(logs().back(), "default clamshell keep-awake DISARMED");
+  EXPECT_EQ(logs("ClamshellSleep").size(), 1U);
 }
 
-TEST(KeepAwakeTest, SettingThatIsOnAndOurOwnIsTakenOver) {
-  Bench bench;
-  bench.boot();
-  bench.call(bench.app->setClamshellKeepAwake(true));
-  bench.mark();
-  bench.call(bench.app->setClamshellKeepAwake(true));
-  EXPECT_THAT(bench.since("power"), ElementsAre("power SleepDisabled = 1"));
-  EXPECT_EQ(bench.logs().back(), "default clamshell keep-awake ARMED");
+TEST_F(KeepAwakeTest, SettingThatIsOnAndOurOwnIsTakenOver) {
+  boot();
+  call(app->setClamshellKeepAwake(true));
+  mark();
+  call(app->setClamshellKeepAwake(true));
+  EXPECT_THAT(since("power"), ElementsAre("power SleepDisabled = 1"));
+  EXPECT_EQ(logs().back(), "default clamshell keep-awake ARMED");
 }
 
-TEST(KeepAwakeTest, AuditLineCarriesNeitherTeamNorHash) {
-  Bench bench;
-  bench.boot();
-  bench.call(bench.app->setClamshellKeepAwake(true));
-  EXPECT_EQ(bench.logs().front(), keepAwakeAudit(bench, true));
+TEST_F(KeepAwakeTest, AuditLineCarriesNeitherTeamNorHash) {
+  boot();
+  call(app->setClamshellKeepAwake(true));
+  EXPECT_EQ(logs().front(), keepAwakeAudit(*this, true));
 }
 
-TEST(KeepAwakeTest, SettingThatSomebodyElseGaveUpBecomesOursWhenArmedAgain) {
-  Bench bench;
-  bench.mac().power.setSleepDisabledExternally(true);
-  bench.boot();
-  ASSERT_EQ(outcome(bench.call(bench.app->setClamshellKeepAwake(true))), "ok");
-  ASSERT_FALSE(bench.state().sleepDisabledByKorvel);
-  bench.mac().power.setSleepDisabledExternally(false);
-  bench.mark();
-  EXPECT_EQ(outcome(bench.call(bench.app->setClamshellKeepAwake(true))), "ok");
-  EXPECT_THAT(bench.since("disk power"),
+TEST_F(KeepAwakeTest, SettingThatSomebodyElseGaveUpBecomesOursWhenArmedAgain) {
+  mac().power.setSleepDisabledExternally(true);
+  boot();
+  ASSERT_EQ(outcome(call(app->setClamshellKeepAwake(true))), "ok");
+  ASSERT_FALSE(state().sleepDisabledByKorvel);
+  mac().power.setSleepDisabledExternally(false);
+  mark();
+  EXPECT_EQ(outcome(call(app->setClamshellKeepAwake(true))), "ok");
+  EXPECT_THAT(since("disk power"),
               ElementsAre("disk state.json replaced: sleepDisabledByKorvel=true",
                           "power SleepDisabled = 1"));
-  EXPECT_EQ(outcome(bench.call(bench.app->setClamshellKeepAwake(false))), "ok");
-  EXPECT_FALSE(bench.mac().power.sleepDisabled());
+  EXPECT_EQ(outcome(call(app->setClamshellKeepAwake(false))), "ok");
+  EXPECT_FALSE(mac().power.sleepDisabled());
 }
 
 }  // namespace

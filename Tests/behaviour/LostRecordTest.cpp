@@ -42,51 +42,50 @@ void expectTheWatchdogUntilTheChargeRises(Bench& bench) {
   EXPECT_EQ(bench.key("CHTE"), "01 00 00 00") << "the limit holds again";
 }
 
-TEST(LostRecordTest, AUserStopLeavesTheWatchdogOfADischargeThatIsNone) {
-  Bench bench;
-  endWithoutARecord(bench, [](AppClient& app) { return app.forceDischarge(false); });
-  expectAStartToDoNothing(bench);
-  bench.charge(50);
-  bench.run(5);
-  EXPECT_EQ(bench.logs().back(), "default force-discharge auto-stopped: reason=targetReached");
-  EXPECT_FALSE(bench.onDisk().forceDischargeActive);
+using LostRecordTest = OnBench;
+
+TEST_F(LostRecordTest, AUserStopLeavesTheWatchdogOfADischargeThatIsNone) {
+  endWithoutARecord(*this, [](AppClient& app) { return app.forceDischarge(false); });
+  expectAStartToDoNothing(*this);
+  charge(50);
+  run(5);
+  EXPECT_EQ(logs().back(), "default force-discharge auto-stopped: reason=targetReached");
+  EXPECT_FALSE(onDisk().forceDischargeActive);
 }
 
-TEST(LostRecordTest, AUserStopThatIsRepeatedIsRecorded) {
-  Bench bench;
-  endWithoutARecord(bench, [](AppClient& app) { return app.forceDischarge(false); });
-  EXPECT_EQ(outcome(bench.call(bench.app->forceDischarge(false))), "ok");
-  EXPECT_FALSE(bench.onDisk().forceDischargeActive);
-  EXPECT_FALSE(bench.state().forceDischargeActive);
+TEST_F(LostRecordTest, AUserStopThatIsRepeatedIsRecorded) {
+  endWithoutARecord(*this, [](AppClient& app) { return app.forceDischarge(false); });
+  EXPECT_EQ(outcome(call(app->forceDischarge(false))), "ok");
+  EXPECT_FALSE(onDisk().forceDischargeActive);
+  EXPECT_FALSE(state().forceDischargeActive);
 }
 
-TEST(LostRecordTest, AStopByItselfIsRepeatedByEveryTickUntilItIsRecorded) {
-  Bench bench;
-  bench.bootDischarging();
-  bench.mac().disk.replaceFails = true;
-  bench.charge(50);
+TEST_F(LostRecordTest, AStopByItselfIsRepeatedByEveryTickUntilItIsRecorded) {
+  bootDischarging();
+  mac().disk.replaceFails = true;
+  charge(50);
   for (int tick = 0; tick < 3; ++tick) {
-    bench.mark();
-    bench.run(5);
+    mark();
+    run(5);
     EXPECT_THAT(
-        bench.logs(),
+        logs(),
         ElementsAre("default auto-stop discharge: cap=50 ≤ target=50",
                     ::testing::StartsWith("fault persistence.write failed: atomic rename"),
                     reverted, "default force-discharge auto-stopped: reason=targetReached"));
-    EXPECT_TRUE(bench.state().forceDischargeActive);
-    EXPECT_FALSE(bench.state().lastDischargeAbortReason.has_value());
+    EXPECT_TRUE(state().forceDischargeActive);
+    EXPECT_FALSE(state().lastDischargeAbortReason.has_value());
   }
-  bench.mac().disk.replaceFails = false;
-  bench.run(5);
-  EXPECT_FALSE(bench.onDisk().forceDischargeActive);
-  EXPECT_EQ(bench.onDisk().lastDischargeAbortReason,
+  mac().disk.replaceFails = false;
+  run(5);
+  EXPECT_FALSE(onDisk().forceDischargeActive);
+  EXPECT_EQ(onDisk().lastDischargeAbortReason,
             std::string(bannerCopy(DischargeStopReason::targetReached)));
-  bench.mark();
-  bench.run(5);
-  EXPECT_THAT(bench.since("smc"), ElementsAre("smc CHTE <- 01 00 00 00"));
+  mark();
+  run(5);
+  EXPECT_THAT(since("smc"), ElementsAre("smc CHTE <- 01 00 00 00"));
 }
 
-TEST(LostRecordTest, AClearOrAResetLeavesTheDischargeInTheRecordWithNothingThatWatchesIt) {
+TEST_F(LostRecordTest, AClearOrAResetLeavesTheDischargeInTheRecordWithNothingThatWatchesIt) {
   using Ending = AppCallRef (*)(AppClient&);
   for (const Ending ending : {Ending([](AppClient& app) { return app.clearChargeLimit(); }),
                               Ending([](AppClient& app) { return app.resetAllSMCKeys(); })}) {
@@ -103,28 +102,26 @@ TEST(LostRecordTest, AClearOrAResetLeavesTheDischargeInTheRecordWithNothingThatW
   }
 }
 
-TEST(LostRecordTest, ASuspensionLeavesTheWatchdogToTheNextClient) {
-  Bench bench;
-  bench.bootDischarging();
-  bench.mac().disk.replaceFails = true;
-  bench.app->disconnect();
-  bench.run(30);
-  bench.mac().disk.replaceFails = false;
-  EXPECT_EQ(bench.key("CHIE"), "00");
-  EXPECT_EQ(bench.logs().back(), reverted);
-  bench.app = bench.world.connectApp();
-  bench.app->await(bench.app->ping());
-  EXPECT_TRUE(bench.state().forceDischargeActive);
-  bench.mark();
-  expectTheWatchdogUntilTheChargeRises(bench);
+TEST_F(LostRecordTest, ASuspensionLeavesTheWatchdogToTheNextClient) {
+  bootDischarging();
+  mac().disk.replaceFails = true;
+  app->disconnect();
+  run(30);
+  mac().disk.replaceFails = false;
+  EXPECT_EQ(key("CHIE"), "00");
+  EXPECT_EQ(logs().back(), reverted);
+  app = world.connectApp();
+  app->await(app->ping());
+  EXPECT_TRUE(state().forceDischargeActive);
+  mark();
+  expectTheWatchdogUntilTheChargeRises(*this);
 }
 
-TEST(LostRecordTest, TheNextStartOfTheHelperEndsItInTheRecordToo) {
-  Bench bench;
-  endWithoutARecord(bench, [](AppClient& app) { return app.clearChargeLimit(); });
-  bench.world.killHelper();
-  bench.boot();
-  EXPECT_FALSE(bench.onDisk().forceDischargeActive);
+TEST_F(LostRecordTest, TheNextStartOfTheHelperEndsItInTheRecordToo) {
+  endWithoutARecord(*this, [](AppClient& app) { return app.clearChargeLimit(); });
+  world.killHelper();
+  boot();
+  EXPECT_FALSE(onDisk().forceDischargeActive);
 }
 
 }  // namespace

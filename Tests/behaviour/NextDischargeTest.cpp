@@ -32,7 +32,9 @@ void outliveTheLastClient(Bench& bench) {
   bench.call(bench.app->ping());
 }
 
-TEST(NextDischargeTest, MinimumSeenStartsAfreshHoweverTheLastOneEnded) {
+using NextDischargeTest = OnBench;
+
+TEST_F(NextDischargeTest, MinimumSeenStartsAfreshHoweverTheLastOneEnded) {
   using Ending = void (*)(Bench&);
   const std::vector<std::pair<std::string, Ending>> endings = {
       {"user stop", [](Bench& bench) { bench.call(bench.app->forceDischarge(false)); }},
@@ -54,58 +56,54 @@ TEST(NextDischargeTest, MinimumSeenStartsAfreshHoweverTheLastOneEnded) {
   }
 }
 
-TEST(NextDischargeTest, HasThreeUnreadableTicksAfterAStopForUnreadableOnes) {
-  Bench bench;
-  bench.bootDischarging();
-  bench.chargeUnreadable();
-  bench.run(15);
-  ASSERT_FALSE(bench.state().forceDischargeActive);
-  expectThreeUnreadableTicks(bench);
+TEST_F(NextDischargeTest, HasThreeUnreadableTicksAfterAStopForUnreadableOnes) {
+  bootDischarging();
+  chargeUnreadable();
+  run(15);
+  ASSERT_FALSE(state().forceDischargeActive);
+  expectThreeUnreadableTicks(*this);
 }
 
-TEST(NextDischargeTest, HasThreeUnreadableTicksAfterAStopBeforeSleep) {
-  Bench bench;
-  bench.bootDischarging();
-  bench.chargeUnreadable();
-  bench.run(10);
-  bench.mac().lid.close();
-  bench.run(1);
-  ASSERT_TRUE(bench.mac().power.isAsleep());
-  bench.mac().lid.open();
-  bench.mac().power.wake();
-  bench.run(0);
-  ASSERT_EQ(bench.onDisk().lastDischargeAbortReason,
+TEST_F(NextDischargeTest, HasThreeUnreadableTicksAfterAStopBeforeSleep) {
+  bootDischarging();
+  chargeUnreadable();
+  run(10);
+  mac().lid.close();
+  run(1);
+  ASSERT_TRUE(mac().power.isAsleep());
+  mac().lid.open();
+  mac().power.wake();
+  run(0);
+  ASSERT_EQ(onDisk().lastDischargeAbortReason,
             std::string(bannerCopy(DischargeStopReason::systemWillSleep)));
-  expectThreeUnreadableTicks(bench);
+  expectThreeUnreadableTicks(*this);
 }
 
-TEST(NextDischargeTest, HasThreeUnreadableTicksAfterAStopForWithdrawnKeepAwake) {
-  Bench bench;
-  bench.mac().lid.connectDisplay();
-  bench.bootArmedDischarge();
-  bench.mac().lid.close();
-  bench.chargeUnreadable();
-  bench.run(10);
-  bench.call(bench.app->setClamshellKeepAwake(false));
-  bench.mac().lid.open();
-  ASSERT_EQ(bench.onDisk().lastDischargeAbortReason,
+TEST_F(NextDischargeTest, HasThreeUnreadableTicksAfterAStopForWithdrawnKeepAwake) {
+  mac().lid.connectDisplay();
+  bootArmedDischarge();
+  mac().lid.close();
+  chargeUnreadable();
+  run(10);
+  call(app->setClamshellKeepAwake(false));
+  mac().lid.open();
+  ASSERT_EQ(onDisk().lastDischargeAbortReason,
             std::string(bannerCopy(DischargeStopReason::clamshellDisarmed)));
-  expectThreeUnreadableTicks(bench);
+  expectThreeUnreadableTicks(*this);
 }
 
-TEST(NextDischargeTest, StopByItselfLeavesTheTimeOfTheLastWrite) {
-  Bench bench;
-  bench.bootDischarging();
-  const HelperState before = bench.onDisk();
-  bench.run(1);
-  bench.charge(50);
-  bench.run(5);
+TEST_F(NextDischargeTest, StopByItselfLeavesTheTimeOfTheLastWrite) {
+  bootDischarging();
+  const HelperState before = onDisk();
+  run(1);
+  charge(50);
+  run(5);
   HelperState expected = before;
   expected.forceDischargeActive = false;
   expected.lastDischargeAbortReason = std::string(bannerCopy(DischargeStopReason::targetReached));
   expected.lastDischargeAbortAt = Date{before.lastWriteAt.secondsSinceReference + 5};
-  EXPECT_EQ(encodeFile(bench.onDisk()), encodeFile(expected));
-  EXPECT_EQ(encodeFile(bench.state()), encodeFile(expected));
+  EXPECT_EQ(encodeFile(onDisk()), encodeFile(expected));
+  EXPECT_EQ(encodeFile(state()), encodeFile(expected));
 }
 
 }  // namespace

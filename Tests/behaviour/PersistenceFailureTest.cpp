@@ -8,91 +8,85 @@
 namespace korvel::test {
 namespace {
 
-TEST(PersistenceFailureTest, FailedWriteIsAFaultLineAndTheCommandSucceeds) {
-  Bench bench;
-  bench.charge(59);
-  bench.boot();
-  bench.mac().disk.full = true;
-  EXPECT_EQ(outcome(bench.call(bench.app->setChargeLimit(60))), "ok");
-  ASSERT_EQ(bench.logs().size(), 2U);
-  EXPECT_THAT(bench.logs()[1],
-              ::testing::StartsWith("fault persistence.write failed: write failed: "));
-  EXPECT_EQ(bench.state().chargeLimit, 60) << "a write that failed before the rename keeps memory";
-  EXPECT_EQ(bench.onDisk().chargeLimit, 80);
+using PersistenceFailureTest = OnBench;
+
+TEST_F(PersistenceFailureTest, FailedWriteIsAFaultLineAndTheCommandSucceeds) {
+  charge(59);
+  boot();
+  mac().disk.full = true;
+  EXPECT_EQ(outcome(call(app->setChargeLimit(60))), "ok");
+  ASSERT_EQ(logs().size(), 2U);
+  EXPECT_THAT(logs()[1], ::testing::StartsWith("fault persistence.write failed: write failed: "));
+  EXPECT_EQ(state().chargeLimit, 60) << "a write that failed before the rename keeps memory";
+  EXPECT_EQ(onDisk().chargeLimit, 80);
 }
 
-TEST(PersistenceFailureTest, UnusableDirectoryIsAFaultLineOnly) {
-  Bench bench;
-  bench.boot();
-  bench.mac().disk.failCall("chmod", 1);
-  EXPECT_EQ(outcome(bench.call(bench.app->setChargeLimit(60))), "ok");
-  EXPECT_THAT(bench.logs()[1],
-              ::testing::StartsWith("fault persistence.write failed: mkdir failed: "));
-  EXPECT_EQ(bench.state().chargeLimit, 60);
+TEST_F(PersistenceFailureTest, UnusableDirectoryIsAFaultLineOnly) {
+  boot();
+  mac().disk.failCall("chmod", 1);
+  EXPECT_EQ(outcome(call(app->setChargeLimit(60))), "ok");
+  EXPECT_THAT(logs()[1], ::testing::StartsWith("fault persistence.write failed: mkdir failed: "));
+  EXPECT_EQ(state().chargeLimit, 60);
 }
 
-TEST(PersistenceFailureTest, ReadBackThatFailsIsAFaultLineAndNothingIsReverted) {
-  Bench bench;
-  bench.charge(59);
-  bench.boot();
-  bench.mac().disk.failCall("readFile", EIO);
-  EXPECT_EQ(outcome(bench.call(bench.app->setChargeLimit(60))), "ok");
-  ASSERT_EQ(bench.logs().size(), 2U);
-  EXPECT_THAT(bench.logs()[1],
+TEST_F(PersistenceFailureTest, ReadBackThatFailsIsAFaultLineAndNothingIsReverted) {
+  charge(59);
+  boot();
+  mac().disk.failCall("readFile", EIO);
+  EXPECT_EQ(outcome(call(app->setChargeLimit(60))), "ok");
+  ASSERT_EQ(logs().size(), 2U);
+  EXPECT_THAT(logs()[1],
               ::testing::StartsWith("fault persistence.write failed: read-back verify failed: "));
-  EXPECT_EQ(bench.state().chargeLimit, 60);
-  EXPECT_EQ(bench.onDisk().chargeLimit, 60) << "the new file stands; only its check failed";
+  EXPECT_EQ(state().chargeLimit, 60);
+  EXPECT_EQ(onDisk().chargeLimit, 60) << "the new file stands; only its check failed";
 }
 
 // Clients know a code for it, 502, and never see it.
-TEST(PersistenceFailureTest, NoCommandEverReportsThatItsRecordCouldNotBeWritten) {
-  Bench bench;
-  bench.charge(90);
-  bench.boot();
-  bench.mac().disk.full = true;
+TEST_F(PersistenceFailureTest, NoCommandEverReportsThatItsRecordCouldNotBeWritten) {
+  charge(90);
+  boot();
+  mac().disk.full = true;
   for (const auto& [name, command] : everyCommand()) {
-    bench.mark();
-    EXPECT_EQ(outcome(bench.call(command(*bench.app))), "ok") << name;
-    EXPECT_THAT(bench.logs(), ::testing::Contains(::testing::StartsWith(
-                                  "fault persistence.write failed: write failed: ")))
+    mark();
+    EXPECT_EQ(outcome(call(command(*app))), "ok") << name;
+    EXPECT_THAT(logs(), ::testing::Contains(::testing::StartsWith(
+                            "fault persistence.write failed: write failed: ")))
         << name << " wrote no record, so the above proves nothing";
   }
 }
 
-TEST(PersistenceFailureTest, FailedRenameRevertsTheMemoryToTheDisk) {
-  Bench bench;
-  bench.charge(59);
-  bench.boot();
-  bench.mac().disk.replaceFails = true;
-  EXPECT_EQ(outcome(bench.call(bench.app->setChargeLimit(60))), "ok");
-  const Lines lines = bench.logs();
+TEST_F(PersistenceFailureTest, FailedRenameRevertsTheMemoryToTheDisk) {
+  charge(59);
+  boot();
+  mac().disk.replaceFails = true;
+  EXPECT_EQ(outcome(call(app->setChargeLimit(60))), "ok");
+  const Lines lines = logs();
   ASSERT_EQ(lines.size(), 3U);
   EXPECT_THAT(lines[1],
               ::testing::StartsWith("fault persistence.write failed: atomic rename failed: "));
   EXPECT_EQ(lines[2],
             "default persistence rename failure — reverted in-memory state to last durable "
             "snapshot");
-  EXPECT_EQ(bench.state().chargeLimit, 80);
+  EXPECT_EQ(state().chargeLimit, 80);
 }
 
-TEST(PersistenceFailureTest, RevertToARecordWithoutDischargeUndoesTheDischargeInTheHardware) {
-  Bench bench;
-  bench.bootWithLimit(50);
-  bench.charge(70);
-  bench.call(bench.app->setClamshellKeepAwake(true));
-  bench.mac().disk.replaceFails = true;
-  bench.mark();
-  EXPECT_EQ(outcome(bench.call(bench.app->forceDischarge(true))), "ok");
+TEST_F(PersistenceFailureTest, RevertToARecordWithoutDischargeUndoesTheDischargeInTheHardware) {
+  bootWithLimit(50);
+  charge(70);
+  call(app->setClamshellKeepAwake(true));
+  mac().disk.replaceFails = true;
+  mark();
+  EXPECT_EQ(outcome(call(app->forceDischarge(true))), "ok");
   // Disarming persists once more, fails once more, and so releases the inflow a second time.
-  EXPECT_THAT(bench.since("smc power"),
+  EXPECT_THAT(since("smc power"),
               ElementsAre("smc CHIE <- 08", ::testing::StartsWith("power assertion 33001 created"),
                           ::testing::StartsWith("power assertion 33002 created"), "smc CHIE <- 00",
                           "power assertion 33001 released", "power assertion 33002 released",
                           "power SleepDisabled = 0", "smc CHIE <- 00"));
-  EXPECT_FALSE(bench.state().forceDischargeActive);
+  EXPECT_FALSE(state().forceDischargeActive);
 }
 
-TEST(PersistenceFailureTest, RevertOnTheOlderFamilyReleasesBothKeysInReverse) {
+TEST_F(PersistenceFailureTest, RevertOnTheOlderFamilyReleasesBothKeysInReverse) {
   Bench bench("older-pair");
   bench.boot();
   bench.mac().disk.replaceFails = true;
@@ -101,36 +95,34 @@ TEST(PersistenceFailureTest, RevertOnTheOlderFamilyReleasesBothKeysInReverse) {
   EXPECT_THAT(bench.since("smc"), ElementsAre("smc CH0J <- 00", "smc CH0I <- 00"));
 }
 
-TEST(PersistenceFailureTest, RevertToARecordWithADischargeLeavesTheHardwareAlone) {
-  Bench bench;
-  bench.bootDischarging();
-  bench.mac().disk.replaceFails = true;
-  EXPECT_EQ(outcome(bench.call(bench.app->forceDischarge(false))), "ok");
-  EXPECT_TRUE(bench.state().forceDischargeActive);
-  EXPECT_THAT(bench.since("smc power"),
+TEST_F(PersistenceFailureTest, RevertToARecordWithADischargeLeavesTheHardwareAlone) {
+  bootDischarging();
+  mac().disk.replaceFails = true;
+  EXPECT_EQ(outcome(call(app->forceDischarge(false))), "ok");
+  EXPECT_TRUE(state().forceDischargeActive);
+  EXPECT_THAT(since("smc power"),
               ElementsAre("smc CHIE <- 00", "smc CHTE <- 01 00 00 00",
                           "power assertion 33001 released", "power assertion 33002 released"))
       << "all of it the stop's own";
-  EXPECT_THAT(bench.logs().back(),
+  EXPECT_THAT(logs().back(),
               "default persistence rename failure — reverted in-memory state to last durable "
               "snapshot");
 }
 
-TEST(PersistenceFailureTest, FailedRenameWhileArmingLeavesTheSettingWithoutAnOwner) {
-  Bench bench;
-  bench.boot();
-  bench.mac().disk.replaceFails = true;
-  EXPECT_EQ(outcome(bench.call(bench.app->setClamshellKeepAwake(true))), "ok");
-  EXPECT_TRUE(bench.mac().power.sleepDisabled());
-  EXPECT_FALSE(bench.state().sleepDisabledByKorvel);
-  bench.mac().disk.replaceFails = false;
-  EXPECT_EQ(outcome(bench.call(bench.app->setClamshellKeepAwake(false))), "ok");
-  EXPECT_TRUE(bench.mac().power.sleepDisabled());
-  EXPECT_EQ(bench.logs().back(),
+TEST_F(PersistenceFailureTest, FailedRenameWhileArmingLeavesTheSettingWithoutAnOwner) {
+  boot();
+  mac().disk.replaceFails = true;
+  EXPECT_EQ(outcome(call(app->setClamshellKeepAwake(true))), "ok");
+  EXPECT_TRUE(mac().power.sleepDisabled());
+  EXPECT_FALSE(state().sleepDisabledByKorvel);
+  mac().disk.replaceFails = false;
+  EXPECT_EQ(outcome(call(app->setClamshellKeepAwake(false))), "ok");
+  EXPECT_TRUE(mac().power.sleepDisabled());
+  EXPECT_EQ(logs().back(),
             "default clamshell keep-awake DISARMED (SleepDisabled left as found — set externally)");
 }
 
-TEST(PersistenceFailureTest, PauseBeforeSleepGoesByTheLimitBeforeTheDischargeWasStopped) {
+TEST_F(PersistenceFailureTest, PauseBeforeSleepGoesByTheLimitBeforeTheDischargeWasStopped) {
   // The stop before sleep cannot be recorded, and so brings another limit back into the record.
   for (const auto& [before, durable] : {std::pair{50, 100}, std::pair{100, 50}}) {
     Bench bench;
@@ -151,13 +143,12 @@ TEST(PersistenceFailureTest, PauseBeforeSleepGoesByTheLimitBeforeTheDischargeWas
   }
 }
 
-TEST(PersistenceFailureTest, RenameThatFailsForEverDoesNotRecurseForEver) {
-  Bench bench;
-  bench.bootArmedDischarge();
-  bench.mac().disk.replaceFails = true;
-  EXPECT_EQ(outcome(bench.call(bench.app->clearChargeLimit())), "ok");
-  EXPECT_EQ(bench.world.logCount("persistence rename failure — reverted in-memory state to last "
-                                 "durable snapshot"),
+TEST_F(PersistenceFailureTest, RenameThatFailsForEverDoesNotRecurseForEver) {
+  bootArmedDischarge();
+  mac().disk.replaceFails = true;
+  EXPECT_EQ(outcome(call(app->clearChargeLimit())), "ok");
+  EXPECT_EQ(world.logCount("persistence rename failure — reverted in-memory state to last "
+                           "durable snapshot"),
             2U)
       << "once for the disarming, once for the end";
 }

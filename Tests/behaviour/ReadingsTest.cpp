@@ -19,7 +19,9 @@ std::string chargeAsRead(Bench& bench) {
   return outcome(bench.call(bench.app->forceDischarge(true)));
 }
 
-TEST(ReadingsTest, DesktopHasNoChargeNoTemperatureNoAdapterAndAnOpenLid) {
+using ReadingsTest = OnBench;
+
+TEST_F(ReadingsTest, DesktopHasNoChargeNoTemperatureNoAdapterAndAnOpenLid) {
   Bench bench("desktop");
   Platform& seam = bench.world.startBareHelper();
   EXPECT_EQ(MachineReadings::batteryCapacityPercent(seam.powerSources), std::nullopt);
@@ -28,7 +30,7 @@ TEST(ReadingsTest, DesktopHasNoChargeNoTemperatureNoAdapterAndAnOpenLid) {
   EXPECT_FALSE(MachineReadings::clamshellClosed(seam.registry));
 }
 
-TEST(ReadingsTest, DesktopIsRefusedADischargeAndItsGateIsLeftAlone) {
+TEST_F(ReadingsTest, DesktopIsRefusedADischargeAndItsGateIsLeftAlone) {
   Bench bench("desktop");
   bench.boot();
   EXPECT_EQ(chargeAsRead(bench), unreadable) << "past the lid, which counts as open";
@@ -38,7 +40,7 @@ TEST(ReadingsTest, DesktopIsRefusedADischargeAndItsGateIsLeftAlone) {
   EXPECT_THAT(bench.logs(), IsEmpty()) << "the gate was evaluated without a charge";
 }
 
-TEST(ReadingsTest, InternalBatteryIsFoundBehindAnUninterruptibleSupply) {
+TEST_F(ReadingsTest, InternalBatteryIsFoundBehindAnUninterruptibleSupply) {
   Bench bench("ups-first");
   bench.boot();
   bench.mac().battery.setPercent(15);
@@ -46,72 +48,67 @@ TEST(ReadingsTest, InternalBatteryIsFoundBehindAnUninterruptibleSupply) {
             "failed 400 Battery is at 15% — below the 20% safety floor for force-discharge.");
 }
 
-TEST(ReadingsTest, ChargeIsTakenUnscaledUnroundedAndUnclamped) {
-  Bench bench;
-  bench.boot();
-  bench.charge(-7);
-  EXPECT_EQ(chargeAsRead(bench),
+TEST_F(ReadingsTest, ChargeIsTakenUnscaledUnroundedAndUnclamped) {
+  boot();
+  charge(-7);
+  EXPECT_EQ(chargeAsRead(*this),
             "failed 400 Battery is at -7% — below the 20% safety floor for force-discharge.");
-  bench.charge(120);
-  EXPECT_EQ(chargeAsRead(bench), "ok") << "a reading above 100 is not clamped away";
+  charge(120);
+  EXPECT_EQ(chargeAsRead(*this), "ok") << "a reading above 100 is not clamped away";
 }
 
-TEST(ReadingsTest, ChargeOfAnotherTypeIsNoReading) {
-  Bench bench;
-  bench.boot();
+TEST_F(ReadingsTest, ChargeOfAnotherTypeIsNoReading) {
+  boot();
   for (const PropertyValue& value :
        {PropertyValue("55"), PropertyValue(55.0), PropertyValue(true), PropertyValue()}) {
-    bench.mac().powerSources.overrideCurrentCapacity(value);
-    EXPECT_EQ(chargeAsRead(bench), unreadable);
+    mac().powerSources.overrideCurrentCapacity(value);
+    EXPECT_EQ(chargeAsRead(*this), unreadable);
   }
 }
 
-TEST(ReadingsTest, NoSnapshotNoListNoArrayAndNoEntriesAreNoReading) {
-  Bench bench;
-  bench.boot();
-  virtualmac::PowerSourceList& sources = bench.mac().powerSources;
+TEST_F(ReadingsTest, NoSnapshotNoListNoArrayAndNoEntriesAreNoReading) {
+  boot();
+  virtualmac::PowerSourceList& sources = mac().powerSources;
   for (bool* fault :
        {&sources.snapshotFails, &sources.listFails, &sources.listIsNotArray, &sources.listEmpty}) {
     *fault = true;
-    EXPECT_EQ(chargeAsRead(bench), unreadable);
+    EXPECT_EQ(chargeAsRead(*this), unreadable);
     *fault = false;
   }
 }
 
-TEST(ReadingsTest, AdapterIsUnknownWithoutItsPropertyOrWithAnotherType) {
-  Bench bench;
-  bench.bootWithLimit(50);
-  bench.charge(90);
+TEST_F(ReadingsTest, AdapterIsUnknownWithoutItsPropertyOrWithAnotherType) {
+  bootWithLimit(50);
+  charge(90);
   for (const PropertyValue& value : {PropertyValue(), PropertyValue(1), PropertyValue("Yes")}) {
-    bench.mac().registry.overrideProperty("AppleSmartBattery", "ExternalConnected", value);
-    bench.run(5);
-    EXPECT_THAT(bench.since("smc"), IsEmpty());
+    mac().registry.overrideProperty("AppleSmartBattery", "ExternalConnected", value);
+    run(5);
+    EXPECT_THAT(since("smc"), IsEmpty());
   }
-  bench.mac().registry.restoreProperty("AppleSmartBattery", "ExternalConnected");
-  bench.mac().registry.hideService("AppleSmartBattery", true);
-  bench.run(5);
-  EXPECT_THAT(bench.since("smc"), IsEmpty());
-  bench.mac().registry.hideService("AppleSmartBattery", false);
-  bench.run(5);
-  EXPECT_THAT(bench.since("smc"), ElementsAre("smc CHTE <- 01 00 00 00"))
+  mac().registry.restoreProperty("AppleSmartBattery", "ExternalConnected");
+  mac().registry.hideService("AppleSmartBattery", true);
+  run(5);
+  EXPECT_THAT(since("smc"), IsEmpty());
+  mac().registry.hideService("AppleSmartBattery", false);
+  run(5);
+  EXPECT_THAT(since("smc"), ElementsAre("smc CHTE <- 01 00 00 00"))
       << "nothing is cached: the next tick sees the adapter again";
 }
 
-TEST(ReadingsTest, LidIsOpenWhenItsServicePropertyOrTypeIsNotThere) {
-  Bench bench;
-  bench.mac().lid.connectDisplay();
-  bench.bootWithLimit(50);
-  bench.mac().lid.close();
-  bench.charge(50);
+TEST_F(ReadingsTest, LidIsOpenWhenItsServicePropertyOrTypeIsNotThere) {
+  mac().lid.connectDisplay();
+  bootWithLimit(50);
+  mac().lid.close();
+  charge(50);
   const std::string alreadyThere = "failed 400 Battery is already at the 50% limit.";
-  EXPECT_THAT(chargeAsRead(bench), ::testing::HasSubstr("Open the lid"));
+  EXPECT_THAT(chargeAsRead(*this), ::testing::HasSubstr("Open the lid"));
   for (const PropertyValue& value : {PropertyValue(), PropertyValue(1)}) {
-    bench.mac().registry.overrideProperty("IOPMrootDomain", "AppleClamshellState", value);
-    EXPECT_EQ(chargeAsRead(bench), alreadyThere);
+    mac().registry.overrideProperty("IOPMrootDomain", "AppleClamshellState", value);
+    EXPECT_EQ(chargeAsRead(*this), alreadyThere);
   }
-  bench.mac().registry.restoreProperty("IOPMrootDomain", "AppleClamshellState");
-  bench.mac().registry.hideService("IOPMrootDomain", true);
-  EXPECT_EQ(chargeAsRead(bench), alreadyThere);
+  mac().registry.restoreProperty("IOPMrootDomain", "AppleClamshellState");
+  mac().registry.hideService("IOPMrootDomain", true);
+  EXPECT_EQ(chargeAsRead(*this), alreadyThere);
 }
 
 struct TemperatureCase {
@@ -142,7 +139,7 @@ INSTANTIATE_TEST_SUITE_P(Hundredths, TemperatureTest,
                            return (value < 0 ? "minus" : "") + std::to_string(std::abs(value));
                          });
 
-TEST(ReadingsTest, TemperatureOfAPackIsFoundThroughTheMergedProperties) {
+TEST_F(ReadingsTest, TemperatureOfAPackIsFoundThroughTheMergedProperties) {
   Bench bench("two-banks");
   bench.mac().lid.connectDisplay();
   bench.bootArmedDischarge();
@@ -153,56 +150,53 @@ TEST(ReadingsTest, TemperatureOfAPackIsFoundThroughTheMergedProperties) {
             "default auto-stop discharge: battery 45°C ≥ 45°C clamshell thermal cap");
 }
 
-TEST(ReadingsTest, TemperatureIsUnknownWhileTheBatteryServiceIsNotThere) {
-  Bench bench;
-  bench.mac().lid.connectDisplay();
-  bench.bootArmedDischarge();
-  bench.mac().lid.close();
-  bench.temperature(60);
-  bench.mac().registry.hideService("AppleSmartBattery", true);
-  bench.run(60);
-  EXPECT_TRUE(bench.state().forceDischargeActive);
-  bench.mac().registry.hideService("AppleSmartBattery", false);
-  bench.run(5);
-  EXPECT_FALSE(bench.state().forceDischargeActive);
+TEST_F(ReadingsTest, TemperatureIsUnknownWhileTheBatteryServiceIsNotThere) {
+  mac().lid.connectDisplay();
+  bootArmedDischarge();
+  mac().lid.close();
+  temperature(60);
+  mac().registry.hideService("AppleSmartBattery", true);
+  run(60);
+  EXPECT_TRUE(state().forceDischargeActive);
+  mac().registry.hideService("AppleSmartBattery", false);
+  run(5);
+  EXPECT_FALSE(state().forceDischargeActive);
 }
 
-TEST(ReadingsTest, UnreadableTemperatureNeverStops) {
-  Bench bench;
-  bench.bootArmedDischarge();
-  bench.mac().lid.close();
-  bench.mac().registry.overrideProperty("AppleSmartBattery", "Temperature", PropertyValue("hot"));
-  bench.run(5);
-  bench.mac().registry.propertiesUnreadable = true;
-  bench.run(5);
-  EXPECT_TRUE(bench.state().forceDischargeActive);
+TEST_F(ReadingsTest, UnreadableTemperatureNeverStops) {
+  bootArmedDischarge();
+  mac().lid.close();
+  mac().registry.overrideProperty("AppleSmartBattery", "Temperature", PropertyValue("hot"));
+  run(5);
+  mac().registry.propertiesUnreadable = true;
+  run(5);
+  EXPECT_TRUE(state().forceDischargeActive);
 }
 
 /// Everything the helper takes it gives back: after any reading, no more objects live than before.
-TEST(ReadingsTest, EveryReadingGivesBackWhatItTookOnEveryPath) {
-  Bench bench;
-  bench.mac().lid.connectDisplay();
-  bench.bootArmedDischarge();
-  bench.mac().lid.close();
-  bench.temperature(30);
-  const auto process = bench.mac().process(bench.world.platform().process.getpid());
+TEST_F(ReadingsTest, EveryReadingGivesBackWhatItTookOnEveryPath) {
+  mac().lid.connectDisplay();
+  bootArmedDischarge();
+  mac().lid.close();
+  temperature(30);
+  const auto process = mac().process(world.platform().process.getpid());
   ASSERT_NE(process, nullptr);
   const std::size_t alive = process->liveObjects();
-  virtualmac::PowerSourceList& sources = bench.mac().powerSources;
+  virtualmac::PowerSourceList& sources = mac().powerSources;
   const std::array<bool*, 6> faults{&sources.listFails,
                                     &sources.listIsNotArray,
                                     &sources.listEmpty,
                                     &sources.snapshotFails,
-                                    &bench.mac().registry.propertiesUnreadable,
-                                    &bench.mac().registry.iterationFails};
+                                    &mac().registry.propertiesUnreadable,
+                                    &mac().registry.iterationFails};
   for (bool* fault : faults) {
     *fault = true;
-    bench.run(5);
+    run(5);
     *fault = false;
-    bench.run(5);
+    run(5);
     EXPECT_EQ(process->liveObjects(), alive);
   }
-  ASSERT_TRUE(bench.state().forceDischargeActive);
+  ASSERT_TRUE(state().forceDischargeActive);
 }
 
 }  // namespace

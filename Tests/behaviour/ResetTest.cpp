@@ -7,17 +7,18 @@
 namespace korvel::test {
 namespace {
 
-TEST(ResetTest, WritesOnlyTheKeysThatThisMacHasAndSaysNothingOfTheOthers) {
-  Bench bench;
-  bench.boot();
-  EXPECT_EQ(outcome(bench.call(bench.app->resetAllSMCKeys())), "ok");
-  EXPECT_THAT(bench.since("smc"), ElementsAre("smc CHTE <- 00 00 00 00", "smc CHIE <- 00"));
-  EXPECT_THAT(bench.logs(), ElementsAre(audit(bench, "resetAllSMCKeys")));
-  EXPECT_THAT(bench.logs("SMCWriter"), ElementsAre("default SMC write CHTE bytes=[0, 0, 0, 0]",
-                                                   "default SMC write CHIE bytes=[0]"));
+using ResetTest = OnBench;
+
+TEST_F(ResetTest, WritesOnlyTheKeysThatThisMacHasAndSaysNothingOfTheOthers) {
+  boot();
+  EXPECT_EQ(outcome(call(app->resetAllSMCKeys())), "ok");
+  EXPECT_THAT(since("smc"), ElementsAre("smc CHTE <- 00 00 00 00", "smc CHIE <- 00"));
+  EXPECT_THAT(logs(), ElementsAre(audit(*this, "resetAllSMCKeys")));
+  EXPECT_THAT(logs("SMCWriter"), ElementsAre("default SMC write CHTE bytes=[0, 0, 0, 0]",
+                                             "default SMC write CHIE bytes=[0]"));
 }
 
-TEST(ResetTest, WritesEveryKeyInItsOrderWhereAllAreThere) {
+TEST_F(ResetTest, WritesEveryKeyInItsOrderWhereAllAreThere) {
   Bench bench("both-families");
   bench.boot();
   bench.call(bench.app->resetAllSMCKeys());
@@ -26,27 +27,26 @@ TEST(ResetTest, WritesEveryKeyInItsOrderWhereAllAreThere) {
                           "smc CHIE <- 00", "smc CH0I <- 00", "smc CH0J <- 00"));
 }
 
-TEST(ResetTest, EndsADischargeAndDisarmsKeepAwakeAfterTheHardware) {
-  Bench bench;
-  bench.bootArmedDischarge();
-  bench.run(1);
-  bench.mark();
-  EXPECT_EQ(outcome(bench.call(bench.app->resetAllSMCKeys())), "ok");
-  EXPECT_THAT(bench.since("smc power disk reply"),
+TEST_F(ResetTest, EndsADischargeAndDisarmsKeepAwakeAfterTheHardware) {
+  bootArmedDischarge();
+  run(1);
+  mark();
+  EXPECT_EQ(outcome(call(app->resetAllSMCKeys())), "ok");
+  EXPECT_THAT(since("smc power disk reply"),
               ElementsAre("smc CHTE <- 00 00 00 00", "smc CHIE <- 00", "power SleepDisabled = 0",
                           "disk state.json replaced: sleepDisabledByKorvel=false",
                           "power assertion 33001 released", "power assertion 33002 released",
                           "disk state.json replaced: forceDischargeActive=false "
                           "lastWriteAt=2026-01-01T00:00:01Z",
                           "reply resetAllSMCKeys ok"));
-  EXPECT_FALSE(bench.state().forceDischargeActive);
-  EXPECT_FALSE(bench.state().lastDischargeAbortReason.has_value());
-  bench.mark();
-  bench.run(60);
-  EXPECT_THAT(bench.since("smc disk log"), IsEmpty()) << "nothing runs afterwards";
+  EXPECT_FALSE(state().forceDischargeActive);
+  EXPECT_FALSE(state().lastDischargeAbortReason.has_value());
+  mark();
+  run(60);
+  EXPECT_THAT(since("smc disk log"), IsEmpty()) << "nothing runs afterwards";
 }
 
-TEST(ResetTest, DisarmsKeepAwakeOnlyAfterTheNativeLimit) {
+TEST_F(ResetTest, DisarmsKeepAwakeOnlyAfterTheNativeLimit) {
   Bench bench("newer-keys-and-native");
   bench.boot();
   bench.call(bench.app->setClamshellKeepAwake(true));
@@ -57,24 +57,23 @@ TEST(ResetTest, DisarmsKeepAwakeOnlyAfterTheNativeLimit) {
                           "power native limit none (pid 501)", "power SleepDisabled = 0"));
 }
 
-TEST(ResetTest, KeepsBandVerificationAndBanner) {
-  Bench bench;
+TEST_F(ResetTest, KeepsBandVerificationAndBanner) {
   HelperState record = savedLimit(50);
   record.sailingBand = 9;
-  bench.saveState(record);
-  bench.mac().smc.key("CHTE")->silentlyRefuses = true;
-  bench.charge(70);
-  bench.boot();
-  bench.call(bench.app->forceDischarge(true));
-  bench.mac().lid.close();
-  bench.run(1);
-  bench.mac().lid.open();
-  bench.run(1);
-  const HelperState before = bench.state();
+  saveState(record);
+  mac().smc.key("CHTE")->silentlyRefuses = true;
+  charge(70);
+  boot();
+  call(app->forceDischarge(true));
+  mac().lid.close();
+  run(1);
+  mac().lid.open();
+  run(1);
+  const HelperState before = state();
   ASSERT_TRUE(before.lastDischargeAbortReason.has_value());
   ASSERT_FALSE(before.lastWriteVerified);
-  bench.call(bench.app->resetAllSMCKeys());
-  const HelperState left = bench.onDisk();
+  call(app->resetAllSMCKeys());
+  const HelperState left = onDisk();
   EXPECT_EQ(left.sailingBand, 9);
   EXPECT_FALSE(left.lastWriteVerified);
   EXPECT_EQ(left.lastDischargeAbortReason, before.lastDischargeAbortReason);
@@ -82,34 +81,26 @@ TEST(ResetTest, KeepsBandVerificationAndBanner) {
   EXPECT_EQ(left.helperVersion, "2.0.0");
 }
 
-TEST(ResetTest, EndsASavedHeatPause) {
-  Bench bench;
-  HelperState record = savedLimit(50);
-  record.heatPauseActive = true;
-  bench.saveState(record);
-  bench.charge(49);
-  bench.boot();
-  ASSERT_TRUE(bench.onDisk().heatPauseActive);
-  bench.call(bench.app->resetAllSMCKeys());
-  EXPECT_FALSE(bench.state().heatPauseActive);
-  EXPECT_FALSE(bench.onDisk().heatPauseActive);
+TEST_F(ResetTest, EndsASavedHeatPause) {
+  bootHeatPaused();
+  call(app->resetAllSMCKeys());
+  EXPECT_FALSE(state().heatPauseActive);
+  EXPECT_FALSE(onDisk().heatPauseActive);
 }
 
-TEST(ResetTest, LeavesTheGraceTimerOfTheLastClientToRunOut) {
-  Bench bench;
-  bench.excuse(replyRule);  // The calls are the test's own.
-  const auto core = HelperImpl::create(bench.world.startBareHelper());
+TEST_F(ResetTest, LeavesTheGraceTimerOfTheLastClientToRunOut) {
+  excuse(replyRule);  // The calls are the test's own.
+  const auto core = HelperImpl::create(world.startBareHelper());
   core->clientDidConnect();
   core->clientDidDisconnect();
   core->resetAllSMCKeys(ignored());
-  bench.run(29.9);
-  bench.mark();
-  bench.run(0.2);
-  EXPECT_THAT(bench.logs(),
-              ElementsAre("default client gone — nothing to suspend (no active limit)"));
+  run(29.9);
+  mark();
+  run(0.2);
+  EXPECT_THAT(logs(), ElementsAre("default client gone — nothing to suspend (no active limit)"));
 }
 
-TEST(ResetTest, LogsEachFailureGoesOnAndSucceeds) {
+TEST_F(ResetTest, LogsEachFailureGoesOnAndSucceeds) {
   Bench bench("newer-keys-and-native");
   bench.boot();
   bench.mac().smc.key("CHTE")->writeResult = 134;
@@ -124,7 +115,7 @@ TEST(ResetTest, LogsEachFailureGoesOnAndSucceeds) {
                   "error resetAll: native limit restore failed — PowerUI call failed: not now"));
 }
 
-TEST(ResetTest, NativeLimitGoesBackToNone) {
+TEST_F(ResetTest, NativeLimitGoesBackToNone) {
   Bench bench("native-only");
   bench.bootWithLimit(80);
   bench.charge(90);
@@ -133,84 +124,78 @@ TEST(ResetTest, NativeLimitGoesBackToNone) {
   EXPECT_EQ(bench.mac().powerUI.currentLimit(), 0);
 }
 
-TEST(ResetTest, PendingTopOffLoopFindsItselfSuperseded) {
-  Bench bench;
-  bench.bootWithLimit(80);
-  bench.call(bench.app->releaseLimitUntilFullThenRestore());
-  bench.call(bench.app->resetAllSMCKeys());
-  EXPECT_FALSE(bench.state().topUpActive);
-  bench.mark();
-  bench.run(5);
-  EXPECT_THAT(bench.logs(), ElementsAre("default top-off restore loop superseded — bailing"));
-  const auto before = bench.world.callCounts();
-  bench.run(20);
-  EXPECT_EQ((bench.world.callCounts() - before).text(), "");
+TEST_F(ResetTest, PendingTopOffLoopFindsItselfSuperseded) {
+  bootWithLimit(80);
+  call(app->releaseLimitUntilFullThenRestore());
+  call(app->resetAllSMCKeys());
+  EXPECT_FALSE(state().topUpActive);
+  mark();
+  run(5);
+  EXPECT_THAT(logs(), ElementsAre("default top-off restore loop superseded — bailing"));
+  const auto before = world.callCounts();
+  run(20);
+  EXPECT_EQ((world.callCounts() - before).text(), "");
 }
 
-TEST(ResetTest, LimitStaysInTheStateAndInTheFile) {
-  Bench bench;
-  bench.bootWithLimit(65);
-  bench.call(bench.app->resetAllSMCKeys());
-  EXPECT_EQ(bench.state().chargeLimit, 65);
-  EXPECT_EQ(bench.onDisk().chargeLimit, 65);
+TEST_F(ResetTest, LimitStaysInTheStateAndInTheFile) {
+  bootWithLimit(65);
+  call(app->resetAllSMCKeys());
+  EXPECT_EQ(state().chargeLimit, 65);
+  EXPECT_EQ(onDisk().chargeLimit, 65);
 }
 
-TEST(ResetTest, SetsTheTimeOfTheLastWriteSoThatTheNextClientArmsAgain) {
-  Bench bench;
-  bench.charge(78);
-  bench.boot();  // A fresh install: the record's date is the distant past, nothing is armed.
-  bench.call(bench.app->resetAllSMCKeys());
-  bench.mark();
-  const auto second = bench.world.connectApp();
+TEST_F(ResetTest, SetsTheTimeOfTheLastWriteSoThatTheNextClientArmsAgain) {
+  charge(78);
+  boot();  // A fresh install: the record's date is the distant past, nothing is armed.
+  call(app->resetAllSMCKeys());
+  mark();
+  const auto second = world.connectApp();
   second->await(second->ping());
-  bench.world.runUntilIdle();
-  EXPECT_THAT(bench.logs(), ElementsAre("default client connected (count=2)",
-                                        "default client connect — arming polling loop at "
-                                        "limit=80"));
+  world.runUntilIdle();
+  EXPECT_THAT(logs(), ElementsAre("default client connected (count=2)",
+                                  "default client connect — arming polling loop at "
+                                  "limit=80"));
 }
 
-TEST(ResetTest, MachineWithoutAnSmcSkipsEveryKeySilentlyAndSucceeds) {
+TEST_F(ResetTest, MachineWithoutAnSmcSkipsEveryKeySilentlyAndSucceeds) {
   Bench bench("no-smc");
   bench.boot();
   EXPECT_EQ(outcome(bench.call(bench.app->resetAllSMCKeys())), "ok");
   EXPECT_THAT(bench.logs(), ElementsAre(audit(bench, "resetAllSMCKeys")));
 }
 
-TEST(ResetTest, SmcThatAppearsIsConnectedForTheFirstKey) {
-  Bench bench;
-  bench.mac().smc.servicePresent = false;
-  bench.boot();
-  bench.mac().smc.servicePresent = true;
-  bench.mark();
-  EXPECT_EQ(outcome(bench.call(bench.app->resetAllSMCKeys())), "ok");
-  EXPECT_THAT(bench.since("smc"), ElementsAre("smc CHTE <- 00 00 00 00", "smc CHIE <- 00"));
-  EXPECT_EQ(bench.logs("SMCWriter").front(),
+TEST_F(ResetTest, SmcThatAppearsIsConnectedForTheFirstKey) {
+  mac().smc.servicePresent = false;
+  boot();
+  mac().smc.servicePresent = true;
+  mark();
+  EXPECT_EQ(outcome(call(app->resetAllSMCKeys())), "ok");
+  EXPECT_THAT(since("smc"), ElementsAre("smc CHTE <- 00 00 00 00", "smc CHIE <- 00"));
+  EXPECT_EQ(logs("SMCWriter").front(),
             "default AppleSMC connection reopened after stale-handle recovery");
 }
 
-TEST(ResetTest, SmcThatGoesAwayFailsOneKeyAndSkipsTheRest) {
+TEST_F(ResetTest, SmcThatGoesAwayFailsOneKeyAndSkipsTheRest) {
   // The first key's size is still remembered, so its write is tried; after that there is no
   // connection, and a key that cannot be asked for counts as absent.
-  Bench bench;
-  bench.boot();
-  bench.mac().smc.servicePresent = false;
-  bench.mac().smc.invalidateConnections();
-  EXPECT_EQ(outcome(bench.call(bench.app->resetAllSMCKeys())), "ok");
-  EXPECT_THAT(bench.logs(), ElementsAre(audit(bench, "resetAllSMCKeys"),
-                                        "error resetAll: CHTE failed — kSMCWriteKey failed "
-                                        "(kIOReturn=-536870208, smcResult=0)"));
-  EXPECT_THAT(bench.since("smc"), IsEmpty());
+  boot();
+  mac().smc.servicePresent = false;
+  mac().smc.invalidateConnections();
+  EXPECT_EQ(outcome(call(app->resetAllSMCKeys())), "ok");
+  EXPECT_THAT(logs(), ElementsAre(audit(*this, "resetAllSMCKeys"),
+                                  "error resetAll: CHTE failed — kSMCWriteKey failed "
+                                  "(kIOReturn=-536870208, smcResult=0)"));
+  EXPECT_THAT(since("smc"), IsEmpty());
 }
 
-TEST(ResetTest, LeavesToTheSystemWhatAFailedReleaseForgot) {
-  Bench bench;
-  bench.bootDischarging();
-  ASSERT_EQ(bench.mac().power.assertions().size(), 2U);
-  bench.mac().power.assertionReleaseRefusal = ioReturnError;
-  bench.call(bench.app->forceDischarge(false));
-  bench.mac().power.assertionReleaseRefusal.reset();
-  EXPECT_EQ(outcome(bench.call(bench.app->resetAllSMCKeys())), "ok");
-  EXPECT_EQ(bench.mac().power.assertions().size(), 2U)
+TEST_F(ResetTest, LeavesToTheSystemWhatAFailedReleaseForgot) {
+  bootDischarging();
+  ASSERT_EQ(mac().power.assertions().size(), 2U);
+  mac().power.assertionReleaseRefusal = ioReturnError;
+  call(app->forceDischarge(false));
+  mac().power.assertionReleaseRefusal.reset();
+  EXPECT_EQ(outcome(call(app->resetAllSMCKeys())), "ok");
+  EXPECT_EQ(mac().power.assertions().size(), 2U)
       << "bookkeeping was dropped with the failed release; the system's time-out ends them";
 }
 

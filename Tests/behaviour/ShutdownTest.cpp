@@ -12,31 +12,32 @@
 namespace korvel::test {
 namespace {
 
-TEST(ShutdownTest, QuitSaysSoRestoresAndExitsWithZero) {
-  Bench bench;
-  bench.bootArmedDischarge();
-  bench.mac().smc.setValue("CHTE", {1, 0, 0, 0});
-  bench.run(1);
-  bench.mark();
-  bench.app->quit();
-  bench.world.runUntilIdle();
-  EXPECT_FALSE(bench.world.helperRunning());
-  EXPECT_EQ(bench.world.exitStatus(), 0);
-  EXPECT_THAT(bench.logs(), ElementsAre("default quit() received pid=501",
-                                        "default shutdownGracefully — restoring SMC before exit",
-                                        "default clamshell keep-awake DISARMED"));
-  EXPECT_THAT(bench.since("smc power disk"),
+using ShutdownTest = OnBench;
+
+TEST_F(ShutdownTest, QuitSaysSoRestoresAndExitsWithZero) {
+  bootArmedDischarge();
+  mac().smc.setValue("CHTE", {1, 0, 0, 0});
+  run(1);
+  mark();
+  app->quit();
+  world.runUntilIdle();
+  EXPECT_FALSE(world.helperRunning());
+  EXPECT_EQ(world.exitStatus(), 0);
+  EXPECT_THAT(logs(), ElementsAre("default quit() received pid=501",
+                                  "default shutdownGracefully — restoring SMC before exit",
+                                  "default clamshell keep-awake DISARMED"));
+  EXPECT_THAT(since("smc power disk"),
               ElementsAre("power SleepDisabled = 0",
                           "disk state.json replaced: sleepDisabledByKorvel=false",
                           "smc CHTE <- 00 00 00 00", "smc CHIE <- 00",
                           "power assertion 33001 released", "power assertion 33002 released",
                           "disk state.json replaced: forceDischargeActive=false "
                           "lastWriteAt=2026-01-01T00:00:01Z"));
-  EXPECT_THAT(bench.since("reply"), IsEmpty()) << "quit has no reply";
-  EXPECT_FALSE(bench.app->connected()) << "the client's connection is invalidated";
+  EXPECT_THAT(since("reply"), IsEmpty()) << "quit has no reply";
+  EXPECT_FALSE(app->connected()) << "the client's connection is invalidated";
 }
 
-TEST(ShutdownTest, DisarmsKeepAwakeBeforeTheKeysAndTheNativeLimit) {
+TEST_F(ShutdownTest, DisarmsKeepAwakeBeforeTheKeysAndTheNativeLimit) {
   Bench bench("newer-keys-and-native");
   bench.boot();
   bench.call(bench.app->setClamshellKeepAwake(true));
@@ -48,20 +49,19 @@ TEST(ShutdownTest, DisarmsKeepAwakeBeforeTheKeysAndTheNativeLimit) {
                           "power native limit none (pid 501)"));
 }
 
-TEST(ShutdownTest, KeepsLimitBandVerificationAndBanner) {
-  Bench bench;
+TEST_F(ShutdownTest, KeepsLimitBandVerificationAndBanner) {
   HelperState record = savedLimit(50);
   record.sailingBand = 9;
-  bench.saveState(record);
-  bench.charge(70);
-  bench.boot();
-  bench.call(bench.app->forceDischarge(true));
-  bench.charge(50);
-  bench.run(5);
-  ASSERT_TRUE(bench.state().lastDischargeAbortReason.has_value());
-  bench.app->quit();
-  bench.world.runUntilIdle();
-  const HelperState left = bench.onDisk();
+  saveState(record);
+  charge(70);
+  boot();
+  call(app->forceDischarge(true));
+  charge(50);
+  run(5);
+  ASSERT_TRUE(state().lastDischargeAbortReason.has_value());
+  app->quit();
+  world.runUntilIdle();
+  const HelperState left = onDisk();
   EXPECT_EQ(left.chargeLimit, 50);
   EXPECT_EQ(left.sailingBand, 9);
   EXPECT_TRUE(left.lastWriteVerified);
@@ -70,40 +70,33 @@ TEST(ShutdownTest, KeepsLimitBandVerificationAndBanner) {
   EXPECT_FALSE(left.forceDischargeActive);
 }
 
-TEST(ShutdownTest, EndsASavedHeatPause) {
-  Bench bench;
-  HelperState record = savedLimit(50);
-  record.heatPauseActive = true;
-  bench.saveState(record);
-  bench.charge(49);
-  bench.boot();
-  ASSERT_TRUE(bench.onDisk().heatPauseActive);
-  bench.app->quit();
-  bench.world.runUntilIdle();
-  ASSERT_EQ(bench.world.exitStatus(), 0);
-  EXPECT_FALSE(bench.onDisk().heatPauseActive);
+TEST_F(ShutdownTest, EndsASavedHeatPause) {
+  bootHeatPaused();
+  app->quit();
+  world.runUntilIdle();
+  ASSERT_EQ(world.exitStatus(), 0);
+  EXPECT_FALSE(onDisk().heatPauseActive);
 }
 
-TEST(ShutdownTest, BusyQueueMeansExitAfterHalfASecondWithoutRestoring) {
-  Bench bench;
-  bench.bootWithLimit(50);
-  bench.charge(70);
-  bench.run(5);
-  ASSERT_EQ(bench.key("CHTE"), "01 00 00 00");
-  bench.world.faults().setLatency(SeamCall::powerSourcesCopyInfo, 10);
-  bench.run(5);  // The tick at 10 s is now stuck in its reading.
-  bench.mark();
-  bench.world.sendSignal(SIGTERM);
-  bench.run(0.499);
-  EXPECT_TRUE(bench.world.helperRunning());
-  bench.run(0.002);
-  EXPECT_FALSE(bench.world.helperRunning());
-  EXPECT_EQ(bench.world.exitStatus(), 0);
-  EXPECT_THAT(bench.since("smc disk"), IsEmpty());
-  EXPECT_EQ(bench.key("CHTE"), "01 00 00 00");
+TEST_F(ShutdownTest, BusyQueueMeansExitAfterHalfASecondWithoutRestoring) {
+  bootWithLimit(50);
+  charge(70);
+  run(5);
+  ASSERT_EQ(key("CHTE"), "01 00 00 00");
+  world.faults().setLatency(SeamCall::powerSourcesCopyInfo, 10);
+  run(5);  // The tick at 10 s is now stuck in its reading.
+  mark();
+  world.sendSignal(SIGTERM);
+  run(0.499);
+  EXPECT_TRUE(world.helperRunning());
+  run(0.002);
+  EXPECT_FALSE(world.helperRunning());
+  EXPECT_EQ(world.exitStatus(), 0);
+  EXPECT_THAT(since("smc disk"), IsEmpty());
+  EXPECT_EQ(key("CHTE"), "01 00 00 00");
 }
 
-TEST(ShutdownTest, RestorationThatTakesLongIsCutOffWhereItStands) {
+TEST_F(ShutdownTest, RestorationThatTakesLongIsCutOffWhereItStands) {
   Bench bench("both-families");
   bench.bootWithLimit(50);
   bench.charge(70);
@@ -119,7 +112,7 @@ TEST(ShutdownTest, RestorationThatTakesLongIsCutOffWhereItStands) {
   EXPECT_THAT(bench.since("disk"), IsEmpty());
 }
 
-TEST(ShutdownTest, FailuresAreSilent) {
+TEST_F(ShutdownTest, FailuresAreSilent) {
   Bench bench("newer-keys-and-native");
   bench.bootWithLimit(50);
   bench.mac().smc.key("CHTE")->writeResult = 134;
@@ -133,7 +126,7 @@ TEST(ShutdownTest, FailuresAreSilent) {
               ElementsAre("smc CHTE <- 00 00 00 00 refused (result 134)", "smc CHIE <- 00"));
 }
 
-TEST(ShutdownTest, NativeLimitGoesBackToNone) {
+TEST_F(ShutdownTest, NativeLimitGoesBackToNone) {
   Bench bench("native-only");
   bench.bootWithLimit(80);
   bench.charge(90);
@@ -144,18 +137,16 @@ TEST(ShutdownTest, NativeLimitGoesBackToNone) {
   EXPECT_EQ(bench.mac().powerUI.currentLimit(), 0);
 }
 
-TEST(ShutdownTest, NextBootFindsNothingToRecover) {
-  Bench bench;
-  bench.bootArmedDischarge();
-  bench.app->quit();
-  bench.world.runUntilIdle();
-  bench.boot();
-  EXPECT_EQ(bench.world.logCount("crash-recovery: clearing stuck discharge keys from previous run"),
-            0U);
-  EXPECT_EQ(bench.world.logCount("crash-recovery: clearing SleepDisabled set by previous run"), 0U);
+TEST_F(ShutdownTest, NextBootFindsNothingToRecover) {
+  bootArmedDischarge();
+  app->quit();
+  world.runUntilIdle();
+  boot();
+  EXPECT_EQ(world.logCount("crash-recovery: clearing stuck discharge keys from previous run"), 0U);
+  EXPECT_EQ(world.logCount("crash-recovery: clearing SleepDisabled set by previous run"), 0U);
 }
 
-TEST(ShutdownTest, QuitAndASignalAtOnceRestoreBeforeEitherEndsTheProcess) {
+TEST_F(ShutdownTest, QuitAndASignalAtOnceRestoreBeforeEitherEndsTheProcess) {
   for (const bool signalFirst : {false, true}) {
     Bench bench;
     bench.bootWithLimit(50);
@@ -180,7 +171,7 @@ TEST(ShutdownTest, QuitAndASignalAtOnceRestoreBeforeEitherEndsTheProcess) {
   }
 }
 
-TEST(ShutdownTest, QuitAndASignalAtOnceEndTheProcessOnceUnderEverySchedule) {
+TEST_F(ShutdownTest, QuitAndASignalAtOnceEndTheProcessOnceUnderEverySchedule) {
   for (std::uint64_t seed = 1; seed <= 50; ++seed) {
     World world({.seed = seed, .scheduling = virtualmac::Scheduling::Seeded});
     virtualmac::InvariantSet rules(world);
@@ -201,7 +192,7 @@ TEST(ShutdownTest, QuitAndASignalAtOnceEndTheProcessOnceUnderEverySchedule) {
   }
 }
 
-TEST(ShutdownTest, CommandBehindTheLastWorkMayStillBeginBeforeTheExit) {
+TEST_F(ShutdownTest, CommandBehindTheLastWorkMayStillBeginBeforeTheExit) {
   // A window that the order of steps leaves open: the exit follows the end of the restoration at
   // once, but another thread may be faster. Whether it is, the schedule decides.
   int begun = 0;
@@ -279,7 +270,7 @@ class SlowExitBench : public Bench {
   const std::shared_ptr<HelperImpl> core = HelperImpl::create(slow);
 };
 
-TEST(ShutdownTest, NoTickOfThePollingLoopComesBetweenTheRestorationAndTheExit) {
+TEST_F(ShutdownTest, NoTickOfThePollingLoopComesBetweenTheRestorationAndTheExit) {
   SlowExitBench bench;
   bench.charge(70);
   bench.core->setChargeLimit(50, ignored());
@@ -290,7 +281,7 @@ TEST(ShutdownTest, NoTickOfThePollingLoopComesBetweenTheRestorationAndTheExit) {
                           "disk state.json replaced: lastWriteAt=2026-01-01T00:00:02Z"));
 }
 
-TEST(ShutdownTest, TopOffLoopStandsDownBetweenTheRestorationAndTheExit) {
+TEST_F(ShutdownTest, TopOffLoopStandsDownBetweenTheRestorationAndTheExit) {
   // Its battery is full, so that a tick that does not stand down restores the limit.
   SlowExitBench bench;
   bench.charge(70);
@@ -306,38 +297,34 @@ TEST(ShutdownTest, TopOffLoopStandsDownBetweenTheRestorationAndTheExit) {
                                         "default top-off restore loop superseded — bailing"));
 }
 
-TEST(ShutdownTest, SigabrtRestoresLikeTheOthers) {
-  Bench bench;
-  bench.bootDischarging();
-  bench.world.sendSignal(SIGABRT);
-  bench.world.runUntilIdle();
-  EXPECT_EQ(bench.world.exitStatus(), 0);
-  EXPECT_THAT(bench.logs("Boot"),
-              ElementsAre("fault SIGABRT — running shutdownGracefully before exit"));
-  EXPECT_EQ(bench.key("CHIE"), "00");
+TEST_F(ShutdownTest, SigabrtRestoresLikeTheOthers) {
+  bootDischarging();
+  world.sendSignal(SIGABRT);
+  world.runUntilIdle();
+  EXPECT_EQ(world.exitStatus(), 0);
+  EXPECT_THAT(logs("Boot"), ElementsAre("fault SIGABRT — running shutdownGracefully before exit"));
+  EXPECT_EQ(key("CHIE"), "00");
 }
 
-TEST(ShutdownTest, SmcThatIsGoneStillReleasesAndPersists) {
-  Bench bench;
-  bench.bootDischarging();
-  bench.mac().smc.servicePresent = false;
-  bench.mac().smc.invalidateConnections();
-  bench.mark();
-  bench.app->quit();
-  bench.world.runUntilIdle();
-  EXPECT_EQ(bench.world.exitStatus(), 0);
-  EXPECT_THAT(bench.since("smc"), IsEmpty());
-  EXPECT_TRUE(bench.mac().power.assertions().empty());
-  EXPECT_FALSE(bench.onDisk().forceDischargeActive);
+TEST_F(ShutdownTest, SmcThatIsGoneStillReleasesAndPersists) {
+  bootDischarging();
+  mac().smc.servicePresent = false;
+  mac().smc.invalidateConnections();
+  mark();
+  app->quit();
+  world.runUntilIdle();
+  EXPECT_EQ(world.exitStatus(), 0);
+  EXPECT_THAT(since("smc"), IsEmpty());
+  EXPECT_TRUE(mac().power.assertions().empty());
+  EXPECT_FALSE(onDisk().forceDischargeActive);
 }
 
-TEST(ShutdownTest, FailedPersistDoesNotHoldUpTheExit) {
-  Bench bench;
-  bench.bootWithLimit(50);
-  bench.mac().disk.full = true;
-  bench.app->quit();
-  bench.world.runUntilIdle();
-  EXPECT_EQ(bench.world.exitStatus(), 0);
+TEST_F(ShutdownTest, FailedPersistDoesNotHoldUpTheExit) {
+  bootWithLimit(50);
+  mac().disk.full = true;
+  app->quit();
+  world.runUntilIdle();
+  EXPECT_EQ(world.exitStatus(), 0);
 }
 
 }  // namespace

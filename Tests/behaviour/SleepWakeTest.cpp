@@ -16,12 +16,13 @@ void wakeNow(Bench& bench) {
   bench.run(0);
 }
 
-TEST(SleepWakeTest, OnePauseIsWrittenBeforeTheAcknowledgementWhateverTheCharge) {
-  Bench bench;
-  bench.bootWithLimit(80);
-  bench.charge(40);
-  sleepNow(bench);
-  EXPECT_THAT(bench.timed("smc power log"),
+using SleepWakeTest = OnBench;
+
+TEST_F(SleepWakeTest, OnePauseIsWrittenBeforeTheAcknowledgementWhateverTheCharge) {
+  bootWithLimit(80);
+  charge(40);
+  sleepNow(*this);
+  EXPECT_THAT(timed("smc power log"),
               ElementsAre("0.000 power sleep (requested) begins",
                           "0.000 power message 0xe0000280 to pid 501",
                           "0.000 log   SystemPower default \"kIOMessageSystemWillSleep — flushing "
@@ -32,7 +33,7 @@ TEST(SleepWakeTest, OnePauseIsWrittenBeforeTheAcknowledgementWhateverTheCharge) 
                           "0.000 power message acknowledged by pid 501", "0.000 power asleep"));
 }
 
-TEST(SleepWakeTest, SuccessTextNamesTheNewerKeyAlsoOnTheOlderFamily) {
+TEST_F(SleepWakeTest, SuccessTextNamesTheNewerKeyAlsoOnTheOlderFamily) {
   Bench bench("older-pair");
   bench.bootWithLimit(80);
   sleepNow(bench);
@@ -40,23 +41,22 @@ TEST(SleepWakeTest, SuccessTextNamesTheNewerKeyAlsoOnTheOlderFamily) {
   EXPECT_THAT(bench.logs(), ElementsAre("default pre-sleep CHTE pause-write succeeded"));
 }
 
-TEST(SleepWakeTest, LimitOfHundredNeedsNoPause) {
-  Bench bench;
-  bench.bootWithLimit(80);
-  bench.mac().smc.key("CHTE")->silentlyRefuses = true;
-  bench.mac().smc.setValue("CHTE", {1, 0, 0, 0});
-  bench.call(bench.app->setChargeLimit(100));  // Not verified, so the loop keeps running.
-  const auto before = bench.world.callCounts();
-  bench.run(5);
-  ASSERT_EQ((bench.world.callCounts() - before)[SeamCall::powerSourcesCopyInfo], 1U) << "it runs";
-  bench.mark();
-  sleepNow(bench);
-  EXPECT_THAT(bench.since("smc"), IsEmpty());
-  EXPECT_THAT(bench.logs(), IsEmpty());
-  EXPECT_TRUE(bench.mac().power.isAsleep());
+TEST_F(SleepWakeTest, LimitOfHundredNeedsNoPause) {
+  bootWithLimit(80);
+  mac().smc.key("CHTE")->silentlyRefuses = true;
+  mac().smc.setValue("CHTE", {1, 0, 0, 0});
+  call(app->setChargeLimit(100));  // Not verified, so the loop keeps running.
+  const auto before = world.callCounts();
+  run(5);
+  ASSERT_EQ((world.callCounts() - before)[SeamCall::powerSourcesCopyInfo], 1U) << "it runs";
+  mark();
+  sleepNow(*this);
+  EXPECT_THAT(since("smc"), IsEmpty());
+  EXPECT_THAT(logs(), IsEmpty());
+  EXPECT_TRUE(mac().power.isAsleep());
 }
 
-TEST(SleepWakeTest, PauseBeforeSleepIsForLimitsFromTwentyToNinetyNine) {
+TEST_F(SleepWakeTest, PauseBeforeSleepIsForLimitsFromTwentyToNinetyNine) {
   for (const std::uint8_t limit : {std::uint8_t{20}, std::uint8_t{99}}) {
     Bench bench;
     bench.bootWithLimit(limit);
@@ -65,26 +65,24 @@ TEST(SleepWakeTest, PauseBeforeSleepIsForLimitsFromTwentyToNinetyNine) {
   }
 }
 
-TEST(SleepWakeTest, BatteryLevelIsNotAskedForBeforeSleep) {
-  Bench bench;
-  bench.bootWithLimit(80);
-  const auto before = bench.world.callCounts();
-  sleepNow(bench);
-  EXPECT_EQ(bench.key("CHTE"), "01 00 00 00");
-  EXPECT_EQ((bench.world.callCounts() - before)[SeamCall::powerSourcesCopyInfo], 0U);
+TEST_F(SleepWakeTest, BatteryLevelIsNotAskedForBeforeSleep) {
+  bootWithLimit(80);
+  const auto before = world.callCounts();
+  sleepNow(*this);
+  EXPECT_EQ(key("CHTE"), "01 00 00 00");
+  EXPECT_EQ((world.callCounts() - before)[SeamCall::powerSourcesCopyInfo], 0U);
 }
 
-TEST(SleepWakeTest, NoLoopNoPause) {
-  Bench bench;
-  bench.bootWithLimit(80);
-  bench.call(bench.app->clearChargeLimit());
-  bench.mark();
-  sleepNow(bench);
-  EXPECT_THAT(bench.since("smc"), IsEmpty());
-  EXPECT_THAT(bench.logs(), IsEmpty());
+TEST_F(SleepWakeTest, NoLoopNoPause) {
+  bootWithLimit(80);
+  call(app->clearChargeLimit());
+  mark();
+  sleepNow(*this);
+  EXPECT_THAT(since("smc"), IsEmpty());
+  EXPECT_THAT(logs(), IsEmpty());
 }
 
-TEST(SleepWakeTest, OnBatteryOrWithAnUnknownAdapterThereIsNoPause) {
+TEST_F(SleepWakeTest, OnBatteryOrWithAnUnknownAdapterThereIsNoPause) {
   for (const bool unknown : {false, true}) {
     Bench bench;
     bench.bootWithLimit(80);
@@ -99,22 +97,20 @@ TEST(SleepWakeTest, OnBatteryOrWithAnUnknownAdapterThereIsNoPause) {
   }
 }
 
-TEST(SleepWakeTest, DischargeEndsBeforeSleepAndThePauseFollows) {
-  Bench bench;
-  bench.bootDischarging();
-  bench.mac().lid.close();
-  bench.run(1);
-  EXPECT_TRUE(bench.mac().power.isAsleep());
-  EXPECT_THAT(bench.since("smc"), ElementsAre("smc CHIE <- 00", "smc CHTE <- 01 00 00 00"));
-  EXPECT_THAT(bench.logs(),
-              ElementsAre("default pre-sleep: aborting active force-discharge before sleep",
-                          "default force-discharge auto-stopped: reason=systemWillSleep",
-                          "default pre-sleep CHTE pause-write succeeded"));
-  EXPECT_EQ(bench.onDisk().lastDischargeAbortReason,
+TEST_F(SleepWakeTest, DischargeEndsBeforeSleepAndThePauseFollows) {
+  bootDischarging();
+  mac().lid.close();
+  run(1);
+  EXPECT_TRUE(mac().power.isAsleep());
+  EXPECT_THAT(since("smc"), ElementsAre("smc CHIE <- 00", "smc CHTE <- 01 00 00 00"));
+  EXPECT_THAT(logs(), ElementsAre("default pre-sleep: aborting active force-discharge before sleep",
+                                  "default force-discharge auto-stopped: reason=systemWillSleep",
+                                  "default pre-sleep CHTE pause-write succeeded"));
+  EXPECT_EQ(onDisk().lastDischargeAbortReason,
             std::string(bannerCopy(DischargeStopReason::systemWillSleep)));
 }
 
-TEST(SleepWakeTest, PauseAfterAnEndedDischargeFollowsWhateverTheAdapterReports) {
+TEST_F(SleepWakeTest, PauseAfterAnEndedDischargeFollowsWhateverTheAdapterReports) {
   for (const bool unknown : {false, true}) {
     Bench bench;
     bench.bootDischarging();
@@ -131,182 +127,169 @@ TEST(SleepWakeTest, PauseAfterAnEndedDischargeFollowsWhateverTheAdapterReports) 
   }
 }
 
-TEST(SleepWakeTest, ArmedDischargeEndsBeforeARequestedSleepToo) {
-  Bench bench;
-  bench.bootArmedDischarge();
-  bench.mac().power.setSleepDisabledExternally(false);
-  bench.mac().adapter.disconnect();
-  bench.mark();
-  sleepNow(bench);
-  ASSERT_TRUE(bench.mac().power.isAsleep());
-  EXPECT_EQ(bench.logs().front(),
-            "default pre-sleep: aborting active force-discharge before sleep");
-  EXPECT_FALSE(bench.onDisk().forceDischargeActive);
-  EXPECT_FALSE(bench.onDisk().sleepDisabledByKorvel);
+TEST_F(SleepWakeTest, ArmedDischargeEndsBeforeARequestedSleepToo) {
+  bootArmedDischarge();
+  mac().power.setSleepDisabledExternally(false);
+  mac().adapter.disconnect();
+  mark();
+  sleepNow(*this);
+  ASSERT_TRUE(mac().power.isAsleep());
+  EXPECT_EQ(logs().front(), "default pre-sleep: aborting active force-discharge before sleep");
+  EXPECT_FALSE(onDisk().forceDischargeActive);
+  EXPECT_FALSE(onDisk().sleepDisabledByKorvel);
 }
 
-TEST(SleepWakeTest, DischargeWithALimitOfHundredEndsWithoutAPause) {
-  Bench bench;
-  bench.bootDischarging();
-  bench.chargeUnreadable();  // So that the new limit's first tick does not end the discharge.
-  bench.call(bench.app->setChargeLimit(100));
-  ASSERT_TRUE(bench.state().forceDischargeActive);
-  bench.mark();
-  bench.mac().lid.close();
-  bench.run(1);
-  EXPECT_TRUE(bench.mac().power.isAsleep());
-  EXPECT_THAT(bench.since("smc"), ElementsAre("smc CHIE <- 00"));
-  EXPECT_THAT(bench.logs(),
-              ElementsAre("default pre-sleep: aborting active force-discharge before sleep",
-                          "default force-discharge auto-stopped: reason=systemWillSleep"));
+TEST_F(SleepWakeTest, DischargeWithALimitOfHundredEndsWithoutAPause) {
+  bootDischarging();
+  chargeUnreadable();  // So that the new limit's first tick does not end the discharge.
+  call(app->setChargeLimit(100));
+  ASSERT_TRUE(state().forceDischargeActive);
+  mark();
+  mac().lid.close();
+  run(1);
+  EXPECT_TRUE(mac().power.isAsleep());
+  EXPECT_THAT(since("smc"), ElementsAre("smc CHIE <- 00"));
+  EXPECT_THAT(logs(), ElementsAre("default pre-sleep: aborting active force-discharge before sleep",
+                                  "default force-discharge auto-stopped: reason=systemWillSleep"));
 }
 
-TEST(SleepWakeTest, DischargeThatNoLoopWatchesEndsBeforeSleepToo) {
+TEST_F(SleepWakeTest, DischargeThatNoLoopWatchesEndsBeforeSleepToo) {
   // A record with a limit that no loop takes: the discharge starts, its loop stops at once.
-  Bench bench;
-  bench.saveState(savedLimit(10));
-  bench.charge(60);
-  bench.boot();
-  ASSERT_EQ(outcome(bench.call(bench.app->forceDischarge(true))), "ok");
-  ASSERT_TRUE(bench.world.logged("HelperImpl", LogLevel::Fault,
-                                 "pollOnce: target 10 out of range — stopping loop"));
-  bench.mark();
-  bench.mac().lid.close();
-  bench.run(1);
-  EXPECT_TRUE(bench.mac().power.isAsleep());
-  EXPECT_THAT(bench.since("smc"), ElementsAre("smc CHIE <- 00")) << "and no pause";
-  EXPECT_FALSE(bench.onDisk().forceDischargeActive);
+  saveState(savedLimit(10));
+  charge(60);
+  boot();
+  ASSERT_EQ(outcome(call(app->forceDischarge(true))), "ok");
+  ASSERT_TRUE(world.logged("HelperImpl", LogLevel::Fault,
+                           "pollOnce: target 10 out of range — stopping loop"));
+  mark();
+  mac().lid.close();
+  run(1);
+  EXPECT_TRUE(mac().power.isAsleep());
+  EXPECT_THAT(since("smc"), ElementsAre("smc CHIE <- 00")) << "and no pause";
+  EXPECT_FALSE(onDisk().forceDischargeActive);
 }
 
-TEST(SleepWakeTest, FailedPauseIsAnErrorLineAndSleepGoesOn) {
-  Bench bench;
-  bench.bootWithLimit(80);
-  bench.mac().smc.key("CHTE")->writeResult = 134;
-  sleepNow(bench);
-  EXPECT_EQ(bench.logs().back(),
+TEST_F(SleepWakeTest, FailedPauseIsAnErrorLineAndSleepGoesOn) {
+  bootWithLimit(80);
+  mac().smc.key("CHTE")->writeResult = 134;
+  sleepNow(*this);
+  EXPECT_EQ(logs().back(),
             "error pre-sleep pause-write failed: kSMCWriteKey failed (kIOReturn=0, smcResult=134)");
-  EXPECT_TRUE(bench.mac().power.isAsleep());
+  EXPECT_TRUE(mac().power.isAsleep());
 }
 
-TEST(SleepWakeTest, PauseThatIsSlowDelaysTheAcknowledgementByAsMuch) {
-  Bench bench;
-  bench.bootWithLimit(80);
-  bench.run(1);
-  bench.mark();
-  bench.world.faults().setLatency(SeamCall::smcCallStruct, 0.02);
-  bench.mac().power.requestSleep();
-  bench.run(1);
+TEST_F(SleepWakeTest, PauseThatIsSlowDelaysTheAcknowledgementByAsMuch) {
+  bootWithLimit(80);
+  run(1);
+  mark();
+  world.faults().setLatency(SeamCall::smcCallStruct, 0.02);
+  mac().power.requestSleep();
+  run(1);
   EXPECT_THAT(
-      bench.timed("smc power"),
+      timed("smc power"),
       ElementsAre("1.000 power sleep (requested) begins",
                   "1.000 power message 0xe0000280 to pid 501", "1.040 smc   CHTE <- 01 00 00 00",
                   "1.060 power message acknowledged by pid 501", "1.060 power asleep"));
 }
 
-TEST(SleepWakeTest, PauseThatIsSlowerThanATenthOfASecondDoesNotHoldUpSleep) {
-  Bench bench;
-  bench.bootWithLimit(80);
-  bench.run(1);
-  bench.mark();
-  bench.world.faults().setLatency(SeamCall::smcCallStruct, 0.08);
-  bench.mac().power.requestSleep();
-  bench.run(0.0999);
-  EXPECT_FALSE(bench.mac().power.isAsleep());
-  bench.run(0.0002);
-  EXPECT_TRUE(bench.mac().power.isAsleep()) << "the wait is a tenth of a second";
-  EXPECT_THAT(bench.since("smc"), IsEmpty());
-  bench.run(60);
-  wakeNow(bench);
-  bench.run(1);
-  EXPECT_EQ(bench.key("CHTE"), "01 00 00 00") << "the write completes by itself";
+TEST_F(SleepWakeTest, PauseThatIsSlowerThanATenthOfASecondDoesNotHoldUpSleep) {
+  bootWithLimit(80);
+  run(1);
+  mark();
+  world.faults().setLatency(SeamCall::smcCallStruct, 0.08);
+  mac().power.requestSleep();
+  run(0.0999);
+  EXPECT_FALSE(mac().power.isAsleep());
+  run(0.0002);
+  EXPECT_TRUE(mac().power.isAsleep()) << "the wait is a tenth of a second";
+  EXPECT_THAT(since("smc"), IsEmpty());
+  run(60);
+  wakeNow(*this);
+  run(1);
+  EXPECT_EQ(key("CHTE"), "01 00 00 00") << "the write completes by itself";
   EXPECT_TRUE(
-      bench.world.logged("HelperImpl", LogLevel::Default, "pre-sleep CHTE pause-write succeeded"));
+      world.logged("HelperImpl", LogLevel::Default, "pre-sleep CHTE pause-write succeeded"));
 }
 
-TEST(SleepWakeTest, WakeRestartsTheLoopAndEvaluatesAtOnce) {
-  Bench bench;
-  bench.bootWithLimit(80);
-  bench.charge(40);
-  bench.run(2);
-  sleepNow(bench);
-  ASSERT_EQ(bench.key("CHTE"), "01 00 00 00");
-  bench.run(3600);
-  bench.mark();
+TEST_F(SleepWakeTest, WakeRestartsTheLoopAndEvaluatesAtOnce) {
+  bootWithLimit(80);
+  charge(40);
+  run(2);
+  sleepNow(*this);
+  ASSERT_EQ(key("CHTE"), "01 00 00 00");
+  run(3600);
+  mark();
   std::vector<double> ticks;
-  bench.world.faults().observe([&](SeamCall call) {
-    if (call == SeamCall::powerSourcesCopyInfo) ticks.push_back(bench.world.now());
+  world.faults().observe([&](SeamCall call) {
+    if (call == SeamCall::powerSourcesCopyInfo) ticks.push_back(world.now());
   });
-  const double wokenAt = bench.world.now();
-  wakeNow(bench);
-  EXPECT_EQ(bench.key("CHTE"), "00 00 00 00");
-  bench.run(10);
+  const double wokenAt = world.now();
+  wakeNow(*this);
+  EXPECT_EQ(key("CHTE"), "00 00 00 00");
+  run(10);
   EXPECT_THAT(ticks, ElementsAre(wokenAt, wokenAt + 5, wokenAt + 10))
       << "one fresh timer, and no tick of the old one";
 }
 
-TEST(SleepWakeTest, WakeWithoutALoopStartsNone) {
-  Bench bench;
-  bench.bootWithLimit(80);
-  bench.call(bench.app->clearChargeLimit());
-  sleepNow(bench);
-  wakeNow(bench);
-  const auto before = bench.world.callCounts();
-  bench.run(30);
-  EXPECT_EQ((bench.world.callCounts() - before).text(), "");
+TEST_F(SleepWakeTest, WakeWithoutALoopStartsNone) {
+  bootWithLimit(80);
+  call(app->clearChargeLimit());
+  sleepNow(*this);
+  wakeNow(*this);
+  const auto before = world.callCounts();
+  run(30);
+  EXPECT_EQ((world.callCounts() - before).text(), "");
 }
 
-TEST(SleepWakeTest, LimitOutOfRangeInTheRecordNeitherPausesNorRestarts) {
+TEST_F(SleepWakeTest, LimitOutOfRangeInTheRecordNeitherPausesNorRestarts) {
   // A failed replacement leaves a loop running with 60 over a record that says 10.
-  Bench bench;
-  bench.saveState(savedLimit(10));
-  bench.charge(59);
-  bench.boot();
-  bench.mac().disk.replaceFails = true;
-  bench.call(bench.app->setChargeLimit(60));
-  ASSERT_EQ(bench.state().chargeLimit, 10);
-  bench.run(2);
-  bench.mark();
-  sleepNow(bench);
-  EXPECT_THAT(bench.since("smc"), IsEmpty());
-  EXPECT_THAT(bench.logs(), IsEmpty());
+  saveState(savedLimit(10));
+  charge(59);
+  boot();
+  mac().disk.replaceFails = true;
+  call(app->setChargeLimit(60));
+  ASSERT_EQ(state().chargeLimit, 10);
+  run(2);
+  mark();
+  sleepNow(*this);
+  EXPECT_THAT(since("smc"), IsEmpty());
+  EXPECT_THAT(logs(), IsEmpty());
   std::vector<double> ticks;
-  bench.world.faults().observe([&](SeamCall call) {
-    if (call == SeamCall::powerSourcesCopyInfo) ticks.push_back(bench.world.now());
+  world.faults().observe([&](SeamCall call) {
+    if (call == SeamCall::powerSourcesCopyInfo) ticks.push_back(world.now());
   });
-  const double wokenAt = bench.world.now();
-  wakeNow(bench);
-  bench.run(4);
+  const double wokenAt = world.now();
+  wakeNow(*this);
+  run(4);
   EXPECT_THAT(ticks, ElementsAre(wokenAt + 3)) << "the running loop keeps its own time";
 }
 
-TEST(SleepWakeTest, WakeIsNotHeldUpByABusyQueue) {
-  Bench bench;
-  bench.bootWithLimit(50);
-  bench.run(2);
-  sleepNow(bench);
-  bench.world.faults().setLatency(SeamCall::powerSourcesCopyInfo, 10);
-  wakeNow(bench);
-  bench.run(4);  // The tick is stuck in its reading.
-  bench.mark();
-  bench.mac().power.requestSleep();
-  bench.run(0.2);
-  EXPECT_THAT(bench.logs("SystemPower"),
+TEST_F(SleepWakeTest, WakeIsNotHeldUpByABusyQueue) {
+  bootWithLimit(50);
+  run(2);
+  sleepNow(*this);
+  world.faults().setLatency(SeamCall::powerSourcesCopyInfo, 10);
+  wakeNow(*this);
+  run(4);  // The tick is stuck in its reading.
+  mark();
+  mac().power.requestSleep();
+  run(0.2);
+  EXPECT_THAT(logs("SystemPower"),
               ElementsAre("default kIOMessageSystemWillSleep — flushing pre-sleep SMC pause-write"))
       << "the main thread is free to hear the next message";
-  EXPECT_TRUE(bench.mac().power.isAsleep());
+  EXPECT_TRUE(mac().power.isAsleep());
 }
 
-TEST(SleepWakeTest, CanSleepIsAllowedAtOnceWithoutAnyWork) {
-  Bench bench;
-  bench.bootWithLimit(80);
-  bench.mac().power.setIdleSleepMinutes(1);
-  bench.run(59);
-  bench.mark();
-  bench.run(2);
-  const Lines lines = bench.since("power");
+TEST_F(SleepWakeTest, CanSleepIsAllowedAtOnceWithoutAnyWork) {
+  bootWithLimit(80);
+  mac().power.setIdleSleepMinutes(1);
+  run(59);
+  mark();
+  run(2);
+  const Lines lines = since("power");
   ASSERT_GE(lines.size(), 4U);
   EXPECT_THAT(lines, ::testing::Contains("power message 0xe0000270 to pid 501"));
-  EXPECT_TRUE(bench.mac().power.isAsleep());
+  EXPECT_TRUE(mac().power.isAsleep());
 }
 
 /// Another program that hears of sleep, and acknowledges when the test lets it.
@@ -331,44 +314,43 @@ class OtherProgram {
   std::intptr_t awaited = 0;
 };
 
-TEST(SleepWakeTest, DischargeRequestBehindThePreSleepWorkStartsAfterTheAcknowledgementAndSleeps) {
+TEST_F(SleepWakeTest, DischargeRequestBehindThePreSleepWorkStartsAfterTheAcknowledgementAndSleeps) {
   // A window that the order of steps leaves open: the work before sleep stops the discharge that
   // runs, not the one that is asked for behind it.
-  Bench bench;
-  OtherProgram other(bench);
-  bench.bootWithLimit(50);
-  bench.charge(70);
-  bench.mac().smc.setValue("CHTE", {0, 0, 0, 0});
-  bench.run(1);
-  bench.mark();
-  bench.world.faults().setLatency(SeamCall::smcCallStruct, 0.03);
-  bench.mac().power.requestSleep();
-  bench.run(0.05);
-  const auto asked = bench.app->forceDischarge(true);
-  bench.run(0.95);
+  OtherProgram other(*this);
+  bootWithLimit(50);
+  charge(70);
+  mac().smc.setValue("CHTE", {0, 0, 0, 0});
+  run(1);
+  mark();
+  world.faults().setLatency(SeamCall::smcCallStruct, 0.03);
+  mac().power.requestSleep();
+  run(0.05);
+  const auto asked = app->forceDischarge(true);
+  run(0.95);
   EXPECT_EQ(outcome(*asked), "ok");
-  EXPECT_THAT(bench.since("smc power reply"),
+  EXPECT_THAT(since("smc power reply"),
               ElementsAre("power sleep (requested) begins", "power message 0xe0000280 to pid 901",
                           "power message 0xe0000280 to pid 501", "smc CHTE <- 01 00 00 00",
                           "power message acknowledged by pid 501", "smc CHIE <- 08",
                           ::testing::StartsWith("power assertion 33001 created"),
                           ::testing::StartsWith("power assertion 33002 created"),
                           "reply forceDischarge ok"));
-  EXPECT_FALSE(bench.mac().power.isAsleep()) << "the other program is not ready yet";
+  EXPECT_FALSE(mac().power.isAsleep()) << "the other program is not ready yet";
   other.acknowledge();
-  bench.run(1);
-  EXPECT_TRUE(bench.mac().power.isAsleep()) << "an assertion does not stop what has begun";
-  bench.run(3600);
-  EXPECT_EQ(bench.key("CHIE"), "08") << "it lasts through the sleep";
-  EXPECT_TRUE(bench.onDisk().forceDischargeActive);
-  bench.charge(50);
-  bench.mark();
-  wakeNow(bench);
-  bench.run(5);
-  EXPECT_THAT(bench.logs(),
+  run(1);
+  EXPECT_TRUE(mac().power.isAsleep()) << "an assertion does not stop what has begun";
+  run(3600);
+  EXPECT_EQ(key("CHIE"), "08") << "it lasts through the sleep";
+  EXPECT_TRUE(onDisk().forceDischargeActive);
+  charge(50);
+  mark();
+  wakeNow(*this);
+  run(5);
+  EXPECT_THAT(logs(),
               ::testing::Contains("default force-discharge auto-stopped: reason=targetReached"))
       << "its rules are asked again after wake";
-  EXPECT_EQ(bench.key("CHIE"), "00");
+  EXPECT_EQ(key("CHIE"), "00");
 }
 
 }  // namespace

@@ -13,11 +13,12 @@
 namespace korvel::test {
 namespace {
 
-TEST(StepsTest, UserStopPausesThenDisarmsThenReleasesItsAssertions) {
-  Bench bench;
-  bench.bootArmedDischarge();
-  const Steps steps(bench, "smc power disk reply");
-  ASSERT_EQ(outcome(bench.call(bench.app->forceDischarge(false))), "ok");
+using StepsTest = OnBench;
+
+TEST_F(StepsTest, UserStopPausesThenDisarmsThenReleasesItsAssertions) {
+  bootArmedDischarge();
+  const Steps steps(*this, "smc power disk reply");
+  ASSERT_EQ(outcome(call(app->forceDischarge(false))), "ok");
   EXPECT_THAT(steps.lines(),
               ElementsAre("smc CHIE <- 00", "smc CHTE <- 01 00 00 00", "power SleepDisabled = 0",
                           "disk state.json replaced: sleepDisabledByKorvel=false",
@@ -26,13 +27,12 @@ TEST(StepsTest, UserStopPausesThenDisarmsThenReleasesItsAssertions) {
                           "reply forceDischarge ok"));
 }
 
-TEST(StepsTest, SuspensionReleasesItsAssertionsBeforeItResumesCharging) {
-  Bench bench;
-  bench.bootDischarging();
-  bench.mac().smc.setValue("CHTE", {1, 0, 0, 0});
-  bench.app->disconnect();
-  const Steps steps(bench, "smc power disk");
-  bench.run(30);
+TEST_F(StepsTest, SuspensionReleasesItsAssertionsBeforeItResumesCharging) {
+  bootDischarging();
+  mac().smc.setValue("CHTE", {1, 0, 0, 0});
+  app->disconnect();
+  const Steps steps(*this, "smc power disk");
+  run(30);
   EXPECT_THAT(steps.lines(),
               ElementsAre("starts the grace period", "cancels the grace period",
                           "cancels enforcement", "smc CHIE <- 00", "power assertion 33001 released",
@@ -40,24 +40,22 @@ TEST(StepsTest, SuspensionReleasesItsAssertionsBeforeItResumesCharging) {
                           "disk state.json replaced: forceDischargeActive=false"));
 }
 
-TEST(StepsTest, TopOffRepliesBeforeItsLoopStarts) {
-  Bench bench;
-  bench.bootWithLimit(80);
-  const Steps steps(bench, "smc disk reply");
-  ASSERT_EQ(outcome(bench.call(bench.app->releaseLimitUntilFullThenRestore())), "ok");
+TEST_F(StepsTest, TopOffRepliesBeforeItsLoopStarts) {
+  bootWithLimit(80);
+  const Steps steps(*this, "smc disk reply");
+  ASSERT_EQ(outcome(call(app->releaseLimitUntilFullThenRestore())), "ok");
   EXPECT_THAT(steps.lines(),
               ElementsAre("cancels enforcement", "smc CHIE <- 00",
                           "disk state.json replaced: topUpActive=true",
                           "reply releaseLimitUntilFullThenRestore ok", "starts the restore loop"));
 }
 
-TEST(StepsTest, CompletedTopOffStartsEnforcementBeforeItSaysSo) {
-  Bench bench;
-  bench.bootWithLimit(80);
-  bench.charge(100);
-  bench.call(bench.app->releaseLimitUntilFullThenRestore());
-  const Steps steps(bench, "disk log smc");
-  bench.run(5);
+TEST_F(StepsTest, CompletedTopOffStartsEnforcementBeforeItSaysSo) {
+  bootWithLimit(80);
+  charge(100);
+  call(app->releaseLimitUntilFullThenRestore());
+  const Steps steps(*this, "disk log smc");
+  run(5);
   ASSERT_GE(steps.lines().size(), 5U);
   EXPECT_THAT(Lines(steps.lines().begin(), steps.lines().begin() + 5),
               ElementsAre("cancels the restore loop", "disk state.json replaced: topUpActive=false",
@@ -66,12 +64,11 @@ TEST(StepsTest, CompletedTopOffStartsEnforcementBeforeItSaysSo) {
                           "smc CHTE <- 01 00 00 00"));
 }
 
-TEST(StepsTest, TopOffThatTimesOutSaysSoBeforeItStartsEnforcement) {
-  Bench bench;
-  bench.bootWithLimit(80);
-  bench.call(bench.app->releaseLimitUntilFullThenRestore());
-  const Steps steps(bench, "disk log");
-  bench.run(1440 * 5);
+TEST_F(StepsTest, TopOffThatTimesOutSaysSoBeforeItStartsEnforcement) {
+  bootWithLimit(80);
+  call(app->releaseLimitUntilFullThenRestore());
+  const Steps steps(*this, "disk log");
+  run(1440 * 5);
   EXPECT_THAT(steps.lines(),
               ElementsAre("log HelperImpl error \"top-off restore loop timed out without reaching "
                           "100% — restoring limit\"",
@@ -79,12 +76,11 @@ TEST(StepsTest, TopOffThatTimesOutSaysSoBeforeItStartsEnforcement) {
                           "starts enforcement"));
 }
 
-TEST(StepsTest, ShutdownCancelsTheLoopBeforeItTouchesTheHardware) {
-  Bench bench;
-  bench.bootWithLimit(50);
-  const Steps steps(bench, "smc power proc");
-  bench.world.sendSignal(SIGTERM);
-  bench.world.runUntilIdle();
+TEST_F(StepsTest, ShutdownCancelsTheLoopBeforeItTouchesTheHardware) {
+  bootWithLimit(50);
+  const Steps steps(*this, "smc power proc");
+  world.sendSignal(SIGTERM);
+  world.runUntilIdle();
   ASSERT_GE(steps.lines().size(), 4U);
   EXPECT_THAT(Lines(steps.lines().begin(), steps.lines().begin() + 4),
               ElementsAre("proc signal 15 to helper 501", "cancels enforcement",
@@ -110,21 +106,19 @@ class BookkeepingVisits final : public virtualmac::ScheduleObserver {
   World& world;
 };
 
-TEST(StepsTest, ResetEmptiesTheBookkeepingOfAssertionsAlsoWhenTheCoreKnowsOfNone) {
-  Bench bench;
-  bench.boot();
-  const BookkeepingVisits visits(bench);
-  bench.call(bench.app->resetAllSMCKeys());
+TEST_F(StepsTest, ResetEmptiesTheBookkeepingOfAssertionsAlsoWhenTheCoreKnowsOfNone) {
+  boot();
+  const BookkeepingVisits visits(*this);
+  call(app->resetAllSMCKeys());
   EXPECT_EQ(visits.count, 2) << "once for a copy, once to forget";
 }
 
-TEST(StepsTest, ShutdownEmptiesTheBookkeepingOfAssertionsAlsoWhenTheCoreKnowsOfNone) {
-  Bench bench;
-  bench.boot();
-  const BookkeepingVisits visits(bench);
-  bench.world.sendSignal(SIGTERM);
-  bench.world.runUntilIdle();
-  EXPECT_EQ(bench.world.exitStatus(), 0);
+TEST_F(StepsTest, ShutdownEmptiesTheBookkeepingOfAssertionsAlsoWhenTheCoreKnowsOfNone) {
+  boot();
+  const BookkeepingVisits visits(*this);
+  world.sendSignal(SIGTERM);
+  world.runUntilIdle();
+  EXPECT_EQ(world.exitStatus(), 0);
   EXPECT_EQ(visits.count, 2) << "once for a copy, once to forget";
 }
 
@@ -143,16 +137,15 @@ class NotedConnection final : public XPCConnection {
   Steps& steps;
 };
 
-TEST(StepsTest, ConnectionIsResumedThenCalledAcceptedThenCounted) {
-  Bench bench;
-  Platform& platform = bench.world.startBareHelper();
+TEST_F(StepsTest, ConnectionIsResumedThenCalledAcceptedThenCounted) {
+  Platform& platform = world.startBareHelper();
   const auto core = HelperImpl::create(platform);
   const auto delegate = std::make_shared<HelperListenerDelegate>(platform, core, "ABCDE12345");
-  bench.world.runUntilIdle();
-  Steps steps(bench, "log");
+  world.runUntilIdle();
+  Steps steps(*this, "log");
   NotedConnection connection(steps);
   EXPECT_TRUE(delegate->shouldAcceptNewConnection(connection));
-  bench.world.runUntilIdle();
+  world.runUntilIdle();
   EXPECT_THAT(steps.lines(),
               ElementsAre("resume",
                           "log Listener default \"accepted XPC connection (requirement set, "
@@ -160,14 +153,12 @@ TEST(StepsTest, ConnectionIsResumedThenCalledAcceptedThenCounted) {
                           "log HelperImpl default \"client connected (count=1)\""));
 }
 
-TEST(StepsTest, CoreRegistersForPowerMessagesBeforeItTrapsAnAbort) {
-  Bench bench;
-  Platform& real = bench.world.startBareHelper();
+TEST_F(StepsTest, CoreRegistersForPowerMessagesBeforeItTrapsAnAbort) {
+  Platform& real = world.startBareHelper();
   RecordingHost host(real.dispatch, real.xpc);
   ScriptedRootDomain rootDomain;
   rootDomain.atRegistration = [&host] { host.steps.emplace_back("register for power messages"); };
-  const Platform hosted = with(real, host, host);
-  Platform platform = with(hosted, rootDomain);
+  Platform platform = with(real, host, rootDomain);
   const auto core = HelperImpl::create(platform);
   EXPECT_THAT(host.steps, ElementsAre("register for power messages", "source 6", "handler 6",
                                       "resume 6", "ignore 6"));

@@ -7,150 +7,142 @@ namespace {
 
 constexpr const char* superseded = "default top-off restore loop superseded — bailing";
 
-TEST(TopOffTest, ReleaseStopsEnforcementResumesChargingAndSaysSoOnDisk) {
-  Bench bench;
-  bench.bootWithLimit(50);
-  bench.charge(70);
-  bench.run(5);
-  bench.mark();
-  EXPECT_EQ(outcome(bench.call(bench.app->releaseLimitUntilFullThenRestore())), "ok");
-  EXPECT_THAT(bench.since("smc disk reply"),
+using TopOffTest = OnBench;
+
+TEST_F(TopOffTest, ReleaseStopsEnforcementResumesChargingAndSaysSoOnDisk) {
+  bootWithLimit(50);
+  charge(70);
+  run(5);
+  mark();
+  EXPECT_EQ(outcome(call(app->releaseLimitUntilFullThenRestore())), "ok");
+  EXPECT_THAT(since("smc disk reply"),
               ElementsAre("smc CHIE <- 00", "smc CHTE <- 00 00 00 00",
                           "disk state.json replaced: lastWriteAt=2026-01-01T00:00:05Z "
                           "topUpActive=true",
                           "reply releaseLimitUntilFullThenRestore ok"));
-  EXPECT_THAT(bench.logs(), ElementsAre(audit(bench, "releaseLimitUntilFullThenRestore")));
-  bench.run(60);
-  EXPECT_EQ(bench.key("CHTE"), "00 00 00 00") << "the limit is not enforced meanwhile";
+  EXPECT_THAT(logs(), ElementsAre(audit(*this, "releaseLimitUntilFullThenRestore")));
+  run(60);
+  EXPECT_EQ(key("CHTE"), "00 00 00 00") << "the limit is not enforced meanwhile";
 }
 
-TEST(TopOffTest, BatteryAtHundredRestoresTheLimitAtTheFirstTick) {
-  Bench bench;
-  bench.bootWithLimit(80);
-  bench.charge(100);
-  bench.call(bench.app->releaseLimitUntilFullThenRestore());
-  bench.run(4.999);
-  EXPECT_TRUE(bench.state().topUpActive);
-  bench.mark();
-  bench.run(0.001);
-  EXPECT_THAT(bench.logs(), ElementsAre("default top-off complete — restored limit 80",
-                                        "default charge enforcement pause:ok"));
-  EXPECT_THAT(bench.since("disk smc"), ElementsAre("disk state.json replaced: topUpActive=false",
-                                                   "smc CHTE <- 01 00 00 00"));
-  bench.run(60);
-  EXPECT_EQ(bench.world.logCount("top-off complete — restored limit 80"), 1U) << "its loop ended";
+TEST_F(TopOffTest, BatteryAtHundredRestoresTheLimitAtTheFirstTick) {
+  bootWithLimit(80);
+  charge(100);
+  call(app->releaseLimitUntilFullThenRestore());
+  run(4.999);
+  EXPECT_TRUE(state().topUpActive);
+  mark();
+  run(0.001);
+  EXPECT_THAT(logs(), ElementsAre("default top-off complete — restored limit 80",
+                                  "default charge enforcement pause:ok"));
+  EXPECT_THAT(since("disk smc"), ElementsAre("disk state.json replaced: topUpActive=false",
+                                             "smc CHTE <- 01 00 00 00"));
+  run(60);
+  EXPECT_EQ(world.logCount("top-off complete — restored limit 80"), 1U) << "its loop ended";
 }
 
-TEST(TopOffTest, NinetyNineIsNotFull) {
-  Bench bench;
-  bench.bootWithLimit(80);
-  bench.charge(99);
-  bench.call(bench.app->releaseLimitUntilFullThenRestore());
-  bench.run(600);
-  EXPECT_TRUE(bench.state().topUpActive);
+TEST_F(TopOffTest, NinetyNineIsNotFull) {
+  bootWithLimit(80);
+  charge(99);
+  call(app->releaseLimitUntilFullThenRestore());
+  run(600);
+  EXPECT_TRUE(state().topUpActive);
 }
 
-TEST(TopOffTest, MoreThanAHundredIsFullToo) {
-  Bench bench;
-  bench.bootWithLimit(80);
-  bench.charge(101);
-  bench.call(bench.app->releaseLimitUntilFullThenRestore());
-  bench.mark();
-  bench.run(5);
-  EXPECT_THAT(bench.logs(), ElementsAre("default top-off complete — restored limit 80",
-                                        "default charge enforcement pause:ok"));
-  EXPECT_FALSE(bench.state().topUpActive);
+TEST_F(TopOffTest, MoreThanAHundredIsFullToo) {
+  bootWithLimit(80);
+  charge(101);
+  call(app->releaseLimitUntilFullThenRestore());
+  mark();
+  run(5);
+  EXPECT_THAT(logs(), ElementsAre("default top-off complete — restored limit 80",
+                                  "default charge enforcement pause:ok"));
+  EXPECT_FALSE(state().topUpActive);
 }
 
-TEST(TopOffTest, WithoutAnyReadingTheLoopEndsAtItsLastTickAndRestoresTheLimit) {
-  Bench bench;
-  bench.bootWithLimit(80);
-  bench.chargeUnreadable();
-  bench.call(bench.app->releaseLimitUntilFullThenRestore());
-  bench.mark();
-  bench.run(1440 * 5 - 0.001);
-  EXPECT_TRUE(bench.state().topUpActive);
-  EXPECT_THAT(bench.logs(), IsEmpty());
-  bench.run(0.001);
-  EXPECT_THAT(bench.logs(),
+TEST_F(TopOffTest, WithoutAnyReadingTheLoopEndsAtItsLastTickAndRestoresTheLimit) {
+  bootWithLimit(80);
+  chargeUnreadable();
+  call(app->releaseLimitUntilFullThenRestore());
+  mark();
+  run(1440 * 5 - 0.001);
+  EXPECT_TRUE(state().topUpActive);
+  EXPECT_THAT(logs(), IsEmpty());
+  run(0.001);
+  EXPECT_THAT(logs(),
               ElementsAre("error top-off restore loop timed out without reaching 100% — restoring "
                           "limit"));
-  EXPECT_THAT(bench.since("disk"), ElementsAre("disk state.json replaced: topUpActive=false"));
-  bench.mark();
-  bench.charge(80);
-  bench.run(60);
-  EXPECT_EQ(bench.key("CHTE"), "01 00 00 00") << "the limit is enforced again";
-  EXPECT_THAT(bench.logs(), ElementsAre("default charge enforcement pause:ok"));
+  EXPECT_THAT(since("disk"), ElementsAre("disk state.json replaced: topUpActive=false"));
+  mark();
+  charge(80);
+  run(60);
+  EXPECT_EQ(key("CHTE"), "01 00 00 00") << "the limit is enforced again";
+  EXPECT_THAT(logs(), ElementsAre("default charge enforcement pause:ok"));
 }
 
-TEST(TopOffTest, ReadingBelowFullAtTheLastTickIsATimeOut) {
-  Bench bench;
-  bench.bootWithLimit(80);
-  bench.call(bench.app->releaseLimitUntilFullThenRestore());
-  bench.run(1439 * 5);
-  EXPECT_TRUE(bench.state().topUpActive);
-  bench.mark();
-  bench.charge(90);
-  bench.run(5);
-  EXPECT_THAT(bench.logs(),
+TEST_F(TopOffTest, ReadingBelowFullAtTheLastTickIsATimeOut) {
+  bootWithLimit(80);
+  call(app->releaseLimitUntilFullThenRestore());
+  run(1439 * 5);
+  EXPECT_TRUE(state().topUpActive);
+  mark();
+  charge(90);
+  run(5);
+  EXPECT_THAT(logs(),
               ElementsAre("error top-off restore loop timed out without reaching 100% — restoring "
                           "limit",
                           "default charge enforcement pause:ok"));
-  EXPECT_FALSE(bench.onDisk().topUpActive);
+  EXPECT_FALSE(onDisk().topUpActive);
 }
 
-TEST(TopOffTest, FullAtTheVeryLastTickIsComplete) {
-  Bench bench;
-  bench.bootWithLimit(80);
-  bench.call(bench.app->releaseLimitUntilFullThenRestore());
-  bench.run(1439 * 5);
-  bench.charge(100);
-  bench.mark();
-  bench.run(5);
-  EXPECT_EQ(bench.logs().front(), "default top-off complete — restored limit 80");
+TEST_F(TopOffTest, FullAtTheVeryLastTickIsComplete) {
+  bootWithLimit(80);
+  call(app->releaseLimitUntilFullThenRestore());
+  run(1439 * 5);
+  charge(100);
+  mark();
+  run(5);
+  EXPECT_EQ(logs().front(), "default top-off complete — restored limit 80");
 }
 
-TEST(TopOffTest, CancelWithoutATopOffChangesNothingNotEvenTheGeneration) {
-  Bench bench;
-  bench.bootWithLimit(80);
-  EXPECT_EQ(outcome(bench.call(bench.app->cancelTopUp())), "ok");
-  EXPECT_THAT(bench.since("smc disk"), IsEmpty());
-  EXPECT_THAT(bench.logs(), ElementsAre(audit(bench, "cancelTopUp")));
+TEST_F(TopOffTest, CancelWithoutATopOffChangesNothingNotEvenTheGeneration) {
+  bootWithLimit(80);
+  EXPECT_EQ(outcome(call(app->cancelTopUp())), "ok");
+  EXPECT_THAT(since("smc disk"), IsEmpty());
+  EXPECT_THAT(logs(), ElementsAre(audit(*this, "cancelTopUp")));
 }
 
-TEST(TopOffTest, CancelWhileARevertedTopOffStillTicksDoesNotEndIt) {
+TEST_F(TopOffTest, CancelWhileARevertedTopOffStillTicksDoesNotEndIt) {
   // The record says that no top-off runs, so a cancel is a no-op and the loop's generation stands.
-  Bench bench;
-  bench.bootWithLimit(80);
-  bench.mac().disk.replaceFails = true;
-  bench.call(bench.app->releaseLimitUntilFullThenRestore());
-  ASSERT_FALSE(bench.state().topUpActive);
-  bench.mac().disk.replaceFails = false;
-  bench.call(bench.app->cancelTopUp());
-  bench.charge(100);
-  bench.mark();
-  bench.run(5);
-  EXPECT_EQ(bench.logs().front(), "default top-off complete — restored limit 80");
+  bootWithLimit(80);
+  mac().disk.replaceFails = true;
+  call(app->releaseLimitUntilFullThenRestore());
+  ASSERT_FALSE(state().topUpActive);
+  mac().disk.replaceFails = false;
+  call(app->cancelTopUp());
+  charge(100);
+  mark();
+  run(5);
+  EXPECT_EQ(logs().front(), "default top-off complete — restored limit 80");
 }
 
-TEST(TopOffTest, CancelRestoresAtOnceAndTheOldLoopBailsAtItsNextTick) {
-  Bench bench;
-  bench.bootWithLimit(80);
-  bench.call(bench.app->releaseLimitUntilFullThenRestore());
-  bench.charge(90);
-  bench.run(2);
-  bench.mark();
-  EXPECT_EQ(outcome(bench.call(bench.app->cancelTopUp())), "ok");
-  EXPECT_THAT(bench.since("disk reply smc"),
+TEST_F(TopOffTest, CancelRestoresAtOnceAndTheOldLoopBailsAtItsNextTick) {
+  bootWithLimit(80);
+  call(app->releaseLimitUntilFullThenRestore());
+  charge(90);
+  run(2);
+  mark();
+  EXPECT_EQ(outcome(call(app->cancelTopUp())), "ok");
+  EXPECT_THAT(since("disk reply smc"),
               ElementsAre("disk state.json replaced: lastWriteAt=2026-01-01T00:00:02Z "
                           "topUpActive=false",
                           "reply cancelTopUp ok", "smc CHTE <- 01 00 00 00"));
-  bench.run(60);
-  EXPECT_THAT(bench.logs(), ElementsAre(audit(bench, "cancelTopUp"),
-                                        "default charge enforcement pause:ok", superseded));
+  run(60);
+  EXPECT_THAT(logs(), ElementsAre(audit(*this, "cancelTopUp"),
+                                  "default charge enforcement pause:ok", superseded));
 }
 
-TEST(TopOffTest, SupersededLoopWhoseBatteryIsFullRestoresNothing) {
+TEST_F(TopOffTest, SupersededLoopWhoseBatteryIsFullRestoresNothing) {
   using Command = AppCallRef (*)(AppClient&);
   const std::vector<std::pair<std::string, Command>> commands = {
       {"clearChargeLimit", [](AppClient& app) { return app.clearChargeLimit(); }},
@@ -172,47 +164,45 @@ TEST(TopOffTest, SupersededLoopWhoseBatteryIsFullRestoresNothing) {
   }
 }
 
-TEST(TopOffTest, OfTwoRequestsOnlyTheSecondLoopSurvives) {
-  Bench bench;
-  bench.bootWithLimit(80);
-  bench.call(bench.app->releaseLimitUntilFullThenRestore());
-  bench.run(3);
-  bench.call(bench.app->releaseLimitUntilFullThenRestore());
-  bench.mark();
+TEST_F(TopOffTest, OfTwoRequestsOnlyTheSecondLoopSurvives) {
+  bootWithLimit(80);
+  call(app->releaseLimitUntilFullThenRestore());
+  run(3);
+  call(app->releaseLimitUntilFullThenRestore());
+  mark();
   std::vector<double> ticks;
-  bench.world.faults().observe([&](SeamCall call) {
-    if (call == SeamCall::powerSourcesCopyInfo) ticks.push_back(bench.world.now());
+  world.faults().observe([&](SeamCall call) {
+    if (call == SeamCall::powerSourcesCopyInfo) ticks.push_back(world.now());
   });
-  bench.run(11);
+  run(11);
   EXPECT_THAT(ticks, ElementsAre(8.0, 13.0));
-  EXPECT_TRUE(bench.state().topUpActive);
-  EXPECT_THAT(bench.logs(), IsEmpty()) << "the first loop is cancelled, it does not bail";
-  bench.charge(100);
-  bench.run(5);
-  EXPECT_EQ(bench.world.logCount("top-off complete — restored limit 80"), 1U);
-  EXPECT_FALSE(bench.state().topUpActive);
+  EXPECT_TRUE(state().topUpActive);
+  EXPECT_THAT(logs(), IsEmpty()) << "the first loop is cancelled, it does not bail";
+  charge(100);
+  run(5);
+  EXPECT_EQ(world.logCount("top-off complete — restored limit 80"), 1U);
+  EXPECT_FALSE(state().topUpActive);
 }
 
-TEST(TopOffTest, EndsADischargeAndKeepAwakeFirst) {
-  Bench bench;
-  bench.bootArmedDischarge();
-  bench.call(bench.app->releaseLimitUntilFullThenRestore());
-  EXPECT_THAT(bench.since("smc power disk"),
+TEST_F(TopOffTest, EndsADischargeAndKeepAwakeFirst) {
+  bootArmedDischarge();
+  call(app->releaseLimitUntilFullThenRestore());
+  EXPECT_THAT(since("smc power disk"),
               ElementsAre("smc CHIE <- 00", "power SleepDisabled = 0",
                           "disk state.json replaced: sleepDisabledByKorvel=false",
                           "power assertion 33001 released", "power assertion 33002 released",
                           "disk state.json replaced: forceDischargeActive=false topUpActive=true"));
-  EXPECT_FALSE(bench.state().lastDischargeAbortReason.has_value());
+  EXPECT_FALSE(state().lastDischargeAbortReason.has_value());
 }
 
-TEST(TopOffTest, OlderFamilyReleasesItsKeysInReverse) {
+TEST_F(TopOffTest, OlderFamilyReleasesItsKeysInReverse) {
   Bench bench("older-pair");
   bench.bootWithLimit(50);
   bench.call(bench.app->releaseLimitUntilFullThenRestore());
   EXPECT_THAT(bench.since("smc"), ElementsAre("smc CH0J <- 00", "smc CH0I <- 00"));
 }
 
-TEST(TopOffTest, MachineWithoutDischargeKeysStillResumesCharging) {
+TEST_F(TopOffTest, MachineWithoutDischargeKeysStillResumesCharging) {
   Bench bench("native-only");
   bench.bootWithLimit(80);
   bench.charge(90);
@@ -224,84 +214,79 @@ TEST(TopOffTest, MachineWithoutDischargeKeysStillResumesCharging) {
   EXPECT_EQ(bench.mac().powerUI.currentLimit(), 0);
 }
 
-TEST(TopOffTest, MachineWithoutADischargeFamilyWritesNoDischargeKeyAndResumes) {
-  Bench bench;
-  bench.mac().smc.removeKey("CHIE");
-  bench.mac().smc.addKey({"CH0J", 1, "ui8 ", 0xd0, {0}});  // Half a pair is no family.
-  bench.bootWithLimit(80);
-  bench.charge(90);
-  bench.run(5);
-  bench.mark();
-  EXPECT_EQ(outcome(bench.call(bench.app->releaseLimitUntilFullThenRestore())), "ok");
-  EXPECT_THAT(bench.since("smc"), ElementsAre("smc CHTE <- 00 00 00 00"));
-  EXPECT_TRUE(bench.state().topUpActive);
+TEST_F(TopOffTest, MachineWithoutADischargeFamilyWritesNoDischargeKeyAndResumes) {
+  mac().smc.removeKey("CHIE");
+  mac().smc.addKey({"CH0J", 1, "ui8 ", 0xd0, {0}});  // Half a pair is no family.
+  bootWithLimit(80);
+  charge(90);
+  run(5);
+  mark();
+  EXPECT_EQ(outcome(call(app->releaseLimitUntilFullThenRestore())), "ok");
+  EXPECT_THAT(since("smc"), ElementsAre("smc CHTE <- 00 00 00 00"));
+  EXPECT_TRUE(state().topUpActive);
 }
 
-TEST(TopOffTest, DischargeKeyThatCannotBeWrittenDoesNotStopIt) {
-  Bench bench;
-  bench.bootWithLimit(80);
-  bench.charge(90);
-  bench.run(5);
-  bench.mac().smc.key("CHIE")->writeResult = 134;
-  bench.mark();
-  EXPECT_EQ(outcome(bench.call(bench.app->releaseLimitUntilFullThenRestore())), "ok");
-  EXPECT_THAT(bench.since("smc"),
+TEST_F(TopOffTest, DischargeKeyThatCannotBeWrittenDoesNotStopIt) {
+  bootWithLimit(80);
+  charge(90);
+  run(5);
+  mac().smc.key("CHIE")->writeResult = 134;
+  mark();
+  EXPECT_EQ(outcome(call(app->releaseLimitUntilFullThenRestore())), "ok");
+  EXPECT_THAT(since("smc"),
               ElementsAre("smc CHIE <- 00 refused (result 134)", "smc CHTE <- 00 00 00 00"));
-  EXPECT_TRUE(bench.state().topUpActive);
+  EXPECT_TRUE(state().topUpActive);
 }
 
-TEST(TopOffTest, FailedResumeIsReportedAndNothingIsRolledBack) {
-  Bench bench;
-  bench.bootDischarging();
-  bench.mac().smc.setValue("CHTE", {1, 0, 0, 0});
-  bench.mac().smc.key("CHTE")->writeResult = 134;
-  bench.mark();
-  EXPECT_EQ(outcome(bench.call(bench.app->releaseLimitUntilFullThenRestore())),
+TEST_F(TopOffTest, FailedResumeIsReportedAndNothingIsRolledBack) {
+  bootDischarging();
+  mac().smc.setValue("CHTE", {1, 0, 0, 0});
+  mac().smc.key("CHTE")->writeResult = 134;
+  mark();
+  EXPECT_EQ(outcome(call(app->releaseLimitUntilFullThenRestore())),
             "failed 500 kSMCWriteKey failed (kIOReturn=0, smcResult=134)");
-  EXPECT_FALSE(bench.state().topUpActive);
-  EXPECT_FALSE(bench.state().forceDischargeActive);
-  bench.mark();
-  bench.run(60);
-  EXPECT_THAT(bench.since("smc log"), IsEmpty()) << "enforcement stays stopped";
+  EXPECT_FALSE(state().topUpActive);
+  EXPECT_FALSE(state().forceDischargeActive);
+  mark();
+  run(60);
+  EXPECT_THAT(since("smc log"), IsEmpty()) << "enforcement stays stopped";
 }
 
-TEST(TopOffTest, SecondRequestThatFailsLeavesTheFirstLoopRunning) {
-  Bench bench;
-  bench.bootWithLimit(80);
-  bench.call(bench.app->releaseLimitUntilFullThenRestore());
-  bench.mac().smc.setValue("CHTE", {1, 0, 0, 0});
-  bench.mac().smc.key("CHTE")->writeResult = 134;
-  EXPECT_EQ(bench.call(bench.app->releaseLimitUntilFullThenRestore()).errorCode(), 500);
-  EXPECT_TRUE(bench.state().topUpActive);
-  bench.mac().smc.key("CHTE")->writeResult.reset();
-  bench.charge(100);
-  bench.mark();
-  bench.run(5);
-  EXPECT_EQ(bench.logs().front(), "default top-off complete — restored limit 80");
+TEST_F(TopOffTest, SecondRequestThatFailsLeavesTheFirstLoopRunning) {
+  bootWithLimit(80);
+  call(app->releaseLimitUntilFullThenRestore());
+  mac().smc.setValue("CHTE", {1, 0, 0, 0});
+  mac().smc.key("CHTE")->writeResult = 134;
+  EXPECT_EQ(call(app->releaseLimitUntilFullThenRestore()).errorCode(), 500);
+  EXPECT_TRUE(state().topUpActive);
+  mac().smc.key("CHTE")->writeResult.reset();
+  charge(100);
+  mark();
+  run(5);
+  EXPECT_EQ(logs().front(), "default top-off complete — restored limit 80");
 }
 
-TEST(TopOffTest, LimitToRestoreIsTheOneOfTheStart) {
+TEST_F(TopOffTest, LimitToRestoreIsTheOneOfTheStart) {
   // Every command with another limit ends the top-off; a record that is reverted does not.
-  Bench bench;
-  bench.bootWithLimit(70);
-  bench.call(bench.app->releaseLimitUntilFullThenRestore());
-  bench.saveState(savedLimit(90));
-  bench.mac().disk.replaceFails = true;
-  bench.call(bench.app->setClamshellKeepAwake(true));
-  ASSERT_EQ(bench.state().chargeLimit, 90);
-  bench.mac().disk.replaceFails = false;
-  bench.charge(100);
-  bench.mark();
-  bench.run(5);
-  EXPECT_THAT(bench.logs(), ElementsAre("default top-off complete — restored limit 70",
-                                        "default charge enforcement pause:ok"));
-  bench.charge(70);
-  bench.mac().smc.setValue("CHTE", {0, 0, 0, 0});
-  bench.run(5);
-  EXPECT_EQ(bench.key("CHTE"), "01 00 00 00") << "and the one that is enforced";
+  bootWithLimit(70);
+  call(app->releaseLimitUntilFullThenRestore());
+  saveState(savedLimit(90));
+  mac().disk.replaceFails = true;
+  call(app->setClamshellKeepAwake(true));
+  ASSERT_EQ(state().chargeLimit, 90);
+  mac().disk.replaceFails = false;
+  charge(100);
+  mark();
+  run(5);
+  EXPECT_THAT(logs(), ElementsAre("default top-off complete — restored limit 70",
+                                  "default charge enforcement pause:ok"));
+  charge(70);
+  mac().smc.setValue("CHTE", {0, 0, 0, 0});
+  run(5);
+  EXPECT_EQ(key("CHTE"), "01 00 00 00") << "and the one that is enforced";
 }
 
-TEST(TopOffTest, EveryCommandThatChangesEnforcementSupersedesIt) {
+TEST_F(TopOffTest, EveryCommandThatChangesEnforcementSupersedesIt) {
   using Command = AppCallRef (*)(AppClient&);
   const std::vector<std::pair<std::string, Command>> commands = {
       {"setChargeLimit", [](AppClient& app) { return app.setChargeLimit(60); }},

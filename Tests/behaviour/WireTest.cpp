@@ -6,48 +6,46 @@
 namespace korvel::test {
 namespace {
 
-TEST(WireTest, RefusedSmcWriteArrivesWithItsResultAsANumber) {
-  Bench bench;
-  bench.bootDischarging();
-  bench.mac().smc.key("CHIE")->writeResult = 134;
-  const AppCall& call = bench.call(bench.app->forceDischarge(false));
-  ASSERT_TRUE(call.error.has_value());
-  EXPECT_EQ(call.error->domain, "KorvelHelperError");
-  EXPECT_EQ(call.error->code, 500);
-  EXPECT_EQ(call.error->userInfo,
+using WireTest = OnBench;
+
+TEST_F(WireTest, RefusedSmcWriteArrivesWithItsResultAsANumber) {
+  bootDischarging();
+  mac().smc.key("CHIE")->writeResult = 134;
+  const AppCall& answered = call(app->forceDischarge(false));
+  ASSERT_TRUE(answered.error.has_value());
+  EXPECT_EQ(answered.error->domain, "KorvelHelperError");
+  EXPECT_EQ(answered.error->code, 500);
+  EXPECT_EQ(answered.error->userInfo,
             (PropertyValue::Dictionary{
                 {"NSLocalizedDescription",
                  PropertyValue("kSMCWriteKey failed (kIOReturn=0, smcResult=134)")},
                 {"smcResult", PropertyValue(134)}}));
 }
 
-TEST(WireTest, MissingKeyArrivesAs503WithoutFurtherEntries) {
-  Bench bench;
-  bench.bootDischarging();
-  bench.mac().smc.removeKey("CHIE");
-  bench.mac().smc.invalidateConnections();  // So that the key's size is asked for again.
-  bench.mac().smc.setValue("CHTE", {1, 0, 0, 0});
-  bench.call(bench.app->clearChargeLimit());
-  const AppCall& call = bench.call(bench.app->forceDischarge(false));
-  ASSERT_TRUE(call.error.has_value());
-  EXPECT_EQ(call.error->code, 503);
-  EXPECT_EQ(call.error->userInfo,
+TEST_F(WireTest, MissingKeyArrivesAs503WithoutFurtherEntries) {
+  bootDischarging();
+  mac().smc.removeKey("CHIE");
+  mac().smc.invalidateConnections();  // So that the key's size is asked for again.
+  mac().smc.setValue("CHTE", {1, 0, 0, 0});
+  call(app->clearChargeLimit());
+  const AppCall& answered = call(app->forceDischarge(false));
+  ASSERT_TRUE(answered.error.has_value());
+  EXPECT_EQ(answered.error->code, 503);
+  EXPECT_EQ(answered.error->userInfo,
             (PropertyValue::Dictionary{
                 {"NSLocalizedDescription", PropertyValue("SMC key CHIE not found on this host")}}));
 }
 
-TEST(WireTest, NoSmcArrivesAs503) {
-  Bench bench;
-  bench.mac().smc.setValue("CHTE", {1, 0, 0, 0});
-  bench.boot();
-  bench.mac().smc.servicePresent = false;
-  bench.mac().smc.invalidateConnections();
-  bench.call(bench.app->clearChargeLimit());
-  EXPECT_EQ(outcome(bench.call(bench.app->clearChargeLimit())),
-            "failed 503 AppleSMC service unavailable");
+TEST_F(WireTest, NoSmcArrivesAs503) {
+  mac().smc.setValue("CHTE", {1, 0, 0, 0});
+  boot();
+  mac().smc.servicePresent = false;
+  mac().smc.invalidateConnections();
+  call(app->clearChargeLimit());
+  EXPECT_EQ(outcome(call(app->clearChargeLimit())), "failed 503 AppleSMC service unavailable");
 }
 
-TEST(WireTest, NativeFailureArrivesAs500) {
+TEST_F(WireTest, NativeFailureArrivesAs500) {
   Bench bench("native-only");
   bench.boot();
   bench.mac().powerUI.setError = "busy";
@@ -55,15 +53,14 @@ TEST(WireTest, NativeFailureArrivesAs500) {
             "failed 500 Native charge control failed: PowerUI call failed: busy");
 }
 
-TEST(WireTest, RefusalOfAnArgumentArrivesAs400WithOnlyItsDescription) {
-  Bench bench;
-  bench.boot();
-  const AppCall& call = bench.call(bench.app->setChargeLimit(7));
-  EXPECT_EQ(call.errorCode(), 400);
-  EXPECT_EQ(call.error->userInfo.size(), 1U);
+TEST_F(WireTest, RefusalOfAnArgumentArrivesAs400WithOnlyItsDescription) {
+  boot();
+  const AppCall& answered = call(app->setChargeLimit(7));
+  EXPECT_EQ(answered.errorCode(), 400);
+  EXPECT_EQ(answered.error->userInfo.size(), 1U);
 }
 
-TEST(WireTest, DescriptionInTheUserInfoWinsOverTheMessage) {
+TEST_F(WireTest, DescriptionInTheUserInfoWinsOverTheMessage) {
   const ErrorObject error =
       makeError(400, "message",
                 {{"NSLocalizedDescription", PropertyValue("given")}, {"x", PropertyValue(1)}});
@@ -71,14 +68,13 @@ TEST(WireTest, DescriptionInTheUserInfoWinsOverTheMessage) {
   EXPECT_EQ(error.userInfo.size(), 2U);
 }
 
-TEST(WireTest, StateAndCapabilitiesDecodeOnTheClientsSide) {
-  Bench bench;
-  bench.boot();
-  EXPECT_TRUE(bench.app->state().has_value());
-  EXPECT_TRUE(bench.app->capabilityRecord().has_value());
+TEST_F(WireTest, StateAndCapabilitiesDecodeOnTheClientsSide) {
+  boot();
+  EXPECT_TRUE(app->state().has_value());
+  EXPECT_TRUE(app->capabilityRecord().has_value());
 }
 
-TEST(WireTest, EightRepliesAreTypedAndKeepAwakeIsNot) {
+TEST_F(WireTest, EightRepliesAreTypedAndKeepAwakeIsNot) {
   XPCInterface interface = makeHelperInterface();
   applyTypedReplyClasses(interface);
   std::vector<std::string> settings;
@@ -93,16 +89,15 @@ TEST(WireTest, EightRepliesAreTypedAndKeepAwakeIsNot) {
                                     "resetAllSMCKeysWithReply: 1 4", "cancelTopUpWithReply: 1 4"));
 }
 
-TEST(WireTest, UnknownMessageReachesNothing) {
-  Bench bench;
-  bench.boot();
-  const AppCallRef call = bench.app->send("setChargeCurrent:reply:");
-  bench.world.runUntilIdle();
+TEST_F(WireTest, UnknownMessageReachesNothing) {
+  boot();
+  const AppCallRef call = app->send("setChargeCurrent:reply:");
+  world.runUntilIdle();
   EXPECT_TRUE(call->failed);
-  EXPECT_THAT(bench.since("log smc disk"), IsEmpty());
+  EXPECT_THAT(since("log smc disk"), IsEmpty());
 }
 
-TEST(WireTest, EveryCallOfAnOrdinaryDayIsAnsweredExactlyOnce) {
+TEST_F(WireTest, EveryCallOfAnOrdinaryDayIsAnsweredExactlyOnce) {
   Bench bench("both-families");
   bench.bootArmedDischarge();
   for (int round = 0; round < 3; ++round) {

@@ -1,3 +1,4 @@
+#include "Tests/PlatformWith.h"
 #include "Tests/files/FilesBelow.h"
 #include "Tests/seam/contract/SeamContract.h"
 #include "VirtualMac/InProcess/World.h"
@@ -25,21 +26,7 @@ class RealFilesRig final : public SeamRig {
   korvel::Platform withRealFiles() {
     world.startBareHelper();
     world.runUntilIdle();
-    const korvel::Platform& virtualOnes = world.platform();
-    return {.smc = virtualOnes.smc,
-            .registry = virtualOnes.registry,
-            .powerSources = virtualOnes.powerSources,
-            .assertions = virtualOnes.assertions,
-            .powerSettings = virtualOnes.powerSettings,
-            .rootDomain = virtualOnes.rootDomain,
-            .smartCharge = virtualOnes.smartCharge,
-            .files = files,
-            .dispatch = virtualOnes.dispatch,
-            .clock = virtualOnes.clock,
-            .log = virtualOnes.log,
-            .codeSigning = virtualOnes.codeSigning,
-            .xpc = virtualOnes.xpc,
-            .process = virtualOnes.process};
+    return korvel::test::with(world.platform(), files);
   }
 
   World world{WorldOptions{}};

@@ -102,6 +102,24 @@ std::string textAt(const korvel::PropertyValue& information, std::string_view ke
   return text == nullptr ? "none" : *text;
 }
 
+korvel::PropertyValue informationOf(korvel::CodeSigning& signing, korvel::HandleRef code) {
+  korvel::PropertyValue information;
+  EXPECT_EQ(signing.copySigningInformation(code, korvel::codeSigningInformationFlag, information),
+            0);
+  return information;
+}
+
+korvel::PropertyValue informationOfProcess(korvel::CodeSigning& signing, std::int32_t pid) {
+  korvel::HandleRef guest = 0;
+  EXPECT_EQ(signing.copyGuestWithPid(pid, guest), 0);
+  korvel::HandleRef code = 0;
+  EXPECT_EQ(signing.copyStaticCode(guest, code), 0);
+  const korvel::PropertyValue information = informationOf(signing, code);
+  signing.release(code);
+  signing.release(guest);
+  return information;
+}
+
 }  // namespace
 
 TEST_P(CodeSigningContract, TheHelpersOwnProgramIsSignedByItsTeam) {
@@ -110,28 +128,16 @@ TEST_P(CodeSigningContract, TheHelpersOwnProgramIsSignedByItsTeam) {
   korvel::HandleRef code = 0;
   ASSERT_EQ(platform().codeSigning.staticCodeCreateWithPath(*path, code), 0);
   ASSERT_NE(code, 0U);
-  korvel::PropertyValue information;
-  ASSERT_EQ(platform().codeSigning.copySigningInformation(code, korvel::codeSigningInformationFlag,
-                                                          information),
-            0);
+  const auto information = informationOf(platform().codeSigning, code);
   EXPECT_EQ(textAt(information, korvel::codeInfoTeamIdentifierKey), virtualTeam);
   platform().codeSigning.release(code);
 }
 
 TEST_P(CodeSigningContract, AProcessIsKnownByItsPid) {
   const auto client = rig->connect("app");
-  korvel::HandleRef guest = 0;
-  ASSERT_EQ(platform().codeSigning.copyGuestWithPid(client->pid(), guest), 0);
-  korvel::HandleRef code = 0;
-  ASSERT_EQ(platform().codeSigning.copyStaticCode(guest, code), 0);
-  korvel::PropertyValue information;
-  ASSERT_EQ(platform().codeSigning.copySigningInformation(code, korvel::codeSigningInformationFlag,
-                                                          information),
-            0);
+  const auto information = informationOfProcess(platform().codeSigning, client->pid());
   EXPECT_EQ(textAt(information, korvel::codeInfoIdentifierKey), "com.korvel.app");
   EXPECT_EQ(textAt(information, korvel::codeInfoTeamIdentifierKey), virtualTeam);
-  platform().codeSigning.release(code);
-  platform().codeSigning.release(guest);
 }
 
 TEST_P(CodeSigningContract, UnknownPathsAndPidsFail) {
@@ -144,18 +150,9 @@ TEST_P(CodeSigningContract, UnknownPathsAndPidsFail) {
 
 TEST_P(CodeSigningContract, AnUnsignedProgramHasNeitherIdentifierNorTeam) {
   const auto client = rig->connect("unsigned");
-  korvel::HandleRef guest = 0;
-  ASSERT_EQ(platform().codeSigning.copyGuestWithPid(client->pid(), guest), 0);
-  korvel::HandleRef code = 0;
-  ASSERT_EQ(platform().codeSigning.copyStaticCode(guest, code), 0);
-  korvel::PropertyValue information;
-  ASSERT_EQ(platform().codeSigning.copySigningInformation(code, korvel::codeSigningInformationFlag,
-                                                          information),
-            0);
+  const auto information = informationOfProcess(platform().codeSigning, client->pid());
   EXPECT_EQ(textAt(information, korvel::codeInfoIdentifierKey), "none");
   EXPECT_EQ(textAt(information, korvel::codeInfoTeamIdentifierKey), "none");
-  platform().codeSigning.release(code);
-  platform().codeSigning.release(guest);
 }
 
 // ---- Process
