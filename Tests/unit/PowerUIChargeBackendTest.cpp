@@ -21,12 +21,13 @@ using virtualmac::SeamCall;
 
 using RecordedRuntime = test::Recorded<SmartChargeRuntime>;
 
-/// The machine's framework, with two answers that it never gives.
+/// The machine's framework, with two answers that it never gives: a limit below zero, and a yes
+/// with a filled error slot.
 class AnsweringRuntime final : public RecordedRuntime {
  public:
   using RecordedRuntime::RecordedRuntime;
   std::optional<std::int32_t> limit;
-  std::optional<bool> accepts;  ///< Whatever stands in the error slot.
+  std::optional<bool> accepts;
 
   std::int32_t callInt32(HandleRef object, std::string_view selector, ErrorSlot& error) override {
     return limit ? *limit : RecordedRuntime::callInt32(object, selector, error);

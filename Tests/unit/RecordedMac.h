@@ -50,7 +50,7 @@ class RecordedMac {
     return std::ranges::count(names(), name);
   }
 
-  /// The seam of the process, with nothing noted: for doubles that change an answer.
+  /// The seam of the process without notes, for doubles that change an answer.
   struct Seam {
     Gate gate;
     virtualmac::HelperProcess& process;

@@ -20,6 +20,23 @@ class SMCBlockTest : public testing::Test {
     smc.add("CHTE", 0x0000000A, {}, "hex ");
     smc.add("BIGK", 0x01020304, {}, "\xA1\xB2\xC3\xD4", 0xFF);
   }
+  static Block commandOnCHTE(std::uint8_t command) {
+    Block golden{};
+    golden[0] = 0x45;  // "CHTE" as a little-endian 32-bit code
+    golden[1] = 0x54;
+    golden[2] = 0x48;
+    golden[3] = 0x43;
+    golden[42] = command;
+    return golden;
+  }
+  static Block withSizeAndType(Block golden) {
+    golden[28] = 0x0A;
+    golden[32] = 0x20;  // "hex " as a little-endian 32-bit code
+    golden[33] = 0x78;
+    golden[34] = 0x65;
+    golden[35] = 0x68;
+    return golden;
+  }
 
   test::FakeLog log;
   test::ScriptedSMC smc;
@@ -28,46 +45,19 @@ class SMCBlockTest : public testing::Test {
 
 TEST_F(SMCBlockTest, AKeyInfoBlockHoldsKeyAndCommand) {
   EXPECT_TRUE(writer.isPresent("CHTE"));
-  Block golden{};
-  golden[0] = 0x45;  // "CHTE" as a little-endian 32-bit code
-  golden[1] = 0x54;
-  golden[2] = 0x48;
-  golden[3] = 0x43;
-  golden[42] = 9;
   ASSERT_EQ(smc.inputs.size(), 1U);
-  EXPECT_EQ(smc.inputs[0], golden);
+  EXPECT_EQ(smc.inputs[0], commandOnCHTE(9));
 }
 
 TEST_F(SMCBlockTest, AReadBlockHoldsSizeAndTypeToo) {
   EXPECT_TRUE(writer.readKey("CHTE"));
-  Block golden{};
-  golden[0] = 0x45;
-  golden[1] = 0x54;
-  golden[2] = 0x48;
-  golden[3] = 0x43;
-  golden[28] = 0x0A;
-  golden[32] = 0x20;  // "hex " as a little-endian 32-bit code
-  golden[33] = 0x78;
-  golden[34] = 0x65;
-  golden[35] = 0x68;
-  golden[42] = 5;
   ASSERT_EQ(smc.inputs.size(), 2U);
-  EXPECT_EQ(smc.inputs[1], golden);
+  EXPECT_EQ(smc.inputs[1], withSizeAndType(commandOnCHTE(5)));
 }
 
 TEST_F(SMCBlockTest, AWriteBlockHoldsThePayloadToo) {
   EXPECT_TRUE(writer.writeKey("CHTE", ByteList{1, 2, 3}));
-  Block golden{};
-  golden[0] = 0x45;
-  golden[1] = 0x54;
-  golden[2] = 0x48;
-  golden[3] = 0x43;
-  golden[28] = 0x0A;
-  golden[32] = 0x20;
-  golden[33] = 0x78;
-  golden[34] = 0x65;
-  golden[35] = 0x68;
-  golden[42] = 6;
+  Block golden = withSizeAndType(commandOnCHTE(6));
   golden[48] = 1;
   golden[49] = 2;
   golden[50] = 3;

@@ -18,10 +18,10 @@
 
 namespace korvel::test {
 
-/// The SMC of a machine that has no keys at first, as one helper process reaches it. Answers of a
-/// script stand in for the machine's own; a code together with a result byte is no fault of the
-/// machine's, which leaves either. Keeps the calls as text ("match", "open", "info CHTE", "read
-/// CHTE", "write CHTE [1, 0]", "close"), and the blocks as they came.
+/// The SMC of a machine that has no keys at first, as one helper process reaches it. A test's
+/// script can take the place of an answer, also with a kernel code and a result byte at once, which
+/// the machine never gives. Keeps the calls as text ("match", "open", "info CHTE", "read CHTE",
+/// "write CHTE [1, 0]", "close"), and the blocks as they came.
 class ScriptedSMC final : public SMCUserClient {
  public:
   using Block = std::array<std::uint8_t, smcBlockSize>;

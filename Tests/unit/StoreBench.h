@@ -19,7 +19,7 @@ inline const std::string temporaryPath = directory + "/state.json.tmp";
 
 using RecordedFiles = Recorded<FileSystem>;
 
-/// The machine's disk, but for what write returns: no disk makes calls of different lengths.
+/// The machine's disk, with a script for what write returns, call by call.
 class ScriptedFiles final : public RecordedFiles {
  public:
   using RecordedFiles::RecordedFiles;
