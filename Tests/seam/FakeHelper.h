@@ -32,8 +32,7 @@ class FakeHelper final : public korvel::KorvelHelperProtocol {
   std::function<void(const std::string& call)> onCall;
   std::function<void()> onInvalidated;
   std::vector<korvel::Reply> kept;  ///< Replies of setChargeLimit while `keepsReplies`.
-  bool keepsReplies = false;
-  bool dropsReplies = false;
+  bool keepsReplies = false, dropsReplies = false;
   std::optional<korvel::ErrorObject> error;  ///< In the replies of those that carry one.
   std::string notes;                         ///< What happened, word by word.
 

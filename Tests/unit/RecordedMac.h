@@ -9,10 +9,10 @@
 #include <vector>
 
 #include "Tests/unit/Recorded.h"
-#include "VirtualMac/InProcess/GatedPower.h"
-#include "VirtualMac/InProcess/GatedSystem.h"
+#include "VirtualMac/InProcess/Gated.h"
 #include "VirtualMac/Machine/Machine.h"
 #include "VirtualMac/Schedule/FaultTable.h"
+#include "VirtualMac/Schedule/PowerCallbacks.h"
 
 namespace korvel::test {
 
@@ -21,7 +21,12 @@ namespace korvel::test {
 /// machine answers.
 class RecordedMac {
  public:
-  explicit RecordedMac(const virtualmac::Profile& profile = {}) : machine(profile, journal) {}
+  explicit RecordedMac(const virtualmac::Profile& profile = {}) : machine(profile, journal) {
+    process->rootDomain.setMessageHandler([this](const virtualmac::PowerMessage& message) {
+      seam.rootDomain.deliver(message.notifier, message.messageType,
+                              static_cast<std::uintptr_t>(message.notificationID));
+    });
+  }
 
  private:
   struct Gate final : virtualmac::CallGate {
@@ -54,11 +59,12 @@ class RecordedMac {
   struct Seam {
     Gate gate;
     virtualmac::HelperProcess& process;
-    virtualmac::GatedPowerAssertions assertions{gate, process};
-    virtualmac::GatedPowerSettings powerSettings{gate, process};
-    virtualmac::GatedRootPowerDomain rootDomain{gate, process, [](Task work) { work(); }};
-    virtualmac::GatedSmartChargeRuntime smartCharge{gate, process};
-    virtualmac::GatedFileSystem files{gate, process};
+    virtualmac::Gated<PowerAssertions> assertions{gate, process.assertions};
+    virtualmac::Gated<PowerSettings> powerSettings{gate, process.powerSettings};
+    virtualmac::PowerCallbacks<virtualmac::Gated<RootPowerDomain>> rootDomain{gate,
+                                                                              process.rootDomain};
+    virtualmac::Gated<SmartChargeRuntime> smartCharge{gate, process.smartCharge};
+    virtualmac::Gated<FileSystem> files{gate, process.files};
   };
   Seam seam{Gate(faults), *process};
   /// The same, with every call noted.

@@ -1,22 +1,26 @@
 #!/usr/bin/env python3
 """Checks that no passage of code stands twice: the same lines, one after another, in two places.
 
-Blank lines, comments and include directives do not count, and neither does white space. Tests are
-left out: a test may tell its story again.
+Blank lines, comments, include directives and white space do not count, nor do declarations of
+overrides, which every class over an interface has to repeat. Tests are left out: a test may tell
+its story again.
 
 usage: repeats.py REPOSITORY
        repeats.py --self-test
 """
+import re
+
 import tree
 
 FOLDERS = ("KorvelHelper/", "VirtualMac/")
 LINES = 12  # A passage may be this long and stand twice.
+OVERRIDE = re.compile(r"(?<=[;{}:])[^;{}]*\boverride\s*;")
 
 
 def code_lines(text):
     """(line number, line) of every line that counts. Literals count with what they say."""
-    for number, (line, bare) in enumerate(zip(text.splitlines(), tree.blanked(text).splitlines()),
-                                          1):
+    code = OVERRIDE.sub(lambda match: "\n" * match.group(0).count("\n"), tree.blanked(text))
+    for number, (line, bare) in enumerate(zip(text.splitlines(), code.splitlines()), 1):
         if bare.strip() and not bare.lstrip().startswith("#include"):
             yield number, "".join(line.split())
 
@@ -54,6 +58,9 @@ def self_test():
     tree.expect(check, {"VirtualMac/A.cpp": longer,
                         "VirtualMac/B.cpp": longer.replace("call(7)", "call(70)")})
     tree.expect(check, {"VirtualMac/A.cpp": longer, "Tests/B.cpp": longer})
+    declared = "class A {\n" + "".join(f"  int f{n}(int a,\n  int b) override;\n"
+                                       for n in range(LINES)) + "};\n"
+    tree.expect(check, {"VirtualMac/A.h": declared, "VirtualMac/B.h": declared})
 
 
 if __name__ == "__main__":
