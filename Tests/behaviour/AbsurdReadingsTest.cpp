@@ -1,4 +1,4 @@
-// Readings that no battery gives. They are taken as they are, and nothing is counted wrong by them.
+// The helper takes readings that no battery gives as they are, and miscounts nothing for them.
 
 #include <limits>
 

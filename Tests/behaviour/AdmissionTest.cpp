@@ -1,4 +1,4 @@
-// Who may talk to the helper, and how connections are counted.
+// The helper admits only certain callers, and counts their connections.
 
 #include <ostream>
 #include <tuple>
@@ -83,7 +83,7 @@ TEST_F(DelegateTest, EveryAcceptedConnectionIsCountedInOnceAndOutOnce) {
                                         "default client disconnected (count=0)"));
 }
 
-// There is no delegate that was not told which team to ask for.
+// A delegate cannot be made without the team that it must require.
 static_assert(!std::is_default_constructible_v<HelperListenerDelegate>);
 
 TEST_F(DelegateTest, RequirementThatDoesNotParseIsARefusal) {
@@ -108,11 +108,11 @@ TEST_F(DelegateTest, AnEndThatIsToldTwiceCountsOutOnce) {
 /// A moment between the setting of the invalidation handler and the end of the delegate's method.
 struct EarlyMoment {
   const char* name;
-  const char* step = "";  ///< Of the connection's.
-  bool inLine = false;    ///< As the acceptance is being logged.
+  const char* step = "";  ///< The step of the connection at which it ends.
+  bool inLine = false;    ///< While the acceptance is being logged.
   bool afterLine = false;
-  bool beforeLock = false;  ///< When the core has been told of the client.
-  bool afterLock = false;   ///< When that is remembered as well.
+  bool beforeLock = false;  ///< After the core was told of the client.
+  bool afterLock = false;   ///< After the delegate has noted that as well.
 
   [[nodiscard]] bool beforeTheLineIsWritten() const { return inLine || *step != '\0'; }
   friend std::ostream& operator<<(std::ostream& out, const EarlyMoment& moment) {
@@ -128,7 +128,7 @@ class EarlyEndTest : public ::testing::TestWithParam<EarlyMoment> {
     bench.mark();
   }
 
-  /// Accepts one connection, which ends at the moment. `watched` is run just before it does.
+  /// Accepts one connection, which ends at the parameter's moment. `watched` runs just before.
   void accept(HelperListenerDelegate& delegate, const std::function<void()>& watched = [] {}) {
     const EarlyMoment& moment = GetParam();
     const auto end = [this, watched] {
@@ -158,7 +158,7 @@ class EarlyEndTest : public ::testing::TestWithParam<EarlyMoment> {
   RecordingConnection connection;
 };
 
-// The connection's handlers run on its own threads: nothing orders an end after the acceptance.
+// The connection's handlers run on threads of their own, so an end can overtake the acceptance.
 TEST_P(EarlyEndTest, IsCountedAfterItsBeginning) {
   const auto delegate = std::make_shared<HelperListenerDelegate>(platform, core, "ABCDE12345");
   accept(*delegate);

@@ -28,54 +28,54 @@ using virtualmac::World;
 using virtualmac::WorldOptions;
 using Lines = std::vector<std::string>;
 
-/// A virtual Mac with a helper and one application, and short ways to say what tests say often.
+/// A virtual Mac with a helper and one application, and short forms for common steps.
 ///
-/// The battery's charge is what a test sets: it is put in the place of the reading, so that a
-/// stretch of time does not move it. The adapter is connected at first, as the profiles have it.
-/// Every test also checks the rules that hold in every run.
+/// The charge is overridden with the value that a test sets, so passing time does not change it.
+/// The adapter is connected at first, as in the profiles. Every test also checks the invariants of
+/// every run.
 class Bench {
  public:
   explicit Bench(std::string_view profile = "newer-keys");
   ~Bench();
 
-  /// Puts a record on the disk, as an earlier helper would have left it.
+  /// Puts a record on the disk, as if an earlier helper had left it there.
   void saveState(const HelperState& record);
-  /// Starts the helper, connects the application, lets everything settle, and marks.
+  /// Starts the helper, connects the application, waits until all is idle, and marks.
   void boot();
-  /// Boots with a limit that is enforced, the charge one below it (so that the gate has not been
-  /// touched), and marks.
+  /// Boots with an enforced limit and a charge one below it, so that the gate is still untouched,
+  /// and marks.
   void bootWithLimit(std::uint8_t limit);
   /// Boots with a record of a limit of 50 and of a heat pause, at a charge of 49.
   void bootHeatPaused();
   /// Sets a limit of 50 at a charge of `percent`, starts a discharge, and marks.
   void bootDischarging(std::int64_t percent = 70);
-  /// The same with keep-awake armed before.
+  /// Does the same with keep-awake armed first.
   void bootArmedDischarge(std::int64_t percent = 70);
 
-  /// The charge that the next readings give.
+  /// Sets the charge that the next readings give.
   void charge(std::int64_t percent);
   void chargeUnreadable();
   void adapterUnknown();
   void temperature(std::optional<double> celsius);
 
-  /// Awaits the answer and lets everything settle that needs no time.
+  /// Awaits the answer, then runs until nothing more happens without time passing.
   const AppCall& call(const AppCallRef& made);
   void run(double seconds) { world.runFor(seconds); }
 
-  /// The journal since the last mark, some kinds of it ("smc log"): "kind text".
+  /// Gives the journal since the last mark, only these kinds ("smc log"), as "kind text".
   [[nodiscard]] Lines since(std::string_view kinds);
-  /// The same with the time in front.
+  /// Gives the same with the time in front.
   [[nodiscard]] Lines timed(std::string_view kinds);
-  /// The log lines since the last mark, one category's: "default text".
+  /// Gives the log lines of one category since the last mark, as "default text".
   [[nodiscard]] Lines logs(std::string_view category = "HelperImpl") const;
   void mark();
-  /// The record on disk; fails the test when there is none.
+  /// Reads the record on disk; fails the test when there is none.
   [[nodiscard]] HelperState onDisk();
-  /// The state as the helper replies it; fails the test when it does not.
+  /// Reads the state from the helper's reply; fails the test when there is none.
   [[nodiscard]] HelperState state() const;
-  /// A key's bytes as text: "01 00 00 00"; "absent" when there is no such key.
+  /// Gives a key's bytes as text: "01 00 00 00", or "absent" when there is no such key.
   [[nodiscard]] std::string key(std::string_view name);
-  /// Lets a test break a rule of every run that its set-up cannot keep. Say why at the call.
+  /// Ignores an invariant that the test's set-up cannot keep. Say why at the call.
   void excuse(std::string rule) { excused.push_back(std::move(rule)); }
   [[nodiscard]] virtualmac::Machine& mac() { return world.machine(); }
 
@@ -95,20 +95,20 @@ class OnBench : public testing::Test, public Bench {};
 /// The rule about replies on the wire; calls that a test makes itself have none.
 inline constexpr const char* replyRule = "one audit line and one reply each";
 
-/// "ok", "failed 400 text", "failed" (no error object), "no answer".
+/// Describes a call: "ok", "failed 400 text", "failed" (no error object) or "no answer".
 std::string outcome(const AppCall& call);
 
-/// A command's audit line as the application's calls leave it: "default setChargeLimit(80) pid=…".
+/// Gives a command's audit line for the application: "default setChargeLimit(80) pid=…".
 std::string audit(const Bench& bench, std::string_view command);
 
-/// The commands that change the state, in an order in which each succeeds on a charge above 60.
+/// The commands that change the state, in an order in which all succeed at a charge above 60.
 struct NamedCommand {
   std::string name;
   AppCallRef (*make)(AppClient& app);
 };
 std::vector<NamedCommand> everyCommand();
 
-/// A record with a limit that was set once, so that a client's coming starts enforcement.
+/// A record with a limit that was set before, so that the next client to connect arms enforcement.
 HelperState savedLimit(std::int64_t limit);
 
 }  // namespace korvel::test

@@ -1,4 +1,4 @@
-// How a helper starts: in which order, from which record, and what it cleans up.
+// A helper starts in a fixed order, from the record it finds, and cleans up after the last one.
 
 #include <algorithm>
 

@@ -1,4 +1,4 @@
-// Setting and clearing the limit, persisting, and remembering whether the hardware took a write.
+// The helper sets, clears and saves the limit, and remembers whether the hardware took a write.
 
 #include "Tests/behaviour/Bench.h"
 

@@ -1,4 +1,4 @@
-// Counting clients, the grace period after the last one, and what is suspended when it ends.
+// The helper counts clients, and suspends its work a grace period after the last one left.
 
 #include "HelperImpl.h"
 #include "Tests/behaviour/Bench.h"

@@ -1,4 +1,4 @@
-// Clients that come and go at moments that matter: during a top-off, and strangers at any time.
+// Clients come and go at critical moments: applications during a top-off, strangers at any time.
 
 #include "Tests/behaviour/Bench.h"
 

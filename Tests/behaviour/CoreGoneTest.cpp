@@ -1,4 +1,4 @@
-// Work that outlives the core: every command still answers, everything else does nothing.
+// Work may outlive the core: every command is still answered, everything else does nothing.
 
 #include "HelperImpl.h"
 #include "Tests/behaviour/Bench.h"
@@ -7,7 +7,7 @@
 namespace korvel::test {
 namespace {
 
-/// Every call here is the test's own.
+/// Every call here goes to the core directly.
 class HandMadeBench : public Bench {
  public:
   HandMadeBench() { excuse(replyRule); }
@@ -129,7 +129,7 @@ TEST(CoreGoneTest, SleepAndWakeAfterTheCoreIsGoneReachNobody) {
 
 TEST(CoreGoneTest, SeveralCoresInOneProcessDoNotShareState) {
   HandMadeBench bench;
-  bench.excuse("no call under a lock");  // It knows one probe a process, and here are two.
+  bench.excuse("no call under a lock");  // It assumes one probe per process; there are two.
   Platform& platform = bench.world.startBareHelper();
   const auto first = HelperImpl::create(platform);
   bench.world.runUntilIdle();

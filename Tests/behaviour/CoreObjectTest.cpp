@@ -1,4 +1,4 @@
-// The read-only calls, the capability cache, the caller's identity.
+// These tests cover the read-only calls, the capability cache and the caller's identity.
 
 #include "HelperImpl.h"
 #include "HelperPersistence.h"
@@ -110,7 +110,7 @@ TEST_F(CoreObjectTest, CapabilitiesAreProbedOnceAndNeverAgain) {
   EXPECT_EQ((world.callCounts() - before)[SeamCall::smcCallStruct], 0U);
 }
 
-/// The locks that are held while the SMC is asked, one entry a call.
+/// Lists the locks that are held while the SMC is called, one entry per call.
 class LocksAroundTheSMC final : public virtualmac::ScheduleObserver {
  public:
   explicit LocksAroundTheSMC(Bench& watched) : world(watched.world) {
@@ -176,7 +176,7 @@ TEST_F(CoreObjectTest, StateIsTheOldOrTheNewRecordNeverAMix) {
     std::vector<AppCallRef> answers;
     for (std::uint8_t second = 1; second <= 10; ++second) {
       world.runFor(1);
-      // The limit tells the second in which it was set.
+      // Each second sets another limit, so the limit tells when it was set.
       writer->setChargeLimit(static_cast<std::uint8_t>(60 + second));
       for (int read = 0; read < 4; ++read) answers.push_back(reader->getState());
     }
@@ -196,7 +196,7 @@ TEST_F(CoreObjectTest, StateIsTheOldOrTheNewRecordNeverAMix) {
   EXPECT_GT(seen, 500U);
 }
 
-/// A core made by hand on code signing that answers what the test says.
+/// Builds a core over code signing whose answers the test sets.
 class CallerIdentityTest : public ::testing::Test {
  protected:
   CallerIdentityTest() : platform(with(bench.world.startBareHelper(), signing)) {
@@ -204,12 +204,12 @@ class CallerIdentityTest : public ::testing::Test {
         PropertyValue::Dictionary{{"identifier", PropertyValue("com.example.client")},
                                   {"teamid", PropertyValue("TEAM")},
                                   {"cdhash", PropertyValue(PropertyValue::Data{0x00, 0x0f, 0xab})}};
-    bench.excuse(replyRule);               // The calls are the test's own.
-    bench.excuse("no call under a lock");  // It knows one probe a process; here each core has one.
+    bench.excuse(replyRule);               // The test calls the core directly.
+    bench.excuse("no call under a lock");  // It assumes one probe per process; each core makes one.
   }
   void TearDown() override { EXPECT_EQ(signing.alive, 0) << "a code object leaked"; }
 
-  /// The audit line of a call from the test, which no connection carries.
+  /// Gives the audit line of a call that the test makes without a connection.
   std::string auditLine() {
     bench.mark();
     const auto core = HelperImpl::create(platform);

@@ -1,5 +1,5 @@
-// The watchdog's rules over every combination around their thresholds, against an oracle that lists
-// the rules; and the vocabulary of stop reasons.
+// The watchdog's rules are compared with an oracle around all their thresholds; the stop reasons
+// keep their vocabulary.
 
 #include "DischargeDecision.h"
 
@@ -25,7 +25,7 @@ struct Rule {
   bool holds;
 };
 
-/// Every rule in order, judged independently of the others.
+/// Judges each rule in order, independently of the others.
 std::optional<DischargeStopReason> expectedStop(const DischargeFacts& facts, Temperature heat) {
   const bool armedAndClosed = facts.keepAwakeArmed && facts.lidClosed;
   const std::int64_t floor = facts.lidClosed ? 30 : 20;
@@ -210,7 +210,7 @@ TEST(DischargeStopReasonTest, NumbersNamesAndBannersAreTheOnesThatClientsKnow) {
   }
 }
 
-// A reading is a number of 64 bits from a registry, and nobody vouches for it.
+// A reading is any 64-bit number from the registry; nothing guarantees a sensible one.
 TEST(DischargeDecisionTest, ReboundIsJudgedByTheDistanceOfAnyTwoReadings) {
   constexpr auto least = std::numeric_limits<std::int64_t>::min();
   constexpr auto most = std::numeric_limits<std::int64_t>::max();

@@ -1,4 +1,4 @@
-// The rules that end a discharge by themselves, each with its line, its reason and its banner.
+// Each rule that ends a discharge by itself has its log line, its reason and its banner.
 
 #include "DischargeDecision.h"
 #include "Tests/behaviour/Bench.h"
@@ -6,7 +6,7 @@
 namespace korvel::test {
 namespace {
 
-/// What every stop leaves behind.
+/// Expects the effects that every automatic stop has.
 void expectStopped(Bench& bench, DischargeStopReason reason) {
   EXPECT_EQ(bench.logs().back(),
             "default force-discharge auto-stopped: reason=" + std::string(rawValue(reason)));

@@ -1,4 +1,4 @@
-// The gate's decision over every input there is, against an oracle that shares no code with it.
+// The gate's decision is compared for every possible input with an oracle that shares no code.
 
 #include "EnforcementDecision.h"
 
@@ -9,7 +9,7 @@ namespace {
 using korvel::decideGate;
 using korvel::GateDecision;
 
-/// The rules in prose order, with the band narrowed step by step.
+/// Applies the rules one after the other, narrowing the band at each.
 GateDecision expectedGate(int limit, int band, int capacity, std::optional<bool> adapter) {
   if (!adapter.has_value()) return GateDecision::Hold;
   if (!*adapter) return GateDecision::Hold;

@@ -1,5 +1,5 @@
-// The polling loop: when the gate is paused, resumed or left alone, through which control, and what
-// is told about it.
+// The polling loop pauses, resumes or leaves the gate alone; these tests say when, through which
+// control and with which log lines.
 
 #include <array>
 
@@ -182,7 +182,7 @@ TEST_F(EnforcementTest, NativePauseUsesTheRecordsLimitNotTheLoopsTarget) {
   bench.run(5);
   bench.mac().disk.replaceFails = true;
   bench.call(bench.app->setChargeLimit(90));
-  // The failed replacement took the record back to 80 while the new loop runs with 90.
+  // The failed replacement reverted the record to 80, but the new loop runs with 90.
   EXPECT_EQ(bench.state().chargeLimit, 80);
   bench.run(5);
   EXPECT_EQ(bench.mac().powerUI.currentLimit(), 80);
@@ -288,7 +288,7 @@ TEST_F(EnforcementTest, TargetOutOfRangeWritesNothing) {
   for (const int target : {-5, 10, 19, 101}) {
     Bench bench;
     bench.saveState(savedLimit(target));
-    bench.charge(120);  // Every one of them would pause.
+    bench.charge(120);  // Each of these limits would pause the gate.
     bench.boot();
     bench.call(bench.app->releaseLimitUntilFullThenRestore());
     bench.mark();
@@ -323,7 +323,7 @@ TEST_F(EnforcementTest, FailedCapabilityKeyIsRetriedOnEveryTick) {
   EXPECT_EQ(mac().smc.writeCount("CHTE"), 3U);
 }
 
-/// One world per band (only the record carries one), every zone's edges of several limits.
+/// Uses one world per band, since only the record can set one, and several limits in each.
 class SampledEnforcementTest : public ::testing::TestWithParam<int> {};
 
 TEST_P(SampledEnforcementTest, CoreDoesWhatTheDecisionSays) {

@@ -13,7 +13,7 @@
 
 namespace korvel::test {
 
-/// A connection that notes what is done to it, in order.
+/// A connection that records in order each call made on it.
 class RecordingConnection final : public XPCConnection {
  public:
   std::vector<std::string> steps;
@@ -54,14 +54,14 @@ class RecordingConnection final : public XPCConnection {
   }
 };
 
-/// Passes everything on and notes what the entry does with signals, the listener and the main loop,
-/// which returns at once.
+/// Forwards every call, and records those of the entry about signals and the listener. The main
+/// loop is recorded too, and returns at once.
 class RecordingHost final : public Dispatch, public XPCService {
  public:
   RecordingHost(Dispatch& realDispatch, XPCService& realService)
       : dispatch(realDispatch), service(realService) {}
   std::vector<std::string> steps;
-  std::vector<std::string> queues;  ///< Labels of the queues made.
+  std::vector<std::string> queues;  ///< The labels of the queues made.
 
   std::shared_ptr<WorkQueue> makeSerialQueue(std::string_view label) override {
     queues.emplace_back(label);

@@ -1,4 +1,4 @@
-// The life of the process: the order of its start, the signals that end it, and its own team.
+// The process starts in a fixed order, ends on signals, and knows its own team.
 
 #include <csignal>
 
@@ -52,7 +52,7 @@ TEST_F(EntryTest, QueuesHaveTheirPublishedLabels) {
   EXPECT_THAT(host.queues, ElementsAre("com.korvel.app.helper.smc", "com.korvel.app.helper.iopm"));
 }
 
-/// An idle helper is sent the signal: it says so, restores, and ends with 0.
+/// Sends the signal to an idle helper and expects it to log, restore and exit with 0.
 void expectGracefulEnd(int signal, const std::string& name) {
   Bench bench;
   bench.boot();

@@ -1,4 +1,4 @@
-// Starting and stopping a discharge on request.
+// A discharge starts and stops on request.
 
 #include "Tests/behaviour/Bench.h"
 

@@ -11,11 +11,11 @@
 
 namespace korvel::test {
 
-/// A log that lets a test act before and after one line is written.
+/// A log that runs a test's code before and after one line is written.
 class InterruptedLog final : public UnifiedLog {
  public:
   explicit InterruptedLog(UnifiedLog& realLog) : log(realLog) {}
-  std::string line;  ///< How it begins.
+  std::string line;  ///< The beginning of that line.
   std::function<void()> before, after;
 
   void emit(std::string_view subsystem, std::string_view category, LogLevel level,
@@ -30,13 +30,13 @@ class InterruptedLog final : public UnifiedLog {
   UnifiedLog& log;
 };
 
-/// Locks of one label let a test act before they are taken and after they were given back: each
-/// time the first one is.
+/// Locks with one label run a test's code: `beforeLock` before the next lock, `afterUnlock` after
+/// the next unlock.
 class InterruptedLocks final : public Dispatch {
  public:
   InterruptedLocks(Dispatch& realDispatch, std::string watchedLabel)
       : dispatch(realDispatch), label(std::move(watchedLabel)) {}
-  std::function<void()> beforeLock, afterUnlock;  ///< Run once, and are then forgotten.
+  std::function<void()> beforeLock, afterUnlock;  ///< Each runs once and is then dropped.
 
   std::shared_ptr<WorkQueue> makeSerialQueue(std::string_view name) override {
     return dispatch.makeSerialQueue(name);

@@ -1,4 +1,4 @@
-// Arming and disarming keep-awake, and who owns the system's setting.
+// Keep-awake is armed and disarmed, and the system's setting has an owner.
 
 #include "DischargeDecision.h"
 #include "Tests/behaviour/Bench.h"
@@ -123,7 +123,7 @@ TEST_F(KeepAwakeTest, DisarmWhenNotArmedTouchesNotEvenASettingThatTheRecordClaim
   EXPECT_TRUE(state().sleepDisabledByKorvel);
 }
 
-/// The calls that tell the lid's state and that change the setting, in their order.
+/// Records the order in which the lid is read and the setting is written.
 class LidAndSettingCalls {
  public:
   explicit LidAndSettingCalls(Bench& observed) : bench(observed) {

@@ -1,5 +1,5 @@
-// Every line that the entry, the listener and the core may write is written by some story here, at
-// its level and in its category; and they write no other.
+// These tests provoke every line that the entry, the listener and the core may write, compare its
+// level and category, and allow no other line.
 
 #include <csignal>
 #include <fstream>
@@ -39,7 +39,7 @@ std::vector<Message> publishedMessages() {
   return messages;
 }
 
-/// What a format's texts look like: numbers for numbers, anything for text.
+/// Matches the texts of a format: a number for each number, anything for each text.
 std::regex patternOf(const std::string& format) {
   std::string pattern;
   for (std::size_t at = 0; at < format.size(); ++at) {

@@ -1,5 +1,5 @@
-// The end of a discharge cannot be recorded: the hardware is released, and the record on disk,
-// which counts again, says that the discharge goes on.
+// The end of a discharge cannot be recorded: the hardware is released, but the reverted record
+// still says that the discharge is running.
 
 #include "DischargeDecision.h"
 #include "Tests/behaviour/Bench.h"
@@ -10,7 +10,7 @@ namespace {
 constexpr const char* reverted =
     "default persistence rename failure — reverted in-memory state to last durable snapshot";
 
-/// A discharge whose end by `ending` is made while no record can take the old one's place.
+/// Starts a discharge and stops it with `ending` while the record cannot be replaced.
 void endWithoutARecord(Bench& bench, AppCallRef (*ending)(AppClient& app)) {
   bench.bootDischarging();
   bench.mac().disk.replaceFails = true;
@@ -22,13 +22,13 @@ void endWithoutARecord(Bench& bench, AppCallRef (*ending)(AppClient& app)) {
   bench.mark();
 }
 
-/// Starting again is answered yes, and nothing is done for it.
+/// Expects another start to succeed without doing anything.
 void expectAStartToDoNothing(Bench& bench) {
   EXPECT_EQ(outcome(bench.call(bench.app->forceDischarge(true))), "ok");
   EXPECT_THAT(bench.since("smc power disk"), IsEmpty());
 }
 
-/// The watchdog runs and the gate is left alone, until the charge has risen by three points.
+/// Expects the watchdog to run and the gate to stay, until the charge has risen by three points.
 void expectTheWatchdogUntilTheChargeRises(Bench& bench) {
   bench.charge(70);
   bench.run(60);

@@ -1,5 +1,5 @@
-// One discharge leaves to the next nothing of its readings, and of its record the time of the last
-// write.
+// A discharge takes over no readings from the one before it, and only the time of the last write
+// from its record.
 
 #include <utility>
 

@@ -1,5 +1,5 @@
-// What a failed write of the record does to the core: a log line, and after a failed replacement
-// the memory goes back to what the disk holds.
+// A failed write of the record is logged; after a failed replacement the memory is also reverted to
+// the record on disk.
 
 #include <cerrno>
 
@@ -127,7 +127,7 @@ TEST_F(PersistenceFailureTest, PauseBeforeSleepGoesByTheLimitBeforeTheDischargeW
   for (const auto& [before, durable] : {std::pair{50, 100}, std::pair{100, 50}}) {
     Bench bench;
     bench.bootDischarging();
-    bench.chargeUnreadable();  // So that no tick of the new limit ends the discharge.
+    bench.chargeUnreadable();  // Keeps the new limit's ticks from ending the discharge.
     bench.call(bench.app->setChargeLimit(static_cast<std::uint8_t>(before)));
     ASSERT_TRUE(bench.state().forceDischargeActive);
     bench.saveState(savedLimit(durable));

@@ -1,5 +1,4 @@
-// What the core makes of power messages that a test sends by hand, in states that no real sleep
-// leaves behind.
+// A test sends the core power messages by hand, in states that no real sleep leaves behind.
 
 #include "HelperImpl.h"
 #include "Platform/KernelTypes.h"
@@ -9,19 +8,19 @@
 namespace korvel::test {
 namespace {
 
-/// A core whose power messages a test sends itself: sleep ends every discharge, so no real wake
-/// ever meets one.
+/// Sends the core's power messages itself, because a real sleep ends every discharge and so a real
+/// wake never meets one.
 class HandSentMessagesTest : public ::testing::Test {
  protected:
   HandSentMessagesTest() : platform(with(bench.world.startBareHelper(), rootDomain)) {
-    bench.excuse(replyRule);  // The calls are the test's own.
+    bench.excuse(replyRule);  // The test calls the core directly.
     core = HelperImpl::create(platform);
     bench.charge(49);
     core->setChargeLimit(50, ignored());
     bench.run(2);
   }
 
-  /// When readings are taken in the next nine seconds, counted from now.
+  /// Gives the times of the readings in the next nine seconds, counted from now.
   std::vector<double> ticksOfNineSeconds() {
     std::vector<double> ticks;
     const double start = bench.world.now();
@@ -46,7 +45,7 @@ TEST_F(HandSentMessagesTest, WakeRestartsALoopThatOnlyEnforces) {
 
 TEST_F(HandSentMessagesTest, WakeRestartsTheLoopForLimitsFromTwentyToHundred) {
   bench.mac().smc.setValue("CHTE", {1, 0, 0, 0});
-  bench.mac().smc.key("CHTE")->silentlyRefuses = true;  // A limit of 100 is never handed back.
+  bench.mac().smc.key("CHTE")->silentlyRefuses = true;  // So the loop for 100 goes on.
   for (const std::uint8_t limit : {std::uint8_t{20}, std::uint8_t{100}}) {
     core->setChargeLimit(limit, ignored());
     bench.run(2);

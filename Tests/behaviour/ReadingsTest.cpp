@@ -1,4 +1,4 @@
-// What the readings make of the power sources and the registry, seen through what the core does.
+// The core's actions show how it reads the power sources and the registry.
 
 #include <array>
 
@@ -14,7 +14,7 @@ constexpr const char* unreadable =
     "failed 400 Can't read the battery level right now — try again in a moment before starting "
     "force-discharge.";
 
-/// A start that is refused with the charge in its text tells what was read.
+/// Reads the charge from the text of a refused start.
 std::string chargeAsRead(Bench& bench) {
   return outcome(bench.call(bench.app->forceDischarge(true)));
 }

@@ -1,4 +1,4 @@
-// Putting every charging key back while the helper goes on.
+// A reset restores every charging key while the helper keeps running.
 
 #include "HelperImpl.h"
 #include "Tests/behaviour/Bench.h"

@@ -1,4 +1,4 @@
-// The orderly end: what is restored, in which order, within which time, and what survives.
+// The shutdown restores the hardware in a fixed order and time; some state survives it.
 
 #include <csignal>
 
@@ -203,7 +203,7 @@ TEST_F(ShutdownTest, CommandBehindTheLastWorkMayStillBeginBeforeTheExit) {
     world.startHelper();
     const auto app = world.connectApp();
     app->await(app->ping());
-    world.runFor(1);  // Until the helper has all that it starts with.
+    world.runFor(1);  // Lets the helper finish its start.
     world.sendSignal(SIGTERM);
     app->setClamshellKeepAwake(true);
     world.runFor(1);
@@ -219,7 +219,7 @@ TEST_F(ShutdownTest, CommandBehindTheLastWorkMayStillBeginBeforeTheExit) {
   EXPECT_EQ(begun, 3);
 }
 
-/// The same process, but that its exit takes a while, in which its other threads go on.
+/// A process whose exit takes a while, during which its other threads run on.
 class SlowToExit final : public Process {
  public:
   SlowToExit(Platform& platform, double exitSeconds)
@@ -230,7 +230,7 @@ class SlowToExit final : public Process {
     never->enter();
     static_cast<void>(never->wait(seconds));
     real.exit(status);
-    trap("the process went on after its exit");  // Not every compiler knows that it does not.
+    trap("the process went on after its exit");  // Not every compiler knows that exit() ends it.
   }
   std::optional<std::string> bundleExecutablePath() override { return real.bundleExecutablePath(); }
   PropertyValue bundleInfo(std::string_view key) override { return real.bundleInfo(key); }
@@ -241,12 +241,12 @@ class SlowToExit final : public Process {
   double seconds;
 };
 
-/// A core in a process that is slow to exit; the calls are the test's own.
+/// Runs a core that is slow to exit; the test calls it directly.
 class SlowExitBench : public Bench {
  public:
   SlowExitBench() { excuse(replyRule); }
 
-  /// Shuts down two seconds from now, when a loop runs, and gives what came of it.
+  /// Shuts down two seconds from now, while a loop runs, and gives the journal since.
   Lines shutDown(std::string_view kinds) {
     run(2);
     mark();

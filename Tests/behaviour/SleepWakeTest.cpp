@@ -1,4 +1,4 @@
-// The pause before sleep, the end of a discharge before sleep, and the fresh look after wake.
+// The helper pauses and ends a discharge before sleep, and looks afresh after wake.
 
 #include "DischargeDecision.h"
 #include "Tests/behaviour/Bench.h"
@@ -116,7 +116,7 @@ TEST_F(SleepWakeTest, PauseAfterAnEndedDischargeFollowsWhateverTheAdapterReports
     bench.bootDischarging();
     if (unknown) {
       bench.adapterUnknown();
-      bench.mac().lid.close();  // The adapter is there, so an assertion holds off other sleeps.
+      bench.mac().lid.close();  // The adapter's assertion does not delay lid sleep.
       bench.run(1);
     } else {
       bench.mac().adapter.disconnect();
@@ -292,7 +292,7 @@ TEST_F(SleepWakeTest, CanSleepIsAllowedAtOnceWithoutAnyWork) {
   EXPECT_TRUE(mac().power.isAsleep());
 }
 
-/// Another program that hears of sleep, and acknowledges when the test lets it.
+/// Another program registered for sleep messages, which acknowledges when the test says so.
 class OtherProgram {
  public:
   explicit OtherProgram(Bench& host) : bench(host) {

@@ -1,4 +1,4 @@
-// What a tick costs when nothing changes: its readings, one verified read a key, and nothing else.
+// When nothing changes, a tick makes its readings and one verified read per key, and no more.
 
 #include <cstdint>
 #include <cstdlib>
@@ -14,7 +14,7 @@ constexpr const char* readingsOfATick =
     "powerSourcesCopyInfo 1, powerSourcesCopyList 1, powerSourcesGetDescription 1, "
     "powerSourcesRelease 2";
 
-/// The calls of one tick after things have become steady.
+/// Gives the calls of one tick after everything has settled.
 std::string callsOfATick(Bench& bench) {
   bench.run(10);
   bench.mark();
@@ -77,7 +77,7 @@ TEST(SteadyTickTest, MemoryStaysFlatOverManyTicks) {
   const auto app = world.connectApp();
   app->await(app->setChargeLimit(80));
   world.machine().powerSources.overrideCurrentCapacity(85);
-  // The machine around it settles too: the battery reaches its held level.
+  // The rest of the machine settles too: the battery reaches the level at which it is held.
   world.runFor(5.0 * 100'000);
   const auto callsBefore = world.callCounts();
   const std::int64_t before = allocations::live();

@@ -10,13 +10,13 @@
 
 namespace korvel::test {
 
-/// Records in one order what happens from now on: the journal's lines of some kinds
-/// (`smc CHIE <- 00`), and the helper's timers, which no line tells of.
+/// Records in one order, from now on, the journal's lines of some kinds (`smc CHIE <- 00`) and the
+/// helper's timers, which the journal does not show.
 class Steps final : public virtualmac::ScheduleObserver {
  public:
   Steps(Bench& watched, std::string_view kinds) : world(watched.world) {
     world.observers().add(*this);
-    // The journal keeps its listeners; the lines may go on after this object.
+    // The journal never drops a listener, so the lines are shared and outlive this object.
     world.journal().addListener(
         [into = noted, wanted = " " + std::string(kinds) + " "](const auto& entry) {
           if (!wanted.contains(" " + entry.kind + " ")) return;
@@ -28,7 +28,7 @@ class Steps final : public virtualmac::ScheduleObserver {
   Steps& operator=(const Steps&) = delete;
 
   [[nodiscard]] const Lines& lines() const { return *noted; }
-  /// For a double of the test, which tells what it is asked for.
+  /// Adds a step that a test double has observed.
   void note(std::string step) { noted->push_back(std::move(step)); }
 
   void timerStarted(const virtualmac::TimerFacts& timer) override {
@@ -39,7 +39,7 @@ class Steps final : public virtualmac::ScheduleObserver {
   }
 
  private:
-  /// By how it is scheduled, which tells the helper's three apart.
+  /// Tells the helper's three timers apart by their schedule.
   static std::string nameOf(const virtualmac::TimerFacts& timer) {
     if (!timer.intervalSeconds) return "the grace period";
     return timer.delaySeconds == 0 ? "enforcement" : "the restore loop";

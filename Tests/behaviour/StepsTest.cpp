@@ -1,5 +1,5 @@
-// Steps and orders that leave the same Mac behind, and that a crash, a client or a look in between
-// would tell apart.
+// The order of steps matters here: other orders leave the same Mac, but a crash, a client or an
+// observer in between would notice the difference.
 
 #include <csignal>
 
@@ -87,7 +87,7 @@ TEST_F(StepsTest, ShutdownCancelsTheLoopBeforeItTouchesTheHardware) {
                           "smc CHTE <- 00 00 00 00", "smc CHIE <- 00"));
 }
 
-/// Counts the work of the queue that guards the bookkeeping of assertions.
+/// Counts the work items on the queue that guards the list of assertions.
 class BookkeepingVisits final : public virtualmac::ScheduleObserver {
  public:
   explicit BookkeepingVisits(Bench& watched) : world(watched.world) {
@@ -122,7 +122,7 @@ TEST_F(StepsTest, ShutdownEmptiesTheBookkeepingOfAssertionsAlsoWhenTheCoreKnowsO
   EXPECT_EQ(visits.count, 2) << "once for a copy, once to forget";
 }
 
-/// A connection that is resumed among other steps.
+/// A connection that records its resumption among the other steps.
 class NotedConnection final : public XPCConnection {
  public:
   explicit NotedConnection(Steps& into) : steps(into) {}

@@ -1,12 +1,12 @@
-// The end of the grace period over a discharge without a loop: its target is out of range, so its
-// first tick stopped the loop, and nobody watches it any more.
+// The grace period ends during a discharge without a loop: the target is out of range, so the first
+// tick stopped the loop and nothing watches the discharge.
 
 #include "Tests/behaviour/Bench.h"
 
 namespace korvel::test {
 namespace {
 
-/// A saved limit that no loop takes, a discharge that was started on it, and a paused gate.
+/// Starts a discharge on a saved limit that is out of range, and pauses the gate.
 void bootDischargingWithoutALoop(Bench& bench, bool armed) {
   bench.saveState(savedLimit(10));
   bench.charge(60);

@@ -1,4 +1,4 @@
-// Filling the battery once, restoring the limit, giving up, cancelling, and being superseded.
+// A top-off fills the battery once and restores the limit; it may time out or be cancelled.
 
 #include "Tests/behaviour/Bench.h"
 

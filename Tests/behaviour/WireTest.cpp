@@ -1,4 +1,4 @@
-// What the protocol looks like from the other end: errors, payloads, unknown messages.
+// These tests see the protocol from the client's end: errors, payloads, unknown messages.
 
 #include "KorvelHelperProtocol.h"
 #include "Tests/behaviour/Bench.h"
