@@ -16,8 +16,8 @@ class AdmissionTest : public testing::TestWithParam<const char*> {};
 
 }  // namespace
 
-// Whoever is not the application of the helper's own team is cut off at the first message, which
-// nobody ever sees; who was connected before notices nothing.
+// Only the application of the helper's own team is served. Any other caller is cut off at its first
+// message, which is never delivered; earlier clients notice nothing.
 TEST_P(AdmissionTest, AStrangerIsCutOffBeforeItsFirstMessage) {
   const Mac mac;
   RawClient genuine(mac);
@@ -26,7 +26,7 @@ TEST_P(AdmissionTest, AStrangerIsCutOffBeforeItsFirstMessage) {
   EXPECT_EQ(stranger.status, 1);
   EXPECT_NE(stranger.err.find("the helper ended the connection"), std::string::npos)
       << stranger.err;
-  // The helper tells the machine and hangs up; which of the two arrives first, nobody knows.
+  // The helper tells the machine and hangs up; either may arrive first.
   EXPECT_TRUE(mac.becomes([&](const auto&) {
     return mac.journalCount("cut off: does not satisfy the code-signing requirement") == 1;
   }));
@@ -58,8 +58,8 @@ TEST(AdmissionByPidTest, AProgramThatTheMachineDoesNotKnowIsCutOff) {
   }));
 }
 
-// A client's identity goes with it, so one that is gone when the helper comes to its message cannot
-// be judged; but it was nobody's decision that it went.
+// A client's identity ends with its process, so the helper cannot judge the message of a client
+// that is gone. It counts as having left, not as cut off.
 TEST(AdmissionByPidTest, AClientThatGivesUpWaitingHasLeftAndIsNotCutOff) {
   const Mac mac;
   RawClient patient(mac);
@@ -97,7 +97,7 @@ class OwnSignatureTest : public testing::TestWithParam<const char*> {};
 
 }  // namespace
 
-// A helper that does not know its own team serves nobody, and says so for each who tries.
+// A helper that does not know its own team refuses every client and logs each refusal.
 TEST_P(OwnSignatureTest, AHelperWithoutATeamRefusesEverybodyAndKeepsRunning) {
   const Mac mac;
   mac.tell({"fault", GetParam(), "on"});
@@ -106,7 +106,7 @@ TEST_P(OwnSignatureTest, AHelperWithoutATeamRefusesEverybodyAndKeepsRunning) {
   ASSERT_TRUE(pid);
   EXPECT_EQ(mac.app({"set-limit", "50"}).status, 1);
   EXPECT_EQ(mac.helper(), pid);
-  EXPECT_EQ(mac.journalCount("team=\""), 1U);  // The start line, with nothing after the sign.
+  EXPECT_EQ(mac.journalCount("team=\""), 1U);  // The start line names an empty team.
   EXPECT_EQ(mac.journalCount("Listener fault \"Release build with unreadable Team ID — refusing "
                              "XPC connection\""),
             2U);
@@ -122,8 +122,8 @@ INSTANTIATE_TEST_SUITE_P(, OwnSignatureTest,
                            return name;
                          });
 
-// A quote in the helper's own team ends the requirement's text too early. What it then asks for
-// would protect nothing, so nobody is served, and the log says why.
+// A quote in the helper's own team ends the requirement's text too early. Such a requirement would
+// protect nothing, so every client is refused and the log says why.
 TEST(OwnTeamTest, AHelperWhoseTeamSpoilsTheRequirementRefusesEverybodyAndSaysSo) {
   const std::string profile = "/tmp/korvel-process-" + std::to_string(::getpid()) + "-profile.json";
   writeFile(profile, R"({"description": "A notebook whose helper has an odd team.",

@@ -5,7 +5,7 @@
 #include "Tests/process/Mac.h"
 #include "Tests/process/RawClient.h"
 
-// Nothing that a file, a client or a frame holds ends the machine, and the refusal names the bound.
+// No contents of a file, client or frame can end the machine, and the refusal names the bound.
 namespace processtests {
 
 namespace {
@@ -17,7 +17,7 @@ std::string nested(std::size_t depth) {
   return text;
 }
 
-/// Has the machine start its helper and lose it, and waits for its journal.
+/// Lets the machine start its helper, kills the helper, and waits for the text in the journal.
 void expectTold(const Mac& mac, const std::string& text) {
   auto journal = mac.follow();
   EXPECT_EQ(run("korvel-app", {"--root", mac.root(), "--timeout", "0.1", "ping"}).status, 1);
@@ -54,7 +54,7 @@ TEST_F(BoundsTest, AMachineSurvivesAStateFileThatIsNestedDeeplyAndReplaced) {
   EXPECT_EQ(mac.command({"down"}).status, 0);
 }
 
-// The helper of these ends without having looked at the file, as one that is killed may.
+// This helper never looks at the file, like one that is killed early.
 TEST(BoundsOfTheDiskTest, AMachineSurvivesAHelperThatLeavesAFileNestedDeeply) {
   const Mac mac({.helper = "exec sleep 600"});
   std::filesystem::create_directory(mac.stateDirectory());
@@ -83,7 +83,7 @@ TEST_F(BoundsTest, ARequestThatIsTooLongIsRefusedAndEndsItsConnection) {
     const std::string command = R"({"command":"status"})";
     return command + std::string(bytes - command.size(), ' ');
   };
-  // The line's end counts.
+  // The end of the line counts as a byte.
   EXPECT_NE(answerTo(request(65535)).find(R"("ok":true)"), std::string::npos);
   LineSocket door(mac.controlPath());
   door.send(request(65536));
@@ -95,7 +95,7 @@ TEST_F(BoundsTest, ARequestThatIsTooLongIsRefusedAndEndsItsConnection) {
   expectAlive();
 }
 
-// A client that asks and does not read what it is told would otherwise fill the machine's memory.
+// Otherwise a client that never reads its answers could fill the machine's memory.
 TEST_F(BoundsTest, AClientThatDoesNotReadIsNotReadFromEither) {
   const auto memory = [this] {
     const auto facts = factsOf(mac.machinePid());

@@ -10,8 +10,8 @@
 
 namespace processtests {
 
-// A client that asks and asks and never reads an answer fills its own connection and waits; the
-// helper neither grows nor keeps anybody else waiting; and when the client reads, nothing is lost.
+// A client that sends calls but never reads fills its own connection and waits. The helper neither
+// grows nor delays other clients, and nothing is lost once the client reads.
 TEST(ClientsTest, AClientThatNeverReadsWaitsAlone) {
   const Mac mac;
   RawClient other(mac);
@@ -56,7 +56,7 @@ TEST(ClientsTest, SixtyFourClientsAtOnceAreAllServedAndAllCounted) {
   std::vector<std::unique_ptr<RawClient>> clients;
   for (int index = 0; index < count; ++index) clients.push_back(std::make_unique<RawClient>(mac));
   for (std::uint32_t round = 1; round <= rounds; ++round) {
-    // All ask before any is answered.
+    // Every client asks before any is answered.
     for (const auto& client : clients)
       client->send(
           callBody(round, "setChargeLimit:reply:", Bytes().integer(20 + static_cast<int>(round)), 1)
@@ -81,8 +81,8 @@ class BrokenAcceptanceTest : public testing::TestWithParam<const char*> {};
 
 }  // namespace
 
-// A connection's handlers run beside the thread that accepts it. One that ends before its
-// acceptance is complete was a client all the same: it comes, goes, and has its half minute.
+// A connection's handlers run beside the accepting thread. A connection that ends before its
+// acceptance is complete still counts: in, out, and with the half minute of grace.
 TEST_P(BrokenAcceptanceTest, IsCountedInAndThenOut) {
   const Mac mac({.speed = 20});
   auto journal = mac.follow();
@@ -131,9 +131,9 @@ TEST(ClientsTest, ClientsThatLeaveAsTheyComeAreEachCountedInAndOut) {
   EXPECT_TRUE(journal.waitFor("client connected (count=1)"));
 }
 
-// Two clients, one leaves: nothing changes. The other leaves and comes back within the half minute:
-// nothing changes. It leaves for good: after half a minute charging is the system's again, and the
-// saved limit waits for the next client.
+// One of two clients leaves, and nothing changes. The other leaves and returns within the half
+// minute, and nothing changes. It leaves for good: after half a minute charging is the system's
+// again, and the saved limit waits for the next client.
 TEST(ClientsTest, TheLastClientHasHalfAMinuteToComeBack) {
   const Mac mac({.speed = 20});
   mac.tell({"set", "battery", "70"});

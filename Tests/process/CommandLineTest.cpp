@@ -303,8 +303,8 @@ TEST(CommandLineTest, FollowingEndsAtTheTextOrTheTime) {
              {"ping"});
 }
 
-// The record keeps what an old file said; the helper holds back nothing for heat, and a band of 0
-// is enforced as 1.
+// The record keeps the values of an old file, but the helper ignores the heat pause and enforces a
+// band of 0 as 1.
 TEST(CommandLineTest, TheApplicationTellsTheBandThatIsEnforced) {
   const Mac mac;
   ASSERT_EQ(mac.app({"set-limit", "80"}).status, 0);

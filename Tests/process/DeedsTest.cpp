@@ -24,7 +24,7 @@ std::size_t countLines(const Mac& mac, const std::string& kind, const std::strin
 
 }  // namespace
 
-// Without its causes a journal tells of wonders.
+// A journal without causes could not be understood.
 TEST(DeedsTest, WhatIsDoneToTheMachineIsALineOfTheJournal) {
   const Mac mac({.speed = 1, .profile = "newer-keys-and-native"});
   const std::string picture = mac.root() + "/picture.svg";
@@ -61,7 +61,7 @@ TEST(DeedsTest, WhatIsDoneToTheMachineIsALineOfTheJournal) {
   EXPECT_NE(readFile(picture).find(">fault smc-silent-refusal CHTE on<"), std::string::npos);
 }
 
-// The end that a signal may bring is told when it comes; a stop and its end bring none.
+// An end by a signal gets its own line when it comes; stopping the helper and going on get none.
 TEST(DeedsTest, ASignalToTheHelperIsALineOfTheJournal) {
   const Mac mac;
   ASSERT_EQ(mac.app({"ping"}).status, 0);

@@ -8,13 +8,13 @@
 
 #include "Tests/process/Mac.h"
 
-// A helper that inherits a descriptor holds it open without knowing: whoever waits for the end of
-// that pipe or socket then waits for as long as the helper lives.
+// A helper that inherits a descriptor keeps that pipe or socket open without knowing it, so that a
+// reader waits for its end as long as the helper lives.
 namespace processtests {
 
 namespace {
 
-/// How many descriptors a new helper has at rest, once its first client has gone.
+/// Counts the descriptors of a new helper at rest, after its first client has left.
 int descriptorsOfAFreshHelper(const Mac& mac) {
   if (mac.helper()) {
     EXPECT_EQ(mac.app({"quit"}).status, 0);
@@ -38,7 +38,7 @@ int descriptorsOfAFreshHelper(const Mac& mac) {
   return seen;
 }
 
-/// More than a helper is given: what it inherits by its number is covered by what it is given.
+/// Opens many: a few inherited descriptors could be replaced by those that the helper is given.
 std::vector<std::unique_ptr<LineSocket>> followersOf(const Mac& mac) {
   std::vector<std::unique_ptr<LineSocket>> followers;
   for (int each = 0; each < 10; ++each) {

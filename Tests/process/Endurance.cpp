@@ -17,8 +17,8 @@ namespace {
 constexpr double speed = 600;
 constexpr int limit = 80;
 
-// The address sanitizer keeps freed memory back, and both keep notes on all memory ever touched:
-// what a process holds then says little about what it lost. Leaks are the sanitizer's own to tell.
+// The address sanitizer delays the reuse of freed memory, and both sanitizers shadow all memory
+// ever touched, so a process's size says little about leaks. The sanitizer reports leaks itself.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr bool underSanitizer = true;
 #elif defined(__has_feature)
@@ -40,8 +40,8 @@ std::optional<Facts> factsNow(const Mac& mac, pid_t helper) {
   return Facts{*ofHelper, *ofMachine};
 }
 
-/// What is there in every sample. A connection that is just being closed, a page that is just in
-/// use: what comes and goes is no growth.
+/// Takes the minimum over the samples, because a closing connection or a page briefly in use is no
+/// growth.
 Facts leastOf(std::span<const Facts> samples) {
   const auto lower = [](ProcessFacts& least, const ProcessFacts& other) {
     least.residentKilobytes = std::min(least.residentKilobytes, other.residentKilobytes);
@@ -76,8 +76,8 @@ void expectNoGrowth(const std::vector<Facts>& samples) {
   expectNoGrowth(early.machine, late.machine, "machine");
 }
 
-/// The highest percentage of each stretch on the adapter, as the machine's own journal tells it,
-/// for the stretches that came as far as the limit.
+/// Reads from the journal the highest percentage of each stretch on the adapter that reached the
+/// limit.
 std::vector<int> highestOnTheAdapter(const Mac& mac) {
   std::vector<int> all;
   bool plugged = true;
@@ -91,7 +91,7 @@ std::vector<int> highestOnTheAdapter(const Mac& mac) {
       endStretch();
       plugged = line.text.starts_with("adapter connected");
     }
-    // A level is one that the battery came to, or was set to.
+    // A level is either reached by the battery or set.
     for (const std::string start : {"battery ", "battery set to "}) {
       const std::string level = line.text.substr(std::min(start.size(), line.text.size()));
       if (line.text.starts_with(start) && level.find_first_of("0123456789") == 0)
@@ -102,9 +102,8 @@ std::vector<int> highestOnTheAdapter(const Mac& mac) {
   return all;
 }
 
-/// The machine's time goes on whether its helper gets to run or not: at this speed a tenth of a
-/// second without a processor is most of a percent. So the limit is asked of the usual stretch, and
-/// of a last one that takes its time.
+/// The machine's time also runs while its helper has no processor; at this speed a tenth of a
+/// second is most of a percent. So the median stretch is judged here, and a slow last one below.
 void expectTheLimitHeld(const Mac& mac) {
   std::vector<int> highest = highestOnTheAdapter(mac);
   ASSERT_FALSE(highest.empty()) << "the limit was never reached";
@@ -138,12 +137,12 @@ void endure(double virtualHours) {
   ASSERT_TRUE(pid);
   const double end = clockNow() + virtualHours * 3600 / speed;
 
-  // An hour to warm up: allocators and pools take what they need in the first rounds.
+  // One hour warms up: allocators and pools take what they need in the first rounds.
   pauseFor(std::min(1.0, virtualHours / 2) * 3600 / speed);
   std::vector<Facts> samples;
   bool plugged = true;
   while (clockNow() < end || samples.size() < 6) {
-    // Unplugged for ten minutes in every half hour or so.
+    // The adapter is out for about ten minutes at a time.
     plugged = !plugged;
     mac.tell({"set", "adapter", plugged ? "on" : "off"});
     pauseFor(1);

@@ -18,10 +18,10 @@ unsigned modeOf(const std::string& path) {
   return facts.st_mode & 07777U;
 }
 
-/// A machine on whose disk something was put before the helper first ran.
+/// A machine on whose disk a test puts something before the helper first runs.
 class FilesTest : public testing::Test {
  protected:
-  /// The helper works and takes a limit, whatever it found.
+  /// Expects the helper to work and to take a limit.
   void expectService() {
     RawClient client(mac);
     EXPECT_TRUE(succeeded(client.setChargeLimit(60)));
@@ -29,7 +29,7 @@ class FilesTest : public testing::Test {
     ASSERT_TRUE(state);
     EXPECT_EQ(state->at("chargeLimit"), 60);
   }
-  /// What it took stands in a plain, private file.
+  /// Expects the limit in a plain, private file.
   void expectSaved() {
     EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(mac.stateFile())));
     EXPECT_EQ(modeOf(mac.stateFile()), 0600U);
@@ -86,7 +86,7 @@ TEST_F(FilesTest, AHugeFileReadsAsCorrupt) {
   EXPECT_EQ(mac.journalCount("state.json corrupt"), 1U);
 }
 
-// A link in the file's place is replaced; where it led to is not touched.
+// The link is replaced; its target is not touched.
 TEST_F(FilesTest, ALinkInTheFilesPlaceIsReplacedAndNotFollowed) {
   makeDirectory();
   const std::string target = victim();
@@ -105,7 +105,7 @@ TEST_F(FilesTest, ALinkInTheTemporaryFilesPlaceIsRemovedAndNotFollowed) {
   EXPECT_EQ(readFile(target), "precious");
 }
 
-// Reading a FIFO would wait for ever.
+// Reading a FIFO would block for ever.
 TEST_F(FilesTest, AFifoInTheFilesPlaceDoesNotHoldTheHelperUp) {
   makeDirectory();
   ASSERT_EQ(::mkfifo(mac.stateFile().c_str(), 0600), 0);
@@ -113,7 +113,7 @@ TEST_F(FilesTest, AFifoInTheFilesPlaceDoesNotHoldTheHelperUp) {
   expectSaved();
 }
 
-// What cannot be saved is logged; the limit is enforced all the same.
+// The failure is logged; the limit is enforced all the same.
 TEST_F(FilesTest, ADirectoryInTheFilesPlaceIsReportedAndServedWithout) {
   makeDirectory();
   fs::create_directories(mac.stateFile() + "/full");
@@ -148,7 +148,7 @@ TEST_F(FilesTest, AMissingParentIsReportedAndServedWithout) {
   EXPECT_GE(mac.journalCount("persistence.write failed: mkdir failed: "), 1U);
 }
 
-// A named fault of the machine stands before the real call.
+// The machine's fault fails the call before it reaches the real file.
 TEST_F(FilesTest, AFullDiskIsReportedAndTheOldFileStays) {
   expectService();
   mac.tell({"fault", "disk-full", "on"});
@@ -161,7 +161,6 @@ TEST_F(FilesTest, AFullDiskIsReportedAndTheOldFileStays) {
   EXPECT_EQ(mac.state().value("chargeLimit", 0), 70);
 }
 
-// Writes that take few bytes at a time still make a whole file.
 TEST_F(FilesTest, ShortWritesAreContinued) {
   mac.tell({"fault", "disk-short-writes", "7", "on"});
   expectService();

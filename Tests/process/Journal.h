@@ -13,7 +13,7 @@ struct JournalLine {
   std::string text;
 };
 
-/// A socket that gives lines.
+/// A socket for lines of text.
 class LineSocket {
  public:
   explicit LineSocket(const std::string& path);
@@ -21,9 +21,9 @@ class LineSocket {
   LineSocket(const LineSocket&) = delete;
   LineSocket& operator=(const LineSocket&) = delete;
   void send(const std::string& line);
-  /// False: the other side does not read.
+  /// Returns false when the other side does not read.
   bool sendNow(const std::string& line);
-  /// None: nothing came in time, or the other side is gone.
+  /// Returns none when no line came in time or the other side is gone.
   std::optional<std::string> receive(double timeoutSeconds);
 
  private:
@@ -31,14 +31,14 @@ class LineSocket {
   std::string input;
 };
 
-/// Follows a machine's journal from the moment it is made.
+/// Follows a machine's journal from its construction on.
 class JournalFollower {
  public:
   explicit JournalFollower(const std::string& controlPath);
-  /// Reads on until a line that contains `text`; what was read before is not looked at again. None:
-  /// it did not come in time.
+  /// Reads until a line contains `text`; lines read earlier are not searched again. None: it did
+  /// not come in time.
   std::optional<JournalLine> waitFor(const std::string& text, double timeoutSeconds = 20);
-  /// Reads for so long, and gives all that came.
+  /// Reads for this time and returns every line that came.
   std::vector<JournalLine> collect(double seconds);
 
  private:

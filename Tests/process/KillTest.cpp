@@ -13,7 +13,7 @@ namespace processtests {
 
 namespace {
 
-/// Keeps asking, and connects again whenever the helper is gone, until it is told to stop.
+/// Keeps asking, and reconnects after each end of the helper, until it is destroyed.
 class BusyClient {
  public:
   BusyClient(const Mac& target, unsigned seed)
@@ -56,9 +56,9 @@ void expectWhole(const nlohmann::json& state) {
 
 }  // namespace
 
-// Killed two hundred times wherever it just is, also while it starts: the state file is whole each
-// time, launchd starts it each time, the next client finds it working, and nothing of what the dead
-// ones held is left.
+// Kills the helper two hundred times at random moments, also during its start. Each time the state
+// file is whole, launchd restarts the helper and the next client finds it working; nothing that the
+// dead helpers held is left.
 TEST(KillTest, TwoHundredKillsLeaveNothingBehind) {
   constexpr int kills = 200;
   std::mt19937 random(announceSeed());
@@ -73,7 +73,7 @@ TEST(KillTest, TwoHundredKillsLeaveNothingBehind) {
       const auto started = journal.waitFor("started");
       ASSERT_TRUE(started);
       const pid_t pid = std::stoi(started->text.substr(started->text.find(' ')));
-      // From the first instruction to a while after the first answers.
+      // The kill comes between the first instruction and a while after the first answers.
       pauseFor(std::uniform_real_distribution<double>(0, 0.08)(random));
       ASSERT_EQ(::kill(pid, SIGKILL), 0);
       ASSERT_TRUE(journal.waitFor("helper " + std::to_string(pid) + " killed by signal 9"));
@@ -97,8 +97,8 @@ TEST(KillTest, TwoHundredKillsLeaveNothingBehind) {
   EXPECT_EQ(mac.state().at("forceDischargeActive"), false);
 }
 
-// The application stays; the helper it talked to is dead; the one it reconnects to takes up the
-// saved limit by itself.
+// The application survives its helper and reconnects; the new helper enforces the saved limit by
+// itself.
 TEST(KillTest, AClientThatReconnectsFindsTheLimitEnforcedAgain) {
   const Mac mac({.speed = 20});
   mac.tell({"set", "battery", "70"});
@@ -112,7 +112,7 @@ TEST(KillTest, AClientThatReconnectsFindsTheLimitEnforcedAgain) {
   EXPECT_TRUE(mac.becomes([](const auto& status) { return status.at("chargingInhibited"); }));
 }
 
-// Killed in the middle of a discharge: the next start hands the adapter back.
+// The helper is killed during a discharge; the next start restores the adapter.
 TEST(KillTest, TheNextStartEndsADischarge) {
   const Mac mac({.speed = 20});
   mac.tell({"set", "battery", "70"});
@@ -128,8 +128,8 @@ TEST(KillTest, TheNextStartEndsADischarge) {
   ASSERT_TRUE(journal.waitFor("CHIE <- 00"));
 }
 
-// A helper that is stopped is not dead: nobody is served, nothing is restarted, and afterwards all
-// is as it was.
+// A stopped helper is not dead: nobody is served and nothing is restarted, and afterwards it goes
+// on as before.
 TEST(KillTest, AStoppedHelperGoesOnWhereItWas) {
   const Mac mac;
   RawClient client(mac);

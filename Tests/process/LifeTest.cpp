@@ -7,7 +7,7 @@
 
 namespace processtests {
 
-// Nobody asks, nobody runs.
+// launchd starts the helper on demand only.
 TEST(LifeTest, NothingRunsBeforeTheFirstConnection) {
   const Mac mac;
   EXPECT_FALSE(mac.helper());
@@ -35,7 +35,7 @@ TEST(LifeTest, TheSameHelperServesTheNextClient) {
   EXPECT_EQ(mac.status().at("helperStarts"), 1);
 }
 
-// Ten seconds from one start to the next, however soon the helper died.
+// Two starts are at least ten seconds apart, however soon the helper died.
 TEST(LifeTest, ACrashedHelperIsStartedAgainButNotTooSoon) {
   const Mac mac({.speed = 20});
   auto journal = mac.follow();
@@ -50,7 +50,7 @@ TEST(LifeTest, ACrashedHelperIsStartedAgainButNotTooSoon) {
   EXPECT_LT(second->time - first->time, 25.0);
 }
 
-// What ends with status 0 meant to; it comes back when somebody asks.
+// Exit status 0 is deliberate: launchd starts the helper again only on demand.
 TEST(LifeTest, AnEndThatWasMeantIsNotUndone) {
   const Mac mac({.speed = 20});
   auto journal = mac.follow();
@@ -62,7 +62,7 @@ TEST(LifeTest, AnEndThatWasMeantIsNotUndone) {
   EXPECT_EQ(mac.status().at("helperStarts"), 2);
 }
 
-// A connection that came while no helper could be started waits for one.
+// A connection that comes while launchd may not start a helper yet waits for one.
 TEST(LifeTest, AClientThatComesTooSoonWaitsForTheNextHelper) {
   const Mac mac({.speed = 20});
   auto journal = mac.follow();
@@ -71,7 +71,7 @@ TEST(LifeTest, AClientThatComesTooSoonWaitsForTheNextHelper) {
   EXPECT_EQ(mac.app({"ping"}).status, 0);
 }
 
-// The helper's computer is the machine's process: without it nothing is left to do.
+// The machine's process stands for the computer, so the helper cannot go on without it.
 TEST(LifeTest, AHelperDoesNotOutliveItsMachine) {
   const Mac mac;
   ASSERT_EQ(mac.app({"ping"}).status, 0);

@@ -13,10 +13,10 @@ namespace processtests {
 struct MacOptions {
   double speed = 1;
   std::string profile = "newer-keys";
-  std::string helper = {};  ///< What the helper's program says, for a shell; empty: the built one.
+  std::string helper = {};  ///< A shell command to run as the helper; empty: the built one.
 };
 
-/// A virtual Mac of its own for one test, started and ended as a person does it.
+/// A virtual Mac for one test, started and ended with the command that a person would use.
 class Mac {
  public:
   explicit Mac(const MacOptions& options = {});
@@ -41,18 +41,18 @@ class Mac {
   /// `virtual-mac` and `korvel-app` with this machine's root.
   [[nodiscard]] Result command(std::vector<std::string> arguments) const;
   [[nodiscard]] Result app(std::vector<std::string> arguments) const;
-  /// A command that must work.
+  /// Runs a command that must succeed.
   void tell(const std::vector<std::string>& arguments) const;
-  /// `status --json`.
+  /// Reads `status --json`.
   [[nodiscard]] nlohmann::json status() const;
   [[nodiscard]] std::optional<pid_t> helper() const;
-  /// Everything in the journal so far.
+  /// Returns every line of the journal so far.
   [[nodiscard]] std::vector<JournalLine> journal() const;
   [[nodiscard]] std::size_t journalCount(const std::string& text) const;
   [[nodiscard]] JournalFollower follow() const { return JournalFollower(controlPath()); }
-  /// The state file as JSON; null when it is none.
+  /// Reads the state file as JSON; discarded when it is not valid JSON.
   [[nodiscard]] nlohmann::json state() const;
-  /// Waits for a fact of the status; false: it did not become so in time.
+  /// Waits until the fact holds of the status; false: it did not in time.
   template <class Fact>
   [[nodiscard]] bool becomes(Fact&& fact, double timeoutSeconds = 20) const {
     const double deadline = clockNow() + timeoutSeconds;
@@ -68,10 +68,10 @@ class Mac {
   pid_t machine = 0;
 };
 
-/// The program ended with this status and said all of these words, wherever it said them.
+/// Expects this exit status, and all these words in the output or the errors.
 void expectSays(const Result& result, int status, const std::vector<std::string>& words);
 
-/// Begins every test that draws numbers: prints the seed, which KORVEL_TEST_SEED can fix.
+/// Prints the seed, which KORVEL_TEST_SEED can fix; every test with random numbers begins with it.
 unsigned announceSeed();
 
 std::string readFile(const std::string& path);

@@ -14,7 +14,7 @@ const std::string setLimit = "setChargeLimit:reply:";
 struct BadMessage {
   const char* name;
   std::string bytes;
-  const char* reason;   ///< What the journal says of the end.
+  const char* reason;   ///< The reason in the journal's line about the end.
   bool finish = false;  ///< The peer stops after these bytes.
 };
 
@@ -63,7 +63,7 @@ std::vector<BadMessage> badMessages() {
 
 }  // namespace
 
-// Each of these ends the connection that it came on, with a reason, and nothing else.
+// Each of these messages ends its own connection, for a logged reason, and nothing else.
 TEST(MessagesTest, WhatMakesNoSenseEndsThatOneConnection) {
   const Mac mac;
   RawClient other(mac);
@@ -84,7 +84,7 @@ TEST(MessagesTest, WhatMakesNoSenseEndsThatOneConnection) {
   EXPECT_EQ(mac.helper(), pid);
 }
 
-// A good call before a bad one on the same connection is answered.
+// A good call is answered even if a bad one follows on the same connection.
 TEST(MessagesTest, CallsBeforeTheBadMessageAreAnswered) {
   const Mac mac;
   RawClient client(mac);
@@ -102,8 +102,8 @@ TEST(MessagesTest, NoiseNeverReachesTheHelperOrEndsIt) {
   const std::string good = callBody(1, setLimit, Bytes().integer(33), 1).body();
   for (int round = 0; round < 300; ++round) {
     std::string body = good;
-    // Changed bytes of a good message come further than pure noise does; the last is left, since
-    // another number there would be another good message.
+    // A good message with a few changed bytes gets further than pure noise. Its last byte stays,
+    // since another number there would make another good message.
     const int changes = 1 + static_cast<int>(random() % 4);
     for (int change = 0; change < changes; ++change)
       body[random() % 31] = static_cast<char>(random());
@@ -112,14 +112,13 @@ TEST(MessagesTest, NoiseNeverReachesTheHelperOrEndsIt) {
     RawClient client(mac);
     client.send(Bytes().text(body).body());
     client.finish();
-    client.receive(20);  // An answer, where only the ticket was changed; or the end.
+    client.receive(20);  // It is answered if only the ticket changed, else cut off.
   }
   const auto state = other.getState();
   ASSERT_TRUE(state);
   EXPECT_EQ(mac.helper(), pid);
 }
 
-// The error of a failed call arrives whole: domain, code, text.
 TEST(MessagesTest, AFailureArrivesAsAnError) {
   const Mac mac;
   RawClient client(mac);
@@ -133,7 +132,6 @@ TEST(MessagesTest, AFailureArrivesAsAnError) {
             "Charge limit must be between 20 and 100 (got 101).");
 }
 
-// Numbers in an error's details come as numbers.
 TEST(MessagesTest, TheHardwaresResultArrivesAsANumber) {
   const Mac mac;
   RawClient client(mac);

@@ -25,7 +25,7 @@ TEST(SleepTest, TheHelperPausesChargingAndLetsTheMachineSleep) {
       << "below the limit charging goes on after waking";
 }
 
-// The half minute that a leaving client has is time awake: a night in between does not count.
+// The grace period after a client left counts time awake only; a night's sleep stops it.
 TEST(SleepTest, TimersStandStillWhileTheMachineSleeps) {
   const Mac mac({.speed = 20});
   mac.tell({"set", "battery", "70"});
@@ -50,7 +50,7 @@ TEST(SleepTest, TimersStandStillWhileTheMachineSleeps) {
   EXPECT_NEAR(released->time - gone->time - slept, 30.0, 8.0);
 }
 
-// A helper that does not answer delays sleep, and no more than that.
+// A helper that does not answer delays sleep, but cannot prevent it.
 TEST(SleepTest, AStoppedHelperCannotKeepTheMachineAwake) {
   const Mac mac({.speed = 20});
   RawClient client(mac);
@@ -90,7 +90,7 @@ TEST(RebootTest, EndsTheHelperInOrderAndKeepsTheSavedLimit) {
   EXPECT_TRUE(mac.becomes([](const auto& now) { return now.at("chargingInhibited"); }));
 }
 
-// The keys outlive a loss of power; what was set for a discharge is cleared by the next helper.
+// The SMC keys outlive a loss of power; the next helper clears those of a discharge.
 TEST(PowerLossTest, TheNextHelperPutsRightWhatThePowerLossLeft) {
   const Mac mac({.speed = 20});
   mac.tell({"set", "battery", "70"});
@@ -113,8 +113,8 @@ TEST(PowerLossTest, TheNextHelperPutsRightWhatThePowerLossLeft) {
   EXPECT_EQ(client->getState().value().at("forceDischargeActive"), false);
 }
 
-// The lid is closed on an armed discharge: the machine stays awake, and SleepDisabled is given back
-// when the arming ends.
+// The lid is closed during an armed discharge: the machine stays awake, and SleepDisabled is
+// cleared when the arming ends.
 TEST(KeepAwakeTest, TheMachineStaysAwakeWithItsLidClosedUntilTheDischargeEnds) {
   const Mac mac({.speed = 10});
   mac.tell({"set", "battery", "70"});

@@ -67,7 +67,7 @@ bool drain(std::array<int, 2> pipes, std::array<std::string*, 2> texts, double d
   return true;
 }
 
-/// Starts it with these outputs, hears what comes from `ends`, and waits for its end.
+/// Starts the program with these outputs, reads `ends`, and waits for its exit.
 Result runWith(const std::string& program, const std::vector<std::string>& arguments,
                std::array<int, 2> outputs, std::array<int, 2> ends, double timeoutSeconds) {
   const pid_t pid = spawn(program, arguments, outputs[0], outputs[1]);
@@ -107,7 +107,7 @@ Result runUnheard(const std::string& program, const std::vector<std::string>& ar
                   double timeoutSeconds) {
   std::array<int, 2> err{};
   if (!virtualmac::hostsystem::pipe(err)) throw std::runtime_error("no pipe");
-  // Open for reading only: every write to it fails.
+  // The descriptor is open for reading only, so every write to it fails.
   const int deaf = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
   const int nothing = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
   return runWith(program, arguments, {deaf, err[1]}, {nothing, err[0]}, timeoutSeconds);

@@ -10,22 +10,22 @@
 
 namespace processtests {
 
-/// What a program that has ended left behind.
+/// The result of a program that has ended.
 struct Result {
-  int status = -1;  ///< Its exit status; -1: ended by a signal, or had to be.
+  int status = -1;  ///< Its exit status; -1: a signal ended it.
   std::string out;
   std::string err;
 };
 
-/// Runs one of the built programs to its end; after `timeoutSeconds` it is killed.
+/// Runs a built program to its end; it is killed after `timeoutSeconds`.
 Result run(const std::string& program, const std::vector<std::string>& arguments,
            double timeoutSeconds = 60);
 
-/// The same with a standard output that takes nothing; its `out` is empty.
+/// Does the same with a standard output on which every write fails; `out` stays empty.
 Result runUnheard(const std::string& program, const std::vector<std::string>& arguments,
                   double timeoutSeconds = 60);
 
-/// A program that runs beside the test; ended with the object.
+/// A program that runs beside the test and is killed with the object.
 class Background {
  public:
   Background(const std::string& program, const std::vector<std::string>& arguments);
@@ -43,7 +43,7 @@ using virtualmac::hostsystem::isAlive;
 using virtualmac::hostsystem::ProcessFacts;
 
 void pauseFor(double seconds);
-/// Seconds of a clock that only goes forward.
+/// Reads a monotonic clock, in seconds.
 double clockNow();
 
 }  // namespace processtests

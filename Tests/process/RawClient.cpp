@@ -17,7 +17,7 @@ using nlohmann::json;
 
 namespace {
 
-/// Reads values back; throws on anything that is not as it should be.
+/// Reads values back; throws on any malformed byte.
 class Parser {
  public:
   explicit Parser(const std::string& body) : rest(body) {}
@@ -135,7 +135,7 @@ void RawClient::send(const std::string& bytes) {
   std::size_t sent = 0;
   while (sent < bytes.size()) {
     const ssize_t step = ::send(socket, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
-    if (step <= 0) return;  // Cut off: what is received tells.
+    if (step <= 0) return;  // Cut off: receive() will show it.
     sent += static_cast<std::size_t>(step);
   }
 }
@@ -221,7 +221,7 @@ std::uint32_t stopHelper(const Mac& mac, RawClient& client) {
   constexpr std::uint32_t first = 1'000;
   constexpr double longestSeconds = 20;
   mac.tell({"kill", "STOP"});
-  // The signal is on its way for a moment, in which many calls may still be answered.
+  // The signal takes a moment to arrive, in which many calls may still be answered.
   const double deadline = clockNow() + longestSeconds;
   for (std::uint32_t ticket = first; clockNow() < deadline; ++ticket) {
     client.send(callBody(ticket, "pingWithReply:").frame());

@@ -10,7 +10,7 @@ namespace processtests {
 namespace {
 
 // NOLINTBEGIN(concurrency-mt-unsafe): the test has one thread
-/// Where the programs that are started look for their default root, until the object goes.
+/// Sets the directory in which started programs look for their default root.
 class RuntimeDirectory {
  public:
   explicit RuntimeDirectory(const std::string& path) {
@@ -56,7 +56,7 @@ TEST(RootTest, ARootThatWasOpenToOthersIsClosedToThemAndThatIsSaid) {
   EXPECT_EQ(mac.command({"down"}).status, 0);
 }
 
-// The default root's place is known to everybody, who may have been there first.
+// Everybody knows the default root's path, so another user may have created it first.
 TEST(RootTest, ADefaultRootThatIsNotTheUsersAloneIsNotUsed) {
   const Mac mac;
   const std::string place = mac.root() + "/runtime";

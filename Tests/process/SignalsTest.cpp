@@ -9,10 +9,10 @@ namespace processtests {
 
 namespace {
 
-/// Half a second is the helper's own bound; the rest is for a busy computer.
+/// The helper's own bound is half a second; the rest allows for a busy computer.
 constexpr double endBound = 2.0;
 
-/// A machine whose charging the helper holds back, with the client that asked for it.
+/// A machine on which the helper has paused charging, with the client that asked for it.
 class Holding {
  public:
   Holding() : journal(mac.follow()), client(mac) {
@@ -22,7 +22,7 @@ class Holding {
   }
 
   [[nodiscard]] pid_t helper() const { return mac.helper().value_or(0); }
-  /// Real seconds until the helper has exited with status 0; none: it did not.
+  /// Returns the real seconds until the helper exited with status 0; none: it did not.
   std::optional<double> secondsToExit(pid_t pid, double begun) {
     if (!journal.waitFor("helper " + std::to_string(pid) + " exited 0", endBound + 10))
       return std::nullopt;
@@ -59,8 +59,8 @@ TEST_P(SignalsTest, EndsWithStatusZeroAndChargingRestored) {
   EXPECT_TRUE(scene.client.isCutOff());
 }
 
-// While the hardware does not answer, the queue of the helper stands still; it ends all the same,
-// after half a second, and leaves the hardware as it was.
+// Hanging hardware blocks the helper's queue. The helper still ends after half a second, and leaves
+// the hardware as it was.
 TEST_P(SignalsTest, EndsInTimeWhenTheHardwareHangs) {
   Holding scene;
   const pid_t pid = scene.helper();
@@ -127,7 +127,7 @@ TEST(QuitTest, EndsInTimeWhenTheHardwareHangs) {
   EXPECT_LT(*seconds, endBound);
 }
 
-// What an end could not put back, because the hardware hung, the next start does.
+// A hung end could not restore the hardware; the next start does.
 TEST(QuitTest, TheNextStartClearsADischargeThatAHungEndLeft) {
   Holding scene;
   EXPECT_TRUE(succeeded(scene.client.forceDischarge(true)));

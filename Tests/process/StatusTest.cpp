@@ -15,8 +15,8 @@ constexpr const char* rule =
     "enforced       charging stops at 80 %, goes on below 75 %, while the adapter is in and the "
     "charge can be read\n";
 
-/// A machine whose minute is a second and whose limit is 80 %, at 85 %. An application stays
-/// connected, or whoever asks for the status would arm what is not armed.
+/// A machine at 85 % with a limit of 80 %, whose minute lasts a second. One application stays
+/// connected; else asking for the status would itself arm the limit.
 class StatusTest : public testing::Test {
  protected:
   void begin(const std::string& profile = "newer-keys") {
@@ -33,7 +33,7 @@ class StatusTest : public testing::Test {
   std::optional<Background> application;
 
  private:
-  /// The helper decides at its next tick, so it is asked until it says so.
+  /// Asks until the answer has all words, because the helper decides only at its next tick.
   void expectSoon(const std::vector<std::string>& question, bool app,
                   const std::vector<std::string>& words) {
     const double deadline = clockNow() + 20;
@@ -106,7 +106,7 @@ TEST_F(StatusTest, ADischargeIsTold) {
        "adapter\n"});
 }
 
-// To ask is to connect, and that arms the saved limit, in the middle of a top-off too.
+// Asking connects, and that arms the saved limit, even during a top-off.
 TEST_F(StatusTest, AskingDuringATopOffArmsTheLimitAndSaysSo) {
   begin();
   ASSERT_EQ(mac->app({"top-off"}).status, 0);
@@ -133,7 +133,7 @@ TEST_F(StatusTest, AskingAfterASuspensionArmsTheLimitAndSaysSo) {
   EXPECT_NE(said.find(rule), std::string::npos) << said;
 }
 
-// Its queue is still busy with the start when the helper answers the first question.
+// The helper answers the first question while its queue is still busy with the start.
 TEST_F(StatusTest, AskingWaitsUntilTheHelperHasCountedTheConnection) {
   begin();
   application.reset();
@@ -177,7 +177,7 @@ TEST_F(StatusTest, ALimitThatIsOutOfRangeIsTold) {
   expectStatus({"limit          10 %\nenforced       nothing: a limit of 10 % is out of range\n"});
 }
 
-// A watcher's connection is there already, so it sees what a question would change.
+// A watcher is connected already, so its own questions change nothing.
 TEST_F(StatusTest, AWatcherIsToldEveryChange) {
   begin();
   auto watching = std::async(std::launch::async, [this] {
