@@ -22,7 +22,7 @@
 
 namespace virtualmac {
 
-/// A process that breaks rules by hand, and the rules that watch it.
+/// A process that breaks rules on purpose, and the rules that watch it.
 class BrokenRules : public testing::Test {
  protected:
   World world;
@@ -43,12 +43,12 @@ class BrokenRules : public testing::Test {
   void save(const korvel::HelperState& state) {
     world.machine().disk.writeFile(korvel::HelperPersistence::statePath, korvel::encodeFile(state));
   }
-  /// A piece of work of the helper's, with what it does.
+  /// Runs a piece of work on the helper's queue.
   void works(std::function<void()> body) {
     queue->async(std::move(body));
     world.runUntilIdle();
   }
-  /// A call a second: the rules look at what goes on when the helper does something.
+  /// Makes one call per second, because the rules look whenever the helper does something.
   void actsFor(int seconds) {
     for (int second = 0; second < seconds; ++second) {
       world.runFor(1);

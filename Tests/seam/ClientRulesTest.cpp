@@ -18,7 +18,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-/// A delegate that counts its clients on a queue, as a core does; not always rightly.
+/// A delegate that counts its clients on a queue, as a core does, but not always correctly.
 class CountingDelegate final : public korvel::XPCListenerDelegate {
  public:
   CountingDelegate(korvel::Platform& seam, std::shared_ptr<korvel::WorkQueue> smcQueue)

@@ -1,4 +1,4 @@
-// Connections that end while they are being accepted.
+// Connections may end while they are being accepted.
 
 #include <gtest/gtest.h>
 

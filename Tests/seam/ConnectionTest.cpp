@@ -260,11 +260,11 @@ TEST_F(ConnectionTest, AReplyDroppedByADyingHelperIsNot) {
   EXPECT_TRUE(world.violations().empty());
 }
 
-// A killed thread unwinds at its next call; until then it may come as far as its reply.
+// A killed thread unwinds at its next call; before that it may still send its reply.
 TEST_F(ConnectionTest, AReplyOfADeadHelperIsHeardByNobody) {
   helper.onCall = [this](const std::string&) {
     world.faults().killAtCall(world.callCounts().total + 1);
-    helper.seam->powerSources.release(0);  // Gives something back, so it ends nobody's thread.
+    helper.seam->powerSources.release(0);  // A release never ends the thread that makes it.
     world.faults().clear();
   };
   for (const auto& send : {&AppClient::ping, &AppClient::getState, &AppClient::clearChargeLimit}) {

@@ -42,7 +42,7 @@ TEST_F(BrokenRules, ADischargeAtTheLimit) {
   EXPECT_THAT(found(), ElementsAre(HasSubstr("started at or below the limit")));
 }
 
-// A helper cannot do better than to ask: what changes afterwards is the watchdog's.
+// A start is judged by the helper's readings; later changes are the watchdog's business.
 TEST_F(BrokenRules, AStartIsJudgedByWhatTheHelperSaw) {
   world.machine().battery.setPercent(50);
   world.machine().lid.connectDisplay();
@@ -105,8 +105,8 @@ TEST_F(BrokenRules, ALidThatCannotBeReadCountsAsOpenButACapacityDoesNotCountAsHi
   EXPECT_THAT(found(), ElementsAre(HasSubstr("started without a capacity reading")));
 }
 
-// The limit that counts is the helper's own: set by the work that has begun, not by a call that
-// still waits, whatever the disk has kept of it.
+// The limit in the helper's memory counts: the work that has begun sets it, not a call that still
+// waits and not the record on disk.
 TEST_F(BrokenRules, AStartBelowTheLimitThatTheHelperHasInMind) {
   korvel::HelperState state;
   state.chargeLimit = 80;
@@ -215,7 +215,7 @@ TEST_F(BrokenRules, ADischargeThatSleeps) {
   EXPECT_THAT(found(), ElementsAre("no discharge into sleep: 0.000 asleep while discharging"));
 }
 
-// The helper's word stands for the work that it does before sleep.
+// The helper's log line marks its work before sleep.
 TEST_F(BrokenRules, ADischargeThatOutlivesTheWorkBeforeSleep) {
   world.machine().battery.setPercent(50);
   startDischarge();
@@ -241,7 +241,7 @@ TEST_F(BrokenRules, ADischargeThatBeginsBehindTheWorkBeforeSleepIsNotHeldAgainst
   EXPECT_THAT(found(), IsEmpty());
 }
 
-// A stop whose key write fails is a stop for the helper all the same.
+// The helper counts a discharge as stopped even when the key write fails.
 TEST_F(BrokenRules, ADischargeThatACommandEndedIsOverThoughItsKeysCouldNotBeWritten) {
   world.machine().battery.setPercent(50);
   startDischarge();

@@ -4,8 +4,8 @@
 
 namespace virtualmac {
 
-/// What the named faults of the machine's disk do to the file calls: the same in process and over a
-/// socket. Real files know nothing of them.
+/// The named faults of the machine's disk have the same effect on file calls in process and over a
+/// socket. Real files do not have them.
 class DiskFaults : public SeamContract {};
 
 }  // namespace virtualmac

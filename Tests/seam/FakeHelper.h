@@ -16,8 +16,8 @@
 
 namespace virtualmac {
 
-/// A helper that is nothing but its transport: it accepts connections as told, and answers calls as
-/// told, so that tests see what the transport does and not what a helper does.
+/// A helper without a core: it accepts connections and answers calls as the test says, so that only
+/// the transport is tested.
 class FakeHelper final : public korvel::KorvelHelperProtocol {
  public:
   std::string requirement;  ///< Empty: none is set.
@@ -25,8 +25,8 @@ class FakeHelper final : public korvel::KorvelHelperProtocol {
   bool resumes = true;
   bool ignoresSignals = true;
   bool typedReplies = true;
-  bool notesSteps = false;                               ///< Also those of resuming a connection.
-  std::function<void()> onAccepting, onResumed;          ///< On the thread that accepts.
+  bool notesSteps = false;                               ///< Also the steps of a resume.
+  std::function<void()> onAccepting, onResumed;          ///< They run on the accepting thread.
   std::vector<korvel::ReplyClassSetting> laterSettings;  ///< Made after the usual ones.
   std::string interfaceName;                             ///< Empty: the real one.
   std::function<void(const std::string& call)> onCall;
@@ -36,7 +36,7 @@ class FakeHelper final : public korvel::KorvelHelperProtocol {
   std::optional<korvel::ErrorObject> error;  ///< In the replies of those that carry one.
   std::string notes;                         ///< What happened, word by word.
 
-  /// World options whose helper is this one. Only one at a time.
+  /// Returns world options that run this helper. Use it for one world at a time.
   WorldOptions options() {
     WorldOptions chosen;
     chosen.entry = [this](korvel::Platform& platform) { return run(platform); };
@@ -127,7 +127,7 @@ class FakeHelper final : public korvel::KorvelHelperProtocol {
     interface.replyClasses.insert(interface.replyClasses.end(), laterSettings.begin(),
                                   laterSettings.end());
     connection.setExportedInterface(interface);
-    // Without owning: the fake outlives its worlds.
+    // The pointer does not own the fake, which outlives its worlds.
     connection.setExportedObject(
         std::shared_ptr<korvel::KorvelHelperProtocol>(std::shared_ptr<void>(), this));
     if (!accepts) return false;

@@ -16,7 +16,7 @@ namespace {
 
 using testing::IsEmpty;
 
-/// What days are made of; a day without any of it would prove nothing.
+/// Counts the events of the days; days without any of one kind would prove nothing about it.
 struct Seen {
   int discharges = 0;
   int pauses = 0;
@@ -38,7 +38,7 @@ struct Seen {
   }
 };
 
-/// One eventful day of the built helper under one schedule.
+/// Runs the built helper for one eventful day under one schedule.
 std::vector<std::string> eventfulDay(const std::string& profile, std::uint64_t seed, Seen& seen) {
   WorldOptions options;
   options.profile = profile;

@@ -18,7 +18,7 @@ class InProcessClient final : public RigClient {
   std::unique_ptr<AppClient> app;
 };
 
-/// A bare process of a world. The test's thread drives.
+/// Runs a bare process of a world; the test's thread drives the world.
 class InProcessRig final : public SeamRig {
  public:
   InProcessRig(const std::string& profile, Scheduling scheduling)

@@ -111,7 +111,7 @@ TEST_F(BrokenRules, AnExitAfterALastWorkThatLeavesSomething) {
   EXPECT_THAT(rules.violations(),
               ElementsAre("exit leaves defaults: 0.000 CHTE is not at its default"));
   restore([this] { world.machine().smc.setValue("CHTE", {0, 0, 0, 0}); });
-  // What waits behind the last work may begin before the process is gone.
+  // Work queued behind the restoration may still begin before the process exits.
   queue->async([this] { world.machine().smc.setValue("CHTE", {1, 0, 0, 0}); });
   world.runUntilIdle();
   world.onMain([this] { world.platform().process.exit(0); });
@@ -132,7 +132,7 @@ TEST_F(BrokenRules, SleepDisabledWithTheFlagIsRight) {
   EXPECT_THAT(found(), IsEmpty());
 }
 
-// Another call may be audited at any moment; what counts is the disk's answer to the same work.
+// Another call may be audited at any moment, so only a disk failure in the same work counts.
 TEST_F(BrokenRules, SleepDisabledMayBeSetWhenTheDiskRefusedTheFlagInTheSameWork) {
   world.faults().setLatency(SeamCall::settingsSet, 1);
   queue->async([this] {
@@ -292,7 +292,7 @@ TEST_F(BrokenRules, ACallThatIsAuditedAfterWhatIsDoneForIt) {
 }
 
 TEST(AuditRule, SeesTheMessagesOfRealConnections) {
-  FakeHelper helper;  // It does what it is told, and logs nothing.
+  FakeHelper helper;  // It obeys, and logs nothing.
   World world(helper.options());
   InvariantSet rules(world);
   const auto app = world.connectApp();

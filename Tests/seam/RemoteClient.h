@@ -11,7 +11,7 @@ namespace virtualmac {
 
 struct XPCReply;
 
-/// A client of a service's socket that sends without waiting. Replies are taken in when it is
+/// A client of a service's socket that sends without waiting. It reads replies only when it is
 /// pumped, on the test's own thread.
 class RemoteClient final : public RigClient {
  public:
@@ -24,7 +24,7 @@ class RemoteClient final : public RigClient {
   void disconnect() override;
   [[nodiscard]] std::int32_t pid() const override;
 
-  /// Takes in what has arrived.
+  /// Reads everything that has arrived.
   void pump();
 
  private:

@@ -29,10 +29,10 @@
 namespace virtualmac {
 namespace {
 
-/// The helper's pid on the machine; the test's own is its clients'.
+/// The machine knows the helper by this pid; the test's own pid is its clients'.
 constexpr std::int32_t helperPid = 412;
 
-/// A directory that is gone afterwards.
+/// A temporary directory, removed with the object.
 class Folder {
  public:
   Folder() : path("/tmp/korvel-rig-XXXXXX") { EXPECT_NE(::mkdtemp(path.data()), nullptr); }
@@ -45,7 +45,7 @@ class Folder {
   std::string path;
 };
 
-/// The machine and its thread.
+/// Runs the machine on a thread of its own.
 class MachineThread {
  public:
   MachineThread(const std::string& profile, const std::string& diskRoot, int socket)
@@ -174,7 +174,7 @@ class RemoteRig final : public SeamRig {
   }
 
  private:
-  /// The rig pumps a client for as long as the test holds it.
+  /// Keeps a client alive, and so pumped by the rig, for as long as the test holds it.
   class Shared final : public RigClient {
    public:
     explicit Shared(std::shared_ptr<RemoteClient> held) : client(std::move(held)) {}

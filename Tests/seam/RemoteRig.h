@@ -7,8 +7,8 @@
 
 namespace virtualmac {
 
-/// A machine that runs in real time on a thread of its own, and a process at the other end of a
-/// socket, which shares the test's process: the remote seam as it is, but for the second process.
+/// Runs a machine in real time on a thread of its own, and the remote seam at the other end of a
+/// socket. Only the second process is missing: both ends share the test's.
 std::unique_ptr<SeamRig> makeRemoteRig(const std::string& profile);
 
 }  // namespace virtualmac

@@ -16,7 +16,7 @@
 namespace virtualmac {
 namespace {
 
-/// What the built helper does in a busy hour with one schedule, as a hash.
+/// Hashes the journal of the built helper's busy hour under one schedule.
 std::uint64_t busyHour(Scheduling scheduling, std::uint64_t seed, bool keepJournal = true) {
   WorldOptions options;
   options.scheduling = scheduling;

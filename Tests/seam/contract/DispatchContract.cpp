@@ -137,7 +137,7 @@ TEST_P(DispatchContract, ALockLetsOneThreadIn) {
       if (++inside != 1) together = true;
       --inside;
     }
-    // The lock is not needed any more: it goes when both have said so.
+    // The test ends, and destroys the lock, only when both have got here.
     ++finished;
   };
   one->async(work);

@@ -10,7 +10,7 @@ constexpr const char* folder = "/Library/Application Support/contract";
 const std::string file = std::string(folder) + "/a.txt";
 const std::string other = std::string(folder) + "/b.txt";
 
-/// Makes the folder, and all above it that may be missing.
+/// Makes the folder and any missing parent.
 void makeFolder(korvel::FileSystem& files) {
   files.mkdir("/Library", 0755);
   files.mkdir("/Library/Application Support", 0755);

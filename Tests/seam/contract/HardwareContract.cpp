@@ -30,7 +30,7 @@ Block makeBlock(std::string_view key, std::uint8_t command) {
   return block;
 }
 
-/// An open connection, closed at the end.
+/// An open connection that the destructor closes.
 struct OpenSMC {
   explicit OpenSMC(korvel::SMCUserClient& client) : smc(client) {
     const korvel::ObjectRef service = smc.matchAppleSMC();

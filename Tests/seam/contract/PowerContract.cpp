@@ -101,7 +101,7 @@ TEST_P(PowerSettingsContract, WhatAnotherProgramStoredIsSeenAsItIs) {
 
 namespace {
 
-/// A registration that notes and answers every message.
+/// Registers for power messages, notes each, and acknowledges those that ask for it.
 struct Registered {
   Registered(korvel::Platform& seam, Notes& words) : platform(seam), notes(words) {
     rootPort = platform.rootDomain.registerForSystemPower(this, port, &Registered::heard, notifier);

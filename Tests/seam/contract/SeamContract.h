@@ -27,23 +27,23 @@ class RigClient {
   [[nodiscard]] virtual std::int32_t pid() const = 0;
 };
 
-/// One process with a platform under it, on a fresh machine: what the contracts are tried on. Its
-/// main thread serves its loop. Handlers may run on any thread, also while the test does nothing.
+/// One process with a platform on a fresh machine; the contracts run on it. Its main thread serves
+/// its loop. Handlers may run on any thread, also while the test does nothing.
 class SeamRig {
  public:
   virtual ~SeamRig() = default;
   virtual korvel::Platform& platform() = 0;
   /// Runs `body` on the process's main thread and returns when it is done.
   virtual void onMain(std::function<void()> body) = 0;
-  /// Lets so many seconds of the timers' time pass.
+  /// Lets this much of the timers' time pass.
   virtual void pass(double seconds) = 0;
-  /// Lets time pass until `reached` holds; false: not within `limitSeconds`.
+  /// Lets time pass until `reached` holds; returns false when it did not within `limitSeconds`.
   virtual bool until(const std::function<bool()>& reached, double limitSeconds) = 0;
-  /// Looks at the machine or changes it, as a person or the hardware would.
+  /// Reads or changes the machine, as a person or the hardware would.
   virtual void machine(const std::function<void(Machine&)>& body) = 0;
   virtual std::unique_ptr<RigClient> connect(std::string_view identity) = 0;
   virtual void signal(int number) = 0;
-  /// Whether exactly this line came out of the log.
+  /// Returns whether the log has exactly this line.
   virtual bool logged(std::string_view category, korvel::LogLevel level, std::string_view text) = 0;
 };
 
@@ -52,7 +52,7 @@ struct RigKind {
   std::function<std::unique_ptr<SeamRig>(const std::string& profile)> make;
 };
 
-/// Words noted by handlers on whatever thread they run.
+/// Collects words from handlers on any thread.
 class Notes {
  public:
   void add(std::string_view word) {
@@ -72,7 +72,7 @@ class Notes {
 
 class SeamContract : public testing::TestWithParam<RigKind> {
  protected:
-  /// Another machine than the usual one.
+  /// Replaces the usual machine by one with another profile.
   void use(const std::string& profile) {
     rig = nullptr;
     rig = GetParam().make(profile);
@@ -86,7 +86,7 @@ class SeamContract : public testing::TestWithParam<RigKind> {
   std::unique_ptr<SeamRig> rig = GetParam().make("newer-keys");
 };
 
-// One suite a header of the seam.
+// Each header of the seam has a suite.
 class SMCUserClientContract : public SeamContract {};
 class IORegistryContract : public SeamContract {};
 class PowerSourcesContract : public SeamContract {};
@@ -104,7 +104,7 @@ class ProcessContract : public SeamContract {};
 
 }  // namespace virtualmac
 
-/// Tries every contract on the rigs that `generator` gives.
+/// Runs every contract on each rig of `generator`.
 #define INSTANTIATE_SEAM_CONTRACTS(prefix, generator)                       \
   INSTANTIATE_SEAM_CONTRACT(prefix, SMCUserClientContract, generator);      \
   INSTANTIATE_SEAM_CONTRACT(prefix, IORegistryContract, generator);         \

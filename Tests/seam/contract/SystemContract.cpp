@@ -14,13 +14,13 @@ namespace {
 constexpr std::string_view frameworkPath =
     "/System/Library/PrivateFrameworks/PowerUI.framework/PowerUI";
 
-/// The class of the framework; 0: there is none.
+/// Returns the framework's class; 0: there is none.
 korvel::HandleRef smartChargeClass(korvel::SmartChargeRuntime& runtime) {
   if (runtime.dlopen(frameworkPath, korvel::dlopenNow) == 0) return 0;
   return runtime.classFromString("PowerUISmartChargeClient");
 }
 
-/// An initialised client object of the framework.
+/// Returns an initialised client object of the framework.
 korvel::HandleRef smartChargeClient(korvel::SmartChargeRuntime& runtime) {
   const korvel::HandleRef cls = smartChargeClass(runtime);
   const korvel::HandleRef object = runtime.callAlloc(runtime.getClassMethod(cls, "alloc"), cls);

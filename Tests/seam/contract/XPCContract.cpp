@@ -18,7 +18,7 @@ constexpr const char* appOnly = R"(anchor apple generic and identifier "com.korv
                                 R"(certificate leaf[subject.OU] = "ABCDE12345" and )"
                                 R"(certificate leaf[field.1.2.840.113635.100.6.1.13] exists)";
 
-/// Notes every call; answers with what it was asked.
+/// Notes some of the calls, and gives each a fixed reply.
 class Recorder final : public korvel::KorvelHelperProtocol {
  public:
   Recorder(korvel::Platform& seam, Notes& words) : platform(seam), notes(words) {}
@@ -73,7 +73,7 @@ class Delegate final : public korvel::XPCListenerDelegate {
     connection.setExportedObject(exported);
     if (!accepts) return false;
     parsed = connection.setCodeSigningRequirement(requirement);
-    // The words outlive this delegate; a connection may do so, too.
+    // The notes outlive this delegate, and a connection may outlive it too.
     connection.setInvalidationHandler([&words = notes, who = handlerThread, act = inHandler] {
       who->store(std::this_thread::get_id());
       if (act) act();
@@ -93,9 +93,9 @@ class Delegate final : public korvel::XPCListenerDelegate {
   std::string requirement = appOnly;
   std::vector<korvel::ReplyClassSetting> laterSettings;  ///< Made after the helper's own.
   bool notesResume = false;
-  bool refusesAtLast = false;       ///< A connection that is resumed already.
-  std::function<void()> onResumed;  ///< Before the acceptance is complete.
-  std::function<void()> inHandler;  ///< Of an invalidation, before it is noted.
+  bool refusesAtLast = false;       ///< Refuses a connection after resuming it.
+  std::function<void()> onResumed;  ///< Runs before the acceptance is complete.
+  std::function<void()> inHandler;  ///< Runs in the invalidation handler, before it is noted.
   std::atomic<std::thread::id> acceptingThread;
   std::shared_ptr<std::atomic<std::thread::id>> handlerThread =
       std::make_shared<std::atomic<std::thread::id>>();
@@ -105,7 +105,7 @@ class Delegate final : public korvel::XPCListenerDelegate {
   Notes& notes;
 };
 
-/// The process's service, published.
+/// Publishes the process's service.
 struct Service {
   Service(korvel::Platform& platform, Notes& notes)
       : recorder(std::make_shared<Recorder>(platform, notes)),
