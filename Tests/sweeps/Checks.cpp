@@ -34,8 +34,8 @@ Leftovers leftoversOn(virtualmac::World& world) {
 
 namespace {
 
-/// Where the helper has no key to write, it sets the system's own limit, never below the lowest
-/// that the system offers.
+/// Without a charging key the helper sets the system's own limit, never below the lowest that the
+/// system offers.
 bool usesNativeLimit(virtualmac::Machine& mac) {
   const korvel::HelperCapabilities caps = trueCapabilities(mac);
   return caps.nativeCharging && !caps.tahoeCharging && !caps.preTahoeCharging;
@@ -52,7 +52,7 @@ std::int64_t lowestNativeLimit(const virtualmac::Machine& mac) {
   return lowest;
 }
 
-/// The gate stands as an enforced limit leaves it.
+/// Returns whether the gate holds charging back for an enforced limit.
 bool heldBackFor(virtualmac::Machine& mac, std::int64_t limit) {
   if (!usesNativeLimit(mac)) return mac.smc.chargingInhibited();
   return mac.powerUI.currentLimit() == std::max(limit, lowestNativeLimit(mac));

@@ -11,26 +11,26 @@
 #include "VirtualMac/InProcess/World.h"
 #include "VirtualMac/Machine/Machine.h"
 
-/// What must hold after something went wrong, as plain questions to the machine.
+/// These checks ask the machine what must hold after a fault.
 namespace sweeps {
 
-/// What one case found wrong; empty when nothing was.
+/// Collects the problems of one case; empty when there are none.
 class Findings {
  public:
-  /// True: it holds; else `what` is noted.
+  /// Returns `holds`; when it is false, notes `what`.
   bool expect(bool holds, std::string_view what);
   void note(std::string what) { noted.push_back(std::move(what)); }
   [[nodiscard]] bool empty() const { return noted.empty(); }
-  [[nodiscard]] std::string text() const;  ///< One line each.
+  [[nodiscard]] std::string text() const;  ///< One problem per line.
 
  private:
   std::vector<std::string> noted;
 };
 
-/// The bytes of state.json; none: there is no such file.
+/// Reads the bytes of state.json; none: there is no such file.
 std::optional<std::string> stateFile(const virtualmac::Machine& mac);
 
-/// What of a helper's doing outlives its process.
+/// The effects of a helper that outlive its process.
 struct Leftovers {
   std::optional<std::string> file;
   std::optional<korvel::HelperState> record;
@@ -40,37 +40,36 @@ struct Leftovers {
 };
 Leftovers leftoversOn(virtualmac::World& world);
 
-/// Charging is held back, by whichever control the machine has.
+/// Returns whether charging is held back, by whichever control the machine has.
 bool chargingPaused(virtualmac::Machine& mac);
 
-/// Whether the gate stands as a limit wants it with the battery's present charge: at the limit and
-/// above, charging is paused (the native limit set, where that is the gate); below the band, it is
-/// not. True inside the band, where any gate is right, and without the adapter, where it is left
-/// alone.
+/// Returns whether the gate suits a limit at the battery's present charge: at the limit and above,
+/// charging is paused (or the native limit set, where that is the gate); below the band it is not.
+/// Always true inside the band and without the adapter, where the helper leaves the gate alone.
 bool gateIsRight(virtualmac::Machine& mac, std::int64_t limit, std::int64_t band = 5);
 
-/// Ends what keeps the helper from seeing and acting: readings work, the adapter is in, the lid is
-/// open, the Mac awake.
+/// Lets the helper see and act again: readings work, the adapter is in, the lid is open and the Mac
+/// awake.
 void healMachine(virtualmac::Machine& mac);
 
-/// What a helper that could ask everything would report of this machine.
+/// Returns what a helper should report of this machine when every probe works.
 korvel::HelperCapabilities trueCapabilities(virtualmac::Machine& mac);
 
-/// state.json is absent or one complete record, private to its owner, in a private directory.
+/// Checks that state.json is absent or one complete record, private, in a private directory.
 void checkStateFile(Findings& findings, const virtualmac::Machine& mac);
 
-/// No assertion without a living owner.
+/// Checks that every assertion belongs to a living process.
 void checkAssertions(Findings& findings, virtualmac::World& world);
 
-/// An idle helper holds no descriptor, no foreign umask, and no object but those for life.
+/// Checks that an idle helper holds no descriptor, no other umask and only its permanent objects.
 void checkIdleProcess(Findings& findings, virtualmac::World& world, bool descriptorsToo = true);
 
-/// No rule broken that holds in every run, no write to a key that must never be written.
+/// Checks the rules of every run, and that no forbidden key was written.
 void checkConduct(Findings& findings, virtualmac::World& world,
                   const virtualmac::InvariantSet& invariants);
 
-/// Runs for five seconds and a tick, and once more when the battery's percentage moved just now.
-/// False: the gate is not right even then.
+/// Runs for five seconds and a tick, and again when the battery's percentage has just moved.
+/// Returns false when the gate is wrong even then.
 bool gateSettles(virtualmac::World& world, const std::vector<std::int64_t>& limits);
 
 }  // namespace sweeps

@@ -9,7 +9,7 @@ namespace {
 
 using korvel::HelperCapabilities;
 
-/// Every call is over, and only those of a connection that ended are without an answer.
+/// Checks that every call is over, and that only calls of ended connections lack an answer.
 void checkReplies(Stage& stage, Findings& findings, bool mayFail) {
   const auto open = [&stage] {
     for (const auto& client : stage.clients) {
@@ -35,8 +35,8 @@ void restart(Stage& stage) {
   stage.world.runFor(0.1);
 }
 
-/// A client that is served, by a helper that knows what the machine can do. True: the running
-/// helper was good enough.
+/// Connects a client and makes sure that it is served, by a helper that knows the machine's
+/// capabilities. Returns true when the running helper could stay.
 bool bringTogether(Stage& stage, Findings& findings, bool anew) {
   bool sameHelper = !anew;
   if (anew) stage.world.killHelper();
@@ -47,7 +47,7 @@ bool bringTogether(Stage& stage, Findings& findings, bool anew) {
   }
   stage.join();
   if (!stage.app().calls().back()->answered) {
-    // A helper that could not read its own signature refuses everybody for as long as it lives.
+    // A helper that could not read its own signature refuses every client until it ends.
     findings.expect(
         stage.world.logged("Listener", korvel::LogLevel::Fault,
                            "Release build with unreadable Team ID — refusing XPC connection"),
@@ -58,7 +58,7 @@ bool bringTogether(Stage& stage, Findings& findings, bool anew) {
     findings.expect(stage.app().calls().back()->answered, "a client is not served again");
   }
   if (stage.app().capabilityRecord() != trueCapabilities(stage.mac())) {
-    // What the probe did not find at the start stays unknown until the next one.
+    // A capability that the probe missed stays unknown until the next start.
     restart(stage);
     sameHelper = false;
     stage.join();
@@ -68,13 +68,12 @@ bool bringTogether(Stage& stage, Findings& findings, bool anew) {
   return sameHelper;
 }
 
-/// The gate follows a limit that is being enforced, without being told again.
+/// Checks that the gate follows the enforced limit without another command.
 void checkGateByItself(Stage& stage, Findings& findings) {
   const auto state = stage.state();
   if (!findings.expect(state.has_value(), "the state is not told")) return;
   if (state->forceDischargeActive || state->lastWriteAt == korvel::Date::distantPast()) return;
-  // When a new limit could not be recorded, the memory says the old one while the loop holds the
-  // new one.
+  // When a new limit could not be recorded, the memory has the old one and the loop the new one.
   std::vector<std::int64_t> limits{state->chargeLimit};
   if (stage.lastLimitWanted()) limits.push_back(*stage.lastLimitWanted());
   findings.expect(gateSettles(stage.world, limits), "the gate is wrong once the faults ended");
@@ -128,7 +127,7 @@ Excuses excusesFor(virtualmac::SeamCall call, const Stage& stage) {
   excuses.descriptors = call == SeamCall::fileClose;
   excuses.assertions = call == SeamCall::assertionRelease;
   excuses.claim = call == SeamCall::fileReplaceItem;
-  // A record that could not be read at the start takes its claim along.
+  // A record that could not be read at the start loses its claim to SleepDisabled.
   const bool claimLost = stage.sleepDisabledByEarlierHelper &&
                          (call == SeamCall::fileExists || call == SeamCall::fileRead);
   excuses.sleepDisabled = call == SeamCall::settingsSet || call == SeamCall::settingsCopy ||

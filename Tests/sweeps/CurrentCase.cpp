@@ -11,7 +11,7 @@ namespace sweeps {
 
 namespace {
 
-// Plain memory, because a signal handler reads it.
+// This is plain memory, because a signal handler reads it.
 std::array<char, 256> text{};
 volatile std::sig_atomic_t length = 0;
 

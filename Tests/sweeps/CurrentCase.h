@@ -4,8 +4,8 @@
 
 namespace sweeps {
 
-/// Names the case that is being run, for as long as it lives: if the program aborts meanwhile (a
-/// trap of the product), the name is the last thing on standard error.
+/// Names the running case while the object lives: if the program aborts (a trap of the product),
+/// the name is the last output on standard error.
 class CurrentCase {
  public:
   explicit CurrentCase(std::string_view description);

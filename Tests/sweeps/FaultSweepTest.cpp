@@ -16,10 +16,10 @@ using virtualmac::SeamCall;
 struct NamedFault {
   std::string name;
   InjectedFault fault;
-  bool mayLast = true;  ///< False: strikes once only.
+  bool mayLast = true;  ///< False: the fault strikes once only.
 };
 
-/// Every way in which a call can fail that the helper could tell apart.
+/// Returns every failure of a call that the helper can tell apart.
 std::vector<NamedFault> faultsOf(SeamCall call) {
   const auto plain = virtualmac::plainFault(call);
   if (!plain) return {};
@@ -34,7 +34,7 @@ std::vector<NamedFault> faultsOf(SeamCall call) {
     case SeamCall::fileMkdir:
       return {{"plain", *plain}, {"read-only", {EROFS, "Read-only file system"}}};
     case SeamCall::fileWrite:
-      // Interrupted for ever is a call that hangs: below.
+      // A write that is interrupted for ever hangs; another test below covers it.
       return {{"full", {ENOSPC, "No space left on device"}},
               {"interrupted", {EINTR, "Interrupted system call"}, false}};
     default:
@@ -69,8 +69,8 @@ TEST_P(FaultSweep, ComesThroughAFaultAtEveryCall) {
 
 INSTANTIATE_TEST_SUITE_P(Stories, FaultSweep, testing::ValuesIn(stories()), storyName);
 
-/// The work that writes never ends then, and nothing behind it begins. What must go on is what does
-/// not wait for it: the readers' answers, sleep, and an exit with status 0 after half a second.
+/// Here a write never returns, and work behind it never begins. The rest must go on: readers get
+/// answers, the Mac sleeps, and the helper exits with 0 after half a second.
 class InterruptionSweep : public StoryTest {
  protected:
   static std::vector<std::uint64_t> writesOf(const Trace& trace) {
@@ -123,7 +123,7 @@ TEST_P(InterruptionSweep, AWriteThatIsInterruptedForEverHoldsUpNobodyElse) {
       faults.setLatency(SeamCall::fileWrite, secondsOfATry);
       findings.expect(stage.play(), "the helper died");
       findings.expect(faults.injected() > 0, "the fault did not strike");
-      // Signals that came while the Mac slept are heard now.
+      // The wake delivers signals that came while the Mac slept.
       healMachine(stage.mac());
       stage.world.runFor(1);
       if (!stage.exited()) {

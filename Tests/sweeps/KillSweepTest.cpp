@@ -9,7 +9,7 @@ using korvel::HelperState;
 constexpr std::string_view alone = "alone";
 constexpr std::string_view withClient = "with-client";
 
-/// The record that recovery makes of what it found.
+/// Returns the record that recovery makes of the leftovers.
 HelperState recovered(const Leftovers& left) {
   HelperState record = left.record.value_or(HelperState::empty());
   record.forceDischargeActive = false;
@@ -21,12 +21,12 @@ HelperState recovered(const Leftovers& left) {
   return record;
 }
 
-/// Plays until the helper is killed at call k. False: it was not.
+/// Plays until the helper is killed at call k; returns false when it exited before.
 bool playUntilKilled(Stage& stage, std::uint64_t k, Findings& findings) {
   stage.world.faults().killAtCall(k);
   stage.play();
   stage.world.faults().clear();
-  // A call that only gives something back does not end a process: the next one does, if there is.
+  // A release does not end its process, and there may be no later call that does.
   if (stage.world.helperRunning()) stage.world.killHelper();
   if (stage.exited()) return false;
   checkAssertions(findings, stage.world);
@@ -34,7 +34,7 @@ bool playUntilKilled(Stage& stage, std::uint64_t k, Findings& findings) {
   return true;
 }
 
-/// Starts the helper again and gives it the time and the waking state to recover.
+/// Starts the helper again, and gives it time and a Mac that is awake.
 void startAgain(Stage& stage) {
   stage.world.startHelper();
   stage.world.runFor(0.5);
@@ -91,7 +91,7 @@ void recoverWithClient(Stage& stage, Findings& findings) {
 
 void killAndRecover(Stage& stage, Findings& findings, std::uint64_t k, std::string_view how) {
   if (!playUntilKilled(stage, k, findings)) return;
-  // Before the first write there is only what the story put there.
+  // Before the helper's first write the file is still the story's own.
   if (!stage.world.journal().text("disk").empty()) checkStateFile(findings, stage.mac());
   if (how == withClient) {
     recoverWithClient(stage, findings);

@@ -148,7 +148,7 @@ void everyFlagSet(virtualmac::Machine& mac) {
 }
 
 void olderFile(virtualmac::Machine& mac) {
-  // What an older helper may have left: an open directory and a stale temporary file.
+  // An older helper may have left an open directory and a stale temporary file.
   writeStateFile(mac, R"({"chargeLimit": 75, "sailingBand": 5, "forceDischargeActive": false,
     "heatPauseActive": false, "lastWriteAt": "2024-01-01T00:00:00Z"})",
                  0755);

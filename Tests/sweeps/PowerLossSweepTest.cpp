@@ -9,8 +9,8 @@ namespace {
 
 using virtualmac::SeamCall;
 
-/// The number of the call that made this content of the file durable; none: the story ends before.
-/// A replaced name is durable once its directory was flushed.
+/// Returns the number of the call that made this version of the file durable; none: the story ends
+/// before. A replaced name is durable once its directory was flushed.
 std::optional<std::uint64_t> durableAfter(const Trace& trace, std::size_t version) {
   bool seen = false;
   for (std::size_t i = 0; i < trace.calls.size(); ++i) {
@@ -21,7 +21,7 @@ std::optional<std::uint64_t> durableAfter(const Trace& trace, std::size_t versio
   return std::nullopt;
 }
 
-/// What may stand in the file after a loss at call k.
+/// Returns the contents that the file may have after a power loss at call k.
 std::vector<std::optional<std::string>> allowedAt(const Trace& trace, std::uint64_t k) {
   const std::size_t version = trace.calls.at(k - 1).fileVersion;
   std::vector<std::optional<std::string>> allowed{trace.fileVersions.at(version)};
@@ -31,7 +31,7 @@ std::vector<std::optional<std::string>> allowedAt(const Trace& trace, std::uint6
   return allowed;
 }
 
-/// New entries reach the disk by themselves after this long.
+/// New directory entries reach the disk by themselves after this time.
 constexpr double writeBackSeconds = 30;
 
 void losePowerAt(Stage& stage, Findings& findings, const Trace& trace, std::uint64_t k) {
@@ -41,7 +41,7 @@ void losePowerAt(Stage& stage, Findings& findings, const Trace& trace, std::uint
   stage.world.faults().clear();
   if (stage.exited()) return;
   std::vector<std::optional<std::string>> allowed = allowedAt(trace, k);
-  // Nobody flushes the entry of the helper's own directory: a fresh one may go as a whole.
+  // The helper never flushes the parent of its own directory, so a fresh directory may vanish.
   if (newDirectory && stage.world.now() <= writeBackSeconds) allowed.emplace_back();
   stage.world.powerLoss();
   const auto content = stateFile(stage.mac());
@@ -68,7 +68,7 @@ void sweepStory(const Story& story, std::string_view variant) {
   const Trace trace = traceStory(story);
   Sweep sweep(story, "*PowerLossSweep.*");
   for (const std::uint64_t k : chosenCalls(trace.calls.size(), 60)) {
-    // What an unsynced change comes to is drawn from the seed.
+    // The seed decides which unsynced changes survive.
     for (const std::uint64_t draw : {1U, 2U}) {
       const Case which{k, std::string(variant) + ":" + std::to_string(draw), 2 * k + draw};
       sweep.run(which,

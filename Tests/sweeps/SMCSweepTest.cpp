@@ -14,8 +14,8 @@ using virtualmac::FaultTable;
 using virtualmac::InjectedFault;
 using virtualmac::SeamCall;
 
-/// A protocol operation that touches the SMC, on a machine of some kind. Its first enforcement tick
-/// belongs to it.
+/// An operation of the protocol that touches the SMC, and the machine's profile. The operation
+/// includes its first enforcement tick.
 struct Operation {
   std::string name;
   std::string_view profile;
@@ -58,8 +58,8 @@ Story storyOf(const Operation& operation) {
   return {operation.name, std::string(operation.profile), batteryAt(85), {}};
 }
 
-/// The SMC calls of a stretch of time, in their order: C a struct call, F one that a rule made
-/// fail, O an open, X a close.
+/// Records the SMC calls in order: C a struct call, F a struct call with an injected failure, O an
+/// open, X a close.
 class SMCTrail {
  public:
   explicit SMCTrail(virtualmac::World& observed) : world(observed) {
@@ -84,7 +84,7 @@ class SMCTrail {
   }
 
  private:
-  /// Whether the last call failed is known once the table has decided about it.
+  /// The fault table decides after the call is observed, so its failure shows only later.
   void settle() {
     if (!trail.empty() && trail.back() == 'C' && world.faults().injected() > injected) {
       trail.back() = 'F';
@@ -114,7 +114,7 @@ void perform(Stage& stage, const Operation& operation, Findings& findings) {
                   "the reply's code is " + std::to_string(code));
 }
 
-/// Struct calls of the undisturbed operation.
+/// Counts the struct calls of the undisturbed operation.
 std::uint64_t structCalls(const Operation& operation) {
   Stage stage(storyOf(operation));
   prepare(stage, operation);
@@ -126,19 +126,18 @@ std::uint64_t structCalls(const Operation& operation) {
   return trail.count('C');
 }
 
-/// After a stale answer comes one reopen and at most one more try of the same call; nothing else
-/// reopens.
+/// Checks that only a stale answer causes a reopen: one per answer, followed by at most one more
+/// try of the same call.
 void checkOneRetry(Findings& findings, const std::string& trail, bool reopenWorks) {
   std::string problem;
   for (std::size_t i = 0; i < trail.size(); ++i) {
     if (trail[i] == 'O' && (i == 0 || trail[i - 1] != 'X')) {
-      // Without a connection there is nothing to close before the next try to open.
+      // After a failed reopen there is no connection to close before the next try.
       if (reopenWorks) problem = "a reopen without a close";
     }
     if (trail[i] == 'X' && (i == 0 || trail[i - 1] != 'F')) problem = "a reopen without a cause";
   }
-  // F X O F is one operation that stayed stale: its second F must not be followed by a reopen of
-  // its own.
+  // F X O F is one operation that stayed stale; its second F must not cause another reopen.
   std::size_t staleInOne = 0;
   for (const char each : trail) {
     if (each == 'F') ++staleInOne;
@@ -156,7 +155,7 @@ void checkOneRetry(Findings& findings, const std::string& trail, bool reopenWork
 
 class SMCSweep : public testing::TestWithParam<Operation> {
  protected:
-  /// Runs the operation once for every struct call, with that call disturbed.
+  /// Runs the operation once per struct call, and disturbs that call.
   void sweepCalls(const std::string& fault,
                   const std::function<void(FaultTable&, std::uint64_t)>& disturb,
                   const std::function<void(Findings&, SMCTrail&, std::uint64_t)>& check) {
@@ -192,7 +191,7 @@ TEST_P(SMCSweep, ReopensOnceAndRepeatsTheCallWhenTheConnectionIsStaleOnce) {
           findings.expect(trail.text().find("FXOC") != std::string::npos,
                           "no reopen and repetition in " + trail.text());
           findings.expect(trail.count('O') == 1, "not one reopen in " + trail.text());
-          // The repetition, and the key infos that the reopen forgot: six keys at most.
+          // The call is repeated, and so are at most six key infos that the reopen forgot.
           findings.expect(trail.count('C') <= calls + 6, "too many calls in " + trail.text());
         });
   }
@@ -206,7 +205,7 @@ TEST_P(SMCSweep, ReopensOnceAnOperationWhileTheConnectionStaysStale) {
       },
       [](Findings& findings, SMCTrail& trail, std::uint64_t) {
         checkOneRetry(findings, trail.text(), true);
-        // Every operation from there on is one call, one reopen, one more call.
+        // From there on every operation is one call, one reopen and one more call.
         findings.expect(trail.count('F') == 2 * trail.count('O'),
                         "not two calls a reopen in " + trail.text());
       });
@@ -236,15 +235,15 @@ TEST_P(SMCSweep, ReportsAnyOtherRefusalWithoutReopening) {
         },
         [](Findings& findings, SMCTrail& trail, std::uint64_t calls) {
           findings.expect(trail.count('O') == 0, "a reopen in " + trail.text());
-          // Where the first read of a verified write fails, it writes and reads again; there are
-          // two such writes at most.
+          // When the first read of a verified write fails, it writes and reads again; an operation
+          // has at most two such writes.
           findings.expect(trail.count('C') + trail.count('F') <= calls + 4,
                           "a repetition in " + trail.text());
         });
   }
 }
 
-/// Everything that a key itself can do wrong.
+/// One fault of a key itself.
 struct KeyTrouble {
   std::string name;
   void (*apply)(virtualmac::SMC::Key&);

@@ -23,7 +23,7 @@ constexpr double answerLimitSeconds = 20;
 
 Stage::Stage(const Story& told, std::uint64_t seed, virtualmac::Scheduling scheduling)
     : world(optionsFor(told, seed, scheduling)), story(told) {
-  // Sweeps decide themselves when a dead helper comes back.
+  // The sweeps decide when a dead helper is started again.
   world.launchd().startOnDemand = false;
   if (story.prepare) story.prepare(mac());
   const auto record = recordOnDisk(mac());
@@ -45,7 +45,7 @@ bool Stage::play() {
 
 virtualmac::AppClient& Stage::join() {
   clients.push_back(world.connectApp());
-  // A connection reaches the listener with its first message.
+  // A connection reaches the listener only with its first message.
   ask(app().ping());
   return app();
 }

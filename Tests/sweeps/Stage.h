@@ -18,27 +18,27 @@ namespace sweeps {
 
 class Stage;
 
-/// Out of a stage's operations when the helper ended although nobody asked it to.
+/// Thrown by a stage's operations when the helper ended without being asked to.
 struct HelperDied : std::runtime_error {
   HelperDied() : std::runtime_error("the helper died") {}
 };
 
-/// A short course of events around one helper: the same calls in the same order every time.
+/// A short sequence of events around one helper, with the same calls in the same order every time.
 struct Story {
   std::string name;
   std::string profile = "newer-keys";
   /// Sets the machine up before the helper starts.
   std::function<void(virtualmac::Machine&)> prepare;
-  /// Everything after the start. Needs no helper that obeys: under faults it goes on as well as it
-  /// can, and `Stage::expect` counts only where no fault is.
+  /// Plays everything after the start. It must not rely on the helper: under faults it goes on as
+  /// well as it can, and `Stage::expect` counts only without faults.
   std::function<void(Stage&)> play;
 };
 
-/// Where a story is played: a world with its helper, its clients, and what the story found unmet.
+/// Plays a story: a world with its helper and clients, and the expectations that the story found
+/// unmet.
 ///
-/// The helper starts before the story. When it dies without having been asked to, the story ends at
-/// that point, by an exception that `play` catches: a sweep then has the world as the death left
-/// it.
+/// The helper starts before the story. When it dies without having been asked to, an exception ends
+/// the story at that point; `play` catches it, so a sweep finds the world as the death left it.
 class Stage {
  public:
   explicit Stage(const Story& story, std::uint64_t seed = 1,
@@ -46,28 +46,28 @@ class Stage {
   Stage(const Stage&) = delete;
   Stage& operator=(const Stage&) = delete;
 
-  /// Starts the helper and plays the story. False: the helper died on the way.
+  /// Starts the helper and plays the story. Returns false when the helper died.
   bool play();
 
   // For stories
   virtualmac::Machine& mac() { return world.machine(); }
-  /// A further client connects; its connection is settled on return.
+  /// Connects another client; the connection is settled on return.
   virtualmac::AppClient& join();
-  /// The client that joined last.
+  /// Returns the client that joined last.
   virtualmac::AppClient& app() { return *clients.back(); }
-  /// Waits for the answer. True: it is yes.
+  /// Waits for the answer; returns true when it is yes.
   bool ask(const virtualmac::AppCallRef& call);
   /// Asks for a limit and remembers it as the last one wanted.
   bool setLimit(std::uint8_t percent);
   void run(double seconds);
-  /// Runs until it holds; within `limitSeconds`, or else `what` is unmet.
+  /// Runs until `reached` holds; after `limitSeconds`, notes `what` as unmet.
   void until(const std::function<bool()>& reached, double limitSeconds, std::string_view what);
   void expect(bool holds, std::string_view what);
-  /// From here on the helper may exit by itself.
+  /// Allows the helper to exit by itself from now on.
   void expectExit() { exitExpected = true; }
-  /// Asks for sleep, sleeps, wakes.
+  /// Puts the Mac to sleep for this time and wakes it.
   void sleepAndWake(double seconds);
-  /// The record as the helper tells it; none while it cannot.
+  /// Asks the helper for its record; none while it cannot answer.
   std::optional<korvel::HelperState> state() { return app().state(); }
 
   // For sweeps
@@ -78,9 +78,9 @@ class Stage {
   virtualmac::World world;
   /// The rules that every run obeys, whatever fails.
   virtualmac::InvariantSet invariants{world};
-  /// SleepDisabled was on at the start, and no helper's record claims it.
+  /// True when SleepDisabled was on at the start and no record claimed it.
   bool sleepDisabledByOther = false;
-  /// The same, and the record at the start claims it.
+  /// True when SleepDisabled was on at the start and the record claimed it.
   bool sleepDisabledByEarlierHelper = false;
   std::vector<std::unique_ptr<virtualmac::AppClient>> clients;
 
@@ -93,9 +93,9 @@ class Stage {
   bool exitExpected = false;
 };
 
-/// Every story, in a fixed order.
+/// Returns every story, in a fixed order.
 const std::vector<Story>& stories();
-/// Throws when there is no story of that name.
+/// Returns the story; throws when there is none of that name.
 const Story& storyNamed(std::string_view name);
 
 }  // namespace sweeps

@@ -16,18 +16,18 @@ using korvel::HelperState;
 using virtualmac::InjectedFault;
 using virtualmac::SeamCall;
 
-/// What a failed step of the write makes of the record. Every command still replies yes.
+/// The effect of a failed step on the record. The command still replies yes.
 struct Outcome {
   bool newOnDisk = false;
   bool memoryReverted = false;
-  std::string logged;  ///< The beginning of the line that tells it; empty: none does.
+  std::string logged;  ///< How the log line begins; empty: there is none.
 };
 
-/// One step of the file protocol, in its order within a write.
+/// A step of the file protocol; the list has them in the order of a write.
 struct Step {
   std::string name;
   SeamCall call{};
-  std::uint64_t occurrence = 1;  ///< Which call of this kind it is within one write.
+  std::uint64_t occurrence = 1;  ///< Counts the calls of this kind within one write.
   std::vector<int> errors;
   Outcome outcome;
 };
@@ -85,7 +85,7 @@ const std::vector<Command>& commands() {
   return all;
 }
 
-/// The stage of a command: the newer keys at 90 percent.
+/// Sets the stage of every command: the newer keys at 90 percent.
 const Story& commandStory() {
   static const Story story{"stateFile",
                            std::string(newerKeysProfile),
@@ -102,7 +102,7 @@ void prepare(Stage& stage, const Command& command) {
   stage.run(0.1);
   command.prepare(stage);
   stage.run(0.1);
-  // So that every command changes at least the time of the last write.
+  // A command then changes at least the time of the last write.
   stage.run(2);
 }
 
@@ -112,7 +112,7 @@ bool hasLogLine(virtualmac::World& world, std::string_view beginning) {
                      [&](const auto& line) { return line.text.starts_with(beginning); });
 }
 
-/// The record without the fraction of its date, which the file does not keep.
+/// Drops the fraction of the record's date, which the file does not keep.
 std::optional<HelperState> asFiled(const std::optional<HelperState>& record) {
   if (!record) return std::nullopt;
   auto filed = korvel::decodeStateFile(korvel::encodeFile(*record));
@@ -160,7 +160,7 @@ TEST_P(StateFile, KeepsTheOldOrTheNewRecordWhateverStepFails) {
   }
 }
 
-/// The numbers, from now, of the file calls that a command makes.
+/// Returns the numbers, from now, of the file calls that a command makes.
 std::vector<std::uint64_t> fileCalls(const Command& command) {
   Stage stage(commandStory());
   prepare(stage, command);
@@ -172,7 +172,7 @@ std::vector<std::uint64_t> fileCalls(const Command& command) {
   });
   command.perform(stage);
   stage.world.faults().observe({});
-  // And in place of the call after the last.
+  // The helper is also killed after the last call.
   numbers.push_back(numbers.back() + 1);
   return numbers;
 }
@@ -183,10 +183,10 @@ void killWithin(Stage& stage, const Command& command, std::uint64_t number) {
   try {
     command.perform(stage);
   } catch (const HelperDied&) {
-    // As intended.
+    // The kill was intended.
   }
   stage.world.faults().clear();
-  // After the last call of all there was none to die in place of.
+  // After the last call there was none left to die at.
   if (stage.world.helperRunning()) stage.world.killHelper();
 }
 
@@ -240,7 +240,7 @@ void PrintTo(const Command& command, std::ostream* out) { *out << command.name; 
 
 INSTANTIATE_TEST_SUITE_P(EveryStep, StateFile, testing::ValuesIn(commands()), commandName);
 
-// What else a disk can be.
+// These tests cover other states of the disk.
 
 TEST(StateFileTest, WritesOneByteAtATime) {
   Stage stage(commandStory());

@@ -5,8 +5,8 @@
 #include "Tests/sweeps/Checks.h"
 #include "Tests/sweeps/StoryTools.h"
 
-/// The order of effects that a crash in between relies on: what is on disk, what is in the
-/// hardware, what was told.
+/// Recovery after a crash relies on the order of effects: the record on disk, the hardware, the
+/// reply.
 namespace sweeps {
 
 namespace {
@@ -15,13 +15,13 @@ Story at(double percent) {
   return {"stepOrder", std::string(newerKeysProfile), batteryAt(percent), {}};
 }
 
-/// The journal from now on.
+/// Reads the journal from its construction on.
 class Since {
  public:
   explicit Since(Stage& observed) : stage(observed), begin(entries().size()) {}
 
-  /// Each of the lines appears, after the one before it. A line is given by its kind and how its
-  /// text begins.
+  /// Expects the lines in this order, possibly with others between. A line is given as its kind and
+  /// the beginning of its text.
   void expectInOrder(const std::vector<std::string>& lines) const {
     std::size_t position = begin;
     for (const std::string& line : lines) {
@@ -114,7 +114,7 @@ TEST_F(StepOrder, TheWatchdogGivesKeepAwakeBackBeforeItRecordsTheStop) {
 TEST_F(StepOrder, AStopByHandRestoresTheInflowThenPausesThenRecordsThenConfirms) {
   stage.mac().battery.setPercent(90);
   stage.join();
-  // Started within the first tick's queue, the discharge finds the gate not paused yet.
+  // The discharge starts within the first tick's work, so the gate is not paused yet.
   const auto limit = stage.app().setChargeLimit(60);
   const auto start = stage.app().forceDischarge(true);
   EXPECT_TRUE(stage.ask(limit) && stage.ask(start));

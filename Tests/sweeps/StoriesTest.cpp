@@ -6,7 +6,7 @@ namespace {
 
 class Stories : public StoryTest {};
 
-// The sweeps disturb the stories; that they mean something rests on these.
+// The sweeps prove something only if the undisturbed stories play as written.
 
 TEST_P(Stories, PlaysAsWrittenWhenNothingFails) {
   const Trace trace = traceStory(GetParam());

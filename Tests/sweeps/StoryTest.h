@@ -9,7 +9,7 @@
 
 namespace sweeps {
 
-/// A test that is run for every story, under the story's name.
+/// A test that runs for every story, under the story's name.
 class StoryTest : public testing::TestWithParam<Story> {
  protected:
   void SetUp() override {
@@ -21,7 +21,7 @@ class StoryTest : public testing::TestWithParam<Story> {
 
 inline std::string storyName(const testing::TestParamInfo<Story>& info) { return info.param.name; }
 
-/// For test reports.
+/// Prints the name in test reports.
 inline void PrintTo(const Story& story, std::ostream* out) { *out << story.name; }
 
 }  // namespace sweeps

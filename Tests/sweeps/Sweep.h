@@ -17,28 +17,28 @@ namespace sweeps {
 /// One platform call of an undisturbed story.
 struct TracedCall {
   virtualmac::SeamCall call{};
-  std::uint64_t occurrence = 0;  ///< This call of its own kind, from 1.
-  std::size_t fileVersion = 0;   ///< Which content state.json had as the call was made.
+  std::uint64_t occurrence = 0;  ///< Counts calls of this kind, from 1.
+  std::size_t fileVersion = 0;   ///< The version of state.json at the time of the call.
 };
 
-/// An undisturbed story: every platform call, and every content that state.json had.
+/// The record of an undisturbed story: all its platform calls, and all versions of state.json.
 struct Trace {
   std::vector<TracedCall> calls;  ///< Call number k is element k - 1.
   std::vector<std::optional<std::string>> fileVersions;
-  std::vector<std::string> unmet;  ///< What the story itself found missing.
+  std::vector<std::string> unmet;  ///< Expectations that the story itself found unmet.
   std::uint64_t journalHash = 0;
 };
 Trace traceStory(const Story& story);
 
-/// One case of a sweep: a story with one thing going wrong at one call.
+/// A case of a sweep: a story with one fault at one call.
 struct Case {
   std::uint64_t k = 0;
-  std::string fault;       ///< The kind of disturbance, by the name that KORVEL_FAULT takes.
-  std::uint64_t seed = 1;  ///< Of the world; decides what a power loss takes along.
+  std::string fault;       ///< The fault, by the name that KORVEL_FAULT takes.
+  std::uint64_t seed = 1;  ///< The world's seed; it decides what a power loss destroys.
 };
 
-/// What the environment asks for. Without it, a sweep takes so many calls of a story as its budget
-/// allows, evenly spread, and with KORVEL_FULL every one.
+/// The selection made in the environment. Without it a sweep takes evenly spread calls of a story,
+/// as many as its budget allows; with KORVEL_FULL it takes every call.
 struct Selection {
   std::optional<std::string> story;  ///< KORVEL_STORY: this story only.
   std::optional<std::uint64_t> k;    ///< KORVEL_K: this call only.
@@ -47,25 +47,25 @@ struct Selection {
 };
 const Selection& selection();
 
-/// The calls to disturb, of `total`, about `budget` of them.
+/// Selects about `budget` of `total` calls to disturb.
 std::vector<std::uint64_t> chosenCalls(std::uint64_t total, std::uint64_t budget);
 
-/// Runs the cases of one test: counts them, reports those that find something (the first few in
-/// full, with the journal's end and the command that repeats the case), and sets the property
-/// "runs" of the current test.
+/// Runs and counts the cases of one test. It reports cases with findings (the first few in full,
+/// with the end of the journal and a command that repeats the case), and sets the property "runs"
+/// of the current test.
 class Sweep {
  public:
-  /// `testName` as the filter of the test program takes it, "*KillSweep.*".
+  /// `testName` is a filter for the test program, such as "*KillSweep.*".
   Sweep(const Story& subject, std::string testName);
   ~Sweep();
   Sweep(const Sweep&) = delete;
   Sweep& operator=(const Sweep&) = delete;
 
-  /// `body` plays the case on a fresh stage. An exception out of it is a finding.
+  /// Lets `body` play the case on a fresh stage; an exception from it is a finding.
   void run(const Case& which, const std::function<void(Stage&, Findings&)>& body);
-  /// False: KORVEL_FAULT asks for another one.
+  /// Returns false when KORVEL_FAULT asks for another fault.
   static bool wants(std::string_view fault);
-  /// True once so many cases failed that further reports would only repeat them.
+  /// Returns true once more reports would only repeat earlier ones.
   [[nodiscard]] bool enough() const { return failures >= 3; }
 
  private:
