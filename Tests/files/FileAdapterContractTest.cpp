@@ -6,7 +6,7 @@
 namespace virtualmac {
 namespace {
 
-/// A bare process on the virtual Mac, but for its files: those are real.
+/// A bare process on the virtual Mac whose files are real.
 class RealFilesRig final : public SeamRig {
  public:
   korvel::Platform& platform() override { return mixed; }
@@ -42,7 +42,7 @@ INSTANTIATE_SEAM_CONTRACT(Mac, FileSystemContract, testing::Values(realFiles()))
 
 }  // namespace
 
-// The other adapters need a Mac, and are tried on one.
+// The contracts of the other adapters run on a Mac only.
 GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(SMCUserClientContract);
 GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(IORegistryContract);
 GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(PowerSourcesContract);

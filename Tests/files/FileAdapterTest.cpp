@@ -1,4 +1,4 @@
-// What the Mac's file adapter does to real files, as far as the contract cannot see it.
+// These tests cover effects of the Mac's file adapter on real files that the contract cannot see.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -18,7 +18,7 @@ class FileAdapterTest : public testing::Test {
     files.write(static_cast<int>(opened.value), text);
     files.close(static_cast<int>(opened.value));
   }
-  /// The permission bits on the disk.
+  /// Reads the permission bits from the disk.
   unsigned modeOf(const std::string& path) {
     struct stat status{};
     EXPECT_EQ(::stat((files.directory() + path).c_str(), &status), 0);

@@ -7,7 +7,7 @@
 
 namespace virtualmac {
 
-/// The Mac's file adapter below a fresh directory of the test's own, which goes with it.
+/// Runs the Mac's file adapter below a temporary directory, which is removed with the object.
 class FilesBelow final : public korvel::FileSystem {
  public:
   FilesBelow();

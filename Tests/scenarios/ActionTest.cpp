@@ -131,7 +131,7 @@ TEST_F(ActionTest, TheHelperIsStartedSignalledAndUpdated) {
   EXPECT_TRUE(stage.running);
 }
 
-// Where things take real time, the old helper's end is given some of it.
+// On a stage in real time, an update also waits a while for the old helper's end.
 TEST_F(ActionTest, AnUpdateWaitsFiveSecondsAndTheGraceForTheOldHelper) {
   stage.endSeconds = 7;
   stage.running = true;

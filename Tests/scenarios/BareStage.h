@@ -11,19 +11,19 @@
 
 namespace virtualmac {
 
-/// A machine with nobody in it but the test, for looking at the engine alone: requests are answered
-/// from a list, and the helper is what the test says it is.
+/// A machine with nobody on it but the test, which gives the answers to requests and decides
+/// whether a helper runs. Only the engine is tested.
 class BareStage : public Stage {
  public:
   explicit BareStage(const std::string& profile = "newer-keys")
       : record([this] { return mac ? mac->totalSeconds() : 0.0; }),
         mac(std::make_unique<Machine>(*loadProfile(profile), record)) {}
 
-  std::deque<Answer> answers;  ///< For the requests to come; when it is empty, none answers.
+  std::deque<Answer> answers;  ///< For the next requests; when it is empty, no answer comes.
   std::vector<std::string> asked;
-  std::vector<std::string> told;  ///< violations()
+  std::vector<std::string> told;  ///< Returned by violations().
   bool running = false;
-  double endSeconds = 0;  ///< How long a signalled helper takes to end.
+  double endSeconds = 0;  ///< The time from a signal to the helper's end.
   double grace = 0;
   std::optional<int> exited;
   std::optional<std::string> saved;

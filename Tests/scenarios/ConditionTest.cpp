@@ -41,7 +41,7 @@ TEST_F(ConditionTest, TheGateFollowsTheHardware) {
   EXPECT_EQ(actual("gate charging"), "the gate is paused");
 }
 
-// The system's own limit holds from the limit until 1 % below it; so does the gate.
+// The system's own limit holds until the charge is 1 % below it, and the gate with it.
 TEST_F(ConditionTest, TheGateIsPausedWhileTheNativeLimitHolds) {
   BareStage native("native-only");
   Machine& machine = native.machine();

@@ -1,4 +1,4 @@
-// Plays one scenario of the gallery, twice: it goes as told, and both times alike.
+// Plays one scenario of the gallery twice; both runs must meet its expectations and be alike.
 #include <fmt/format.h>
 
 #include <cstdio>

@@ -143,7 +143,7 @@ TEST(ScenarioReaderTest, AStoryHasAsManyStepsAsStatedAndNoMore) {
             "unrolled\n");
 }
 
-// 10 000 times 10 000 would take longer than anybody waits, and more than any machine has.
+// 10 000 times 10 000 repetitions would take too long and exceed any memory.
 TEST(ScenarioReaderTest, RepetitionsWithinEachOtherEndAtTheBound) {
   std::string steps = "{after: 1s}";
   for (int level = 0; level < 20; ++level) steps = repeated("10000", steps);
@@ -155,7 +155,7 @@ TEST(ScenarioReaderTest, RepetitionsWithinEachOtherEndAtTheBound) {
 TEST(ScenarioReaderTest, AStoryHasAsManyPhrasesAsStatedAndNoMore) {
   std::string many;
   for (int each = 0; each < 9999; ++each) many += (each == 0 ? "touch" : ", touch");
-  // Those of line 3 are as many as a story has; the one of line 4 is too much.
+  // The repetition in line 3 has as many phrases as a story may have; line 4 is one too many.
   EXPECT_EQ(errorsOf(head + "steps: [" + repeated("30", "{after: 0s, do: [" + many + "]}") +
                      ",\n{after: 0s}]\n"),
             "a.yaml:4: the scenario has more than 300000 phrases once its repetitions are "

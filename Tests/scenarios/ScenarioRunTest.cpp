@@ -24,7 +24,7 @@ class ScenarioRunTest : public testing::Test {
     EXPECT_TRUE(scenario) << scenario.error();
     return ScenarioRun(*scenario, stage, "virtual-mac run a.yaml", std::move(onlooker)).run();
   }
-  /// The failures in a picture.
+  /// Returns the failures drawn in a picture.
   static std::vector<TimelineMark> failuresIn(const Timeline& timeline) {
     std::vector<TimelineMark> marks = timeline.marks;
     std::erase_if(marks, [](const auto& mark) { return mark.kind != TimelineMarkKind::Failure; });
@@ -113,7 +113,7 @@ never: battery 0
   EXPECT_EQ(outcome.timeline.end, outcome.virtualSeconds) << "nothing is played after it";
 }
 
-/// A client that cannot connect, because at that very moment somebody stops the run.
+/// A client fails to connect, because somebody stops the run at that moment.
 class StoppedStage : public BareStage {
  public:
   bool stopped = false;

@@ -89,7 +89,7 @@ def both_stages_journal_the_same_deeds(programs):
             done = run(programs, story, "--journal", way)
             lines = [re.sub(r"helper \d+$", "helper", line.split(" ", 1)[1])
                      for line in done.stdout.splitlines() if re.match(r"[\d.]+ (mac|proc) ", line)]
-            # How it ends is another matter: who is asked to, and how.
+            # The two stages end in different ways, so the deeds of the end are left out.
             lines = [line for line in lines if re.match(r"mac |proc  signal ", line)]
             lines = [line for line in lines if "going down" not in line]
             expect(done.returncode == 0 and len(lines) > len(deeds), done)
@@ -207,7 +207,7 @@ def read_what_there_is(terminal):
 
 
 def on_a_terminal_a_long_run_says_how_far_it_is(programs):
-    import pty  # Where there is no such thing, only this case cannot be played.
+    import pty  # Only this case needs it, and some systems lack it.
     with tempfile.TemporaryDirectory() as folder:
         story = pathlib.Path(folder, "long.yaml")
         story.write_text("name: Ten years\ndescription: B\nsteps:\n"
@@ -279,7 +279,7 @@ def the_demonstration_sees_every_step(programs):
 def the_demonstration_fails_without_a_working_helper(programs):
     with tempfile.TemporaryDirectory() as folder:
         for name in ("virtual-mac", "korvel-app"):
-            # A link would lead the machine to the helper beside the real program.
+            # The machine would follow a link to the helper beside the real program.
             pathlib.Path(folder, name).write_bytes((programs / name).read_bytes())
             pathlib.Path(folder, name).chmod(0o755)
         broken = pathlib.Path(folder, "KorvelHelper")

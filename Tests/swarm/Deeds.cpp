@@ -12,7 +12,7 @@ namespace {
 
 using virtualmac::AppClient;
 
-/// A deed of one of the clients, if there is any.
+/// Lets one of the clients act, if there is any.
 template <class Act>
 void byClient(Swarm& swarm, Act act) {
   if (AppClient* client = swarm.someClient()) act(*client);

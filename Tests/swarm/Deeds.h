@@ -7,13 +7,13 @@ namespace swarm {
 
 class Swarm;
 
-/// Something that a person, a program or the hardware does of a sudden.
+/// Something that a person, a program or the hardware does at any moment.
 struct Deed {
   std::string_view name;
   void (*act)(Swarm&);
 };
 
-/// All of them, in a fixed order.
+/// Returns all deeds, in a fixed order.
 std::span<const Deed> deeds();
 
 }  // namespace swarm

@@ -22,9 +22,9 @@ SeamCall callNamed(std::string_view id) {
 }
 
 constexpr std::size_t mostClients = 4;
-/// Longer than any call takes here, several in a row included.
+/// Several calls in a row take less time than this.
 constexpr double quietSeconds = 120;
-/// More starts than this cannot all be ended by messages of before.
+/// Each queued quit ends one start, and no run queues as many as this.
 constexpr std::size_t mostLateQuits = 100;
 
 }  // namespace
@@ -66,7 +66,7 @@ void Swarm::toggleMachineFault() {
   const std::string line = plan.machineFaults[random.below(plan.machineFaults.size())];
   const auto found = std::ranges::find(faultsOn, line);
   const bool on = found == faultsOn.end();
-  // Of a key that this machine lacks there is nothing to switch.
+  // A machine that lacks the fault's key cannot have the fault.
   if (!virtualmac::setFault(mac(), line, on)) return;
   if (on) {
     faultsOn.push_back(line);
@@ -101,7 +101,7 @@ void Swarm::checkStep(Findings& findings) {
 
 sweeps::Excuses Swarm::excuses() const {
   sweeps::Excuses found;
-  // What could not be recorded, or not be read again, is not known to the next run.
+  // The next run does not know of a state that could not be recorded or read again.
   const bool recordFails = plan.hasFault("file") || plan.hasFault("disk");
   found.assertions = plan.hasFault("assertion-release") || plan.hasFault("assertionRelease");
   found.sleepDisabled =
@@ -109,7 +109,7 @@ sweeps::Excuses Swarm::excuses() const {
   found.claim = recordFails;
   found.gateByItself = recordFails;
   found.failedCalls = true;
-  // A key that the probe missed makes a run use the other family.
+  // When the probe misses a key, a run uses the other family.
   found.otherFamily = plan.hasFault("smc");
   found.restart = plan.hasFault("smc-size");
   return found;
@@ -117,7 +117,7 @@ sweeps::Excuses Swarm::excuses() const {
 
 void Swarm::healAndConverge(Findings& findings) {
   world().faults().clear();
-  // Keys come back first: what is wrong with a key can only end while there is one.
+  // Keys come back first, because the faults of a key can end only while the key exists.
   std::ranges::partition(
       faultsOn, [](const std::string& line) { return line.starts_with("smc-key-missing"); });
   for (const std::string& line : faultsOn) {
@@ -129,7 +129,7 @@ void Swarm::healAndConverge(Findings& findings) {
   if (mac().battery.percent() < 25) mac().battery.setPercent(25);
   for (const auto& client : stage.clients) client->disconnect();
   world().launchd() = {.startOnDemand = false, .restartAfterCrash = false};
-  // Messages that wait for a helper reach the next one: every last quit has to be played out.
+  // Queued messages reach the next helper, so every queued quit must be played out.
   world().runFor(quietSeconds);
   for (std::size_t starts = 0; !world().helperRunning() && starts < mostLateQuits; ++starts) {
     world().startHelper();
@@ -158,7 +158,7 @@ virtualmac::AppClient* Swarm::someClient() {
 void Swarm::connect(std::string_view identity) {
   if (stage.clients.size() >= mostClients) return;
   stage.clients.push_back(world().connectApp(identity));
-  // The connection comes about with its first message.
+  // A connection is made with its first message.
   stage.clients.back()->ping();
 }
 

@@ -15,17 +15,17 @@
 
 namespace swarm {
 
-/// One run: a world in which anything of the plan happens at any moment, and then its healing.
+/// One run: a world in which anything of the plan may happen at any moment, and which then heals.
 class Swarm {
  public:
   explicit Swarm(const SwarmPlan& given);
   Swarm(const Swarm&) = delete;
   Swarm& operator=(const Swarm&) = delete;
 
-  /// The bad time: deeds and faults with time between them. What must hold even then is checked
-  /// after every step.
+  /// Plays deeds and faults with time between them, and checks after every step the rules that hold
+  /// even then.
   void rage(sweeps::Findings& findings);
-  /// Every fault ends; a client comes, and everything has to come right.
+  /// Ends every fault and connects a client; then everything has to become right.
   void healAndConverge(sweeps::Findings& findings);
 
   [[nodiscard]] std::uint64_t hash() { return stage.world.journal().hash(); }
@@ -34,10 +34,10 @@ class Swarm {
   // For deeds
   virtualmac::World& world() { return stage.world; }
   virtualmac::Machine& mac() { return stage.mac(); }
-  /// One of the connected clients; null: there is none.
+  /// Returns one of the connected clients, or null when there is none.
   virtualmac::AppClient* someClient();
   void connect(std::string_view identity);
-  /// A client that is gone before anybody can have looked.
+  /// Connects a client that leaves before its connection can have been seen.
   void comeAndGo();
   void forgetClient(const virtualmac::AppClient& client);
 

@@ -75,7 +75,7 @@ constexpr std::array<std::string_view, 52> machineFaults{
     "connection-breaks after",
 };
 
-/// Calls that may fail here and there. An injected close would keep its descriptor for good.
+/// Returns whether the call may fail now and then. A failed close would keep its descriptor.
 bool mayFail(SeamCall call) {
   const FailureKind kind = virtualmac::describe(call).kind;
   return kind != FailureKind::Sure && kind != FailureKind::Release && call != SeamCall::fileClose;
@@ -111,7 +111,7 @@ SwarmPlan planFor(std::uint64_t seed) {
   plan.profile = profiles.at(random.below(profiles.size()));
   plan.steps = static_cast<std::uint64_t>(random.between(40, 250));
   plan.restartAfterCrash = random.chance(1, 2);
-  // A third of the runs has no fault at all: what a helper does wrong there has no excuse.
+  // A third of the runs has no faults, so nothing excuses what the helper does there.
   const std::uint64_t share = random.below(3);
   for (const std::string_view fault : machineFaults) {
     if (random.chance(share, 6)) plan.machineFaults.emplace_back(fault);

@@ -6,21 +6,21 @@
 
 namespace swarm {
 
-/// What one run of the swarm may do, all of it drawn from the seed: every run has some kinds of
-/// faults and deeds and lacks others, so that none hides behind another.
+/// The plan of one run, drawn from the seed. Every run has some kinds of faults and deeds and lacks
+/// others, so that none hides another.
 struct SwarmPlan {
   std::uint64_t seed = 0;
   std::string profile;
   std::uint64_t steps = 0;
   bool restartAfterCrash = false;
-  std::vector<std::string> machineFaults;  ///< Lines that the machine's catalogue of faults takes.
+  std::vector<std::string> machineFaults;  ///< Lines for the machine's catalogue of faults.
   std::vector<std::string> callFaults;     ///< Platform calls that may fail now and then, by id.
-  std::vector<std::string> deeds;          ///< Names of what people, programs and hardware do.
+  std::vector<std::string> deeds;          ///< Names of acts of people, programs and hardware.
 
   [[nodiscard]] bool has(std::string_view deed) const;
-  /// Some fault whose line begins so, or a failing call of that name.
+  /// Returns whether a fault's line or a failing call's name begins so.
   [[nodiscard]] bool hasFault(std::string_view beginning) const;
-  /// One line: the seed and everything that follows from it.
+  /// Returns the seed and everything drawn from it, in one line.
   [[nodiscard]] std::string text() const;
 };
 

@@ -11,7 +11,7 @@ namespace swarm {
 
 namespace {
 
-/// What a run came to; printed with its plan when it found something.
+/// The outcome of a run, printed with its plan when there are findings.
 struct Result {
   std::uint64_t hash = 0;
   std::string findings;
@@ -37,7 +37,7 @@ std::uint64_t number(const char* variable, std::uint64_t otherwise) {
   return value == nullptr ? otherwise : std::strtoull(value, nullptr, 10);
 }
 
-/// KORVEL_SEED: this seed only. KORVEL_SEEDS: so many, from 1.
+/// KORVEL_SEED selects one seed, KORVEL_SEEDS the number of seeds from 1 on.
 std::vector<std::uint64_t> seeds(std::uint64_t usual) {
   // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody changes the environment
   if (std::getenv("KORVEL_SEED") != nullptr) return {number("KORVEL_SEED", 0)};
