@@ -114,7 +114,7 @@ TEST_F(BatteryTest, EveryWholePercentIsToldOnceAtItsOwnTime) {
   mac.battery.setPercent(70);
   mac.adapter.disconnect();
   bench.takeLines("mac");
-  // Half a percent down to the boundary, then whole percents, at 12 % an hour.
+  // At 12 % an hour, half a percent falls before the first boundary, then whole percents.
   mac.advance(800);
   EXPECT_EQ(bench.takeLines("mac"),
             "150.000 mac   battery 69 %\n"
@@ -169,7 +169,7 @@ TEST_F(BatteryTest, AnOverriddenTemperatureStaysAndMovesOnFromThere) {
   EXPECT_LT(mac.battery.temperatureHundredths(), 4500);
 }
 
-// A level may be set without the shown percentage changing; where the charge goes from there does.
+// A set level is journalled even if the shown percentage stays; it decides the next change.
 TEST_F(BatteryTest, WhatIsSetByHandIsALineOfTheJournal) {
   mac.battery.setPercent(64);
   mac.battery.setPercent(64);

@@ -12,14 +12,14 @@
 
 namespace virtualmac {
 
-/// A machine with its journal, and one started helper process.
+/// A machine with its journal and one started helper process.
 struct Bench {
   explicit Bench(std::string_view profile = "newer-keys", std::uint64_t seed = 1);
   Bench(Profile kind, std::uint64_t seed);
 
-  /// The journal's lines of some kinds since the last call.
+  /// Returns the journal's lines of these kinds since the last call.
   std::string takeLines(std::string_view kinds);
-  /// Switches a fault on or off and demands that this works.
+  /// Switches a fault on or off and expects that to work.
   void fault(std::string_view line, bool on = true);
 
   Journal journal;
@@ -27,7 +27,7 @@ struct Bench {
   std::shared_ptr<HelperProcess> helper;
 };
 
-/// The 80-byte block, written by hand at its documented offsets.
+/// Holds the 80-byte block, which the tests fill by hand at its documented offsets.
 using Block = std::array<std::uint8_t, korvel::smcBlockSize>;
 
 inline constexpr std::uint8_t readCommand = 5;
@@ -41,9 +41,9 @@ std::uint32_t sizeIn(const Block& block);
 std::uint32_t typeIn(const Block& block);
 std::vector<std::uint8_t> bytesIn(const Block& block, std::size_t count);
 
-/// Opens AppleSMC and gives the service's name back; 0 when that failed.
+/// Opens AppleSMC and releases the service; returns 0 when that failed.
 korvel::ConnectionRef openSMC(HelperProcess& helper);
-/// Writes a key over a new connection; the SMC's result.
+/// Writes a key over a new connection and returns the SMC's result.
 std::uint8_t writeKey(HelperProcess& helper, std::string_view key,
                       const std::vector<std::uint8_t>& bytes);
 

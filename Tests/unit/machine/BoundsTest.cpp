@@ -78,7 +78,7 @@ TEST(BoundsTest, AProfileIsRefusedWithTheBoundItBreaks) {
             "mine.json: powerUI.offeredLimits must be at most 16384 bytes");
 }
 
-// The journal tells what it does not compare by its size, and nothing deep is copied on the way.
+// The journal gives only the size of a file that it does not compare, and copies nothing deep.
 TEST(BoundsTest, TheJournalTellsAFileThatIsTooDeepOrTooLongByItsSize) {
   const FileCopy before(R"({"chargeLimit":80})");
   const auto told = [](const FileCopy& earlier, const FileCopy& after) {

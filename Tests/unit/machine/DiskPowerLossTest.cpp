@@ -11,7 +11,7 @@ constexpr const char* directory = "/data";
 const std::string state = "/data/state.json";
 const std::string temporary = "/data/state.json.tmp";
 
-/// What is left of a run of steps after a power loss, over many seeds.
+/// Collects, over many seeds, the possible results of a power loss after some steps.
 struct Outcomes {
   std::set<std::optional<std::string>> contents;
   std::set<std::vector<std::string>> names;

@@ -13,7 +13,7 @@ const std::string temporary = state + ".tmp";
 
 class DiskTest : public ::testing::Test {
  protected:
-  /// The helper's way to write a file, without its checks.
+  /// Writes a file as the helper does, without its checks.
   void replace(const std::string& content) {
     files.mkdir(directory, 0700);
     const int descriptor = static_cast<int>(files.openExclusive(temporary, 0600).value);

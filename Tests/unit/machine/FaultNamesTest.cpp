@@ -16,10 +16,10 @@ std::string errorOf(Machine& mac, std::string_view line, bool on = true) {
   return switched ? "" : switched.error();
 }
 
-/// Arguments that every fault of the catalogue takes.
+/// Returns a line with valid arguments for the fault.
 std::string exampleArguments(const FaultDescription& fault) {
   std::string line(fault.name);
-  // The key that goes missing is not one that other faults are put on.
+  // The missing key must not be one on which other faults are set.
   const char* key = fault.name == "smc-key-missing" ? " CHIE" : " CHTE";
   if (fault.arguments.starts_with("KEY")) line += key;
   if (fault.arguments == "KEY CODE") line += " 132";
@@ -81,7 +81,6 @@ TEST(FaultNamesTest, AFaultThatTakesThePlaceOfAnotherSaysSo) {
             "0.000 mac   fault adapter-mistyped on\n");
 }
 
-// A machine that had every fault and lost it again behaves as one that never had any.
 TEST(FaultNamesTest, AHealedMachineIsAsItWas) {
   Bench bench{"newer-keys-and-native"};
   for (const FaultDescription& fault : faultCatalogue()) bench.fault(exampleArguments(fault));
@@ -165,7 +164,7 @@ TEST(FaultNamesTest, ActiveFaultsAreListedOncePerKey) {
   EXPECT_EQ(activeFaults(bench.mac), std::vector<std::string>{"smc-result CHTE 3"});
 }
 
-// A key that is not missing keeps its value, and what the machine never had does not appear.
+// A key that is not missing keeps its value, and a key that the machine never had stays absent.
 TEST(FaultNamesTest, SwitchingOffWhatIsNotOnChangesNothing) {
   Bench bench;
   EXPECT_EQ(writeKey(*bench.helper, "CHTE", {1, 0, 0, 0}), smcResultSuccess);

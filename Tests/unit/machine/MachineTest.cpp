@@ -87,7 +87,7 @@ TEST(MachineTest, AnEmptyBatteryTakesTheMachineDownUntilTheAdapterIsBack) {
             "90000.000 mac   adapter connected\n90000.000 mac   powered on\n");
 }
 
-// The adapter feeds the machine again when there is nothing left to drain.
+// With an empty battery, the adapter feeds the machine in spite of the inhibit.
 TEST(MachineTest, AnInflowInhibitDoesNotKillAMachineOnTheAdapter) {
   Bench bench;
   bench.mac.battery.setPercent(3);
@@ -114,7 +114,7 @@ TEST(MachineTest, NextEventIsNowWhileSomethingIsDueAndThenThePercentStep) {
   bench.mac.adapter.disconnect();
   EXPECT_EQ(bench.mac.nextEvent(), 0.0);
   bench.mac.advance(0);
-  // Half a percent at 12 % an hour, and the step itself.
+  // Half a percent takes 150 s at 12 % an hour; the event itself is still to come.
   ASSERT_TRUE(bench.mac.nextEvent().has_value());
   EXPECT_NEAR(*bench.mac.nextEvent(), 150, 0.001);
   bench.takeLines("mac");
@@ -141,7 +141,7 @@ TEST(MachineTest, TheBundleAnswersAsItIsTold) {
   EXPECT_EQ(bench.helper->bundleExecutablePath(), std::nullopt);
 }
 
-/// A day of random doings of people, hardware and helper.
+/// Plays a day of random acts of people, hardware and helper.
 std::uint64_t randomDay(std::uint64_t seed) {
   Bench bench{"newer-keys-and-native", seed};
   Random random(seed);

@@ -7,7 +7,7 @@ namespace {
 
 using korvel::PropertyValue;
 
-/// The descriptions of a new snapshot, everything given back.
+/// Returns the descriptions in a new snapshot, and releases everything.
 std::vector<PropertyValue> descriptions(HelperProcess& helper) {
   PowerSourcesClient& sources = helper.powerSources;
   const korvel::HandleRef info = sources.copyInfo();

@@ -10,7 +10,7 @@ constexpr const char* className = "PowerUISmartChargeClient";
 
 class PowerUITest : public ::testing::Test {
  protected:
-  /// A client as the helper makes it; 0 when a step gave nothing.
+  /// Makes a client in the helper's steps; returns 0 when a step returned nothing.
   korvel::HandleRef makeClient() {
     if (runtime.dlopen(framework, korvel::dlopenNow) == 0) return 0;
     const korvel::HandleRef cls = runtime.classFromString(className);

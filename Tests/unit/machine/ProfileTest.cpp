@@ -97,7 +97,7 @@ TEST(ProfileTest, IdentitiesAndPowerSourcesAreRead) {
   EXPECT_EQ(*bench.mac.powerSources.current()->at(1)["Type"].text(), "UPS");
 }
 
-// Each complaint is one line that names the file, the key and what it may hold.
+// Each complaint is one line that names the file, the key and the values allowed.
 TEST(ProfileTest, ErrorsNameFileKeyAndAllowedValues) {
   EXPECT_EQ(errorOf("[]"), "mine.json: the file must be an object");
   EXPECT_EQ(errorOf(R"({"lid": 1})"), "mine.json: lid must be true or false");

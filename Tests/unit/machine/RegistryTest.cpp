@@ -26,7 +26,7 @@ PropertyValue propertyOf(HelperProcess& helper, std::string_view className, std:
   return value;
 }
 
-/// What the iterator gives, each told by the first of the classes it conforms to.
+/// Walks the iterator and names the class of each object.
 std::vector<std::string> walk(HelperProcess& helper, std::uint32_t options) {
   RegistryClient& registry = helper.registry;
   const korvel::ObjectRef service = registry.getMatchingService("AppleSmartBattery");

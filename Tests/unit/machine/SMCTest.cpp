@@ -194,7 +194,7 @@ TEST_F(SMCTest, ARemovedKeyComesBackWithItsFirstValue) {
   EXPECT_EQ(bench.mac.smc.value("CHTE"), (Bytes{0, 0, 0, 0}));
 }
 
-// The hardware's reading of every value that the helper may leave behind.
+// The hardware must interpret every pair of values that the helper may leave.
 TEST_F(SMCTest, TheOlderPairInhibitsOnlyTogether) {
   struct Case {
     std::uint8_t first, second;

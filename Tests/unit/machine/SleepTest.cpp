@@ -8,7 +8,7 @@
 namespace virtualmac {
 namespace {
 
-/// A helper that is registered for power messages and answers them as told.
+/// A helper registered for power messages answers them as the test says.
 class SleepTest : public ::testing::Test {
  protected:
   SleepTest() {
@@ -20,7 +20,7 @@ class SleepTest : public ::testing::Test {
     rootPort = bench.helper->rootDomain.registerForSystemPower(nullptr, port, nullptr, notifier);
     source = bench.helper->rootDomain.notificationPortGetRunLoopSource(port);
     bench.helper->rootDomain.runLoopAddSource(bench.helper->rootDomain.mainRunLoop(), source);
-    // A quiet battery, so that the journal holds only what a test is about.
+    // The battery is full and quiet, so that the journal holds only the test's subject.
     mac.battery.setPercent(100);
     mac.advance(0);
   }

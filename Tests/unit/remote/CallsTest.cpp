@@ -13,7 +13,7 @@
 namespace virtualmac {
 namespace {
 
-/// The machine's half with bytes put in by hand.
+/// Sends bytes made by hand to the machine's half.
 class CallsTest : public testing::Test {
  protected:
   static constexpr CallNumber callCount = seamCallCount + hostCallCount;
@@ -40,7 +40,6 @@ class CallsTest : public testing::Test {
 
 }  // namespace
 
-// The numbers of the seam's calls are those of the table, in both halves.
 TEST_F(CallsTest, TheSeamsCallsKeepTheirNumbers) {
   EXPECT_EQ(callNumber(SeamCall::codeRelease), static_cast<std::size_t>(SeamCall::codeRelease));
   EXPECT_EQ(callNumber(HostCall::announceFileCall), seamCallCount);
@@ -63,7 +62,6 @@ TEST_F(CallsTest, ResultsAndOutArgumentsComeBack) {
   EXPECT_TRUE(reader.finish());
 }
 
-// A call whose arguments do not read is not made.
 TEST_F(CallsTest, ACallWithWrongArgumentsIsNotMade) {
   WireWriter call;
   call.text("SleepDisabled");
@@ -100,7 +98,7 @@ TEST_F(CallsTest, UnknownNumbersAndFileCallsAreFailures) {
             "file calls are made in the helper's own process");
 }
 
-// No bytes whatever make a call do anything but fail or succeed.
+// No sequence of bytes may do anything but make a call fail or succeed.
 TEST_F(CallsTest, NoiseForEveryCallIsSurvived) {
   half.setTimeSource([] { return MachineTime{}; });
   Random random(1);
@@ -181,8 +179,8 @@ TEST_F(CallsTest, RequirementsAreJudgedByTheMachinesSignatures) {
   EXPECT_EQ(judged(77, team), PeerVerdict::Unknown) << "it has ended";
 }
 
-// The state file lies on a real disk: what a helper put there is told once, field by field, also
-// when it did not live to speak of it.
+// The state file lies on a real disk. The machine reports a helper's change once, field by field,
+// even when the helper died before announcing it.
 TEST(DiskWatchTest, TellsWhatReplacementsChanged) {
   std::string root = "/tmp/korvel-watch-XXXXXX";
   ASSERT_NE(::mkdtemp(root.data()), nullptr);

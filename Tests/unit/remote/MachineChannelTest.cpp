@@ -14,7 +14,7 @@
 namespace virtualmac {
 namespace {
 
-/// A helper's end of a connection, and the machine's, which the test writes by hand.
+/// Connects the helper's channel to a machine whose bytes the test writes by hand.
 class MachineChannelTest : public testing::Test {
  protected:
   MachineChannelTest() {
@@ -36,7 +36,7 @@ class MachineChannelTest : public testing::Test {
     put(frame, MachineTime{});
     send(frame);
   }
-  /// Answers the first call, which is without arguments and wants a number.
+  /// Answers the first call, which has no arguments and expects a number.
   void answer(std::uint32_t number) const {
     std::array<char, 64> call{};
     ASSERT_GT(::recv(ends[1], call.data(), call.size(), 0), 0);
@@ -66,7 +66,7 @@ TEST_F(MachineChannelTest, NobodyHearsOnceTheListenerWasLetGoAndCallsAreStillAns
   sendClock();
   first.get_future().wait();
   channel->stopListening();
-  // What is sent before the answer is read before it.
+  // The clock was sent before the answer, so it is read first.
   sendClock();
   sendClock();
   std::thread machine([this] { answer(7); });

@@ -24,7 +24,7 @@ TEST(MachineTimeTest, AFrozenUptimeStandsStill) {
   EXPECT_EQ(uptimeAt(time, 500 * second), 7 * second);
 }
 
-// Never early: after the real duration at least the virtual one has passed.
+// A wait must never end early: the real duration covers at least the virtual one.
 TEST(MachineTimeTest, ARealDurationIsLongEnough) {
   for (const double speed : {0.01, 0.3, 1.0, 7.0, 600.0, 10000.0}) {
     const MachineTime time{.speed = speed};
@@ -33,7 +33,7 @@ TEST(MachineTimeTest, ARealDurationIsLongEnough) {
   }
 }
 
-// An alarm rings as soon as the time is set past it, and not while the machine sleeps.
+// An alarm rings once the time is set past it, and not while the machine sleeps.
 TEST(MachineClockTest, AlarmsFollowTheMachinesTime) {
   MachineClock clock(MachineTime{.frozen = true});
   std::promise<void> rang;

@@ -21,7 +21,7 @@ PropertyValue roundTrip(const PropertyValue& value) {
   return read;
 }
 
-/// A value of any type, arrays and dictionaries of such down to some depth.
+/// Returns a random value; arrays and dictionaries nest down to `depth`.
 PropertyValue anyValue(Random& random, int depth) {
   switch (random.below(depth > 0 ? 9 : 7)) {
     case 0:
@@ -87,7 +87,7 @@ TEST(WireTest, AnErrorComesBackAsItWas) {
   EXPECT_TRUE(reader.finish());
 }
 
-// Every way to cut a message short is noticed, and nothing is read beyond its end.
+// A message that is cut short anywhere fails, and nothing is read beyond its end.
 TEST(WireTest, EveryPrefixOfAMessageIsAFailure) {
   for (std::uint64_t seed = 1; seed <= 100; ++seed) {
     Random random(seed);

@@ -98,7 +98,7 @@ TEST(XPCMessagesTest, StateAndCapabilitiesTravelAsBytesAndAsNothingElse) {
   }
 }
 
-// An error may hold texts, numbers and dictionaries of such, where the interface says so.
+// An error may hold texts, numbers and dictionaries of these, where the interface allows it.
 TEST(XPCMessagesTest, AnErrorsDetailsAreOfTheAllowedClasses) {
   EXPECT_TRUE(mayAnswer(selector::setChargeLimit, failure({})));
   EXPECT_TRUE(mayAnswer(selector::setChargeLimit, failure({{"text", "a"}, {"smcResult", 134}})));
@@ -112,7 +112,7 @@ TEST(XPCMessagesTest, AnErrorsDetailsAreOfTheAllowedClasses) {
     EXPECT_FALSE(mayAnswer(selector::setChargeLimit, failure(details)));
 }
 
-// As the platform's setter does: what was said last for an argument is what counts.
+// As with the platform's setter, the last setting of an argument counts.
 TEST(XPCMessagesTest, ALaterSettingOfAnArgumentReplacesAnEarlierOne) {
   const std::vector<XPCValue> bytes{PropertyValue(PropertyValue::Data{1})};
   korvel::XPCInterface interface;
@@ -131,7 +131,7 @@ TEST(XPCMessagesTest, ALaterSettingOfAnArgumentReplacesAnEarlierOne) {
   EXPECT_FALSE(allowed());
 }
 
-// This one operation keeps the defaults: any property list.
+// This operation keeps the default, which allows any property list.
 TEST(XPCMessagesTest, KeepAwakeHasNoSettingOfItsOwn) {
   EXPECT_TRUE(mayAnswer(selector::setClamshellKeepAwake,
                         failure({{"when", korvel::Date{0}}, {"bytes", PropertyValue::Data{1}}})));

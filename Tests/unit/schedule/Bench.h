@@ -13,7 +13,7 @@
 
 namespace virtualmac {
 
-/// Clocks that are moved by nobody but the scheduler, with sleep and wake at given moments.
+/// Clocks that only the scheduler moves, with sleep and wake at given moments.
 class PlainClock final : public SchedulerClock {
  public:
   Nanoseconds total() override { return totalTime; }
@@ -40,7 +40,7 @@ class PlainClock final : public SchedulerClock {
     at(from, [this] { sleeping = true; });
     at(to, [this] { sleeping = false; });
   }
-  /// Sleeps or wakes now, with nothing due that would end it.
+  /// Sleeps or wakes now; nothing is due that would end it.
   void setAsleep(bool now) { sleeping = now; }
 
  private:
@@ -50,7 +50,7 @@ class PlainClock final : public SchedulerClock {
   std::multimap<Nanoseconds, std::function<void()>> events;
 };
 
-/// A scheduler with one process on it, whose main thread serves its loop.
+/// A scheduler with one process, whose main thread serves its loop.
 class Bench {
  public:
   explicit Bench(Scheduler::Order order = Scheduler::Order::Fifo, std::uint64_t seed = 1,
@@ -67,7 +67,7 @@ class Bench {
     notes += text + '@' + std::to_string(clock.uptime() / 1'000'000) + ' ';
   }
   void runFor(double seconds) { scheduler.runFor(fromSeconds(seconds)); }
-  /// What a platform call of so many seconds does to its thread.
+  /// Occupies its thread for some seconds, like a platform call.
   void busy(double seconds) {
     scheduler.sleepUntil(clock.uptime() + fromSeconds(seconds), &process);
     scheduler.requireAlive(&process);

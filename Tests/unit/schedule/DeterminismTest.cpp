@@ -10,7 +10,7 @@
 namespace virtualmac {
 namespace {
 
-/// What a few queues with locks, timers and waits do in one schedule, as text.
+/// Runs some queues with locks, timers and waits in one schedule, and returns their notes.
 std::string run(Scheduler::Order order, std::uint64_t seed) {
   Bench bench(order, seed);
   std::vector<std::shared_ptr<korvel::WorkQueue>> queues;

@@ -8,7 +8,7 @@
 namespace virtualmac {
 namespace {
 
-/// 'x' for each of the next calls that a fault takes the place of, '.' for the others.
+/// Returns 'x' for each of the next calls that is replaced by a fault, '.' for the others.
 std::string outcomes(FaultTable& table, SeamCall call, int count) {
   std::string result;
   for (int i = 0; i < count; ++i) result += table.next(call).fault ? 'x' : '.';

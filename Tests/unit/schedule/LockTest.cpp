@@ -12,7 +12,7 @@ namespace {
 
 struct LockTest : testing::Test {
   Bench bench;
-  // Threads unwind while what they wait for is still there.
+  // The threads must unwind before the objects that they wait for are destroyed.
   void TearDown() override { bench.scheduler.killAndUnwind(bench.process); }
 
   std::shared_ptr<korvel::WorkQueue> one = bench.dispatch.makeSerialQueue("one");
@@ -46,7 +46,7 @@ TEST_F(LockTest, AFreeLockIsTakenWithoutASwitch) {
   });
   two->async([this] { bench.note("two"); });
   bench.runFor(0);
-  // Out to a worker and back.
+  // One switch goes to a worker and one comes back.
   EXPECT_EQ(bench.scheduler.switches() - before, 2U);
 }
 

@@ -9,14 +9,14 @@
 namespace virtualmac {
 namespace {
 
-/// Notes when it is destroyed.
+/// Notes its own destruction.
 struct Witness {
   Bench& bench;
   std::string name;
   ~Witness() { bench.note("~" + name); }
 };
 
-/// Gives a lock back at the end of its scope.
+/// Releases a lock at the end of its scope.
 struct Held {
   korvel::LockPrimitive& lock;
   ~Held() { lock.unlock(); }
@@ -223,7 +223,7 @@ TEST_F(ProcessEndTest, TheDrivingThreadsCallIntoADyingProcessUnwindsToo) {
   EXPECT_TRUE(bench.process.gone());
 }
 
-/// A process that does a bit of everything, killed at each of its steps.
+/// Runs a process that does a bit of everything, and kills it at one of its steps.
 class Killed {
  public:
   explicit Killed(int atStep) : killStep(atStep) {

@@ -9,7 +9,7 @@ namespace {
 
 struct GroupTest : testing::Test {
   Bench bench;
-  // Threads unwind while what they wait for is still there.
+  // The threads must unwind before the objects that they wait for are destroyed.
   void TearDown() override { bench.scheduler.killAndUnwind(bench.process); }
 
   std::shared_ptr<korvel::WorkQueue> queue = bench.dispatch.makeSerialQueue("q");

@@ -12,7 +12,7 @@ namespace {
 
 using Loop = Enforcement::Loop;
 
-/// A journal as the virtual Mac's processes write it.
+/// Writes a journal like that of the virtual Mac's processes.
 class EnforcementTrailTest : public testing::Test {
  protected:
   void say(const std::string& text, const std::string& level = "default",
@@ -68,7 +68,7 @@ TEST_F(EnforcementTrailTest, AConnectionArmsTheSavedLimit) {
   EXPECT_FALSE(trail.now().armedByConnection);
 }
 
-// Asked for on one thread and done on another: what is refused is not waited for.
+// A call is audited on one thread and done on another; a refusal drops the limit it asked for.
 TEST_F(EnforcementTrailTest, TheLimitIsTheOneThatWasAskedForAndAccepted) {
   start();
   say("setChargeLimit(19) pid=7 signingID=a team=T cdHash=");
@@ -141,7 +141,7 @@ TEST_F(EnforcementTrailTest, ATopOffEndsInTheLimit) {
   EXPECT_EQ(loop(), Loop::Running);
 }
 
-// To cancel nothing succeeds, and starts nothing.
+// Cancelling without a top-off succeeds, but starts nothing.
 TEST_F(EnforcementTrailTest, ACancelWithoutATopOffStartsNothing) {
   const std::vector<std::function<void()>> ends{
       [] {},

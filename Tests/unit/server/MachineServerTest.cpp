@@ -12,7 +12,7 @@
 namespace virtualmac {
 namespace {
 
-/// A machine in a directory of its own; its helper only waits.
+/// Runs a machine in a directory of its own; its helper only waits.
 class MachineServerTest : public testing::Test {
  protected:
   MachineServerTest() {

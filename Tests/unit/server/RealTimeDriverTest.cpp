@@ -25,7 +25,7 @@ TEST_F(RealTimeDriverTest, TheMachineCatchesUpWithRealTime) {
   EXPECT_GT(machine.totalNanoseconds(), before);
 }
 
-// What is said of the time holds at the moment to which the machine has caught up.
+// A reported time is the moment to which the machine has caught up.
 TEST_F(RealTimeDriverTest, TheTimeThatIsToldIsTheMachines) {
   keeper.catchUp();
   const MachineTime time = keeper.time();
@@ -55,7 +55,7 @@ TEST_F(RealTimeDriverTest, AnotherSpeedIsToldAndTimeDoesNotJump) {
   EXPECT_LT(machine.totalNanoseconds() - before, nanosecondsPerSecond);
 }
 
-// The machine's own next event wakes the keeper: it falls due without anybody asking.
+// The machine's own next event wakes the driver, without any request.
 TEST_F(RealTimeDriverTest, EventsHappenByThemselves) {
   const int before = machine.battery.percent();
   bool changed = false;

@@ -11,7 +11,7 @@
 namespace virtualmac {
 namespace {
 
-/// A place of its own, with a root in it that is not there yet.
+/// Makes a temporary place, and names a root in it that does not exist yet.
 class RootDirectoryTest : public testing::Test {
  protected:
   RootDirectoryTest() {
@@ -86,7 +86,7 @@ TEST_F(RootDirectoryTest, ADefaultThatIsNoDirectoryIsRefused) {
 TEST_F(RootDirectoryTest, ADefaultThatBelongsToAnotherUserIsRefused) {
   put(0700);
   RootDirectory theirs = standard;
-  // A user cannot give a directory away; for them that of the superuser will do.
+  // A user cannot give a directory away, so the superuser's root directory serves for them.
   if (::geteuid() != 0)
     theirs.path = "/";
   else
@@ -118,7 +118,7 @@ TEST_F(RootDirectoryTest, ANamedOneThatWasAMachinesIsClosedWithEverythingInIt) {
   EXPECT_EQ(mode(), 0700U);
 }
 
-// Somebody's home, a desk, or the directory for everybody's temporary files.
+// It may be a home, a desktop or the common temporary directory.
 TEST_F(RootDirectoryTest, ADirectoryThatIsMoreThanAMachinesIsNeverClosed) {
   put(0755);
   std::ofstream(named.path + "/letter") << "dear";

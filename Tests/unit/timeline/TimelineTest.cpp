@@ -22,7 +22,7 @@ TimelineState plugged(double percent) {
   return state;
 }
 
-/// The state in force at the end of a timeline made of `entries`.
+/// Returns the last state in a timeline made of `entries`.
 TimelineState after(const std::vector<Journal::Entry>& entries) {
   TimelineBuilder builder("run", 0, plugged(76));
   for (const Journal::Entry& entry : entries) builder.add(entry);
@@ -43,8 +43,7 @@ std::size_t count(const std::string& text, const std::string& word) {
   return found;
 }
 
-/// What is wrong with `xml` as XML, as far as a document without comments and sections can be
-/// wrong; empty: nothing.
+/// Returns the first defect of `xml` as XML without comments and sections; empty: none.
 std::string defectOf(const std::string& xml) {
   std::vector<std::string> open;
   for (std::size_t at = 0; at < xml.size();) {
@@ -105,7 +104,7 @@ TEST(TimelineTest, OnlyTheHardwareTellsALevel) {
   EXPECT_EQ(batteryLevelIn({5, "log", "battery 77 %"}), std::nullopt);
 }
 
-// Lanes and the charge show the adapter, the lid, sleep and a level that moves by itself.
+// Adapter, lid, sleep and charge are not marks: lanes and the charge's line show them.
 TEST(TimelineTest, WhatIsDoneToTheMachineIsAMark) {
   const std::vector<Journal::Entry> done{{1, "mac", "fault smc-silent-refusal CHTE on"},
                                          {2, "mac", "temperature set to 45 C"},
@@ -144,7 +143,7 @@ TEST(TimelineTest, ADeedHasAFlagInThePicture) {
   EXPECT_EQ(count(svg, "height=\"14\" rx=\"3\" fill=\"#854d0e\""), 1U);
 }
 
-// The helper reads 80 and pauses at 80: drawn half a point lower, it would seem to pause too early.
+// The helper pauses at a reading of 80; drawn half a point lower, it would seem too early.
 TEST(TimelineTest, ABatteryHeldAtTheLimitStaysWhereTheHelperReadsIt) {
   TimelineBuilder builder("held", 0, plugged(79));
   builder.add({100, "mac", "battery 80 %"});
@@ -305,15 +304,15 @@ TEST(TimelineTest, ThePictureShowsEachPart) {
   EXPECT_THAT(svg, Not(HasSubstr(">inhibited<")));
 }
 
-/// The attributes of the line that shows the charge.
+/// Returns the attributes of the line that shows the charge.
 std::string chargeLine(const std::string& svg) {
   const std::size_t ink = svg.find("stroke=\"#2563eb\" stroke-width=\"2.5\" stroke-linejoin");
   const std::size_t begin = svg.rfind('<', ink);
   return ink == std::string::npos ? "" : svg.substr(begin, ink - begin);
 }
 
-// From 76 to 77 % after a quarter of the time: across, up by a tenth of the height (70 to 80 %),
-// across.
+// The charge rises from 76 to 77 % after a quarter of the time: the line goes across, up by a tenth
+// of the height (70 to 80 %), and across.
 TEST(TimelineTest, TheChargeIsDrawnInStepsOfWhatTheHelperReads) {
   TimelineBuilder builder("rising", 0, plugged(76));
   builder.add({250, "mac", "battery 77 %"});
@@ -322,7 +321,7 @@ TEST(TimelineTest, TheChargeIsDrawnInStepsOfWhatTheHelperReads) {
             "<path d=\"M92.0 234.0H342.0V210.0H1092.0\" fill=\"none\" ");
 }
 
-// The legend's "asleep" is a pale blue ground; nothing else in the picture may be one.
+// In the legend, a pale blue ground means "asleep", so nothing else may have one.
 TEST(TimelineTest, OnlySleepHasAGroundOfItsColour) {
   TimelineBuilder awake("awake", 0, plugged(76));
   awake.add({250, "mac", "battery 77 %"});
@@ -352,7 +351,7 @@ TEST(TimelineTest, FlagsNeverOverlap) {
   for (int second = 0; second < 30; ++second) {
     builder.add({100.0 + second, "log", "HelperImpl default \"setChargeLimit(80) pid=1 a\""});
   }
-  // Thirty poles, and only as many flags as have room in the rows.
+  // There are thirty poles, but flags only where the rows have room.
   const std::string svg = timelineSVG(builder.finish(1000));
   EXPECT_EQ(count(svg, "opacity=\"0.45\"/>"), 30U);
   EXPECT_EQ(count(svg, ">limit 80 %<"), 3U);

@@ -11,7 +11,7 @@ using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 
-/// Facts of a Mac with the newer keys whose limit of 80 % is enforced.
+/// Describes a Mac with the newer keys whose limit of 80 % is enforced.
 Told enforced(Loop loop = Loop::Running) {
   Told told;
   told.state.lastWriteAt = korvel::Date{0};
@@ -22,7 +22,7 @@ Told enforced(Loop loop = Loop::Running) {
   return told;
 }
 
-/// The row that says what becomes of the limit.
+/// Returns the row "enforced".
 std::string sentence(const Told& told) {
   const std::string text = stateText(told);
   const std::size_t begin = text.find("\nenforced       ") + 16;
@@ -76,7 +76,7 @@ TEST(StateTextTest, ALoopThatRunsIsToldByItsRuleAndItsLastOutcome) {
   EXPECT_EQ(stateLine(told), std::string("limit 80 %, ") + rule + ", last outcome pause:ok");
 }
 
-// A record that could not be replaced says another limit than the one that is enforced.
+// A record that could not be replaced has another limit than the one enforced.
 TEST(StateTextTest, TheLimitThatIsEnforcedIsTheLoops) {
   Told told = enforced();
   told.enforcement.limit = 70;
@@ -174,7 +174,7 @@ TEST(StateTextTest, WhatIsHandedBackIsLeftToMacOSWhenTheGateObeyed) {
   EXPECT_EQ(sentence(told), "nothing: a limit of 10 % is out of range");
 }
 
-// The resume at 100 % reports no outcome; the last one belongs to the limit before.
+// The resume at 100 % has no outcome; the last one belongs to the earlier limit.
 TEST(StateTextTest, HandingBackGoesOnUntilItIsVerified) {
   Told told = enforced();
   told.enforcement.limit = 100;
