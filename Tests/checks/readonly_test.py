@@ -12,7 +12,7 @@ import tempfile
 import unittest
 
 ROOT = None
-# The superuser may write everywhere; then somebody else tries.
+# The superuser may write everywhere, so the scripts run as another user then.
 NOBODY = {"user": 65534, "group": 65534, "extra_groups": []} if os.geteuid() == 0 else {}
 PROJECT = """cmake_minimum_required(VERSION 3.25)
 project(Small NONE)

@@ -19,7 +19,7 @@ def calls_in(document):
     line."""
     text = re.sub(r"`([^`\n]*)\n([^`\n]*)`", r"`\1 \2`\n", document)
     for match in CALL.finditer(text):
-        # A block's comment, and a table's way to write a bar, are no words of the call.
+        # Comments in a block, and the escaped bar of a table, are not part of the call.
         words = shlex.split(match.group(1).replace("\\|", "|"), comments=True)
         yield text.count("\n", 0, match.start(1)) + 1, words
 

@@ -17,7 +17,7 @@ CATEGORY_OF_FILE = {
     "ClamshellSleepController.cpp": "ClamshellSleep",
     "SystemPowerObserver.cpp": "SystemPower",
 }
-# In the entry and the core, the logger's name tells the category.
+# In the entry and the core, the logger's name determines the category.
 CATEGORY_OF_LOGGER = {("main.cpp", "log"): "Listener", ("main.cpp", "bootLog"): "Boot"}
 LEVEL_OF_CALL = {"log": "default", "error": "error", "fault": "fault"}
 CALL = re.compile(r'\b(\w*[lL]og)\s*(?:\.|->)\s*(log|error|fault)\(\s*((?:"(?:[^"\\]|\\.)*"\s*)+)', re.S)

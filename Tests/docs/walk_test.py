@@ -47,7 +47,7 @@ def paste(block, root, programs, folder):
     (folder / "build/clang/bin").symlink_to(programs)
     (folder / "VirtualMac").symlink_to(root / "VirtualMac")
     (folder / "run").mkdir()
-    # Not a pipe: the application in the background holds its end after the shell has given up.
+    # The output is a file, because the application in the background would hold a pipe open.
     said = folder / "said"
     with open(said, "w", encoding="utf-8") as output:
         done = subprocess.run(["bash", "-e"], cwd=folder, input=block, text=True, check=False,
@@ -75,7 +75,7 @@ def main(arguments):
         sys.exit(__doc__)
     root, programs = (pathlib.Path(argument).resolve() for argument in arguments)
     block = block_in((root / "README.md").read_text(encoding="utf-8"))
-    # A short name: the path of a socket in it has to fit.
+    # The name is short because the path of a socket in it has to fit.
     with tempfile.TemporaryDirectory(prefix="vm-") as name:
         folder = pathlib.Path(name)
         try:

@@ -12,9 +12,8 @@
 namespace virtualmac {
 namespace {
 
-/// This process on this Mac, in real time. The test's thread is the main thread, and serves the
-/// main run loop whenever it waits. There is no machine to look into and no launchd to connect
-/// through.
+/// Runs this process on this Mac in real time. The test's thread is the main thread, and serves the
+/// main run loop while it waits. There is no machine to inspect and no launchd to connect through.
 class MacRig final : public SeamRig {
  public:
   korvel::Platform& platform() override { return adapters; }
@@ -84,10 +83,10 @@ INSTANTIATE_SEAM_CONTRACT(Mac, DispatchContract, testing::Values(adaptersOfThisM
 
 }  // namespace
 
-// FileAdapterContractTest tries this one, on real files of any system.
+// FileAdapterContractTest runs this contract, on real files of any system.
 GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(FileSystemContract);
-// These contracts arrange the hardware, connect clients or read the log, which a test cannot do to
-// a real Mac. SystemTest, ExportedObjectTest and SmartChargeRuntimeTest try those adapters instead.
+// These contracts arrange the hardware, connect clients or read the log, which a test cannot do on
+// a real Mac. SystemTest, ExportedObjectTest and SmartChargeRuntimeTest cover those adapters.
 GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(SMCUserClientContract);
 GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(IORegistryContract);
 GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(PowerSourcesContract);

@@ -10,7 +10,7 @@
 
 namespace {
 
-/// Notes every call and answers at once.
+/// A core that notes every call and answers at once.
 class NotingCore final : public korvel::KorvelHelperProtocol {
  public:
   void ping(korvel::PidReply reply) override { reply(1ULL << 40U); }
@@ -45,7 +45,7 @@ class NotingCore final : public korvel::KorvelHelperProtocol {
 
 }  // namespace
 
-/// Hands its one object to every connection of an anonymous listener.
+/// Exports one object to every connection of an anonymous listener.
 @interface KorvelTestServer : NSObject <NSXPCListenerDelegate>
 @property(nonatomic) id exported;
 @end
@@ -63,7 +63,7 @@ class NotingCore final : public korvel::KorvelHelperProtocol {
 
 namespace {
 
-/// A client and a server of the real thing in one process, without launchd between them.
+/// Connects a real client and a real server in one process, without launchd.
 class ExportedObjectTest : public testing::Test {
  protected:
   ExportedObjectTest() {
@@ -80,7 +80,7 @@ class ExportedObjectTest : public testing::Test {
     [listener invalidate];
   }
 
-  /// A proxy whose calls return when their reply has come.
+  /// Returns a proxy whose calls return only after their reply.
   id<KorvelHelperProtocol> helper() {
     return [connection synchronousRemoteObjectProxyWithErrorHandler:^(NSError* error) {
       ADD_FAILURE() << error.description.UTF8String;

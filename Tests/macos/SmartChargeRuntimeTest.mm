@@ -3,7 +3,7 @@
 
 #include "macOS/Adapters.h"
 
-/// A class such as the framework's, found by its name like it.
+/// Stands for the framework's class; the runtime finds it by name too.
 @interface KorvelTestCharge : NSObject
 @property(class, nonatomic) NSInteger living;
 @property(class, nonatomic) BOOL givesNothing;
@@ -84,7 +84,7 @@ class SmartChargeRuntimeTest : public testing::Test {
     return runtime->callInit(runtime->getInstanceMethod(cls, "initWithClientName:"), object,
                              "Korvel");
   }
-  /// The limit that the object then tells, however it tells it.
+  /// Sets the limit and returns the limit that the object then reports.
   std::int32_t limitAfterSetting(HandleRef object, std::uint8_t value) {
     ErrorSlot unheard;
     runtime->callSetUInt8(object, "setMCLLimit:error:", value, unheard);

@@ -1,5 +1,4 @@
-// The adapters on this Mac, whatever Mac it is: no privilege, no battery, no SMC is taken for
-// granted.
+// The adapters must work on any Mac, so these tests assume no privilege, battery or SMC.
 #include <CoreFoundation/CoreFoundation.h>
 #include <Security/Security.h>
 #include <gtest/gtest.h>
@@ -150,7 +149,7 @@ TEST(CodeSigningAdapterTest, WhatFailsLeavesTheHandleAsItWas) {
   EXPECT_EQ(code, 0U);
 }
 
-// The core looks these entries up by their text.
+// The core looks up these entries by their text.
 TEST(CodeSigningAdapterTest, TheKeysAreThePlatforms) {
   EXPECT_EQ(utf8Text(kSecCodeInfoIdentifier), codeInfoIdentifierKey);
   EXPECT_EQ(utf8Text(kSecCodeInfoTeamIdentifier), codeInfoTeamIdentifierKey);

@@ -144,7 +144,7 @@ class Samples(unittest.TestCase):
                        "certificate leaf[field.1.2.840.113635.100.6.1.13] exists"):
             self.assertIn(clause, helper)
             for file in self.FILES:
-                # The Objective-C literal is broken over lines by the formatter.
+                # The formatter breaks the Objective-C literal over lines.
                 self.assertIn(clause, re.sub(r'"\s*\n\s*"', "", read(file)), file)
 
     def test_samples_show_the_fields_that_the_helper_reports(self):

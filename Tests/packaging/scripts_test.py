@@ -14,7 +14,7 @@ ROOT = None
 LABEL = "com.korvel.app.helper"
 RECORD = '{\n  "chargeLimit" : 80,\n  "sleepDisabledByKorvel" : %s\n}'
 
-# One script for all tools. The folder it stands in holds the pretended machine's facts as files.
+# One script stands in for all tools; files in its folder hold the simulated machine's facts.
 STAND_IN = r"""#!/bin/bash
 tool=$(basename "$0")
 facts=$(dirname "$0")
