@@ -1,4 +1,4 @@
-// The floor for starting a program and for its memory: says that it runs, then waits to be ended.
+// This program is the floor for start and memory: it reports that it runs, and waits to be ended.
 
 #include <unistd.h>
 

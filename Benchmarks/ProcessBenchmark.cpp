@@ -1,6 +1,6 @@
-// The helper as its own process: a request's round trip beside a bare ping-pong between two
-// processes, the time from its start to its first answer beside that of an empty program, and its
-// memory beside that program's.
+// These benchmarks run the helper as a process. A request's round trip stands beside a bare
+// ping-pong of two processes, the start to the first answer and the memory beside an empty
+// program's.
 
 #include <benchmark/benchmark.h>
 #include <signal.h>
@@ -27,7 +27,7 @@ namespace {
 
 constexpr double timeoutSeconds = 5;
 
-/// One line of a process's memory figures, in KiB; 0 when it has none.
+/// Reads one of a process's memory figures, in KiB; 0 when it has none.
 double memoryKiB(pid_t pid, const std::string& name) {
   std::ifstream status("/proc/" + std::to_string(pid) + "/status");
   for (std::string line; std::getline(status, line);) {
@@ -37,10 +37,10 @@ double memoryKiB(pid_t pid, const std::string& name) {
   return 0;
 }
 
-/// A virtual Mac of its own for the length of a benchmark.
+/// A virtual Mac that lives as long as the benchmark.
 class MachineProcess {
  public:
-  /// `speed` is how much faster than real time the machine runs.
+  /// The machine runs `speed` times as fast as real time.
   explicit MachineProcess(int speed) {
     std::array<char, 40> name{"/tmp/korvel-benchmark-XXXXXX"};
     root.path = mkdtemp(name.data());
@@ -69,7 +69,7 @@ class MachineProcess {
   bool up = false;
 };
 
-/// The values of one reply; empty when none came.
+/// Returns the values of one reply; empty when none came.
 std::vector<XPCValue> ask(AppConnection& app, std::string_view selector) {
   const auto reply = app.call(*xpcOperation(selector), {}, timeoutSeconds);
   return reply ? *reply : std::vector<XPCValue>();
@@ -93,7 +93,7 @@ BENCHMARK_CAPTURE(RoundTrip, getState, korvel::KorvelHelperSelector::getState)
     ->UseRealTime()
     ->Unit(benchmark::kMicrosecond);
 
-/// The floor: as many bytes there and back between two processes, with nothing in between.
+/// The floor exchanges as many bytes between two processes, with nothing in between.
 void BarePingPong(benchmark::State& state) {
   std::array<int, 2> ends{};
   if (socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends.data()) != 0) {
@@ -123,9 +123,9 @@ void BarePingPong(benchmark::State& state) {
 }
 BENCHMARK(BarePingPong)->UseRealTime()->Unit(benchmark::kMicrosecond);
 
-/// From a connection to a service whose program does not run, to that program's first answer.
+/// Measures from the connection to a service that is not running to its first answer.
 void StartToFirstAnswer(benchmark::State& state) {
-  // Fast enough that launchd's ten seconds between two starts are soon over.
+  // At this speed launchd's ten seconds between two starts pass quickly.
   const MachineProcess machine(1000);
   for (auto _ : state) {
     const auto begin = std::chrono::steady_clock::now();
@@ -143,7 +143,7 @@ void StartToFirstAnswer(benchmark::State& state) {
 }
 BENCHMARK(StartToFirstAnswer)->UseManualTime()->Iterations(20)->Unit(benchmark::kMillisecond);
 
-/// An empty program, started and heard from; ended when the object goes.
+/// Starts an empty program and waits for its word; ends it with the object.
 class EmptyProgram {
  public:
   EmptyProgram() {
@@ -183,8 +183,8 @@ void EmptyProgramToFirstByte(benchmark::State& state) {
 }
 BENCHMARK(EmptyProgramToFirstByte)->UseManualTime()->Iterations(20)->Unit(benchmark::kMillisecond);
 
-/// Memory as counters, in KiB: the helper while it holds a limit, and an empty program. Resident
-/// counts pages of shared libraries too, private only what the process itself wrote.
+/// Reports memory as counters, in KiB, of a helper that holds a limit and of an empty program.
+/// Resident includes pages of shared libraries; private has only pages that the process wrote.
 void ResidentMemory(benchmark::State& state) {
   const MachineProcess machine(60);
   std::optional<AppConnection> app = machine.connect();

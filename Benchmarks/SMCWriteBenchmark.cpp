@@ -1,4 +1,4 @@
-// A verified SMC write, beside the bare calls that it is made of.
+// A verified SMC write is compared with the bare calls that it makes.
 
 #include <benchmark/benchmark.h>
 
@@ -10,7 +10,7 @@
 namespace korvel {
 namespace {
 
-/// An SMC of one four-byte key that costs nothing: what is measured is the writer alone.
+/// An SMC of one four-byte key that costs nothing, so that only the writer is measured.
 class OneKeySMC final : public SMCUserClient {
  public:
   ObjectRef matchAppleSMC() override { return 1; }
@@ -55,7 +55,7 @@ class SilentLog final : public UnifiedLog {
 constexpr std::array<std::uint8_t, 4> pausePayload{1, 0, 0, 0};
 constexpr std::array<std::uint8_t, 4> resumePayload{0, 0, 0, 0};
 
-/// The key already holds the value: one read.
+/// The key already has the value, so there is one read.
 void VerifiedWriteUnchanged(benchmark::State& state) {
   OneKeySMC smc;
   SilentLog log;
@@ -78,7 +78,7 @@ void VerifiedWriteChanging(benchmark::State& state) {
 }
 BENCHMARK(VerifiedWriteChanging);
 
-/// The floor: as many bare calls with blocks made beforehand.
+/// The floor makes as many bare calls, with blocks prepared beforehand.
 void BareCalls(benchmark::State& state) {
   OneKeySMC smc;
   std::array<std::uint8_t, smcBlockSize> input{};

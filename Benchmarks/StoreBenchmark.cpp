@@ -1,4 +1,4 @@
-// One durable, verified write of the state file, beside the same system calls in plain C.
+// A durable, verified write of the state file is compared with the same system calls in plain C.
 
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
@@ -17,7 +17,7 @@
 namespace virtualmac {
 namespace {
 
-/// A machine that lets every file call through without being asked.
+/// A machine that allows every file call at once.
 class SilentHost final : public HelperHost {
  public:
   FileVerdict announceFileCall(SeamCall) override {
@@ -38,7 +38,7 @@ class SilentLog final : public korvel::UnifiedLog {
   void emit(std::string_view, std::string_view, korvel::LogLevel, std::string_view) override {}
 };
 
-/// A directory of its own below the working directory, gone with the benchmark.
+/// A temporary directory below the working directory, removed with the benchmark.
 class ScratchRoot {
  public:
   ScratchRoot() {
@@ -66,8 +66,8 @@ void StoreWrite(benchmark::State& state) {
 }
 BENCHMARK(StoreWrite)->Unit(benchmark::kMicrosecond);
 
-/// mkdir, chmod, unlink, open, write, fsync, close, rename, the directory's fsync, and the reading
-/// back: what a durable, verified write cannot do without. True when all of it went well.
+/// Makes the calls that a durable, verified write needs: mkdir, chmod, unlink, open, write, fsync,
+/// close, rename, the directory's fsync, and a read. Returns true when all succeeded.
 bool plainWrite(const std::string& directory, const std::string& file, const std::string& temporary,
                 const std::string& payload) {
   const mode_t mask = umask(0077);

@@ -1,5 +1,5 @@
-// What one steady enforcement tick costs, beside the platform calls that it must make anyway, and
-// how many virtual ticks a second of real time holds with the journal on.
+// A steady enforcement tick is compared with the platform calls that it must make. The benchmark
+// also counts the virtual ticks in a second of real time with the journal on.
 
 #include <benchmark/benchmark.h>
 
@@ -16,8 +16,8 @@ namespace {
 
 constexpr double tickSeconds = 5;
 
-/// A Mac above its limit of 80 %, on the adapter, with charging paused: every tick is a steady one,
-/// as long as the battery is filled up now and then, for it drains slowly even so.
+/// A Mac above its limit of 80 %, on the adapter, with charging paused. Ticks stay steady while the
+/// battery is refilled now and then, because it drains slowly even so.
 class SteadyMac {
  public:
   SteadyMac() {
@@ -34,7 +34,7 @@ class SteadyMac {
   std::unique_ptr<AppClient> app;
 };
 
-/// A thousand ticks at a time, as a simulation of days runs them: the cost of one is a thousandth.
+/// Runs a thousand ticks at a time, as a simulation of days does; one costs a thousandth.
 void ThousandSteadyTicks(benchmark::State& state) {
   SteadyMac mac;
   constexpr int ticks = 1000;
@@ -52,7 +52,7 @@ void ThousandSteadyTicks(benchmark::State& state) {
 }
 BENCHMARK(ThousandSteadyTicks)->UseRealTime()->Unit(benchmark::kMicrosecond);
 
-/// The floor of a tick: its readings and its one SMC read, called directly.
+/// The floor of a tick makes its readings and its one SMC read directly.
 void BarePlatformCallsOfATick(benchmark::State& state) {
   SteadyMac mac;
   mac.world.onMain([&] {
