@@ -1,4 +1,4 @@
-# Sourced by the packaging scripts. They run under the bash 3.2 that macOS has.
+# The packaging scripts source this file. They run under the bash 3.2 that macOS has.
 # shellcheck shell=bash
 
 # Read by the scripts that source this file.
@@ -8,7 +8,7 @@ label=com.korvel.app.helper
 appIdentifier=com.korvel.app
 packaging=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 
-# Empty but for a test, which installs below a directory of its own.
+# A test sets this to install below a directory of its own; otherwise it is empty.
 root=${KORVEL_INSTALL_ROOT:-}
 program=$root/Library/PrivilegedHelperTools/$label
 job=$root/Library/LaunchDaemons/$label.plist
@@ -40,7 +40,7 @@ mustBeRoot() {
   [ "$(id -u)" = 0 ] || die "must be run as root (sudo)"
 }
 
-# True also of a link that leads nowhere.
+# Also returns true for a link that leads nowhere.
 isThere() {
   [ -e "$1" ] || [ -L "$1" ]
 }
@@ -53,8 +53,8 @@ isRunning() {
   launchctl print "system/$label" 2>/dev/null | grep -q '^[[:space:]]*state = running'
 }
 
-# Sees to it that the helper runs and will notice a signal. Its signal handlers are the last step of
-# its start, a fraction of a second in; one that is stopped before that restores nothing.
+# Makes sure that the helper runs and will notice a signal. It installs its signal handlers as the
+# last step of its start; before that, a signal would end it without restoring anything.
 makeRun() {
   if ! isRunning; then
     launchctl kickstart "system/$label" || die "the helper does not start; nothing was removed"
@@ -63,7 +63,7 @@ makeRun() {
 }
 
 # Stops the helper with SIGTERM, which makes it restore the hardware, and waits until launchd has
-# forgotten the job: a job that is still ending would answer the next bootstrap with an error.
+# forgotten the job: while a job is still ending, the next bootstrap would fail.
 bootOut() {
   launchctl bootout "system/$label" || true
   local waited=0
@@ -74,12 +74,12 @@ bootOut() {
   done
 }
 
-# The team in a program's signature; empty when there is none.
+# Prints the team in a program's signature; nothing when there is none.
 teamOf() {
   codesign -dv "$1" 2>&1 | sed -n 's/^TeamIdentifier=//p' | grep -v '^not set$' || true
 }
 
-# The identifier in a program's signature.
+# Prints the identifier in a program's signature.
 identifierOf() {
   codesign -dv "$1" 2>&1 | sed -n 's/^Identifier=//p'
 }

@@ -39,7 +39,7 @@ static void complain(NSString *text) {
       writeData:[[text stringByAppendingString:@"\n"] dataUsingEncoding:NSUTF8StringEncoding]];
 }
 
-/// The team in this program's own signature; nil without one.
+/// Returns the team in this program's own signature; nil without one.
 static NSString *_Nullable ownTeam(void) {
   SecCodeRef code = NULL;
   SecStaticCodeRef staticCode = NULL;
@@ -58,7 +58,7 @@ static NSString *_Nullable ownTeam(void) {
   return team;
 }
 
-/// What the helper must be: signed with a Developer ID certificate of this team, under its name.
+/// The helper must be signed under its name, with a Developer ID certificate of this team.
 static NSString *helperRequirement(NSString *team) {
   return [NSString stringWithFormat:@"anchor apple generic and identifier \"%s\" and certificate "
                                      "leaf[subject.OU] = \"%@\" and certificate "
@@ -99,7 +99,7 @@ static NSXPCConnection *_Nullable connectToHelper(void) {
   return connection;
 }
 
-/// One call to the helper: sends it, waits for the reply or an error, and keeps what came.
+/// Sends one call to the helper, waits for the reply or an error, and keeps the result.
 @interface Call : NSObject
 @property(nonatomic, readonly) id<KorvelHelperProtocol> helper;
 @property(nonatomic, nullable) NSData *data;
@@ -108,7 +108,7 @@ static NSXPCConnection *_Nullable connectToHelper(void) {
 - (void (^)(BOOL, NSError *_Nullable))statusReply;
 - (void (^)(NSData *))dataReply;
 - (void)finish;
-/// Whether a reply came in time and said success; what went wrong is told.
+/// Returns whether a reply came in time and reported success; prints any problem.
 - (BOOL)wait;
 @end
 
@@ -180,7 +180,7 @@ static NSDictionary *_Nullable decoded(NSData *json) {
 
 static NSString *yesOrNo(id value) { return [value boolValue] ? @"yes" : @"no"; }
 
-/// The helper counts its dates in seconds since 2001.
+/// The helper's dates are seconds since 2001.
 static NSString *dateText(id seconds) {
   if (![seconds isKindOfClass:[NSNumber class]]) return @"never";
   NSDate *date = [NSDate dateWithTimeIntervalSinceReferenceDate:[seconds doubleValue]];
@@ -264,7 +264,7 @@ static BOOL commandWithoutArgument(NSXPCConnection *connection, NSString *comman
   return [call wait];
 }
 
-/// One-way: the proof that the helper went is that the connection ends.
+/// Quit has no reply; the end of the connection proves that the helper has gone.
 static BOOL quitHelper(NSXPCConnection *connection) {
   Call *call = [[Call alloc] initWithConnection:connection];
   connection.interruptionHandler = ^{

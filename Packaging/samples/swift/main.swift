@@ -66,8 +66,8 @@ func connectToHelper() throws -> NSXPCConnection {
   return connection
 }
 
-/// Who waits for a call's outcome. Either the reply or the connection's error resumes it; the lock
-/// sees to it that only the first of them does.
+/// Waits for a call's outcome. Either the reply or the connection's error resumes it; the lock
+/// ensures that only the first of them does.
 final class Waiter<Value: Sendable>: @unchecked Sendable {
   private let lock = NSLock()
   private var waiting: CheckedContinuation<Value, Error>?
@@ -109,7 +109,7 @@ func setLimit(_ connection: NSXPCConnection, to percent: UInt8) async throws {
       if let error { waiter.finish(.failure(error)) } else { waiter.finish(.success(success)) }
     }
   }
-  // Neither success nor an error: the helper has no core left to do it.
+  // The call neither succeeded nor failed: the helper has no core left to run it.
   if !done { throw ClientError.shuttingDown }
 }
 
