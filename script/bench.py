@@ -13,8 +13,8 @@ import tempfile
 
 REPETITIONS = 9
 
-# What is measured, the benchmark, the floor's benchmark or none, and the goal: at most so many times
-# the floor, or at least so many a second.
+# Each row has a title, the benchmark, the floor's benchmark or none, and the goal: at most so many
+# times the floor, or at least so many a second.
 ROWS = (
     ("Steady tick, journal on", "ThousandSteadyTicks/real_time", "BarePlatformCallsOfATick", None),
     ("Verified SMC write, value unchanged", "VerifiedWriteUnchanged", "BareCalls/1", None),
@@ -31,12 +31,12 @@ PRIVATE = ("Private memory", "ResidentMemory/iterations:1", "helperPrivateKiB", 
            None)
 
 NANOSECONDS = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
-# A benchmark's iteration that does its work many times over.
+# One iteration of this benchmark does its work many times.
 WORK_PER_ITERATION = {"ThousandSteadyTicks/real_time": 1000}
 
 
-# Where the scheduler puts two processes that wait for each other decides more than what they do;
-# so these are measured once more with everything on one core.
+# The scheduler's placement of two processes that wait for each other matters more than their work,
+# so these are measured again with everything on one core.
 ON_ONE_CORE = ("taskset", "--cpu-list", "0")
 ONE_CORE_FILTER = "--benchmark_filter=RoundTrip|BarePingPong"
 
@@ -53,7 +53,7 @@ def run(program, arguments):
         if done.returncode != 0:
             sys.exit(f"{' '.join(program)}: status {done.returncode}\n{done.stdout}{done.stderr}".rstrip())
         measured = {}
-        # A program in which no benchmark matches the filter writes nothing at all.
+        # A program writes nothing at all when no benchmark matches the filter.
         text = out.read_text(encoding="utf-8") if out.exists() else ""
         for entry in json.loads(text)["benchmarks"] if text.strip() else ():
             if entry.get("error_occurred"):
@@ -143,7 +143,7 @@ def main():
         print(f"{name}: {REPETITIONS} repetitions, interleaved …", flush=True)
         measured.update(run([str(directory / name)], sys.argv[2:]))
     print("korvel_process_benchmarks once more, all on one core …", flush=True)
-    # The last filter counts: the caller's, if there is one.
+    # The last filter counts, so the caller's replaces this one.
     on_one_core = run([*ON_ONE_CORE, str(directory / "korvel_process_benchmarks")],
                       [ONE_CORE_FILTER, *sys.argv[2:]])
     if not measured:

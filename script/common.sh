@@ -1,4 +1,4 @@
-# Sourced by the scripts: where the tree is, how a build is configured, how to say things.
+# The scripts source this file: it finds the tree, configures builds and prints messages.
 # shellcheck shell=bash
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
@@ -13,7 +13,7 @@ die() {
   exit 1
 }
 
-# The words on the command line are wrong.
+# Reports a mistake on the command line and ends.
 misuse() {
   printf '%s: %s (try --help)\n' "$(basename "$0")" "$1" >&2
   exit 2
@@ -35,8 +35,8 @@ onlyHelp() {
   done
 }
 
-# configure PRESET: makes build/PRESET ready; says something only when that fails. One compiler cache
-# serves every preset; paths are hashed relative to the tree, so a moved tree still hits.
+# configure PRESET: makes build/PRESET ready and prints only failures. All presets share one
+# compiler cache; it hashes paths relative to the tree, so a moved tree still hits.
 configure() {
   if command -v ccache >/dev/null; then
     export CMAKE_CXX_COMPILER_LAUNCHER=ccache CCACHE_BASEDIR=$root CCACHE_NOHASHDIR=1
@@ -48,7 +48,7 @@ configure() {
   }
 }
 
-# True: build/PRESET can be written, or made.
+# Returns true when build/PRESET can be written, or created.
 canBuild() {
   local place=$root/build/$1
   while [[ ! -e $place ]]; do
@@ -57,8 +57,8 @@ canBuild() {
   [[ -w $place ]]
 }
 
-# isBuilt PRESET [TARGET...]: true if nothing would be built. Asked of the build's plan without its
-# part that makes the plan anew, since that one counts as work to do until it was done.
+# isBuilt PRESET [TARGET...]: returns true if nothing would be built. It asks a copy of the build's
+# plan, because the plan's own update counts as work until it has been done.
 isBuilt() {
   local tree=$root/build/$1
   [[ -f $tree/build.ninja ]] || return 1
@@ -72,8 +72,8 @@ isBuilt() {
   [[ $answer == *"ninja: no work to do."* ]]
 }
 
-# build PRESET [TARGET...]: configures and builds build/PRESET, all of it or some targets. In a tree
-# that cannot be written, what is built already is used.
+# build PRESET [TARGET...]: configures and builds all or some targets of build/PRESET. In a tree
+# that cannot be written, it uses a build that is up to date.
 build() {
   if ! canBuild "$1"; then
     isBuilt "$@" || die "$root cannot be written and build/$1 is not built from it; build it first, as a user who may write there"
@@ -87,8 +87,8 @@ build() {
   cmake --build "$root/build/$1" -j "$jobs" "${targets[@]}"
 }
 
-# runTests PRESET LOG [CTEST-ARGUMENT...]: runs tests of build/PRESET, the runner's words also into
-# LOG. The runner keeps records; where the build cannot be written, it does so elsewhere.
+# runTests PRESET LOG [CTEST-ARGUMENT...]: runs tests of build/PRESET and copies the output to LOG.
+# When the build cannot be written, the runner keeps its records elsewhere.
 runTests() {
   local tests=$root/build/$1 log=$2 elsewhere='' status=0
   if ! canBuild "$1"; then
@@ -103,7 +103,7 @@ runTests() {
   return "$status"
 }
 
-# The line in which the runner sums up: "100% tests passed, 0 tests failed out of 123".
+# Prints the runner's summary, like "100% tests passed, 0 tests failed out of 123".
 closingLine() {
   grep -E '^[0-9]+% tests passed, ' "$1" | tail -n 1
 }

@@ -29,7 +29,7 @@ def check(root):
     seen, found = {}, []
     for name in (name for name in tree.files(root) if name.startswith(FOLDERS)):
         lines = list(code_lines(tree.read(root, name)))
-        skipped = 0  # Windows that belong to the passage that was told last.
+        skipped = 0  # The windows that belong to the passage reported last.
         for start in range(len(lines) - LINES):
             window = tuple(line for _, line in lines[start:start + LINES + 1])
             place = (name, lines[start][0])

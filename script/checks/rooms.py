@@ -48,7 +48,7 @@ SYSTEM_CALLS = ("calls the system past the seam",
                 ANY_CALL % "getenv|setenv|popen|fork|execv|execve|sigaction|_exit|quick_exit|fopen"
                 + "|" + QUALIFIED_CALL % "system|kill|raise|signal|getpid|exit|open|read|write|close"
                 "|unlink|chmod|mkdir|umask|fsync|rename|socket|dlopen|dlsym")
-# The one way to own an object whose constructor is private.
+# An object whose constructor is private can be owned only in this way.
 OWNED_AT_ONCE = re.compile(r"\b((?:unique|shared)_ptr<[^;{}()]*>\s*\w*\s*[({]\s*)new\b")
 CATCH_ALL = ("catches everything; a killed process unwinds through here",
              r"\bcatch\s*\(\s*\.\.\.\s*\)")
@@ -152,7 +152,7 @@ ROOMS = [  # The first that matches a file is its room.
     Room("Benchmarks/", ALL_VIRTUAL + ("Benchmarks/",), ANY_LIBRARY, system=True, calls=(CHANCE,)),
     Room("Packaging/", SEAM, system=True),
 ]
-# The one file of a room that is its door to the thing the others must not touch.
+# Each of these files is its room's only access to the resource that the others must not touch.
 SANCTIONED = {
     ("KorvelHelper/Base/Trap.cpp", PRINTING[0]),   # a trap's text must reach somebody
     ("KorvelHelper/Base/Trap.cpp", SYSTEM_CALLS[0]),

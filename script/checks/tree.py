@@ -10,7 +10,7 @@ SCRIPT_FOLDERS = (".ci", "cmake", "script")
 TOP_FOLDERS = ("KorvelHelper", "VirtualMac", "Tests", "Benchmarks", "Packaging")
 SOURCES = (".cpp", ".mm", ".cc", ".m")
 HEADERS = (".h", ".hpp", ".def")
-# Raw strings, plain strings, characters, comments; a quote after a digit is a digit separator.
+# A quote after a digit is a digit separator and begins no character.
 LITERAL_OR_COMMENT = re.compile(
     r'R"(?P<mark>[^()\\ ]{0,16})\(.*?\)(?P=mark)"'
     r'|"(?:[^"\\\n]|\\.)*"'

@@ -20,14 +20,14 @@ LIBRARIES = {
 }
 
 LOADER = "/usr/lib/dyld"
-# What every program is made of, by what it is called when it is missing.
+# Every program has these commands; the names are for the report of a missing one.
 NEEDED_COMMANDS = {
     macho.LC_SEGMENT_64: "segment", macho.LC_LOAD_DYLIB: "library", macho.LC_SYMTAB: "symbol table",
     macho.LC_DYSYMTAB: "dynamic symbol table", macho.LC_LOAD_DYLINKER: "loader",
     macho.LC_UUID: "UUID", macho.LC_BUILD_VERSION: "build version", macho.LC_MAIN: "entry",
     macho.LC_CODE_SIGNATURE: "signature",
 }
-# What a linker may add: how addresses are bound, in either form, and what tools read.
+# A linker may add these: two ways to bind addresses, and data for tools.
 USUAL_COMMANDS = {
     macho.LC_DYLD_CHAINED_FIXUPS, macho.LC_DYLD_EXPORTS_TRIE, macho.LC_DYLD_INFO_ONLY,
     macho.LC_FUNCTION_STARTS, macho.LC_DATA_IN_CODE, macho.LC_SOURCE_VERSION,
@@ -52,11 +52,11 @@ METHODS = {
     "quit": "v16@0:8",
 }
 
-# Exported by IOKit, declared in no public header, and used knowingly.
+# IOKit exports these, but no public header declares them; the helper uses them on purpose.
 PRIVATE_FUNCTIONS = {"IOPMSetSystemPowerSetting", "IOPMCopySystemPowerSettings"}
 PRIVATE_FRAMEWORK = "/System/Library/PrivateFrameworks/PowerUI.framework/PowerUI"
 PRIVATE_CLASS = "PowerUISmartChargeClient"
-# What compilers call for language features, and no header declares.
+# Compilers call these for language features, and no header declares them.
 COMPILER_CALLS = re.compile(
     r"objc_(msgSend\w*|retain\w*|release\w*|autorelease\w*|store\w*|load\w*|alloc\w*|opt_\w+|"
     r"begin_catch|end_catch|exception_\w+|terminate|unsafeClaim\w+|claim\w+|initWeak|destroyWeak|"
@@ -64,9 +64,9 @@ COMPILER_CALLS = re.compile(
     r"__objc_personality_v0|__CFConstantStringClassReference|_Unwind_Resume|__stack_chk_\w+|"
     r"_tlv_bootstrap|__(mem|str)\w+_chk|__\w?(div|mod)ti3|__udivmodti4|__isPlatformVersionAtLeast|"
     r"dyld_stub_binder")
-# Finds functions by names that no check would see.
+# This finds functions by name, which no check would see.
 LOOK_UP = "_dlsym"
-# Names that would mean objects destroyed while queues are still at work.
+# These names would mean that objects are destroyed while queues are still at work.
 STATIC_DESTRUCTION = {"___cxa_atexit", "__tlv_atexit", "_atexit"}
 
 

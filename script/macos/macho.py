@@ -20,7 +20,7 @@ DYLIB_COMMANDS = {LC_LOAD_DYLIB: "load", LC_LOAD_WEAK_DYLIB: "weak load",
                   LC_LOAD_UPWARD_DYLIB: "upward load"}
 PLATFORM_MACOS = 1
 PROT_WRITE, PROT_EXECUTE = 2, 4
-# Chained pointer formats whose targets are addresses, and those whose targets are offsets.
+# The targets of the first format are addresses, those of the second are offsets.
 FORMAT_64, FORMAT_64_OFFSET = 2, 6
 
 

@@ -37,7 +37,7 @@ def spoil_segment(data, name, protection_offset):
     return patched(data, place + protection_offset, "<I", 7)
 
 
-# (what is spoiled, how, a piece of the finding that must come)
+# Each case has a name, the change that spoils it, and a text that the finding must contain.
 CASES = [
     ("processor", lambda d: patched(d, 4, "<I", 0x01000007), "not arm64"),
     ("file type", lambda d: patched(d, 12, "<I", 6), "not a position-independent executable"),
