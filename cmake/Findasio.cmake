@@ -1,4 +1,4 @@
-# Asio without Boost: headers only.
+# This finds Asio without Boost, which is headers only.
 if(NOT TARGET asio::asio)
   if(CMAKE_CROSSCOMPILING)
     include(KorvelHostHeaders)

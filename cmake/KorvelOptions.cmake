@@ -1,4 +1,4 @@
-# The project's switches, and one interface target that carries the flags of every target.
+# Here are the project's switches, and one interface target with the flags of every target.
 option(KORVEL_VIRTUAL_MAC "Build the virtual Mac and its tools" ON)
 option(KORVEL_TESTS "Build the tests" ON)
 option(KORVEL_BENCHMARKS "Build the benchmarks" OFF)
@@ -17,13 +17,13 @@ if(KORVEL_SANITIZE)
 endif()
 find_package(Threads REQUIRED)
 
-# Programs that a toolchain cannot link are named by it: their sources are compiled all the same. The
-# list is written down for the toolchain's script to tell.
+# A toolchain names the programs that it cannot link; their sources are still compiled. The list is
+# written to a file so that the toolchain's script can print it.
 if(KORVEL_COMPILED_ONLY)
   list(JOIN KORVEL_COMPILED_ONLY "\n" programs)
   file(WRITE ${CMAKE_BINARY_DIR}/compiled-only.txt "${programs}\n")
 endif()
-# korvel_add_program(NAME sources...): a program, or only its objects.
+# korvel_add_program(NAME sources...) adds a program, or only its objects.
 function(korvel_add_program name)
   if(name IN_LIST KORVEL_COMPILED_ONLY)
     add_library(${name} OBJECT ${ARGN})

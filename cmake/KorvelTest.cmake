@@ -1,5 +1,5 @@
-# korvel_add_test(NAME sources... [LIBRARIES targets...] [LABELS labels...]): one GoogleTest program,
-# each of its tests registered with CTest by name.
+# korvel_add_test(NAME sources... [LIBRARIES targets...] [LABELS labels...]) adds one GoogleTest
+# program and registers each of its tests with CTest by name.
 include(GoogleTest)
 find_package(GTest REQUIRED)
 
@@ -22,8 +22,8 @@ function(korvel_add_test name)
   endif()
 endfunction()
 
-# korvel_label_tests(list labels): gives the tests of a discovery's TEST_LIST their labels. More than
-# one label is a list, which does not survive the way through the discovery's own properties.
+# korvel_label_tests(list labels) labels the tests of a discovery's TEST_LIST. Several labels form a
+# list, which the discovery's own properties would break up.
 function(korvel_label_tests list labels)
   set(file ${CMAKE_CURRENT_BINARY_DIR}/${list}_labels.cmake)
   file(WRITE ${file} "if(${list})\n  set_tests_properties(\${${list}} PROPERTIES \

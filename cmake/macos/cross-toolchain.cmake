@@ -13,14 +13,14 @@ if(NOT EXISTS "${MACOSX_SDK}/usr/include" OR NOT EXISTS "${MACOSX_SDK}/System/Li
 endif()
 # Every trial compilation reads this file again, in a project of its own.
 list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES MACOSX_SDK)
-# A trial that links would say yes to everything it is asked about; see link-with-stubs.
+# A trial that links would find every symbol present; link-with-stubs says why.
 set(CMAKE_TRY_COMPILE_TARGET_TYPE STATIC_LIBRARY)
 
 set(CMAKE_OSX_SYSROOT "${MACOSX_SDK}")
 set(CMAKE_OSX_ARCHITECTURES arm64)
 set(CMAKE_OSX_DEPLOYMENT_TARGET 14.0)
 
-# Found once, as full paths: CMake does not look bare names up for the Objective-C languages.
+# Full paths are needed, because CMake does not search for the Objective-C compilers by name.
 find_program(KORVEL_CLANG NAMES clang-19 REQUIRED)
 find_program(KORVEL_CLANGXX NAMES clang++-19 REQUIRED)
 foreach(language C OBJC)
@@ -36,14 +36,14 @@ find_program(CMAKE_RANLIB NAMES llvm-ranlib-19 REQUIRED)
 find_program(CMAKE_NM NAMES llvm-nm-19 REQUIRED)
 find_program(CMAKE_STRIP NAMES llvm-strip-19 REQUIRED)
 find_program(CMAKE_INSTALL_NAME_TOOL NAMES llvm-install-name-tool-19 REQUIRED)
-# By kind and not by path: the compiler takes the ld64.lld of its own release, and passes a modern
-# linker's arguments only to one it knows.
+# The linker is given by kind, not by path: the compiler then takes the ld64.lld of its own release
+# and passes it modern arguments.
 foreach(kind EXE SHARED MODULE)
   set(CMAKE_${kind}_LINKER_FLAGS_INIT -fuse-ld=lld)
 endforeach()
 
-# A full SDK brings the linker stubs of libSystem and libc++. One without them is filled up at each
-# link, from a reviewed list of names.
+# A full SDK has the linker stubs of libSystem and libc++. For an SDK without them, each link makes
+# stubs from a reviewed list of names.
 if(NOT EXISTS "${MACOSX_SDK}/usr/lib/libSystem.tbd")
   find_program(KORVEL_PYTHON NAMES python3 REQUIRED)
   set(CMAKE_CXX_LINKER_LAUNCHER ${KORVEL_PYTHON} ${CMAKE_CURRENT_LIST_DIR}/link-with-stubs)
@@ -57,10 +57,10 @@ set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 
-# The host's libraries cannot be linked. What is header-only, or comes with its source, is found by
-# the modules beside this file.
+# The host's libraries cannot be linked, so the modules beside this file find libraries that are
+# header-only or come with their source.
 list(PREPEND CMAKE_MODULE_PATH ${CMAKE_CURRENT_LIST_DIR}/modules)
-# Tests are built here and run on a Mac: asking them for their names has to wait until then.
+# The tests run only on a Mac, so their names can be discovered only there.
 set(CMAKE_GTEST_DISCOVER_TESTS_DISCOVERY_MODE PRE_TEST)
 # yaml-cpp and RapidCheck are no header-only libraries, and this system has neither for a Mac.
 set(KORVEL_COMPILED_ONLY

@@ -1,8 +1,8 @@
-# RapidCheck for a cross build: its headers only. What needs it is compiled and not linked.
+# A cross build has RapidCheck's headers only, so programs with it are compiled but not linked.
 include(KorvelHostHeaders)
 if(NOT TARGET rapidcheck)
   korvel_host_headers(rapidcheck PROBE rapidcheck.h ENTRIES rapidcheck.h rapidcheck)
-  # Its headers use what this C++ library marks as old from C++23 on.
+  # The headers use features that this C++ library deprecates since C++23.
   if(TARGET rapidcheck)
     target_compile_definitions(rapidcheck INTERFACE _LIBCPP_DISABLE_DEPRECATION_WARNINGS)
   endif()

@@ -1,5 +1,5 @@
-# yaml-cpp for a cross build: its headers only. What needs it is compiled and put into libraries; no
-# program can be linked with it.
+# A cross build has yaml-cpp's headers only, so sources with it are compiled and put into libraries,
+# but no program with it can be linked.
 include(KorvelHostHeaders)
 if(NOT TARGET yaml-cpp)
   korvel_host_headers(yaml-cpp PROBE yaml-cpp/yaml.h ENTRIES yaml-cpp)

@@ -1,6 +1,6 @@
-# korvel_host_headers(target PROBE header ENTRIES names...): an interface library over header-only
-# libraries of the building system. /usr/include itself must not get on the path: it holds another
-# system's C library. So the named entries are linked into a directory of their own.
+# korvel_host_headers(target PROBE header ENTRIES names...) adds an interface library over
+# header-only libraries of the building system. /usr/include holds another system's C library and
+# must stay off the path, so the named entries are linked into a directory of their own.
 function(korvel_host_headers target)
   cmake_parse_arguments(ARG "" "PROBE" "ENTRIES" ${ARGN})
   string(MAKE_C_IDENTIFIER "KORVEL_HOST_${ARG_PROBE}" found)
