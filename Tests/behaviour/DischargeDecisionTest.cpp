@@ -144,7 +144,7 @@ TEST(DischargeDecisionTest, ReadsTheTemperatureOnlyUnderAClosedLidWithKeepAwakeB
 }
 
 TEST(DischargeDecisionTest, ClosedLidWithoutKeepAwakeComesBeforeEveryOtherRule) {
-  DischargeFacts facts = openLid(20, 10);  // Rebounded, at the floor, below the target.
+  DischargeFacts facts = openLid(20, 10);  // Rebound, floor and target all apply.
   facts.lidClosed = true;
   facts.lidClosedSeconds = 7200;
   EXPECT_EQ(decideDischarge(facts, unread).stop, DischargeStopReason::lidClosed);

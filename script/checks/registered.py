@@ -44,7 +44,7 @@ def known_to(build, *words):
 def check(root, known, on_mac=sys.platform == "darwin"):
     found = [f"{name[:-len('_NOT_BUILT')]}: the test program is not built; its tests cannot run"
              for name in known if name.endswith("_NOT_BUILT")]
-    # Parameterised: Instance/Suite.Name/0; typed: Suite/0.Name; as the discovery prints them.
+    # Parameterised tests are printed as Instance/Suite.Name/0, typed ones as Suite/0.Name.
     plain = set()
     for name in known:
         suite, _, test = name.partition(".")

@@ -161,7 +161,7 @@ SANCTIONED = {
 
 
 DOCUMENT = "docs/architecture.md"
-DOCUMENTED = ("KorvelHelper/", "VirtualMac/")  # Rooms of these have a row in its table.
+DOCUMENTED = ("KorvelHelper/", "VirtualMac/")  # The table has a row for each of these rooms.
 
 
 def room_of(name):

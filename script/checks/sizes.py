@@ -11,7 +11,7 @@ import tree
 
 FUNCTION_LINES = 70
 SEAM_HEADER_LINES, HEADER_LINES, SOURCE_LINES, SHELL_LINES = 80, 150, 400, 150
-# One object with one declaration: the core's fields and their guards are read side by side.
+# The core stays one declaration, so that its fields and their guards are read side by side.
 LONGER = {"KorvelHelper/HelperImpl.h": 230}
 NOT_A_FUNCTION = re.compile(r"^\s*(?:inline\s+)?(?:namespace|class|struct|union|enum|extern)\b|=\s*$")
 

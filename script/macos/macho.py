@@ -131,7 +131,7 @@ class Program:
                 library = self.dylibs[ordinal - 1][1] if known else "any library"
                 yield text_at(self.data, strings + name), library
 
-    # --- Pointers and what hangs on them
+    # --- Pointers and their targets
 
     def offset_of(self, address):
         for segment in self.segments:

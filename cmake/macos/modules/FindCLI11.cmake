@@ -1,4 +1,4 @@
-# CLI11 for a cross build: headers only.
+# A cross build uses CLI11's headers only.
 include(KorvelHostHeaders)
 if(NOT TARGET CLI11::CLI11)
   korvel_host_headers(CLI11::CLI11 PROBE CLI/CLI.hpp ENTRIES CLI)

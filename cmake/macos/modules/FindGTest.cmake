@@ -1,4 +1,4 @@
-# GoogleTest for a cross build, from its source: the tests link for the Mac and run on one.
+# A cross build compiles GoogleTest's source: the tests link for the Mac and run on one.
 find_path(KORVEL_GOOGLETEST_SOURCE googlemock/src/gmock-all.cc
   PATHS /usr/src/googletest NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)
 include(FindPackageHandleStandardArgs)

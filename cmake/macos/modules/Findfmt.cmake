@@ -1,4 +1,4 @@
-# {fmt} for a cross build: its header-only form.
+# A cross build uses {fmt} in its header-only form.
 include(KorvelHostHeaders)
 if(NOT TARGET fmt::fmt)
   korvel_host_headers(fmt::fmt PROBE fmt/core.h ENTRIES fmt)

@@ -1,4 +1,4 @@
-# nlohmann/json for a cross build: headers only.
+# A cross build uses nlohmann/json's headers only.
 include(KorvelHostHeaders)
 if(NOT TARGET nlohmann_json::nlohmann_json)
   korvel_host_headers(nlohmann_json::nlohmann_json PROBE nlohmann/json.hpp ENTRIES nlohmann)
