@@ -13,7 +13,7 @@ if(NOT EXISTS "${MACOSX_SDK}/usr/include" OR NOT EXISTS "${MACOSX_SDK}/System/Li
 endif()
 # Every trial compilation reads this file again, in a project of its own.
 list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES MACOSX_SDK)
-# A trial that links would find every symbol present; link-with-stubs says why.
+# A trial that links would find whatever it asks for; see link-with-stubs.
 set(CMAKE_TRY_COMPILE_TARGET_TYPE STATIC_LIBRARY)
 
 set(CMAKE_OSX_SYSROOT "${MACOSX_SDK}")
