@@ -22,7 +22,7 @@ bool AlarmClock::before(const Alarm& left, const Alarm& right) {
 }
 
 void AlarmClock::ringDue(Nanoseconds uptime) {
-  // What is armed while ringing, even for now, waits for the next round: it cannot starve others.
+  // An alarm armed while ringing, even for now, waits for the next round: it cannot starve others.
   const std::uint64_t lastOfRound = lastOrder;
   while (!heap.empty() && heap.front()->at <= uptime && heap.front()->order <= lastOfRound) {
     Alarm& alarm = *heap.front();

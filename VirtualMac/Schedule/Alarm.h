@@ -11,7 +11,7 @@ namespace virtualmac {
 
 class AlarmClock;
 
-/// Something that is to happen at a point of uptime. Destroying it takes it out of its clock.
+/// An action due at a point of uptime. Destroying the alarm takes it out of its clock.
 class Alarm {
  public:
   Alarm(AlarmClock& alarmClock, std::function<void()> action);
@@ -19,7 +19,7 @@ class Alarm {
   Alarm(const Alarm&) = delete;
   Alarm& operator=(const Alarm&) = delete;
 
-  void arm(Nanoseconds uptime);  ///< Armed before: moved.
+  void arm(Nanoseconds uptime);  ///< Moves an alarm that is armed already.
   void disarm();
   [[nodiscard]] bool isArmed() const { return position != notArmed; }
   [[nodiscard]] Nanoseconds due() const { return at; }
@@ -41,7 +41,7 @@ class AlarmClock {
  public:
   [[nodiscard]] bool empty() const { return heap.empty(); }
   [[nodiscard]] std::size_t size() const { return heap.size(); }
-  /// Of the earliest; only when not empty.
+  /// The earliest alarm's time; only when not empty.
   [[nodiscard]] Nanoseconds earliest() const { return heap.front()->at; }
   /// Rings every alarm that is due at `uptime`; an alarm may arm and disarm any while it rings.
   void ringDue(Nanoseconds uptime);

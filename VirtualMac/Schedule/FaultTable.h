@@ -13,7 +13,7 @@
 
 namespace virtualmac {
 
-/// How often each seam call was made. Differences of two snapshots say what a stretch of time cost.
+/// How often each seam call was made. The difference of two snapshots counts the calls in between.
 struct CallCounts {
   std::array<std::uint64_t, seamCallCount> byCall{};
   std::uint64_t total = 0;
@@ -38,7 +38,7 @@ class FaultTable {
   using RuleId = std::uint64_t;
   static constexpr std::uint64_t forever = std::numeric_limits<std::uint64_t>::max();
 
-  /// What the table decides about one call.
+  /// The table's decision about one call.
   struct Verdict {
     std::optional<InjectedFault> fault;
     double latencySeconds = 0;
@@ -47,11 +47,11 @@ class FaultTable {
 
   RuleId failNth(SeamCall call, std::uint64_t n, InjectedFault fault);
   RuleId failEvery(SeamCall call, std::uint64_t n, InjectedFault fault);
-  /// The n-th and those after it, `count` in all.
+  /// The n-th call and those after it fail, `count` in all.
   RuleId failFrom(SeamCall call, std::uint64_t n, InjectedFault fault,
                   std::uint64_t count = forever);
   RuleId failAlways(SeamCall call, InjectedFault fault);
-  /// Whenever `condition` holds as the call is made.
+  /// The call fails whenever `condition` holds as it is made.
   RuleId failWhen(SeamCall call, std::function<bool()> condition, InjectedFault fault);
   /// Call number k in all, counted as CallCounts::total does, fails with its plain fault. A call
   /// that cannot fail is made as usual.
@@ -77,7 +77,7 @@ class FaultTable {
   [[nodiscard]] const CallCounts& counts() const { return made; }
   /// How many faults were put in the place of calls.
   [[nodiscard]] std::uint64_t injected() const { return injections; }
-  /// The call that failAtCall's number turned out to be, once it was made.
+  /// The call that had failAtCall's number; none: it was not made yet.
   [[nodiscard]] std::optional<SeamCall> callAtFailIndex() const { return failedCall; }
 
  private:

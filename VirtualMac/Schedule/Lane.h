@@ -22,7 +22,7 @@ class VirtualLock;
 /// (and a test that calls into a dead process on its own thread) catches it.
 struct ProcessEnded {};
 
-/// The threads of one process, who die together.
+/// The threads of one process, which die together.
 class ThreadGroup {
  public:
   /// `afterEnd` runs once, when the process has ended and its last thread has unwound.
@@ -30,7 +30,7 @@ class ThreadGroup {
 
   [[nodiscard]] const std::string& name() const { return label; }
   [[nodiscard]] bool alive() const { return !ended; }
-  /// Ended, unwound, and its pending work dropped.
+  /// The process has ended and unwound, and its pending work was dropped.
   [[nodiscard]] bool gone() const { return reaped; }
 
  private:
@@ -44,19 +44,19 @@ class ThreadGroup {
   bool reaped = false;
 };
 
-/// What a blocked lane waits for.
+/// The wait of a blocked lane.
 struct Wait {
   std::string_view what;           ///< "lock", "sync", "group", "time", "main loop".
   std::string_view name = {};      ///< Of the lock or queue; lives as long as the wait.
-  const Lane* holder = nullptr;    ///< Who must move first, if one is known.
-  ThreadGroup* process = nullptr;  ///< Whose end also ends the wait, beside the lane's own.
+  const Lane* holder = nullptr;    ///< The lane that must move first, if one is known.
+  ThreadGroup* process = nullptr;  ///< Its end ends the wait, as that of the lane's own does.
   bool servesInbox = false;        ///< New work ends the wait.
 };
 
 /// One thread of a process, as its program sees it: a serial queue, the main thread, a connection's
 /// thread. Work runs one piece at a time, in the order posted. A lane needs a thread of the
-/// operating system only from the start of a piece of work to its end, and keeps that one all the
-/// while; between pieces it may change.
+/// operating system only from the start of a piece of work to its end; the next piece may use
+/// another.
 class Lane : public std::enable_shared_from_this<Lane> {
  public:
   enum class State : std::uint8_t { Idle, Ready, Running, Blocked };

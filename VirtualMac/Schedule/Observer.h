@@ -13,7 +13,7 @@ class Lane;
 class ThreadGroup;
 class VirtualLock;
 
-/// One timer as it was scheduled.
+/// A timer as it was scheduled.
 struct TimerFacts {
   std::uint64_t id = 0;
   double delaySeconds = 0;
@@ -21,8 +21,8 @@ struct TimerFacts {
   const ThreadGroup* process = nullptr;
 };
 
-/// Sees what the scheduler sees and the journal does not say: locks, timers, waits, calls, and who
-/// works for whom.
+/// Sees events that the journal does not show: locks, timers, waits, calls, and which lane posts
+/// work to which.
 class ScheduleObserver {
  public:
   virtual ~ScheduleObserver() = default;
@@ -34,17 +34,17 @@ class ScheduleObserver {
   virtual void callTakesEffect(const Lane& lane, SeamCall call, bool fails);
   /// `from` has put a piece of work into the queue of `to`: its `number`th, from 1.
   virtual void workPosted(const Lane& from, const Lane& to, std::uint64_t number);
-  /// `lane` begins with a piece of work of its queue, and has ended it without unwinding.
+  /// `lane` begins a piece of work of its queue, and has ended it without unwinding.
   virtual void workBegins(const Lane& lane, std::uint64_t number);
   virtual void workEnds(const Lane& lane, std::uint64_t number);
   /// `lane` begins to deliver a client's message ("setChargeLimit:reply:"), and has delivered it.
   virtual void messageBegins(const Lane& lane, std::string_view selector);
   virtual void messageEnds(const Lane& lane);
-  /// A new connection is put to the delegate of `process`, which has then accepted it or not.
+  /// A new connection is offered to the delegate of `process`, which has then accepted it or not.
   virtual void connectionOffered(const ThreadGroup& process);
   virtual void connectionDecided(const ThreadGroup& process, bool accepted);
-  /// The handler of a connection that is over is about to run, and has returned. Nothing orders
-  /// this after the decision.
+  /// The invalidation handler of an ended connection is about to run, and has returned. This may
+  /// come before the decision.
   virtual void connectionEnding(const ThreadGroup& process);
   virtual void connectionEnded(const ThreadGroup& process);
   virtual void timerStarted(const TimerFacts& timer);
@@ -53,11 +53,11 @@ class ScheduleObserver {
   virtual void timerFires(const TimerFacts& timer);
   /// The body has returned.
   virtual void timerDone(const TimerFacts& timer);
-  /// `lane` was blocked in a wait ("group", "sync", "lock") for so long.
+  /// `lane` was blocked for `seconds` in a wait: "group", "sync" or "lock".
   virtual void waited(const Lane& lane, std::string_view what, double seconds);
 };
 
-/// Who is told.
+/// Tells each event to every observer, in the order in which they were added.
 class ScheduleObservers {
  public:
   void add(ScheduleObserver& observer) { observers.push_back(&observer); }

@@ -10,7 +10,7 @@ namespace virtualmac {
 
 namespace {
 
-/// Of the thread of the operating system; set while it carries a lane.
+/// Set while this thread of the operating system carries a lane.
 thread_local Lane* carriedLane = nullptr;
 thread_local const Scheduler* carrierOf = nullptr;
 
@@ -161,7 +161,7 @@ void Scheduler::serveInbox() {
 void Scheduler::end(ThreadGroup& process) {
   if (process.ended) return;
   process.ended = true;
-  // What has not begun never does; what has begun unwinds.
+  // Work that has not begun never will; work that has begun unwinds.
   std::erase_if(ready, [&process](const std::shared_ptr<Lane>& lane) {
     const bool unbegun = lane->group == &process && lane->carrier == nullptr;
     if (unbegun) lane->state = Lane::State::Idle;
@@ -209,8 +209,8 @@ void Scheduler::handTo(std::shared_ptr<Lane> next) {
     idleWorker().start(*this, std::move(next));
     return;
   }
-  // A lane in the middle of work is kept by its carrier; from `give` on it is no longer ours, not
-  // even to let go of.
+  // A lane in the middle of work is kept alive by its carrier. From `give` on this thread must not
+  // touch it, not even to drop a reference.
   BatonPass& carrier = *next->carrier;
   next = nullptr;
   carrier.give();
@@ -232,7 +232,7 @@ void Scheduler::serve(Worker& worker, std::shared_ptr<Lane> lane) {
     std::shared_ptr<Lane> next = pick();
     lane = nullptr;
     if (next->carrier != nullptr) {
-      // Everything before the hand-over: afterwards this worker may be started again at once.
+      // The worker becomes idle before the hand-over: right afterwards it may be started again.
       idle.push_back(&worker);
       handTo(std::move(next));
       return;
@@ -252,7 +252,7 @@ void Scheduler::runNextWork(Lane& lane, BatonPass& carrier) {
     lane.inbox.pop_front();
     work();
   } catch (const ProcessEnded&) {
-    // The thread has unwound; nothing is left of it.
+    // The thread of an ended process has unwound, as it should.
   }
   const bool ended = lane.group != nullptr && lane.group->ended;
   if (!lane.held.empty() && !ended) korvel::trap("a piece of work ended with a lock held");
@@ -367,9 +367,9 @@ void Scheduler::reportStuck(std::string text) {
 }
 
 bool Scheduler::someoneWaitsForEver() const {
-  // The driver may yet give back what it holds.
+  // The driver may still release the locks that it holds.
   if (!driverLane->held.empty()) return false;
-  // What time would end goes on after the wake, and with it what waits for that.
+  // Timed waits go on after the wake, and may then end those without a time-out.
   const auto timed = [](const Lane* lane) { return lane->waking.isArmed(); };
   if (clock.asleep() && std::any_of(blocked.begin(), blocked.end(), timed)) return false;
   return std::any_of(blocked.begin(), blocked.end(), [](const Lane* lane) {

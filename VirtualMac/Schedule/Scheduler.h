@@ -18,7 +18,8 @@
 
 namespace virtualmac {
 
-/// Nobody can ever run again, or nobody lets time pass. The text says who waits for whom.
+/// Thrown when no lane can ever run again, or when work goes on without time passing. The text
+/// names the lanes and their waits.
 class StuckError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -28,21 +29,21 @@ class StuckError : public std::runtime_error {
 ///
 /// Terms. A *lane* is a thread as the program sees it. The *baton* is the right to run; exactly one
 /// thread has it. The *driver* is the thread that made the scheduler, a test's: it has the baton
-/// until it drives, and gets it back when what it drove for has come.
+/// until it drives, and gets it back when that drive is over.
 ///
-/// Normal flow. Whoever gives up the baton (at a wait, the end of a piece of work, a platform call
-/// that takes time) picks the next lane itself; if that is itself, nothing is switched. Only when
-/// no lane can run does time jump, to the next alarm or the next event of the machine. Lanes run in
-/// the order in which they became ready, or as the seed says; with a seed, a lane may also be
-/// interrupted at posts, locks and platform calls.
+/// Normal flow. The thread that gives up the baton (at a wait, the end of a piece of work, a
+/// platform call that takes time) picks the next lane; if it picks its own, nothing is switched.
+/// Time jumps only when no lane can run: to the next alarm or the next event of the machine. Lanes
+/// run in the order in which they became ready, or in one drawn from the seed; with a seed, a lane
+/// may also be interrupted at posts, locks and platform calls.
 ///
-/// What ends it. A process ends at once: no alarm or work of it begins any more, and its lanes,
-/// first of all lanes, unwind from the point where they wait or make their next call.
+/// End of a process. It takes effect at once: no alarm or queued work of it begins any more. Its
+/// lanes run before all others, and unwind from the point where they wait or make their next call.
 ///
 /// Threads. All state belongs to the holder of the baton; handing it over orders memory.
 ///
-/// Failure. Lanes that wait for each other, a driver that waits for what cannot come, and work that
-/// goes on without time are thrown to the driver as StuckError.
+/// Failure. The driver gets a StuckError when lanes wait for each other, when it waits for
+/// something that cannot come, and when work goes on without time passing.
 class Scheduler {
  public:
   enum class Order : std::uint8_t { Fifo, Seeded };
@@ -58,7 +59,7 @@ class Scheduler {
   Scheduler(const Scheduler&) = delete;
   Scheduler& operator=(const Scheduler&) = delete;
 
-  // The driver's
+  // For the driver
   /// Runs everything that is due within `duration`, its end included, and lets it pass.
   void runFor(Nanoseconds duration);
   /// Runs everything that is due now.
@@ -68,14 +69,14 @@ class Scheduler {
   /// Ends a process from outside and returns when it is gone.
   void killAndUnwind(ThreadGroup& process);
 
-  // Anyone's who has the baton
+  // For the holder of the baton
   /// Marks a process as ended. The caller, if it is one of its lanes, unwinds by itself.
   void end(ThreadGroup& process);
-  /// Adds work to a lane. Of a process that has ended: dropped.
+  /// Adds work to a lane; drops it when the lane's process has ended.
   void post(Lane& lane, korvel::Task work);
   /// A chance for others to run, taken when the seed says so.
   void mayInterrupt();
-  /// Gives up the baton until uptime `due`. `process`: whose call takes that long.
+  /// Gives up the baton until uptime `due`. `process` made the call that takes so long.
   void sleepUntil(Nanoseconds due, ThreadGroup* process);
   /// Gives up the baton until woken; false: `timeout` came first.
   bool block(Wait wait, std::optional<Nanoseconds> timeout = {});

@@ -11,7 +11,7 @@
 
 namespace virtualmac {
 
-/// The process's signals. Sources share it, so that it does not matter who goes first.
+/// The process's signals, shared with the sources, so that either may be destroyed first.
 struct VirtualDispatch::Signals {
   struct Source {
     int number = 0;

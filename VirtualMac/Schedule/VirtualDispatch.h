@@ -27,11 +27,10 @@ class VirtualDispatch final : public korvel::Dispatch {
   void ignoreDefaultAction(int signalNumber) override;
   [[noreturn]] void runMainLoop() override;
 
-  /// A signal arrives: every resumed source hears it. False: it is not ignored, so its default
-  /// action ends the process, sources or not.
+  /// Delivers a signal to every resumed source. False: the signal is not ignored, so its default
+  /// action ends the process, even when a source has heard it.
   bool deliverSignal(int signalNumber);
   [[nodiscard]] bool ignoresDefaultAction(int signalNumber) const;
-  /// Adds work to the main queue.
   void postToMain(korvel::Task work);
 
  private:

@@ -28,7 +28,7 @@ void VirtualLock::lock() {
 void VirtualLock::waitForTurn(Lane& lane) {
   const bool taken = holder == &lane;
   const Nanoseconds since = scheduler.time().uptime();
-  // Also leaves the line when the wait ends by an exception.
+  // Leaves the line even when the wait ends by an exception.
   struct Place {
     VirtualLock& lock;
     Lane& lane;

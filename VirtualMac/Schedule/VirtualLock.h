@@ -9,8 +9,8 @@
 
 namespace virtualmac {
 
-/// A plain lock under the baton: handed to whoever waited longest. Taking it twice is a deadlock,
-/// and reported as one.
+/// A plain lock under the baton, handed to the lane that waited longest. Taking it twice is a
+/// deadlock, and is reported as one.
 class VirtualLock final : public korvel::LockPrimitive {
  public:
   VirtualLock(Scheduler& baton, ThreadGroup& owner, const ScheduleObservers& watchers,
@@ -19,7 +19,6 @@ class VirtualLock final : public korvel::LockPrimitive {
   void lock() override;
   void unlock() override;
 
-  /// The label with which it was made.
   [[nodiscard]] const std::string& name() const { return label; }
 
  private:

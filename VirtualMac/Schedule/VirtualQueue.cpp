@@ -22,7 +22,7 @@ void VirtualQueue::async(korvel::Task work) {
 korvel::Task VirtualQueue::observed(korvel::Task work) {
   const std::uint64_t number = ++posted;
   observers.tell(&ScheduleObserver::workPosted, scheduler.current(), *own, number);
-  // The queue itself may be gone when its lane comes to it.
+  // The queue itself may be gone by the time its lane runs the work.
   return [&watchers = observers, &lane = *own, number, body = std::move(work)]() mutable {
     watchers.tell(&ScheduleObserver::workBegins, lane, number);
     body();
@@ -73,7 +73,7 @@ void VirtualQueue::sync(korvel::Task work) {
   while (!meeting->over) {
     scheduler.block(
         Wait{.what = "sync", .name = own->name(), .holder = own.get(), .process = process});
-    // Begun work refers to the caller's stack: the caller may not unwind before it.
+    // Work that has begun refers to the caller's stack: the caller must not unwind before its end.
     if (!meeting->begun) scheduler.requireAlive(process);
   }
   scheduler.requireAlive(process);

@@ -23,7 +23,7 @@ class VirtualQueue final : public korvel::WorkQueue {
   [[nodiscard]] const std::shared_ptr<Lane>& lane() const { return own; }
 
  private:
-  /// The work, with what observers are told about it.
+  /// Tells observers of the posted work, and wraps it so that they hear it begin and end.
   korvel::Task observed(korvel::Task work);
 
   Scheduler& scheduler;
@@ -32,7 +32,7 @@ class VirtualQueue final : public korvel::WorkQueue {
   std::uint64_t posted = 0;
 };
 
-/// What a timer and its firings share: the timer may be destroyed by the firing itself.
+/// Shared by a timer and its firings, since a firing may destroy the timer.
 class TimerCore : public std::enable_shared_from_this<TimerCore> {
  public:
   TimerCore(Scheduler& baton, std::shared_ptr<Lane> thread, const ScheduleObservers& watchers,

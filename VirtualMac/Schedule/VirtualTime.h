@@ -25,7 +25,7 @@ class SchedulerClock {
   virtual Nanoseconds total() = 0;   ///< Since the start.
   virtual Nanoseconds uptime() = 0;  ///< Of that, awake: the clock of timers and waits.
   virtual bool asleep() = 0;         ///< Nothing runs, and uptime stands still.
-  /// Until something happens by itself; 0: it is due now; none: nothing ahead.
+  /// The time until the next event of the machine's own; 0: due now; none: nothing ahead.
   virtual std::optional<Nanoseconds> untilNextEvent() = 0;
   /// Never past the next event.
   virtual void advance(Nanoseconds duration) = 0;

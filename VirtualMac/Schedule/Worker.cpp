@@ -7,7 +7,7 @@
 namespace virtualmac {
 
 void BatonPass::give() {
-  // Notified under the guard: the waiter may be gone with this object right after it wakes.
+  // Notifies under the guard, because the waiter may destroy this object right after it wakes.
   const std::lock_guard hold(guard);
   present = true;
   given.notify_one();

@@ -11,8 +11,8 @@ namespace virtualmac {
 class Lane;
 class Scheduler;
 
-/// Where a thread waits for the baton. Giving before waiting is remembered. Whatever the giver did
-/// before is seen by the one who was waiting.
+/// A thread waits here for the baton. A baton given before the wait is remembered. The waiter sees
+/// everything that the giver did before.
 class BatonPass {
  public:
   void give();
