@@ -11,8 +11,8 @@ namespace virtualmac {
 
 namespace {
 
-/// One percent an hour is a whole number of units a nanosecond, and so is every rate with up to
-/// four decimals; a full battery still fits.
+/// In these units every rate with up to four decimals of a percent an hour is a whole number of
+/// units a nanosecond, and a full battery still fits into 64 bits.
 constexpr std::int64_t rateUnit = 10'000;
 constexpr std::int64_t unitsPerPercent = rateUnit * 3600 * nanosecondsPerSecond;
 constexpr std::int64_t fullCharge = 100 * unitsPerPercent;
@@ -22,14 +22,14 @@ constexpr std::int64_t halfPercent = unitsPerPercent / 2;
 constexpr Nanoseconds temperatureStep = 10 * nanosecondsPerSecond;
 constexpr std::int64_t temperatureLagSteps = 90;  ///< A quarter of an hour.
 
-/// What is left of the charge rate at a full battery.
+/// The part of the charge rate that is left near a full battery.
 constexpr double taperFloor = 0.1;
 
 std::int64_t microdegreesOf(double celsius) {
   return static_cast<std::int64_t>(std::llround(celsius * 1e6));
 }
 
-/// As short as it can be told: 64, 45.5.
+/// The shortest form of a number: 64, 45.5.
 std::string numberText(double number) {
   char text[32];
   std::snprintf(text, sizeof text, "%g", number);

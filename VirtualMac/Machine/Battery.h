@@ -9,11 +9,11 @@
 
 namespace virtualmac {
 
-/// What a temperature, the pack's or the room's, can be set to by a person, a story or a profile.
+/// The range in which the pack's or the room's temperature can be set, by anybody.
 inline constexpr double lowestCelsius = -40;
 inline constexpr double highestCelsius = 120;
 
-/// What decides where the battery's charge goes.
+/// The conditions that decide how the charge and the temperature move.
 struct BatteryConditions {
   bool adapterConnected = false;
   bool inflowInhibited = false;
@@ -60,8 +60,8 @@ class Battery {
   /// Hundredths of a degree Celsius.
   [[nodiscard]] std::int64_t temperatureHundredths() const;
   void setAmbientCelsius(double celsius);
-  /// Holds the temperature at a value; none lets it move again from there. By hand, or without a
-  /// line in the journal by a fault, which has one of its own.
+  /// Holds the temperature at a value; none lets it move again from there. A fault uses `override`,
+  /// which journals nothing, as the fault has a line of its own.
   void setTemperatureCelsius(std::optional<double> celsius);
   void overrideTemperatureCelsius(std::optional<double> celsius);
 
@@ -89,7 +89,7 @@ class Battery {
   MachineContext& context;
   BatteryProfile profile;
   BatteryConditions now;
-  std::int64_t charge = 0;  ///< In units so small that rates a nanosecond are whole.
+  std::int64_t charge = 0;  ///< In units small enough for whole rates a nanosecond.
   std::int64_t ratePerNanosecond = 0;
   bool nativeHold = false;  ///< The native limit has been reached and holds.
   std::int64_t microdegrees = 0;

@@ -43,7 +43,7 @@ class CodeSignatures {
   bool setPath(std::string_view path, std::string_view identityName);
   bool setPid(std::int32_t pid, std::string_view identityName);
   void removePid(std::int32_t pid);
-  /// Null: nothing known there.
+  /// Null: no known program is there.
   [[nodiscard]] const SigningIdentity* atPath(std::string_view path) const;
   [[nodiscard]] const SigningIdentity* ofPid(std::int32_t pid) const;
 

@@ -7,8 +7,8 @@
 
 namespace virtualmac {
 
-/// A moment of its acceptance at which a new connection of the service ends by itself. Its
-/// invalidation handler runs then on a thread of the connection's, beside the one that accepts.
+/// The moment, during its acceptance, at which a new connection of the service breaks. Its
+/// invalidation handler then runs on a thread of the connection, beside the one that accepts.
 enum class ConnectionBreak : std::uint8_t {
   AtHandler,   ///< When the handler is set; it has run before the setting returns.
   InResume,    ///< It has run before resume returns.

@@ -34,14 +34,14 @@ struct FileFacts {
 ///   disk  state.json replaced: 12 bytes
 ///   disk  state.json removed
 ///
-/// Fault model. Written bytes are durable once the file was synced, and entries (new, replaced,
-/// removed names) once their directory was, or 30 s later by themselves. A power loss keeps, drawn
-/// from the seed, a prefix of each file's younger bytes and a prefix of each directory's younger
-/// operations; one operation is all or nothing, so a replaced name leads to the old or to the new
-/// file. The disk can be full, read-only, or fail any call with any errno. Anything can stand in
-/// the place of a file: a link, a FIFO, a directory, a huge file. A killed process loses nothing.
-/// Not modelled: bit rot, a disk that lies about a sync, ownership, lost modes; opening a FIFO,
-/// which would block, fails.
+/// Fault model. Written bytes become durable when the file is synced, and entries (new, replaced,
+/// removed names) when their directory is; 30 s later both do by themselves. Of the bytes of a file
+/// and the operations of a directory that are not yet durable, a power loss keeps the first ones;
+/// the seed decides how many. An operation is all or nothing, so a replaced name leads to the old
+/// or to the new file. The disk can be full, read-only, or fail any call with any errno. Anything
+/// can stand in the place of a file: a link, a FIFO, a directory, a huge file. A killed process
+/// loses nothing. Not modelled: bit rot, a disk that lies about a sync, ownership, lost modes;
+/// opening a FIFO, which would block, fails.
 class Disk {
  public:
   Disk(MachineContext& shared, std::uint64_t seed);
@@ -73,7 +73,7 @@ class Disk {
 
   /// Makes everything durable, as an orderly shutdown does.
   void syncAll();
-  /// Drops what was not synced.
+  /// Drops unsynced data, as told above.
   void powerLoss();
 
  private:

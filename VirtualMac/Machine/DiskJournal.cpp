@@ -18,7 +18,7 @@ json objectIn(const FileCopy& file) {
   return parsed.is_object() ? parsed : json(nullptr);
 }
 
-/// Words stand as they are; everything else as JSON, so that a line can be told apart again.
+/// Words are written as they are, everything else as JSON, so that a line can be parsed again.
 std::string valueText(const json& value) {
   if (!value.is_string()) return value.dump();
   const auto& text = value.get_ref<const std::string&>();

@@ -16,7 +16,7 @@ enum class FileKind : std::uint8_t { Plain, Directory, Symlink, Fifo };
 /// A file, directory, symbolic link or FIFO.
 struct DiskNode {
   using Entries = std::map<std::string, std::shared_ptr<DiskNode>, std::less<>>;
-  /// Names that one operation gave or took (null) together.
+  /// The names that one operation added or, as null, removed.
   struct Change {
     Entries names;
     Nanoseconds madeAt = 0;

@@ -7,9 +7,8 @@ namespace virtualmac {
 
 class SMC;
 
-/// The power adapter. Journals `mac   adapter connected`, `mac   adapter disconnected`, `mac
-/// adapter renegotiated` and, with an inflow inhibit in force, `mac   adapter renegotiated (inflow
-/// inhibit dropped)`.
+/// The power adapter. Journals `mac   adapter connected`, `mac   adapter disconnected` and
+/// `mac   adapter renegotiated`, followed by ` (inflow inhibit dropped)` when one was in force.
 ///
 /// Fault model. It comes, goes and renegotiates at any moment; its state may be unreadable (a fault
 /// of Registry). Not modelled: an adapter too weak for the machine.
@@ -28,8 +27,8 @@ class Adapter {
   MachineContext& context;
 };
 
-/// The lid and the external display. Journals `mac   lid closed`, `mac   lid opened`, `mac
-/// display connected`, `mac   display disconnected`.
+/// The lid and the external display. Journals `mac   lid closed`, `mac   lid opened`,
+/// `mac   display connected`, `mac   display disconnected`.
 ///
 /// Fault model. Both change at any moment; the lid's state may be unreadable (a fault of Registry);
 /// a desktop has no lid.

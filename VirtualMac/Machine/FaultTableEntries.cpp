@@ -21,7 +21,7 @@ constexpr std::string_view rootDomainClass = "IOPMrootDomain";
 constexpr korvel::KernReturn notPermitted = static_cast<korvel::KernReturn>(0xE00002E2U);
 constexpr double longestSeconds = 1e6;
 
-/// What more than one fault changes; of those, one is on at a time.
+/// The targets that several faults share; of the faults with one target, one is on at a time.
 constexpr std::string_view openingTarget = "the opening of AppleSMC";
 constexpr std::string_view capacityTarget = "the current capacity";
 constexpr std::string_view temperatureTarget = "the temperature";
@@ -140,7 +140,7 @@ void offeredLimits(Machine& mac, Args& args, bool on) {
   mac.powerUI.offeredLimits = on ? PropertyValue(limits) : mac.profile().powerUI.offeredLimits;
 }
 
-/// Whether there is a file call of this name that can fail; else the complaint names them.
+/// Complains, naming those that exist, unless there is a file call of this name that can fail.
 void expectFileCall(Args& args) {
   std::string all;
   for (const SeamCallDescription& call : seamCalls) {
@@ -342,7 +342,7 @@ double FaultArguments::real(std::size_t index, double low, double high) {
   const std::string& word = words[index];
   char* end = nullptr;
   const double value = std::strtod(word.c_str(), &end);
-  // Not a number is not within any bounds.
+  // A NaN is within no bounds.
   const bool within = value >= low && value <= high;
   if (word.empty() || *end != '\0' || !within) {
     char bounds[64];

@@ -11,8 +11,8 @@
 
 namespace virtualmac {
 
-/// The words after a fault's name. Reading one that is not what it should be leaves a complaint,
-/// and the reader's result is then not to be used.
+/// The words after a fault's name. Reading a wrong one leaves a complaint; its value must not be
+/// used.
 class FaultArguments {
  public:
   static constexpr std::size_t anyNumber = SIZE_MAX;
@@ -35,15 +35,15 @@ class FaultArguments {
   std::span<const std::string> words;
 };
 
-/// One fault and what switching it does.
+/// One fault and the function that switches it.
 struct FaultEntry {
   FaultDescription description;
   std::size_t needed = 0;     ///< Arguments needed to switch it on.
-  std::size_t accepted = 0;   ///< Most that it takes.
-  std::size_t selectors = 0;  ///< Leading arguments that say which; needed to switch it off too.
+  std::size_t accepted = 0;   ///< The most that it takes.
+  std::size_t selectors = 0;  ///< Leading arguments, such as a key, that switching off needs too.
   void (*apply)(Machine& machine, FaultArguments& arguments, bool on) = nullptr;
   bool momentary = false;  ///< Happens once; there is nothing to switch off.
-  /// What faults that cannot be on together change; empty: this fault alone does.
+  /// Faults with the same target replace each other. Empty: none.
   std::string_view target = {};
 };
 

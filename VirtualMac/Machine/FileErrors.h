@@ -9,7 +9,7 @@
 
 namespace virtualmac {
 
-// What reading and replacing files fail with, on the disk in memory and on a real one.
+// The errors of reading and replacing files, on the disk in memory and on a real one.
 
 /// A larger file is not read.
 inline constexpr std::size_t largestReadableFile = std::size_t{16} << 20U;

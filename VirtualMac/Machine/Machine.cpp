@@ -12,10 +12,10 @@ namespace {
 /// 2026-01-01T00:00:00Z: every run of a machine begins on the same day.
 constexpr double firstDay = 788918400;
 
-/// From here down the machine, when it runs from its battery, sleeps to save the rest.
+/// At this level and below, a machine that runs from its battery goes to sleep.
 constexpr int lowBatteryPercent = 2;
 
-/// Settling ends after a few rounds; a machine that never does has a defect.
+/// Settling takes a few rounds; a machine that needs more than this has a defect.
 constexpr int mostSettlingRounds = 1000;
 
 constexpr int killSignal = 9;

@@ -37,20 +37,19 @@ struct ProcessEnd {
 
 /// A whole Mac as a plain model: no threads, no real time, no I/O. Callers serialise.
 ///
-/// What a person, the hardware or a helper does takes effect at once on the part concerned
-/// (`mac.lid .close()`, `process.smc.callStruct(…)`); what follows from it elsewhere (sleep, a new
-/// charge rate) happens when the machine settles, in `advance`, also by 0. While something is due,
-/// `nextEvent()` is 0. So no call into the machine ever sends power messages from inside a helper's
-/// call.
+/// A deed of a person, the hardware or a helper takes effect at once on the part concerned
+/// (`mac.lid.close()`, `process.smc.callStruct(…)`). Its consequences elsewhere (sleep, a new
+/// charge rate) follow when the machine settles, in `advance`, also by 0; while one is due,
+/// `nextEvent()` is 0. So power messages are never sent from inside a helper's call.
 ///
 /// Journals `proc  helper 412 started`, `proc  helper 412 exited 0`, `proc  helper 412 killed by
 /// signal 9`, `mac   reboot`, `mac   power lost`, `mac   battery empty, power lost`, `mac   powered
-/// on`, and what it is told was done to it.
+/// on`, and every text passed to `tell`.
 ///
-/// Fault model: the parts', and these. Power can be lost at any moment, which ends every process
-/// and drops what the disk had not synced; a battery that runs empty without the adapter does the
-/// same by itself. A reboot ends every process and forgets SleepDisabled. SMC values, the native
-/// limit, lid, adapter and battery survive both.
+/// Fault model, beside those of the parts. Power can be lost at any moment, which ends every
+/// process and drops what the disk had not synced; a battery that runs empty without the adapter
+/// does the same by itself. A reboot ends every process and forgets SleepDisabled. SMC values, the
+/// native limit, lid, adapter and battery survive both.
 class Machine {
  public:
   /// `journal`'s clock is best made from totalSeconds().
@@ -94,34 +93,34 @@ class Machine {
   [[nodiscard]] korvel::Date wallClock() const;
   void setWallClock(korvel::Date now);
 
-  /// Journals what was done to the machine as a whole and is not told by one of its parts.
+  /// Journals a deed that concerns the whole machine, so that none of its parts journals it.
   void tell(std::string whatWasDone);
   /// Journals `proc  signal 15 to helper 412`.
   void tellSignal(std::int32_t pid, int number);
 
   /// The processes of the helper; several at once are possible. `pid` must be free.
   std::shared_ptr<HelperProcess> startProcess(std::int32_t pid);
-  /// Drops what dies with the process. Unknown or ended: nothing happens.
+  /// Drops what dies with the process. Does nothing when it is unknown or has ended.
   void endProcess(std::int32_t pid, ProcessEnd how = {});
   [[nodiscard]] std::shared_ptr<HelperProcess> process(std::int32_t pid) const;
 
   /// Ends every process. The caller stops helpers the orderly way first, if it wants that.
   void reboot();
   void powerLoss();
-  /// Off since the battery ran empty; the adapter brings it up again.
+  /// True after the battery ran empty, until the adapter brings the machine up again.
   [[nodiscard]] bool isOff() const { return off; }
-  /// Called by reboot, powerLoss and an empty battery, before processes are ended: whoever runs the
-  /// helper stops it here.
+  /// Called by reboot, powerLoss and an empty battery, before processes are ended, so that the
+  /// owner of the helper can stop it.
   void setDownHandler(std::function<void(std::string_view cause)> handler);
 
   /// Seconds that a call takes, for the gate.
   [[nodiscard]] double latencySeconds(SeamCall call) const;
   void setLatencySeconds(SeamCall call, double seconds);
 
-  /// What the main bundle's information holds; "CFBundleShortVersionString" at first.
+  /// The main bundle's information; at first it holds "CFBundleShortVersionString" alone.
   korvel::PropertyValue::Dictionary bundleInformation;
   std::optional<std::string> bundleExecutablePath{std::string(helperProgramPath)};
-  /// Every new connection of the helper's service ends by itself at this moment.
+  /// Every new connection of the helper's service breaks at this moment.
   std::optional<ConnectionBreak> connectionsBreak;
   /// Lines of the faults that are on; kept by setFault.
   std::vector<std::string> activeFaultLines;

@@ -8,10 +8,9 @@
 
 namespace virtualmac {
 
-/// Names that one process holds for objects of one sort: never 0, not handed out again for sixteen
-/// million names, and with a low byte of their sort, so that a name used in the wrong table is not
-/// found there.
-/// Few names live at once, so a flat list beats a map.
+/// The names by which one process knows objects of one sort. A name is never 0, and returns only
+/// after sixteen million others. Its low byte tells the sort, so that no other table finds it. Few
+/// names live at once, so a flat list beats a map.
 template <class Object>
 class NameTable {
  public:

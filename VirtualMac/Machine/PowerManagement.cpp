@@ -17,7 +17,7 @@ constexpr std::string_view sleepDisabledKey = "SleepDisabled";
 /// A process that let this many announcements time out is not waited for any more.
 constexpr int toleratedTimeouts = 3;
 
-/// Identifiers of the messages are handed out in steps, as the kernel's look.
+/// Message identifiers go up in steps, like the kernel's.
 constexpr std::intptr_t notificationIDStep = 2;
 
 double secondsIn(const korvel::PropertyValue& value) {
@@ -221,7 +221,7 @@ void PowerManagement::announce(std::uint32_t messageType, bool acknowledged) {
     context.journal.record<EffectID::messageSent>(messageText(messageType), each.pid);
     outgoing.emplace_back(each.deliver, message);
   }
-  // A delivery may come back into the machine, so the list is not walked while delivering.
+  // A delivery may call back into the machine, so the registrations are not walked meanwhile.
   for (const auto& [deliver, message] : outgoing) deliver(message);
   acknowledgementsDue = uptimeNow + fromSeconds(acknowledgementSeconds);
 }
@@ -353,7 +353,7 @@ Nanoseconds PowerManagement::untilNextEvent() const {
   }
   if (sleepPhase != SleepPhase::Awake) next = std::min(next, acknowledgementsDue - uptimeNow);
   const Nanoseconds idleFor = uptimeNow - idleSince;
-  // Once the idle time is over, only a change can let the machine sleep, and that is settled then.
+  // Once the idle time is over, only a change can let the machine sleep; settling sees it.
   if (sleepPhase == SleepPhase::Awake && idleSleepAfter > idleFor) {
     next = std::min(next, idleSleepAfter - idleFor);
   }

@@ -34,12 +34,14 @@ namespace virtualmac {
 ///   power awake (lid opened)
 ///   mac   touched, mac   idle sleep after 10 min, mac   idle sleep off
 ///
-/// Who holds off what: SleepDisabled every sleep but low battery; a user-idle or system-sleep
-/// assertion idle sleep (the system one on adapter power only, and then a requested sleep too); an
-/// external display together with the adapter lid sleep. Idle sleep asks (can-sleep) first; every
-/// sleep is announced (will-sleep), and waits up to 30 s for each registered process's
-/// acknowledgement; a process that timed out three times is no longer waited for. What is due
-/// happens when the machine settles, never inside a helper's call.
+/// Sleep, unless the battery is low, is held off by:
+///   SleepDisabled                       every sleep
+///   an assertion against idle sleep     idle sleep
+///   an assertion against system sleep   idle and requested sleep, on adapter power only
+///   an external display                 lid sleep, on adapter power only
+/// Idle sleep asks first (can-sleep). Every sleep is announced (will-sleep), and waits up to 30 s
+/// for the acknowledgement of each registered process, but for none that has timed out three times.
+/// Due events happen when the machine settles, never inside a helper's call.
 ///
 /// Fault model. Creating or releasing assertions and writing the setting can be refused with any
 /// code (for the second assertion type separately); registration can fail; acknowledgements can be
@@ -58,7 +60,7 @@ class PowerManagement {
   korvel::KernReturn setSystemPowerSetting(std::string_view key, bool value, bool privileged);
   korvel::PropertyValue copySystemPowerSettings();
   [[nodiscard]] bool sleepDisabled() const { return sleepDisabledSetting.value_or(false); }
-  /// As the user or another program does it; none: as if never stored.
+  /// Sets it as the user or another program does; none: as if never stored.
   void setSleepDisabledExternally(std::optional<bool> value);
 
   /// Sleep and wake. A request that is held off is journalled and forgotten; lid and idle sleep
@@ -85,8 +87,8 @@ class PowerManagement {
   using Deliver = std::function<void(const PowerMessage&)>;
   void addRegistration(std::int32_t pid, korvel::ObjectRef notifier, Deliver deliver);
   void removeRegistration(std::int32_t pid, korvel::ObjectRef notifier);
-  /// IOAllowPowerChange: the process agrees with the message that it was sent under this id. A
-  /// kernel code: bad argument for an id that is not awaited from this registration.
+  /// IOAllowPowerChange: acknowledges the message with this id. Returns bad argument for an id that
+  /// is not awaited from this registration.
   korvel::KernReturn acknowledge(std::int32_t pid, korvel::ObjectRef notifier,
                                  std::intptr_t notificationID);
 

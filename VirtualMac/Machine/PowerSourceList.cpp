@@ -12,7 +12,7 @@ namespace {
 using korvel::HandleRef;
 using korvel::PropertyValue;
 
-/// An element's handle says which of the snapshot's sources it is, and differs from every name.
+/// An element's handle is this and its index in the snapshot; it differs from every name.
 constexpr HandleRef elementBase = 0x7e0000;
 
 PropertyValue describe(const OtherPowerSourceProfile& source) {

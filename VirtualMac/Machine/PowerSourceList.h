@@ -17,7 +17,7 @@ class Battery;
 class Adapter;
 
 /// The power sources as the system lists them: other sources that come first, the internal battery,
-/// the rest. A snapshot keeps what it saw, whatever happens later.
+/// the rest. A snapshot never changes.
 ///
 /// Fault model. No snapshot at all; no list; a list that is not an array; an empty list (also what
 /// a power daemon that cannot be reached looks like); a battery without a current capacity, or with

@@ -31,8 +31,8 @@ inline constexpr std::array<std::string_view, 7> smartChargeMethods{
 ///
 /// Fault model. The framework, the class or any method can be missing; the machine can be
 /// unsupported; init can give nothing; each of the three calls with an error slot can fill it; the
-/// setter can refuse without an error, or keep the limit that was; the offered limits can be
-/// any value at all. Not modelled: a limit that the system changes by itself.
+/// setter can refuse without an error, or succeed and keep the old limit; the offered limits can be
+/// any value. Not modelled: a limit that the system changes by itself.
 class PowerUI {
  public:
   PowerUI(const PowerUIProfile& profile, MachineContext& shared);

@@ -48,7 +48,7 @@ PropertyValue propertyFrom(const Json& value) {
   }
 }
 
-/// Arrays and objects within each other.
+/// The nesting of arrays and objects.
 std::size_t depthOf(const Json& value) {
   if (!value.is_structured()) return 0;
   std::size_t deepest = 0;
@@ -56,7 +56,7 @@ std::size_t depthOf(const Json& value) {
   return deepest + 1;
 }
 
-/// An offer too deep to travel to a helper would end every helper of this machine.
+/// Refuses an offer that fits into no frame: it would end every helper of this machine.
 void readOffer(ProfileReader& reader, PowerUIProfile& powerUI) {
   const Json* value = reader.field("offeredLimits");
   if (value == nullptr) return;

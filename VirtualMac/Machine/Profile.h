@@ -19,7 +19,7 @@ struct SMCKeyProfile {
   std::vector<std::uint8_t> bytes;  ///< Zero-padded to `size`.
 };
 
-/// Where the battery's figures sit in the registry.
+/// The place of the battery's figures in the registry.
 enum class BatteryLayout : std::uint8_t { Root, Pack };
 
 struct BatteryProfile {
@@ -52,13 +52,13 @@ struct OtherPowerSourceProfile {
 struct PowerUIProfile {
   bool present = false;
   bool supported = true;
-  korvel::PropertyValue offeredLimits;  ///< Whatever the framework would answer.
+  korvel::PropertyValue offeredLimits;  ///< The framework's answer, of any type.
   std::uint8_t currentLimit = 0;        ///< 0: none.
 };
 
 /// One signed (or unsigned) program.
 struct SigningIdentity {
-  std::string name;  ///< What tests and commands call it.
+  std::string name;  ///< Its name in tests and commands.
   bool isSigned = true;
   bool anchorApple = false;         ///< Apple's own code.
   bool anchorAppleGeneric = false;  ///< A chain up to Apple, developers included.

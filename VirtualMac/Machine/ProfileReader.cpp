@@ -13,7 +13,7 @@ std::string numberText(double value) {
   return text;
 }
 
-/// Within what a signed 64-bit number holds.
+/// Whether a value is a whole number that fits into 64 signed bits.
 bool isWhole(const ProfileReader::Json& value) {
   if (value.is_number_unsigned()) return value.get<std::uint64_t>() <= INT64_MAX;
   return value.is_number_integer();

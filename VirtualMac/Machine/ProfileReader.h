@@ -49,12 +49,12 @@ class ProfileReader {
   void readList(std::string_view key, const std::function<void(ProfileReader&)>& visit);
   /// Visits each object of this object, whatever its name.
   void readNamed(const std::function<void(const std::string&, ProfileReader&)>& visit);
-  /// The value itself; null: not there, or something was wrong before.
+  /// The value itself; null: it is missing, or there is a complaint already.
   const Json* field(std::string_view key);
 
   void complain(const std::string& where, const std::string& expected);
   [[nodiscard]] std::string keyPath(std::string_view key) const;
-  /// Every key must have been asked for.
+  /// Complains of the first key that no read has asked for.
   void finish();
 
  private:

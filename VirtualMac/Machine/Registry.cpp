@@ -26,7 +26,7 @@ constexpr Registry::EntryID rootDomainEntry = 3;
 constexpr Registry::EntryID packEntry = 4;
 constexpr Registry::EntryID firstBankEntry = 16;
 
-/// Figures of a cell bank that the model does not move.
+/// Constant figures of a cell bank.
 constexpr std::int64_t firstCellMillivolts = 3900;
 constexpr std::int64_t cellMillivoltStep = 10;
 constexpr std::int64_t cycleCount = 42;

@@ -16,13 +16,13 @@ struct RequirementError {
   std::string message;
 };
 
-/// A code requirement: the subset of the requirement language that connections are admitted by.
+/// A code requirement, in the subset of the requirement language that admits connections.
 ///
 ///   requirement := conjunction { "or" conjunction }
 ///   conjunction := term { "and" term }
 ///   term        := "!" term | "(" requirement ")" | clause
-///   clause      := "anchor" "apple" [ "generic" ] | "identifier" [ "=" ] value | "always" |
-///   "never"
+///   clause      := "always" | "never" | "identifier" [ "=" ] value
+///                | "anchor" "apple" [ "generic" ]
 ///                | ( "certificate" | "cert" ) "leaf" "[" field
 ///   field       := "subject.OU" "]" ( "=" value | "exists" )
 ///                | "field." digits { "." digits } "]" "exists"
@@ -33,10 +33,9 @@ class Requirement {
  public:
   static std::expected<Requirement, RequirementError> parse(std::string_view text);
 
-  /// True when code signed like this satisfies the requirement.
+  /// Whether code signed like this satisfies the requirement.
   [[nodiscard]] bool satisfiedBy(const SigningIdentity& code) const;
 
-  /// A node of the parsed text.
   struct Node;
 
  private:
