@@ -12,9 +12,9 @@ namespace virtualmac {
 
 namespace {
 
-/// The helper's count of clients is that of the connections accepted and not over, whenever it is
-/// at rest: no connection is being accepted or ended, and no queued work is left that may count.
-/// Not asked of a process that no connection was ever offered to; a test may count there by hand.
+/// The helper's count of clients equals the number of accepted connections that have not ended.
+/// Checked when the process is at rest: no connection is being accepted or ended, and no work is
+/// queued. Not checked in a process that was never offered a connection: tests count there by hand.
 class ClientsCountedOnce final : public Invariant {
  public:
   explicit ClientsCountedOnce(World& watched) : Invariant(watched, "clients counted once") {}
@@ -55,10 +55,10 @@ class ClientsCountedOnce final : public Invariant {
     std::int64_t accepted = 0;
     std::int64_t ended = 0;
     std::int64_t counted = 0;
-    std::int64_t excess = 0;  ///< As it was told last.
+    std::int64_t excess = 0;  ///< Found by the last check.
   };
 
-  /// Something that was under way is over.
+  /// Counts off one thing under way, and checks the counts when it was the last.
   void finish(const ThreadGroup& process) {
     Presence& presence = presences[&process];
     if (--presence.underWay > 0 || !presence.watched) return;

@@ -22,15 +22,15 @@ constexpr double heatSoakSeconds = 3600;
 constexpr double tickSeconds = 5;
 constexpr double unreadableSeconds = 3 * tickSeconds;
 
-/// The rise is counted without a sign, which holds the distance of any two readings.
+/// The rise is computed unsigned, which fits the difference of any two readings.
 bool hasRebounded(std::int64_t lowest, std::int64_t capacity) {
   return capacity > lowest &&
          static_cast<std::uint64_t>(capacity) - static_cast<std::uint64_t>(lowest) >= reboundMargin;
 }
 
-/// The conditions are those of the moment at which the helper looks: what the last reading of each
-/// sort gave to the thread in this piece of work. A reading that failed is none, and the lid counts
-/// as open then. Without a reading of its own a start is judged by how things are.
+/// A start is judged by the helper's own readings: the last of each sort that its thread took in
+/// this piece of work. A failed reading counts as none; a lid that could not be read counts as
+/// open. Where the thread took no reading, the machine's present state decides.
 class DischargeStartsLawfully final : public DischargeRule {
  public:
   explicit DischargeStartsLawfully(World& watched)
@@ -87,16 +87,16 @@ class DischargeStartsLawfully final : public DischargeRule {
   std::map<const Lane*, Seen> seen;
 };
 
-/// Each rule that ends a discharge ends it within one tick of becoming true, and a moment for the
-/// calls themselves to take. Limits are taken in the discharge's favour where two may be meant.
-/// While platform calls fail, nobody knows what the helper could see: the time counts anew.
+/// When a rule that ends a discharge becomes true, the discharge ends within one tick, plus some
+/// slack for the calls. Where the helper may go by either of two limits, the lower one counts.
+/// Every injected fault restarts the time, because the helper may not have seen the facts.
 class DischargeEndsInTime final : public DischargeRule {
  public:
   explicit DischargeEndsInTime(World& watched) : DischargeRule(watched, "discharge ends in time") {}
 
   void callMade(const Lane& /*lane*/, SeamCall /*call*/) override { look(); }
   void timerFires(const TimerFacts& timer) override {
-    // The helper knows the level only tick by tick, and its lowest is of those.
+    // The helper reads the level once a tick, so its lowest level is one of those readings.
     if (!view.active || timer.delaySeconds != 0) return;
     const auto capacity = readings.capacity();
     if (capacity && (!lowest || *capacity < *lowest)) lowest = capacity;
@@ -122,7 +122,7 @@ class DischargeEndsInTime final : public DischargeRule {
   }
 
  private:
-  /// Beside the tick: calls of a slow machine take their time.
+  /// Added to the tick for the calls of a slow machine.
   static constexpr double slackSeconds = 2;
 
   void look() {
@@ -185,9 +185,9 @@ class DischargeEndsInTime final : public DischargeRule {
   bool told = false;
 };
 
-/// Sleep comes only after the helper's word, or without it when it is late; a discharge that the
-/// helper could have stopped in its 100 ms is stopped by then. Its word stands for the work that it
-/// does before sleep: what begins behind that work is not held against it.
+/// When the helper has acknowledged the sleep, and its work before sleep did not exceed the 100 ms,
+/// no discharge runs as the machine falls asleep. A discharge that begins after that work is
+/// allowed.
 class NoDischargeIntoSleep final : public DischargeRule {
  public:
   explicit NoDischargeIntoSleep(World& watched)
@@ -232,7 +232,7 @@ class NoDischargeIntoSleep final : public DischargeRule {
   static constexpr std::string_view willSleep = "0xe0000280";
   using Work = std::pair<const Lane*, std::uint64_t>;
 
-  const Lane* flushing = nullptr;  ///< Is about to post its work before sleep.
+  const Lane* flushing = nullptr;  ///< About to post the work before sleep.
   Work lastWork;
   bool lastWorkDone = false;
   bool survived = false;  ///< A discharge outlived that work and still runs.

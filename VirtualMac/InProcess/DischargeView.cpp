@@ -106,7 +106,7 @@ void DischargeView::workBegins(const Lane& lane, std::uint64_t number) {
 void DischargeView::workEnds(const Lane& lane, std::uint64_t number) {
   const auto found = posted.find({&lane, number});
   if (found == posted.end()) return;
-  // Its keys may not have been written; no rule of the helper's knows it any more.
+  // Even if its key writes failed, the discharge is over for the helper and its rules.
   if (found->second.endsDischarge) active = false;
   posted.erase(found);
 }

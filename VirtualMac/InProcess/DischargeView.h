@@ -10,8 +10,8 @@
 
 namespace virtualmac {
 
-/// The readings that a helper would get now from the machine, whatever is wrong with it, as long as
-/// no fault is put in the place of its calls.
+/// The readings that a helper would get now if no fault replaced its calls. Faults of the machine
+/// itself do affect them.
 class Readings {
  public:
   explicit Readings(Machine& observed) : eye(observed, 0) {}
@@ -24,32 +24,33 @@ class Readings {
   HelperProcess eye;
 };
 
-/// What can be told from outside of discharging: whether one runs, whether keep-awake is armed, and
-/// which limit the helper has in mind.
+/// The discharge as seen from outside: whether one runs, whether keep-awake is armed, and which
+/// limit the helper has in memory.
 class DischargeView {
  public:
   explicit DischargeView(const Machine& observed) : machine(observed) {}
 
-  /// `lane`: who runs as the entry is made. True: a discharge has just begun.
+  /// `lane` runs as the entry is made. Returns true when the entry begins a discharge.
   bool see(const Journal::Entry& entry, const Lane& lane);
   void workPosted(const Lane& from, const Lane& to, std::uint64_t number);
   void workBegins(const Lane& lane, std::uint64_t number);
   void workEnds(const Lane& lane, std::uint64_t number);
 
-  /// For the helper: it has not stopped what it started, or what it did to stop it had an effect.
+  /// A discharge has begun, and has not ended for the helper. Its writes to end one count as its
+  /// end even when the hardware ignores them.
   bool active = false;
   bool armed = false;
 
-  /// The limit in the helper's memory; before anything is known of it the one on disk, else 0.
+  /// The limit in the helper's memory; while that is unknown, the one on disk; without a record, 0.
   [[nodiscard]] std::int64_t limit() const;
-  /// A running loop may hold the limit that was set last, or the one in the memory. The lower.
+  /// The lower of the limit in memory and the limit set last: a running loop may use either.
   [[nodiscard]] std::int64_t lowestTarget() const;
 
  private:
   void forget();
-  /// What a command will do in the work that it posts.
+  /// The effects that a command will have in the work that it posts.
   struct Command {
-    std::optional<std::int64_t> limit;  ///< To be set.
+    std::optional<std::int64_t> limit;  ///< The new limit; none: unchanged.
     bool endsDischarge = false;
   };
 
@@ -60,12 +61,12 @@ class DischargeView {
   std::optional<std::int64_t> inMemory;
   std::optional<std::int64_t> setLast;
   bool recordUnreadable = false;
-  /// Commands on their way: audited on a thread, then in a piece of work that it posted.
+  /// Commands under way: first by the thread that audited them, then by the work that it posted.
   std::map<const Lane*, Command> audited;
   std::map<std::pair<const Lane*, std::uint64_t>, Command> posted;
 };
 
-/// A rule about discharges: an invariant with a view of them.
+/// An invariant about discharges, with a view of them.
 class DischargeRule : public Invariant {
  public:
   DischargeRule(World& watched, std::string_view ruleName);
@@ -76,7 +77,7 @@ class DischargeRule : public Invariant {
   void workEnds(const Lane& lane, std::uint64_t number) override;
 
  protected:
-  /// `begins`: with this entry a discharge has begun. The view has seen it.
+  /// Called after the view has seen the entry. `begins`: the entry begins a discharge.
   virtual void happened(const Journal::Entry& entry, const Lane& lane, bool begins) = 0;
 
   DischargeView view;

@@ -23,8 +23,8 @@ bool inFamily(std::string_view key, std::initializer_list<std::string_view> fami
   return false;
 }
 
-/// A reset or a shutdown is under way: they alone write keys of families that the helper does not
-/// use otherwise.
+/// Tells whether a reset or a shutdown is under way. Only these write keys of families that the
+/// helper does not use otherwise.
 class ResetWatch {
  public:
   void see(const Journal::Entry& entry) {
@@ -106,10 +106,10 @@ class OneFamilyOfKeys final : public Invariant {
   std::string discharging;
 };
 
-/// After an exit nobody controls the hardware any more, so the last work before it leaves it as the
-/// system's defaults are; what begins behind that work is not held against it. Not asked for what
-/// the hardware refused to take, and not when the half second was not enough; nor for what is tried
-/// once and was refused earlier in this life: a release, a power setting, a record.
+/// The last work before an exit restores the system's defaults, because nobody controls the
+/// hardware afterwards. Changes after that work are no violation. Nothing is checked when the
+/// hardware refused a write or the work exceeded its half second. Some things are tried only once,
+/// so they are not checked if refused earlier in this life: a release, a power setting, a record.
 class ExitLeavesDefaults final : public Invariant {
  public:
   explicit ExitLeavesDefaults(World& watched) : Invariant(watched, "exit leaves defaults") {}
@@ -119,7 +119,7 @@ class ExitLeavesDefaults final : public Invariant {
       releaseRefused = false;
       shuttingDown.clear();
       lastWork.clear();
-      // What the life before could not record is unknown to this one too.
+      // A claim that the life before failed to record is unknown to this one too.
       claimLost = claimLost && keptAwake;
     }
     seeLog(entry.message());
@@ -148,7 +148,7 @@ class ExitLeavesDefaults final : public Invariant {
     }
     if (!entry.tells(EffectID::helperExited) || entry.effect.number(1) != 0) return;
     if (!restored) check();
-    // What this life could not clear is no longer anybody's.
+    // After the exit nobody owns the setting, even if it is still on.
     keptAwake = false;
   }
 
@@ -201,13 +201,13 @@ class ExitLeavesDefaults final : public Invariant {
 
   using Work = std::pair<const Lane*, std::uint64_t>;
 
-  std::set<const Lane*> shuttingDown;  ///< Are about to post the last work.
+  std::set<const Lane*> shuttingDown;  ///< About to post the last work.
   std::set<Work> lastWork;
   bool restored = false;  ///< The last work is done, and was judged.
   bool excused = false;
   bool releaseRefused = false;
   bool claimLost = false;
-  bool keptAwake = false;  ///< By the helper: nobody else has written the setting since.
+  bool keptAwake = false;  ///< The helper set it, and nobody has written it since.
   std::uint64_t faultsBefore = 0;
 };
 

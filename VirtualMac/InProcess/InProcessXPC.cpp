@@ -6,7 +6,7 @@
 
 namespace virtualmac {
 
-/// A listener's part that connections on their way to it share: the listener may go first.
+/// The part of a listener that the connections on their way to it share, as they may outlive it.
 class ListenerCore final : public ConnectionAcceptor,
                            public std::enable_shared_from_this<ListenerCore> {
  public:
@@ -26,7 +26,7 @@ class ListenerCore final : public ConnectionAcceptor,
     if (closed) return;
     const std::shared_ptr<ClientEnd> client = service.around.endpoint.take();
     if (client == nullptr) return;
-    // Also for a client that has gone meanwhile: it is still seen to come and go.
+    // A client that has gone meanwhile gets one too: the helper still sees it come and go.
     const auto connection = std::make_shared<PeerConnection>(service, client);
     const std::shared_ptr<korvel::XPCListenerDelegate> judge = delegate.lock();
     service.connections.push_back(connection);
@@ -40,7 +40,7 @@ class ListenerCore final : public ConnectionAcceptor,
   }
 };
 
-/// One listener. Each new connection is put to the delegate on the listener's thread.
+/// One listener. It offers each new connection to the delegate, on the listener's thread.
 class InProcessListener final : public korvel::XPCListener {
  public:
   InProcessListener(InProcessXPC& owner, std::string_view machServiceName)

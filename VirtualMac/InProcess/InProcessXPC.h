@@ -21,7 +21,7 @@ class InProcessListener;
 class ListenerCore;
 class PeerConnection;
 
-/// What every XPC object of one process needs.
+/// Shared by all XPC objects of one process.
 struct XPCSurroundings {
   Scheduler& scheduler;
   ThreadGroup& process;
@@ -31,7 +31,7 @@ struct XPCSurroundings {
   std::function<void(std::string)> reportViolation;
   std::string_view serviceName;  ///< The one Mach service that launchd knows.
   const ScheduleObservers& observers;
-  /// When new connections end by themselves; the machine's.
+  /// The machine's own: the moment at which new connections break.
   const std::optional<ConnectionBreak>& connectionsBreak;
 };
 
@@ -44,7 +44,7 @@ class InProcessXPC final : public korvel::XPCService {
   std::unique_ptr<korvel::XPCListener> makeListener(std::string_view machServiceName) override;
   std::optional<std::int32_t> currentConnectionPid() override;
 
-  /// Drops all connections as the kernel does with a dead process's.
+  /// Drops all connections, as the kernel does when a process dies.
   void processGone();
 
  private:

@@ -24,11 +24,11 @@ class Invariant : public ScheduleObserver {
   ~Invariant() override = default;
 
   [[nodiscard]] std::string_view name() const { return label; }
-  /// "12.345 what happened", the first few.
+  /// The first few, each as "12.345 what happened".
   [[nodiscard]] const std::vector<std::string>& violations() const { return noted; }
 
   virtual void journalled(const Journal::Entry& entry);
-  /// The run is over, and what was asked for had time to finish.
+  /// Called when the run is over and every request had time to finish.
   virtual void finished();
 
  protected:

@@ -10,7 +10,7 @@ namespace virtualmac {
 
 namespace {
 
-/// A rule that is broken all the time need not be told a million times.
+/// A rule that is broken all the time need not fill the memory.
 constexpr std::size_t mostNoted = 20;
 
 }  // namespace

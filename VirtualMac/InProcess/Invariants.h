@@ -10,7 +10,7 @@ namespace virtualmac {
 
 class World;
 
-/// All named rules, watching one world. Made right after the world, and gone before it.
+/// All named rules, watching one world. Make it right after the world; destroy it before the world.
 class InvariantSet {
  public:
   explicit InvariantSet(World& world);
@@ -18,7 +18,7 @@ class InvariantSet {
   InvariantSet(const InvariantSet&) = delete;
   InvariantSet& operator=(const InvariantSet&) = delete;
 
-  /// Asks every rule for what is still missing. Once, at the end, with the world at rest.
+  /// Lets every rule judge the end of the run. Call it once, with the world at rest.
   void finish();
   /// "rule: 12.345 what happened", the transport's own findings included.
   [[nodiscard]] std::vector<std::string> violations() const;
@@ -27,7 +27,7 @@ class InvariantSet {
  private:
   struct Parts;
   std::unique_ptr<Parts> parts;
-  /// False once this is gone; a journal keeps its listeners.
+  /// False once this set is gone: a journal never drops its listeners.
   std::shared_ptr<bool> watch = std::make_shared<bool>(true);
 };
 

@@ -14,8 +14,9 @@ namespace virtualmac {
 
 namespace {
 
-/// The flag reaches the disk before the setting is written, so that a crash in between is undone.
-/// Not asked for when the disk has refused a record of the same piece of work: that never stops it.
+/// The flag reaches the disk before the setting is written, so that the next start undoes it after
+/// a crash. Not checked when the disk refused a record in the same piece of work: the helper then
+/// writes the setting all the same.
 class SleepDisabledOnlyWhenOwned final : public Invariant {
  public:
   explicit SleepDisabledOnlyWhenOwned(World& watched)
@@ -34,18 +35,18 @@ class SleepDisabledOnlyWhenOwned final : public Invariant {
   }
 
  private:
-  const Lane* refusing = nullptr;  ///< In its present work the disk has refused a record.
+  const Lane* refusing = nullptr;  ///< The disk refused a record in its present work.
 };
 
-/// Every release that the helper asks for gives back an assertion that it holds. Its own time-out
-/// may have been first; and a platform that refuses proves nothing.
+/// Every assertion that the helper releases is one that it holds. No violation: the assertion timed
+/// out first, or the platform refused the release.
 class AssertionsReleasedOnce final : public Invariant {
  public:
   explicit AssertionsReleasedOnce(World& watched)
       : Invariant(watched, "assertions released once") {}
 
   void callMade(const Lane& lane, SeamCall call) override {
-    // The thread's next call: its release has been answered by now.
+    // At the thread's next call its release has been answered.
     if (&lane == releasing) settle();
     if (call != SeamCall::assertionRelease) return;
     releasing = &lane;

@@ -68,9 +68,8 @@ constexpr std::array auditedSelectors = {
     korvel::KorvelHelperSelector::resetAllSMCKeys,
 };
 
-/// Each changing call is logged with its caller, on the thread that delivered it, before anything
-/// else is done for it: until then that thread asks only who calls, and queues nothing. Each is
-/// answered once.
+/// Each changing call is logged with its caller by the thread that delivers it. Before that log
+/// line the thread only asks who calls, and queues nothing. Each call is answered once.
 class OneAuditAndOneReplyEach final : public Invariant {
  public:
   explicit OneAuditAndOneReplyEach(World& watched)

@@ -13,8 +13,8 @@ namespace virtualmac {
 
 namespace {
 
-/// Polling (0 s, then every 5), release (30 s, once) and restore (5 s, then every 5) are told apart
-/// by how they are scheduled; of each at most one runs in a process.
+/// At most one timer of each kind runs in a process. The schedule tells the kind: polling (0 s,
+/// then every 5 s), release (30 s, once), restore (5 s, then every 5 s).
 class OneTimerOfEachKind final : public Invariant {
  public:
   explicit OneTimerOfEachKind(World& watched) : Invariant(watched, "one timer of each kind") {}
@@ -60,8 +60,8 @@ class NoTwoLocksTogether final : public Invariant {
   }
 };
 
-/// Locks are held for a copy or an assignment. The one exception is the lock of the capabilities,
-/// which is held while the one probe of its process asks the SMC.
+/// No platform call or reply is made under a lock. The one exception is the capabilities' lock,
+/// which is held while a process's one probe asks the SMC.
 class NoCallUnderLock final : public Invariant {
  public:
   explicit NoCallUnderLock(World& watched) : Invariant(watched, "no call under a lock") {}

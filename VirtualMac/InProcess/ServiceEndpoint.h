@@ -24,7 +24,7 @@ struct ServiceMessage {
 class ServerEnd {
  public:
   virtual ~ServerEnd() = default;
-  /// A message arrived; in the order in which they were sent.
+  /// Messages arrive in the order in which they were sent.
   virtual void receive(ServiceMessage message) = 0;
   /// The client invalidated the connection, or died.
   virtual void clientGone() = 0;
@@ -32,28 +32,28 @@ class ServerEnd {
   virtual void clientInterrupted() = 0;
 };
 
-/// Who accepts connections; a running helper's listener.
+/// Accepts connections: the listener of a running helper.
 class ConnectionAcceptor {
  public:
   virtual ~ConnectionAcceptor() = default;
-  /// One more connection waits to be taken.
+  /// Called when one more connection waits to be taken.
   virtual void incoming() = 0;
 };
 
 /// The Mach service as launchd keeps it: it exists whether or not a helper runs. A connection waits
-/// here until a helper takes it, so it outlives a helper that dies before it does.
+/// here until a helper takes it, so it survives a helper that dies before taking it.
 class ServiceEndpoint {
  public:
   /// `demand` runs whenever somebody connects.
   explicit ServiceEndpoint(std::function<void()> demand) : onDemand(std::move(demand)) {}
 
-  /// A connection waits from now on, and is announced to whoever listens.
+  /// Queues a connection, and announces it to the acceptor if there is one.
   void connect(const std::shared_ptr<ClientEnd>& client);
-  /// Tells an acceptor of every connection that waits or comes; it takes the place of another.
+  /// Announces every waiting and every later connection to `by`, which replaces another acceptor.
   void listen(ConnectionAcceptor& by);
-  /// Nobody listens any more; another acceptor's listening is left alone.
+  /// Stops announcing to `by`. Another acceptor is left in place.
   void stopListening(ConnectionAcceptor& by);
-  /// The one that waited longest; null: none.
+  /// Takes the connection that waited longest; null: none waits.
   std::shared_ptr<ClientEnd> take();
 
  private:
@@ -62,25 +62,25 @@ class ServiceEndpoint {
   std::deque<std::shared_ptr<ClientEnd>> waiting;
 };
 
-/// The client's half of a connection. The helper may go and come back; then the next message
-/// connects again. After an invalidation, from whichever side, every call fails.
+/// The client's half of a connection. When the helper has gone, the next message connects again.
+/// Once either side has invalidated the connection, every call fails.
 class ClientEnd : public std::enable_shared_from_this<ClientEnd> {
  public:
   ClientEnd(ServiceEndpoint& service, Journal& record, std::string identityName,
             std::int32_t processID);
 
-  /// Asks for the service; a helper that listens, now or later, decides.
+  /// Asks for the service. The helper that listens, now or later, accepts or refuses.
   void connect();
-  /// Sends a message, or keeps it until a helper accepts; over: its call fails.
+  /// Sends a message, or keeps it until a helper accepts. On an ended connection its call fails.
   void send(ServiceMessage message);
   /// Ends the connection; `how` is for the journal.
   void disconnect(const std::string& how);
-  /// What was not answered fails; the connection goes on.
+  /// Fails the unanswered calls; the connection goes on.
   void interrupt();
 
-  // From the helper's side
-  void accepted(std::weak_ptr<ServerEnd> by);  ///< Sends what waited.
-  void refused();                              ///< The listener said no: it is over.
+  // Called from the helper's side
+  void accepted(std::weak_ptr<ServerEnd> by);  ///< Sends the messages kept so far.
+  void refused();                              ///< The listener refused: it is over.
   void cutOff(const std::string& why);         ///< The requirement is not met: it is over.
   void helperGone();  ///< Pending calls fail; the connection may come back.
   /// A reply arrived for a call, or none ever will.
