@@ -18,7 +18,7 @@ namespace {
 using Subject = Condition::Subject;
 using Term = Condition::Term;
 
-/// A subject that is said with a word for each of two states.
+/// A subject of two states, each with a word of its own.
 struct TwoStates {
   std::string_view name;
   Subject subject;

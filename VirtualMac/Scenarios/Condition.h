@@ -14,19 +14,19 @@ namespace virtualmac {
 
 class Machine;
 
-/// What a condition is judged by: the machine itself, never the helper's word for it, but for
-/// `reported`.
+/// The facts that judge a condition. All but `reported` come from the machine itself, never from
+/// the helper.
 struct Facts {
   Machine& machine;
   bool helperRunning = false;
   std::optional<int> helperExitStatus;  ///< Of a helper that ended by itself.
   /// The state file's content; none: there is no such file.
   std::function<std::optional<std::string>()> savedState;
-  /// Asks the helper for its state through a connected client; none: nobody could ask.
+  /// Asks the helper for its state through a connected client; none: no client could ask.
   std::function<std::optional<std::string>()> reportedState;
 };
 
-/// What can be said about the machine, in words:
+/// A condition on the machine, in words:
 ///   gate paused | charging            the charging gate as the hardware obeys it
 ///   inflow on | inhibited             whether the adapter may feed the machine
 ///   adapter connected | disconnected  lid open | closed      display connected | disconnected
@@ -44,8 +44,8 @@ struct Facts {
 ///   reported topUpActive=true         the same, as the helper tells it
 ///   log "pause:ok"                    a log line contains this
 ///   journal "adapter renegotiated"    a journal line contains this
-/// Each may follow `not`; `and` and `while` join them, all must hold. `log` and `journal` look at
-/// what was said since the condition began to be watched.
+/// Each may follow `not`. `and` and `while` join them; all must hold. `log` and `journal` look at
+/// the lines since the condition began to be watched.
 class Condition {
  public:
   /// The error names what is wrong and what is allowed.
@@ -54,14 +54,14 @@ class Condition {
   [[nodiscard]] const std::string& text() const { return source; }
   /// True when it can be judged without asking the helper, at any moment.
   [[nodiscard]] bool canBeWatched() const;
-  /// True when it looks at what was said: it becomes true by hearing.
+  /// True when it looks at lines of the journal, so that only `hear` makes it true.
   [[nodiscard]] bool listens() const;
 
-  /// Takes in a journal entry; forgets all that was heard.
+  /// Takes in a journal entry; `forget` drops all that was taken in.
   void hear(const Journal::Entry& entry);
   void forget();
   [[nodiscard]] bool holds(const Facts& facts) const;
-  /// How it really is, for each part that does not hold: "the gate is charging".
+  /// The actual state, for each part that does not hold: "the gate is charging".
   [[nodiscard]] std::string actual(const Facts& facts) const;
 
   enum class Subject : std::uint8_t {
@@ -91,11 +91,11 @@ class Condition {
   struct Term {
     Subject subject{};
     bool negated = false;
-    bool on = true;  ///< For subjects of two states: the first of them.
+    bool on = true;  ///< For subjects of two states: the first one is meant.
     double least = 0;
     double most = 0;
     std::string name;                  ///< A key or a field.
-    std::optional<std::string> value;  ///< A field's value as JSON; none: absent. A text to hear.
+    std::optional<std::string> value;  ///< A text to hear, or a field's JSON; none: absent.
     std::vector<std::uint8_t> bytes;   ///< A key's.
     bool heard = false;
   };

@@ -1,4 +1,4 @@
-// How a condition stands to the facts: one function that judges, one that says how it really is.
+// Judges conditions by the facts, and words the actual state.
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -16,8 +16,7 @@ using Json = nlohmann::json;
 using Subject = Condition::Subject;
 using Term = Condition::Term;
 
-/// A field of a record: its value as one writes it in a condition; none: no such field, or no
-/// record at all.
+/// The value of a record's field, as a condition writes it; none: no such field, or no record.
 std::optional<std::string> field(const std::optional<std::string>& record,
                                  const std::string& name) {
   if (!record) return std::nullopt;
@@ -32,7 +31,7 @@ bool gatePaused(Machine& machine) {
   return machine.smc.chargingInhibited() || machine.battery.heldByNativeLimit();
 }
 
-/// The number that a term of a quantity is about.
+/// The present number of a term's quantity.
 double quantity(const Term& term, const Facts& facts) {
   switch (term.subject) {
     case Subject::Battery:

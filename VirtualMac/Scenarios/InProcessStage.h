@@ -12,8 +12,8 @@
 
 namespace virtualmac {
 
-/// A scenario's place in this process: everything in virtual time, as fast as it goes, and the same
-/// every time. The named rules, which hold in every run whatever happens in it, are watched too.
+/// Plays a scenario in this process: in virtual time, as fast as possible, and the same every time.
+/// The named rules, which must hold in every run, are watched too.
 class InProcessStage final : public Stage {
  public:
   explicit InProcessStage(const Scenario& scenario);
@@ -38,7 +38,7 @@ class InProcessStage final : public Stage {
   void powerLoss() override;
   void reboot() override;
   void setRestartAfterCrash(bool restart) override;
-  /// Ends the watch over the rules: to be asked once, at the end.
+  /// Ends the watch over the rules; call it once, at the end.
   std::vector<std::string> violations() override;
   std::optional<std::string> savedState() override;
   void setSavedState(const std::string& content) override;

@@ -24,10 +24,10 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr double slowestNeeded = 30;       // virtual seconds in a real one, around what happens
-constexpr double nearSeconds = 30;         // virtual: what is nearer than this is near
-constexpr double graceRealSeconds = 0.5;   // what real processes may be late by
-constexpr double quietRealSeconds = 0.02;  // without this much, nothing is due at a moment
+constexpr double slowestNeeded = 30;       // virtual seconds in a real one, while an event is near
+constexpr double nearSeconds = 30;         // virtual: an event is near within this time
+constexpr double graceRealSeconds = 0.5;   // real processes may be late by this
+constexpr double quietRealSeconds = 0.02;  // work due at a moment has come by then
 constexpr double longestRealSeconds = 10;  // until a process starts, ends or answers
 constexpr std::chrono::milliseconds lookEvery{2};
 
@@ -81,7 +81,7 @@ Answer answerIn(const std::string& line) {
   return answer;
 }
 
-/// Why a session that could not connect says that it ended: ": reason"; empty when it said nothing.
+/// The reason that a session gives when it cannot connect, as ": reason"; empty: it gave none.
 std::string reasonIn(const std::string& line) {
   const auto said = nlohmann::json::parse(line, nullptr, false);
   const std::string reason = said.is_object() ? said.value("error", std::string()) : line;
@@ -122,14 +122,14 @@ ProcessStage::ProcessStage(const Scenario& scenario, double fastest, std::functi
 }
 
 ProcessStage::~ProcessStage() {
-  // A run that was stopped is brought down like any other.
+  // A stopped run too waits for its processes to end.
   isStopped = [] { return false; };
   killClients();
-  // Shared: what comes too late still has a place to go.
+  // Shared, because the call may come after the end of this function.
   const auto down = std::make_shared<bool>(false);
   server->shutDown([down] { *down = true; });
   serve(longestRealSeconds, [&down] { return *down; });
-  // Their last lines are heard here.
+  // The last journal lines of both are heard here.
   control.reset();
   server.reset();
 }
@@ -210,7 +210,7 @@ void ProcessStage::request(const std::string& client, Request what, int argument
 }
 
 std::optional<std::string> ProcessStage::reportedState(const std::string& client) {
-  // Shared: an answer that comes too late still has a place to go.
+  // Shared, because the answer may come after the end of this function.
   const auto answer = std::make_shared<std::optional<std::string>>();
   named(client).send("state", [answer](const std::string& line) { *answer = line; });
   if (!serve(longestRealSeconds, [&answer] { return answer->has_value(); })) {

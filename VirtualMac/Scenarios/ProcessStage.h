@@ -16,16 +16,16 @@
 
 namespace virtualmac {
 
-/// A scenario's place among real processes: the machine here, the built helper and the
+/// Plays a scenario among real processes: the machine in this one, the built helper and the
 /// applications in processes of their own, in a temporary directory.
 ///
-/// Virtual time follows real time. It runs fast while nothing is near, and slowly around what
-/// happens and what is expected soon, so that a real process's milliseconds do not weigh. What they
-/// do weigh is the grace that expectations are given.
+/// Virtual time follows real time. It runs fast while nothing is near, and slowly around deeds and
+/// expectations, so that the milliseconds of real processes matter little. Expectations get a grace
+/// for what they still cost.
 class ProcessStage final : public Stage {
  public:
-  /// `fastest` is in virtual seconds in a real one. While `stopped` is true, nothing is waited for
-  /// any more. Throws a std::runtime_error when no machine can be brought up.
+  /// `fastest` is in virtual seconds in a real one. While `stopped` returns true, every wait ends
+  /// at once. Throws a std::runtime_error when the machine cannot be started.
   ProcessStage(const Scenario& scenario, double fastest, std::function<bool()> stopped);
   ~ProcessStage() override;
 

@@ -24,7 +24,7 @@ struct ExpectedReply {
     Ok,
     Failed,
     Lost,  ///< The connection ends before an answer.
-    None   ///< Nobody waits for one.
+    None   ///< No answer is waited for.
   };
   Kind kind = Kind::Ok;
   std::optional<std::int64_t> code;
@@ -32,7 +32,7 @@ struct ExpectedReply {
   int line = 0;
 };
 
-/// What happens at one moment, and what is expected from then on.
+/// The actions of one moment, and what is expected from then on.
 struct Step {
   double time = 0;  ///< Seconds from the start.
   int line = 0;
@@ -77,7 +77,7 @@ struct Scenario {
   std::string description;
   std::string profile = "newer-keys";
   std::uint64_t seed = 1;
-  std::vector<Action> start;  ///< What makes the machine as the story finds it.
+  std::vector<Action> start;  ///< Put the machine into its first state.
   std::vector<int> startLines;
   std::optional<std::string> savedState;
   std::optional<std::string> helperVersion = "2.0.0";

@@ -34,7 +34,7 @@ class ScenarioReader {
                const std::function<void(const std::string&, const YAML::Node&, int)>& each);
   /// A single value or a list of them.
   std::vector<Value> values(const YAML::Node& node, int line);
-  /// More than a scenario may hold is a defect, told once; then nothing more is read.
+  /// Reports, once, a count beyond its bound; nothing more is read then.
   void stopBeyond(std::size_t count, std::size_t most, std::string_view what, int line);
   std::string text(const YAML::Node& node, int line);
   bool boolean(const YAML::Node& node, int line);

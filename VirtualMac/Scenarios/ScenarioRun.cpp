@@ -102,9 +102,9 @@ ScenarioOutcome ScenarioRun::run() {
       if (!failure) play(step);
     }
     if (!failure) advance(scenario.end);
-    if (!failure) held += watches.size();  // What was to hold at every moment did.
+    if (!failure) held += watches.size();  // "never" and "always" held throughout.
     for (const std::string& violation : stage.violations()) fail(line, violation);
-    // What followed belongs to the report too.
+    // The report shows what followed the failure too.
     if (failure && !failure->stopped)
       stage.runUntil(stage.now() + secondsAfterFailure, [] { return false; });
   } catch (const std::exception& trouble) {
@@ -188,7 +188,7 @@ void ScenarioRun::judgeExpectations(const std::vector<Expectation>& expectations
     for (std::size_t index = stepBegan; index < ears->entries.size(); ++index) {
       condition.hear(ears->entries[index]);
     }
-    // Where things take real time, they are given a little of it.
+    // Among real processes the condition gets a grace to become true.
     const double patience = stage.now() + stage.graceSeconds();
     while (!condition.holds(facts()) && stage.now() < patience && !failure) {
       const std::size_t heard = ears->entries.size();
@@ -252,7 +252,7 @@ void ScenarioRun::judge(Watch& watch, bool atDeadline) {
     ++held;
     return;
   }
-  // "within" may still come true; a "holds" that waits for words is judged at its end only.
+  // "within" may still come true; a "holds" that waits for a line is judged at its end only.
   const bool patient =
       watch.kind == Watching::Within || (watch.kind == Watching::Holds && condition.listens());
   if (good || (patient && !atDeadline)) return;

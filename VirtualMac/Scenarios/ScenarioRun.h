@@ -16,7 +16,7 @@ namespace virtualmac {
 /// How a scenario went.
 struct ScenarioOutcome {
   bool passed = false;
-  bool stopped = false;  ///< By somebody, before it was over; then it did not pass.
+  bool stopped = false;  ///< By the onlooker, before its end; it did not pass.
   std::string report;  ///< Empty when it passed; else what, where, when, and the journal around it.
   double virtualSeconds = 0;
   std::uint64_t journalHash = 0;
@@ -24,15 +24,15 @@ struct ScenarioOutcome {
   Timeline timeline;
 };
 
-/// Looks on while a scenario plays: is told the virtual time after each piece of work. The name of
-/// somebody, when it returns one, stops the run there.
+/// Called with the virtual time after each piece of work. When it returns the name of somebody, the
+/// run stops there.
 using Onlooker = std::function<std::optional<std::string>(double now)>;
 
 /// Plays one scenario on one stage, and stops at the first expectation that fails.
 ///
-/// A step is done when its requests were answered and nothing more is due at that moment; only then
-/// its `expect` is judged; its `given` before anything is done. Everything else is watched: judged
-/// after each piece of work, and at its deadline.
+/// A step's `given` is judged before anything is done, and its `expect` once the step is done: its
+/// requests were answered and nothing more is due at that moment. Everything else is watched:
+/// judged after each piece of work, and at its deadline.
 class ScenarioRun {
  public:
   /// `command` runs the scenario again; it ends the report of a failure.
@@ -56,9 +56,9 @@ class ScenarioRun {
     int line = 0;
     double time = 0;
     std::string text;
-    bool stopped = false;  ///< Nothing went wrong: somebody wanted it to end.
+    bool stopped = false;  ///< Nothing went wrong: the onlooker ended the run.
   };
-  /// What the journal's listener writes to; it outlives the run, as the journal may.
+  /// The journal's listener writes here. It outlives the run, as the journal may.
   struct Ears;
 
   void setUp();
@@ -75,9 +75,9 @@ class ScenarioRun {
   void judge(Watch& watch, bool atDeadline);
   void hear();
   [[nodiscard]] Facts facts();
-  /// The first failure counts. What breaks while the run is being stopped is none.
+  /// Keeps the first failure only. Errors while the run is being stopped are no failure.
   void fail(int line, std::string text);
-  /// Lets the onlooker look; true: the run is over, stopped or failed.
+  /// Calls the onlooker; true: the run is over, stopped or failed.
   bool isOver();
   [[nodiscard]] std::string report() const;
 
@@ -91,7 +91,7 @@ class ScenarioRun {
   std::size_t held = 0;
   std::size_t heardUpTo = 0;
   int stepLine = 1;           ///< Of the latest step that began.
-  std::size_t stepBegan = 0;  ///< Where in the ears the latest step with actions began.
+  std::size_t stepBegan = 0;  ///< Index in the ears where the latest step with actions began.
   std::optional<TimelineBuilder> timeline;
 };
 

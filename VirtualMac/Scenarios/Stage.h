@@ -13,7 +13,7 @@ namespace virtualmac {
 class Journal;
 class Machine;
 
-/// What a client may ask the helper for.
+/// A request of a client to the helper.
 enum class Request : std::uint8_t {
   SetChargeLimit,  ///< Argument: percent.
   ClearChargeLimit,
@@ -25,7 +25,7 @@ enum class Request : std::uint8_t {
   Quit
 };
 
-/// What became of a request.
+/// The outcome of a request.
 struct Answer {
   enum class Kind : std::uint8_t {
     Ok,
@@ -36,16 +36,16 @@ struct Answer {
   std::optional<korvel::ErrorObject> error;
 };
 
-/// What every stage says of a helper that is not as an action needs it.
+/// The errors of every stage when an action needs a helper that runs, or none.
 inline constexpr const char* noHelperText = "no helper is running";
 inline constexpr const char* helperRunsText = "a helper is already running";
 
-/// Where a scenario plays: a machine with its helper and its clients. One implementation runs all
-/// of it in this process and in virtual time; another drives real processes.
+/// A machine with its helper and its clients, on which a scenario plays. One implementation runs
+/// all of it in this process and in virtual time; another drives real processes.
 ///
-/// Clients go by the names that the scenario gives them. What a stage cannot do (an unknown client,
-/// an identity that does not exist, a fault that is misspelt) it says by throwing a
-/// std::runtime_error, which fails the scenario.
+/// Clients have the names that the scenario gives them. For an action that it cannot do (an unknown
+/// client, an unknown identity, a misspelt fault) a stage throws a std::runtime_error, which fails
+/// the scenario.
 class Stage {
  public:
   virtual ~Stage() = default;
@@ -54,14 +54,14 @@ class Stage {
   [[nodiscard]] virtual Journal& journal() = 0;
   /// Virtual seconds since the machine's start.
   [[nodiscard]] virtual double now() = 0;
-  /// How much later than told things may come true here, in virtual seconds.
+  /// How late an expectation may come true here, in virtual seconds.
   [[nodiscard]] virtual double graceSeconds() { return 0; }
   /// Lets time pass until `moment`, that moment included; `afterEach` runs after each piece of
   /// work, on a settled machine, and true from it ends the wait. A moment in the past: only what is
   /// due runs.
   virtual void runUntil(double moment, const std::function<bool()>& afterEach) = 0;
 
-  /// Starts a client under this name; throws when there is one already or nobody signs so.
+  /// Starts a client under this name; throws when the name is taken or the identity is unknown.
   virtual void connect(const std::string& client, const std::string& identity) = 0;
   /// Ends a client's connection in order.
   virtual void disconnect(const std::string& client) = 0;
@@ -69,7 +69,7 @@ class Stage {
   virtual void killClient(const std::string& client) = 0;
   /// The names of those connected.
   [[nodiscard]] virtual std::vector<std::string> clients() = 0;
-  /// Sends a request. `answered` runs once, inside runUntil, when it is known what became of it.
+  /// Sends a request. `answered` runs once, inside runUntil, when the outcome is known.
   virtual void request(const std::string& client, Request what, int argument,
                        std::function<void(Answer)> answered) = 0;
   /// The helper's state as this client is told; none: no answer. Lets a little time pass.
@@ -81,15 +81,15 @@ class Stage {
   virtual void signalHelper(int number) = 0;
   [[nodiscard]] virtual bool helperRunning() = 0;
   [[nodiscard]] virtual std::optional<int> helperExitStatus() = 0;
-  /// What the bundle says from now on.
+  /// Sets the version that the bundle states from now on.
   virtual void setHelperVersion(const std::string& version) = 0;
-  /// Clients die too.
+  /// Both also end the clients.
   virtual void powerLoss() = 0;
   virtual void reboot() = 0;
   /// Whether launchd starts the helper again as soon as it was killed.
   virtual void setRestartAfterCrash(bool restart) = 0;
 
-  /// What the helper did in this run that no correct program does. Asked once, when it is over.
+  /// The rules that the helper broke in this run. Call it once, when the run is over.
   [[nodiscard]] virtual std::vector<std::string> violations() = 0;
 
   /// The state file's content; none: no such file.

@@ -13,8 +13,8 @@ namespace virtualmac {
 
 namespace {
 
-/// Looks at the parser's events and keeps nothing but a depth. A defect ends the parsing as the
-/// parser's own errors do.
+/// Looks at the parser's events and keeps nothing but a depth. A defect ends the parsing, like the
+/// parser's own errors.
 class Examiner final : public YAML::EventHandler {
  public:
   void OnDocumentStart(const YAML::Mark&) override {}

@@ -11,9 +11,9 @@ struct StoryDefect {
   std::string text;
 };
 
-/// None: it is YAML, nested no deeper than bounds::deepestStory, and without aliases. Those are
-/// refused because a few lines of them stand for more than a machine can hold, and a reader would
-/// have to look for what they mean; to tell something often there is `repeat`.
+/// None: the text is YAML, nested no deeper than bounds::deepestStory, and without aliases. Aliases
+/// are refused because a few lines of them can expand beyond any memory and are hard to follow;
+/// `repeat` serves for steps that recur.
 std::optional<StoryDefect> storyDefect(const std::string& text);
 
 }  // namespace virtualmac
