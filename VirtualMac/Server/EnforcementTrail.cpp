@@ -81,7 +81,7 @@ void EnforcementTrail::stop(Loop why, std::optional<std::string> error) {
   told.loop = why;
   told.armedByConnection = false;
   told.stopError = std::move(error);
-  // The other ways to stop leave a top-off alone.
+  // Any other reason to stop leaves a top-off alone.
   if (why == Loop::ToppingOff) toppingOff = true;
   if (why == Loop::Cleared || why == Loop::Reset || why == Loop::Suspended) toppingOff = false;
 }
@@ -128,7 +128,7 @@ void EnforcementTrail::hearCore(std::string_view text) {
     if (told.failing) outcome.remove_suffix(failureEnd.size());
     told.outcome = outcome;
   } else if (begins("setChargeLimit(")) {
-    // The others are refused without being queued.
+    // Other limits are refused without being queued.
     const auto limit = numberAfter(text, "(");
     if (limit && *limit >= lowestLimit && *limit <= noLimit) limitsAskedFor.push_back(*limit);
   } else if (begins("forceDischarge(")) {

@@ -11,9 +11,9 @@
 
 namespace virtualmac {
 
-/// Whether the limit is enforced, in the helper's own words. Its record and its capabilities do not
-/// tell: a limit that was cleared, suspended or handed back looks there like one that is enforced,
-/// and of a write that fails there is a flag and no reason.
+/// Whether the limit is enforced, by the helper's log and replies. Its record and capabilities do
+/// not tell: in them a limit that was cleared, suspended or handed back looks enforced, and a
+/// failed write is a flag without a reason.
 struct Enforcement {
   enum class Loop : std::uint8_t {
     NoHelper,
@@ -34,12 +34,11 @@ struct Enforcement {
   };
 
   Loop loop = Loop::NoHelper;
-  std::optional<std::int64_t> limit;   ///< What the loop was started with; none: the record's.
-  bool armedByConnection = false;      ///< The loop runs because somebody connected.
-  std::optional<std::string> outcome;  ///< The last one reported: "pause:ok".
-  bool failing = false;                ///< That outcome was a failure.
-  std::optional<std::string>
-      stopError;  ///< Why charging was not handed back when the loop stopped.
+  std::optional<std::int64_t> limit;     ///< The running loop's; none: the record's.
+  bool armedByConnection = false;        ///< The loop runs because somebody connected.
+  std::optional<std::string> outcome;    ///< The last one logged: "pause:ok".
+  bool failing = false;                  ///< That outcome was a failure.
+  std::optional<std::string> stopError;  ///< Why the stop did not hand charging back.
   std::optional<LoggedError> lastError;  ///< The last line of the log at level error or fault.
   std::uint64_t connects = 0;            ///< How often a helper has counted a client in.
 
@@ -47,7 +46,7 @@ struct Enforcement {
 };
 
 /// Follows a machine's journal, entry by entry, for the helper's log lines and replies. Everything
-/// but `connects` begins anew with each helper.
+/// but `connects` starts anew with each helper.
 class EnforcementTrail {
  public:
   void hear(const Journal::Entry& entry);
@@ -69,7 +68,7 @@ class EnforcementTrail {
 };
 
 nlohmann::ordered_json enforcementJSON(const Enforcement& enforcement);
-/// The reverse; none: that is none.
+/// The reverse; none: the JSON holds no enforcement.
 std::optional<Enforcement> enforcementFrom(const nlohmann::json& json);
 
 /// Why nothing is, or was, enforced; empty while the loop runs.

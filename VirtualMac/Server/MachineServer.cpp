@@ -10,8 +10,8 @@ namespace virtualmac {
 
 namespace {
 
-/// How long the machine waits for a helper before it sleeps without its answer. However fast time
-/// runs, a process gets some real seconds.
+/// How long the machine waits for the helper's answer before it sleeps, and the least of it in real
+/// seconds, however fast time runs.
 constexpr double usualAcknowledgementSeconds = 30;
 constexpr double shortestRealAcknowledgement = 2;
 
@@ -51,7 +51,7 @@ MachineServer::MachineServer(asio::io_context& mainLoop, MachineOptions options)
 }
 
 MachineServer::~MachineServer() {
-  // While the link, which hears of the helper's end, is still there.
+  // The helper ends while the link, which hears of its end, is still there.
   losingPower = true;
   jobs.end();
   if (link) link->close();
@@ -80,7 +80,7 @@ void MachineServer::helperStarted(const JobRunner::Started& started) {
 
 void MachineServer::helperEnded(pid_t pid, const ProcessEnd& how) {
   if (link) {
-    // What a helper had asked for before it ended happens; a machine without power does nothing.
+    // Calls from before the helper's end still take effect, but not without power.
     if (!losingPower) link->drain();
     link->close();
   }
@@ -89,7 +89,7 @@ void MachineServer::helperEnded(pid_t pid, const ProcessEnd& how) {
   mac.endProcess(pid, how);
 }
 
-// The machine switches itself off and on with its battery and its adapter.
+// The machine goes off with an empty battery; the adapter brings it back, and its job with it.
 void MachineServer::watchPower() {
   if (mac.isOff() == wasOff) return;
   wasOff = mac.isOff();

@@ -28,10 +28,11 @@ struct MachineOptions {
 };
 
 /// A virtual Mac that runs: the machine, its time, its launchd and its one helper. Everything here
-/// outlives the helper. One thread, the context's; whoever changes the machine does it in `change`.
+/// outlives the helper and runs on the context's one thread. Every change of the machine goes
+/// through `change`.
 ///
-/// Effects are appended to the journal file in the root directory as they happen, and handed to
-/// those who follow; nothing of them is kept in memory.
+/// Effects are appended to the journal file in the root directory as they happen, and handed to the
+/// followers; none is kept in memory.
 class MachineServer {
  public:
   using JournalListener = std::function<void(const Journal::Entry&)>;
@@ -41,14 +42,14 @@ class MachineServer {
   MachineServer(const MachineServer&) = delete;
   MachineServer& operator=(const MachineServer&) = delete;
 
-  /// Prepares the root directory and publishes the service. None: done; else what went wrong.
+  /// Prepares the root directory and publishes the service. None: done; else the error.
   std::optional<std::string> start();
 
   [[nodiscard]] Machine& machine() { return mac; }
   [[nodiscard]] RealTimeDriver& timeDriver() { return keeper; }
   [[nodiscard]] JobRunner& launchd() { return jobs; }
   [[nodiscard]] Journal& journal() { return effects; }
-  /// Whether the limit is enforced, as far as the helper's words tell.
+  /// Whether the limit is enforced, as far as the helper's log and replies tell.
   [[nodiscard]] const Enforcement& enforcement() const { return trail.now(); }
   [[nodiscard]] const MachineOptions& options() const { return chosen; }
   [[nodiscard]] asio::io_context& context() { return loop; }
@@ -67,7 +68,7 @@ class MachineServer {
   }
 
   /// Sends the helper a signal. False: none runs. Journalled as `proc  signal 19 to helper 412`,
-  /// but for a kill, which the helper's end tells.
+  /// except a kill, which shows as the helper's end.
   bool signalHelper(int number);
   /// Ends the helper the orderly way, restarts, and loads the job anew. `done` runs afterwards.
   void reboot(std::function<void()> done);
@@ -76,7 +77,7 @@ class MachineServer {
   /// Ends the helper the orderly way for good.
   void shutDown(std::function<void()> done);
 
-  /// Everything that is journalled from now on, until the returned function is called.
+  /// Passes on every entry from now on, until the returned function is called.
   std::function<void()> follow(JournalListener listener);
 
  private:

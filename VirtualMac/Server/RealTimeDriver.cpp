@@ -7,7 +7,7 @@ namespace virtualmac {
 
 namespace {
 
-/// However fast time runs, the machine's own events are not looked at more often than this.
+/// The shortest time between two looks at the machine's own events, however fast time runs.
 constexpr std::chrono::microseconds shortestPause{200};
 constexpr std::chrono::hours longestPause{1};
 

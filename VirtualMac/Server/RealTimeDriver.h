@@ -10,9 +10,9 @@
 
 namespace virtualmac {
 
-/// Lets a machine's virtual time follow real time, faster by `speed`. Whoever touches the machine
-/// first lets it catch up and then lets it settle; between that, a timer wakes it for what it does
-/// by itself.
+/// Lets a machine's virtual time follow real time, faster by `speed`. Call `catchUp` before
+/// touching the machine and `settle` afterwards; in between, a timer wakes the machine for its own
+/// events.
 class RealTimeDriver {
  public:
   using ClockHandler = std::function<void(const MachineTime&)>;
@@ -26,10 +26,10 @@ class RealTimeDriver {
 
   /// Brings the machine to the present moment.
   void catchUp();
-  /// Lets what follows from a change happen, and arranges to be woken for the next event.
+  /// Lets the consequences of a change happen, and sets the timer for the next event.
   void settle();
 
-  /// Virtual seconds in a real one from now on; what has passed so far keeps its speed.
+  /// Virtual seconds in a real one from now on; time that has passed keeps its speed.
   void setSpeed(double newSpeed);
   [[nodiscard]] double speed() const { return currentSpeed; }
   /// How the uptime runs from now on.

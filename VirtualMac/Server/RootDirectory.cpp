@@ -19,8 +19,8 @@ std::string reasonFor(const std::string& path) {
   return path + ": " + std::system_category().message(errno);
 }
 
-/// To close a directory that is somebody's home or desk would surprise them; one that is shared by
-/// its mode is not the machine's at all.
+/// Only a directory that was a machine's before, or is empty, may be closed: to close somebody's
+/// home would surprise them. One with the sticky bit is shared on purpose, and never closed.
 bool mayBeClosed(const RootDirectory& root, mode_t mode) {
   if ((mode & S_ISVTX) != 0) return false;
   std::error_code error;
@@ -67,7 +67,7 @@ std::expected<std::string, std::string> RootDirectory::make() const {
   struct stat facts{};
   if (::stat(path.c_str(), &facts) != 0) return std::unexpected(reasonFor(path));
   if (!S_ISDIR(facts.st_mode)) return std::unexpected(path + " is no directory");
-  // A directory of another user's that was named is theirs to open and close.
+  // A named directory of another user is theirs to open and close.
   if (facts.st_uid != ::geteuid() || (facts.st_mode & others) == 0) return "";
   if (!mayBeClosed(*this, facts.st_mode))
     return std::unexpected(path +

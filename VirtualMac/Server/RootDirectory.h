@@ -6,12 +6,12 @@
 
 namespace virtualmac {
 
-/// Where a virtual machine lives: one directory that holds its disk, its sockets and its records.
-/// It outlives the machine; the next one started there finds the disk as it was left. It is open to
-/// its owner only: a socket in it makes whoever connects the Mac's user.
+/// The directory of a virtual machine, which holds its disk, its sockets and its records. It
+/// outlives the machine; the next one started there finds the disk as it was left. It is open to
+/// its owner only, because any program that connects to a socket in it acts as the Mac's user.
 struct RootDirectory {
   std::string path;        ///< Absolute, without a slash at the end.
-  bool isDefault = false;  ///< Nobody named it. Everybody knows its place, and may be there first.
+  bool isDefault = false;  ///< Nobody named it. Others know its path, and may take it first.
 
   [[nodiscard]] std::string control() const { return path + "/control.sock"; }
   [[nodiscard]] std::string service() const { return path + "/com.korvel.app.helper.sock"; }
@@ -26,13 +26,13 @@ struct RootDirectory {
   /// `given`, or the default below $XDG_RUNTIME_DIR or /tmp.
   static RootDirectory at(const std::string& given);
 
-  /// Why a default root that is there is not to be used: a link, another user's, or open to others.
-  /// None: it may be used, or is not there. A root that somebody named is never distrusted.
+  /// Why an existing default root must not be used: it is a link, belongs to another user or is
+  /// open to others. None: it may be used, or does not exist. A named root is never distrusted.
   [[nodiscard]] std::optional<std::string> distrust() const;
 
-  /// Makes the directory, or sees to it that one that is there is this user's alone: a default one
-  /// is refused where `distrust` says so, a named one is closed to others. Text: what was changed;
-  /// empty: nothing. The error names the directory.
+  /// Makes the directory, or makes sure that an existing one is open to this user only: a default
+  /// one is refused if `distrust` gives a reason, a named one is closed to others. Returns what was
+  /// changed; empty: nothing. The error names the directory.
   [[nodiscard]] std::expected<std::string, std::string> make() const;
 };
 
