@@ -188,7 +188,7 @@ void TimelineBuilder::addLog(const Journal::Entry& entry) {
       return;
     }
     if (std::optional<std::string> request = requestIn(text)) {
-      // To quit is to shut down; once is enough to say.
+      // "quit" says it already: to quit is to shut down.
       const bool said = !made.marks.empty() && made.marks.back().text == "quit";
       if (said && *request == "shut down") return;
       mark(entry.time, TimelineMarkKind::Request, std::move(*request));

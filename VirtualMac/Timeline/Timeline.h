@@ -12,7 +12,7 @@ namespace virtualmac {
 
 /// The machine at one moment, as far as a timeline shows it.
 struct TimelineState {
-  double percent = 0;  ///< Of charge, as the helper reads it: whole.
+  double percent = 0;  ///< The charge, in whole percent as the helper reads it.
   bool adapterConnected = false;
   bool chargingPaused = false;   ///< The charging gate is closed.
   bool inflowInhibited = false;  ///< The adapter is in but feeds nothing.
@@ -59,9 +59,9 @@ struct Timeline {
   double end = 0;
 };
 
-/// Reads a journal entry by entry and keeps what a timeline shows. Entries of no interest are
-/// passed over, so a whole journal may be given; so are the routine log lines of components. The
-/// state at the start, which the journal cannot tell, is handed in.
+/// Reads a journal entry by entry and keeps what a timeline shows. It skips all other entries and
+/// the routine log lines of components, so a whole journal may be given. The caller passes the
+/// state at the start, which the journal does not tell.
 class TimelineBuilder {
  public:
   /// `start` is the state at `startTime` (virtual seconds).
@@ -87,7 +87,7 @@ class TimelineBuilder {
   TimelineState now;
 };
 
-/// The level that an entry tells, as the system shows it; none: it tells of something else.
+/// The level that an entry tells, as the system shows it; none: it tells no level.
 std::optional<int> batteryLevelIn(const Journal::Entry& entry);
 
 /// The picture: the charge with limit and band, a lane for each of adapter, gate, inflow, lid,

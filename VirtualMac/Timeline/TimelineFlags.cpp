@@ -20,7 +20,7 @@ bool hasFlag(TimelineMarkKind kind) {
          kind != TimelineMarkKind::Failure;
 }
 
-/// Puts the mark into the latest crowd when a sign of its own would cover that one's.
+/// Adds the mark to the latest crowd if their signs would overlap, else begins a new crowd.
 void crowd(std::vector<TimelineCrowd>& crowds, const TimelineMark& mark, double at, double right) {
   // Wide enough for any count, so that a sign never grows over its neighbour.
   static const double width = textWidth("+999 more", timelineCrowdSize) + crowdPadding;
@@ -51,7 +51,7 @@ TimelineFlags layFlags(const std::vector<TimelineMark>& marks,
     if (!hasFlag(mark.kind)) continue;
     TimelineFlag flag{&mark, x(mark.time), std::nullopt, 0, 0, shortened(mark.text, longestWords)};
     flag.width = textWidth(flag.words, timelineFlagSize) + flagPadding;
-    // A flag at the right edge waves to the left.
+    // A flag at the right edge hangs to the left of its pole.
     flag.left = std::min(flag.pole, right - flag.width);
     const auto row =
         std::find_if(free.begin(), free.end(), [&](double end) { return end <= flag.left; });

@@ -35,10 +35,10 @@ struct TimelineFlags {
 };
 
 inline constexpr std::size_t timelineFlagRows = 3;
-inline constexpr double timelineFlagSize = 11, timelineCrowdSize = 10;  ///< Of the letters.
+inline constexpr double timelineFlagSize = 11, timelineCrowdSize = 10;  ///< Letter heights.
 
-/// Requests, refusals, deeds and what happened to the helper, in rows where none covers another.
-/// `x` tells where a moment is, `right` where the page ends. The marks must outlive the result.
+/// Lays requests, refusals, deeds and events of the helper in rows, so that none covers another.
+/// `x` gives the place of a moment, `right` the end of the page. The marks must outlive the result.
 TimelineFlags layFlags(const std::vector<TimelineMark>& marks,
                        const std::function<double(double)>& x, double right);
 

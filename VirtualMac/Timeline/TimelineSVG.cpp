@@ -186,7 +186,7 @@ class Drawing {
     });
   }
 
-  /// A staircase of whole percents, because that is what the helper reads and decides on.
+  /// Draws a staircase of whole percents, because the helper reads and decides on these.
   void charge() {
     std::string points;
     const auto percent = [](const TimelineState& state) { return state.percent; };
@@ -280,8 +280,8 @@ class Drawing {
     }
   }
 
-  /// Flags and the signs that count the marks without one. Each mark keeps its pole, and each sign
-  /// and flag tells all of it under the pointer.
+  /// Draws the flags, and the signs that count the marks without a flag. Every mark has its pole;
+  /// flags and signs show their whole text under the pointer.
   void flags() {
     const TimelineFlags laid =
         layFlags(timeline.marks, [this](double time) { return x(time); }, plotRight);
@@ -307,7 +307,7 @@ class Drawing {
     }
   }
 
-  /// Where the story went wrong: a line through everything, and its text in a row of its own.
+  /// Marks where the story went wrong: a line through everything, and the text in a row of its own.
   void failures() {
     for (const TimelineMark& mark : timeline.marks) {
       if (mark.kind != TimelineMarkKind::Failure) continue;

@@ -6,8 +6,8 @@
 
 namespace virtualmac {
 
-/// Fit for XML text and for attributes in double quotes; control characters, for which XML has no
-/// place at all, become spaces.
+/// Escapes a text for XML and for attributes in double quotes. Control characters, which XML cannot
+/// hold, become spaces.
 std::string escapedXML(std::string_view text);
 
 /// At most `bytes` long; what is cut off is marked. Never cuts a UTF-8 character in two.
@@ -19,7 +19,7 @@ double textWidth(std::string_view text, double size);
 /// The step between two time labels: the smallest round one that leaves room for them.
 double tickSeconds(double duration);
 
-/// A label says what the step needs: days alone, hours and minutes, or seconds too.
+/// A time as exact as the step needs: in days, in hours and minutes, or with seconds.
 std::string tickLabel(double seconds, double step);
 
 }  // namespace virtualmac
