@@ -8,7 +8,7 @@
 
 namespace virtualmac {
 
-/// Which lines of the journal to print, and when to stop.
+/// Chooses the lines of the journal to print, and when to stop.
 struct JournalQuery {
   std::vector<std::string> kinds;  ///< Empty: all.
   std::string category;            ///< Of log lines; empty: all.
@@ -20,8 +20,8 @@ struct JournalQuery {
   bool asJSON = false;
 };
 
-/// Prints; what is no journal line is passed over. Returns an exit code: 1 when `until` was not
-/// met.
+/// Prints the wanted lines, skipping any that is no journal line. Returns an exit code: 1 when
+/// `until` was not met.
 int printJournal(const RootDirectory& root, const JournalQuery& query);
 
 }  // namespace virtualmac

@@ -19,7 +19,7 @@ namespace {
 
 using nlohmann::json;
 
-/// Everything that the command line can say.
+/// The options of the command line.
 struct Choices {
   std::string root;
   bool asJSON = false;
@@ -28,7 +28,7 @@ struct Choices {
   bool foreground = false;
   bool verbose = false;
   std::string helper;
-  std::vector<std::string> words;  ///< Of the commands that the machine itself understands.
+  std::vector<std::string> words;  ///< The arguments of a forwarded command.
   JournalQuery query;
 };
 
@@ -76,7 +76,7 @@ int up(const Choices& choices) {
   return exitDone;
 }
 
-/// The faults that there are are the same for every machine, and also without one.
+/// The list of faults is the same for every machine, so it needs none that runs.
 int listFaults(const Choices& choices) {
   const ControlReply list = faultList({});
   fmt::print("{}", choices.asJSON ? list.json + '\n' : list.text);
@@ -95,7 +95,7 @@ int ask(const Choices& choices, const std::string& command) {
   if (!reply->value("ok", false))
     return complain(choices, reply->value("error", std::string("no answer")),
                     reply->value("usage", false) ? exitUsage : exitFailed);
-  // Over when the machine's process is, so that another can be started in the same place at once.
+  // Waits for the end of the machine's process, so that another can start in its place at once.
   if (command == "down")
     while (machine->receive()) {
     }

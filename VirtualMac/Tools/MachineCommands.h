@@ -9,7 +9,7 @@ class App;
 
 namespace virtualmac {
 
-/// Adds a command; its callback puts what is to be done into the second argument.
+/// Adds a command, whose callback puts the work to do into the second argument.
 using AddCommand = std::function<void(CLI::App&, std::function<int()>&)>;
 
 /// The program `virtual-mac`, with commands of its own and `more`.

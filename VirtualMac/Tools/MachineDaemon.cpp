@@ -40,8 +40,8 @@ class RootLock {
   int reason = errno;  ///< Why it could not be opened, if it could not.
 };
 
-/// Of the descriptors that the starting process has, the machine keeps `kept` and no other: each
-/// may be a pipe or a lock that somebody waits for.
+/// Closes the descriptors of the starting process, but for `kept` and the standard ones: each may
+/// be a pipe or a lock that somebody waits for.
 void keepOnly(int& kept) {
   constexpr int place = STDERR_FILENO + 1;
   if (kept != place) ::dup2(kept, place);
@@ -65,7 +65,7 @@ void detach(const RootDirectory& root) {
 
 void tell(int descriptor, const std::string& text) {
   const std::string line = text + '\n';
-  // The reader is waiting for exactly this; when it has gone, nobody is left to care.
+  // An error means that the reader has gone, so nobody misses the line.
   if (::write(descriptor, line.data(), line.size()) < 0) return;
 }
 
@@ -86,8 +86,7 @@ std::string hear(int descriptor) {
 
 int runMachine(const MachineOptions& options,
                const std::function<void(const std::string& problem)>& ready) {
-  // Goes last, and with it the connections: whoever sees them end finds nothing of the machine
-  // left.
+  // Goes last, and the connections with it: a client that sees its end finds the machine gone.
   asio::io_context context;
   const RootLock lock(options.root);
   if (const auto problem = lock.take(options.root)) {

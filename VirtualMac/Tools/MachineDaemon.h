@@ -8,9 +8,9 @@
 
 namespace virtualmac {
 
-/// Runs a machine in this process, in a root directory that is there, until it is told to go down,
-/// by a command, SIGTERM or SIGINT. Returns an exit code. `ready` is told once: nothing when the
-/// machine is up, else why it is not.
+/// Runs a machine in this process, in an existing root directory, until a command, SIGTERM or
+/// SIGINT ends it. Returns an exit code. `ready` is told once: nothing when the machine is up, else
+/// why it is not.
 int runMachine(const MachineOptions& options,
                const std::function<void(const std::string& problem)>& ready);
 

@@ -49,8 +49,7 @@ void ProgressLine::show(double now, double end) {
   const double part = end > 0 ? std::clamp(now / end, 0.0, 1.0) : 1;
   const std::string figures = fmt::format("  {} of {} ({:.0f} %)", timelineClock(now),
                                           timelineClock(end), std::floor(part * 100));
-  // A line that wraps could not be wiped away: the last column and a mark of what is cut off are
-  // kept free.
+  // A wrapped line could not be wiped away, so the last column and a cut mark's place stay free.
   const std::size_t columns = terminalColumns();
   const std::size_t taken = std::min(columns, figures.size() + 2);
   fmt::print(stderr, "{}{}{}", wipe, shortened(title, columns - taken), figures);

@@ -89,8 +89,8 @@ void tellTotal(const Tally& tally, std::size_t files) {
   std::fflush(stdout);
 }
 
-/// The scenarios that are meant by what was named: files, and of a directory its `*.yaml` in the
-/// order of their names. The error says which directory is of no use.
+/// The named scenario files; a directory stands for its `*.yaml` in the order of their names. The
+/// error names a directory that holds none or cannot be read.
 std::expected<std::vector<std::string>, std::string> chosenFiles(
     const std::vector<std::string>& named) {
   namespace fs = std::filesystem;
@@ -116,7 +116,7 @@ std::expected<std::vector<std::string>, std::string> chosenFiles(
   return files;
 }
 
-/// One file; `place` says which one of how many.
+/// Plays one file; `place` says which one of how many.
 Fate play(const std::string& file, const std::string& place, const Choices& choices,
           const StopSignals& signals) {
   const auto scenario = loadScenario(file);
@@ -182,7 +182,7 @@ int playAll(const Choices& choices) {
   if (files->size() > 1 && !choices.timeline.empty())
     return complain("virtual-mac", choices.asJSON, "--timeline draws one scenario, not several",
                     exitUsage);
-  // Among processes every wait looks at the note, and what they leave must be cleared away.
+  // Among processes no second signal may end the program: it must clear away what they leave.
   std::optional<StopSignals> signals(std::in_place, !choices.processes);
   const Tally tally = playEach(*files, choices, *signals);
   if (files->size() > 1 && !choices.asJSON) tellTotal(tally, files->size());

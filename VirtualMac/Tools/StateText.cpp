@@ -54,7 +54,7 @@ std::string holding(const Told& told) {
       limit, limit - korvel::effectiveBand(state.sailingBand, limit));
 }
 
-/// Why nothing is held, and what that leaves behind in the gate.
+/// Says why nothing is held, and how the charging gate is left.
 std::string stopped(const Told& told) {
   const HelperState& state = told.state;
   const Enforcement& now = told.enforcement;
@@ -123,7 +123,7 @@ std::string capabilitiesText(const HelperCapabilities& capabilities) {
 std::string stateText(const Told& told) {
   const auto& [state, capabilities, now, before] = told;
   std::string text;
-  // Banners first: what a person must see.
+  // Banners come first, as a person must see them.
   if (!state.lastWriteVerified)
     text += "! The last change of the charging hardware did not take hold.\n";
   if (before && before->loop != Loop::Running && now.loop == Loop::Running && now.armedByConnection)
@@ -150,7 +150,7 @@ std::string stateLine(const Told& told) {
   const HelperState& state = told.state;
   const Enforcement& now = told.enforcement;
   std::string line = fmt::format("limit {} %, {}", state.chargeLimit, enforced(told));
-  // A failure is told with its reason already, and the outcome is the loop's.
+  // The text of a failure gives its reason already, and an outcome is the running loop's only.
   const bool explained = now.failing || now.stopError;
   if (now.loop == Loop::Running && now.outcome && !now.failing)
     line += ", last outcome " + *now.outcome;

@@ -14,17 +14,17 @@ struct Told {
   korvel::HelperState state;
   korvel::HelperCapabilities capabilities;
   Enforcement enforcement;
-  std::optional<Enforcement> before;  ///< How it was before the asking; none: as it is.
+  std::optional<Enforcement> before;  ///< Before this client asked; none: as `enforcement`.
 };
 
-/// For a person: what becomes of the limit and why, how this Mac does it, and what needs attention.
-/// Says nothing that a look into the hardware could contradict. Times are local.
+/// For a person: whether the limit is held and why, how this Mac does it, and what needs attention.
+/// It claims nothing that a look into the hardware could contradict. Times are local.
 std::string stateText(const Told& told);
 
 /// The same on one line, for watching it change.
 std::string stateLine(const Told& told);
 
-/// What this Mac lets the helper control.
+/// Tells what this Mac lets the helper control.
 std::string capabilitiesText(const korvel::HelperCapabilities& capabilities);
 
 }  // namespace virtualmac

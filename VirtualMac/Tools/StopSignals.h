@@ -8,15 +8,14 @@
 
 namespace virtualmac {
 
-/// Lets a program that is told to stop (Ctrl-C, SIGTERM, a terminal that closes) end in order: as
-/// long as one of these lives, such a signal is only noted. A signal that was ignored before stays
-/// so.
+/// Lets a program that is told to stop (Ctrl-C, SIGTERM, a terminal that closes) end in order:
+/// while one of these lives, such a signal is only noted. A signal that was ignored stays ignored.
 class StopSignals {
  public:
-  /// With `secondEnds` the next one after the first ends the program at once. That is for work
-  /// that may never look at the note and leaves nothing behind.
+  /// With `secondEnds` a second signal ends the program at once. That is for work that may never
+  /// call `caught` and leaves nothing behind.
   explicit StopSignals(bool secondEnds);
-  /// The signals do again what they did before.
+  /// Gives the signals back the effect that they had before.
   ~StopSignals();
   StopSignals(const StopSignals&) = delete;
   StopSignals& operator=(const StopSignals&) = delete;
@@ -31,8 +30,8 @@ class StopSignals {
 /// `SIGINT` for 2; the number where it has no name here.
 std::string signalName(int number);
 
-/// Ends the program by this signal, so that the one who started it knows: a shell then leaves its
-/// loop. Returns the exit status that says the same when the signal does not end it.
+/// Ends the program by this signal, so that its parent knows: a shell then leaves its loop. If the
+/// signal does not end it, returns the exit status that says the same.
 int endBySignal(int number);
 
 }  // namespace virtualmac

@@ -46,7 +46,7 @@ int draw(const std::string& root, bool asJSON, const Choices& choices) {
       entries.push_back(*std::move(entry));
     }
   }
-  // What was before the picture's first moment is where it starts from.
+  // The entries before the picture's first moment give the state that it starts from.
   TimelineState start;
   start.percent = std::round(choices.percent.value_or(firstLevel(entries)));
   start.adapterConnected = true;

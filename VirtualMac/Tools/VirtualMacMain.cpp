@@ -4,7 +4,7 @@
 
 int main(int argc, char** argv) {
   std::vector<virtualmac::AddCommand> more{virtualmac::addTimeline};
-  // Where the scenarios' library does not exist, the program is built without the command.
+  // The program is built without the command if the scenarios' library does not exist.
 #if defined(VIRTUALMAC_WITH_SCENARIOS)
   more.emplace_back(virtualmac::addRun);
 #endif
