@@ -74,7 +74,7 @@ class Scheduler {
   void end(ThreadGroup& process);
   /// Adds work to a lane; drops it when the lane's process has ended.
   void post(Lane& lane, korvel::Task work);
-  /// A chance for others to run, taken when the seed says so.
+  /// Lets other lanes run first when the seed says so.
   void mayInterrupt();
   /// Gives up the baton until uptime `due`. `process` made the call that takes so long.
   void sleepUntil(Nanoseconds due, ThreadGroup* process);
