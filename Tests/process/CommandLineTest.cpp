@@ -130,6 +130,8 @@ TEST(CommandLineTest, StatusShowsTheMachineAtOneGlance) {
   const auto status = mac.status();
   EXPECT_NEAR(status.at("batteryPercent").get<double>(), 61, 0.5);
   EXPECT_EQ(mac.journalCount("battery set to 61 %"), 1U) << "what a person sets is journalled too";
+  mac.tell({"touch"});
+  EXPECT_EQ(mac.journalCount("touched"), 1U);
   EXPECT_EQ(status.at("adapterConnected"), false);
   EXPECT_EQ(status.at("lidClosed"), true);
 }
@@ -139,6 +141,9 @@ TEST(CommandLineTest, AWrongValueIsAnsweredWithTheAllowedOnes) {
   expectSays(mac.command({"set", "battery", "101"}), 2, {"\"101\"", "0 to 100"});
   expectSays(mac.command({"set", "battery", "half"}), 2, {"\"half\"", "0 to 100"});
   expectSays(mac.command({"set", "lid", "opne"}), 2, {"did you mean \"open\"?"});
+  expectSays(mac.command({"set", "adapter", "in"}), 2, {"did you mean \"on\"?"});
+  expectSays(mac.command({"set", "touch", "on"}), 2, {"setting \"touch\" is unknown"});
+  expectSays(mac.app({"clear"}), 2, {"did you mean \"clear-limit\"?"});
   expectSays(mac.command({"set", "batery", "50"}), 2, {"did you mean \"battery\"?"});
   expectSays(mac.command({"set", "battery"}), 2, {"a value"});
   expectSays(mac.command({"speed", "0"}), 2, {"0.01 to 10000"});

@@ -2,29 +2,26 @@
 
 #include <algorithm>
 
-#include "VirtualMac/Machine/EditDistance.h"
 #include "VirtualMac/Machine/FaultTableEntries.h"
 #include "VirtualMac/Machine/Machine.h"
+#include "VirtualMac/Machine/Nearest.h"
 
 namespace virtualmac {
 
 namespace {
 
-/// Names that differ by this many edits, or begin alike, are worth showing.
-constexpr std::size_t nearEdits = 4;
+/// Null: there is no such fault.
+const FaultEntry* entryOf(std::string_view name) {
+  const auto entries = faultEntries();
+  const auto found = std::ranges::find_if(
+      entries, [name](const FaultEntry& entry) { return entry.description.name == name; });
+  return found == entries.end() ? nullptr : &*found;
+}
 
 std::string unknownName(std::string_view name) {
-  std::string near;
-  std::string all;
-  for (const FaultEntry& entry : faultEntries()) {
-    const std::string_view known = entry.description.name;
-    all += (all.empty() ? "" : ", ") + std::string(known);
-    if (editDistance(name, known) <= nearEdits || (!name.empty() && known.starts_with(name))) {
-      near += (near.empty() ? "" : ", ") + std::string(known);
-    }
-  }
-  return "no fault is called \"" + std::string(name) + "\"; " +
-         (near.empty() ? "there are: " + all : "near to it: " + near);
+  std::vector<std::string_view> names;
+  for (const FaultDescription& fault : faultCatalogue()) names.push_back(fault.name);
+  return unknownWord("fault", name, names);
 }
 
 std::vector<std::string> words(std::string_view line) {
@@ -69,7 +66,7 @@ void remember(Machine& machine, const FaultEntry& entry, std::span<const std::st
   const std::string whole = rememberedLine(name, arguments, arguments.size());
   std::string told = "fault " + whole + " on";
   for (const FaultEntry& other : faultEntries()) {
-    // What this fault changes, no other one changes any more.
+    // Faults with one target replace each other.
     if (entry.target.empty() || other.target != entry.target) continue;
     const std::string_view replaced = other.description.name;
     if (isOn(machine, replaced)) told += " (in place of " + std::string(replaced) + ")";
@@ -94,10 +91,8 @@ std::span<const FaultDescription> faultCatalogue() {
 
 std::expected<void, std::string> setFault(Machine& machine, std::string_view name,
                                           std::span<const std::string> arguments, bool on) {
-  const auto entries = faultEntries();
-  const auto found = std::ranges::find_if(
-      entries, [name](const FaultEntry& entry) { return entry.description.name == name; });
-  if (found == entries.end()) return std::unexpected(unknownName(name));
+  const FaultEntry* found = entryOf(name);
+  if (found == nullptr) return std::unexpected(unknownName(name));
   const std::string usage =
       std::string(name) + " takes " +
       (found->description.arguments.empty() ? std::string("no arguments")
@@ -119,6 +114,18 @@ std::expected<void, std::string> setFault(Machine& machine, std::string_view lin
   const std::vector<std::string> all = words(line);
   if (all.empty()) return std::unexpected(unknownName(""));
   return setFault(machine, all.front(), std::span(all).subspan(1), on);
+}
+
+std::optional<std::string> faultDefect(std::span<const std::string> words) {
+  if (words.size() < 2 || (words.back() != "on" && words.back() != "off"))
+    return "fault takes a name, its arguments, and on or off";
+  if (entryOf(words.front()) == nullptr) return unknownName(words.front());
+  return std::nullopt;
+}
+
+std::expected<void, std::string> switchFault(Machine& machine, std::span<const std::string> words) {
+  if (auto defect = faultDefect(words)) return std::unexpected(*std::move(defect));
+  return setFault(machine, words.front(), words.subspan(1, words.size() - 2), words.back() == "on");
 }
 
 std::vector<std::string> activeFaults(const Machine& machine) { return machine.activeFaultLines; }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <expected>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -25,12 +26,19 @@ std::span<const FaultDescription> faultCatalogue();
 /// change the same thing (a state that is not stated, or mistyped) the last one counts: it takes
 /// the place of the others, also in the list. What was switched is journalled: `mac   fault
 /// smc-result CHTE 134 on`, `mac   fault smc-result CHTE off`. The error is one line: an unknown
-/// name comes with the names nearest to it, a wrong argument with what is expected.
+/// name comes with the nearest one, a wrong argument with what is expected.
 std::expected<void, std::string> setFault(Machine& machine, std::string_view name,
                                           std::span<const std::string> arguments, bool on);
 
 /// The same from one line, `smc-result CHTE 134`.
 std::expected<void, std::string> setFault(Machine& machine, std::string_view line, bool on);
+
+/// The first defect that `smc-result CHTE 134 on`, cut into words, has on every machine: no such
+/// fault, or neither on nor off.
+std::optional<std::string> faultDefect(std::span<const std::string> words);
+
+/// Switches a fault by such words: those of the command line and of a story.
+std::expected<void, std::string> switchFault(Machine& machine, std::span<const std::string> words);
 
 /// The faults that are on, as lines in the order in which they were switched on.
 std::vector<std::string> activeFaults(const Machine& machine);

@@ -8,6 +8,7 @@
 #include "VirtualMac/Machine/Battery.h"
 #include "VirtualMac/Machine/Bounds.h"
 #include "VirtualMac/Machine/BuiltInProfiles.h"
+#include "VirtualMac/Machine/Nearest.h"
 #include "VirtualMac/Machine/ProfileReader.h"
 
 namespace virtualmac {
@@ -175,12 +176,6 @@ std::string stemOf(std::string_view origin) {
   return std::filesystem::path(origin).stem().string();
 }
 
-std::string joined(const std::vector<std::string>& names) {
-  std::string text;
-  for (const std::string& name : names) text += (text.empty() ? "" : ", ") + name;
-  return text;
-}
-
 }  // namespace
 
 std::vector<std::string> builtInProfileNames() {
@@ -212,8 +207,7 @@ std::expected<Profile, std::string> loadProfile(std::string_view nameOrPath) {
     for (const BuiltInProfile& each : builtInProfiles()) {
       if (each.name == nameOrPath) return parseProfile(each.text, each.name);
     }
-    return std::unexpected("no profile is called \"" + std::string(nameOrPath) +
-                           "\"; there are: " + joined(builtInProfileNames()));
+    return std::unexpected(unknownWord("profile", nameOrPath, builtInProfileNames()));
   }
   const auto text = readTextFile(std::string(nameOrPath));
   if (!text) return std::unexpected(text.error());

@@ -2,14 +2,11 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
-#include <cmath>
 #include <csignal>
-#include <cstdlib>
 #include <map>
 #include <nlohmann/json.hpp>
-#include <optional>
 
+#include "VirtualMac/Machine/Deeds.h"
 #include "VirtualMac/Machine/FaultNames.h"
 #include "VirtualMac/Machine/Nearest.h"
 #include "VirtualMac/Server/MachineServer.h"
@@ -26,122 +23,18 @@ ControlReply done(std::string text) { return {Outcome::Done, std::move(text), {}
 ControlReply failed(std::string text) { return {Outcome::Failed, std::move(text), {}}; }
 ControlReply usage(std::string text) { return {Outcome::Usage, std::move(text), {}}; }
 
-std::optional<double> numberIn(const std::string& word, double low, double high) {
-  char* end = nullptr;
-  const double value = std::strtod(word.c_str(), &end);
-  const bool within = value >= low && value <= high;
-  if (word.empty() || *end != '\0' || !within) return std::nullopt;
-  return value;
-}
-
-/// Makes a change. Text: why this Mac cannot; empty: done.
-using Apply = std::string (*)(Machine&, const std::string& word, double number);
-
-/// One thing that `set` sets: its words, or numbers in a range.
-struct Setting {
-  std::string_view name;
-  Words allowed;  ///< Words; empty: a number only.
-  double low = 0;
-  double high = -1;  ///< Below `low`: no number.
-  bool whole = false;
-  Apply apply = nullptr;
-};
-
-std::string setBattery(Machine& mac, const std::string&, double percent) {
-  if (!mac.battery.isPresent()) return "this Mac has no battery";
-  mac.battery.setPercent(percent);
-  return "";
-}
-
-std::string setAdapter(Machine& mac, const std::string& word, double) {
-  if (word == "renegotiate" && !mac.adapter.isConnected()) return "no adapter is connected";
-  if (word == "on") mac.adapter.connect();
-  if (word == "off") mac.adapter.disconnect();
-  if (word == "renegotiate") mac.adapter.renegotiate();
-  return "";
-}
-
-std::string setLid(Machine& mac, const std::string& word, double) {
-  if (!mac.lid.exists()) return "this Mac has no lid";
-  word == "open" ? mac.lid.open() : mac.lid.close();
-  return "";
-}
-
-std::string setDisplay(Machine& mac, const std::string& word, double) {
-  word == "on" ? mac.lid.connectDisplay() : mac.lid.disconnectDisplay();
-  return "";
-}
-
-std::string setTemperature(Machine& mac, const std::string& word, double celsius) {
-  if (!mac.battery.isPresent()) return "this Mac has no battery";
-  mac.battery.setTemperatureCelsius(word == "free" ? std::nullopt : std::optional(celsius));
-  return "";
-}
-
-std::string setAmbient(Machine& mac, const std::string&, double celsius) {
-  mac.battery.setAmbientCelsius(celsius);
-  return "";
-}
-
-std::string setNativeLimit(Machine& mac, const std::string&, double percent) {
-  if (!mac.profile().powerUI.present) return "this Mac's system has no charge limit";
-  mac.powerUI.setLimitByUser(static_cast<std::uint8_t>(percent));
-  return "";
-}
-
-std::string setSleepDisabled(Machine& mac, const std::string& word, double) {
-  mac.power.setSleepDisabledExternally(word == "on");
-  return "";
-}
-
-std::string setIdleSleep(Machine& mac, const std::string&, double minutes) {
-  mac.power.setIdleSleepMinutes(static_cast<std::int64_t>(minutes));
-  return "";
-}
-
-const std::vector<Setting>& settings() {
-  static const std::vector<Setting> all = {
-      {"battery", {}, 0, 100, false, setBattery},
-      {"adapter", {"on", "off", "renegotiate"}, 0, -1, false, setAdapter},
-      {"lid", {"open", "closed"}, 0, -1, false, setLid},
-      {"display", {"on", "off"}, 0, -1, false, setDisplay},
-      {"temperature", {"free"}, lowestCelsius, highestCelsius, false, setTemperature},
-      {"ambient", {}, lowestCelsius, highestCelsius, false, setAmbient},
-      {"native-limit", {}, 0, 100, true, setNativeLimit},
-      {"sleep-disabled", {"on", "off"}, 0, -1, false, setSleepDisabled},
-      {"idle-sleep", {}, 0, 1440, true, setIdleSleep},
-  };
-  return all;
-}
-
-std::string allowedValues(const Setting& setting) {
-  std::string text;
-  for (const std::string& word : setting.allowed) text += (text.empty() ? "" : ", ") + word;
-  if (setting.high < setting.low) return text;
-  return fmt::format("{}{}{}{:g} to {:g}", text, text.empty() ? "" : ", ",
-                     setting.whole ? "whole numbers from " : "", setting.low, setting.high);
+ControlReply perform(MachineServer& server, const Deed& deed, const GivenValue& value) {
+  const std::string problem = server.change([&](Machine& mac) { return deed.perform(mac, value); });
+  return problem.empty() ? done("") : failed(problem);
 }
 
 ControlReply set(MachineServer& server, const Words& words) {
-  Words names;
-  for (const Setting& each : settings()) names.emplace_back(each.name);
   if (words.size() != 2) return usage("set takes what to set and a value");
-  for (const Setting& setting : settings()) {
-    if (setting.name != words[0]) continue;
-    std::optional<double> number = numberIn(words[1], setting.low, setting.high);
-    if (setting.whole && number && *number != std::floor(*number)) number.reset();
-    const bool known = std::find(setting.allowed.begin(), setting.allowed.end(), words[1]) !=
-                       setting.allowed.end();
-    if (!known && !number && setting.high < setting.low)
-      return usage(unknownWord(words[0], words[1], setting.allowed));
-    if (!known && !number)
-      return usage(fmt::format("{} \"{}\" is not allowed (allowed: {})", words[0], words[1],
-                               allowedValues(setting)));
-    const std::string problem = server.change(
-        [&](Machine& mac) { return setting.apply(mac, words[1], number.value_or(0)); });
-    return problem.empty() ? done("") : failed(problem);
-  }
-  return usage(unknownWord("setting", words[0], names));
+  const Deed* deed = deedNamed(words[0]);
+  if (deed == nullptr || !deed->values)
+    return usage(unknownWord("setting", words[0], deedNames(true)));
+  const auto value = deed->values->read(words[0], words[1]);
+  return value ? perform(server, *deed, *value) : usage(value.error());
 }
 
 }  // namespace
@@ -164,11 +57,8 @@ namespace {
 
 ControlReply fault(MachineServer& server, const Words& words) {
   if (words == Words{"list"}) return faultList(activeFaults(server.machine()));
-  if (words.size() < 2 || (words.back() != "on" && words.back() != "off"))
-    return usage("fault takes a name, its arguments, and on or off; or list");
-  const std::span<const std::string> arguments(words.data() + 1, words.size() - 2);
-  const auto set = server.change(
-      [&](Machine& mac) { return setFault(mac, words.front(), arguments, words.back() == "on"); });
+  if (const auto defect = faultDefect(words)) return usage(*defect);
+  const auto set = server.change([&](Machine& mac) { return switchFault(mac, words); });
   return set ? done("") : usage(set.error());
 }
 
@@ -192,12 +82,10 @@ ControlReply killHelper(MachineServer& server, const Words& words) {
 
 ControlReply speed(MachineServer& server, const Words& words) {
   if (words.size() != 1) return usage("speed takes one number from 0.01 to 10000");
-  const std::optional<double> factor = numberIn(words.front(), 0.01, 10000);
-  if (!factor)
-    return usage(
-        fmt::format("speed \"{}\" is not allowed (allowed: 0.01 to 10000)", words.front()));
-  server.timeDriver().setSpeed(*factor);
-  server.machine().tell(fmt::format("speed {:g}", *factor));
+  const auto factor = AllowedValues{{}, 0.01, 10000}.read("speed", words.front());
+  if (!factor) return usage(factor.error());
+  server.timeDriver().setSpeed(factor->number);
+  server.machine().tell(fmt::format("speed {:g}", factor->number));
   return done("");
 }
 
@@ -213,16 +101,6 @@ ControlReply status(MachineServer& server, const Words&) {
   return {Outcome::Done, statusText(server), statusJSON(server)};
 }
 
-ControlReply sleepMachine(MachineServer& server, const Words&) {
-  server.change([](Machine& mac) { mac.power.requestSleep(); });
-  return done("");
-}
-
-ControlReply wakeMachine(MachineServer& server, const Words&) {
-  server.change([](Machine& mac) { mac.power.wake(); });
-  return done("");
-}
-
 ControlReply losePower(MachineServer& server, const Words&) {
   server.powerLoss();
   return done("");
@@ -231,11 +109,8 @@ ControlReply losePower(MachineServer& server, const Words&) {
 using Simple = ControlReply (*)(MachineServer&, const Words&);
 const std::map<std::string, Simple, std::less<>>& simpleCommands() {
   static const std::map<std::string, Simple, std::less<>> all = {
-      {"fault", fault},     {"identities", identities},
-      {"kill", killHelper}, {"power-loss", losePower},
-      {"set", set},         {"sleep", sleepMachine},
-      {"speed", speed},     {"status", status},
-      {"wake", wakeMachine}};
+      {"fault", fault}, {"identities", identities}, {"kill", killHelper}, {"power-loss", losePower},
+      {"set", set},     {"speed", speed},           {"status", status}};
   return all;
 }
 
@@ -246,8 +121,11 @@ void runControlCommand(MachineServer& server, const std::string& command, const 
   if (command == "reboot") return server.reboot([answer] { answer(done("")); });
   const auto found = simpleCommands().find(command);
   if (found != simpleCommands().end()) return answer(found->second(server, arguments));
+  const Deed* deed = deedNamed(command);
+  if (deed != nullptr && !deed->values) return answer(perform(server, *deed, {}));
   Words names{"reboot"};
   for (const auto& [name, function] : simpleCommands()) names.push_back(name);
+  for (const std::string_view name : deedNames(false)) names.emplace_back(name);
   answer(usage(unknownWord("command", command, names)));
 }
 

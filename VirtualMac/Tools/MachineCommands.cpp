@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
+#include "VirtualMac/Machine/Deeds.h"
 #include "VirtualMac/Remote/HostSystem.h"
 #include "VirtualMac/Server/ControlCommands.h"
 #include "VirtualMac/Tools/CommandLine.h"
@@ -166,39 +167,43 @@ void addJournal(CLI::App& program, Choices& choices, std::function<int()>& chose
   });
 }
 
-/// Commands that travel to the machine as they are.
-struct Forwarded {
-  const char* name;
-  const char* description;
-  const char* words;  ///< What their arguments are called; null: none.
-};
-
-constexpr Forwarded forwarded[] = {
-    {"down", "End the virtual Mac, its helper first", nullptr},
-    {"status", "Show the machine at one glance", nullptr},
-    {"set",
-     "Change what a person or the hardware changes: battery 0-100, adapter "
-     "on|off|renegotiate, lid open|closed, display on|off, temperature C|free, ambient C, "
-     "native-limit 0-100, sleep-disabled on|off, idle-sleep MINUTES",
-     "WHAT VALUE"},
-    {"fault", "Switch a fault: NAME [ARGUMENT...] on|off; or list", "NAME"},
-    {"kill", "Send the helper a signal: KILL (default), TERM, INT, ABRT, STOP, CONT", "SIGNAL"},
-    {"sleep", "Ask the machine to sleep", nullptr},
-    {"wake", "Wake the machine", nullptr},
-    {"reboot", "End the helper the orderly way and start the system anew", nullptr},
-    {"power-loss", "Take the power away, and give it back", nullptr},
-    {"speed", "Let time run faster or slower", "FACTOR"},
-    {"identities", "List the signing identities that clients may have", nullptr},
-};
-
-void addForwarded(CLI::App& program, Choices& choices, std::function<int()>& chosen) {
-  for (const Forwarded& each : forwarded) {
-    CLI::App* command = program.add_subcommand(each.name, each.description);
-    if (each.words != nullptr) command->add_option("arguments", choices.words, each.words);
-    command->callback([&choices, &chosen, name = std::string(each.name)] {
-      chosen = [&choices, name] { return ask(choices, name); };
-    });
+/// The description of `set`: every deed with a value, and its values.
+std::string settings() {
+  std::string text = "Change what a person or the hardware changes";
+  const char* joint = ": ";
+  for (const Deed& deed : deedCatalogue()) {
+    if (!deed.values) continue;
+    text += fmt::format("{}{} ({})", joint, deed.name, deed.values->text());
+    joint = ", ";
   }
+  return text;
+}
+
+/// Commands that travel to the machine as they are.
+void addForwarded(CLI::App& program, Choices& choices, std::function<int()>& chosen) {
+  const auto add = [&](const char* name, const std::string& description) {
+    CLI::App* command = program.add_subcommand(name, description);
+    command->callback(
+        [&choices, &chosen, name] { chosen = [&choices, name] { return ask(choices, name); }; });
+    return command;
+  };
+  const auto addWithWords = [&](const char* name, const std::string& description,
+                                const char* words) {
+    add(name, description)->add_option("arguments", choices.words, words);
+  };
+  add("down", "End the virtual Mac, its helper first");
+  add("status", "Show the machine at one glance");
+  addWithWords("set", settings(), "WHAT VALUE");
+  addWithWords("fault", "Switch a fault: NAME [ARGUMENT...] on|off; or list", "NAME");
+  addWithWords("kill", "Send the helper a signal: KILL (default), TERM, INT, ABRT, STOP, CONT",
+               "SIGNAL");
+  add("sleep", "Ask the machine to sleep");
+  add("wake", "Wake the machine");
+  add("touch", "Touch the keyboard");
+  add("reboot", "End the helper the orderly way and start the system anew");
+  add("power-loss", "Take the power away, and give it back");
+  addWithWords("speed", "Let time run faster or slower", "FACTOR");
+  add("identities", "List the signing identities that clients may have");
 }
 
 }  // namespace

@@ -50,7 +50,8 @@ TEST(ProfileTest, FamiliesAreData) {
 TEST(ProfileTest, AnUnknownNameListsTheKnownOnes) {
   const auto loaded = loadProfile("newest-keys");
   ASSERT_FALSE(loaded.has_value());
-  EXPECT_TRUE(loaded.error().starts_with("no profile is called \"newest-keys\"; there are: "));
+  EXPECT_TRUE(loaded.error().starts_with(
+      "profile \"newest-keys\" is unknown, did you mean \"newer-keys\"? (allowed: "));
   EXPECT_NE(loaded.error().find("newer-keys"), std::string::npos);
 }
 

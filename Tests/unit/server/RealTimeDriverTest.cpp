@@ -4,8 +4,6 @@
 
 #include <vector>
 
-#include "VirtualMac/Machine/Nearest.h"
-
 namespace virtualmac {
 namespace {
 
@@ -66,13 +64,6 @@ TEST_F(RealTimeDriverTest, EventsHappenByThemselves) {
   keeper.settle();
   context.run();
   EXPECT_TRUE(changed);
-}
-
-TEST(NearestTest, NamesTheNearestWordWhenOneIsNear) {
-  EXPECT_EQ(unknownWord("lid", "opne", {"open", "closed"}),
-            "lid \"opne\" is unknown, did you mean \"open\"? (allowed: open, closed)");
-  EXPECT_EQ(unknownWord("lid", "sideways", {"open", "closed"}),
-            "lid \"sideways\" is unknown (allowed: open, closed)");
 }
 
 }  // namespace virtualmac
