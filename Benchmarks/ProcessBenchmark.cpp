@@ -18,7 +18,7 @@
 #include <system_error>
 #include <thread>
 
-#include "KorvelHelperProtocol.h"
+#include "Operations.h"
 #include "VirtualMac/Server/RootDirectory.h"
 #include "VirtualMac/Tools/AppConnection.h"
 
@@ -70,26 +70,26 @@ class MachineProcess {
 };
 
 /// Returns the values of one reply; empty when none came.
-std::vector<XPCValue> ask(AppConnection& app, std::string_view selector) {
-  const auto reply = app.call(*xpcOperation(selector), {}, timeoutSeconds);
+std::vector<XPCValue> ask(AppConnection& app, const korvel::Operation& operation) {
+  const auto reply = app.call(operation, 0, timeoutSeconds);
   return reply ? *reply : std::vector<XPCValue>();
 }
 
-void RoundTrip(benchmark::State& state, std::string_view selector) {
+void RoundTrip(benchmark::State& state, const korvel::Operation& operation) {
   const MachineProcess machine(1);
   std::optional<AppConnection> app = machine.connect();
-  if (!app || ask(*app, selector).empty()) {
+  if (!app || ask(*app, operation).empty()) {
     state.SkipWithError("no helper");
     return;
   }
   for (auto _ : state) {
-    if (ask(*app, selector).empty()) state.SkipWithError("no reply");
+    if (ask(*app, operation).empty()) state.SkipWithError("no reply");
   }
 }
-BENCHMARK_CAPTURE(RoundTrip, ping, korvel::KorvelHelperSelector::ping)
+BENCHMARK_CAPTURE(RoundTrip, ping, korvel::operation::ping)
     ->UseRealTime()
     ->Unit(benchmark::kMicrosecond);
-BENCHMARK_CAPTURE(RoundTrip, getState, korvel::KorvelHelperSelector::getState)
+BENCHMARK_CAPTURE(RoundTrip, getState, korvel::operation::getState)
     ->UseRealTime()
     ->Unit(benchmark::kMicrosecond);
 
@@ -130,13 +130,13 @@ void StartToFirstAnswer(benchmark::State& state) {
   for (auto _ : state) {
     const auto begin = std::chrono::steady_clock::now();
     std::optional<AppConnection> app = machine.connect();
-    if (!app || ask(*app, korvel::KorvelHelperSelector::ping).empty()) {
+    if (!app || ask(*app, korvel::operation::ping).empty()) {
       state.SkipWithError("no answer");
       return;
     }
     state.SetIterationTime(
         std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count());
-    ask(*app, korvel::KorvelHelperSelector::quit);
+    ask(*app, korvel::operation::quit);
     app.reset();
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
   }
@@ -193,9 +193,8 @@ void ResidentMemory(benchmark::State& state) {
     state.SkipWithError("no helper");
     return;
   }
-  const auto limited = app->call(*xpcOperation(korvel::KorvelHelperSelector::setChargeLimit),
-                                 {korvel::PropertyValue(80)}, timeoutSeconds);
-  const std::vector<XPCValue> answer = ask(*app, korvel::KorvelHelperSelector::ping);
+  const auto limited = app->call(korvel::operation::setChargeLimit, 80, timeoutSeconds);
+  const std::vector<XPCValue> answer = ask(*app, korvel::operation::ping);
   if (!limited || answer.empty()) {
     state.SkipWithError("no answer");
     return;

@@ -56,20 +56,12 @@ class KorvelHelperProtocol {
   virtual void quit() = 0;
 };
 
-/// The selectors of the eleven operations, in their published order.
+/// The selectors of the eleven operations.
 namespace KorvelHelperSelector {
-inline constexpr std::string_view ping = "pingWithReply:";
-inline constexpr std::string_view capabilities = "capabilitiesWithReply:";
-inline constexpr std::string_view setChargeLimit = "setChargeLimit:reply:";
-inline constexpr std::string_view clearChargeLimit = "clearChargeLimitWithReply:";
-inline constexpr std::string_view forceDischarge = "forceDischarge:reply:";
-inline constexpr std::string_view setClamshellKeepAwake = "setClamshellKeepAwake:reply:";
-inline constexpr std::string_view releaseLimitUntilFullThenRestore =
-    "releaseLimitUntilFullThenRestoreWithReply:";
-inline constexpr std::string_view cancelTopUp = "cancelTopUpWithReply:";
-inline constexpr std::string_view getState = "getStateWithReply:";
-inline constexpr std::string_view resetAllSMCKeys = "resetAllSMCKeysWithReply:";
-inline constexpr std::string_view quit = "quit";
+#define OPERATION(method, selector, argument, answer, word) \
+  inline constexpr std::string_view method = selector;
+#include "Operations.def"
+#undef OPERATION
 }  // namespace KorvelHelperSelector
 
 /// An interface for KorvelHelperProtocol without reply-class settings.

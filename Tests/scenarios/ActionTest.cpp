@@ -33,7 +33,7 @@ class ActionTest : public testing::Test {
 
 TEST_F(ActionTest, RequestsReachTheNamedClient) {
   perform("set-limit 80");
-  perform("clear by second");
+  perform("clear-limit by second");
   perform("discharge on");
   perform("discharge off");
   perform("keep-awake on by second");
@@ -42,8 +42,9 @@ TEST_F(ActionTest, RequestsReachTheNamedClient) {
   perform("reset");
   perform("quit");
   EXPECT_EQ(stage.asked,
-            (std::vector<std::string>{"app 0 80", "second 1 0", "app 2 1", "app 2 0", "second 3 1",
-                                      "app 4 0", "app 5 0", "app 6 0", "app 7 0"}));
+            (std::vector<std::string>{"app set-limit 80", "second clear-limit 0", "app discharge 1",
+                                      "app discharge 0", "second keep-awake 1", "app top-off 0",
+                                      "app cancel-top-off 0", "app reset 0", "app quit 0"}));
   EXPECT_TRUE(Action::parse("reset")->isRequest());
   EXPECT_FALSE(Action::parse("quit")->isRequest());
   EXPECT_FALSE(Action::parse("lid open")->isRequest());
@@ -60,15 +61,15 @@ TEST_F(ActionTest, ClientsComeAndGo) {
 }
 
 TEST_F(ActionTest, WhatThePersonDoesReachesTheMachine) {
-  perform("adapter out");
+  perform("adapter off");
   EXPECT_FALSE(mac.adapter.isConnected());
-  perform("adapter in");
+  perform("adapter on");
   EXPECT_TRUE(mac.adapter.isConnected());
-  perform("lid close");
+  perform("lid closed");
   EXPECT_TRUE(mac.lid.isClosed());
   perform("lid open");
   EXPECT_FALSE(mac.lid.isClosed());
-  perform("display in");
+  perform("display on");
   EXPECT_TRUE(mac.lid.displayConnected());
   perform("battery 33");
   EXPECT_EQ(mac.battery.percent(), 33);
@@ -77,7 +78,7 @@ TEST_F(ActionTest, WhatThePersonDoesReachesTheMachine) {
   perform("sleep-disabled on");
   EXPECT_TRUE(mac.power.sleepDisabled());
   mac.smc.setValue("CHIE", {8});
-  perform("adapter renegotiates");
+  perform("adapter renegotiate");
   EXPECT_FALSE(mac.smc.inflowInhibited());
 }
 
@@ -91,11 +92,11 @@ TEST_F(ActionTest, SleepAndWake) {
 }
 
 TEST_F(ActionTest, FaultsAreSwitchedOnAndOff) {
-  perform("fault smc-silent-refusal CHTE");
+  perform("fault smc-silent-refusal CHTE on");
   EXPECT_TRUE(mac.smc.key("CHTE")->silentlyRefuses);
-  perform("heal smc-silent-refusal CHTE");
+  perform("fault smc-silent-refusal CHTE off");
   EXPECT_FALSE(mac.smc.key("CHTE")->silentlyRefuses);
-  const auto wrong = Action::parse("fault smc-silent-refusal QQQQ");
+  const auto wrong = Action::parse("fault smc-silent-refusal QQQQ on");
   ASSERT_TRUE(wrong);
   EXPECT_THROW(wrong->perform(stage, [](const Answer&) {}), std::runtime_error);
 }
@@ -107,10 +108,10 @@ TEST_F(ActionTest, WhatIsDoneToTheMachineIsALineOfTheJournal) {
       {"temperature free", "temperature free"},
       {"ambient 30", "ambient set to 30 C"},
       {"idle-sleep 10", "idle sleep after 10 min"},
-      {"display in", "display connected"},
+      {"display on", "display connected"},
       {"touch", "touched"},
-      {"fault smc-silent-refusal CHTE", "fault smc-silent-refusal CHTE on"},
-      {"heal smc-silent-refusal CHTE", "fault smc-silent-refusal CHTE off"},
+      {"fault smc-silent-refusal CHTE on", "fault smc-silent-refusal CHTE on"},
+      {"fault smc-silent-refusal CHTE off", "fault smc-silent-refusal CHTE off"},
       {"update 2.1.0", "helper version 2.1.0 installed"}};
   for (const auto& [action, line] : deeds) {
     stage.journal().clear();
@@ -122,7 +123,7 @@ TEST_F(ActionTest, WhatIsDoneToTheMachineIsALineOfTheJournal) {
 TEST_F(ActionTest, TheHelperIsStartedSignalledAndUpdated) {
   perform("helper start");
   EXPECT_TRUE(stage.running);
-  perform("signal TERM");
+  perform("kill TERM");
   EXPECT_THAT(stage.journal().text(), HasSubstr("signal 15"));
   perform("kill");
   EXPECT_THAT(stage.journal().text(), HasSubstr("signal 9"));
@@ -147,15 +148,31 @@ TEST_F(ActionTest, AnUpdateWaitsFiveSecondsAndTheGraceForTheOldHelper) {
 }
 
 TEST_F(ActionTest, DefectsSayWhatIsAllowed) {
-  EXPECT_THAT(errorOf("conect"), HasSubstr("(is it connect?); there are: connect, disconnect"));
-  EXPECT_EQ(errorOf("adapter gone"),
-            "\"gone\" is not an adapter's move; it is in, out or renegotiates");
-  EXPECT_THAT(errorOf("set-limit"), HasSubstr("percent is missing"));
-  EXPECT_THAT(errorOf("set-limit 256"), HasSubstr("a number from 0 to 255"));
-  EXPECT_THAT(errorOf("fault disk-ful"), HasSubstr("is it disk-full?"));
+  EXPECT_THAT(errorOf("conect"),
+              HasSubstr("did you mean \"connect\"? (allowed: connect, disconnect"));
+  EXPECT_EQ(errorOf("adapter sideways"),
+            "adapter \"sideways\" is unknown (allowed: on, off, renegotiate)");
+  EXPECT_THAT(errorOf("set-limit"), HasSubstr("set-limit's value is missing"));
+  EXPECT_THAT(errorOf("set-limit 256"), HasSubstr("numbers from 0 to 255"));
+  EXPECT_THAT(errorOf("battery"), HasSubstr("battery's value is missing"));
+  EXPECT_THAT(errorOf("fault disk-ful on"), HasSubstr("did you mean \"disk-full\"?"));
+  EXPECT_THAT(errorOf("fault disk-full"), HasSubstr("a name, its arguments, and on or off"));
   EXPECT_THAT(errorOf("lid open wide"), HasSubstr("nothing belongs here after it: \"wide\""));
-  EXPECT_THAT(errorOf("clear by"), HasSubstr("a client is missing"));
-  EXPECT_THAT(errorOf("signal HUP"), HasSubstr("TERM, INT, ABRT or KILL"));
+  EXPECT_THAT(errorOf("clear-limit by"), HasSubstr("a client is missing"));
+  EXPECT_THAT(errorOf("kill HUP"), HasSubstr("KILL, TERM, INT, ABRT"));
+}
+
+// Stories had words of their own before they had the command line's.
+TEST_F(ActionTest, AnOlderWordIsAnsweredWithTheOneOfToday) {
+  const std::vector<std::pair<std::string, std::string>> olders{
+      {"adapter in", "on"},       {"adapter out", "off"},
+      {"lid close", "closed"},    {"adapter renegotiates", "renegotiate"},
+      {"display in", "on"},       {"display out", "off"},
+      {"clear", "clear-limit"},   {"signal TERM", "kill"},
+      {"heal disk-full", "fault"}};
+  for (const auto& [older, word] : olders) {
+    EXPECT_THAT(errorOf(older), HasSubstr("is unknown, did you mean \"" + word + "\"?")) << older;
+  }
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "Operations.h"
 #include "VirtualMac/Machine/Machine.h"
 #include "VirtualMac/Scenarios/Stage.h"
 
@@ -52,10 +53,9 @@ class BareStage : public Stage {
   void disconnect(const std::string& client) override { std::erase(names, client); }
   void killClient(const std::string& client) override { std::erase(names, client); }
   std::vector<std::string> clients() override { return names; }
-  void request(const std::string& client, Request what, int argument,
+  void request(const std::string& client, const korvel::Operation& what, std::uint8_t argument,
                std::function<void(Answer)> answered) override {
-    asked.push_back(client + " " + std::to_string(static_cast<int>(what)) + " " +
-                    std::to_string(argument));
+    asked.push_back(client + " " + std::string(what.word) + " " + std::to_string(argument));
     if (answers.empty()) return;
     due.emplace_back(std::move(answered), answers.front());
     answers.pop_front();

@@ -169,16 +169,17 @@ TEST_F(ConditionTest, OnlyThePartsThatFailAreTold) {
 }
 
 TEST_F(ConditionTest, DefectsSayWhatIsAllowed) {
-  EXPECT_EQ(errorOf("gate ajar"), "\"ajar\" is not gate; it is paused or charging");
-  EXPECT_THAT(errorOf("batery 80"), HasSubstr("(is it battery?)"));
-  EXPECT_THAT(errorOf("batery 80"), HasSubstr("there are: gate, inflow, adapter"));
-  EXPECT_THAT(errorOf("battery eighty"), HasSubstr("a number from 0 to 100"));
-  EXPECT_THAT(errorOf("battery 80 to 75"), HasSubstr("a number from 80 to 100"));
+  EXPECT_EQ(errorOf("gate ajar"), "gate \"ajar\" is unknown (allowed: paused, charging)");
+  EXPECT_THAT(errorOf("batery 80"), HasSubstr("did you mean \"battery\"?"));
+  EXPECT_THAT(errorOf("batery 80"), HasSubstr("(allowed: gate, inflow, adapter"));
+  EXPECT_THAT(errorOf("battery eighty"),
+              HasSubstr("battery \"eighty\" is not allowed (allowed: 0 to 100)"));
+  EXPECT_THAT(errorOf("battery 80 to 75"), HasSubstr("(allowed: 80 to 100)"));
   EXPECT_THAT(errorOf("CHIE=8"), HasSubstr("two hexadecimal digits"));
   EXPECT_THAT(errorOf("log pause"), HasSubstr("comes a \"text\""));
   EXPECT_THAT(errorOf("saved chargeLimit"), HasSubstr("=VALUE or the word absent"));
   EXPECT_THAT(errorOf("gate paused lid open"), HasSubstr("nothing belongs here"));
-  EXPECT_THAT(errorOf("helper dancing"), HasSubstr("running, stopped or exited"));
+  EXPECT_THAT(errorOf("helper dancing"), HasSubstr("running, stopped, exited"));
   EXPECT_THAT(errorOf("writes 12 3"), HasSubstr("is not a key"));
   EXPECT_THAT(errorOf(""), HasSubstr("a condition is missing"));
 }

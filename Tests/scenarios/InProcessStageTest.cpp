@@ -45,10 +45,10 @@ TEST(InProcessStageTest, WhatNobodyCanDoIsSaid) {
   };
   EXPECT_THAT(report("connect"), HasSubstr("\"app\" is connected already"));
   EXPECT_THAT(report("disconnect other"), HasSubstr("\"other\" is not connected"));
-  EXPECT_THAT(report("clear by other"), HasSubstr("\"other\" is not connected"));
-  EXPECT_THAT(report("connect other as martian"), HasSubstr("nobody signs as \"martian\""));
+  EXPECT_THAT(report("clear-limit by other"), HasSubstr("\"other\" is not connected"));
+  EXPECT_THAT(report("connect other as martian"), HasSubstr("identity \"martian\" is unknown"));
   EXPECT_THAT(report("helper start"), HasSubstr("a helper is already running"));
-  for (const char* action : {"kill", "signal TERM", "update 2.1.0"}) {
+  for (const char* action : {"kill", "kill TERM", "update 2.1.0"}) {
     EXPECT_THAT(report(std::string("kill, ") + action), HasSubstr("no helper is running"));
   }
 }

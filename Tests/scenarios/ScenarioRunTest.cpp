@@ -36,10 +36,10 @@ class ScenarioRunTest : public testing::Test {
 };
 
 TEST_F(ScenarioRunTest, AStoryThatGoesAsToldPasses) {
-  const ScenarioOutcome outcome = play(R"(start: {battery: 50, adapter: out}
+  const ScenarioOutcome outcome = play(R"(start: {battery: 50, adapter: off}
 steps:
   - at: 00:10
-    do: adapter in
+    do: adapter on
     expect: [adapter connected, "journal \"adapter connected\""]
     within: 30m battery 60
     holds: 10m charging
@@ -59,11 +59,11 @@ TEST_F(ScenarioRunTest, AnExpectationThatFailsIsReportedWithLineTimeJournalAndCo
   const ScenarioOutcome outcome = play(R"(start: {battery: 50}
 steps:
   - at: 00:00:10
-    do: adapter out
+    do: adapter off
   - at: 00:01
     expect: gate paused
   - at: 00:10
-    do: lid close
+    do: lid closed
 )");
   EXPECT_FALSE(outcome.passed);
   EXPECT_THAT(outcome.report, HasSubstr("a.yaml:8: at 00:01:00: expected \"gate paused\", but the "
@@ -90,13 +90,13 @@ TEST_F(ScenarioRunTest, AFailureIsAMarkWithItsText) {
 
 TEST_F(ScenarioRunTest, AnOnlookerStopsTheRunWhereItIs) {
   const ScenarioOutcome outcome = play(
-      R"(start: {battery: 50, adapter: out}
+      R"(start: {battery: 50, adapter: off}
 steps:
   - at: 00:01
-    do: adapter in
+    do: adapter on
     expect: adapter connected
   - at: 02:00
-    do: lid close
+    do: lid closed
 never: battery 0
 )",
       [](double now) { return now > 600 ? std::optional<std::string>("Somebody") : std::nullopt; });
@@ -144,11 +144,11 @@ TEST_F(ScenarioRunTest, WhatIsGivenIsJudgedBeforeAnythingIsDone) {
   EXPECT_TRUE(play(R"(steps:
   - at: 00:01
     given: adapter connected
-    do: adapter out
+    do: adapter off
     expect: adapter disconnected
 )")
                   .passed);
-  EXPECT_THAT(play("steps: [{at: 00:02, given: adapter connected, do: adapter in}]\n").report,
+  EXPECT_THAT(play("steps: [{at: 00:02, given: adapter connected, do: adapter on}]\n").report,
               HasSubstr("expected \"adapter connected\", but the adapter is disconnected"));
 }
 
@@ -169,7 +169,7 @@ steps:
   - at: 00:01
     holds: 10m adapter connected
   - at: 00:05
-    do: adapter out
+    do: adapter off
 )");
   EXPECT_FALSE(outcome.passed);
   EXPECT_THAT(outcome.report, HasSubstr("at 00:05:00: expected for 600s \"adapter connected\", but "
@@ -177,32 +177,32 @@ steps:
 }
 
 TEST_F(ScenarioRunTest, NeverAndAlwaysAreJudgedAtEveryMoment) {
-  const ScenarioOutcome never = play(R"(start: {battery: 50, adapter: out}
+  const ScenarioOutcome never = play(R"(start: {battery: 50, adapter: off}
 steps: [{at: 05:00}]
 never: battery 49
 )");
   EXPECT_THAT(never.report, HasSubstr("expected never \"battery 49\", but the battery is at 49 %"));
   const ScenarioOutcome always = play(R"(steps:
   - at: 06:00
-    do: [lid close, lid open]
+    do: [lid closed, lid open]
 always: lid open
 )");
   EXPECT_THAT(always.report, HasSubstr("expected always \"lid open\""));
 }
 
 TEST_F(ScenarioRunTest, WordsAreHeardOnlyWhileTheyAreListenedFor) {
-  const std::string before = "steps:\n  - at: 00:01\n    do: adapter out\n  - at: 00:02\n";
+  const std::string before = "steps:\n  - at: 00:01\n    do: adapter off\n  - at: 00:02\n";
   EXPECT_FALSE(play(before + "    within: 5s journal \"adapter disconnected\"\n").passed);
-  EXPECT_TRUE(play("steps:\n  - at: 00:03\n    do: adapter in\n    within: 5s journal \"adapter "
+  EXPECT_TRUE(play("steps:\n  - at: 00:03\n    do: adapter on\n    within: 5s journal \"adapter "
                    "connected\"\n")
                   .passed);
 }
 
 TEST_F(ScenarioRunTest, ExpectationsOfALaterStepStillHearTheLatestActions) {
-  EXPECT_TRUE(play("steps:\n  - at: 00:01\n    do: adapter out\n  - at: 00:02\n    expect: journal "
+  EXPECT_TRUE(play("steps:\n  - at: 00:01\n    do: adapter off\n  - at: 00:02\n    expect: journal "
                    "\"adapter disconnected\"\n")
                   .passed);
-  EXPECT_FALSE(play("steps:\n  - at: 00:03\n    do: adapter in\n  - at: 00:04\n    do: touch\n    "
+  EXPECT_FALSE(play("steps:\n  - at: 00:03\n    do: adapter on\n  - at: 00:04\n    do: touch\n    "
                     "expect: journal \"adapter connected\"\n")
                    .passed);
 }
@@ -235,8 +235,8 @@ TEST_F(ScenarioRunTest, OtherRepliesAreExpectedByName) {
 }
 
 TEST_F(ScenarioRunTest, WhatCannotBeDoneFailsTheScenario) {
-  EXPECT_THAT(play("steps: [{at: 00:01, do: fault smc-result QQQQ 1}]\n").report,
-              HasSubstr("a.yaml:3: at 00:01:00: \"fault smc-result QQQQ 1\" cannot be done"));
+  EXPECT_THAT(play("steps: [{at: 00:01, do: fault smc-result QQQQ 1 on}]\n").report,
+              HasSubstr("a.yaml:3: at 00:01:00: \"fault smc-result QQQQ 1 on\" cannot be done"));
 }
 
 TEST_F(ScenarioRunTest, AViolationOfTheProtocolFailsTheScenario) {
@@ -247,8 +247,8 @@ TEST_F(ScenarioRunTest, AViolationOfTheProtocolFailsTheScenario) {
 TEST_F(ScenarioRunTest, TheStartIsWhatTheStoryFinds) {
   const ScenarioOutcome outcome = play(R"(start:
   battery: 33
-  adapter: out
-  display: in
+  adapter: off
+  display: on
   saved-state: '{"chargeLimit":70}'
   restart-after-crash: yes
 steps:

@@ -269,7 +269,7 @@ TEST_F(ConnectionTest, AReplyOfADeadHelperIsHeardByNobody) {
   };
   for (const auto& send : {&AppClient::ping, &AppClient::getState, &AppClient::clearChargeLimit}) {
     const auto app = world.connectApp();
-    const AppCallRef call = ((*app).*send)();
+    const AppCallRef call = ((*app).*send)(0);
     world.runUntil([&call] { return call->over(); }, 1);
     EXPECT_TRUE(call->failed);
     EXPECT_EQ(call->pid, 0U);

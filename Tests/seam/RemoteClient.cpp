@@ -34,15 +34,12 @@ std::int32_t RemoteClient::pid() const { return ::getpid(); }
 AppCallRef RemoteClient::call(std::string_view selector, std::uint8_t argument) {
   auto made = std::make_shared<AppCall>();
   made->selector = selector;
-  XPCCall message{++lastTicket, made->selector, {}};
-  const XPCOperation* operation = xpcOperation(selector);
-  if (operation != nullptr && operation->argument == XPCArgument::UInt8)
-    message.arguments = {PropertyValue(int{argument})};
-  if (operation != nullptr && operation->argument == XPCArgument::Boolean)
-    message.arguments = {PropertyValue(argument != 0)};
+  const auto* operation = korvel::operationWith(&korvel::Operation::selector, selector);
+  const XPCCall message = operation == nullptr ? XPCCall{++lastTicket, made->selector, {}}
+                                               : callOf(*operation, argument, ++lastTicket);
   const std::string bytes = wireFrame(encode(message));
   const ssize_t sent = ::send(socket, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-  if (operation != nullptr && operation->answer == XPCAnswer::None)
+  if (operation != nullptr && operation->answer == korvel::OperationAnswer::None)
     made->answered = true;
   else
     waiting.emplace(message.ticket, made);

@@ -2,54 +2,26 @@
 
 #include <utility>
 
-#include "KorvelHelperProtocol.h"
+#include "Operations.h"
 #include "VirtualMac/InProcess/AppLink.h"
 #include "VirtualMac/InProcess/World.h"
 #include "VirtualMac/Machine/Machine.h"
 
 namespace virtualmac {
 
-namespace selectors = korvel::KorvelHelperSelector;
-
 AppClient::AppClient(World& owner, std::unique_ptr<Link> connection)
     : world(owner), link(std::move(connection)) {}
 
 AppClient::~AppClient() { link->end->disconnect("disconnects"); }
 
-AppCallRef AppClient::start(std::string_view selector, std::uint8_t argument) {
+AppCallRef AppClient::send(std::string_view selector, std::uint8_t argument) {
   auto call = std::make_shared<AppCall>();
   call->selector = selector;
   made.push_back(call);
   link->end->send(ServiceMessage{call, argument});
-  return call;
-}
-
-AppCallRef AppClient::ping() { return start(selectors::ping, 0); }
-AppCallRef AppClient::capabilities() { return start(selectors::capabilities, 0); }
-AppCallRef AppClient::setChargeLimit(std::uint8_t limit) {
-  return start(selectors::setChargeLimit, limit);
-}
-AppCallRef AppClient::clearChargeLimit() { return start(selectors::clearChargeLimit, 0); }
-AppCallRef AppClient::forceDischarge(bool enable) {
-  return start(selectors::forceDischarge, enable ? 1 : 0);
-}
-AppCallRef AppClient::setClamshellKeepAwake(bool enabled) {
-  return start(selectors::setClamshellKeepAwake, enabled ? 1 : 0);
-}
-AppCallRef AppClient::releaseLimitUntilFullThenRestore() {
-  return start(selectors::releaseLimitUntilFullThenRestore, 0);
-}
-AppCallRef AppClient::cancelTopUp() { return start(selectors::cancelTopUp, 0); }
-AppCallRef AppClient::getState() { return start(selectors::getState, 0); }
-AppCallRef AppClient::resetAllSMCKeys() { return start(selectors::resetAllSMCKeys, 0); }
-AppCallRef AppClient::send(std::string_view selector, std::uint8_t argument) {
-  return start(selector, argument);
-}
-
-AppCallRef AppClient::quit() {
-  AppCallRef call = start(selectors::quit, 0);
-  // One-way: nothing will come back.
-  if (!call->failed) link->end->answered(call);
+  const auto* operation = korvel::operationWith(&korvel::Operation::selector, selector);
+  const bool oneWay = operation != nullptr && operation->answer == korvel::OperationAnswer::None;
+  if (oneWay && !call->failed) link->end->answered(call);
   return call;
 }
 

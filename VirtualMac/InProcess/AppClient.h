@@ -40,17 +40,12 @@ class AppClient {
   AppClient(const AppClient&) = delete;
   AppClient& operator=(const AppClient&) = delete;
 
-  AppCallRef ping();
-  AppCallRef capabilities();
-  AppCallRef setChargeLimit(std::uint8_t limit);
-  AppCallRef clearChargeLimit();
-  AppCallRef forceDischarge(bool enable);
-  AppCallRef setClamshellKeepAwake(bool enabled);
-  AppCallRef releaseLimitUntilFullThenRestore();
-  AppCallRef cancelTopUp();
-  AppCallRef getState();
-  AppCallRef resetAllSMCKeys();
-  AppCallRef quit();  ///< Over as soon as it is sent.
+  // A function for each operation, named as the helper's is: ping(), setChargeLimit(80),
+  // forceDischarge(true). One without a reply is over as soon as it is sent.
+#define OPERATION(method, selector, argument, answer, word) \
+  AppCallRef method(std::uint8_t value = 0) { return send(selector, value); }
+#include "Operations.def"
+#undef OPERATION
   /// Any message, also one that no interface may know.
   AppCallRef send(std::string_view selector, std::uint8_t argument = 0);
 
@@ -73,7 +68,6 @@ class AppClient {
   friend class World;
   struct Link;
   AppClient(World& owner, std::unique_ptr<Link> connection);
-  AppCallRef start(std::string_view selector, std::uint8_t argument);
 
   World& world;
   std::unique_ptr<Link> link;

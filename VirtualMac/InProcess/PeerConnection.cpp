@@ -4,7 +4,6 @@
 #include <utility>
 
 #include "Base/Trap.h"
-#include "KorvelHelperProtocol.h"
 #include "VirtualMac/InProcess/ReplyTransport.h"
 #include "VirtualMac/Machine/CodeSignatures.h"
 
@@ -131,36 +130,14 @@ bool PeerConnection::peerIsAdmitted() {
 }
 
 void PeerConnection::call(const ServiceMessage& message) {
-  namespace selectors = korvel::KorvelHelperSelector;
-  const std::string& selector = message.call->selector;
-  const ReplyRoute route{service.around, client, message.call, interface};
+  const korvel::Operation* operation =
+      korvel::operationWith(&korvel::Operation::selector, message.call->selector);
+  if (operation == nullptr)
+    return client->failed(message.call, "the interface has no such selector");
   // Kept for the call: the connection may end meanwhile.
   const std::shared_ptr<korvel::KorvelHelperProtocol> object = exported;
-  if (selector == selectors::ping) {
-    object->ping(makePidReply(route));
-  } else if (selector == selectors::capabilities) {
-    object->capabilities(makeDataReply(route));
-  } else if (selector == selectors::setChargeLimit) {
-    object->setChargeLimit(message.argument, makeReply(route));
-  } else if (selector == selectors::clearChargeLimit) {
-    object->clearChargeLimit(makeReply(route));
-  } else if (selector == selectors::forceDischarge) {
-    object->forceDischarge(message.argument != 0, makeReply(route));
-  } else if (selector == selectors::setClamshellKeepAwake) {
-    object->setClamshellKeepAwake(message.argument != 0, makeReply(route));
-  } else if (selector == selectors::releaseLimitUntilFullThenRestore) {
-    object->releaseLimitUntilFullThenRestore(makeReply(route));
-  } else if (selector == selectors::cancelTopUp) {
-    object->cancelTopUp(makeReply(route));
-  } else if (selector == selectors::getState) {
-    object->getState(makeDataReply(route));
-  } else if (selector == selectors::resetAllSMCKeys) {
-    object->resetAllSMCKeys(makeReply(route));
-  } else if (selector == selectors::quit) {
-    object->quit();
-  } else {
-    client->failed(message.call, "the interface has no such selector");
-  }
+  deliverCall({service.around, client, message.call, *operation, interface}, *object,
+              message.argument);
 }
 
 // ---- the end

@@ -1,16 +1,13 @@
-#include <algorithm>
-#include <array>
 #include <map>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
 
-#include "KorvelHelperProtocol.h"
+#include "Operations.h"
 #include "VirtualMac/InProcess/Invariants.h"
 #include "VirtualMac/InProcess/ServiceEndpoint.h"
 #include "VirtualMac/InProcess/World.h"
-#include "VirtualMac/Machine/ReplyText.h"
 #include "VirtualMac/Schedule/Lane.h"
 #include "VirtualMac/Schedule/Scheduler.h"
 
@@ -57,16 +54,11 @@ class UnchangedFactsAreQuiet final : public Invariant {
   std::string outcome;
 };
 
-/// The messages that change something. Their audit lines begin like their selectors.
-constexpr std::array auditedSelectors = {
-    korvel::KorvelHelperSelector::setChargeLimit,
-    korvel::KorvelHelperSelector::clearChargeLimit,
-    korvel::KorvelHelperSelector::forceDischarge,
-    korvel::KorvelHelperSelector::setClamshellKeepAwake,
-    korvel::KorvelHelperSelector::cancelTopUp,
-    korvel::KorvelHelperSelector::releaseLimitUntilFullThenRestore,
-    korvel::KorvelHelperSelector::resetAllSMCKeys,
-};
+/// The operations that change something: those that succeed or fail. Their audit lines begin with
+/// their names.
+bool isAudited(const korvel::Operation* operation) {
+  return operation != nullptr && operation->answer == korvel::OperationAnswer::Outcome;
+}
 
 /// Each changing call is logged with its caller by the thread that delivers it. Before that log
 /// line the thread only asks who calls, and queues nothing. Each call is answered once.
@@ -86,8 +78,8 @@ class OneAuditAndOneReplyEach final : public Invariant {
   }
 
   void messageBegins(const Lane& lane, std::string_view selector) override {
-    if (std::ranges::find(auditedSelectors, selector) == auditedSelectors.end()) return;
-    unaudited.insert_or_assign(&lane, operationName(selector));
+    const auto* operation = korvel::operationWith(&korvel::Operation::selector, selector);
+    if (isAudited(operation)) unaudited.insert_or_assign(&lane, std::string(operation->method));
   }
   void messageEnds(const Lane& lane) override {
     const auto found = unaudited.find(&lane);
@@ -111,12 +103,6 @@ class OneAuditAndOneReplyEach final : public Invariant {
   }
 
  private:
-  static bool isAudited(std::string_view operation) {
-    return std::ranges::any_of(auditedSelectors, [operation](std::string_view selector) {
-      return operationName(selector) == operation;
-    });
-  }
-
   void tooEarly(const Lane& lane, std::string_view what) {
     const auto found = unaudited.find(&lane);
     if (found == unaudited.end()) return;
@@ -124,9 +110,9 @@ class OneAuditAndOneReplyEach final : public Invariant {
   }
 
   void seeLog(const Effect& line) {
-    for (const std::string_view selector : auditedSelectors) {
-      const std::string operation = operationName(selector);
-      if (!isAudit(line, operation)) continue;
+    for (const korvel::Operation& each : korvel::operations) {
+      const std::string operation(each.method);
+      if (!isAudited(&each) || !isAudit(line, operation)) continue;
       ++open[operation];
       const Lane& lane = world.scheduler().current();
       const std::string& thread = lane.name();
@@ -141,7 +127,7 @@ class OneAuditAndOneReplyEach final : public Invariant {
   }
 
   void seeReply(const std::string& operation) {
-    if (!isAudited(operation)) return;
+    if (!isAudited(korvel::operationWith(&korvel::Operation::method, operation))) return;
     if (--open[operation] >= 0) return;
     open[operation] = 0;
     violate("answered without an audit line, or twice: " + operation);

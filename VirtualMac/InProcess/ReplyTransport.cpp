@@ -38,89 +38,65 @@ std::optional<ReplyClass> classOf(const korvel::PropertyValue& value) {
   return std::nullopt;
 }
 
-/// Common to the three sinks: where to, and what becomes of a dropped reply.
-class Route {
+/// Takes one call's answer back to its client.
+template <class... Values>
+class RouteSink final : public korvel::ReplySink<Values...> {
  public:
-  explicit Route(ReplyRoute way) : route(std::move(way)) {}
+  explicit RouteSink(ReplyRoute way) : route(std::move(way)) {}
 
-  /// A thread of a dead process may come as far as its reply before it unwinds; nobody hears it.
-  [[nodiscard]] bool unheard() const { return !route.around.process.alive(); }
-  template <class... Values>
-  void answered(const Values&... values) {
-    route.around.journal.record(replied(route.call->selector, values...));
-    route.client->answered(route.call);
+  void deliver(Values... values) override {
+    if (!unheard()) take(std::move(values)...);
   }
-  void rejected(const std::string& why) {
-    const std::string text = operationName(route.call->selector) + ": " + why;
-    route.around.reportViolation("reply rejected, " + text);
-    route.client->failed(route.call, "the reply could not be decoded: " + why);
-  }
-  void dropped() {
+  void abandoned() override {
     if (unheard()) return;
-    route.around.reportViolation("reply dropped, " + operationName(route.call->selector));
+    route.around.reportViolation("reply dropped, " + operation());
     route.client->failed(route.call, "the helper dropped the reply");
   }
 
-  ReplyRoute route;
-};
-
-class PidSink final : public korvel::ReplySink<std::uint64_t>, Route {
- public:
-  using Route::Route;
-  void deliver(std::uint64_t pid) override {
-    if (unheard()) return;
+ private:
+  void take(std::uint64_t pid) {
     route.call->pid = pid;
     answered(pid);
   }
-  void abandoned() override { dropped(); }
-};
-
-class DataSink final : public korvel::ReplySink<std::string>, Route {
- public:
-  using Route::Route;
-  void deliver(std::string data) override {
-    if (unheard()) return;
-    if (const auto why = dataRejected(route.interface, route.call->selector)) {
-      rejected(*why);
-      return;
-    }
+  void take(std::string data) {
+    if (const auto why = dataRejected(route.interface, route.call->selector)) return rejected(*why);
     route.call->data = std::move(data);
     answered(route.call->data);
   }
-  void abandoned() override { dropped(); }
-};
-
-class OutcomeSink final : public korvel::ReplySink<bool, std::optional<korvel::ErrorObject>>,
-                          Route {
- public:
-  using Route::Route;
-  void deliver(bool success, std::optional<korvel::ErrorObject> error) override {
-    if (unheard()) return;
+  void take(bool success, std::optional<korvel::ErrorObject> error) {
     if (error) {
-      if (const auto why = errorRejected(route.interface, route.call->selector, *error)) {
-        rejected(*why);
-        return;
-      }
+      const auto why = errorRejected(route.interface, route.call->selector, *error);
+      if (why) return rejected(*why);
     }
     route.call->success = success;
     route.call->error = std::move(error);
     answered(success, route.call->error);
   }
-  void abandoned() override { dropped(); }
+
+  /// A thread of a dead process may come as far as its reply before it unwinds; nobody hears it.
+  [[nodiscard]] bool unheard() const { return !route.around.process.alive(); }
+  [[nodiscard]] std::string operation() const { return std::string(route.operation.method); }
+  template <class... Answer>
+  void answered(const Answer&... answer) {
+    route.around.journal.record(replied(operation(), answer...));
+    route.client->answered(route.call);
+  }
+  void rejected(const std::string& why) {
+    route.around.reportViolation("reply rejected, " + operation() + ": " + why);
+    route.client->failed(route.call, "the reply could not be decoded: " + why);
+  }
+
+  ReplyRoute route;
 };
 
 }  // namespace
 
-korvel::PidReply makePidReply(ReplyRoute route) {
-  return korvel::PidReply(std::make_unique<PidSink>(std::move(route)));
-}
-
-korvel::DataReply makeDataReply(ReplyRoute route) {
-  return korvel::DataReply(std::make_unique<DataSink>(std::move(route)));
-}
-
-korvel::Reply makeReply(ReplyRoute route) {
-  return korvel::Reply(std::make_unique<OutcomeSink>(std::move(route)));
+void deliverCall(const ReplyRoute& route, korvel::KorvelHelperProtocol& helper,
+                 std::uint8_t argument) {
+  const auto makeReply = [&]<class... Values>(std::type_identity<korvel::BasicReply<Values...>>) {
+    return korvel::BasicReply<Values...>(std::make_unique<RouteSink<Values...>>(route));
+  };
+  korvel::callOperation(route.operation, helper, argument, makeReply);
 }
 
 std::optional<std::string> dataRejected(const korvel::XPCInterface& interface,

@@ -10,17 +10,14 @@
 
 namespace virtualmac {
 
-/// "setChargeLimit" for "setChargeLimit:reply:", "ping" for "pingWithReply:".
-std::string operationName(std::string_view selector);
-
-// The effect of an answer to a client, whichever way it went.
+// The effect of an answer to a client, whichever way it went. `operation` is its method's name.
 
 /// `ping 412`
-Effect replied(std::string_view selector, std::uint64_t pid);
+Effect replied(std::string_view operation, std::uint64_t pid);
 /// `getState ok` for bytes, `getState empty` for none.
-Effect replied(std::string_view selector, const std::string& data);
+Effect replied(std::string_view operation, const std::string& data);
 /// `quit ok`, `quit failed 400 "…"`, `quit failed without an error`
-Effect replied(std::string_view selector, bool success,
+Effect replied(std::string_view operation, bool success,
                const std::optional<korvel::ErrorObject>& error);
 
 }  // namespace virtualmac

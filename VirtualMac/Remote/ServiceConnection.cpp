@@ -11,7 +11,6 @@
 #include <future>
 #include <utility>
 
-#include "KorvelHelperProtocol.h"
 #include "VirtualMac/Machine/ReplyText.h"
 #include "VirtualMac/Remote/HostSystem.h"
 #include "VirtualMac/Remote/ServiceListener.h"
@@ -19,6 +18,7 @@
 namespace virtualmac {
 
 using korvel::ErrorObject;
+using korvel::Operation;
 using korvel::PropertyValue;
 
 namespace {
@@ -26,52 +26,46 @@ namespace {
 thread_local std::optional<std::int32_t> pidOfCurrentCall;
 
 /// The effect of a reply that is as its operation declares it.
-Effect effectOf(std::string_view selector, const std::vector<XPCValue>& values) {
+Effect effectOf(std::string_view operation, const std::vector<XPCValue>& values) {
   const auto& first = std::get<PropertyValue>(values.front());
   if (first.data() != nullptr) {
-    return replied(selector, std::string(first.data()->begin(), first.data()->end()));
+    return replied(operation, std::string(first.data()->begin(), first.data()->end()));
   }
   if (first.integer()) {
-    return replied(selector, static_cast<std::uint64_t>(*first.integer()));
+    return replied(operation, static_cast<std::uint64_t>(*first.integer()));
   }
   const auto* error = values.size() > 1 ? std::get_if<ErrorObject>(&values[1]) : nullptr;
-  return replied(selector, first.boolean().value_or(false),
+  return replied(operation, first.boolean().value_or(false),
                  error == nullptr ? std::nullopt : std::optional(*error));
 }
 
+std::vector<XPCValue> valuesOf(bool success, std::optional<ErrorObject> error) {
+  std::vector<XPCValue> values{PropertyValue(success), PropertyValue()};
+  if (error) values[1] = *std::move(error);
+  return values;
+}
+std::vector<XPCValue> valuesOf(const std::string& bytes) {
+  return {PropertyValue(PropertyValue::Data(bytes.begin(), bytes.end()))};
+}
+std::vector<XPCValue> valuesOf(std::uint64_t number) {
+  return {PropertyValue(static_cast<std::int64_t>(number))};
+}
+
 /// Carries one call's answer to its connection.
-template <class Make, class... Values>
+template <class... Values>
 class ConnectionSink final : public korvel::ReplySink<Values...> {
  public:
-  ConnectionSink(std::shared_ptr<ServiceConnection> target, const XPCOperation& answered,
+  ConnectionSink(std::shared_ptr<ServiceConnection> target, const Operation& answered,
                  std::uint32_t callTicket)
       : connection(std::move(target)), operation(answered), ticket(callTicket) {}
   void deliver(Values... values) override {
-    connection->reply(operation, ticket, Make{}(std::move(values)...));
+    connection->reply(operation, ticket, valuesOf(std::move(values)...));
   }
 
  private:
   std::shared_ptr<ServiceConnection> connection;
-  const XPCOperation& operation;
+  const Operation& operation;
   std::uint32_t ticket;
-};
-
-struct MakeOutcome {
-  std::vector<XPCValue> operator()(bool success, std::optional<ErrorObject> error) const {
-    std::vector<XPCValue> values{PropertyValue(success), PropertyValue()};
-    if (error) values[1] = *std::move(error);
-    return values;
-  }
-};
-struct MakeData {
-  std::vector<XPCValue> operator()(const std::string& bytes) const {
-    return {PropertyValue(PropertyValue::Data(bytes.begin(), bytes.end()))};
-  }
-};
-struct MakePid {
-  std::vector<XPCValue> operator()(std::uint64_t number) const {
-    return {PropertyValue(static_cast<std::int64_t>(number))};
-  }
 };
 
 }  // namespace
@@ -173,13 +167,13 @@ void ServiceConnection::take() {
   if (over || !isAdmitted()) return;
   const auto call = decodeXPCCall(body);
   if (!call) return end("malformed: " + call.error());
-  const XPCOperation* operation = xpcOperation(call->selector);
+  const Operation* operation = korvel::operationWith(&Operation::selector, call->selector);
   if (operation == nullptr) return end("unknown selector \"" + call->selector + '"');
-  if (const auto fits = checkArguments(*operation, call->arguments); !fits)
-    return end("malformed: " + fits.error());
-  if (operation->answer != XPCAnswer::None) ++unanswered;
+  const auto argument = argumentIn(*operation, call->arguments);
+  if (!argument) return end("malformed: " + argument.error());
+  if (operation->answer != korvel::OperationAnswer::None) ++unanswered;
   pidOfCurrentCall = pid;
-  deliver(*operation, *call);
+  deliver(*operation, *argument, call->ticket);
   pidOfCurrentCall.reset();
   reading = false;
   readOnUnlessWaiting();
@@ -200,44 +194,15 @@ bool ServiceConnection::peerHasHungUp() {
   return ::poll(&watched, 1, 0) > 0 && (watched.revents & POLLHUP) != 0;
 }
 
-void ServiceConnection::deliver(const XPCOperation& operation, const XPCCall& call) {
-  using Outcome = ConnectionSink<MakeOutcome, bool, std::optional<ErrorObject>>;
-  using Data = ConnectionSink<MakeData, std::string>;
-  using Pid = ConnectionSink<MakePid, std::uint64_t>;
-  namespace selector = korvel::KorvelHelperSelector;
-  const auto outcome = [&] {
-    return korvel::Reply(std::make_unique<Outcome>(shared_from_this(), operation, call.ticket));
-  };
-  const auto data = [&] {
-    return korvel::DataReply(std::make_unique<Data>(shared_from_this(), operation, call.ticket));
-  };
+void ServiceConnection::deliver(const Operation& operation, std::uint8_t argument,
+                                std::uint32_t ticket) {
   // A copy, since a reply made on this thread may end the connection, which drops its object.
   const std::shared_ptr<korvel::KorvelHelperProtocol> exported = exportedObject;
-  korvel::KorvelHelperProtocol& object = *exported;
-  const std::string_view name = operation.selector;
-  if (name == selector::ping)
-    object.ping(
-        korvel::PidReply(std::make_unique<Pid>(shared_from_this(), operation, call.ticket)));
-  else if (name == selector::capabilities)
-    object.capabilities(data());
-  else if (name == selector::setChargeLimit)
-    object.setChargeLimit(static_cast<std::uint8_t>(*call.arguments[0].integer()), outcome());
-  else if (name == selector::clearChargeLimit)
-    object.clearChargeLimit(outcome());
-  else if (name == selector::forceDischarge)
-    object.forceDischarge(*call.arguments[0].boolean(), outcome());
-  else if (name == selector::setClamshellKeepAwake)
-    object.setClamshellKeepAwake(*call.arguments[0].boolean(), outcome());
-  else if (name == selector::releaseLimitUntilFullThenRestore)
-    object.releaseLimitUntilFullThenRestore(outcome());
-  else if (name == selector::cancelTopUp)
-    object.cancelTopUp(outcome());
-  else if (name == selector::getState)
-    object.getState(data());
-  else if (name == selector::resetAllSMCKeys)
-    object.resetAllSMCKeys(outcome());
-  else if (name == selector::quit)
-    object.quit();
+  const auto makeReply = [&]<class... Values>(std::type_identity<korvel::BasicReply<Values...>>) {
+    return korvel::BasicReply<Values...>(
+        std::make_unique<ConnectionSink<Values...>>(shared_from_this(), operation, ticket));
+  };
+  korvel::callOperation(operation, *exported, argument, makeReply);
 }
 
 void ServiceConnection::readOnUnlessWaiting() {
@@ -246,16 +211,16 @@ void ServiceConnection::readOnUnlessWaiting() {
   readHeader();
 }
 
-void ServiceConnection::reply(const XPCOperation& operation, std::uint32_t ticket,
+void ServiceConnection::reply(const Operation& operation, std::uint32_t ticket,
                               std::vector<XPCValue> values) {
-  host.journal(effectOf(operation.selector, values));
+  host.journal(effectOf(operation.method, values));
   asio::dispatch(socket.get_executor(),
                  [self = shared_from_this(), &operation, ticket, sent = std::move(values)] {
                    self->sendReply(operation, ticket, sent);
                  });
 }
 
-void ServiceConnection::sendReply(const XPCOperation& operation, std::uint32_t ticket,
+void ServiceConnection::sendReply(const Operation& operation, std::uint32_t ticket,
                                   const std::vector<XPCValue>& values) {
   if (over) return;
   if (const auto fits = checkReply(operation, values, exportedInterface); !fits)

@@ -39,7 +39,8 @@ class ServiceConnection final : public korvel::XPCConnection,
   /// Drops a connection that was not accepted. On the thread that accepts.
   void refuse();
   /// Sends the answer to a call. Any thread; does nothing when the connection is over.
-  void reply(const XPCOperation& operation, std::uint32_t ticket, std::vector<XPCValue> values);
+  void reply(const korvel::Operation& operation, std::uint32_t ticket,
+             std::vector<XPCValue> values);
 
   /// The pid of the peer whose call runs on this thread; none outside a call.
   static std::optional<std::int32_t> currentPid();
@@ -53,9 +54,9 @@ class ServiceConnection final : public korvel::XPCConnection,
   void take();
   bool isAdmitted();
   [[nodiscard]] bool peerHasHungUp();
-  void deliver(const XPCOperation& operation, const XPCCall& call);
+  void deliver(const korvel::Operation& operation, std::uint8_t argument, std::uint32_t ticket);
   void readOnUnlessWaiting();
-  void sendReply(const XPCOperation& operation, std::uint32_t ticket,
+  void sendReply(const korvel::Operation& operation, std::uint32_t ticket,
                  const std::vector<XPCValue>& values);
   void writeNext();
   void end(const std::string& reason);

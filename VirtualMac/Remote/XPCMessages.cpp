@@ -1,16 +1,18 @@
 #include "VirtualMac/Remote/XPCMessages.h"
 
 #include <algorithm>
-#include <array>
 #include <limits>
 #include <map>
 #include <optional>
 
-#include "KorvelHelperProtocol.h"
+#include "VirtualMac/Machine/Deeds.h"
 
 namespace virtualmac {
 
 using korvel::ErrorObject;
+using korvel::Operation;
+using korvel::OperationAnswer;
+using korvel::OperationArgument;
 using korvel::PropertyValue;
 using korvel::ReplyClass;
 
@@ -20,21 +22,6 @@ constexpr std::uint8_t callTag = 1;
 constexpr std::uint8_t replyTag = 2;
 constexpr std::uint8_t valueTag = 0;
 constexpr std::uint8_t errorTag = 1;
-
-namespace selector = korvel::KorvelHelperSelector;
-constexpr std::array<XPCOperation, 11> operations{{
-    {selector::ping, XPCArgument::None, XPCAnswer::Pid},
-    {selector::capabilities, XPCArgument::None, XPCAnswer::Data},
-    {selector::setChargeLimit, XPCArgument::UInt8, XPCAnswer::Outcome},
-    {selector::clearChargeLimit, XPCArgument::None, XPCAnswer::Outcome},
-    {selector::forceDischarge, XPCArgument::Boolean, XPCAnswer::Outcome},
-    {selector::setClamshellKeepAwake, XPCArgument::Boolean, XPCAnswer::Outcome},
-    {selector::releaseLimitUntilFullThenRestore, XPCArgument::None, XPCAnswer::Outcome},
-    {selector::cancelTopUp, XPCArgument::None, XPCAnswer::Outcome},
-    {selector::getState, XPCArgument::None, XPCAnswer::Data},
-    {selector::resetAllSMCKeys, XPCArgument::None, XPCAnswer::Outcome},
-    {selector::quit, XPCArgument::None, XPCAnswer::None},
-}};
 
 /// The class of a value that travels as an object; none when no setting can name it.
 std::optional<ReplyClass> classOf(const PropertyValue& value) {
@@ -73,35 +60,28 @@ class AllowedClasses {
 };
 
 /// True: the reply is as the operation declares it.
-bool declared(const XPCOperation& operation, const std::vector<XPCValue>& values) {
+bool declared(const Operation& operation, const std::vector<XPCValue>& values) {
   const auto property = [&values](std::size_t index) {
     return index < values.size() ? std::get_if<PropertyValue>(&values[index]) : nullptr;
   };
   const PropertyValue* first = property(0);
   switch (operation.answer) {
-    case XPCAnswer::Pid:
+    case OperationAnswer::Pid:
       return values.size() == 1 && first != nullptr && first->integer();
-    case XPCAnswer::Data:
+    case OperationAnswer::Data:
       return values.size() == 1 && first != nullptr && first->data() != nullptr;
-    case XPCAnswer::Outcome: {
+    case OperationAnswer::Outcome: {
       if (values.size() != 2 || first == nullptr || !first->boolean()) return false;
       const PropertyValue* second = property(1);
       return second == nullptr || second->isAbsent();
     }
-    case XPCAnswer::None:
+    case OperationAnswer::None:
       return false;
   }
   return false;
 }
 
 }  // namespace
-
-const XPCOperation* xpcOperation(std::string_view name) {
-  const auto found =
-      std::find_if(operations.begin(), operations.end(),
-                   [name](const XPCOperation& operation) { return operation.selector == name; });
-  return found == operations.end() ? nullptr : &*found;
-}
 
 std::string encode(const XPCCall& call) {
   WireWriter body;
@@ -160,24 +140,47 @@ std::expected<XPCReply, std::string> decodeXPCReply(std::string_view body) {
   return reply;
 }
 
-std::expected<void, std::string> checkArguments(const XPCOperation& operation,
-                                                const std::vector<PropertyValue>& given) {
-  const std::size_t expected = operation.argument == XPCArgument::None ? 0 : 1;
+std::expected<std::uint8_t, std::string> argumentFrom(const Operation& operation,
+                                                      const std::string& word) {
+  const std::string what(operation.word);
+  if (operation.argument == OperationArgument::None) {
+    if (word.empty()) return std::uint8_t{0};
+    return std::unexpected(what + " takes nothing, not \"" + word + '"');
+  }
+  const bool isSwitch = operation.argument == OperationArgument::Boolean;
+  const auto given =
+      (isSwitch ? onOrOff : AllowedValues{.high = 255, .whole = true}).read(what, word);
+  if (!given) return std::unexpected(given.error());
+  return isSwitch ? std::uint8_t{word == "on"} : static_cast<std::uint8_t>(given->number);
+}
+
+XPCCall callOf(const Operation& operation, std::uint8_t argument, std::uint32_t ticket) {
+  XPCCall call{ticket, std::string(operation.selector), {}};
+  if (operation.argument == OperationArgument::Boolean) call.arguments.emplace_back(argument != 0);
+  if (operation.argument == OperationArgument::UInt8) call.arguments.emplace_back(int{argument});
+  return call;
+}
+
+std::expected<std::uint8_t, std::string> argumentIn(const Operation& operation,
+                                                    const std::vector<PropertyValue>& given) {
+  const std::size_t expected = operation.argument == OperationArgument::None ? 0 : 1;
   const std::string who(operation.selector);
   if (given.size() != expected)
     return std::unexpected(who + " takes " + std::to_string(expected) + " argument(s), not " +
                            std::to_string(given.size()));
-  if (operation.argument == XPCArgument::Boolean && !given.front().boolean())
-    return std::unexpected(who + " takes a Boolean");
-  if (operation.argument == XPCArgument::UInt8) {
-    const std::optional<std::int64_t> number = given.front().integer();
-    if (!number || *number < 0 || *number > std::numeric_limits<std::uint8_t>::max())
-      return std::unexpected(who + " takes a whole number from 0 to 255");
+  if (expected == 0) return std::uint8_t{0};
+  if (operation.argument == OperationArgument::Boolean) {
+    const std::optional<bool> enabled = given.front().boolean();
+    if (!enabled) return std::unexpected(who + " takes a Boolean");
+    return std::uint8_t{*enabled};
   }
-  return {};
+  const std::optional<std::int64_t> number = given.front().integer();
+  if (!number || *number < 0 || *number > std::numeric_limits<std::uint8_t>::max())
+    return std::unexpected(who + " takes a whole number from 0 to 255");
+  return static_cast<std::uint8_t>(*number);
 }
 
-std::expected<void, std::string> checkReply(const XPCOperation& operation,
+std::expected<void, std::string> checkReply(const Operation& operation,
                                             const std::vector<XPCValue>& values,
                                             const korvel::XPCInterface& interface) {
   const std::string who(operation.selector);

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "Base/ErrorObject.h"
+#include "Operations.h"
 #include "Platform/XPCConnection.h"
 #include "VirtualMac/Remote/Wire.h"
 
@@ -36,32 +37,26 @@ struct XPCReply {
   std::vector<XPCValue> values;
 };
 
-enum class XPCArgument : std::uint8_t { None, UInt8, Boolean };
-enum class XPCAnswer : std::uint8_t { Pid, Data, Outcome, None };
-
-/// One operation of the protocol, as it travels.
-struct XPCOperation {
-  std::string_view selector;
-  XPCArgument argument;
-  XPCAnswer answer;
-};
-
-/// Null: the protocol has no such operation.
-const XPCOperation* xpcOperation(std::string_view selector);
-
 /// Bodies of frames, and back; the error says what is wrong with the bytes.
 std::string encode(const XPCCall& call);
 std::string encode(const XPCReply& reply);
 std::expected<XPCCall, std::string> decodeXPCCall(std::string_view body);
 std::expected<XPCReply, std::string> decodeXPCReply(std::string_view body);
 
-/// Checks that the operation takes these arguments; the error says why not.
-std::expected<void, std::string> checkArguments(const XPCOperation& operation,
-                                                const std::vector<korvel::PropertyValue>& given);
+/// The argument of an operation as a person says it: `80`, `on`, nothing where it takes none. 0
+/// stands for none and for off, 1 for on. The error says what is allowed.
+std::expected<std::uint8_t, std::string> argumentFrom(const korvel::Operation& operation,
+                                                      const std::string& word);
+
+/// The call of an operation with such an argument, and back; else why the operation does not take
+/// what was `given`.
+XPCCall callOf(const korvel::Operation& operation, std::uint8_t argument, std::uint32_t ticket);
+std::expected<std::uint8_t, std::string> argumentIn(
+    const korvel::Operation& operation, const std::vector<korvel::PropertyValue>& given);
 
 /// Checks that the operation may answer with these values, by its declaration and by the classes
 /// that the interface names. An argument without a setting takes any class its declaration allows.
-std::expected<void, std::string> checkReply(const XPCOperation& operation,
+std::expected<void, std::string> checkReply(const korvel::Operation& operation,
                                             const std::vector<XPCValue>& values,
                                             const korvel::XPCInterface& interface);
 

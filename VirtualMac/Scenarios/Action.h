@@ -1,11 +1,9 @@
 #pragma once
 
-#include <cstdint>
 #include <expected>
 #include <functional>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "VirtualMac/Scenarios/Stage.h"
 
@@ -13,13 +11,10 @@ namespace virtualmac {
 
 /// One thing that a person, an application, the hardware or fate does:
 ///   connect [CLIENT] [as IDENTITY]    disconnect [CLIENT]    kill-app [CLIENT]
-///   set-limit PERCENT    clear    discharge on|off    keep-awake on|off
-///   top-off    cancel-top-off    reset    quit             each with [by CLIENT]
-///   adapter in|out|renegotiates    lid open|close    display in|out    touch
-///   battery PERCENT    temperature CELSIUS|free    ambient CELSIUS
-///   sleep    wake    idle-sleep MINUTES    sleep-disabled on|off
-///   helper start    kill    signal TERM|INT|ABRT|KILL    update VERSION
-///   reboot    power-loss    fault NAME [ARGUMENT...]    heal NAME [ARGUMENT...]
+///   a request of the helper: the word of an operation, its value, [by CLIENT]
+///   a deed of Machine/Deeds with its value
+///   fault NAME [ARGUMENT...] on|off
+///   helper start    kill [KILL|TERM|INT|ABRT]    update VERSION    reboot    power-loss
 /// A client that is not named is called "app".
 class Action {
  public:
@@ -28,47 +23,16 @@ class Action {
 
   [[nodiscard]] const std::string& text() const { return source; }
   /// True for what is asked of the helper and answered by it.
-  [[nodiscard]] bool isRequest() const { return form == Form::Request && what != Request::Quit; }
+  [[nodiscard]] bool isRequest() const { return request; }
   /// Does it. `answered` runs later, once, for requests only.
-  void perform(Stage& stage, std::function<void(Answer)> answered) const;
+  void perform(Stage& stage, std::function<void(Answer)> answered) const {
+    act(stage, std::move(answered));
+  }
 
  private:
-  enum class Form : std::uint8_t {
-    Connect,
-    Disconnect,
-    KillApp,
-    Request,
-    Adapter,
-    Lid,
-    Display,
-    Touch,
-    Battery,
-    Temperature,
-    Ambient,
-    Sleep,
-    Wake,
-    IdleSleep,
-    SleepDisabled,
-    StartHelper,
-    Signal,
-    Update,
-    Reboot,
-    PowerLoss,
-    Fault
-  };
-  struct Reader;
-
-  void performOnMachine(Stage& stage) const;
-  void update(Stage& stage) const;
-
   std::string source;
-  Form form{};
-  Request what{};
-  std::size_t choice = 0;  ///< Which of the words that the form offers.
-  double number = 0;
-  std::string client = "app";
-  std::string name;  ///< An identity, a version, a fault.
-  std::vector<std::string> arguments;
+  bool request = false;
+  std::function<void(Stage&, std::function<void(Answer)>)> act;
 };
 
 }  // namespace virtualmac

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "VirtualMac/Machine/Battery.h"
+#include "VirtualMac/Machine/Nearest.h"
 #include "VirtualMac/Scenarios/Phrase.h"
 
 namespace virtualmac {
@@ -67,7 +68,8 @@ const std::vector<std::string_view>& subjectNames() {
     for (const TwoStates& entry : twoStates) all.push_back(entry.name);
     for (const Quantity& entry : quantities) all.push_back(entry.name);
     for (const Plain& entry : plain) all.push_back(entry.name);
-    for (const char* name : {"helper", "writes", "saved", "reported", "log", "journal"}) {
+    for (const char* name :
+         {"helper", "writes", "saved", "reported", "log", "journal", "KEY=BYTES"}) {
       all.emplace_back(name);
     }
     return all;
@@ -142,10 +144,10 @@ void takeKeyValue(Phrase& phrase, std::string_view first, Term& term) {
 }
 
 void takeHelper(Phrase& phrase, Term& term) {
-  const std::size_t which = phrase.takeOneOf("what a helper is", {"running", "stopped", "exited"});
+  const std::size_t which = phrase.takeOneOf("helper", {"running", "stopped", "exited"});
   term.subject = which == 2 ? Subject::HelperExited : Subject::HelperRunning;
   term.on = which == 0;
-  if (which == 2) term.least = term.most = phrase.takeNumber("an exit status", 0, 255);
+  if (which == 2) term.least = term.most = phrase.takeNumber("exit status", 0, 255);
 }
 
 /// Subjects with a word or a shape of their own; false: `name` is none of them.
@@ -156,7 +158,7 @@ bool takeNamed(Phrase& phrase, const std::string& name, Term& term) {
     term.subject = Subject::KeyWrites;
     term.name = phrase.take("a key");
     if (!isKeyName(term.name)) phrase.complain(fmt::format("\"{}\" is not a key", term.name));
-    takeRange(phrase, {"a count", Subject::KeyWrites, 0, 1e9}, term);
+    takeRange(phrase, {"count", Subject::KeyWrites, 0, 1e9}, term);
   } else if (name == "saved" && phrase.takeIf("nothing")) {
     term.subject = Subject::SavedNothing;
   } else if (name == "saved" || name == "reported") {
@@ -172,14 +174,6 @@ bool takeNamed(Phrase& phrase, const std::string& name, Term& term) {
     return false;
   }
   return true;
-}
-
-void complainAbout(Phrase& phrase, const std::string& name) {
-  const std::string_view near = nearest(name, subjectNames());
-  std::string all;
-  for (const std::string_view known : subjectNames()) all += std::string(known) + ", ";
-  phrase.complain(fmt::format("nothing is known about \"{}\"{}; there are: {}KEY=BYTES", name,
-                              near.empty() ? "" : fmt::format(" (is it {}?)", near), all));
 }
 
 Term takeTerm(Phrase& phrase) {
@@ -204,7 +198,9 @@ Term takeTerm(Phrase& phrase) {
     term.on = entry.on;
     return term;
   }
-  if (!takeNamed(phrase, name, term)) complainAbout(phrase, name);
+  if (!takeNamed(phrase, name, term)) {
+    phrase.complain(unknownWord("condition", name, subjectNames()));
+  }
   return term;
 }
 

@@ -5,7 +5,9 @@
 #include <utility>
 
 #include "HelperPersistence.h"
+#include "Operations.h"
 #include "VirtualMac/Machine/Machine.h"
+#include "VirtualMac/Machine/Nearest.h"
 
 namespace virtualmac {
 
@@ -13,28 +15,6 @@ namespace {
 
 constexpr double reportSeconds = 2;
 constexpr double shutdownSeconds = 5;
-
-AppCallRef send(AppClient& app, Request what, int argument) {
-  switch (what) {
-    case Request::SetChargeLimit:
-      return app.setChargeLimit(static_cast<std::uint8_t>(argument));
-    case Request::ClearChargeLimit:
-      return app.clearChargeLimit();
-    case Request::ForceDischarge:
-      return app.forceDischarge(argument != 0);
-    case Request::KeepAwake:
-      return app.setClamshellKeepAwake(argument != 0);
-    case Request::TopOff:
-      return app.releaseLimitUntilFullThenRestore();
-    case Request::CancelTopOff:
-      return app.cancelTopUp();
-    case Request::Reset:
-      return app.resetAllSMCKeys();
-    case Request::Quit:
-      return app.quit();
-  }
-  return nullptr;
-}
 
 Answer answerOf(const AppCall& call) {
   if (call.failed) return {Answer::Kind::Lost, std::nullopt};
@@ -75,11 +55,9 @@ void InProcessStage::runUntil(double moment, const std::function<bool()>& afterE
 
 void InProcessStage::connect(const std::string& client, const std::string& identity) {
   if (apps.contains(client)) throw std::runtime_error("\"" + client + "\" is connected already");
-  if (machine().signatures.identity(identity) == nullptr) {
-    std::string known;
-    for (const std::string& name : machine().signatures.names()) known += " " + name;
-    throw std::runtime_error("nobody signs as \"" + identity + "\"; there are:" + known);
-  }
+  const CodeSignatures& signatures = machine().signatures;
+  if (signatures.identity(identity) == nullptr)
+    throw std::runtime_error(unknownWord("identity", identity, signatures.names()));
   apps[client] = bench.connectApp(identity);
 }
 
@@ -101,9 +79,9 @@ std::vector<std::string> InProcessStage::clients() {
   return names;
 }
 
-void InProcessStage::request(const std::string& client, Request what, int argument,
-                             std::function<void(Answer)> answered) {
-  pending.push_back({send(named(client), what, argument), std::move(answered)});
+void InProcessStage::request(const std::string& client, const korvel::Operation& what,
+                             std::uint8_t argument, std::function<void(Answer)> answered) {
+  pending.push_back({named(client).send(what.selector, argument), std::move(answered)});
 }
 
 std::optional<std::string> InProcessStage::reportedState(const std::string& client) {

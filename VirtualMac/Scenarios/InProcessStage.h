@@ -27,7 +27,7 @@ class InProcessStage final : public Stage {
   void disconnect(const std::string& client) override;
   void killClient(const std::string& client) override;
   std::vector<std::string> clients() override;
-  void request(const std::string& client, Request what, int argument,
+  void request(const std::string& client, const korvel::Operation& what, std::uint8_t argument,
                std::function<void(Answer)> answered) override;
   std::optional<std::string> reportedState(const std::string& client) override;
   void startHelper() override;

@@ -5,10 +5,12 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstdlib>
 #include <utility>
 
 #include "VirtualMac/Machine/Bounds.h"
-#include "VirtualMac/Machine/EditDistance.h"
+#include "VirtualMac/Machine/Deeds.h"
+#include "VirtualMac/Machine/Nearest.h"
 
 namespace virtualmac {
 
@@ -77,22 +79,14 @@ std::size_t Phrase::takeOneOf(std::string_view what,
   const std::string word = take(what);
   const auto* const found = std::find(choices.begin(), choices.end(), word);
   if (found == choices.end()) {
-    complain(fmt::format("\"{}\" is not {}; it is {}", word, what, oneOfText(choices)));
+    complain(unknownWord(what, word, choices));
     return 0;
   }
   return static_cast<std::size_t>(found - choices.begin());
 }
 
 double Phrase::takeNumber(std::string_view what, double least, double most) {
-  const std::string word = take(what);
-  const bool negative = word.starts_with('-');
-  const std::optional<double> number = numberFrom(std::string_view(word).substr(negative ? 1 : 0));
-  const double value = number ? (negative ? -*number : *number) : least;
-  if (!number || value < least || value > most) {
-    complain(fmt::format("\"{}\" is not {}, a number from {} to {}", word, what, least, most));
-    return least;
-  }
-  return value;
+  return valueOf(AllowedValues{{}, least, most}.read(what, take(what))).number;
 }
 
 std::vector<std::string> Phrase::takeRest() {
@@ -164,48 +158,11 @@ std::expected<double, std::string> durationFrom(std::string_view text) {
 }
 
 std::optional<double> numberFrom(std::string_view text) {
-  double value = 0;
-  double place = 0;
-  bool digits = false;
-  for (const char character : text) {
-    if (character == '.' && place == 0 && digits) {
-      place = 1;
-      digits = false;
-    } else if (isDigit(character)) {
-      digits = true;
-      if (place > 0) {
-        place /= 10;
-        value += place * (character - '0');
-      } else {
-        value = value * 10 + (character - '0');
-      }
-    } else {
-      return std::nullopt;
-    }
-  }
-  return digits ? std::optional(value) : std::nullopt;
-}
-
-std::string oneOfText(std::initializer_list<std::string_view> choices) {
-  std::string text;
-  for (const auto* choice = choices.begin(); choice != choices.end(); ++choice) {
-    if (choice != choices.begin()) text += choice + 1 == choices.end() ? " or " : ", ";
-    text += *choice;
-  }
-  return text;
-}
-
-std::string_view nearest(std::string_view word, std::span<const std::string_view> choices) {
-  std::string_view best;
-  std::size_t least = std::max<std::size_t>(2, word.size() / 3) + 1;
-  for (const std::string_view choice : choices) {
-    const std::size_t distance = editDistance(word, choice);
-    if (distance < least) {
-      least = distance;
-      best = choice;
-    }
-  }
-  return best;
+  const bool plain = !text.empty() && isDigit(text.front()) && isDigit(text.back()) &&
+                     text.find_first_not_of("0123456789.") == std::string_view::npos &&
+                     std::ranges::count(text, '.') <= 1;
+  if (!plain) return std::nullopt;
+  return std::strtod(std::string(text).c_str(), nullptr);
 }
 
 }  // namespace virtualmac

@@ -3,9 +3,9 @@
 #include <expected>
 #include <initializer_list>
 #include <optional>
-#include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace virtualmac {
@@ -31,15 +31,22 @@ class Phrase {
   std::string take(std::string_view what);
   /// Takes the next word if it is this one.
   bool takeIf(std::string_view word);
-  /// Takes one of some words; its index. Complains, naming all, about any other.
+  /// Takes one of some words; its index. Complains about any other, with unknownWord's text.
   std::size_t takeOneOf(std::string_view what, std::initializer_list<std::string_view> choices);
-  /// A number within bounds. Complains, naming them, about anything else.
+  /// A number within bounds. Complains about anything else, with the text of AllowedValues.
   double takeNumber(std::string_view what, double least, double most);
-  /// Whatever is left.
+  /// All words that are left.
   std::vector<std::string> takeRest();
   void takeEnd();  ///< Complains about words that are left.
 
   void complain(std::string text);
+  /// The value that was read from a word; complains with its error.
+  template <class Value>
+  Value valueOf(std::expected<Value, std::string> read) {
+    if (read) return *std::move(read);
+    complain(std::move(read.error()));
+    return {};
+  }
   [[nodiscard]] const std::optional<std::string>& complaint() const { return first; }
 
  private:
@@ -60,10 +67,5 @@ std::string tooLongText();
 
 /// A whole number or a decimal one, without sign, spaces or exponent; none for anything else.
 std::optional<double> numberFrom(std::string_view text);
-
-/// "a, b or c"
-std::string oneOfText(std::initializer_list<std::string_view> choices);
-/// The choice that is most like `word`; empty when none is.
-std::string_view nearest(std::string_view word, std::span<const std::string_view> choices);
 
 }  // namespace virtualmac

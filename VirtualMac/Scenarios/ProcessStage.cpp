@@ -16,6 +16,7 @@
 #include <utility>
 
 #include "HelperPersistence.h"
+#include "Operations.h"
 #include "VirtualMac/Remote/HostSystem.h"
 
 namespace virtualmac {
@@ -45,26 +46,11 @@ MachineOptions optionsOf(const Scenario& scenario, const std::string& root) {
   return options;
 }
 
-std::string requestLine(Request what, int argument) {
-  switch (what) {
-    case Request::SetChargeLimit:
-      return "set-limit " + std::to_string(argument);
-    case Request::ClearChargeLimit:
-      return "clear-limit";
-    case Request::ForceDischarge:
-      return argument != 0 ? "discharge on" : "discharge off";
-    case Request::KeepAwake:
-      return argument != 0 ? "keep-awake on" : "keep-awake off";
-    case Request::TopOff:
-      return "top-off";
-    case Request::CancelTopOff:
-      return "cancel-top-off";
-    case Request::Reset:
-      return "reset";
-    case Request::Quit:
-      return "quit";
-  }
-  return {};
+std::string requestLine(const korvel::Operation& what, std::uint8_t argument) {
+  std::string line(what.word);
+  if (what.argument == korvel::OperationArgument::UInt8) line += ' ' + std::to_string(argument);
+  if (what.argument == korvel::OperationArgument::Boolean) line += argument != 0 ? " on" : " off";
+  return line;
 }
 
 Answer answerIn(const std::string& line) {
@@ -201,8 +187,8 @@ std::vector<std::string> ProcessStage::clients() {
   return names;
 }
 
-void ProcessStage::request(const std::string& client, Request what, int argument,
-                           std::function<void(Answer)> answered) {
+void ProcessStage::request(const std::string& client, const korvel::Operation& what,
+                           std::uint8_t argument, std::function<void(Answer)> answered) {
   named(client).send(requestLine(what, argument),
                      [told = std::move(answered)](const std::string& line) {
                        if (told) told(answerIn(line));
@@ -212,7 +198,8 @@ void ProcessStage::request(const std::string& client, Request what, int argument
 std::optional<std::string> ProcessStage::reportedState(const std::string& client) {
   // Shared, because the answer may come after the end of this function.
   const auto answer = std::make_shared<std::optional<std::string>>();
-  named(client).send("state", [answer](const std::string& line) { *answer = line; });
+  named(client).send(std::string(korvel::operation::getState.word),
+                     [answer](const std::string& line) { *answer = line; });
   if (!serve(longestRealSeconds, [&answer] { return answer->has_value(); })) {
     throw std::runtime_error("nobody answers for the helper's state");
   }

@@ -52,23 +52,22 @@ struct Step {
 ///   profile: newer-keys
 ///   start:
 ///     battery: 80
-///     adapter: in
+///     adapter: on
 ///   steps:
 ///     - at: 00:00:05
 ///       do: [connect, set-limit 80]
 ///       within: 10s gate paused
 ///     - at: 00:42
-///       do: adapter out
+///       do: adapter off
 ///       holds: 30m gate paused
 ///     - at: 01:30
 ///       given: [battery < 80, saved chargeLimit=80]
-///       do: clear
+///       do: clear-limit
 ///       expect: gate charging
 ///   never: CHIE=08 while asleep
 ///
 /// Keys of the whole: name, description, profile, seed, start, steps, never, always, ends. Of the
-/// start: battery, adapter, lid, display, temperature, ambient, idle-sleep, sleep-disabled (with
-/// the words of the actions of these names), faults, saved-state, helper-version,
+/// start: the deeds with a value (battery, adapter, ...), faults, saved-state, helper-version,
 /// restart-after-crash. Of a step: at or after, given, do, reply, expect, within, holds; or at,
 /// repeat, every, steps. Lists may be single values.
 struct Scenario {

@@ -7,6 +7,8 @@
 #include <utility>
 
 #include "VirtualMac/Machine/Bounds.h"
+#include "VirtualMac/Machine/Deeds.h"
+#include "VirtualMac/Machine/Nearest.h"
 #include "VirtualMac/Machine/Profile.h"
 #include "VirtualMac/Scenarios/Phrase.h"
 #include "VirtualMac/Scenarios/StoryText.h"
@@ -22,11 +24,6 @@ std::string listed(const std::vector<std::string_view>& words) {
   for (const std::string_view word : words) text += (text.empty() ? "" : ", ") + std::string(word);
   return text;
 }
-
-/// Keys of `start` that are said with the words of an action of the same name.
-const std::vector<std::string_view> startActions{"battery",    "adapter",       "lid",
-                                                 "display",    "temperature",   "ambient",
-                                                 "idle-sleep", "sleep-disabled"};
 
 }  // namespace
 
@@ -46,10 +43,7 @@ void ScenarioReader::entries(
     const std::string key = entry.first.Scalar();
     const int line = lineOf(entry.first);
     if (std::find(allowed.begin(), allowed.end(), key) == allowed.end()) {
-      const std::string_view near = nearest(key, allowed);
-      defect(line,
-             fmt::format("{} has no key \"{}\"{}; allowed: {}", what, key,
-                         near.empty() ? "" : fmt::format(" (is it {}?)", near), listed(allowed)));
+      defect(line, unknownWord(fmt::format("{}'s key", what), key, allowed));
     } else if (!seen.insert(key).second) {
       defect(line, fmt::format("{} has the key \"{}\" twice", what, key));
     } else {
@@ -110,7 +104,7 @@ void ScenarioReader::read(const YAML::Node& document) {
     }
     if (key == "seed") {
       Phrase phrase(text(node, line));
-      scenario.seed = static_cast<std::uint64_t>(phrase.takeNumber("a seed", 0, 4294967295.0));
+      scenario.seed = static_cast<std::uint64_t>(phrase.takeNumber("seed", 0, 4294967295.0));
       if (phrase.complaint()) defect(line, *phrase.complaint());
     }
     if (key == "start") readStart(node);
@@ -135,14 +129,15 @@ void ScenarioReader::read(const YAML::Node& document) {
 }
 
 void ScenarioReader::readStart(const YAML::Node& node) {
-  Keys allowed = startActions;
+  // The deeds with a value are said here with the same words.
+  Keys allowed = deedNames(true);
   for (const char* key : {"faults", "saved-state", "helper-version", "restart-after-crash"}) {
     allowed.emplace_back(key);
   }
   entries(node, "start", allowed, [&](const std::string& key, const YAML::Node& value, int line) {
     if (key == "faults") {
       for (Value fault : values(value, line)) {
-        fault.text = "fault " + fault.text;
+        fault.text = "fault " + fault.text + " on";
         addAction(fault, scenario.start, scenario.startLines);
       }
     } else if (key == "saved-state") {
@@ -225,7 +220,7 @@ void ScenarioReader::readRepeat(const YAML::Node& node, double from) {
     const std::string word = text(value, line);
     if (key == "repeat") {
       Phrase phrase(word);
-      times = phrase.takeNumber("how often", 1, 10000);
+      times = phrase.takeNumber("repeat", 1, 10000);
       if (phrase.complaint()) defect(line, *phrase.complaint());
       return;
     }
@@ -248,10 +243,10 @@ void ScenarioReader::readRepeat(const YAML::Node& node, double from) {
 void ScenarioReader::readReply(const Value& value, Step& step) {
   Phrase phrase(value.text);
   step.reply.line = value.line;
-  step.reply.kind = static_cast<ExpectedReply::Kind>(
-      phrase.takeOneOf("a reply", {"ok", "failed", "lost", "none"}));
+  step.reply.kind =
+      static_cast<ExpectedReply::Kind>(phrase.takeOneOf("reply", {"ok", "failed", "lost", "none"}));
   if (step.reply.kind == ExpectedReply::Kind::Failed && !phrase.atEnd()) {
-    step.reply.code = static_cast<std::int64_t>(phrase.takeNumber("an error code", 400, 599));
+    step.reply.code = static_cast<std::int64_t>(phrase.takeNumber("error code", 400, 599));
     if (!phrase.atEnd()) step.reply.text = phrase.take("a text");
   }
   phrase.takeEnd();

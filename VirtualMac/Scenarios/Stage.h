@@ -8,22 +8,14 @@
 
 #include "Base/ErrorObject.h"
 
+namespace korvel {
+struct Operation;
+}
+
 namespace virtualmac {
 
 class Journal;
 class Machine;
-
-/// A request of a client to the helper.
-enum class Request : std::uint8_t {
-  SetChargeLimit,  ///< Argument: percent.
-  ClearChargeLimit,
-  ForceDischarge,  ///< Argument: 0 or 1.
-  KeepAwake,       ///< Argument: 0 or 1.
-  TopOff,
-  CancelTopOff,
-  Reset,
-  Quit
-};
 
 /// The outcome of a request.
 struct Answer {
@@ -70,8 +62,8 @@ class Stage {
   /// The names of those connected.
   [[nodiscard]] virtual std::vector<std::string> clients() = 0;
   /// Sends a request. `answered` runs once, inside runUntil, when the outcome is known.
-  virtual void request(const std::string& client, Request what, int argument,
-                       std::function<void(Answer)> answered) = 0;
+  virtual void request(const std::string& client, const korvel::Operation& what,
+                       std::uint8_t argument, std::function<void(Answer)> answered) = 0;
   /// The helper's state as this client is told; none: no answer. Lets a little time pass.
   virtual std::optional<std::string> reportedState(const std::string& client) = 0;
 

@@ -4,15 +4,15 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <charconv>
 #include <chrono>
+#include <iterator>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <thread>
 #include <utility>
 
 #include "HelperRecords.h"
-#include "KorvelHelperProtocol.h"
+#include "Operations.h"
 #include "VirtualMac/Tools/AppConnection.h"
 #include "VirtualMac/Tools/AppSession.h"
 #include "VirtualMac/Tools/CommandLine.h"
@@ -21,8 +21,10 @@
 
 namespace virtualmac {
 
+using korvel::Operation;
+using korvel::OperationAnswer;
+using korvel::OperationArgument;
 using korvel::PropertyValue;
-namespace selector = korvel::KorvelHelperSelector;
 
 namespace {
 
@@ -36,8 +38,7 @@ struct Choices {
   std::string identity = "app";
   bool asJSON = false;
   double timeoutSeconds = 5;
-  std::string limit;
-  std::string onOff;
+  std::string argument;      ///< Of the operation that was chosen.
   double watchSeconds = -1;  ///< Below 0: until it is ended.
   double everySeconds = 0.5;
 };
@@ -56,27 +57,8 @@ std::expected<AppConnection, AppConnection::OpenError> connect(const Choices& ch
   return AppConnection::open(RootDirectory::at(choices.root), choices.identity);
 }
 
-int printData(const Choices& choices, std::string_view name) {
-  auto helper = connect(choices);
-  if (!helper) return complain(choices, helper.error());
-  const auto payload = dataReply(*helper, name, choices.timeoutSeconds);
-  if (!payload) return complain(choices, payload.error());
-  if (choices.asJSON || name == selector::getState) {
-    fmt::print("{}\n", *payload);
-    return exitDone;
-  }
-  const auto capabilities = korvel::decodeCapabilities(*payload);
-  if (!capabilities) return complain(choices, capabilities.error());
-  fmt::print("{}", capabilitiesText(*capabilities));
-  return exitDone;
-}
-
-int ping(const Choices& choices) {
-  auto helper = connect(choices);
-  if (!helper) return complain(choices, helper.error());
-  const auto values = helper->call(*xpcOperation(selector::ping), {}, choices.timeoutSeconds);
-  if (!values) return complain(choices, values.error());
-  const std::int64_t pid = std::get<PropertyValue>(values->front()).integer().value_or(0);
+int printPid(const Choices& choices, const PropertyValue& value) {
+  const std::int64_t pid = value.integer().value_or(0);
   if (choices.asJSON)
     fmt::print("{}\n", ordered_json{{"ok", true}, {"pid", pid}}.dump());
   else
@@ -84,26 +66,46 @@ int ping(const Choices& choices) {
   return exitDone;
 }
 
-/// The operations that succeed or fail, and the one that answers by going away.
-int perform(const Choices& choices, std::string_view name,
-            const std::vector<PropertyValue>& arguments) {
-  auto helper = connect(choices);
-  if (!helper) return complain(choices, helper.error());
-  const XPCOperation& operation = *xpcOperation(name);
-  if (operation.answer == XPCAnswer::None) {
-    // Going away is its answer; whoever is cut off would take that for one.
-    const auto alive = helper->call(*xpcOperation(selector::ping), {}, choices.timeoutSeconds);
-    if (!alive) return complain(choices, alive.error());
+int printData(const Choices& choices, const Operation& operation, const PropertyValue& value) {
+  const std::string payload(value.data()->begin(), value.data()->end());
+  if (choices.asJSON || operation.word != korvel::operation::capabilities.word) {
+    fmt::print("{}\n", payload);
+    return exitDone;
   }
-  const auto values = helper->call(operation, arguments, choices.timeoutSeconds);
-  if (!values) return complain(choices, values.error());
-  if (values->size() == 2 && !*std::get<PropertyValue>(values->front()).boolean()) {
-    const auto* error = std::get_if<korvel::ErrorObject>(&(*values)[1]);
+  const auto capabilities = korvel::decodeCapabilities(payload);
+  if (!capabilities) return complain(choices, capabilities.error());
+  fmt::print("{}", capabilitiesText(*capabilities));
+  return exitDone;
+}
+
+int printOutcome(const Choices& choices, const std::vector<XPCValue>& values) {
+  if (values.size() == 2 && !*std::get<PropertyValue>(values.front()).boolean()) {
+    const auto* error = std::get_if<korvel::ErrorObject>(&values[1]);
     if (error == nullptr) return complain(choices, "failed without an error");
     return complain(choices, error->localizedDescription(), error->code);
   }
   fmt::print("{}\n", choices.asJSON ? R"({"ok":true})" : "ok");
   return exitDone;
+}
+
+int perform(const Choices& choices, const Operation& operation) {
+  auto helper = connect(choices);
+  if (!helper) return complain(choices, helper.error());
+  if (operation.answer == OperationAnswer::None) {
+    // The closed connection stands for the reply. A ping first: a refused client's cut-off is not
+    // to be taken for success.
+    const auto alive = helper->call(korvel::operation::ping, 0, choices.timeoutSeconds);
+    if (!alive) return complain(choices, alive.error());
+  }
+  const auto argument = argumentFrom(operation, choices.argument);
+  if (!argument) return complain(choices, argument.error());
+  const auto values = helper->call(operation, *argument, choices.timeoutSeconds);
+  if (!values) return complain(choices, values.error());
+  if (operation.answer == OperationAnswer::Pid)
+    return printPid(choices, std::get<PropertyValue>(values->front()));
+  if (operation.answer == OperationAnswer::Data)
+    return printData(choices, operation, std::get<PropertyValue>(values->front()));
+  return printOutcome(choices, *values);
 }
 
 std::expected<HelperView, AppConnection::OpenError> view(const Choices& choices) {
@@ -131,7 +133,7 @@ void say(const std::string& line) {
   flushOutput();
 }
 
-/// What a watcher has printed last.
+/// The last lines that a watcher has printed.
 struct Watched {
   std::string line;
   std::string loss;  ///< Empty: something was seen since.
@@ -174,69 +176,60 @@ int watch(const Choices& choices) {
   return exitDone;
 }
 
-/// A number as an operation's byte can carry it.
-std::optional<std::int64_t> percent(const std::string& text) {
-  std::uint8_t number = 0;
-  const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (failure != std::errc() || end != text.data() + text.size()) return std::nullopt;
-  return number;
-}
-
-/// A number that the helper refuses by itself is let through: its refusal is worth a look.
-CLI::Validator limitToAskFor() {
-  const auto check = [](const std::string& text) -> std::string {
-    return percent(text) ? "" : fmt::format("\"{}\" is not a whole number from 20 to 100", text);
+/// A limit that the helper refuses by itself is let through: its refusal is worth a look.
+CLI::Validator argumentFor(const Operation& operation) {
+  const auto check = [&operation](const std::string& text) -> std::string {
+    const auto given = argumentFrom(operation, text);
+    if (given) return "";
+    if (operation.argument == OperationArgument::Boolean) return given.error();
+    return fmt::format("\"{}\" is not a whole number from 20 to 100", text);
   };
-  return {check, "", "limit"};
+  return {check, "", "argument"};
 }
 
-struct Plain {
-  const char* name;
-  std::string_view selector;
+struct Described {
+  const Operation& operation;
   const char* description;
+  const char* argument = nullptr;  ///< Its name in the help; null: it takes none.
 };
 
-constexpr Plain plain[] = {
-    {"clear-limit", selector::clearChargeLimit, "Remove the limit, leave charging to macOS"},
-    {"top-off", selector::releaseLimitUntilFullThenRestore, "Charge to full once, then restore"},
-    {"cancel-top-off", selector::cancelTopUp, "Give up a running top-off"},
-    {"reset", selector::resetAllSMCKeys, "Put every charging key back to the system's default"},
-    {"quit", selector::quit, "Shut the helper down"},
+constexpr Described described[] = {
+    {korvel::operation::ping, "Ask whether the helper is alive"},
+    {korvel::operation::capabilities, "What this Mac lets the helper control"},
+    {korvel::operation::getState, "The helper's record as it sends it"},
+    {korvel::operation::setChargeLimit, "Hold the battery at a limit (the helper takes 20 to 100)",
+     "limit"},
+    {korvel::operation::clearChargeLimit, "Remove the limit, leave charging to macOS"},
+    {korvel::operation::forceDischarge, "Drain the battery down to the limit", "switch"},
+    {korvel::operation::setClamshellKeepAwake, "Stay awake with the lid closed", "switch"},
+    {korvel::operation::releaseLimitUntilFullThenRestore, "Charge to full once, then restore"},
+    {korvel::operation::cancelTopUp, "Give up a running top-off"},
+    {korvel::operation::resetAllSMCKeys, "Put every charging key back to the system's default"},
+    {korvel::operation::quit, "Shut the helper down"},
 };
+static_assert(std::size(described) == korvel::operations.size());
 
 void addOperations(CLI::App& program, Choices& choices, std::function<int()>& chosen) {
+  for (const auto& [operation, description, argument] : described) {
+    CLI::App* command = program.add_subcommand(std::string(operation.word), description);
+    command->callback([&choices, &chosen, &asked = operation] {
+      chosen = [&choices, &asked] { return perform(choices, asked); };
+    });
+    if (argument == nullptr) continue;
+    const bool isSwitch = operation.argument == OperationArgument::Boolean;
+    command->add_option(argument, choices.argument, isSwitch ? "on or off" : "Percent")
+        ->required()
+        ->check(argumentFor(operation));
+  }
+}
+
+void addOtherCommands(CLI::App& program, Choices& choices, std::function<int()>& chosen) {
   const auto add = [&](const char* name, const char* description, std::function<int()> run) {
     CLI::App* command = program.add_subcommand(name, description);
     command->callback([&chosen, run = std::move(run)] { chosen = run; });
     return command;
   };
-  add("ping", "Ask whether the helper is alive", [&] { return ping(choices); });
-  add("capabilities", "What this Mac lets the helper control",
-      [&] { return printData(choices, selector::capabilities); });
-  add("state", "The helper's record as it sends it",
-      [&] { return printData(choices, selector::getState); });
   add("status", "What becomes of the limit, and why", [&] { return status(choices); });
-  add("set-limit", "Hold the battery at a limit (the helper takes 20 to 100)",
-      [&] {
-        return perform(choices, selector::setChargeLimit, {PropertyValue(*percent(choices.limit))});
-      })
-      ->add_option("limit", choices.limit, "Percent")
-      ->required()
-      ->check(limitToAskFor());
-  const auto addSwitch = [&](const char* name, std::string_view operation, const char* text) {
-    add(name, text,
-        [&choices, operation] {
-          return perform(choices, operation, {PropertyValue(choices.onOff == "on")});
-        })
-        ->add_option("switch", choices.onOff, "on or off")
-        ->required()
-        ->check(CLI::IsMember({"on", "off"}));
-  };
-  addSwitch("discharge", selector::forceDischarge, "Drain the battery down to the limit");
-  addSwitch("keep-awake", selector::setClamshellKeepAwake, "Stay awake with the lid closed");
-  for (const Plain& each : plain)
-    add(each.name, each.description,
-        [&choices, name = each.selector] { return perform(choices, name, {}); });
   add("session", "Answer requests from standard input over one connection", [&] {
     return runSession(RootDirectory::at(choices.root), choices.identity, choices.timeoutSeconds);
   });
@@ -267,6 +260,7 @@ int runKorvelApp(int argc, char** argv) {
       ->capture_default_str()
       ->check(numberBetween(0.001, longestWaitSeconds));
   addOperations(program, choices, chosen);
+  addOtherCommands(program, choices, chosen);
   return runCommandLine(program, {"--root", "--as", "--timeout"}, argc, argv,
                         [&] { return chosen(); });
 }

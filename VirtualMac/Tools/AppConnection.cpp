@@ -18,8 +18,6 @@
 
 namespace virtualmac {
 
-using korvel::PropertyValue;
-
 namespace {
 
 constexpr const char* cutOff = "the helper ended the connection";
@@ -121,11 +119,10 @@ std::expected<std::string, std::string> AppConnection::receiveBody(double deadli
 }
 
 std::expected<std::vector<XPCValue>, std::string> AppConnection::call(
-    const XPCOperation& operation, const std::vector<PropertyValue>& arguments,
-    double timeoutSeconds) {
-  const bool oneWay = operation.answer == XPCAnswer::None;
+    const korvel::Operation& operation, std::uint8_t argument, double timeoutSeconds) {
+  const bool oneWay = operation.answer == korvel::OperationAnswer::None;
   const std::uint32_t ticket = oneWay ? 0 : ++lastTicket;
-  const XPCCall call{ticket, std::string(operation.selector), arguments};
+  const XPCCall call = callOf(operation, argument, ticket);
   if (const auto sent = send(wireFrame(encode(call))); !sent) return std::unexpected(sent.error());
   const double deadline = now() + timeoutSeconds;
   for (;;) {

@@ -27,11 +27,12 @@ class AppConnection {
   AppConnection& operator=(AppConnection&&) = delete;
   ~AppConnection();
 
-  /// Sends a call and waits for its reply, `timeoutSeconds` real seconds at most. An operation
-  /// without a reply returns nothing as soon as the helper has ended the connection.
-  std::expected<std::vector<XPCValue>, std::string> call(
-      const XPCOperation& operation, const std::vector<korvel::PropertyValue>& arguments,
-      double timeoutSeconds);
+  /// Sends a call and waits for its reply, `timeoutSeconds` real seconds at most. A Boolean
+  /// `argument` is 0 or 1; 0 is given where none is taken. An operation without a reply returns
+  /// nothing as soon as the helper has ended the connection.
+  std::expected<std::vector<XPCValue>, std::string> call(const korvel::Operation& operation,
+                                                         std::uint8_t argument,
+                                                         double timeoutSeconds);
   /// Waits. True: the connection is still there afterwards.
   bool stayConnected(double seconds);
 

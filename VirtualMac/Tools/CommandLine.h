@@ -24,7 +24,7 @@ inline constexpr int exitUsage = 2;
 int complain(std::string_view program, bool asJSON, const std::string& text, int exitCode,
              std::optional<std::int64_t> errorCode = std::nullopt);
 
-/// As good as for ever: no wait that a person asks for is longer.
+/// Upper bound for waits given on the command line (about 11 days).
 inline constexpr double longestWaitSeconds = 1'000'000;
 
 /// Accepts a number from `lowest` to `highest`, both included.

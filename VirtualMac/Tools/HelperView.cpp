@@ -4,11 +4,7 @@
 #include <nlohmann/json.hpp>
 #include <thread>
 
-#include "KorvelHelperProtocol.h"
-
 namespace virtualmac {
-
-namespace selector = korvel::KorvelHelperSelector;
 
 namespace {
 
@@ -26,15 +22,17 @@ std::optional<Enforcement> enforcementNow(ControlClient& machine) {
   return enforcementFrom(status["enforcement"]);
 }
 
-}  // namespace
-
-std::expected<std::string, std::string> dataReply(AppConnection& helper, std::string_view operation,
+/// The payload of an operation that answers with bytes.
+std::expected<std::string, std::string> dataReply(AppConnection& helper,
+                                                  const korvel::Operation& operation,
                                                   double timeoutSeconds) {
-  const auto values = helper.call(*xpcOperation(operation), {}, timeoutSeconds);
+  const auto values = helper.call(operation, 0, timeoutSeconds);
   if (!values) return std::unexpected(values.error());
   const auto* bytes = std::get<korvel::PropertyValue>(values->front()).data();
   return std::string(bytes->begin(), bytes->end());
 }
+
+}  // namespace
 
 std::expected<HelperView, AppConnection::OpenError> HelperView::open(const RootDirectory& root,
                                                                      const std::string& identity,
@@ -61,7 +59,7 @@ void HelperView::waitUntilCounted() {
 std::expected<HelperView::Look, std::string> HelperView::look() {
   if (capabilities.empty()) {
     // A helper that never answers is not waited for a second time.
-    const auto sent = dataReply(helper, selector::capabilities, timeoutSeconds);
+    const auto sent = dataReply(helper, korvel::operation::capabilities, timeoutSeconds);
     if (!sent) return std::unexpected(sent.error());
     capabilities = *sent;
     waitUntilCounted();
@@ -70,7 +68,7 @@ std::expected<HelperView::Look, std::string> HelperView::look() {
   std::string state;
   for (int looks = 0; now && looks < mostLooks; ++looks) {
     const auto earlier = now;
-    const auto sent = dataReply(helper, selector::getState, timeoutSeconds);
+    const auto sent = dataReply(helper, korvel::operation::getState, timeoutSeconds);
     if (!sent) return std::unexpected(sent.error());
     state = *sent;
     now = enforcementNow(machine);

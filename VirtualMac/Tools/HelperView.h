@@ -3,7 +3,6 @@
 #include <expected>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <utility>
 
 #include "VirtualMac/Server/RootDirectory.h"
@@ -48,9 +47,5 @@ class HelperView {
   double timeoutSeconds;
   std::string capabilities;  ///< As sent at the first look; the helper finds them once.
 };
-
-/// The payload of an operation that answers with bytes.
-std::expected<std::string, std::string> dataReply(AppConnection& helper, std::string_view operation,
-                                                  double timeoutSeconds);
 
 }  // namespace virtualmac

@@ -9,7 +9,7 @@ namespace {
 
 using korvel::ErrorObject;
 using korvel::PropertyValue;
-namespace selector = korvel::KorvelHelperSelector;
+namespace operation = korvel::operation;
 
 korvel::XPCInterface helperInterface() {
   korvel::XPCInterface interface = korvel::makeHelperInterface();
@@ -17,8 +17,8 @@ korvel::XPCInterface helperInterface() {
   return interface;
 }
 
-bool mayAnswer(std::string_view name, const std::vector<XPCValue>& values) {
-  return checkReply(*xpcOperation(name), values, helperInterface()).has_value();
+bool mayAnswer(const korvel::Operation& asked, const std::vector<XPCValue>& values) {
+  return checkReply(asked, values, helperInterface()).has_value();
 }
 
 std::vector<XPCValue> failure(const PropertyValue::Dictionary& details) {
@@ -28,15 +28,15 @@ std::vector<XPCValue> failure(const PropertyValue::Dictionary& details) {
 }  // namespace
 
 TEST(XPCMessagesTest, TheElevenOperationsAreKnownByTheirSelectors) {
-  for (const std::string_view name :
-       {selector::ping, selector::capabilities, selector::setChargeLimit,
-        selector::clearChargeLimit, selector::forceDischarge, selector::setClamshellKeepAwake,
-        selector::releaseLimitUntilFullThenRestore, selector::cancelTopUp, selector::getState,
-        selector::resetAllSMCKeys, selector::quit}) {
-    ASSERT_NE(xpcOperation(name), nullptr) << name;
-    EXPECT_EQ(xpcOperation(name)->selector, name);
+  using korvel::Operation;
+  ASSERT_EQ(korvel::operations.size(), 11U);
+  for (const Operation& each : korvel::operations) {
+    const Operation* found = korvel::operationWith(&Operation::selector, each.selector);
+    ASSERT_EQ(found, &each) << each.selector;
+    EXPECT_EQ(korvel::operationWith(&Operation::word, each.word), &each) << each.word;
+    EXPECT_TRUE(each.selector.starts_with(each.method)) << each.selector;
   }
-  EXPECT_EQ(xpcOperation("pingWithReply"), nullptr);
+  EXPECT_EQ(korvel::operationWith(&Operation::selector, "pingWithReply"), nullptr);
 }
 
 TEST(XPCMessagesTest, CallsAndRepliesComeBackAsTheyWere) {
@@ -55,30 +55,30 @@ TEST(XPCMessagesTest, CallsAndRepliesComeBackAsTheyWere) {
 }
 
 TEST(XPCMessagesTest, ArgumentsAreOfTheDeclaredType) {
-  const auto fits = [](std::string_view name, const std::vector<PropertyValue>& given) {
-    return checkArguments(*xpcOperation(name), given).has_value();
+  const auto fits = [](const korvel::Operation& called, const std::vector<PropertyValue>& given) {
+    return argumentIn(called, given).has_value();
   };
-  for (const int limit : {0, 20, 255}) EXPECT_TRUE(fits(selector::setChargeLimit, {limit}));
-  for (const int limit : {-1, 256}) EXPECT_FALSE(fits(selector::setChargeLimit, {limit}));
-  EXPECT_FALSE(fits(selector::setChargeLimit, {80.0}));
-  EXPECT_FALSE(fits(selector::setChargeLimit, {true}));
-  EXPECT_FALSE(fits(selector::setChargeLimit, {}));
-  EXPECT_TRUE(fits(selector::forceDischarge, {true}));
-  EXPECT_FALSE(fits(selector::forceDischarge, {1}));
-  EXPECT_TRUE(fits(selector::ping, {}));
-  EXPECT_FALSE(fits(selector::ping, {1}));
+  for (const int limit : {0, 20, 255}) EXPECT_TRUE(fits(operation::setChargeLimit, {limit}));
+  for (const int limit : {-1, 256}) EXPECT_FALSE(fits(operation::setChargeLimit, {limit}));
+  EXPECT_FALSE(fits(operation::setChargeLimit, {80.0}));
+  EXPECT_FALSE(fits(operation::setChargeLimit, {true}));
+  EXPECT_FALSE(fits(operation::setChargeLimit, {}));
+  EXPECT_TRUE(fits(operation::forceDischarge, {true}));
+  EXPECT_FALSE(fits(operation::forceDischarge, {1}));
+  EXPECT_TRUE(fits(operation::ping, {}));
+  EXPECT_FALSE(fits(operation::ping, {1}));
 }
 
 TEST(XPCMessagesTest, RepliesAreOfTheDeclaredType) {
   const PropertyValue data = PropertyValue::Data{1, 2};
-  EXPECT_TRUE(mayAnswer(selector::getState, {data}));
-  EXPECT_TRUE(mayAnswer(selector::ping, {PropertyValue(1)}));
-  EXPECT_TRUE(mayAnswer(selector::setChargeLimit, {PropertyValue(true), PropertyValue()}));
-  EXPECT_FALSE(mayAnswer(selector::getState, {PropertyValue("text")}));
-  EXPECT_FALSE(mayAnswer(selector::capabilities, {PropertyValue(1)}));
-  EXPECT_FALSE(mayAnswer(selector::setChargeLimit, {PropertyValue(true)}));
-  EXPECT_FALSE(mayAnswer(selector::setChargeLimit, {PropertyValue(1), PropertyValue()}));
-  EXPECT_FALSE(mayAnswer(selector::quit, {}));
+  EXPECT_TRUE(mayAnswer(operation::getState, {data}));
+  EXPECT_TRUE(mayAnswer(operation::ping, {PropertyValue(1)}));
+  EXPECT_TRUE(mayAnswer(operation::setChargeLimit, {PropertyValue(true), PropertyValue()}));
+  EXPECT_FALSE(mayAnswer(operation::getState, {PropertyValue("text")}));
+  EXPECT_FALSE(mayAnswer(operation::capabilities, {PropertyValue(1)}));
+  EXPECT_FALSE(mayAnswer(operation::setChargeLimit, {PropertyValue(true)}));
+  EXPECT_FALSE(mayAnswer(operation::setChargeLimit, {PropertyValue(1), PropertyValue()}));
+  EXPECT_FALSE(mayAnswer(operation::quit, {}));
 }
 
 TEST(XPCMessagesTest, StateAndCapabilitiesTravelAsBytesAndAsNothingElse) {
@@ -91,25 +91,48 @@ TEST(XPCMessagesTest, StateAndCapabilitiesTravelAsBytesAndAsNothingElse) {
                                         PropertyValue(PropertyValue::Array{}),
                                         PropertyValue(PropertyValue::Dictionary{}),
                                         ErrorObject{"Domain", 500, {}}};
-  for (const std::string_view name : {selector::getState, selector::capabilities}) {
-    EXPECT_TRUE(mayAnswer(name, {PropertyValue(PropertyValue::Data{'{', '}'})}));
-    for (const XPCValue& other : others) EXPECT_FALSE(mayAnswer(name, {other})) << name;
-    EXPECT_FALSE(mayAnswer(name, {}));
+  for (const korvel::Operation& asked : {operation::getState, operation::capabilities}) {
+    EXPECT_TRUE(mayAnswer(asked, {PropertyValue(PropertyValue::Data{'{', '}'})}));
+    for (const XPCValue& other : others) EXPECT_FALSE(mayAnswer(asked, {other})) << asked.word;
+    EXPECT_FALSE(mayAnswer(asked, {}));
   }
+}
+
+// A person says it in a word, a call carries it as a value.
+TEST(XPCMessagesTest, AnArgumentIsTheSameByteInWordsAndInACall) {
+  const auto byte = [](const korvel::Operation& called, const std::string& word) -> int {
+    const auto given = argumentFrom(called, word);
+    if (!given) return -1;
+    const XPCCall call = callOf(called, *given, 1);
+    EXPECT_EQ(call.selector, called.selector);
+    EXPECT_EQ(argumentIn(called, call.arguments), *given) << word;
+    return *given;
+  };
+  EXPECT_EQ(byte(operation::setChargeLimit, "80"), 80);
+  EXPECT_EQ(byte(operation::setChargeLimit, "255"), 255);
+  for (const char* word : {"", "256", "-1", "79.5", "8e1", " 80", "0x50", "on"})
+    EXPECT_EQ(byte(operation::setChargeLimit, word), -1) << word;
+  EXPECT_EQ(byte(operation::forceDischarge, "on"), 1);
+  EXPECT_EQ(byte(operation::forceDischarge, "off"), 0);
+  EXPECT_EQ(byte(operation::forceDischarge, "1"), -1);
+  EXPECT_EQ(byte(operation::ping, ""), 0);
+  EXPECT_EQ(byte(operation::ping, "now"), -1);
+  EXPECT_EQ(argumentFrom(operation::setChargeLimit, "256").error(),
+            "set-limit \"256\" is not allowed (allowed: whole numbers from 0 to 255)");
 }
 
 // An error may hold texts, numbers and dictionaries of these, where the interface allows it.
 TEST(XPCMessagesTest, AnErrorsDetailsAreOfTheAllowedClasses) {
-  EXPECT_TRUE(mayAnswer(selector::setChargeLimit, failure({})));
-  EXPECT_TRUE(mayAnswer(selector::setChargeLimit, failure({{"text", "a"}, {"smcResult", 134}})));
+  EXPECT_TRUE(mayAnswer(operation::setChargeLimit, failure({})));
+  EXPECT_TRUE(mayAnswer(operation::setChargeLimit, failure({{"text", "a"}, {"smcResult", 134}})));
   const PropertyValue::Dictionary nested{{"inner", PropertyValue::Dictionary{{"number", 1}}}};
-  EXPECT_TRUE(mayAnswer(selector::setChargeLimit, failure(nested)));
+  EXPECT_TRUE(mayAnswer(operation::setChargeLimit, failure(nested)));
   const PropertyValue::Dictionary data{{"bytes", PropertyValue::Data{1}}};
   const PropertyValue::Dictionary date{{"when", korvel::Date{0}}};
   const PropertyValue::Dictionary array{{"list", PropertyValue::Array{1}}};
   const PropertyValue::Dictionary deep{{"inner", data}};
   for (const auto& details : {data, date, array, deep})
-    EXPECT_FALSE(mayAnswer(selector::setChargeLimit, failure(details)));
+    EXPECT_FALSE(mayAnswer(operation::setChargeLimit, failure(details)));
 }
 
 // As with the platform's setter, the last setting of an argument counts.
@@ -117,10 +140,10 @@ TEST(XPCMessagesTest, ALaterSettingOfAnArgumentReplacesAnEarlierOne) {
   const std::vector<XPCValue> bytes{PropertyValue(PropertyValue::Data{1})};
   korvel::XPCInterface interface;
   const auto set = [&interface](korvel::ReplyClass allowed) {
-    interface.replyClasses.push_back({selector::getState, 0, {allowed}});
+    interface.replyClasses.push_back({operation::getState.selector, 0, {allowed}});
   };
   const auto allowed = [&] {
-    return checkReply(*xpcOperation(selector::getState), bytes, interface).has_value();
+    return checkReply(operation::getState, bytes, interface).has_value();
   };
   EXPECT_TRUE(allowed());
   set(korvel::ReplyClass::String);
@@ -133,7 +156,7 @@ TEST(XPCMessagesTest, ALaterSettingOfAnArgumentReplacesAnEarlierOne) {
 
 // This operation keeps the default, which allows any property list.
 TEST(XPCMessagesTest, KeepAwakeHasNoSettingOfItsOwn) {
-  EXPECT_TRUE(mayAnswer(selector::setClamshellKeepAwake,
+  EXPECT_TRUE(mayAnswer(operation::setClamshellKeepAwake,
                         failure({{"when", korvel::Date{0}}, {"bytes", PropertyValue::Data{1}}})));
 }
 
