@@ -135,6 +135,18 @@ class Samples(unittest.TestCase):
         self.assertEqual(declared, [selector for selector, _ in operations()])
         self.assertEqual(len(declared), 11)
 
+    def test_client_has_the_operations_words_and_names_them_for_older_ones(self):
+        client = read(self.FILES[0])
+        lists = client.split("NSArray<NSString *> *plain")[1].split("const BOOL known")[0]
+        taken, former = lists.split("former =")
+        words = {word for _, word in operations()}
+        self.assertEqual(set(re.findall(r'@"([^"]+)"', taken)), words | {"watch"})
+        self.assertEqual(set(re.findall(r'^ +"  ([a-z-]+) ', client, re.M)), words | {"watch"})
+        older = dict(re.findall(r'@"([^"]+)" : @"([^"]+)"', former))
+        self.assertEqual(set(older), {"limit", "clear", "cancel"})
+        self.assertLessEqual(set(older.values()), words)
+        self.assertFalse(set(older) & words)
+
     def test_samples_take_the_names_from_the_header(self):
         for file in self.FILES:
             code = re.sub(r"//.*", "", read(file))

@@ -15,12 +15,12 @@ static NSString *const usage =
      "  state                  the limit, what is going on, and the last banner\n"
      "  capabilities           what this Mac lets the helper control\n"
      "  ping                   the helper's process identifier\n"
-     "  limit PERCENT          hold the battery at 20 to 100 percent\n"
-     "  clear                  stop holding a limit\n"
+     "  set-limit PERCENT      hold the battery at 20 to 100 percent\n"
+     "  clear-limit            stop holding a limit\n"
      "  discharge on|off       drain the battery down to the limit\n"
      "  keep-awake on|off      stay awake under a closed lid\n"
      "  top-off                charge once to 100 percent\n"
-     "  cancel                 give that up\n"
+     "  cancel-top-off         give that up\n"
      "  watch                  show the state whenever it changes; the limit is held meanwhile\n"
      "  reset                  put every charging key back to the system's default\n"
      "  quit                   end the helper in order\n"
@@ -255,8 +255,8 @@ static BOOL query(NSXPCConnection *connection, NSString *command) {
 
 static BOOL commandWithoutArgument(NSXPCConnection *connection, NSString *command) {
   Call *call = [[Call alloc] initWithConnection:connection];
-  if ([command isEqual:@"clear"]) [call.helper clearChargeLimitWithReply:call.statusReply];
-  if ([command isEqual:@"cancel"]) [call.helper cancelTopUpWithReply:call.statusReply];
+  if ([command isEqual:@"clear-limit"]) [call.helper clearChargeLimitWithReply:call.statusReply];
+  if ([command isEqual:@"cancel-top-off"]) [call.helper cancelTopUpWithReply:call.statusReply];
   if ([command isEqual:@"reset"]) [call.helper resetAllSMCKeysWithReply:call.statusReply];
   if ([command isEqual:@"top-off"]) {
     [call.helper releaseLimitUntilFullThenRestoreWithReply:call.statusReply];
@@ -277,7 +277,7 @@ static BOOL quitHelper(NSXPCConnection *connection) {
 static BOOL commandWithArgument(NSXPCConnection *connection, NSString *command,
                                 NSString *argument) {
   Call *call = [[Call alloc] initWithConnection:connection];
-  if ([command isEqual:@"limit"]) {
+  if ([command isEqual:@"set-limit"]) {
     const NSInteger percent = argument.integerValue;
     if (percent < 0 || percent > UINT8_MAX) {
       complain(@"The limit is a percentage.");
@@ -312,13 +312,20 @@ static BOOL run(NSXPCConnection *connection, NSString *command, NSString *_Nulla
 int main(int argc, const char *argv[]) {
   @autoreleasepool {
     NSArray<NSString *> *plain = @[
-      @"state", @"ping", @"capabilities", @"clear", @"top-off", @"cancel", @"watch", @"reset",
-      @"quit"
+      @"state", @"ping", @"capabilities", @"clear-limit", @"top-off", @"cancel-top-off", @"watch",
+      @"reset", @"quit"
     ];
-    NSArray<NSString *> *withArgument = @[ @"limit", @"discharge", @"keep-awake" ];
+    NSArray<NSString *> *withArgument = @[ @"set-limit", @"discharge", @"keep-awake" ];
+    // Commands of earlier versions, and those that took their place.
+    NSDictionary<NSString *, NSString *> *former =
+        @{@"limit" : @"set-limit", @"clear" : @"clear-limit", @"cancel" : @"cancel-top-off"};
     NSString *command = argc > 1 ? @(argv[1]) : @"";
     const BOOL known = (argc == 2 && [plain containsObject:command]) ||
                        (argc == 3 && [withArgument containsObject:command]);
+    if (former[command] != nil) {
+      complain([NSString stringWithFormat:@"\"%@\" is now \"%@\".", command, former[command]]);
+      return 2;
+    }
     if (!known) {
       const BOOL asked = [@[ @"-h", @"--help" ] containsObject:command];
       asked ? say(usage) : complain(usage);
