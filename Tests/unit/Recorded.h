@@ -31,6 +31,9 @@ class RecordedCalls : public SeamHeader {
     return (inner.*virtualmac::SeamLine<Call>::function)(arguments...);
   }
 
+  Interface& inner;
+  std::vector<std::string>& calls;
+
  private:
   template <class Argument, class Value>
   static void note(std::string& text, const Value& value) {
@@ -51,9 +54,6 @@ class RecordedCalls : public SeamHeader {
       text += ' ' + std::to_string(value);
     }
   }
-
-  Interface& inner;
-  std::vector<std::string>& calls;
 };
 
 template <class SeamHeader>

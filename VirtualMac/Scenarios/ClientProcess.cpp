@@ -36,9 +36,13 @@ ClientProcess::ClientProcess(asio::io_context& context, const std::string& progr
   ::posix_spawn_file_actions_init(&files);
   ::posix_spawn_file_actions_adddup2(&files, toClient[0], STDIN_FILENO);
   ::posix_spawn_file_actions_adddup2(&files, fromClient[1], STDOUT_FILENO);
+  // A group of its own, because the terminal's Ctrl-C is for the one who plays: the story would
+  // tell of clients that left. A session ends with its input.
   posix_spawnattr_t attributes;
   ::posix_spawnattr_init(&attributes);
-  ::posix_spawnattr_setflags(&attributes, hostsystem::closeFromAtSpawn(files, firstNotGiven));
+  ::posix_spawnattr_setpgroup(&attributes, 0);
+  const short closing = hostsystem::closeFromAtSpawn(files, firstNotGiven);
+  ::posix_spawnattr_setflags(&attributes, static_cast<short>(closing | POSIX_SPAWN_SETPGROUP));
   std::vector<std::string> words{program, "--root", root.path, "--as", identity, "session"};
   std::vector<char*> arguments;
   for (std::string& word : words) arguments.push_back(word.data());
