@@ -3,7 +3,7 @@
 #include <cerrno>
 
 #include "Platform/FileSystem.h"
-#include "VirtualMac/Machine/FaultNames.h"
+#include "VirtualMac/Machine/Faults.h"
 #include "VirtualMac/Machine/Machine.h"
 
 namespace virtualmac {

@@ -4,7 +4,7 @@
 #include <array>
 
 #include "Tests/swarm/Deeds.h"
-#include "VirtualMac/Machine/FaultNames.h"
+#include "VirtualMac/Machine/Faults.h"
 #include "VirtualMac/Schedule/SeamCall.h"
 
 namespace swarm {

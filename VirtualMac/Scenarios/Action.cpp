@@ -9,7 +9,7 @@
 
 #include "Operations.h"
 #include "VirtualMac/Machine/Deeds.h"
-#include "VirtualMac/Machine/FaultNames.h"
+#include "VirtualMac/Machine/Faults.h"
 #include "VirtualMac/Machine/Machine.h"
 #include "VirtualMac/Machine/Nearest.h"
 #include "VirtualMac/Remote/XPCMessages.h"

@@ -7,7 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include "VirtualMac/Machine/Deeds.h"
-#include "VirtualMac/Machine/FaultNames.h"
+#include "VirtualMac/Machine/Faults.h"
 #include "VirtualMac/Machine/Nearest.h"
 #include "VirtualMac/Server/MachineServer.h"
 #include "VirtualMac/Server/MachineStatus.h"
@@ -42,7 +42,7 @@ ControlReply set(MachineServer& server, const Words& words) {
 ControlReply faultList(const Words& active) {
   ControlReply reply;
   nlohmann::ordered_json all = nlohmann::ordered_json::array();
-  for (const FaultDescription& fault : faultCatalogue()) {
+  for (const Fault& fault : faultCatalogue()) {
     const std::string use = std::string(fault.name) + (fault.arguments.empty() ? "" : " ") +
                             std::string(fault.arguments);
     reply.text += fmt::format("{:<36} {}\n", use, fault.text);

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "VirtualMac/Machine/FaultNames.h"
+#include "VirtualMac/Machine/Faults.h"
 #include "VirtualMac/Server/MachineServer.h"
 
 namespace virtualmac {

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "VirtualMac/Machine/FaultNames.h"
+#include "VirtualMac/Machine/Faults.h"
 #include "VirtualMac/Machine/Machine.h"
 
 namespace virtualmac {

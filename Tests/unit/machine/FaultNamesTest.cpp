@@ -1,4 +1,4 @@
-#include "VirtualMac/Machine/FaultNames.h"
+#include "VirtualMac/Machine/Faults.h"
 
 #include <gtest/gtest.h>
 
@@ -17,7 +17,7 @@ std::string errorOf(Machine& mac, std::string_view line, bool on = true) {
 }
 
 /// Returns a line with valid arguments for the fault.
-std::string exampleArguments(const FaultDescription& fault) {
+std::string exampleArguments(const Fault& fault) {
   std::string line(fault.name);
   // The missing key must not be one on which other faults are set.
   const char* key = fault.name == "smc-key-missing" ? " CHIE" : " CHTE";
@@ -29,7 +29,7 @@ std::string exampleArguments(const FaultDescription& fault) {
   if (fault.arguments == "MOMENT") line += " resume";
   if (fault.arguments == "NAME") line += " alloc";
   if (fault.arguments == "TEXT...") line += " some text";
-  if (fault.arguments == "LIMIT...") line += " 80 100";
+  if (fault.arguments == "[LIMIT...]") line += " 80 100";
   if (fault.arguments == "CALL SECONDS") line += " clockNow 2";
   if (fault.arguments == "CALL ERRNO") line += " fsync 5";
   return line;
@@ -37,17 +37,17 @@ std::string exampleArguments(const FaultDescription& fault) {
 
 TEST(FaultNamesTest, TheCatalogueIsSortedUniqueAndDescribed) {
   std::set<std::string_view> names;
-  for (const FaultDescription& fault : faultCatalogue()) {
+  for (const Fault& fault : faultCatalogue()) {
     EXPECT_TRUE(names.insert(fault.name).second) << fault.name;
     EXPECT_TRUE(fault.text.ends_with('.')) << fault.name;
   }
   EXPECT_GE(names.size(), 40U);
-  EXPECT_TRUE(std::ranges::is_sorted(faultCatalogue(), {}, &FaultDescription::name));
+  EXPECT_TRUE(std::ranges::is_sorted(faultCatalogue(), {}, &Fault::name));
 }
 
 TEST(FaultNamesTest, EveryFaultSwitchesOnAndOff) {
   Bench bench;
-  for (const FaultDescription& fault : faultCatalogue()) {
+  for (const Fault& fault : faultCatalogue()) {
     const std::string line = exampleArguments(fault);
     EXPECT_EQ(errorOf(bench.mac, line), "");
     EXPECT_EQ(errorOf(bench.mac, line, false), "");
@@ -83,8 +83,8 @@ TEST(FaultNamesTest, AFaultThatTakesThePlaceOfAnotherSaysSo) {
 
 TEST(FaultNamesTest, AHealedMachineIsAsItWas) {
   Bench bench{"newer-keys-and-native"};
-  for (const FaultDescription& fault : faultCatalogue()) bench.fault(exampleArguments(fault));
-  for (const FaultDescription& fault : faultCatalogue()) {
+  for (const Fault& fault : faultCatalogue()) bench.fault(exampleArguments(fault));
+  for (const Fault& fault : faultCatalogue()) {
     bench.fault(exampleArguments(fault), false);
   }
   Bench fresh{"newer-keys-and-native"};
@@ -114,7 +114,7 @@ TEST(FaultNamesTest, AnUnknownNameShowsTheNearOnes) {
                   .starts_with("fault \"disk-fulll\" is unknown, did you mean \"disk-full\"?"));
   const std::string all = errorOf(bench.mac, "gremlins-everywhere");
   EXPECT_TRUE(all.starts_with("fault \"gremlins-everywhere\" is unknown (allowed: "));
-  for (const FaultDescription& fault : faultCatalogue()) {
+  for (const Fault& fault : faultCatalogue()) {
     EXPECT_NE(all.find(fault.name), std::string::npos) << fault.name;
   }
   EXPECT_NE(errorOf(bench.mac, "smc").find("did you mean \"smc-"), std::string::npos);

@@ -1,8 +1,10 @@
-#include "VirtualMac/Machine/FaultNames.h"
+#include "VirtualMac/Machine/Faults.h"
 
 #include <algorithm>
+#include <charconv>
+#include <cstdio>
+#include <cstdlib>
 
-#include "VirtualMac/Machine/FaultTableEntries.h"
 #include "VirtualMac/Machine/Machine.h"
 #include "VirtualMac/Machine/Nearest.h"
 
@@ -11,16 +13,14 @@ namespace virtualmac {
 namespace {
 
 /// Null: there is no such fault.
-const FaultEntry* entryOf(std::string_view name) {
-  const auto entries = faultEntries();
-  const auto found = std::ranges::find_if(
-      entries, [name](const FaultEntry& entry) { return entry.description.name == name; });
-  return found == entries.end() ? nullptr : &*found;
+const Fault* faultNamed(std::string_view name) {
+  const auto found = std::ranges::find(faultCatalogue(), name, &Fault::name);
+  return found == faultCatalogue().end() ? nullptr : &*found;
 }
 
 std::string unknownName(std::string_view name) {
   std::vector<std::string_view> names;
-  for (const FaultDescription& fault : faultCatalogue()) names.push_back(fault.name);
+  for (const Fault& fault : faultCatalogue()) names.push_back(fault.name);
   return unknownWord("fault", name, names);
 }
 
@@ -57,52 +57,55 @@ void forget(Machine& machine, std::string_view which) {
                 [&](const std::string& line) { return isAbout(line, which); });
 }
 
-void remember(Machine& machine, const FaultEntry& entry, std::span<const std::string> arguments,
+void remember(Machine& machine, const Fault& fault, std::span<const std::string> arguments,
               bool on) {
-  const std::string_view name = entry.description.name;
-  const std::string which = rememberedLine(name, arguments, entry.selectors);
+  const std::string_view name = fault.name;
+  const std::string which = rememberedLine(name, arguments, fault.selectors());
   forget(machine, which);
   if (!on) return machine.tell("fault " + which + " off");
   const std::string whole = rememberedLine(name, arguments, arguments.size());
   std::string told = "fault " + whole + " on";
-  for (const FaultEntry& other : faultEntries()) {
+  for (const Fault& other : faultCatalogue()) {
     // Faults with one target replace each other.
-    if (entry.target.empty() || other.target != entry.target) continue;
-    const std::string_view replaced = other.description.name;
+    if (fault.target.empty() || other.target != fault.target) continue;
+    const std::string_view replaced = other.name;
     if (isOn(machine, replaced)) told += " (in place of " + std::string(replaced) + ")";
     forget(machine, replaced);
   }
   machine.tell(std::move(told));
-  if (!entry.momentary) machine.activeFaultLines.push_back(whole);
+  if (!fault.momentary) machine.activeFaultLines.push_back(whole);
 }
 
 }  // namespace
 
-std::span<const FaultDescription> faultCatalogue() {
-  static const std::vector<FaultDescription> catalogue = [] {
-    std::vector<FaultDescription> made;
-    made.reserve(faultEntries().size());
-    for (const FaultEntry& entry : faultEntries()) made.push_back(entry.description);
-    std::ranges::sort(made, {}, &FaultDescription::name);
-    return made;
-  }();
-  return catalogue;
+std::size_t Fault::needed() const {
+  return static_cast<std::size_t>(std::ranges::count_if(
+      words(arguments), [](const std::string& word) { return !word.starts_with('['); }));
+}
+
+std::size_t Fault::accepted() const {
+  const bool anyNumber = arguments.find("...") != std::string_view::npos;
+  return anyNumber ? SIZE_MAX : words(arguments).size();
+}
+
+std::size_t Fault::selectors() const {
+  static constexpr std::string_view which[] = {"KEY", "CALL", "NAME"};
+  return std::ranges::count(which, arguments.substr(0, arguments.find(' '))) > 0 ? 1 : 0;
 }
 
 std::expected<void, std::string> setFault(Machine& machine, std::string_view name,
                                           std::span<const std::string> arguments, bool on) {
-  const FaultEntry* found = entryOf(name);
+  const Fault* found = faultNamed(name);
   if (found == nullptr) return std::unexpected(unknownName(name));
   const std::string usage =
       std::string(name) + " takes " +
-      (found->description.arguments.empty() ? std::string("no arguments")
-                                            : std::string(found->description.arguments));
-  const std::size_t needed = on ? found->needed : found->selectors;
-  if (arguments.size() < needed || (arguments.size() > found->accepted)) {
+      std::string(found->arguments.empty() ? "no arguments" : found->arguments);
+  const std::size_t needed = on ? found->needed() : found->selectors();
+  if (arguments.size() < needed || arguments.size() > found->accepted()) {
     return std::unexpected(usage);
   }
   // To end what has not begun would undo what is not a fault: a key's value, a missing service.
-  if (!on && !isOn(machine, rememberedLine(name, arguments, found->selectors))) return {};
+  if (!on && !isOn(machine, rememberedLine(name, arguments, found->selectors()))) return {};
   FaultArguments given(arguments);
   found->apply(machine, given, on);
   if (given.complaint) return std::unexpected(usage + ": " + *given.complaint);
@@ -119,7 +122,7 @@ std::expected<void, std::string> setFault(Machine& machine, std::string_view lin
 std::optional<std::string> faultDefect(std::span<const std::string> words) {
   if (words.size() < 2 || (words.back() != "on" && words.back() != "off"))
     return "fault takes a name, its arguments, and on or off";
-  if (entryOf(words.front()) == nullptr) return unknownName(words.front());
+  if (faultNamed(words.front()) == nullptr) return unknownName(words.front());
   return std::nullopt;
 }
 
@@ -129,5 +132,47 @@ std::expected<void, std::string> switchFault(Machine& machine, std::span<const s
 }
 
 std::vector<std::string> activeFaults(const Machine& machine) { return machine.activeFaultLines; }
+
+std::string FaultArguments::rest(std::size_t index) const {
+  std::string text;
+  for (std::size_t i = index; i < words.size(); ++i) text += (text.empty() ? "" : " ") + words[i];
+  return text;
+}
+
+std::int64_t FaultArguments::integer(std::size_t index, std::int64_t low, std::int64_t high) {
+  const std::string& word = words[index];
+  const bool hexadecimal = word.starts_with("0x");
+  const char* first = word.data() + (hexadecimal ? 2 : 0);
+  const char* last = word.data() + word.size();
+  std::int64_t value = 0;
+  const auto [end, error] = std::from_chars(first, last, value, hexadecimal ? 16 : 10);
+  if (error != std::errc() || end != last || value < low || value > high) {
+    complaint = "\"" + word + "\" is not a whole number from " + std::to_string(low) + " to " +
+                std::to_string(high);
+    return low;
+  }
+  return value;
+}
+
+std::int32_t FaultArguments::code(std::size_t index, std::int32_t otherwise) {
+  if (index >= words.size()) return otherwise;
+  // A hexadecimal code is the unsigned form of a signed number.
+  return static_cast<std::int32_t>(integer(index, INT32_MIN, UINT32_MAX));
+}
+
+double FaultArguments::real(std::size_t index, double low, double high) {
+  const std::string& word = words[index];
+  char* end = nullptr;
+  const double value = std::strtod(word.c_str(), &end);
+  // A NaN is within no bounds.
+  const bool within = value >= low && value <= high;
+  if (word.empty() || *end != '\0' || !within) {
+    char bounds[64];
+    std::snprintf(bounds, sizeof bounds, "%g to %g", low, high);
+    complaint = "\"" + word + "\" is not a number from " + bounds;
+    return low;
+  }
+  return value;
+}
 
 }  // namespace virtualmac

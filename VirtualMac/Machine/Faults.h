@@ -1,5 +1,8 @@
 #pragma once
 
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <expected>
 #include <optional>
 #include <span>
@@ -11,15 +14,46 @@ namespace virtualmac {
 
 class Machine;
 
+/// The words after a fault's name. Reading a wrong one leaves a complaint; its value must not be
+/// used.
+class FaultArguments {
+ public:
+  explicit FaultArguments(std::span<const std::string> given) : words(given) {}
+
+  [[nodiscard]] std::size_t count() const { return words.size(); }
+  [[nodiscard]] const std::string& text(std::size_t index) const { return words[index]; }
+  /// The words from here on, with single spaces.
+  [[nodiscard]] std::string rest(std::size_t index) const;
+  /// Decimal or 0x…, within the bounds.
+  std::int64_t integer(std::size_t index, std::int64_t low, std::int64_t high);
+  /// A kernel code: signed decimal or 0x…; `otherwise` when the word is not there.
+  std::int32_t code(std::size_t index, std::int32_t otherwise);
+  double real(std::size_t index, double low, double high);
+
+  std::optional<std::string> complaint;
+
+ private:
+  std::span<const std::string> words;
+};
+
 /// One fault of the machine that can be switched by name.
-struct FaultDescription {
+struct Fault {
   std::string_view name;       ///< "smc-result"
-  std::string_view arguments;  ///< "KEY CODE"; empty: takes none.
+  std::string_view arguments;  ///< "KEY CODE"; [in brackets]: may be left out; ...: any number.
   std::string_view text;       ///< One sentence: what it does.
+  void (*apply)(Machine& machine, FaultArguments& arguments, bool on);
+  std::string_view target = {};  ///< Faults with the same target replace each other. Empty: none.
+  bool momentary = false;        ///< Happens once; there is nothing to switch off.
+
+  /// How many arguments switching it on needs, and takes at most.
+  [[nodiscard]] std::size_t needed() const;
+  [[nodiscard]] std::size_t accepted() const;
+  /// How many leading arguments say which (a key), and are needed to switch it off too.
+  [[nodiscard]] std::size_t selectors() const;
 };
 
 /// Every fault, sorted by name.
-std::span<const FaultDescription> faultCatalogue();
+std::span<const Fault> faultCatalogue();
 
 /// Switches a fault. `arguments` are needed to switch it on; to switch it off, those that say which
 /// (a key) are. To switch off what is not on changes nothing, and is no error. Of the faults that
