@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "VirtualMac/Remote/FrameSocket.h"
+
 namespace processtests {
 
 /// One line of a machine's journal.
@@ -17,9 +19,6 @@ struct JournalLine {
 class LineSocket {
  public:
   explicit LineSocket(const std::string& path);
-  ~LineSocket();
-  LineSocket(const LineSocket&) = delete;
-  LineSocket& operator=(const LineSocket&) = delete;
   void send(const std::string& line);
   /// Returns false when the other side does not read.
   bool sendNow(const std::string& line);
@@ -27,8 +26,7 @@ class LineSocket {
   std::optional<std::string> receive(double timeoutSeconds);
 
  private:
-  int socket;
-  std::string input;
+  virtualmac::FrameSocket socket;
 };
 
 /// Follows a machine's journal from its construction on.

@@ -1,31 +1,26 @@
 #include "Tests/seam/RemoteClient.h"
 
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
-#include <array>
 #include <utility>
 #include <variant>
 
-#include "VirtualMac/Remote/HostSystem.h"
 #include "VirtualMac/Remote/XPCMessages.h"
 
 namespace virtualmac {
 
 using korvel::PropertyValue;
 
-RemoteClient::RemoteClient(const std::string& path) : socket(hostsystem::unixSocket()) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  path.copy(address.sun_path, sizeof address.sun_path - 1);
-  EXPECT_EQ(::connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+RemoteClient::RemoteClient(const std::string& path) {
+  auto connected = FrameSocket::connectTo(path);
+  EXPECT_TRUE(connected);
+  if (connected) socket = *std::move(connected);
 }
 
 RemoteClient::~RemoteClient() { disconnect(); }
 
 void RemoteClient::disconnect() {
-  if (socket >= 0) ::close(std::exchange(socket, -1));
+  socket = FrameSocket();
   failAll("disconnected");
 }
 
@@ -37,31 +32,23 @@ AppCallRef RemoteClient::call(std::string_view selector, std::uint8_t argument) 
   const auto* operation = korvel::operationWith(&korvel::Operation::selector, selector);
   const XPCCall message = operation == nullptr ? XPCCall{++lastTicket, made->selector, {}}
                                                : callOf(*operation, argument, ++lastTicket);
-  const std::string bytes = wireFrame(encode(message));
-  const ssize_t sent = ::send(socket, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+  const bool sent = socket.sendFrame(encode(message));
   if (operation != nullptr && operation->answer == korvel::OperationAnswer::None)
     made->answered = true;
   else
     waiting.emplace(message.ticket, made);
-  if (sent != static_cast<ssize_t>(bytes.size())) failAll("the connection ended");
+  if (!sent) failAll("the connection ended");
   return made;
 }
 
 void RemoteClient::pump() {
-  if (socket < 0) return;
+  if (socket.descriptor() < 0) return;
   for (;;) {
-    std::array<char, 16384> chunk{};
-    const ssize_t got = ::recv(socket, chunk.data(), chunk.size(), MSG_DONTWAIT);
-    if (got == 0 || (got < 0 && errno == ECONNRESET)) failAll("the connection ended");
-    if (got <= 0) break;
-    input.append(chunk.data(), static_cast<std::size_t>(got));
-  }
-  while (input.size() >= wireHeaderSize) {
-    const std::uint32_t length =
-        wireBodyLength(std::span<const char, wireHeaderSize>(input.data(), wireHeaderSize));
-    if (input.size() < wireHeaderSize + length) return;
-    const auto reply = decodeXPCReply(std::string_view(input).substr(wireHeaderSize, length));
-    input.erase(0, wireHeaderSize + length);
+    const auto body = socket.receiveFrame(FrameSocket::deadlineIn(0));
+    if (!body && body.error().kind == FrameSocket::Failure::Closed) failAll("the connection ended");
+    ASSERT_TRUE(body || body.error().text.empty()) << body.error().text;
+    if (!body) return;
+    const auto reply = decodeXPCReply(*body);
     ASSERT_TRUE(reply) << reply.error();
     take(*reply);
   }

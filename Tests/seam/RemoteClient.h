@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "Tests/seam/contract/SeamContract.h"
+#include "VirtualMac/Remote/FrameSocket.h"
 
 namespace virtualmac {
 
@@ -31,8 +32,7 @@ class RemoteClient final : public RigClient {
   void take(const XPCReply& reply);
   void failAll(const std::string& reason);
 
-  int socket;
-  std::string input;
+  FrameSocket socket;
   std::uint32_t lastTicket = 0;
   std::map<std::uint32_t, AppCallRef> waiting;
 };

@@ -1,10 +1,5 @@
 #include "VirtualMac/Remote/MachineChannel.h"
 
-#include <sys/socket.h>
-#include <unistd.h>
-
-#include <array>
-#include <cerrno>
 #include <utility>
 
 #include "Base/Trap.h"
@@ -15,9 +10,8 @@ MachineChannel::MachineChannel(int descriptor) : socket(descriptor) {}
 
 MachineChannel::~MachineChannel() {
   closing = true;
-  ::shutdown(socket, SHUT_RDWR);
+  socket.shutDown();
   if (readingThread.joinable()) readingThread.join();
-  ::close(socket);
 }
 
 void MachineChannel::start(Listener heard, EndHandler whenOver) {
@@ -50,16 +44,9 @@ void MachineChannel::send(std::uint32_t ticket, CallNumber number, std::string_v
   whole.u8(static_cast<std::uint8_t>(MachineFrame::Call));
   whole.u32(ticket);
   whole.u16(number);
-  const std::string frame = wireFrame(whole.body() + std::string(arguments));
-  std::string_view rest = frame;
+  const std::string body = whole.body() + std::string(arguments);
   const std::lock_guard lock(sendMutex);
-  while (!rest.empty()) {
-    const ssize_t sent = ::send(socket, rest.data(), rest.size(), MSG_NOSIGNAL);
-    if (sent > 0)
-      rest.remove_prefix(static_cast<std::size_t>(sent));
-    else if (sent < 0 && errno != EINTR)
-      return;  // The reading thread notices the end too, and reports it.
-  }
+  socket.sendFrame(body);  // A machine that is gone is noticed and told where frames are read.
 }
 
 void MachineChannel::checkAnswer(CallNumber number, WireReader& answer) {
@@ -68,33 +55,18 @@ void MachineChannel::checkAnswer(CallNumber number, WireReader& answer) {
                  " makes no sense: " + answer.failure());
 }
 
-bool MachineChannel::readExactly(char* into, std::size_t size) {
-  while (size > 0) {
-    const ssize_t got = ::recv(socket, into, size, 0);
-    if (got < 0 && errno == EINTR) continue;
-    if (got <= 0) return false;
-    into += got;
-    size -= static_cast<std::size_t>(got);
-  }
-  return true;
-}
-
 void MachineChannel::readLoop() {
   const std::string reason = readFrames();
   if (!closing) endHandler(reason);
 }
 
 std::string MachineChannel::readFrames() {
-  std::string body;
   for (;;) {
-    std::array<char, wireHeaderSize> header{};
-    if (!readExactly(header.data(), header.size())) return "the machine is gone";
-    const std::uint32_t length = wireBodyLength(header);
-    if (length > wireFrameLimit)
-      return "an oversized frame from the machine: " + oversizedText(length);
-    body.resize(length);
-    if (!readExactly(body.data(), body.size())) return "the machine is gone";
-    if (!takeFrame(body)) return "a frame from the machine that makes no sense";
+    const auto body = socket.receiveFrame();
+    if (!body && body.error().kind == FrameSocket::Failure::TooLong)
+      return "an oversized frame from the machine: " + body.error().text;
+    if (!body) return "the machine is gone";
+    if (!takeFrame(*body)) return "a frame from the machine that makes no sense";
   }
 }
 

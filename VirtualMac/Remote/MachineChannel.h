@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "VirtualMac/Remote/CallArguments.h"
+#include "VirtualMac/Remote/FrameSocket.h"
 
 namespace virtualmac {
 
@@ -81,10 +82,9 @@ class MachineChannel {
   void checkAnswer(CallNumber number, WireReader& reader);
   void readLoop();
   std::string readFrames();
-  bool readExactly(char* into, std::size_t size);
   bool takeFrame(const std::string& body);
 
-  int socket;
+  FrameSocket socket;
   std::atomic<bool> closing = false;
   std::mutex listenerMutex;
   Listener listener;  ///< None after stopListening.

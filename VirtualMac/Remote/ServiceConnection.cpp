@@ -148,14 +148,15 @@ void ServiceConnection::readHeader() {
   if (over) return;
   asio::async_read(socket, asio::buffer(header),
                    [self = shared_from_this()](const std::error_code& error, std::size_t got) {
-                     if (!error) return self->readBody(wireBodyLength(self->header));
+                     if (!error) return self->readBody();
                      self->end(got == 0 ? "" : "truncated: the peer stopped inside a message");
                    });
 }
 
-void ServiceConnection::readBody(std::uint32_t length) {
-  if (length > wireFrameLimit) return end("oversized: a message of " + oversizedText(length));
-  body.resize(length);
+void ServiceConnection::readBody() {
+  const auto length = frameLength(header);
+  if (!length) return end("oversized: a message of " + length.error());
+  body.resize(*length);
   asio::async_read(socket, asio::buffer(body),
                    [self = shared_from_this()](const std::error_code& error, std::size_t) {
                      if (!error) return self->take();
@@ -225,7 +226,7 @@ void ServiceConnection::sendReply(const Operation& operation, std::uint32_t tick
   if (over) return;
   if (const auto fits = checkReply(operation, values, exportedInterface); !fits)
     return end(fits.error());
-  outgoing.push_back(wireFrame(encode(XPCReply{ticket, values})));
+  outgoing.push_back(frameOf(encode(XPCReply{ticket, values})));
   if (outgoing.size() == 1) writeNext();
 }
 

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "Platform/XPCConnection.h"
+#include "VirtualMac/Remote/FrameSocket.h"
 #include "VirtualMac/Remote/HelperHost.h"
 #include "VirtualMac/Remote/XPCMessages.h"
 
@@ -50,7 +51,7 @@ class ServiceConnection final : public korvel::XPCConnection,
   /// Ends the connection if a fault of the machine ends new ones at this moment.
   void breakAt(ConnectionBreak moment);
   void readHeader();
-  void readBody(std::uint32_t length);
+  void readBody();
   void take();
   bool isAdmitted();
   [[nodiscard]] bool peerHasHungUp();
@@ -75,7 +76,7 @@ class ServiceConnection final : public korvel::XPCConnection,
   bool over = false;
   bool reading = false;
   int unanswered = 0;  ///< Calls whose reply was not sent yet.
-  std::array<char, wireHeaderSize> header{};
+  std::array<char, frameHeaderSize> header{};
   std::string body;
   std::deque<std::string> outgoing;
 };

@@ -191,18 +191,4 @@ ErrorObject WireReader::error() {
   return value;
 }
 
-std::string wireFrame(std::string_view body) {
-  WireWriter whole;
-  whole.text(body);
-  return whole.body();
-}
-
-std::uint32_t wireBodyLength(std::span<const char, wireHeaderSize> header) {
-  return WireReader(std::string_view(header.data(), header.size())).u32();
-}
-
-std::string oversizedText(std::uint32_t length) {
-  return std::to_string(length) + " bytes, more than " + std::to_string(wireFrameLimit);
-}
-
 }  // namespace virtualmac

@@ -11,11 +11,6 @@
 
 namespace virtualmac {
 
-/// The largest body of one frame. A longer one is an attack or a defect.
-inline constexpr std::size_t wireFrameLimit = std::size_t{256} * 1024;
-/// The bytes before a body: its length, little-endian.
-inline constexpr std::size_t wireHeaderSize = 4;
-
 /// Writes a frame's body. Integers are little-endian, a text or a byte string is its length and its
 /// bytes, a property-list value is a type byte and its content.
 class WireWriter {
@@ -75,12 +70,5 @@ class WireReader {
   std::string_view rest;
   std::string failureText;
 };
-
-/// A body with its length in front, ready to send.
-std::string wireFrame(std::string_view body);
-/// The body's length from a frame's first bytes.
-std::uint32_t wireBodyLength(std::span<const char, wireHeaderSize> header);
-/// Describes a body of more than wireFrameLimit bytes, for a person.
-std::string oversizedText(std::uint32_t length);
 
 }  // namespace virtualmac

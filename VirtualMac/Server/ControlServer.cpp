@@ -1,7 +1,5 @@
 #include "VirtualMac/Server/ControlServer.h"
 
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <asio/buffer.hpp>
@@ -18,6 +16,7 @@
 
 #include "VirtualMac/Machine/Bounds.h"
 #include "VirtualMac/Machine/Nearest.h"
+#include "VirtualMac/Remote/FrameSocket.h"
 #include "VirtualMac/Remote/HostSystem.h"
 #include "VirtualMac/Server/ControlCommands.h"
 #include "VirtualMac/Server/MachineServer.h"
@@ -239,16 +238,9 @@ ControlServer::~ControlServer() {
 
 std::optional<std::string> ControlServer::listen() {
   const std::string path = parts->shared->server.options().root.control();
-  if (path.size() >= sizeof(sockaddr_un::sun_path)) return "the path " + path + " is too long";
-  ::unlink(path.c_str());
-  try {
-    parts->acceptor.open();
-    hostsystem::closeOnExec(parts->acceptor.native_handle());
-    parts->acceptor.bind(Protocol::endpoint(path));
-    parts->acceptor.listen();
-  } catch (const std::system_error& error) {
-    return path + ": " + error.code().message();
-  }
+  auto listening = FrameSocket::listenAt(path);
+  if (!listening) return FrameSocket::problemText(path, listening.error());
+  parts->acceptor.assign(Protocol(), listening->release());
   parts->accept();
   return std::nullopt;
 }

@@ -51,14 +51,11 @@ void HelperLink::drain() {
 }
 
 void HelperLink::takeFrames() {
-  while (!closed && incoming.size() >= wireHeaderSize) {
-    const std::uint32_t length =
-        wireBodyLength(std::span<const char, wireHeaderSize>(incoming.data(), wireHeaderSize));
-    if (length > wireFrameLimit) return cutOff("an oversized frame: " + oversizedText(length));
-    if (incoming.size() < wireHeaderSize + length) return;
-    const std::string body = incoming.substr(wireHeaderSize, length);
-    incoming.erase(0, wireHeaderSize + length);
-    takeCall(body);
+  while (!closed) {
+    const auto body = takeFrame(incoming);
+    if (!body) return cutOff("an oversized frame: " + body.error());
+    if (!*body) return;
+    takeCall(**body);
   }
 }
 
@@ -120,7 +117,7 @@ void HelperLink::sendClock(const MachineTime& time) {
 
 void HelperLink::send(const std::string& frameBody) {
   if (closed) return;
-  outgoing.push_back(wireFrame(frameBody));
+  outgoing.push_back(frameOf(frameBody));
   if (outgoing.size() == 1) writeNext();
 }
 

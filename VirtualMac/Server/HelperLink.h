@@ -8,6 +8,7 @@
 #include <string>
 
 #include "VirtualMac/Machine/PowerManagement.h"
+#include "VirtualMac/Remote/FrameSocket.h"
 #include "VirtualMac/Remote/MachineHalf.h"
 #include "VirtualMac/Server/RealTimeDriver.h"
 

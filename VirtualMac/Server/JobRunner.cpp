@@ -2,8 +2,6 @@
 
 #include <fcntl.h>
 #include <spawn.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -11,10 +9,10 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <cstring>
 #include <system_error>
 #include <utility>
 
+#include "VirtualMac/Remote/FrameSocket.h"
 #include "VirtualMac/Remote/HostSystem.h"
 
 namespace virtualmac {
@@ -28,7 +26,6 @@ constexpr int serviceNumber = 4;
 constexpr int firstNotGiven = 5;
 /// Descriptors are moved out of the way of those numbers first.
 constexpr int firstFreeNumber = 10;
-constexpr int longestQueue = 128;
 
 constexpr const char* serviceName = "com.korvel.app.helper";
 
@@ -78,21 +75,9 @@ void JobRunner::setHandlers(StartHandler start, EndHandler end, ProblemHandler p
 }
 
 std::optional<std::string> JobRunner::listen() {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  const std::string path = root.service();
-  if (path.size() >= sizeof address.sun_path) return "the path " + path + " is too long";
-  std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
-  ::unlink(path.c_str());
-  const int listening = hostsystem::unixSocket();
-  if (listening < 0 ||
-      ::bind(listening, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-      ::listen(listening, longestQueue) != 0) {
-    const std::string reason = std::system_category().message(errno);
-    if (listening >= 0) ::close(listening);
-    return path + ": " + reason;
-  }
-  service.assign(listening);
+  auto listening = FrameSocket::listenAt(root.service());
+  if (!listening) return FrameSocket::problemText(root.service(), listening.error());
+  service.assign(listening->release());
   return std::nullopt;
 }
 

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "VirtualMac/Remote/FrameSocket.h"
 #include "VirtualMac/Remote/XPCMessages.h"
 #include "VirtualMac/Server/RootDirectory.h"
 #include "VirtualMac/Tools/ControlClient.h"
@@ -23,10 +24,6 @@ class AppConnection {
   static std::expected<AppConnection, OpenError> open(const RootDirectory& root,
                                                       const std::string& identity);
 
-  AppConnection(AppConnection&& other) noexcept;
-  AppConnection& operator=(AppConnection&&) = delete;
-  ~AppConnection();
-
   /// Sends a call and waits for its reply, `timeoutSeconds` real seconds at most. A Boolean
   /// `argument` is 0 or 1; 0 is given where none is taken. An operation without a reply returns
   /// nothing as soon as the helper has ended the connection.
@@ -34,19 +31,15 @@ class AppConnection {
                                                          std::uint8_t argument,
                                                          double timeoutSeconds);
   /// Waits. True: the connection is still there afterwards.
-  bool stayConnected(double seconds);
+  [[nodiscard]] bool stayConnected(double seconds) const { return socket.staysOpen(seconds); }
 
  private:
-  AppConnection(int connected, ControlClient machineDoor)
-      : socket(connected), machine(std::move(machineDoor)) {}
+  AppConnection(FrameSocket connected, ControlClient machineDoor)
+      : socket(std::move(connected)), machine(std::move(machineDoor)) {}
 
-  std::expected<void, std::string> send(const std::string& bytes);
-  std::expected<std::string, std::string> receiveBody(double deadline);
-
-  int socket;
+  FrameSocket socket;
   ControlClient machine;  ///< Held: the identity lasts as long as it.
   std::uint32_t lastTicket = 0;
-  std::string input;
 };
 
 }  // namespace virtualmac

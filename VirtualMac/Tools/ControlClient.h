@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "VirtualMac/Remote/FrameSocket.h"
 #include "VirtualMac/Server/RootDirectory.h"
 
 namespace virtualmac {
@@ -17,10 +18,6 @@ class ControlClient {
   /// is not to be trusted.
   static std::expected<ControlClient, std::string> connect(const RootDirectory& root);
 
-  ControlClient(ControlClient&& other) noexcept;
-  ControlClient& operator=(ControlClient&&) = delete;
-  ~ControlClient();
-
   /// Sends one request. False: the machine is gone.
   bool send(const nlohmann::json& request);
   /// The next line as an object; none: the machine is gone, or `timeoutSeconds` have passed.
@@ -29,10 +26,9 @@ class ControlClient {
   [[nodiscard]] bool timedOut() const { return late; }
 
  private:
-  explicit ControlClient(int connected) : socket(connected) {}
+  explicit ControlClient(FrameSocket connected) : socket(std::move(connected)) {}
 
-  int socket;
-  std::string input;
+  FrameSocket socket;
   bool late = false;
 };
 

@@ -27,7 +27,7 @@ class MachineChannelTest : public testing::Test {
   }
 
   void send(const WireWriter& frame) const {
-    const std::string bytes = wireFrame(frame.body());
+    const std::string bytes = frameOf(frame.body());
     ASSERT_EQ(::send(ends[1], bytes.data(), bytes.size(), 0), static_cast<ssize_t>(bytes.size()));
   }
   void sendClock() const {

@@ -4,6 +4,7 @@
 
 #include <limits>
 
+#include "VirtualMac/Remote/FrameSocket.h"
 #include "VirtualMac/Schedule/Random.h"
 
 namespace virtualmac {
@@ -117,7 +118,25 @@ TEST(WireTest, ValuesAreTakenAsDeepAsStatedAndNoDeeper) {
 }
 
 TEST(WireTest, AnOversizedBodyIsToldWithTheBound) {
-  EXPECT_EQ(oversizedText(300'000), "300000 bytes, more than 262144");
+  WireWriter header;
+  header.u32(300'000);
+  std::string input = header.body();
+  const auto frame = takeFrame(input);
+  ASSERT_FALSE(frame);
+  EXPECT_EQ(frame.error(), "300000 bytes, more than 262144");
+}
+
+TEST(WireTest, FramesAreTakenOffOnceTheyHaveComeWhole) {
+  std::string input;
+  std::string taken;
+  for (const char byte : frameOf("abc") + frameOf("") + frameOf("de").substr(0, 5)) {
+    input += byte;
+    const auto body = takeFrame(input);
+    ASSERT_TRUE(body);
+    if (*body) taken += '<' + **body + '>';
+  }
+  EXPECT_EQ(taken, "<abc><>");
+  EXPECT_EQ(input.size(), 5U);
 }
 
 TEST(WireTest, ACountThatTheBytesDoNotHoldEndsQuickly) {
@@ -140,12 +159,11 @@ TEST(WireTest, AFailedReaderGivesNothingMore) {
 }
 
 TEST(WireTest, AFrameIsItsLengthAndItsBody) {
-  const std::string frame = wireFrame("abc");
+  const std::string frame = frameOf("abc");
   ASSERT_EQ(frame, std::string("\x03\x00\x00\x00"
                                "abc",
                                7));
-  EXPECT_EQ(wireBodyLength(std::span<const char, wireHeaderSize>(frame.data(), wireHeaderSize)),
-            3U);
+  EXPECT_EQ(frameLength(std::span<const char, frameHeaderSize>(frame.data(), frameHeaderSize)), 3U);
 }
 
 }  // namespace virtualmac
