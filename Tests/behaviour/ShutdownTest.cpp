@@ -175,7 +175,7 @@ TEST_F(ShutdownTest, QuitAndASignalAtOnceEndTheProcessOnceUnderEverySchedule) {
   for (std::uint64_t seed = 1; seed <= 50; ++seed) {
     World world({.seed = seed, .scheduling = virtualmac::Scheduling::Seeded});
     virtualmac::InvariantSet rules(world);
-    world.launchd().startOnDemand = false;
+    world.launchd().job.startOnDemand = false;
     world.startHelper();
     const auto app = world.connectApp();
     app->await(app->setChargeLimit(50));
@@ -199,7 +199,7 @@ TEST_F(ShutdownTest, CommandBehindTheLastWorkMayStillBeginBeforeTheExit) {
   for (std::uint64_t seed = 1; seed <= 200 && begun < 3; ++seed) {
     World world({.seed = seed, .scheduling = virtualmac::Scheduling::Seeded});
     virtualmac::InvariantSet rules(world);
-    world.launchd().startOnDemand = false;
+    world.launchd().job.startOnDemand = false;
     world.startHelper();
     const auto app = world.connectApp();
     app->await(app->ping());

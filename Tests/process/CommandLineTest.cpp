@@ -9,6 +9,15 @@
 
 namespace processtests {
 
+namespace {
+
+void quit(const Mac& mac) {
+  ASSERT_EQ(mac.app({"quit"}).status, 0);
+  ASSERT_TRUE(mac.becomes([](const auto& status) { return status.at("helperPid").is_null(); }));
+}
+
+}  // namespace
+
 TEST(CommandLineTest, HelpListsTheCommands) {
   expectSays(run("virtual-mac", {"--help"}), 0, {"up", "down", "status", "fault", "journal"});
   expectSays(run("virtual-mac", {"up", "--help"}), 0, {"--profile", "--speed", "--foreground"});
@@ -120,6 +129,8 @@ TEST(CommandLineTest, DownReturnsWhenTheNextMachineCanStart) {
 
 TEST(CommandLineTest, StatusShowsTheMachineAtOneGlance) {
   const Mac mac;
+  expectSays(mac.command({"status"}), 0, {"helper         pid "});
+  quit(mac);
   mac.tell({"set", "battery", "61"});
   mac.tell({"set", "adapter", "off"});
   mac.tell({"set", "lid", "closed"});
@@ -150,6 +161,7 @@ TEST(CommandLineTest, AWrongValueIsAnsweredWithTheAllowedOnes) {
   expectSays(mac.command({"kill", "HUP"}), 2, {"\"HUP\"", "TERM"});
   expectSays(mac.command({"kill", "KILL", "TERM"}), 2, {"one signal, not also \"TERM\""});
   expectSays(mac.command({"speed", "x"}), 2, {"speed \"x\" is not allowed", "0.01 to 10000"});
+  quit(mac);
   expectSays(mac.command({"kill"}), 1, {"not running"});
   expectSays(mac.app({"watch", "--for", "-1"}), 2,
              {"korvel-app: --for: \"-1\" is not a number from 0 to 1000000"});
@@ -225,9 +237,10 @@ TEST(CommandLineTest, ErrorsAreJSONForPrograms) {
   expectError(run("virtual-mac", {"--json", "stauts"}), 2, "did you mean \"status\"?");
   expectError(run("virtual-mac", {"--json", "up", "--speed", "never"}), 2, "--speed");
   expectError(mac.command({"--json", "set", "lid", "opne"}), 2, "did you mean \"open\"?");
-  expectError(mac.command({"--json", "kill"}), 1, "not running");
   expectError(mac.app({"--json", "--as", "ap", "ping"}), 2, "did you mean \"app\"?");
   expectError(mac.app({"--json", "--as", "other-team", "ping"}), 1, "ended the connection");
+  quit(mac);
+  expectError(mac.command({"--json", "kill"}), 1, "not running");
 }
 
 TEST(CommandLineTest, QuitSaysWhenItWasRefused) {
@@ -313,8 +326,7 @@ TEST(CommandLineTest, FollowingEndsAtTheTextOrTheTime) {
 TEST(CommandLineTest, TheApplicationTellsTheBandThatIsEnforced) {
   const Mac mac;
   ASSERT_EQ(mac.app({"set-limit", "80"}).status, 0);
-  ASSERT_EQ(mac.app({"quit"}).status, 0);
-  ASSERT_TRUE(mac.becomes([](const auto& status) { return status.at("helperPid").is_null(); }));
+  quit(mac);
   nlohmann::json state = mac.state();
   state["sailingBand"] = 0;
   state["heatPauseActive"] = true;

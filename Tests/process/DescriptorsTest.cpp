@@ -62,6 +62,7 @@ TEST(DescriptorsTest, AHelperHasAsManyHoweverManyClientsItsMachineHas) {
 TEST(DescriptorsTest, FollowersHearOfTheEndOfAMachineThatIsKilledWhileItsHelperLives) {
   const Mac mac({.helper = "exec sleep 600"});
   const auto followers = followersOf(mac);
+  mac.tell({"reboot"});  // Its helper starts beside them.
   EXPECT_EQ(run("korvel-app", {"--root", mac.root(), "--timeout", "0.1", "ping"}).status, 1);
   const auto helper = mac.helper();
   ASSERT_TRUE(helper);
@@ -84,7 +85,7 @@ TEST(DescriptorsTest, AMachineKeepsNothingOfTheProgramThatStartedIt) {
   ::close(ends[1]);
   pollfd end{.fd = ends[0], .events = POLLIN, .revents = 0};
   EXPECT_EQ(::poll(&end, 1, 5000), 1) << "the machine holds the pipe open";
-  EXPECT_EQ(mac.status().at("helperPid"), nullptr);
+  EXPECT_TRUE(mac.helper()) << "nor does its helper, which runs";
   ::close(ends[0]);
 }
 

@@ -21,8 +21,10 @@ unsigned modeOf(const std::string& path) {
 /// A machine on whose disk a test puts something before the helper first runs.
 class FilesTest : public testing::Test {
  protected:
+  FilesTest() { fs::create_directories(mac.supportDirectory()); }
   /// Expects the helper to work and to take a limit.
   void expectService() {
+    if (mac.machinePid() == 0) mac.bringUp();
     RawClient client(mac);
     EXPECT_TRUE(succeeded(client.setChargeLimit(60)));
     const auto state = client.getState();
@@ -44,7 +46,7 @@ class FilesTest : public testing::Test {
     return path;
   }
 
-  const Mac mac;
+  Mac mac{{.up = false}};
 };
 
 }  // namespace
@@ -117,6 +119,7 @@ TEST_F(FilesTest, AFifoInTheFilesPlaceDoesNotHoldTheHelperUp) {
 TEST_F(FilesTest, ADirectoryInTheFilesPlaceIsReportedAndServedWithout) {
   makeDirectory();
   fs::create_directories(mac.stateFile() + "/full");
+  mac.bringUp();
   {
     RawClient client(mac);
     EXPECT_TRUE(client.setChargeLimit(60));
@@ -143,6 +146,7 @@ TEST_F(FilesTest, AFileInTheDirectorysPlaceIsReportedAndServedWithout) {
 }
 
 TEST_F(FilesTest, AMissingParentIsReportedAndServedWithout) {
+  expectService();
   fs::remove_all(mac.supportDirectory());
   expectService();
   EXPECT_GE(mac.journalCount("persistence.write failed: mkdir failed: "), 1U);
@@ -162,6 +166,7 @@ TEST_F(FilesTest, AFullDiskIsReportedAndTheOldFileStays) {
 }
 
 TEST_F(FilesTest, ShortWritesAreContinued) {
+  mac.bringUp();
   mac.tell({"fault", "disk-short-writes", "7", "on"});
   expectService();
   expectSaved();

@@ -7,14 +7,14 @@
 
 namespace processtests {
 
-// launchd starts the helper on demand only.
-TEST(LifeTest, NothingRunsBeforeTheFirstConnection) {
+// Nobody needs to ask: what a crashed predecessor left is undone at boot.
+TEST(LifeTest, TheHelperIsStartedAtBoot) {
   const Mac mac;
-  EXPECT_FALSE(mac.helper());
-  EXPECT_EQ(mac.status().at("helperStarts"), 0);
+  EXPECT_TRUE(mac.helper());
+  EXPECT_EQ(mac.status().at("helperStarts"), 1);
 }
 
-TEST(LifeTest, TheFirstConnectionStartsTheHelperAndIsAnswered) {
+TEST(LifeTest, TheFirstConnectionIsAnsweredByTheHelperOfTheBoot) {
   const Mac mac;
   const Result ping = mac.app({"--json", "ping"});
   ASSERT_EQ(ping.status, 0) << ping.err;
@@ -39,7 +39,7 @@ TEST(LifeTest, TheSameHelperServesTheNextClient) {
 TEST(LifeTest, ACrashedHelperIsStartedAgainButNotTooSoon) {
   const Mac mac({.speed = 20});
   auto journal = mac.follow();
-  ASSERT_EQ(mac.app({"ping"}).status, 0);
+  mac.tell({"kill"});
   const auto first = journal.waitFor("started");
   ASSERT_TRUE(first);
   mac.tell({"kill"});

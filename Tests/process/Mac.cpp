@@ -24,7 +24,11 @@ std::string freshDirectory() {
 
 }  // namespace
 
-Mac::Mac(const MacOptions& options) : directory(freshDirectory()) {
+Mac::Mac(const MacOptions& chosen) : options(chosen), directory(freshDirectory()) {
+  if (options.up) bringUp();
+}
+
+void Mac::bringUp() {
   std::ostringstream speed;
   speed << options.speed;
   std::vector<std::string> words{"up",      "--json",   "--profile", options.profile,

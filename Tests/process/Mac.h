@@ -14,6 +14,8 @@ struct MacOptions {
   double speed = 1;
   std::string profile = "newer-keys";
   std::string helper = {};  ///< A shell command to run as the helper; empty: the built one.
+  /// False: the test brings it up once its disk is prepared.
+  bool up = true;
 };
 
 /// A virtual Mac for one test, started and ended with the command that a person would use.
@@ -23,6 +25,7 @@ class Mac {
   ~Mac();
   Mac(const Mac&) = delete;
   Mac& operator=(const Mac&) = delete;
+  void bringUp();
 
   [[nodiscard]] const std::string& root() const { return directory; }
   [[nodiscard]] std::string controlPath() const { return directory + "/control.sock"; }
@@ -64,6 +67,7 @@ class Mac {
   }
 
  private:
+  MacOptions options;
   std::string directory;
   pid_t machine = 0;
 };

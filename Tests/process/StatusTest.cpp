@@ -76,6 +76,7 @@ TEST_F(StatusTest, AMacThatCannotBeControlledIsNotSaidToStopAnything) {
 
 TEST_F(StatusTest, WritesThatAreRefusedAreToldWithTheLastError) {
   begin();
+  expectStatus({"last outcome   pause:ok\n"});
   mac->tell({"fault", "smc-write-result", "CHTE", "130", "on"});
   mac->tell({"set", "battery", "60"});
   expectStatus({"! The last change of the charging hardware did not take hold.\n",

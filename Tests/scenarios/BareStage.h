@@ -30,7 +30,6 @@ class BareStage : public Stage {
   std::optional<std::string> saved;
   std::optional<std::string> reported;
   std::string version;
-  bool restarts = false;
 
   Machine& machine() override { return *mac; }
   Journal& journal() override { return record; }
@@ -72,7 +71,6 @@ class BareStage : public Stage {
   void setHelperVersion(const std::string& text) override { version = text; }
   void powerLoss() override { mac->powerLoss(); }
   void reboot() override { mac->reboot(); }
-  void setRestartAfterCrash(bool restart) override { restarts = restart; }
   std::vector<std::string> violations() override { return told; }
   std::optional<std::string> savedState() override { return saved; }
   void setSavedState(const std::string& content) override { saved = content; }

@@ -256,7 +256,8 @@ steps:
     expect: [battery 33, adapter disconnected, display connected, saved chargeLimit=70]
 )");
   EXPECT_TRUE(outcome.passed) << outcome.report;
-  EXPECT_TRUE(stage.restarts);
+  EXPECT_TRUE(stage.machine().launchd.job.restartAfterCrash);
+  EXPECT_TRUE(stage.machine().launchd.isRunning()) << "the story begins with a boot";
   EXPECT_EQ(outcome.timeline.samples.front().state.percent, 33);
 }
 

@@ -59,8 +59,8 @@ def two_ways_at_once_are_refused(programs):
 
 
 def both_stages_say_the_same_of_what_cannot_be_done(programs):
-    said = {"connect, helper start": "a helper is already running", "kill": "no helper is running",
-            "connect, kill, kill TERM": "no helper is running", "update 2.1.0": "no helper is running",
+    said = {"connect, helper start": "a helper is already running", "kill, kill": "no helper is running",
+            "connect, kill, kill TERM": "no helper is running", "kill, update 2.1.0": "no helper is running",
             "connect as martian": "martian", "battery 50": "this Mac has no battery",
             "lid closed": "this Mac has no lid", "adapter off, adapter renegotiate": "no adapter is connected"}
     with tempfile.TemporaryDirectory() as folder:

@@ -344,7 +344,7 @@ TEST_F(ConnectionTest, AHelperThatGoesAwayFailsPendingCallsAndTheNextCallConnect
 }
 
 TEST_F(ConnectionTest, AMessageOnItsWayToADyingHelperReachesTheNextOne) {
-  world.launchd().startOnDemand = false;
+  world.launchd().job.startOnDemand = false;
   world.startHelper();
   world.runUntilIdle();
   const auto app = world.connectApp();
@@ -365,7 +365,7 @@ TEST(ListenerTest, AnUnknownServiceIsReported) {
 
 TEST(ListenerTest, ADelegateThatIsGoneRefusesEverybody) {
   World world;
-  world.launchd().startOnDemand = false;
+  world.launchd().job.startOnDemand = false;
   korvel::Platform& platform = world.startBareHelper();
   const auto listener = platform.xpc.makeListener(korvel::KorvelHelperMachServiceName);
   listener->resume();

@@ -24,6 +24,7 @@ class FakeHelper final : public korvel::KorvelHelperProtocol {
   bool accepts = true;
   bool resumes = true;
   bool ignoresSignals = true;
+  int statusWhenTold = 3;  ///< Of the exit on SIGTERM.
   bool typedReplies = true;
   bool notesSteps = false;                               ///< Also the steps of a resume.
   std::function<void()> onAccepting, onResumed;          ///< They run on the accepting thread.
@@ -112,7 +113,7 @@ class FakeHelper final : public korvel::KorvelHelperProtocol {
     const auto source = platform.dispatch.makeSignalSource(SIGTERM);
     source->setEventHandler([&] {
       note("SIGTERM");
-      platform.process.exit(3);
+      platform.process.exit(statusWhenTold);
     });
     source->resume();
     if (ignoresSignals) platform.dispatch.ignoreDefaultAction(SIGTERM);

@@ -49,7 +49,7 @@ std::vector<std::string> eventfulDay(const std::string& profile, std::uint64_t s
   world.journal().addListener([&seen](const Journal::Entry& entry) { seen.see(entry); });
   Machine& mac = world.machine();
   Random random(seed);
-  world.launchd().restartAfterCrash = true;
+  world.launchd().job.restartAfterCrash = true;
   std::vector<std::unique_ptr<AppClient>> apps;
   for (int step = 0; step < 150; ++step) {
     if (apps.empty() || random.chance(1, 12)) apps.push_back(world.connectApp());

@@ -28,7 +28,7 @@ TEST_F(LaunchTest, TheFirstConnectionStartsTheHelper) {
 }
 
 TEST_F(LaunchTest, WithoutThatAConnectionWaitsForAHelper) {
-  world.launchd().startOnDemand = false;
+  world.launchd().job.startOnDemand = false;
   const auto app = world.connectApp();
   const AppCallRef call = app->ping();
   world.runFor(60);
@@ -64,7 +64,8 @@ TEST_F(LaunchTest, KillingDropsWhatTheProcessHeldAndNothingElse) {
 }
 
 TEST_F(LaunchTest, ACrashedHelperIsStartedAgainWhenThePolicySaysSo) {
-  world.launchd().restartAfterCrash = true;
+  helper.statusWhenTold = 0;
+  world.launchd().job.restartAfterCrash = true;
   world.startHelper();
   world.runUntilIdle();
   world.killHelper();
@@ -74,11 +75,49 @@ TEST_F(LaunchTest, ACrashedHelperIsStartedAgainWhenThePolicySaysSo) {
   world.sendSignal(SIGTERM);
   world.runUntilIdle();
   EXPECT_FALSE(world.helperRunning()) << "an exit is no crash";
-  EXPECT_EQ(world.exitStatus(), 3);
+  EXPECT_EQ(world.exitStatus(), 0);
+}
+
+TEST_F(LaunchTest, AnExitWithAnotherStatusThanZeroIsACrash) {
+  world.launchd().job.restartAfterCrash = true;
+  world.startHelper();
+  world.runUntilIdle();
+  world.sendSignal(SIGTERM);
+  world.runUntilIdle();
+  EXPECT_EQ(world.helperPid(), 502);
+}
+
+TEST_F(LaunchTest, AMacsJobStartsTheHelperAtBootAndHoldsItBackAfterACrash) {
+  world.launchd().job = LaunchdJob();
+  world.launchd().load();
+  EXPECT_EQ(world.helperPid(), 501);
+  world.runFor(4);
+  world.killHelper();
+  const auto app = world.connectApp();
+  world.runFor(5.9);
+  EXPECT_FALSE(world.helperRunning()) << "ten seconds from one start to the next";
+  world.runFor(0.2);
+  EXPECT_EQ(world.helperPid(), 502);
+  world.powerLoss();
+  EXPECT_EQ(world.helperPid(), 503) << "what was before a boot does not hold it back";
+}
+
+TEST_F(LaunchTest, AMacThatIsPoweredOnAgainStartsItsHelper) {
+  world.launchd().job = LaunchdJob();
+  world.launchd().load();
+  world.machine().adapter.disconnect();
+  world.machine().battery.setPercent(0.001);
+  world.runFor(3600);
+  ASSERT_TRUE(world.machine().isOff());
+  const auto app = world.connectApp();
+  world.runFor(60);
+  EXPECT_FALSE(world.helperRunning());
+  world.machine().adapter.connect();
+  EXPECT_TRUE(app->await(app->ping()).answered);
 }
 
 TEST_F(LaunchTest, NothingIsStartedWhileTheMachineGoesDown) {
-  world.launchd().restartAfterCrash = true;
+  world.launchd().job.restartAfterCrash = true;
   world.startHelper();
   world.powerLoss();
   EXPECT_FALSE(world.helperRunning());

@@ -34,8 +34,8 @@ Swarm::Swarm(const SwarmPlan& given)
       plan(given),
       story{"swarm", given.profile, {}, {}},
       stage(story, given.seed, virtualmac::Scheduling::Seeded) {
-  world().launchd().startOnDemand = true;
-  world().launchd().restartAfterCrash = plan.restartAfterCrash;
+  world().launchd().job.startOnDemand = true;
+  world().launchd().job.restartAfterCrash = plan.restartAfterCrash;
   mac().battery.setPercent(static_cast<double>(random.between(5, 100)));
 }
 
@@ -128,7 +128,8 @@ void Swarm::healAndConverge(Findings& findings) {
   sweeps::healMachine(mac());
   if (mac().battery.percent() < 25) mac().battery.setPercent(25);
   for (const auto& client : stage.clients) client->disconnect();
-  world().launchd() = {.startOnDemand = false, .restartAfterCrash = false};
+  world().launchd().job.startOnDemand = false;
+  world().launchd().job.restartAfterCrash = false;
   // Queued messages reach the next helper, so every queued quit must be played out.
   world().runFor(quietSeconds);
   for (std::size_t starts = 0; !world().helperRunning() && starts < mostLateQuits; ++starts) {

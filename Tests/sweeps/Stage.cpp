@@ -24,7 +24,7 @@ constexpr double answerLimitSeconds = 20;
 Stage::Stage(const Story& told, std::uint64_t seed, virtualmac::Scheduling scheduling)
     : world(optionsFor(told, seed, scheduling)), story(told) {
   // The sweeps decide when a dead helper is started again.
-  world.launchd().startOnDemand = false;
+  world.launchd().job.startOnDemand = false;
   if (story.prepare) story.prepare(mac());
   const auto record = recordOnDisk(mac());
   const bool claimed = record && record->sleepDisabledByKorvel;

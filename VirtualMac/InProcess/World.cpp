@@ -31,7 +31,7 @@ Profile profileNamed(const std::string& name) {
 
 }  // namespace
 
-/// What a world consists of, in the order in which it is made; taken apart in the reverse.
+/// A world's parts, in the order in which they are made; taken apart in the reverse.
 struct World::Parts {
   explicit Parts(WorldOptions chosen)
       : options(std::move(chosen)),
@@ -43,7 +43,8 @@ struct World::Parts {
                                                          : Scheduler::Order::Seeded,
                   options.seed),
         endpoint([this] {
-          if (launch.startOnDemand && !running()) start(true);
+          noteEnd();
+          machine->launchd.demand();
         }) {
     journal.keepEntries(options.keepJournal);
     if (options.helperVersion) {
@@ -53,24 +54,36 @@ struct World::Parts {
       machine->bundleInformation.erase("CFBundleShortVersionString");
     }
     machine->signatures.setPath(helperProgramPath, "helper");
-    machine->setDownHandler([this](std::string_view) {
-      if (!running()) return;
-      // Not a crash to launchd, which goes down as well: nothing starts while the machine does.
-      endedWithMachine = present;
-      present->end(ProcessEnd{std::nullopt, SIGKILL});
-    });
+    machine->setDownHandler([this](std::string_view) { act(LaunchdAction::Kill); });
+    Launchd& launchd = machine->launchd;
+    launchd.job = {.startAtBoot = false, .restartAfterCrash = false, .throttleSeconds = 0};
+    launchd.setHands([this](LaunchdAction action) { act(action); });
+    launchd.load();
   }
 
   [[nodiscard]] bool running() const { return present != nullptr && present->alive(); }
 
-  HostedProcess& start(bool withEntry) {
+  void startByHand(bool withEntry) {
     if (running()) throw std::logic_error("a helper is already running");
+    noteEnd();
+    nextHasEntry = withEntry;
+    machine->launchd.startByHand();
+  }
+
+  void act(LaunchdAction action) {
+    if (action == LaunchdAction::Start) return start(std::exchange(nextHasEntry, true));
+    if (!running()) return;
+    if (action == LaunchdAction::Terminate) return sendSignal(SIGTERM);
+    present->end(ProcessEnd{std::nullopt, SIGKILL});
+  }
+
+  void start(bool withEntry) {
     processes.push_back(std::make_unique<HostedProcess>(
         HostSurroundings{
             *machine, scheduler, faults, journal, endpoint, observers,
             [this](std::string text) { violations.push_back(std::move(text)); },
             [this](auto level, auto category, auto text) { writeLog(level, category, text); },
-            [this](HostedProcess& process) { processGone(process); }},
+            [this](HostedProcess&) { noteEnd(); }},
         nextHelperPid++));
     present = processes.back().get();
     HostedProcess& host = *present;
@@ -83,15 +96,17 @@ struct World::Parts {
     } else {
       scheduler.post(host.mainThread(), [&host] { host.dispatching().runMainLoop(); });
     }
-    hasEntry = withEntry;
-    return host;
   }
 
-  void processGone(HostedProcess& process) {
-    const bool crashed = process.endedBy().signal.has_value() && &process != endedWithMachine;
-    if (crashed && launch.restartAfterCrash && hasEntry && !closing && !machine->isOff()) {
-      start(true);
-    }
+  /// Tells launchd of the present helper's end, once.
+  void noteEnd() {
+    if (present != nullptr && !running())
+      machine->launchd.exited(present->endedBy().exitStatus != 0);
+  }
+
+  void sendSignal(int number) {
+    machine->tellSignal(present->model().pid(), number);
+    if (!present->dispatching().deliverSignal(number)) kill(number);
   }
 
   void writeLog(korvel::LogLevel level, std::string_view category, std::string_view text) {
@@ -122,12 +137,9 @@ struct World::Parts {
   ScheduleObservers observers;
   Scheduler scheduler;
   ServiceEndpoint endpoint;
-  LaunchPolicy launch;
   std::vector<std::unique_ptr<HostedProcess>> processes;
   HostedProcess* present = nullptr;
-  const HostedProcess* endedWithMachine = nullptr;
-  bool hasEntry = false;
-  bool closing = false;
+  bool nextHasEntry = true;
   std::int32_t nextHelperPid = firstHelperPid;
   std::int32_t nextClientPid = firstClientPid;
   std::vector<LogLine> logLines;
@@ -137,7 +149,7 @@ struct World::Parts {
 World::World(WorldOptions options) : parts(std::make_unique<Parts>(std::move(options))) {}
 
 World::~World() {
-  parts->closing = true;
+  parts->machine->launchd.forget();
   parts->kill(SIGKILL);
   // One that has just exited by itself may still be unwinding.
   for (const auto& process : parts->processes) parts->unwind(*process);
@@ -148,11 +160,11 @@ Journal& World::journal() { return parts->journal; }
 FaultTable& World::faults() { return parts->faults; }
 Scheduler& World::scheduler() { return parts->scheduler; }
 ScheduleObservers& World::observers() { return parts->observers; }
-LaunchPolicy& World::launchd() { return parts->launch; }
+Launchd& World::launchd() { return parts->machine->launchd; }
 
 // ---- the helper
 
-void World::startHelper() { parts->start(true); }
+void World::startHelper() { parts->startByHand(true); }
 
 void World::killHelper() { parts->kill(SIGKILL); }
 
@@ -163,9 +175,7 @@ void World::powerLoss() {
 }
 
 void World::sendSignal(int number) {
-  if (!parts->running()) return;
-  parts->machine->tellSignal(parts->present->model().pid(), number);
-  if (!parts->present->dispatching().deliverSignal(number)) parts->kill(number);
+  if (parts->running()) parts->sendSignal(number);
 }
 
 bool World::helperRunning() const { return parts->running(); }
@@ -180,7 +190,10 @@ std::optional<std::int32_t> World::helperPid() const {
   return parts->present->model().pid();
 }
 
-korvel::Platform& World::startBareHelper() { return parts->start(false).platform(); }
+korvel::Platform& World::startBareHelper() {
+  parts->startByHand(false);
+  return platform();
+}
 
 korvel::Platform& World::platform() {
   if (parts->present == nullptr) throw std::logic_error("no helper was started");

@@ -16,12 +16,13 @@
 
 namespace virtualmac {
 
+class Launchd;
 class Machine;
 class ScheduleObservers;
 class Scheduler;
 
 enum class Scheduling : std::uint8_t {
-  Fifo,   ///< Whoever became runnable first runs first.
+  Fifo,   ///< The first to become runnable runs first.
   Seeded  ///< The seed chooses, and also interrupts at posts, locks and platform calls.
 };
 
@@ -33,13 +34,6 @@ struct WorldOptions {
   bool keepJournal = true;                             ///< False: hashed and listened to only.
   /// What a helper's main thread runs in place of the built helper.
   std::function<int(korvel::Platform&)> entry = {};
-};
-
-/// What launchd does by itself. The service endpoint exists in any case: messages to a helper that
-/// does not run wait for one that does.
-struct LaunchPolicy {
-  bool startOnDemand = true;       ///< The first connection starts the helper.
-  bool restartAfterCrash = false;  ///< A helper that was killed is started again at once.
 };
 
 /// One line of the helper's log.
@@ -57,6 +51,9 @@ struct LogLine {
 /// into the helper itself; when one of these returns, nothing else is running. Every thread of the
 /// helper is a real thread, and exactly one runs at a time.
 ///
+/// launchd starts the helper for the first client, at once, and does nothing else by itself: tests
+/// decide when a helper runs. A job as on a Mac is `launchd().job = LaunchdJob()`, then `load()`.
+///
 /// A deadlock and a dropped reply do not hang and do not trap: run… throws a std::runtime_error
 /// that names who waits for whom; violations() lists what the transport noticed.
 class World {
@@ -71,7 +68,7 @@ class World {
   [[nodiscard]] FaultTable& faults();
   [[nodiscard]] Scheduler& scheduler();
   [[nodiscard]] ScheduleObservers& observers();
-  [[nodiscard]] LaunchPolicy& launchd();
+  [[nodiscard]] Launchd& launchd();
 
   // The helper as launchd runs it
   /// Starts the built helper (runHelper) on a main thread of its own. It runs when the world does.

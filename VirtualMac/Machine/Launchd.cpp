@@ -1,60 +1,83 @@
 #include "VirtualMac/Machine/Launchd.h"
 
+#include <algorithm>
+
 namespace virtualmac {
 
-std::vector<LaunchdAction> Launchd::startOrWait(Nanoseconds now) {
-  const Nanoseconds earliest = lastStart ? *lastStart + fromSeconds(job.throttleSeconds) : now;
-  if (now < earliest) {
-    due = earliest;
-    return {};
+void Launchd::act(LaunchdAction action) const {
+  if (hands) hands(action);
+}
+
+void Launchd::waitUntil(Nanoseconds moment) {
+  due = moment;
+  context.noteChange();
+}
+
+void Launchd::startOrWait() {
+  if (lastStart) {
+    const Nanoseconds earliest = *lastStart + fromSeconds(job.throttleSeconds);
+    if (context.total < earliest) return waitUntil(earliest);
   }
+  startByHand();
+}
+
+void Launchd::startByHand() {
+  if (running) return;
   due.reset();
   wanted = false;
   running = true;
-  lastStart = now;
-  ++startCount;
-  return {LaunchdAction::Start};
+  lastStart = context.total;
+  act(LaunchdAction::Start);
 }
 
 void Launchd::load() {
-  if (loaded) return;
   loaded = true;
-  wanted = false;
+  if (job.startAtBoot && (!running || stopping)) wanted = true;
+  if (wanted && !running) startOrWait();
 }
 
-std::vector<LaunchdAction> Launchd::demand(Nanoseconds now) {
-  if (!loaded || (running && !stopping)) return {};
+void Launchd::demand() {
+  if (!job.startOnDemand || (running && !stopping)) return;
   wanted = true;
-  if (running) return {};
-  return startOrWait(now);
+  if (loaded && !running) startOrWait();
 }
 
-std::vector<LaunchdAction> Launchd::exited(Nanoseconds now) {
-  if (!running) return {};
+void Launchd::exited(bool crashed) {
+  if (!running) return;
   running = false;
   stopping = false;
   due.reset();
-  if (!loaded || !(job.keepAlive || wanted)) return {};
-  wanted = true;
-  return startOrWait(now);
+  if (!loaded) return;
+  wanted = wanted || (crashed && job.restartAfterCrash);
+  if (wanted) startOrWait();
 }
 
-std::vector<LaunchdAction> Launchd::unload(Nanoseconds now) {
-  if (!loaded) return {};
+void Launchd::unload() {
+  if (!loaded) return;
   loaded = false;
   wanted = false;
   due.reset();
-  if (!running) return {};
+  if (!running) return;
   stopping = true;
-  due = now + fromSeconds(job.exitTimeoutSeconds);
-  return {LaunchdAction::Terminate};
+  waitUntil(context.total + fromSeconds(job.exitTimeoutSeconds));
+  act(LaunchdAction::Terminate);
 }
 
-std::vector<LaunchdAction> Launchd::elapsed(Nanoseconds now) {
-  if (!due || now < *due) return {};
+void Launchd::forget() {
+  loaded = running = stopping = wanted = false;
+  lastStart.reset();
   due.reset();
-  if (stopping) return {LaunchdAction::Kill};
-  return wanted && !running ? startOrWait(now) : std::vector<LaunchdAction>{};
+}
+
+void Launchd::settle() {
+  if (!due || context.total < *due) return;
+  due.reset();
+  if (stopping) return act(LaunchdAction::Kill);
+  if (wanted && !running) startOrWait();
+}
+
+Nanoseconds Launchd::untilNextEvent() const {
+  return due ? std::max<Nanoseconds>(*due - context.total, 0) : neverNanoseconds;
 }
 
 }  // namespace virtualmac

@@ -41,6 +41,7 @@ Machine::Machine(Profile kind, Journal& journal, std::uint64_t seed)
       powerUI(profileUsed.powerUI, context),
       signatures(profileUsed.identities),
       disk(context, seed),
+      launchd(context),
       bundleInformation{{"CFBundleShortVersionString", "2.0.0"}},
       wallAtStart(firstDay) {}
 
@@ -71,6 +72,7 @@ void Machine::settleOnce() {
     off = false;
     context.journal.record<EffectID::poweredOn>();
     context.noteChange();
+    launchd.load();
   }
   const bool draining = battery.isPresent() && battery.isDraining();
   if (!off && draining && battery.isEmpty() && !adapter.isConnected()) {
@@ -85,12 +87,13 @@ void Machine::settleOnce() {
     conditions.batteryLow = draining && battery.percent() <= lowBatteryPercent;
     power.settle(conditions);
   }
+  launchd.settle();
   nextAt = context.total + untilNext();
 }
 
 Nanoseconds Machine::untilNext() const {
   const Nanoseconds forPower = off ? neverNanoseconds : power.untilNextEvent();
-  return std::min(battery.untilNextChange(), forPower);
+  return std::min({battery.untilNextChange(), forPower, launchd.untilNextEvent()});
 }
 
 void Machine::pass(Nanoseconds duration) {
@@ -168,6 +171,7 @@ std::shared_ptr<HelperProcess> Machine::process(std::int32_t pid) const {
 
 void Machine::goDown(const Effect& cause, bool orderly) {
   context.journal.record(cause);
+  launchd.forget();
   if (downHandler) downHandler(cause.text());
   while (!processes.empty()) {
     endProcess(processes.begin()->first, ProcessEnd{std::nullopt, killSignal});
@@ -180,9 +184,15 @@ void Machine::goDown(const Effect& cause, bool orderly) {
   power.forgetOverReboot();
 }
 
-void Machine::reboot() { goDown(effect<EffectID::rebooted>(), true); }
+void Machine::reboot() {
+  goDown(effect<EffectID::rebooted>(), true);
+  if (!off) launchd.load();
+}
 
-void Machine::powerLoss() { goDown(effect<EffectID::powerLost>(), false); }
+void Machine::powerLoss() {
+  goDown(effect<EffectID::powerLost>(), false);
+  if (!off) launchd.load();
+}
 
 void Machine::setDownHandler(std::function<void(std::string_view cause)> handler) {
   downHandler = std::move(handler);

@@ -18,6 +18,7 @@
 #include "VirtualMac/Machine/Disk.h"
 #include "VirtualMac/Machine/Enclosure.h"
 #include "VirtualMac/Machine/HelperProcess.h"
+#include "VirtualMac/Machine/Launchd.h"
 #include "VirtualMac/Machine/MachineContext.h"
 #include "VirtualMac/Machine/PowerManagement.h"
 #include "VirtualMac/Machine/PowerSourceList.h"
@@ -73,6 +74,7 @@ class Machine {
   PowerUI powerUI;
   CodeSignatures signatures;
   Disk disk;
+  Launchd launchd;  ///< Loads its job whenever the machine has come up again.
 
   [[nodiscard]] const Profile& profile() const { return profileUsed; }
 
@@ -104,7 +106,7 @@ class Machine {
   void endProcess(std::int32_t pid, ProcessEnd how = {});
   [[nodiscard]] std::shared_ptr<HelperProcess> process(std::int32_t pid) const;
 
-  /// Ends every process. The caller stops helpers the orderly way first, if it wants that.
+  /// Ends every process. The caller unloads launchd's job first, if helpers are to end in order.
   void reboot();
   void powerLoss();
   /// True after the battery ran empty, until the adapter brings the machine up again.

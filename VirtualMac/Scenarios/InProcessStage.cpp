@@ -14,7 +14,6 @@ namespace virtualmac {
 namespace {
 
 constexpr double reportSeconds = 2;
-constexpr double shutdownSeconds = 5;
 
 Answer answerOf(const AppCall& call) {
   if (call.failed) return {Answer::Kind::Lost, std::nullopt};
@@ -32,7 +31,10 @@ WorldOptions optionsOf(const Scenario& scenario) {
 
 }  // namespace
 
-InProcessStage::InProcessStage(const Scenario& scenario) : bench(optionsOf(scenario)) {}
+InProcessStage::InProcessStage(const Scenario& scenario) : bench(optionsOf(scenario)) {
+  bench.launchd().unload();
+  bench.launchd().job = LaunchdJob();
+}
 InProcessStage::~InProcessStage() = default;
 
 Machine& InProcessStage::machine() { return bench.machine(); }
@@ -119,16 +121,11 @@ void InProcessStage::powerLoss() {
 
 void InProcessStage::reboot() {
   killClients();
-  if (bench.helperRunning()) {
-    bench.sendSignal(SIGTERM);
-    bench.runUntil([this] { return !bench.helperRunning(); }, shutdownSeconds);
-  }
-  if (bench.helperRunning()) bench.killHelper();
+  Launchd& launchd = bench.launchd();
+  launchd.unload();
+  if (bench.helperRunning())
+    bench.runUntil([this] { return !bench.helperRunning(); }, launchd.job.exitTimeoutSeconds);
   machine().reboot();
-}
-
-void InProcessStage::setRestartAfterCrash(bool restart) {
-  bench.launchd().restartAfterCrash = restart;
 }
 
 std::vector<std::string> InProcessStage::violations() {

@@ -37,7 +37,6 @@ class InProcessStage final : public Stage {
   void setHelperVersion(const std::string& version) override;
   void powerLoss() override;
   void reboot() override;
-  void setRestartAfterCrash(bool restart) override;
   /// Ends the watch over the rules; call it once, at the end.
   std::vector<std::string> violations() override;
   std::optional<std::string> savedState() override;

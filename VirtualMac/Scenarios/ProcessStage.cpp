@@ -210,7 +210,7 @@ std::optional<std::string> ProcessStage::reportedState(const std::string& client
 
 void ProcessStage::startHelper() {
   if (helperRunning()) throw std::runtime_error(helperRunsText);
-  server->change([this](Machine&) { server->launchd().startByHand(); });
+  server->change([](Machine& mac) { mac.launchd.startByHand(); });
 }
 
 void ProcessStage::signalHelper(int number) {
@@ -238,10 +238,6 @@ void ProcessStage::reboot() {
   const auto up = std::make_shared<bool>(false);
   server->reboot([up] { *up = true; });
   if (!serve(longestRealSeconds, [&up] { return *up; })) throw std::runtime_error("it hangs");
-}
-
-void ProcessStage::setRestartAfterCrash(bool restart) {
-  server->launchd().setRestartAfterCrash(restart);
 }
 
 std::vector<std::string> ProcessStage::violations() { return broken; }

@@ -48,7 +48,6 @@ class ProcessStage final : public Stage {
   void setHelperVersion(const std::string& version) override;
   void powerLoss() override;
   void reboot() override;
-  void setRestartAfterCrash(bool restart) override;
   std::vector<std::string> violations() override;
   std::optional<std::string> savedState() override;
   void setSavedState(const std::string& content) override;

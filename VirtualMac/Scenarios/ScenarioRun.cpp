@@ -128,7 +128,6 @@ ScenarioOutcome ScenarioRun::run() {
 }
 
 void ScenarioRun::setUp() {
-  stage.setRestartAfterCrash(scenario.restartAfterCrash);
   if (scenario.savedState) stage.setSavedState(*scenario.savedState);
   for (std::size_t index = 0; index < scenario.start.size(); ++index) {
     perform(scenario.start[index], scenario.startLines[index], {});
@@ -141,6 +140,9 @@ void ScenarioRun::setUp() {
   for (const Expectation& expectation : scenario.always) {
     watches.push_back({Watching::Always, expectation, endless});
   }
+  Launchd& launchd = stage.machine().launchd;
+  launchd.job.restartAfterCrash = scenario.restartAfterCrash;
+  launchd.load();
 }
 
 void ScenarioRun::play(const Step& step) {

@@ -33,7 +33,8 @@ inline constexpr const char* noHelperText = "no helper is running";
 inline constexpr const char* helperRunsText = "a helper is already running";
 
 /// A machine with its helper and its clients, on which a scenario plays. One implementation runs
-/// all of it in this process and in virtual time; another drives real processes.
+/// all of it in this process and in virtual time; another drives real processes. launchd
+/// has the job of a Mac, which the scenario loads once the machine is set up.
 ///
 /// Clients have the names that the scenario gives them. For an action that it cannot do (an unknown
 /// client, an unknown identity, a misspelt fault) a stage throws a std::runtime_error, which fails
@@ -78,8 +79,6 @@ class Stage {
   /// Both also end the clients.
   virtual void powerLoss() = 0;
   virtual void reboot() = 0;
-  /// Whether launchd starts the helper again as soon as it was killed.
-  virtual void setRestartAfterCrash(bool restart) = 0;
 
   /// The rules that the helper broke in this run. Call it once, when the run is over.
   [[nodiscard]] virtual std::vector<std::string> violations() = 0;

@@ -5,7 +5,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -29,16 +28,6 @@ constexpr int firstFreeNumber = 10;
 
 constexpr const char* serviceName = "com.korvel.app.helper";
 
-/// However fast the machine's time runs, a process gets this long to end by itself.
-constexpr double shortestRealExit = 5;
-
-LaunchdJob helperJob(double speed) {
-  LaunchdJob job;
-  job.keepAlive = false;  // A crash is turned into a demand; an end that was meant is not.
-  job.exitTimeoutSeconds = std::max(job.exitTimeoutSeconds, shortestRealExit * speed);
-  return job;
-}
-
 ProcessEnd endOf(int status) {
   ProcessEnd how;
   if (WIFSIGNALED(status)) how.signal = WTERMSIG(status);
@@ -50,16 +39,15 @@ ProcessEnd endOf(int status) {
 
 JobRunner::JobRunner(asio::io_context& context, const RootDirectory& home,
                      std::string helperProgram, bool verboseHelper, RealTimeDriver& keeper,
-                     Machine& clock)
+                     Machine& served)
     : root(home),
       program(std::move(helperProgram)),
       verbose(verboseHelper),
       timeDriver(keeper),
-      machine(clock),
-      launchd(helperJob(keeper.speed())),
+      machine(served),
       children(context, SIGCHLD),
-      deadline(context),
       service(context) {
+  machine.launchd.setHands([this](LaunchdAction action) { act(action); });
   reap();
 }
 
@@ -81,30 +69,20 @@ std::optional<std::string> JobRunner::listen() {
   return std::nullopt;
 }
 
-void JobRunner::load() {
-  launchd = Launchd(helperJob(timeDriver.speed()));
-  launchd.load();
-  armDeadline();
-  watchService();
-}
-
 void JobRunner::unload(std::function<void()> done) {
-  if (!running) {
-    act(launchd.unload(machine.totalNanoseconds()));
-    return done();
-  }
-  unloaded.push_back(std::move(done));
-  act(launchd.unload(machine.totalNanoseconds()));
+  const bool waits = running.has_value();
+  if (waits) unloaded.push_back(std::move(done));
+  machine.launchd.unload();
+  if (!waits) done();
 }
 
 void JobRunner::end() {
   unloaded.clear();
+  machine.launchd.forget();
   killNow();
 }
 
 void JobRunner::killNow() {
-  deadline.cancel();
-  launchd = Launchd(helperJob(timeDriver.speed()));
   if (!running) return;
   ::kill(*running, SIGKILL);
   int status = 0;
@@ -113,48 +91,39 @@ void JobRunner::killNow() {
   ended(*running, status);
 }
 
-void JobRunner::startByHand() {
-  if (!running) act(launchd.demand(machine.totalNanoseconds()));
-}
-
 bool JobRunner::signal(int number) { return running && ::kill(*running, number) == 0; }
 
-void JobRunner::act(const std::vector<LaunchdAction>& actions) {
-  for (const LaunchdAction action : actions) {
-    switch (action) {
-      case LaunchdAction::Start:
-        start();
-        break;
-      case LaunchdAction::Terminate:
-        signal(SIGTERM);
-        break;
-      case LaunchdAction::Kill:
-        signal(SIGKILL);
-        break;
-    }
+void JobRunner::act(LaunchdAction action) {
+  switch (action) {
+    case LaunchdAction::Start:
+      if (!start()) machine.launchd.exited(false);
+      break;
+    case LaunchdAction::Terminate:
+      signal(SIGTERM);
+      break;
+    case LaunchdAction::Kill:
+      signal(SIGKILL);
+      break;
   }
-  armDeadline();
-  watchService();
 }
 
-void JobRunner::start() {
+bool JobRunner::start() {
   std::array<int, 2> ends{};
   if (!hostsystem::unixSocketPair(ends)) {
     problemHandler(std::string("no connection to a helper can be made: ") +
                    std::system_category().message(errno));
-    act(launchd.exited(machine.totalNanoseconds()));
-    return;
+    return false;
   }
   const std::optional<pid_t> pid = spawn(ends[1]);
   ::close(ends[1]);
   if (!pid) {
     ::close(ends[0]);
-    act(launchd.exited(machine.totalNanoseconds()));
-    return;
+    return false;
   }
   running = pid;
   ++startCount;
   startHandler({*pid, ends[0]});
+  return true;
 }
 
 std::optional<pid_t> JobRunner::spawn(int machineEnd) {
@@ -227,42 +196,24 @@ void JobRunner::ended(pid_t pid, int status) {
   running.reset();
   const ProcessEnd how = endOf(status);
   endHandler(pid, how);
-  const Nanoseconds now = machine.totalNanoseconds();
-  std::vector<LaunchdAction> actions = launchd.exited(now);
-  if (how.exitStatus != 0 && restartAfterCrash && actions.empty()) actions = launchd.demand(now);
-  act(actions);
+  machine.launchd.exited(how.exitStatus != 0);
   const auto waiting = std::exchange(unloaded, {});
   for (const std::function<void()>& done : waiting) done();
 }
 
 void JobRunner::watchService() {
-  if (watching || running || !launchd.isLoaded() || !service.is_open() || launchd.deadline())
+  if (watching || running || !machine.launchd.isLoaded() || !service.is_open() ||
+      machine.launchd.deadline())
     return;
   watching = true;
   service.async_wait(asio::posix::stream_descriptor::wait_read,
                      [this](const std::error_code& cancelled) {
                        watching = false;
-                       if (cancelled || running || !launchd.isLoaded()) return;
+                       if (cancelled) return;
                        timeDriver.catchUp();
-                       act(launchd.demand(machine.totalNanoseconds()));
+                       machine.launchd.demand();
                        timeDriver.settle();
                      });
-}
-
-void JobRunner::armDeadline() {
-  const std::optional<Nanoseconds> due = launchd.deadline();
-  if (!due) {
-    deadline.cancel();
-    return;
-  }
-  deadline.expires_after(timeDriver.real(*due - machine.totalNanoseconds()));
-  deadline.async_wait([this](const std::error_code& cancelled) {
-    if (cancelled) return;
-    timeDriver.catchUp();
-    const auto actions = launchd.elapsed(machine.totalNanoseconds());
-    act(actions);
-    timeDriver.settle();
-  });
 }
 
 }  // namespace virtualmac

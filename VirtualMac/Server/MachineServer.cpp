@@ -14,6 +14,8 @@ namespace {
 /// seconds, however fast time runs.
 constexpr double usualAcknowledgementSeconds = 30;
 constexpr double shortestRealAcknowledgement = 2;
+/// As long has a helper that is told to end.
+constexpr double shortestRealExit = 5;
 
 }  // namespace
 
@@ -40,11 +42,12 @@ MachineServer::MachineServer(asio::io_context& mainLoop, MachineOptions options)
   keeper.setClockHandler([this](const MachineTime& time) {
     mac.power.acknowledgementSeconds =
         std::max(usualAcknowledgementSeconds, shortestRealAcknowledgement * time.speed);
+    mac.launchd.job.exitTimeoutSeconds =
+        std::max(LaunchdJob().exitTimeoutSeconds, shortestRealExit * time.speed);
     if (link) link->sendClock(time);
-    jobs.armDeadline();
   });
   keeper.setSpeed(chosen.speed);
-  keeper.setSettledHandler([this] { watchPower(); });
+  keeper.setSettledHandler([this] { jobs.watchService(); });
   jobs.setHandlers([this](const JobRunner::Started& started) { helperStarted(started); },
                    [this](pid_t pid, const ProcessEnd& how) { helperEnded(pid, how); },
                    [this](const std::string& text) { effects.record("proc", text); });
@@ -64,8 +67,11 @@ std::optional<std::string> MachineServer::start() {
   if (!journalFile.open(chosen.root.journal()))
     return chosen.root.journal() + ": cannot be written";
   if (auto problem = jobs.listen()) return problem;
-  change([this](Machine&) { jobs.load(); });
   return std::nullopt;
+}
+
+void MachineServer::boot() {
+  change([](Machine& machine) { machine.launchd.load(); });
 }
 
 void MachineServer::helperStarted(const JobRunner::Started& started) {
@@ -89,13 +95,6 @@ void MachineServer::helperEnded(pid_t pid, const ProcessEnd& how) {
   mac.endProcess(pid, how);
 }
 
-// The machine goes off with an empty battery; the adapter brings it back, and its job with it.
-void MachineServer::watchPower() {
-  if (mac.isOff() == wasOff) return;
-  wasOff = mac.isOff();
-  if (!wasOff) jobs.load();
-}
-
 bool MachineServer::signalHelper(int number) {
   return change([&](Machine&) {
     const std::optional<pid_t> pid = jobs.helper();
@@ -109,17 +108,13 @@ void MachineServer::reboot(std::function<void()> done) {
   change([&](Machine&) {
     jobs.unload([this, finished = std::move(done)] {
       mac.reboot();
-      jobs.load();
       finished();
     });
   });
 }
 
 void MachineServer::powerLoss() {
-  change([this](Machine& machine) {
-    machine.powerLoss();
-    if (!machine.isOff()) jobs.load();
-  });
+  change([](Machine& machine) { machine.powerLoss(); });
 }
 
 void MachineServer::shutDown(std::function<void()> done) {

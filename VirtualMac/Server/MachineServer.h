@@ -42,8 +42,10 @@ class MachineServer {
   MachineServer(const MachineServer&) = delete;
   MachineServer& operator=(const MachineServer&) = delete;
 
-  /// Prepares the root directory and publishes the service. None: done; else the error.
+  /// Prepares the root directory and publishes the service. None: done; else the error. The machine
+  /// is up once `boot`, or a scenario that has set it up, loads launchd's job.
   std::optional<std::string> start();
+  void boot();
 
   [[nodiscard]] Machine& machine() { return mac; }
   [[nodiscard]] RealTimeDriver& timeDriver() { return keeper; }
@@ -70,7 +72,7 @@ class MachineServer {
   /// Sends the helper a signal. False: none runs. Journalled as `proc  signal 19 to helper 412`,
   /// except a kill, which shows as the helper's end.
   bool signalHelper(int number);
-  /// Ends the helper the orderly way, restarts, and loads the job anew. `done` runs afterwards.
+  /// Ends the helper the orderly way and restarts. `done` runs afterwards.
   void reboot(std::function<void()> done);
   /// Takes the power away and gives it back.
   void powerLoss();
@@ -86,7 +88,6 @@ class MachineServer {
   };
   void helperStarted(const JobRunner::Started& started);
   void helperEnded(pid_t pid, const ProcessEnd& how);
-  void watchPower();
 
   asio::io_context& loop;
   MachineOptions chosen;
@@ -99,7 +100,6 @@ class MachineServer {
   RealTimeDriver keeper;
   JobRunner jobs;
   std::shared_ptr<HelperLink> link;
-  bool wasOff = false;
   bool losingPower = false;
 };
 

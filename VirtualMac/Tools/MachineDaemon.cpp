@@ -106,6 +106,7 @@ int runMachine(const MachineOptions& options,
   stop.async_wait([&](const std::error_code& cancelled, int) {
     if (!cancelled) server.shutDown([&context] { context.stop(); });
   });
+  server.boot();
   ready("");
   context.run();
   return 0;

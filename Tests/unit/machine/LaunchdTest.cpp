@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <vector>
+
 namespace virtualmac {
 namespace {
 
@@ -10,89 +12,154 @@ const Actions start{LaunchdAction::Start};
 
 Nanoseconds at(double seconds) { return fromSeconds(seconds); }
 
-TEST(LaunchdTest, TheFirstDemandStartsTheHelper) {
-  Launchd launchd;
-  EXPECT_EQ(launchd.demand(at(0)), Actions{}) << "not loaded";
-  launchd.load();
-  EXPECT_EQ(launchd.demand(at(2)), start);
-  EXPECT_EQ(launchd.demand(at(3)), Actions{}) << "it runs already";
+/// Each event comes at its second, and returns what launchd does then.
+struct LaunchdTest : testing::Test {
+  LaunchdTest() {
+    launchd.job.startAtBoot = false;
+    launchd.setHands([this](LaunchdAction action) { done.push_back(action); });
+  }
+  Actions load(double when) {
+    return on(when, [this] { launchd.load(); });
+  }
+  Actions demand(double when) {
+    return on(when, [this] { launchd.demand(); });
+  }
+  Actions crashed(double when) {
+    return on(when, [this] { launchd.exited(true); });
+  }
+  Actions ended(double when) {
+    return on(when, [this] { launchd.exited(false); });
+  }
+  Actions unload(double when) {
+    return on(when, [this] { launchd.unload(); });
+  }
+  Actions elapsed(double when) {
+    return on(when, [this] { launchd.settle(); });
+  }
+  Actions on(double when, const std::function<void()>& event) {
+    context.total = at(when);
+    done.clear();
+    event();
+    return done;
+  }
+
+  Journal journal{[] { return 0.0; }};
+  MachineContext context{journal};
+  Launchd launchd{context};
+  Actions done;
+};
+
+TEST_F(LaunchdTest, TheFirstDemandStartsTheHelper) {
+  EXPECT_EQ(load(1), Actions{});
+  EXPECT_EQ(demand(2), start);
+  EXPECT_EQ(demand(3), Actions{}) << "it runs already";
   EXPECT_TRUE(launchd.isRunning());
 }
 
-TEST(LaunchdTest, ACrashedHelperStartsAgainTenSecondsAfterItsLastStart) {
-  Launchd launchd;
-  launchd.load();
-  launchd.demand(at(100));
-  EXPECT_EQ(launchd.exited(at(103)), Actions{});
+TEST_F(LaunchdTest, ADemandBeforeTheJobIsLoadedIsServedWhenItIs) {
+  EXPECT_EQ(demand(0), Actions{}) << "not loaded";
+  EXPECT_EQ(load(1), start);
+}
+
+TEST_F(LaunchdTest, AMacsJobStartsTheHelperAtBoot) {
+  launchd.job = LaunchdJob();
+  EXPECT_EQ(load(0), start);
+  EXPECT_EQ(load(1), Actions{}) << "it runs already";
+}
+
+TEST_F(LaunchdTest, ACrashedHelperStartsAgainTenSecondsAfterItsLastStart) {
+  load(0);
+  demand(100);
+  EXPECT_EQ(crashed(103), Actions{});
   EXPECT_EQ(launchd.deadline(), at(110));
-  EXPECT_EQ(launchd.elapsed(at(109)), Actions{});
-  EXPECT_EQ(launchd.elapsed(at(110)), start);
-  EXPECT_EQ(launchd.starts(), 2U);
+  EXPECT_EQ(launchd.untilNextEvent(), at(7));
+  EXPECT_EQ(elapsed(109), Actions{});
+  EXPECT_EQ(elapsed(110), start);
 }
 
-TEST(LaunchdTest, AHelperThatRanLongStartsAgainAtOnce) {
-  Launchd launchd;
-  launchd.load();
-  launchd.demand(at(0));
-  EXPECT_EQ(launchd.exited(at(3600)), start);
+TEST_F(LaunchdTest, AHelperThatRanLongStartsAgainAtOnce) {
+  load(0);
+  demand(0);
+  EXPECT_EQ(crashed(3600), start);
 }
 
-TEST(LaunchdTest, WithoutKeepAliveItWaitsForADemand) {
-  Launchd launchd{LaunchdJob{.keepAlive = false}};
-  launchd.load();
-  launchd.demand(at(0));
-  EXPECT_EQ(launchd.exited(at(60)), Actions{});
+TEST_F(LaunchdTest, AnEndThatWasMeantIsLeftUntilADemand) {
+  load(0);
+  demand(0);
+  EXPECT_EQ(ended(60), Actions{});
   EXPECT_EQ(launchd.deadline(), std::nullopt);
-  EXPECT_EQ(launchd.demand(at(61)), start);
+  EXPECT_EQ(demand(61), start);
 }
 
-TEST(LaunchdTest, ADemandDuringTheThrottleIsServedAtItsEnd) {
-  Launchd launchd{LaunchdJob{.keepAlive = false}};
-  launchd.load();
-  launchd.demand(at(0));
-  launchd.exited(at(1));
-  EXPECT_EQ(launchd.demand(at(2)), Actions{});
-  EXPECT_EQ(launchd.demand(at(3)), Actions{}) << "one start serves both";
+TEST_F(LaunchdTest, WithoutKeepAliveItWaitsForADemand) {
+  launchd.job.restartAfterCrash = false;
+  load(0);
+  demand(0);
+  EXPECT_EQ(crashed(60), Actions{});
+  EXPECT_EQ(launchd.deadline(), std::nullopt);
+  EXPECT_EQ(demand(61), start);
+}
+
+TEST_F(LaunchdTest, ADemandDuringTheThrottleIsServedAtItsEnd) {
+  load(0);
+  demand(0);
+  ended(1);
+  EXPECT_EQ(demand(2), Actions{});
+  EXPECT_EQ(demand(3), Actions{}) << "one start serves both";
   EXPECT_EQ(launchd.deadline(), at(10));
-  EXPECT_EQ(launchd.elapsed(at(10)), start);
+  EXPECT_EQ(elapsed(10), start);
 }
 
-TEST(LaunchdTest, UnloadingTerminatesAndKillsAfterTwentySeconds) {
-  Launchd launchd;
-  launchd.load();
-  launchd.demand(at(0));
-  EXPECT_EQ(launchd.unload(at(50)), Actions{LaunchdAction::Terminate});
+TEST_F(LaunchdTest, AStartByHandWaitsForNothing) {
+  EXPECT_EQ(on(1, [this] { launchd.startByHand(); }), start) << "no job is loaded";
+  load(1);
+  ended(2);
+  EXPECT_EQ(on(3, [this] { launchd.startByHand(); }), start);
+  EXPECT_EQ(on(4, [this] { launchd.startByHand(); }), Actions{}) << "it runs already";
+}
+
+TEST_F(LaunchdTest, UnloadingTerminatesAndKillsAfterTwentySeconds) {
+  load(0);
+  demand(0);
+  EXPECT_EQ(unload(50), Actions{LaunchdAction::Terminate});
   EXPECT_EQ(launchd.deadline(), at(70));
-  EXPECT_EQ(launchd.elapsed(at(70)), Actions{LaunchdAction::Kill});
-  EXPECT_EQ(launchd.exited(at(70)), Actions{}) << "unloaded jobs do not start again";
-  EXPECT_EQ(launchd.demand(at(71)), Actions{});
+  EXPECT_EQ(elapsed(70), Actions{LaunchdAction::Kill});
+  EXPECT_EQ(crashed(70), Actions{}) << "unloaded jobs do not start again";
+  EXPECT_EQ(demand(71), Actions{});
 }
 
-TEST(LaunchdTest, AHelperThatEndsInTimeIsNotKilled) {
-  Launchd launchd;
-  launchd.load();
-  launchd.demand(at(0));
-  launchd.unload(at(50));
-  EXPECT_EQ(launchd.exited(at(51)), Actions{});
+TEST_F(LaunchdTest, AHelperThatEndsInTimeIsNotKilled) {
+  load(0);
+  demand(0);
+  unload(50);
+  EXPECT_EQ(ended(51), Actions{});
   EXPECT_EQ(launchd.deadline(), std::nullopt);
 }
 
-TEST(LaunchdTest, LoadingWhileItStopsStartsAgainAfterTheEnd) {
-  Launchd launchd;
-  launchd.load();
-  launchd.demand(at(0));
-  launchd.unload(at(50));
-  launchd.load();
-  EXPECT_EQ(launchd.demand(at(52)), Actions{});
-  EXPECT_EQ(launchd.exited(at(53)), start);
+TEST_F(LaunchdTest, LoadingWhileItStopsStartsAgainAfterTheEnd) {
+  load(0);
+  demand(0);
+  unload(50);
+  load(50);
+  EXPECT_EQ(demand(52), Actions{});
+  EXPECT_EQ(ended(53), start);
 }
 
-TEST(LaunchdTest, AnEndThatNobodyKnowsOfIsIgnored) {
-  Launchd launchd;
-  launchd.load();
-  EXPECT_EQ(launchd.exited(at(1)), Actions{});
-  EXPECT_EQ(launchd.elapsed(at(100)), Actions{});
-  EXPECT_EQ(launchd.unload(at(101)), Actions{}) << "nothing runs";
+TEST_F(LaunchdTest, AMachineThatGoesDownForgetsWhatWas) {
+  load(0);
+  demand(0);
+  on(1, [this] { launchd.forget(); });
+  EXPECT_EQ(crashed(1), Actions{});
+  EXPECT_FALSE(launchd.isRunning());
+  load(2);
+  EXPECT_EQ(demand(3), start) << "no throttle over a boot";
+}
+
+TEST_F(LaunchdTest, AnEndThatNobodyKnowsOfIsIgnored) {
+  load(0);
+  EXPECT_EQ(crashed(1), Actions{});
+  EXPECT_EQ(elapsed(100), Actions{});
+  EXPECT_EQ(unload(101), Actions{}) << "nothing runs";
 }
 
 }  // namespace

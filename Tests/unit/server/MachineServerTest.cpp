@@ -25,6 +25,8 @@ class MachineServerTest : public testing::Test {
     std::filesystem::permissions(options.helperProgram, std::filesystem::perms::owner_all);
     server.emplace(context, options);
     EXPECT_EQ(server->start(), std::nullopt);
+    server->machine().launchd.job.startAtBoot = false;
+    server->boot();
   }
   void TearDown() override {
     server.reset();
@@ -32,7 +34,7 @@ class MachineServerTest : public testing::Test {
   }
 
   pid_t startHelper() {
-    server->change([this](Machine&) { server->launchd().startByHand(); });
+    server->change([](Machine& mac) { mac.launchd.startByHand(); });
     return server->launchd().helper().value_or(0);
   }
   [[nodiscard]] std::string journal() const {
