@@ -21,8 +21,7 @@ namespace virtualmac {
 class FakeHelper final : public korvel::KorvelHelperProtocol {
  public:
   std::string requirement;  ///< Empty: none is set.
-  bool accepts = true;
-  bool resumes = true;
+  bool accepts = true, resumes = true;
   bool ignoresSignals = true;
   int statusWhenTold = 3;  ///< Of the exit on SIGTERM.
   bool typedReplies = true;
