@@ -33,7 +33,7 @@ class BrokenRules : public testing::Test {
   void SetUp() override { world.runUntilIdle(); }
   void TearDown() override { world.killHelper(); }
 
-  /// What happened, as the machine or the helper would journal it.
+  /// Journals an event as the machine or the helper would.
   void happens(const char* kind, const char* text) {
     world.journal().record(effectFrom(kind, text));
   }

@@ -34,7 +34,7 @@ class FakeHelper final : public korvel::KorvelHelperProtocol {
   std::vector<korvel::Reply> kept;  ///< Replies of setChargeLimit while `keepsReplies`.
   bool keepsReplies = false, dropsReplies = false;
   std::optional<korvel::ErrorObject> error;  ///< In the replies of those that carry one.
-  std::string notes;                         ///< What happened, word by word.
+  std::string notes;                         ///< The events, a word each.
 
   /// Returns world options that run this helper. Use it for one world at a time.
   WorldOptions options() {

@@ -6,8 +6,8 @@
 #include "Tests/sweeps/Checks.h"
 #include "Tests/sweeps/StoryTools.h"
 
-/// What the order of the helper's steps leaves open, and what it leaves behind. Each of these is a
-/// decision; a test that fails here means that the decision was changed.
+/// The windows that the order of the helper's steps leaves open, and their traces. Each of these is
+/// a decision; a test that fails here means that the decision was changed.
 namespace sweeps {
 
 namespace {

@@ -89,7 +89,7 @@ void forEveryCall(const std::function<void(const Operation&, std::size_t)>& chec
   }
 }
 
-/// What a failed command is reported as, by an operation that ends with it.
+/// The report of a failed command by an operation that ends with it.
 std::string reported(const std::string& command, const Answer& answer) {
   if (command == "info") {
     if (answer.code == 0 && answer.result == 132) return "SMC key CHTE not found on this host";
@@ -99,7 +99,7 @@ std::string reported(const std::string& command, const Answer& answer) {
          ", smcResult=" + std::to_string(answer.result) + ")";
 }
 
-/// What an operation gives when one call of it fails for good.
+/// The outcome of an operation when one call of it fails for good.
 std::string expectedOutcome(const Operation& operation, std::size_t call, const Answer& answer) {
   const std::string& command = operation.commands[call - 1];
   if (operation.name != "writeKeyAndVerify") return reported(command, answer);

@@ -1,4 +1,4 @@
-// What the helper does every five seconds must be cheap: one call to the SMC, nothing allocated.
+// A tick comes every five seconds, so it must be cheap: one call to the SMC, nothing allocated.
 #include <gtest/gtest.h>
 
 #include <string>

@@ -32,7 +32,7 @@ struct WorldOptions {
   Scheduling scheduling = Scheduling::Fifo;
   std::optional<std::string> helperVersion = "2.0.0";  ///< The bundle's short version string.
   bool keepJournal = true;                             ///< False: hashed and listened to only.
-  /// What a helper's main thread runs in place of the built helper.
+  /// Runs on a helper's main thread in place of the built helper.
   std::function<int(korvel::Platform&)> entry = {};
 };
 
@@ -117,8 +117,8 @@ class World {
   [[nodiscard]] std::size_t logCount(std::string_view text) const;
   [[nodiscard]] bool logged(std::string_view category, korvel::LogLevel level,
                             std::string_view text) const;
-  /// What the helper did that no correct program does: a dropped reply, a reply of a class that the
-  /// interface does not allow, a requirement that does not parse.
+  /// Things the helper did that no correct program does: a dropped reply, a reply of a class that
+  /// the interface does not allow, a requirement that does not parse.
   [[nodiscard]] const std::vector<std::string>& violations() const;
 
  private:

@@ -34,11 +34,11 @@ class ClientProcess {
   /// True once the session said that it is connected.
   [[nodiscard]] bool isConnected() const { return said->connected; }
   [[nodiscard]] bool isOver() const { return said->over; }
-  /// What the session said first: that it is connected, or why not; empty until then.
+  /// The session's first line, which says that it is connected, or why not; empty until then.
   [[nodiscard]] const std::string& firstLine() const { return said->firstLine; }
 
  private:
-  /// What the reading shares with its handlers, which may run once more after the end.
+  /// Shared by the reading and its handlers, which may run once more after the end.
   struct Saying {
     explicit Saying(asio::io_context& context) : output(context) {}
     asio::posix::stream_descriptor output;

@@ -8,7 +8,7 @@ namespace virtualmac {
 
 class MachineServer;
 
-/// What a command answers.
+/// The answer to a command.
 struct ControlReply {
   enum class Outcome : unsigned char { Done, Failed, Usage };
   Outcome outcome = Outcome::Done;

@@ -28,7 +28,7 @@ using Protocol = asio::local::stream_protocol;
 
 namespace {
 
-/// What the sessions share. A session that is dropped with the event loop outlives it.
+/// Shared by the sessions. A session that is dropped with the event loop outlives it.
 struct Shared {
   Shared(MachineServer& machineServer, std::function<void()> downHandler)
       : server(machineServer), down(std::move(downHandler)) {}

@@ -43,7 +43,7 @@ int complain(std::string_view program, bool asJSON, const std::string& text, int
   if (asJSON) {
     nlohmann::ordered_json answer{{"ok", false}, {"error", text}};
     if (errorCode) answer["code"] = *errorCode;
-    // What is not UTF-8 in a text must not end the program otherwise.
+    // Bytes that are not UTF-8 are replaced, because dump would throw at them.
     fmt::print("{}\n", answer.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
   } else {
     // Not fmt::print, which throws: there is nowhere left to tell that this failed too.

@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """Checks words that must not stand in the sources: conditional compilation in the helper, notes of
-unfinished work, trailing underscores, commented-out code, headers without a guard.
+unfinished work, trailing underscores, commented-out code, headers without a guard, comments that
+begin like a question and ask none.
 
 usage: words.py REPOSITORY
        words.py --self-test
@@ -16,6 +17,18 @@ UNDERSCORE = re.compile(r"\b[A-Za-z]\w*_\b(?!\s*\()")
 USING_NAMESPACE = re.compile(r"^\s*using\s+namespace\b", re.M)
 COMMENTED_CODE = re.compile(r"^\s*//(?!/)\s*(?:[\w:.<>\->*&]+\s*\(.*\);|[\w:<>]+ \w+ = .*;|(?:if|for"
                             r"|while) \(.*\) \{|return\b.*;|#\s*include\b.*|\})\s*$", re.M)
+COMMENT = re.compile(r"(?P<code>.*?)///?<? ?(?P<words>.*)")
+
+
+def empty_questions(text):
+    """(line, words) of every comment that begins with what or who and does not go on to ask."""
+    inside = False
+    for number, line in enumerate(text.splitlines(), 1):
+        comment = COMMENT.fullmatch(line)
+        begins = comment and not (inside and not comment["code"].strip())
+        if begins and re.match(r"(?:What|Who|Whoever) [^?.]*(?:\.|$)", comment["words"]):
+            yield number, comment["words"]
+        inside = bool(comment)
 
 
 def check(root):
@@ -40,6 +53,8 @@ def check(root):
             each(USING_NAMESPACE, code, "a header must not pull a namespace into its includers")
             if "#pragma once" not in text:
                 found.append(f"{name}:1: a header without #pragma once")
+        for line, words in empty_questions(text):
+            found.append(f"{name}:{line}: {words}: give the comment a subject and a verb")
         if "\t" in text:
             found.append(f"{name}:{tree.line_of(text, text.index(chr(9)))}: a tab")
         if text and not text.endswith("\n"):
@@ -49,7 +64,8 @@ def check(root):
 
 def self_test():
     name = "KorvelHelper/A.cpp"
-    tree.expect(check, {name: "// A sentence with code() in it.\nint a_b = __LINE__;\n",
+    tree.expect(check, {name: "// A sentence with code() in it.\nint a_b = __LINE__;\n"
+                              "// What ends it? A sentence, or\n// What it says.\n",
                         "KorvelHelper/macOS/M.mm": "#if 1\n#endif\n",
                         "KorvelHelper/Logger.h": "#pragma once\n#if defined(__clang__)\n#endif\n",
                         "Tests/t.cpp": "#ifdef X\n#endif\n"})
@@ -58,6 +74,9 @@ def self_test():
                        ("int count_ = 0;\n", "trailing underscore"),
                        ("int a;\n// callIt(3);\n", "A.cpp:2: // callIt(3);: commented-out code"),
                        ("//  return a;\n", "commented-out code"),
+                       ("// What is left.\n", "A.cpp:1: What is left.: give the comment a subject"),
+                       ("int a;\n/// Whoever comes\n/// first. Why?\n", "A.cpp:2:"),
+                       ("int a;  ///< Who did it.\n", "a subject and a verb"),
                        ("int a;\tint b;\n", "a tab"), ("int a;", "no end")]:
         tree.expect(check, {name: text}, word)
     tree.expect(check, {"KorvelHelper/A.h": "int a();\n"}, "without #pragma once")
