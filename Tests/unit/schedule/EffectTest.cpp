@@ -10,7 +10,7 @@ TEST(EffectTest, TheTextIsThePatternWithItsValues) {
   EXPECT_EQ(write.kind(), "smc");
   EXPECT_EQ(write.text(), "CHTE <- 01 00 00 00 refused (result 132)");
   EXPECT_EQ(write.number(2), 132);
-  EXPECT_EQ(effect<EffectID::messageSent>(0xE0000280U, 412).text(),
+  EXPECT_EQ(effect<EffectID::messageSent>("0xe0000280", 412).text(),
             "message 0xe0000280 to pid 412");
   EXPECT_EQ(effect<EffectID::fellAsleep>().text(), "asleep");
 }
