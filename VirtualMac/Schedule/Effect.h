@@ -59,7 +59,7 @@ inline constexpr std::size_t placesOf = 2;
 template <EffectID id, class... Values>
 Effect effect(const Values&... values) {
   static_assert(placesOf<id> == sizeof...(Values), "not the values that the pattern names");
-  const auto text = []<class Value>(const Value& value) {
+  [[maybe_unused]] const auto text = []<class Value>(const Value& value) {
     if constexpr (std::is_integral_v<Value>) {
       return std::to_string(value);
     } else {
