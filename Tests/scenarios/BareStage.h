@@ -29,7 +29,6 @@ class BareStage : public Stage {
   std::optional<int> exited;
   std::optional<std::string> saved;
   std::optional<std::string> reported;
-  std::string version;
 
   Machine& machine() override { return *mac; }
   Journal& journal() override { return record; }
@@ -68,7 +67,6 @@ class BareStage : public Stage {
   }
   bool helperRunning() override { return running; }
   std::optional<int> helperExitStatus() override { return exited; }
-  void setHelperVersion(const std::string& text) override { version = text; }
   void powerLoss() override { mac->powerLoss(); }
   void reboot() override { mac->reboot(); }
   std::vector<std::string> violations() override { return told; }

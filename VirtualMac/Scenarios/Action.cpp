@@ -62,7 +62,7 @@ Act update(Phrase& phrase) {
     stage.runUntil(stage.now() + longestEndSeconds + stage.graceSeconds(),
                    [&stage] { return !stage.helperRunning(); });
     if (stage.helperRunning()) throw std::runtime_error("the old helper did not end");
-    stage.setHelperVersion(version);
+    stage.machine().bundleInformation["CFBundleShortVersionString"] = version;
     stage.machine().tell("helper version " + version + " installed");
     stage.startHelper();
   };

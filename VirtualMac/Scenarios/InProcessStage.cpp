@@ -110,10 +110,6 @@ void InProcessStage::signalHelper(int number) {
 bool InProcessStage::helperRunning() { return bench.helperRunning(); }
 std::optional<int> InProcessStage::helperExitStatus() { return bench.exitStatus(); }
 
-void InProcessStage::setHelperVersion(const std::string& version) {
-  machine().bundleInformation["CFBundleShortVersionString"] = version;
-}
-
 void InProcessStage::powerLoss() {
   killClients();
   bench.powerLoss();

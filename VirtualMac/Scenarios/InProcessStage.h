@@ -34,7 +34,6 @@ class InProcessStage final : public Stage {
   void signalHelper(int number) override;
   bool helperRunning() override;
   std::optional<int> helperExitStatus() override;
-  void setHelperVersion(const std::string& version) override;
   void powerLoss() override;
   void reboot() override;
   /// Ends the watch over the rules; call it once, at the end.

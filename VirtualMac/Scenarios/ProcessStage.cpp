@@ -100,11 +100,9 @@ ProcessStage::ProcessStage(const Scenario& scenario, double fastest, std::functi
   if (!problem) problem = control->listen();
   if (problem) throw std::runtime_error(*problem);
   server->journal().addListener([this](const Journal::Entry& entry) { hear(entry); });
-  if (scenario.helperVersion) {
-    setHelperVersion(*scenario.helperVersion);
-  } else {
-    server->machine().bundleInformation.erase("CFBundleShortVersionString");
-  }
+  auto& information = server->machine().bundleInformation;
+  information.erase("CFBundleShortVersionString");
+  if (scenario.helperVersion) information["CFBundleShortVersionString"] = *scenario.helperVersion;
 }
 
 ProcessStage::~ProcessStage() {
@@ -222,11 +220,6 @@ void ProcessStage::signalHelper(int number) {
 
 bool ProcessStage::helperRunning() { return server->launchd().helper().has_value(); }
 std::optional<int> ProcessStage::helperExitStatus() { return exitStatus; }
-
-void ProcessStage::setHelperVersion(const std::string& version) {
-  server->machine().bundleInformation.insert_or_assign("CFBundleShortVersionString",
-                                                       korvel::PropertyValue(version));
-}
 
 void ProcessStage::powerLoss() {
   killClients();

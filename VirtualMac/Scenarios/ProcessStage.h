@@ -45,7 +45,6 @@ class ProcessStage final : public Stage {
   void signalHelper(int number) override;
   bool helperRunning() override;
   std::optional<int> helperExitStatus() override;
-  void setHelperVersion(const std::string& version) override;
   void powerLoss() override;
   void reboot() override;
   std::vector<std::string> violations() override;

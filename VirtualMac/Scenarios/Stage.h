@@ -74,8 +74,6 @@ class Stage {
   virtual void signalHelper(int number) = 0;
   [[nodiscard]] virtual bool helperRunning() = 0;
   [[nodiscard]] virtual std::optional<int> helperExitStatus() = 0;
-  /// Sets the version that the bundle states from now on.
-  virtual void setHelperVersion(const std::string& version) = 0;
   /// Both also end the clients.
   virtual void powerLoss() = 0;
   virtual void reboot() = 0;
