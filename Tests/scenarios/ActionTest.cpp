@@ -56,11 +56,11 @@ TEST_F(ActionTest, RequestsReachTheNamedClient) {
 TEST_F(ActionTest, ClientsComeAndGo) {
   perform("connect");
   perform("connect stranger as other-team");
-  EXPECT_EQ(stage.clients(), (std::vector<std::string>{"app", "stranger"}));
+  EXPECT_EQ(stage.clients, (std::vector<std::string>{"app", "stranger"}));
   EXPECT_THAT(stage.journal().text(), HasSubstr("stranger connected as other-team"));
   perform("disconnect");
   perform("kill-app stranger");
-  EXPECT_TRUE(stage.clients().empty());
+  EXPECT_TRUE(stage.clients.empty());
 }
 
 TEST_F(ActionTest, WhatThePersonDoesReachesTheMachine) {

@@ -22,7 +22,8 @@ class BareStage : public Stage {
 
   std::deque<Answer> answers;  ///< For the next requests; when it is empty, no answer comes.
   std::vector<std::string> asked;
-  std::vector<std::string> told;  ///< Returned by violations().
+  std::vector<std::string> clients;  ///< The names of those connected.
+  std::vector<std::string> told;     ///< Returned by violations().
   bool running = false;
   double endSeconds = 0;  ///< The time from a signal to the helper's end.
   double grace = 0;
@@ -45,12 +46,11 @@ class BareStage : public Stage {
     }
   }
   void connect(const std::string& client, const std::string& identity) override {
-    names.push_back(client);
+    clients.push_back(client);
     record.record("app", client + " connected as " + identity);
   }
-  void disconnect(const std::string& client) override { std::erase(names, client); }
-  void killClient(const std::string& client) override { std::erase(names, client); }
-  std::vector<std::string> clients() override { return names; }
+  void disconnect(const std::string& client) override { std::erase(clients, client); }
+  void killClient(const std::string& client) override { std::erase(clients, client); }
   void request(const std::string& client, const korvel::Operation& what, std::uint8_t argument,
                std::function<void(Answer)> answered) override {
     asked.push_back(client + " " + std::string(what.word) + " " + std::to_string(argument));
@@ -58,7 +58,7 @@ class BareStage : public Stage {
     due.emplace_back(std::move(answered), answers.front());
     answers.pop_front();
   }
-  std::optional<std::string> reportedState(const std::string&) override { return reported; }
+  std::optional<std::string> reportedState() override { return reported; }
   void startHelper() override { running = true; }
   void signalHelper(int number) override {
     record.record("proc", "helper 412 killed by signal " + std::to_string(number));
@@ -83,7 +83,6 @@ class BareStage : public Stage {
   std::optional<double> endsAt;
   Journal record;
   std::unique_ptr<Machine> mac;
-  std::vector<std::string> names;
   std::vector<std::pair<std::function<void(Answer)>, Answer>> due;
 };
 

@@ -12,19 +12,12 @@ using testing::HasSubstr;
 
 class ConditionTest : public testing::Test {
  protected:
-  Facts facts() {
-    return {.machine = stage.machine(),
-            .helperRunning = stage.running,
-            .helperExitStatus = stage.exited,
-            .savedState = [this] { return stage.saved; },
-            .reportedState = [this] { return stage.reported; }};
-  }
   bool holds(const std::string& text) {
     const auto condition = Condition::parse(text);
     EXPECT_TRUE(condition) << text << ": " << condition.error();
-    return condition && condition->holds(facts());
+    return condition && condition->holds(stage);
   }
-  std::string actual(const std::string& text) { return Condition::parse(text)->actual(facts()); }
+  std::string actual(const std::string& text) { return Condition::parse(text)->actual(stage); }
   static std::string errorOf(const std::string& text) {
     const auto condition = Condition::parse(text);
     return condition ? "" : condition.error();
@@ -47,12 +40,7 @@ TEST_F(ConditionTest, TheGateIsPausedWhileTheNativeLimitHolds) {
   Machine& machine = native.machine();
   const auto gateIs = [&](const std::string& text) {
     machine.advance(0);
-    return Condition::parse("gate " + text)
-        ->holds({.machine = machine,
-                 .helperRunning = false,
-                 .helperExitStatus = {},
-                 .savedState = {},
-                 .reportedState = {}});
+    return Condition::parse("gate " + text)->holds(native);
   };
   machine.powerUI.setLimitByUser(80);
   machine.battery.setPercent(79.4);
@@ -150,16 +138,16 @@ TEST_F(ConditionTest, WordsAreHeardInLogAndJournal) {
   Condition log = *Condition::parse("log \"pause:ok\"");
   EXPECT_TRUE(log.listens());
   log.hear({1, "smc", "pause:ok"});
-  EXPECT_FALSE(log.holds(facts()));
+  EXPECT_FALSE(log.holds(stage));
   log.hear({1, "log", "HelperImpl default \"charge enforcement pause:ok\""});
   log.hear({2, "log", "something else"});
-  EXPECT_TRUE(log.holds(facts()));
+  EXPECT_TRUE(log.holds(stage));
   log.forget();
-  EXPECT_FALSE(log.holds(facts()));
+  EXPECT_FALSE(log.holds(stage));
   Condition journal = *Condition::parse("not journal \"smc   CHTE <- 01\"");
-  EXPECT_TRUE(journal.holds(facts()));
+  EXPECT_TRUE(journal.holds(stage));
   journal.hear({1, "smc", "CHTE <- 01 00 00 00"});
-  EXPECT_FALSE(journal.holds(facts()));
+  EXPECT_FALSE(journal.holds(stage));
 }
 
 TEST_F(ConditionTest, OnlyThePartsThatFailAreTold) {

@@ -1,30 +1,15 @@
 #pragma once
 
-#include <cstdint>
 #include <expected>
 #include <functional>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "VirtualMac/Scenarios/Stage.h"
 #include "VirtualMac/Schedule/Journal.h"
 
 namespace virtualmac {
-
-class Machine;
-
-/// The facts that judge a condition. All but `reported` come from the machine itself, never from
-/// the helper.
-struct Facts {
-  Machine& machine;
-  bool helperRunning = false;
-  std::optional<int> helperExitStatus;  ///< Of a helper that ended by itself.
-  /// The state file's content; none: there is no such file.
-  std::function<std::optional<std::string>()> savedState;
-  /// Asks the helper for its state through a connected client; none: no client could ask.
-  std::function<std::optional<std::string>()> reportedState;
-};
 
 /// A condition on the machine, in words:
 ///   gate paused | charging            the charging gate as the hardware obeys it
@@ -45,7 +30,8 @@ struct Facts {
 ///   log "pause:ok"                    a log line contains this
 ///   journal "adapter renegotiated"    a journal line contains this
 /// Each may follow `not`. `and` and `while` join them; all must hold. `log` and `journal` look at
-/// the lines since the condition began to be watched.
+/// the lines since the condition began to be watched. All but `reported` are judged by the machine
+/// itself, never by the helper.
 class Condition {
  public:
   /// The error names what is wrong and what is allowed.
@@ -60,44 +46,24 @@ class Condition {
   /// Takes in a journal entry; `forget` drops all that was taken in.
   void hear(const Journal::Entry& entry);
   void forget();
-  [[nodiscard]] bool holds(const Facts& facts) const;
+  [[nodiscard]] bool holds(Stage& stage) const;
   /// The actual state, for each part that does not hold: "the gate is charging".
-  [[nodiscard]] std::string actual(const Facts& facts) const;
+  [[nodiscard]] std::string actual(Stage& stage) const;
 
-  enum class Subject : std::uint8_t {
-    Gate,
-    Inflow,
-    Adapter,
-    Lid,
-    Display,
-    Battery,
-    Charging,
-    Draining,
-    Temperature,
-    Asleep,
-    SleepDisabled,
-    Assertions,
-    HelperRunning,
-    HelperExited,
-    NativeLimit,
-    KeyValue,
-    KeyWrites,
-    Saved,
-    SavedNothing,
-    Reported,
-    Log,
-    Journal
+  /// The places where terms look. The machine is taken once, so that all terms see one moment.
+  struct Facts {
+    explicit Facts(Stage& place) : stage(place), machine(place.machine()) {}
+    Stage& stage;
+    Machine& machine;
   };
+  /// One part of a condition. One that listens has `hears` in place of the two before it.
   struct Term {
-    Subject subject{};
-    bool negated = false;
-    bool on = true;  ///< For subjects of two states: the first one is meant.
-    double least = 0;
-    double most = 0;
-    std::string name;                  ///< A key or a field.
-    std::optional<std::string> value;  ///< A text to hear, or a field's JSON; none: absent.
-    std::vector<std::uint8_t> bytes;   ///< A key's.
+    std::function<bool(const Facts&)> holds;
+    std::function<std::string(const Facts&)> actual;
+    std::function<bool(const Journal::Entry&)> hears;
     bool heard = false;
+    bool asksHelper = false;
+    bool negated = false;
   };
 
  private:

@@ -75,19 +75,14 @@ void InProcessStage::killClient(const std::string& client) {
   apps.erase(client);
 }
 
-std::vector<std::string> InProcessStage::clients() {
-  std::vector<std::string> names;
-  for (const auto& [name, app] : apps) names.push_back(name);
-  return names;
-}
-
 void InProcessStage::request(const std::string& client, const korvel::Operation& what,
                              std::uint8_t argument, std::function<void(Answer)> answered) {
   pending.push_back({named(client).send(what.selector, argument), std::move(answered)});
 }
 
-std::optional<std::string> InProcessStage::reportedState(const std::string& client) {
-  AppClient& app = named(client);
+std::optional<std::string> InProcessStage::reportedState() {
+  if (apps.empty()) return std::nullopt;
+  AppClient& app = *apps.begin()->second;
   const AppCall& call = app.await(app.getState(), reportSeconds);
   if (!call.answered) return std::nullopt;
   return call.data;

@@ -179,12 +179,6 @@ void ProcessStage::killClient(const std::string& client) {
   apps.erase(client);
 }
 
-std::vector<std::string> ProcessStage::clients() {
-  std::vector<std::string> names;
-  for (const auto& [name, app] : apps) names.push_back(name);
-  return names;
-}
-
 void ProcessStage::request(const std::string& client, const korvel::Operation& what,
                            std::uint8_t argument, std::function<void(Answer)> answered) {
   named(client).send(requestLine(what, argument),
@@ -193,11 +187,12 @@ void ProcessStage::request(const std::string& client, const korvel::Operation& w
                      });
 }
 
-std::optional<std::string> ProcessStage::reportedState(const std::string& client) {
+std::optional<std::string> ProcessStage::reportedState() {
+  if (apps.empty()) return std::nullopt;
   // Shared, because the answer may come after the end of this function.
   const auto answer = std::make_shared<std::optional<std::string>>();
-  named(client).send(std::string(korvel::operation::getState.word),
-                     [answer](const std::string& line) { *answer = line; });
+  apps.begin()->second->send(std::string(korvel::operation::getState.word),
+                             [answer](const std::string& line) { *answer = line; });
   if (!serve(longestRealSeconds, [&answer] { return answer->has_value(); })) {
     throw std::runtime_error("nobody answers for the helper's state");
   }

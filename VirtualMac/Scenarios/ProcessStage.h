@@ -37,10 +37,9 @@ class ProcessStage final : public Stage {
   void connect(const std::string& client, const std::string& identity) override;
   void disconnect(const std::string& client) override;
   void killClient(const std::string& client) override;
-  std::vector<std::string> clients() override;
   void request(const std::string& client, const korvel::Operation& what, std::uint8_t argument,
                std::function<void(Answer)> answered) override;
-  std::optional<std::string> reportedState(const std::string& client) override;
+  std::optional<std::string> reportedState() override;
   void startHelper() override;
   void signalHelper(int number) override;
   bool helperRunning() override;

@@ -192,7 +192,7 @@ void ScenarioRun::judgeExpectations(const std::vector<Expectation>& expectations
     }
     // Among real processes the condition gets a grace to become true.
     const double patience = stage.now() + stage.graceSeconds();
-    while (!condition.holds(facts()) && stage.now() < patience && !failure) {
+    while (!condition.holds(stage) && stage.now() < patience && !failure) {
       const std::size_t heard = ears->entries.size();
       stage.runUntil(std::min(patience, stage.now() + stage.graceSeconds() / 10),
                      [this] { return judgeWatches(false); });
@@ -201,9 +201,9 @@ void ScenarioRun::judgeExpectations(const std::vector<Expectation>& expectations
       }
     }
     if (failure) return;
-    if (!condition.holds(facts())) {
+    if (!condition.holds(stage)) {
       return fail(expectation.line, fmt::format("expected \"{}\", but {}", condition.text(),
-                                                condition.actual(facts())));
+                                                condition.actual(stage)));
     }
     ++held;
   }
@@ -246,7 +246,7 @@ bool ScenarioRun::judgeWatches(bool atDeadline) {
 
 void ScenarioRun::judge(Watch& watch, bool atDeadline) {
   const Condition& condition = watch.expectation.condition;
-  const bool holds = condition.holds(facts());
+  const bool holds = condition.holds(stage);
   const bool wanted = watch.kind != Watching::Never;
   const bool good = holds == wanted;
   if (watch.kind == Watching::Within ? good : atDeadline && good) {
@@ -262,7 +262,7 @@ void ScenarioRun::judge(Watch& watch, bool atDeadline) {
   const std::string when = fmt::format(fmt::runtime(texts[static_cast<std::size_t>(watch.kind)]),
                                        watch.expectation.seconds);
   fail(watch.expectation.line, fmt::format("expected {} \"{}\", but {}", when, condition.text(),
-                                           condition.actual(facts())));
+                                           condition.actual(stage)));
 }
 
 void ScenarioRun::hear() {
@@ -271,17 +271,6 @@ void ScenarioRun::hear() {
     for (Watch& watch : watches) watch.expectation.condition.hear(entry);
     if (timeline) timeline->add(entry);
   }
-}
-
-Facts ScenarioRun::facts() {
-  return {.machine = stage.machine(),
-          .helperRunning = stage.helperRunning(),
-          .helperExitStatus = stage.helperExitStatus(),
-          .savedState = [this] { return stage.savedState(); },
-          .reportedState = [this]() -> std::optional<std::string> {
-            const std::vector<std::string> clients = stage.clients();
-            return clients.empty() ? std::nullopt : stage.reportedState(clients.front());
-          }};
 }
 
 void ScenarioRun::fail(int line, std::string text) {

@@ -74,7 +74,6 @@ class ScenarioRun {
   bool judgeWatches(bool atDeadline);
   void judge(Watch& watch, bool atDeadline);
   void hear();
-  [[nodiscard]] Facts facts();
   /// Keeps the first failure only. Errors while the run is being stopped are no failure.
   void fail(int line, std::string text);
   /// Calls the onlooker; true: the run is over, stopped or failed.

@@ -60,13 +60,12 @@ class Stage {
   virtual void disconnect(const std::string& client) = 0;
   /// Ends a client as kill -9 does.
   virtual void killClient(const std::string& client) = 0;
-  /// The names of those connected.
-  [[nodiscard]] virtual std::vector<std::string> clients() = 0;
   /// Sends a request. `answered` runs once, inside runUntil, when the outcome is known.
   virtual void request(const std::string& client, const korvel::Operation& what,
                        std::uint8_t argument, std::function<void(Answer)> answered) = 0;
-  /// The helper's state as this client is told; none: no answer. Lets a little time pass.
-  virtual std::optional<std::string> reportedState(const std::string& client) = 0;
+  /// The helper's state as the first client by name is told; none: nobody is connected, or no
+  /// answer came. Lets a little time pass.
+  virtual std::optional<std::string> reportedState() = 0;
 
   /// Starts the helper by hand; throws helperRunsText when one runs.
   virtual void startHelper() = 0;
