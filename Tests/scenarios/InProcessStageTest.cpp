@@ -14,7 +14,7 @@ ScenarioOutcome play(const std::string& steps) {
   const auto scenario = parseScenario("name: A\ndescription: B\n" + steps, "a.yaml");
   EXPECT_TRUE(scenario) << scenario.error();
   InProcessStage stage(*scenario);
-  return ScenarioRun(*scenario, stage, "again").run();
+  return playScenario(*scenario, stage, "again");
 }
 
 TEST(InProcessStageTest, TheHelperItselfAnswers) {

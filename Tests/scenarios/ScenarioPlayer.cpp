@@ -11,9 +11,8 @@ namespace {
 
 virtualmac::ScenarioOutcome play(const virtualmac::Scenario& scenario) {
   virtualmac::InProcessStage stage(scenario);
-  return virtualmac::ScenarioRun(scenario, stage,
-                                 "virtual-mac run " + scenario.file + " --in-process")
-      .run();
+  return virtualmac::playScenario(scenario, stage,
+                                  "virtual-mac run " + scenario.file + " --in-process");
 }
 
 int playFile(const char* file) {

@@ -47,12 +47,12 @@ always: [lid closed]
   EXPECT_TRUE(scenario->restartAfterCrash);
   EXPECT_FALSE(scenario->helperVersion);
   ASSERT_EQ(scenario->start.size(), 3U);
-  EXPECT_EQ(scenario->start[2].text(), "fault disk-full on");
+  EXPECT_EQ(scenario->start[2].action.text(), "fault disk-full on");
   ASSERT_EQ(scenario->steps.size(), 3U);
   EXPECT_EQ(scenario->steps[0].time, 5);
   EXPECT_EQ(scenario->steps[0].line, 12);
   EXPECT_EQ(scenario->steps[1].time, 5 + 1800);
-  EXPECT_EQ(scenario->steps[1].reply.kind, ExpectedReply::Kind::Failed);
+  EXPECT_EQ(scenario->steps[1].reply.kind, Answer::Kind::Failed);
   EXPECT_EQ(scenario->steps[1].reply.code, 400);
   EXPECT_EQ(scenario->steps[1].holds[0].seconds, 3600);
   EXPECT_EQ(scenario->steps[1].holds[1].condition.text(), "adapter connected");

@@ -19,10 +19,10 @@ using testing::Not;
 
 class ScenarioRunTest : public testing::Test {
  protected:
-  ScenarioOutcome play(const std::string& steps, Onlooker onlooker = {}) {
+  ScenarioOutcome play(const std::string& steps, const Onlooker& onlooker = {}) {
     scenario = parseScenario("name: A\ndescription: B\n" + steps, "a.yaml");
     EXPECT_TRUE(scenario) << scenario.error();
-    return ScenarioRun(*scenario, stage, "virtual-mac run a.yaml", std::move(onlooker)).run();
+    return playScenario(*scenario, stage, "virtual-mac run a.yaml", onlooker);
   }
   /// Returns the failures drawn in a picture.
   static std::vector<TimelineMark> failuresIn(const Timeline& timeline) {
@@ -130,12 +130,12 @@ TEST(StoppedRunTest, WhatBreaksWhileTheRunIsStoppedIsNoFailure) {
   const auto look = [&stage](double) {
     return stage.stopped ? std::optional<std::string>("Somebody") : std::nullopt;
   };
-  const ScenarioOutcome outcome = ScenarioRun(*scenario, stage, "again", look).run();
+  const ScenarioOutcome outcome = playScenario(*scenario, stage, "again", look);
   EXPECT_TRUE(outcome.stopped);
   EXPECT_THAT(outcome.report, HasSubstr("a.yaml:3: at 00:01:00: stopped by Somebody\n"));
   EXPECT_THAT(outcome.report, Not(HasSubstr("nobody is there")));
   stage.stopped = false;
-  const ScenarioOutcome failed = ScenarioRun(*scenario, stage, "again").run();
+  const ScenarioOutcome failed = playScenario(*scenario, stage, "again");
   EXPECT_FALSE(failed.stopped);
   EXPECT_THAT(failed.report, HasSubstr("nobody is there any more"));
 }

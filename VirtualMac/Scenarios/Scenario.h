@@ -11,6 +11,12 @@
 
 namespace virtualmac {
 
+/// An action with the line it stands on.
+struct ToldAction {
+  Action action;
+  int line = 0;
+};
+
 /// A condition with the line it stands on.
 struct Expectation {
   Condition condition;
@@ -20,13 +26,7 @@ struct Expectation {
 
 /// How the requests of a step are to be answered.
 struct ExpectedReply {
-  enum class Kind : std::uint8_t {
-    Ok,
-    Failed,
-    Lost,  ///< The connection ends before an answer.
-    None   ///< No answer is waited for.
-  };
-  Kind kind = Kind::Ok;
+  std::optional<Answer::Kind> kind = Answer::Kind::Ok;  ///< None: no answer is waited for.
   std::optional<std::int64_t> code;
   std::optional<std::string> text;  ///< The error's description contains this.
   int line = 0;
@@ -36,8 +36,7 @@ struct ExpectedReply {
 struct Step {
   double time = 0;  ///< Seconds from the start.
   int line = 0;
-  std::vector<Action> actions;
-  std::vector<int> actionLines;
+  std::vector<ToldAction> actions;
   ExpectedReply reply;
   std::vector<Expectation> given;   ///< Holds before anything is done.
   std::vector<Expectation> expect;  ///< Holds once the step is done.
@@ -76,8 +75,7 @@ struct Scenario {
   std::string description;
   std::string profile = "newer-keys";
   std::uint64_t seed = 1;
-  std::vector<Action> start;  ///< Put the machine into its first state.
-  std::vector<int> startLines;
+  std::vector<ToldAction> start;  ///< Put the machine into its first state.
   std::optional<std::string> savedState;
   std::optional<std::string> helperVersion = "2.0.0";
   bool restartAfterCrash = false;

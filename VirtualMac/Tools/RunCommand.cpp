@@ -149,7 +149,7 @@ Fate play(const std::string& file, const std::string& place, const Choices& choi
   const std::string how =
       choices.processes ? fmt::format(" --processes --speed {:g}", choices.speed) : " --in-process";
   const ScenarioOutcome outcome =
-      ScenarioRun(*scenario, *stage, fmt::format("virtual-mac run {}{}", file, how), look).run();
+      playScenario(*scenario, *stage, fmt::format("virtual-mac run {}{}", file, how), look);
   progress.reset();
   tell(*scenario, outcome, choices.asJSON);
   const bool drawn = choices.timeline.empty() || writeTimeline(choices.timeline, outcome.timeline);
