@@ -139,14 +139,12 @@ AppClient& InProcessStage::named(const std::string& client) {
 }
 
 void InProcessStage::tellAnswers() {
-  for (std::size_t index = 0; index < pending.size();) {
-    if (!pending[index].call->over()) {
-      ++index;
-      continue;
+  for (Pending& each : std::exchange(pending, {})) {
+    if (each.call->over()) {
+      each.answered(answerOf(*each.call));
+    } else {
+      pending.push_back(std::move(each));
     }
-    const Pending told = std::move(pending[index]);
-    pending.erase(pending.begin() + static_cast<std::ptrdiff_t>(index));
-    told.answered(answerOf(*told.call));
   }
 }
 

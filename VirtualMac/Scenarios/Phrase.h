@@ -10,15 +10,9 @@
 
 namespace virtualmac {
 
-/// One word of a phrase. What stands in double quotes belongs to one word, spaces included, also
-/// within a word: `reason="too warm"`.
-struct Word {
-  std::string text;
-  bool quoted = false;  ///< It began with a quote.
-};
-
-/// A phrase cut into words, for reading from left to right. What a reader does not understand it
-/// says with `complain`; the first complaint is kept.
+/// A phrase cut into words, for reading from left to right. Double quotes keep spaces in one word,
+/// also within it: `reason="too warm"`. A reader says with `complain` what it does not understand;
+/// the first complaint is kept.
 class Phrase {
  public:
   explicit Phrase(std::string_view source);
@@ -50,6 +44,10 @@ class Phrase {
   [[nodiscard]] const std::optional<std::string>& complaint() const { return first; }
 
  private:
+  struct Word {
+    std::string text;
+    bool quoted = false;  ///< It began with a quote.
+  };
   std::vector<Word> words;
   std::size_t next = 0;
   std::optional<std::string> first;

@@ -8,8 +8,8 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <nlohmann/json.hpp>
-#include <sstream>
 #include <stdexcept>
 #include <string_view>
 #include <system_error>
@@ -233,9 +233,7 @@ std::vector<std::string> ProcessStage::violations() { return broken; }
 std::optional<std::string> ProcessStage::savedState() {
   std::ifstream stream(statePath(), std::ios::binary);
   if (!stream) return std::nullopt;
-  std::ostringstream content;
-  content << stream.rdbuf();
-  return content.str();
+  return std::string(std::istreambuf_iterator<char>(stream), {});
 }
 
 void ProcessStage::setSavedState(const std::string& content) {

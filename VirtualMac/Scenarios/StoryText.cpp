@@ -21,8 +21,8 @@ class Examiner final : public YAML::EventHandler {
   void OnDocumentEnd() override {}
   void OnNull(const YAML::Mark&, YAML::anchor_t) override {}
   void OnAlias(const YAML::Mark& mark, YAML::anchor_t) override {
-    throw Found{
-        {mark.line + 1, "aliases (*name) are not taken; to tell something often, repeat it"}};
+    throw StoryDefect{mark.line + 1,
+                      "aliases (*name) are not taken; to tell something often, repeat it"};
   }
   void OnScalar(const YAML::Mark&, const std::string&, YAML::anchor_t,
                 const std::string&) override {}
@@ -37,14 +37,10 @@ class Examiner final : public YAML::EventHandler {
   }
   void OnMapEnd() override { --depth; }
 
-  struct Found {
-    StoryDefect defect;
-  };
-
  private:
   void open(const YAML::Mark& mark) {
     if (++depth <= bounds::deepestStory) return;
-    throw Found{{mark.line + 1, fmt::format("nested more than {} deep", bounds::deepestStory)}};
+    throw StoryDefect{mark.line + 1, fmt::format("nested more than {} deep", bounds::deepestStory)};
   }
 
   std::size_t depth = 0;
@@ -57,8 +53,8 @@ std::optional<StoryDefect> storyDefect(const std::string& text) {
   Examiner examiner;
   try {
     YAML::Parser(stream).HandleNextDocument(examiner);
-  } catch (const Examiner::Found& found) {
-    return found.defect;
+  } catch (const StoryDefect& found) {
+    return found;
   } catch (const YAML::Exception& failure) {
     return StoryDefect{
         failure.mark.line + 1,
