@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <vector>
+#include <set>
 
 #include "VirtualMac/Schedule/VirtualTime.h"
 
@@ -21,41 +21,36 @@ class Alarm {
 
   void arm(Nanoseconds uptime);  ///< Moves an alarm that is armed already.
   void disarm();
-  [[nodiscard]] bool isArmed() const { return position != notArmed; }
+  [[nodiscard]] bool isArmed() const { return armed; }
   [[nodiscard]] Nanoseconds due() const { return at; }
 
  private:
   friend class AlarmClock;
-  static constexpr std::size_t notArmed = static_cast<std::size_t>(-1);
 
   AlarmClock& clock;
   std::function<void()> ring;
   Nanoseconds at = 0;
   std::uint64_t order = 0;
-  std::size_t position = notArmed;
+  bool armed = false;
 };
 
-/// The armed alarms, earliest first, and among equals the one armed first. A binary heap in which
-/// every alarm knows its place, so that a cancelled one leaves nothing behind.
+/// The armed alarms, earliest first, and among equals the one armed first.
 class AlarmClock {
  public:
-  [[nodiscard]] bool empty() const { return heap.empty(); }
-  [[nodiscard]] std::size_t size() const { return heap.size(); }
+  [[nodiscard]] bool empty() const { return alarms.empty(); }
+  [[nodiscard]] std::size_t size() const { return alarms.size(); }
   /// The earliest alarm's time; only when not empty.
-  [[nodiscard]] Nanoseconds earliest() const { return heap.front()->at; }
+  [[nodiscard]] Nanoseconds earliest() const { return (*alarms.begin())->at; }
   /// Rings every alarm that is due at `uptime`; an alarm may arm and disarm any while it rings.
   void ringDue(Nanoseconds uptime);
 
  private:
   friend class Alarm;
-  static bool before(const Alarm& left, const Alarm& right);
-  void insert(Alarm& alarm);
-  void remove(Alarm& alarm);
-  void put(Alarm& alarm, std::size_t position);
-  void siftUp(std::size_t position);
-  void siftDown(std::size_t position);
+  struct Before {
+    bool operator()(const Alarm* left, const Alarm* right) const;
+  };
 
-  std::vector<Alarm*> heap;
+  std::set<Alarm*, Before> alarms;
   std::uint64_t lastOrder = 0;
 };
 
