@@ -1,6 +1,5 @@
 #include "VirtualMac/Schedule/FaultTable.h"
 
-#include <algorithm>
 #include <stdexcept>
 #include <utility>
 
@@ -15,12 +14,6 @@ constexpr std::int64_t securityInternalError = -2070;
 bool canFail(SeamCall call) {
   const FailureKind kind = describe(call).kind;
   return kind != FailureKind::Sure && kind != FailureKind::Release;
-}
-
-void requireFailable(SeamCall call) {
-  if (!canFail(call)) {
-    throw std::invalid_argument(std::string(describe(call).id) + " cannot fail");
-  }
 }
 
 }  // namespace
@@ -67,6 +60,9 @@ std::optional<InjectedFault> plainFault(SeamCall call) {
 }
 
 FaultTable::RuleId FaultTable::add(Rule rule) {
+  if (rule.fault && !canFail(rule.call)) {
+    throw std::invalid_argument(std::string(describe(rule.call).id) + " cannot fail");
+  }
   rule.id = ++lastId;
   rules.push_back(std::move(rule));
   return lastId;
@@ -77,24 +73,12 @@ FaultTable::RuleId FaultTable::failNth(SeamCall call, std::uint64_t n, InjectedF
 }
 
 FaultTable::RuleId FaultTable::failEvery(SeamCall call, std::uint64_t n, InjectedFault fault) {
-  requireFailable(call);
-  Rule rule;
-  rule.call = call;
-  rule.first = n;
-  rule.every = n;
-  rule.fault = std::move(fault);
-  return add(std::move(rule));
+  return add({.call = call, .first = n, .every = n, .fault = std::move(fault)});
 }
 
 FaultTable::RuleId FaultTable::failFrom(SeamCall call, std::uint64_t n, InjectedFault fault,
                                         std::uint64_t count) {
-  requireFailable(call);
-  Rule rule;
-  rule.call = call;
-  rule.first = n;
-  rule.remaining = count;
-  rule.fault = std::move(fault);
-  return add(std::move(rule));
+  return add({.call = call, .first = n, .remaining = count, .fault = std::move(fault)});
 }
 
 FaultTable::RuleId FaultTable::failAlways(SeamCall call, InjectedFault fault) {
@@ -103,12 +87,7 @@ FaultTable::RuleId FaultTable::failAlways(SeamCall call, InjectedFault fault) {
 
 FaultTable::RuleId FaultTable::failWhen(SeamCall call, std::function<bool()> condition,
                                         InjectedFault fault) {
-  requireFailable(call);
-  Rule rule;
-  rule.call = call;
-  rule.condition = std::move(condition);
-  rule.fault = std::move(fault);
-  return add(std::move(rule));
+  return add({.call = call, .condition = std::move(condition), .fault = std::move(fault)});
 }
 
 void FaultTable::setLatency(SeamCall call, double seconds) {
@@ -116,13 +95,7 @@ void FaultTable::setLatency(SeamCall call, double seconds) {
 }
 
 FaultTable::RuleId FaultTable::delayNth(SeamCall call, std::uint64_t n, double seconds) {
-  Rule rule;
-  rule.call = call;
-  rule.first = n;
-  rule.remaining = 1;
-  rule.delaySeconds = seconds;
-  rule.delays = true;
-  return add(std::move(rule));
+  return add({.call = call, .first = n, .remaining = 1, .delaySeconds = seconds});
 }
 
 void FaultTable::remove(RuleId rule) {
@@ -161,11 +134,8 @@ void FaultTable::applyRules(SeamCall call, Verdict& verdict) {
     if ((rule.seen - rule.first) % rule.every != 0) continue;
     if (rule.condition && !rule.condition()) continue;
     if (rule.remaining != forever) --rule.remaining;
-    if (rule.delays) {
-      verdict.latencySeconds += rule.delaySeconds;
-    } else if (!verdict.fault) {
-      verdict.fault = rule.fault;
-    }
+    verdict.latencySeconds += rule.delaySeconds;
+    if (!verdict.fault) verdict.fault = rule.fault;
   }
 }
 

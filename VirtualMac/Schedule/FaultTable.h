@@ -88,10 +88,9 @@ class FaultTable {
     std::uint64_t first = 1;
     std::uint64_t every = 1;
     std::uint64_t remaining = forever;
-    std::function<bool()> condition;
-    InjectedFault fault;
+    std::function<bool()> condition = {};
+    std::optional<InjectedFault> fault = {};  ///< None: the call is only delayed.
     double delaySeconds = 0;
-    bool delays = false;
   };
 
   RuleId add(Rule rule);
