@@ -10,31 +10,9 @@
 
 namespace virtualmac {
 
-/// One node of the tree. A leaf looks at one property of the code; the others combine.
-struct Requirement::Node {
-  enum class Kind {
-    Always,
-    Never,
-    AnchorApple,
-    AnchorAppleGeneric,
-    Identifier,
-    LeafTeam,
-    LeafTeamExists,
-    LeafExtension,
-    Not,
-    And,
-    Or
-  };
-  Kind kind = Kind::Never;
-  std::string value;
-  std::vector<std::shared_ptr<const Node>> parts;
-};
-
 namespace {
 
-using Node = Requirement::Node;
-using NodeRef = std::shared_ptr<const Node>;
-using Kind = Node::Kind;
+using Test = Requirement::Test;
 
 bool isLetter(char character) { return std::isalpha(static_cast<unsigned char>(character)) != 0; }
 bool isDigit(char character) { return std::isdigit(static_cast<unsigned char>(character)) != 0; }
@@ -43,17 +21,20 @@ bool isWordCharacter(char character) {
          character == '_';
 }
 
-NodeRef leaf(Kind kind, std::string value = {}) {
-  return std::make_shared<const Node>(Node{kind, std::move(value), {}});
+/// Unsigned code passes none of these.
+Test ifSigned(Test test) {
+  return
+      [test = std::move(test)](const SigningIdentity& code) { return code.isSigned && test(code); };
 }
 
-/// Recursive descent over the text; the first error wins and ends everything.
+/// Recursive descent over the text; the first error wins and ends everything. Each part of the
+/// text becomes a test; an empty one stands for an error.
 class Parser {
  public:
   explicit Parser(std::string_view source) : text(source) {}
 
-  std::expected<NodeRef, RequirementError> parseAll() {
-    NodeRef whole = parseAlternatives();
+  std::expected<Test, RequirementError> parseAll() {
+    Test whole = parseAlternatives();
     skipSpace();
     if (!error && at < text.size()) fail("unexpected text after the requirement");
     if (error) return std::unexpected(*error);
@@ -65,7 +46,7 @@ class Parser {
     while (at < text.size() && std::isspace(static_cast<unsigned char>(text[at])) != 0) ++at;
   }
 
-  NodeRef fail(std::string message) {
+  Test fail(std::string message) {
     if (!error) error = RequirementError{at, std::move(message)};
     return nullptr;
   }
@@ -121,54 +102,60 @@ class Parser {
     return value;
   }
 
-  NodeRef parseList(Kind kind, std::string_view joiner, NodeRef (Parser::*parsePart)()) {
-    std::vector<NodeRef> parts{(this->*parsePart)()};
+  Test parseList(std::string_view joiner, bool oneSuffices, Test (Parser::*parsePart)()) {
+    std::vector<Test> parts{(this->*parsePart)()};
     while (!error && acceptWord(joiner)) parts.push_back((this->*parsePart)());
     if (error) return nullptr;
-    if (parts.size() == 1) return parts.front();
-    return std::make_shared<const Node>(Node{kind, {}, std::move(parts)});
+    if (parts.size() == 1) return std::move(parts.front());
+    return [parts = std::move(parts), oneSuffices](const SigningIdentity& code) {
+      const auto holds = [&code](const Test& each) { return each(code); };
+      return oneSuffices ? std::ranges::any_of(parts, holds) : std::ranges::all_of(parts, holds);
+    };
   }
 
-  NodeRef parseAlternatives() { return parseList(Kind::Or, "or", &Parser::parseConjunction); }
-  NodeRef parseConjunction() { return parseList(Kind::And, "and", &Parser::parseTerm); }
+  Test parseAlternatives() { return parseList("or", true, &Parser::parseConjunction); }
+  Test parseConjunction() { return parseList("and", false, &Parser::parseTerm); }
 
-  NodeRef parseTerm() {
+  Test parseTerm() {
     if (++depth > bounds::deepestRequirement)
       return fail("nested more than " + std::to_string(bounds::deepestRequirement) + " deep");
-    NodeRef term = parseTermInside();
+    Test term = parseTermInside();
     --depth;
     return term;
   }
 
-  NodeRef parseTermInside() {
+  Test parseTermInside() {
     if (accept('!')) {
-      NodeRef inner = parseTerm();
+      Test inner = parseTerm();
       if (error) return nullptr;
-      return std::make_shared<const Node>(Node{Kind::Not, {}, {std::move(inner)}});
+      return [inner = std::move(inner)](const SigningIdentity& code) { return !inner(code); };
     }
     if (accept('(')) {
-      NodeRef inner = parseAlternatives();
+      Test inner = parseAlternatives();
       if (!error && !accept(')')) return fail("expected ')'");
       return inner;
     }
-    if (acceptWord("always")) return leaf(Kind::Always);
-    if (acceptWord("never")) return leaf(Kind::Never);
+    if (acceptWord("always")) return [](const SigningIdentity&) { return true; };
+    if (acceptWord("never")) return [](const SigningIdentity&) { return false; };
     if (acceptWord("anchor")) return parseAnchor();
     if (acceptWord("identifier")) {
       accept('=');
-      std::optional<std::string> value = parseValue();
-      return value ? leaf(Kind::Identifier, std::move(*value)) : nullptr;
+      const std::optional<std::string> value = parseValue();
+      if (!value) return nullptr;
+      return ifSigned([value](const auto& code) { return code.identifier == *value; });
     }
     if (acceptWord("certificate") || acceptWord("cert")) return parseCertificate();
     return fail("expected anchor, identifier, certificate, '!' or '('");
   }
 
-  NodeRef parseAnchor() {
+  Test parseAnchor() {
     if (!acceptWord("apple")) return fail("expected apple after anchor");
-    return leaf(acceptWord("generic") ? Kind::AnchorAppleGeneric : Kind::AnchorApple);
+    return ifSigned([generic = acceptWord("generic")](const auto& code) {
+      return code.anchorApple || (generic && code.anchorAppleGeneric);
+    });
   }
 
-  NodeRef parseCertificate() {
+  Test parseCertificate() {
     if (!acceptWord("leaf")) return fail("expected leaf after certificate");
     if (!accept('[')) return fail("expected '[' after leaf");
     skipSpace();
@@ -182,14 +169,18 @@ class Parser {
       return fail("expected subject.OU or field. with an object identifier");
     }
     if (!acceptWord("exists")) return fail("expected exists after the certificate's field");
-    return leaf(Kind::LeafExtension, field.substr(extensionPrefix.size()));
+    return ifSigned([extension = field.substr(extensionPrefix.size())](const auto& code) {
+      return std::ranges::find(code.leafExtensions, extension) != code.leafExtensions.end();
+    });
   }
 
-  NodeRef parseTeamMatch() {
-    if (acceptWord("exists")) return leaf(Kind::LeafTeamExists);
+  Test parseTeamMatch() {
+    if (acceptWord("exists")) return ifSigned([](const auto& code) { return !code.team.empty(); });
     if (!accept('=')) return fail("expected = or exists after the certificate's field");
-    std::optional<std::string> value = parseValue();
-    return value ? leaf(Kind::LeafTeam, std::move(*value)) : nullptr;
+    const std::optional<std::string> value = parseValue();
+    if (!value) return nullptr;
+    return ifSigned(
+        [value](const auto& code) { return !code.team.empty() && code.team == *value; });
   }
 
   static bool isExtension(std::string_view field) {
@@ -211,46 +202,16 @@ class Parser {
   std::optional<RequirementError> error;
 };
 
-bool holds(const Node& node, const SigningIdentity& code) {
-  const auto part = [&code](const NodeRef& each) { return holds(*each, code); };
-  switch (node.kind) {
-    case Kind::Always:
-      return true;
-    case Kind::Never:
-      return false;
-    case Kind::AnchorApple:
-      return code.isSigned && code.anchorApple;
-    case Kind::AnchorAppleGeneric:
-      return code.isSigned && (code.anchorAppleGeneric || code.anchorApple);
-    case Kind::Identifier:
-      return code.isSigned && code.identifier == node.value;
-    case Kind::LeafTeam:
-      return code.isSigned && !code.team.empty() && code.team == node.value;
-    case Kind::LeafTeamExists:
-      return code.isSigned && !code.team.empty();
-    case Kind::LeafExtension:
-      return code.isSigned &&
-             std::ranges::find(code.leafExtensions, node.value) != code.leafExtensions.end();
-    case Kind::Not:
-      return !holds(*node.parts.front(), code);
-    case Kind::And:
-      return std::ranges::all_of(node.parts, part);
-    case Kind::Or:
-      return std::ranges::any_of(node.parts, part);
-  }
-  return false;
-}
-
 }  // namespace
 
-Requirement::Requirement(std::shared_ptr<const Node> parsed) : root(std::move(parsed)) {}
+Requirement::Requirement(Test parsed) : test(std::move(parsed)) {}
 
 std::expected<Requirement, RequirementError> Requirement::parse(std::string_view text) {
-  std::expected<NodeRef, RequirementError> parsed = Parser(text).parseAll();
+  std::expected<Test, RequirementError> parsed = Parser(text).parseAll();
   if (!parsed) return std::unexpected(parsed.error());
   return Requirement(std::move(*parsed));
 }
 
-bool Requirement::satisfiedBy(const SigningIdentity& code) const { return holds(*root, code); }
+bool Requirement::satisfiedBy(const SigningIdentity& code) const { return test(code); }
 
 }  // namespace virtualmac

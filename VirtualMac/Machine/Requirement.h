@@ -2,7 +2,7 @@
 
 #include <cstddef>
 #include <expected>
-#include <memory>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -36,11 +36,11 @@ class Requirement {
   /// Whether code signed like this satisfies the requirement.
   [[nodiscard]] bool satisfiedBy(const SigningIdentity& code) const;
 
-  struct Node;
+  using Test = std::function<bool(const SigningIdentity& code)>;
 
  private:
-  explicit Requirement(std::shared_ptr<const Node> parsed);
-  std::shared_ptr<const Node> root;
+  explicit Requirement(Test parsed);
+  Test test;
 };
 
 }  // namespace virtualmac
