@@ -148,54 +148,38 @@ std::uint64_t SMC::writeCount(std::string_view key) const {
 
 void SMC::answer(SMCBlockView input, SMCBlockSpan output) {
   std::fill(output.begin(), output.end(), std::uint8_t{0});
+  output[resultOffset] = perform(input, output);
+}
+
+std::uint8_t SMC::perform(SMCBlockView input, SMCBlockSpan output) {
   const auto command = static_cast<Command>(input[commandOffset]);
   const std::uint32_t size = loadLittleEndian(input, dataSizeOffset);
-  std::uint8_t& result = output[resultOffset];
   Key* found = byCode(loadLittleEndian(input, keyOffset));
-
-  if (command != Command::Read && command != Command::Write && command != Command::KeyInfo) {
-    result = smcResultBadCommand;
-    return;
-  }
+  if (command != Command::Read && command != Command::Write && command != Command::KeyInfo)
+    return smcResultBadCommand;
   if (command == Command::Read) ++allReads;
-  if (found == nullptr) {
-    result = smcResultKeyNotFound;
-    return;
-  }
-  if (command == Command::Write) {
-    result = writeKey(*found, size, input);
-    return;
-  }
-  if (found->result) {
-    result = *found->result;
-    return;
-  }
+  if (found == nullptr) return smcResultKeyNotFound;
+  if (command == Command::Write) return writeKey(*found, size, input);
+  if (found->result) return *found->result;
   const std::uint32_t stated = found->statedSize.value_or(found->profile.size);
   if (command == Command::KeyInfo) {
     storeLittleEndian(output, dataSizeOffset, stated);
     storeLittleEndian(output, dataTypeOffset, codeOf(found->profile.type));
     output[attributesOffset] = found->profile.attributes;
-    return;
+    return smcResultSuccess;
   }
-  if ((found->profile.attributes & readableAttribute) == 0) {
-    result = smcResultNotReadable;
-    return;
-  }
-  if (size != stated) {
-    result = smcResultSizeMismatch;
-    return;
-  }
+  if ((found->profile.attributes & readableAttribute) == 0) return smcResultNotReadable;
+  if (size != stated) return smcResultSizeMismatch;
   const auto shown = output.subspan(bytesOffset, payloadSize);
-  const std::size_t count = std::min(found->bytes.size(), payloadSize);
-  std::copy_n(found->bytes.begin(), count, shown.begin());
-  if (found->trailingJunk.empty()) return;
+  std::size_t at = std::min(found->bytes.size(), payloadSize);
+  std::copy_n(found->bytes.begin(), at, shown.begin());
   // A firmware that forgets to clear its buffer leaves junk after the last significant byte. The
   // first byte is always significant, so that zero stays zero.
-  std::size_t at = count;
   while (at > 1 && shown[at - 1] == 0) --at;
   for (const std::uint8_t junk : found->trailingJunk) {
     if (at < payloadSize) shown[at++] = junk;
   }
+  return smcResultSuccess;
 }
 
 std::uint8_t SMC::writeKey(Key& key, std::uint32_t size, SMCBlockView input) {
@@ -210,16 +194,12 @@ std::uint8_t SMC::writeKey(Key& key, std::uint32_t size, SMCBlockView input) {
     shown += " FORBIDDEN KEY";
   }
 
-  std::uint8_t result = smcResultSuccess;
-  if (key.writeResult) {
-    result = *key.writeResult;
-  } else if (key.result) {
-    result = *key.result;
-  } else if ((key.profile.attributes & writableAttribute) == 0) {
-    result = smcResultNotWritable;
-  } else if (size != key.profile.size) {
-    result = smcResultSizeMismatch;
-  }
+  const bool writable = (key.profile.attributes & writableAttribute) != 0;
+  const bool fits = size == key.profile.size;
+  const std::uint8_t lawful = !writable ? smcResultNotWritable
+                              : !fits   ? smcResultSizeMismatch
+                                        : smcResultSuccess;
+  const std::uint8_t result = key.writeResult.value_or(key.result.value_or(lawful));
   if (result != smcResultSuccess) {
     context.journal.record<EffectID::keyRefused>(name, shown, result);
   } else if (key.silentlyRefuses) {

@@ -88,6 +88,7 @@ class SMC {
  private:
   friend class SMCClient;
   void answer(korvel::SMCBlockView input, korvel::SMCBlockSpan output);
+  std::uint8_t perform(korvel::SMCBlockView input, korvel::SMCBlockSpan output);
   std::uint8_t writeKey(Key& key, std::uint32_t size, korvel::SMCBlockView input);
   [[nodiscard]] Key* byCode(std::uint32_t code);
   [[nodiscard]] const Key* find(std::string_view name) const;
