@@ -14,39 +14,26 @@ constexpr const char* appIdentifier = "com.korvel.app";
 constexpr const char* helperIdentifier = "com.korvel.app.helper";
 constexpr const char* foreignTeam = "ZYXWV98765";
 
-SigningIdentity developerID(std::string name, std::string identifier, std::string team) {
-  SigningIdentity made;
-  made.name = std::move(name);
-  made.anchorAppleGeneric = true;
-  made.identifier = std::move(identifier);
-  made.team = std::move(team);
-  made.leafExtensions = {developerIDExtension};
-  return made;
-}
-
 std::vector<SigningIdentity> builtInIdentities() {
-  const std::string team(virtualTeam);
-  SigningIdentity development = developerID("development", appIdentifier, team);
-  development.leafExtensions = {developmentExtension};
-  SigningIdentity adHoc;
-  adHoc.name = "ad-hoc";
-  adHoc.identifier = appIdentifier;
-  SigningIdentity unsignedCode;
-  unsignedCode.name = "unsigned";
-  unsignedCode.isSigned = false;
-  SigningIdentity apple;
-  apple.name = "apple";
-  apple.anchorApple = true;
-  apple.anchorAppleGeneric = true;
-  apple.identifier = "com.apple.powerd";
-  return {developerID("app", appIdentifier, team),
-          developerID("helper", helperIdentifier, team),
-          developerID("other-identifier", "com.example.tool", team),
-          developerID("other-team", appIdentifier, foreignTeam),
-          std::move(development),
-          std::move(adHoc),
-          std::move(unsignedCode),
-          std::move(apple)};
+  const auto signedByTeam = [](std::string name, std::string identifier, std::string_view team,
+                               const char* extension = developerIDExtension) {
+    return SigningIdentity{.name = std::move(name),
+                           .anchorAppleGeneric = true,
+                           .identifier = std::move(identifier),
+                           .team = std::string(team),
+                           .leafExtensions = {extension}};
+  };
+  return {signedByTeam("app", appIdentifier, virtualTeam),
+          signedByTeam("helper", helperIdentifier, virtualTeam),
+          signedByTeam("other-identifier", "com.example.tool", virtualTeam),
+          signedByTeam("other-team", appIdentifier, foreignTeam),
+          signedByTeam("development", appIdentifier, virtualTeam, developmentExtension),
+          {.name = "ad-hoc", .identifier = appIdentifier},
+          {.name = "unsigned", .isSigned = false},
+          {.name = "apple",
+           .anchorApple = true,
+           .anchorAppleGeneric = true,
+           .identifier = "com.apple.powerd"}};
 }
 
 }  // namespace
@@ -98,28 +85,27 @@ const SigningIdentity* CodeSignatures::ofPid(std::int32_t pid) const {
   return found == pids.end() ? nullptr : identity(found->second);
 }
 
-korvel::SecurityStatus CodeSigningClient::staticCodeCreateWithPath(std::string_view path,
-                                                                   korvel::HandleRef& code) {
-  const SigningIdentity* found = signatures.atPath(path);
-  if (found == nullptr) return securityFileNotFound;
+korvel::SecurityStatus CodeSigningClient::open(const SigningIdentity* found,
+                                               korvel::SecurityStatus missing,
+                                               korvel::HandleRef& code) {
+  if (found == nullptr) return missing;
   code = objects.insert(*found);
   return 0;
+}
+
+korvel::SecurityStatus CodeSigningClient::staticCodeCreateWithPath(std::string_view path,
+                                                                   korvel::HandleRef& code) {
+  return open(signatures.atPath(path), securityFileNotFound, code);
 }
 
 korvel::SecurityStatus CodeSigningClient::copyGuestWithPid(std::int32_t pid,
                                                            korvel::HandleRef& code) {
-  const SigningIdentity* found = signatures.ofPid(pid);
-  if (found == nullptr) return securityNoSuchCode;
-  code = objects.insert(*found);
-  return 0;
+  return open(signatures.ofPid(pid), securityNoSuchCode, code);
 }
 
 korvel::SecurityStatus CodeSigningClient::copyStaticCode(korvel::HandleRef code,
                                                          korvel::HandleRef& staticCode) {
-  const SigningIdentity* found = objects.find(code);
-  if (found == nullptr) return securityInvalidObject;
-  staticCode = objects.insert(*found);
-  return 0;
+  return open(objects.find(code), securityInvalidObject, staticCode);
 }
 
 korvel::SecurityStatus CodeSigningClient::copySigningInformation(

@@ -71,6 +71,9 @@ class CodeSigningClient final : public korvel::CodeSigning {
   void dropAll() { objects.clear(); }
 
  private:
+  korvel::SecurityStatus open(const SigningIdentity* found, korvel::SecurityStatus missing,
+                              korvel::HandleRef& code);
+
   const CodeSignatures& signatures;
   NameTable<SigningIdentity> objects{0x13};
 };

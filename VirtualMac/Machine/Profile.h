@@ -16,7 +16,7 @@ struct SMCKeyProfile {
   std::uint32_t size = 0;
   std::string type = "ui8 ";  ///< Four characters.
   std::uint8_t attributes = 0;
-  std::vector<std::uint8_t> bytes;  ///< Zero-padded to `size`.
+  std::vector<std::uint8_t> bytes = {};  ///< Zero-padded to `size`.
 };
 
 /// The place of the battery's figures in the registry.
@@ -62,9 +62,9 @@ struct SigningIdentity {
   bool isSigned = true;
   bool anchorApple = false;         ///< Apple's own code.
   bool anchorAppleGeneric = false;  ///< A chain up to Apple, developers included.
-  std::string identifier;
-  std::string team;  ///< Empty: none (ad-hoc).
-  std::vector<std::string> leafExtensions;
+  std::string identifier = {};
+  std::string team = {};  ///< Empty: none (ad-hoc).
+  std::vector<std::string> leafExtensions = {};
 };
 
 /// A kind of Mac, as data.
