@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -27,9 +26,9 @@ class Invariant : public ScheduleObserver {
   /// The first few, each as "12.345 what happened".
   [[nodiscard]] const std::vector<std::string>& violations() const { return noted; }
 
-  virtual void journalled(const Journal::Entry& entry);
+  virtual void journalled(const Journal::Entry& /*entry*/) {}
   /// Called when the run is over and every request had time to finish.
-  virtual void finished();
+  virtual void finished() {}
 
  protected:
   void violate(std::string_view what);

@@ -1,7 +1,5 @@
 #include "VirtualMac/InProcess/Invariants.h"
 
-#include <algorithm>
-
 #include "HelperPersistence.h"
 #include "VirtualMac/InProcess/World.h"
 #include "VirtualMac/Machine/Machine.h"
@@ -16,9 +14,6 @@ constexpr std::size_t mostNoted = 20;
 }  // namespace
 
 // ---- one rule
-
-void Invariant::journalled(const Journal::Entry&) {}
-void Invariant::finished() {}
 
 void Invariant::violate(std::string_view what) {
   if (noted.size() == mostNoted) return;
@@ -41,21 +36,14 @@ std::optional<korvel::HelperState> recordOnDisk(const Machine& machine) {
 
 // ---- all of them
 
-struct InvariantSet::Parts {
-  explicit Parts(World& watched) : world(watched) {
-    addHardwareInvariants(list, world);
-    addDischargeInvariants(list, world);
-    addPowerInvariants(list, world);
-    addScheduleInvariants(list, world);
-    addRecordInvariants(list, world);
-    addClientInvariants(list, world);
-  }
-  World& world;
-  InvariantList list;
-};
-
-InvariantSet::InvariantSet(World& world) : parts(std::make_unique<Parts>(world)) {
-  for (const auto& each : parts->list) {
+InvariantSet::InvariantSet(World& watched) : world(watched) {
+  addHardwareInvariants(rules, world);
+  addDischargeInvariants(rules, world);
+  addPowerInvariants(rules, world);
+  addScheduleInvariants(rules, world);
+  addRecordInvariants(rules, world);
+  addClientInvariants(rules, world);
+  for (const auto& each : rules) {
     world.observers().add(*each);
     world.journal().addListener([rule = each.get(), watching = watch](const Journal::Entry& entry) {
       if (*watching) rule->journalled(entry);
@@ -65,27 +53,27 @@ InvariantSet::InvariantSet(World& world) : parts(std::make_unique<Parts>(world))
 
 InvariantSet::~InvariantSet() {
   *watch = false;
-  for (const auto& each : parts->list) parts->world.observers().remove(*each);
+  for (const auto& each : rules) world.observers().remove(*each);
 }
 
 void InvariantSet::finish() {
-  for (const auto& each : parts->list) each->finished();
+  for (const auto& each : rules) each->finished();
 }
 
 std::vector<std::string> InvariantSet::violations() const {
   std::vector<std::string> all;
-  for (const auto& each : parts->list) {
+  for (const auto& each : rules) {
     for (const std::string& line : each->violations()) {
       all.push_back(std::string(each->name()) + ": " + line);
     }
   }
-  for (const std::string& line : parts->world.violations()) all.push_back("transport: " + line);
+  for (const std::string& line : world.violations()) all.push_back("transport: " + line);
   return all;
 }
 
 std::vector<std::string> InvariantSet::names() const {
   std::vector<std::string> all;
-  for (const auto& each : parts->list) all.emplace_back(each->name());
+  for (const auto& each : rules) all.emplace_back(each->name());
   return all;
 }
 

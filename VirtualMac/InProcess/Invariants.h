@@ -8,12 +8,12 @@
 
 namespace virtualmac {
 
-class World;
+using InvariantList = std::vector<std::unique_ptr<Invariant>>;
 
 /// All named rules, watching one world. Make it right after the world; destroy it before the world.
 class InvariantSet {
  public:
-  explicit InvariantSet(World& world);
+  explicit InvariantSet(World& watched);
   ~InvariantSet();
   InvariantSet(const InvariantSet&) = delete;
   InvariantSet& operator=(const InvariantSet&) = delete;
@@ -25,13 +25,11 @@ class InvariantSet {
   [[nodiscard]] std::vector<std::string> names() const;
 
  private:
-  struct Parts;
-  std::unique_ptr<Parts> parts;
+  World& world;
+  InvariantList rules;
   /// False once this set is gone: a journal never drops its listeners.
   std::shared_ptr<bool> watch = std::make_shared<bool>(true);
 };
-
-using InvariantList = std::vector<std::unique_ptr<Invariant>>;
 
 void addClientInvariants(InvariantList& list, World& world);
 void addHardwareInvariants(InvariantList& list, World& world);
