@@ -3,7 +3,7 @@
 #include <string>
 #include <utility>
 
-#include "VirtualMac/InProcess/DischargeView.h"
+#include "VirtualMac/InProcess/DischargeRule.h"
 #include "VirtualMac/InProcess/Invariants.h"
 #include "VirtualMac/InProcess/World.h"
 #include "VirtualMac/Machine/Machine.h"
@@ -66,14 +66,14 @@ class DischargeStartsLawfully final : public DischargeRule {
     const Seen& known = seen[&lane];
     const bool lidClosed = known.lidClosed.value_or(readings.lidClosed());
     const Capacity capacity = known.capacity.value_or(Capacity{readings.capacity()});
-    if (lidClosed && !view.armed) violate("started under a closed lid without keep-awake");
+    if (lidClosed && !armed) violate("started under a closed lid without keep-awake");
     if (!capacity.percent) {
       violate("started without a capacity reading");
       return;
     }
     const std::int64_t floor = lidClosed ? closedFloor : openFloor;
     if (*capacity.percent <= floor) violate("started at or below the floor");
-    if (*capacity.percent <= view.limit()) violate("started at or below the limit");
+    if (*capacity.percent <= limit()) violate("started at or below the limit");
   }
 
  private:
@@ -97,7 +97,7 @@ class DischargeEndsInTime final : public DischargeRule {
   void callMade(const Lane& /*lane*/, SeamCall /*call*/) override { look(); }
   void timerFires(const TimerFacts& timer) override {
     // The helper reads the level once a tick, so its lowest level is one of those readings.
-    if (!view.active || timer.delaySeconds != 0) return;
+    if (!active || timer.delaySeconds != 0) return;
     const auto capacity = readings.capacity();
     if (capacity && (!lowest || *capacity < *lowest)) lowest = capacity;
   }
@@ -114,8 +114,8 @@ class DischargeEndsInTime final : public DischargeRule {
     }
     // Arming again starts the lid's clock again.
     if (contains(entry.message(), "keep-awake ARMED")) closedSince.reset();
-    if (wasArmed != view.armed) closedSince.reset();
-    wasArmed = view.armed;
+    if (wasArmed != armed) closedSince.reset();
+    wasArmed = armed;
     // The helper measures it by the calendar.
     if (entry.tells(EffectID::clockSet)) closedSince.reset();
     look();
@@ -126,7 +126,7 @@ class DischargeEndsInTime final : public DischargeRule {
   static constexpr double slackSeconds = 2;
 
   void look() {
-    if (!view.active || looking) return;
+    if (!active || looking) return;
     if (lookedAt == world.uptime() && world.machine().battery.percent() == shownPercent) return;
     looking = true;
     lookedAt = world.uptime();
@@ -162,14 +162,14 @@ class DischargeEndsInTime final : public DischargeRule {
     }
     unreadableSince.reset();
     const bool lidClosed = readings.lidClosed();
-    if (lidClosed && !view.armed) return "lid closed";
+    if (lidClosed && !armed) return "lid closed";
     if (!lidClosed) closedSince.reset();
     if (lidClosed && !closedSince) closedSince = now;
     if (closedSince && now - *closedSince >= heatSoakSeconds + tickSeconds) return "heat soak";
     if (lidClosed && readings.celsius().value_or(0) >= thermalCapCelsius) return "overheated";
     if (lowest && hasRebounded(*lowest, *capacity)) return "rebound";
     if (*capacity <= (lidClosed ? closedFloor : openFloor)) return "floor";
-    if (*capacity <= view.lowestTarget()) return "target";
+    if (*capacity <= lowestTarget()) return "target";
     return "";
   }
 
@@ -201,10 +201,10 @@ class NoDischargeIntoSleep final : public DischargeRule {
   }
   void workEnds(const Lane& lane, std::uint64_t number) override {
     DischargeRule::workEnds(lane, number);
-    if (!view.active) survived = false;
+    if (!active) survived = false;
     if (lastWork != Work{&lane, number}) return;
     lastWorkDone = true;
-    survived = view.active;
+    survived = active;
   }
   void waited(const Lane& /*lane*/, std::string_view what, double seconds) override {
     if (what == "group" && seconds >= preSleepWaitSeconds) late = true;
@@ -212,7 +212,7 @@ class NoDischargeIntoSleep final : public DischargeRule {
 
  protected:
   void happened(const Journal::Entry& entry, const Lane& lane, bool /*begins*/) override {
-    if (!view.active) survived = false;
+    if (!active) survived = false;
     if (entry.message().starts_with("kIOMessageSystemWillSleep — ")) flushing = &lane;
     if (entry.tells(EffectID::messageSent) && entry.effect.word(0) == willSleep) {
       late = false;
@@ -221,7 +221,7 @@ class NoDischargeIntoSleep final : public DischargeRule {
       survived = false;
     }
     if (entry.tells(EffectID::messageAcknowledged)) acknowledged = true;
-    const bool running = lastWorkDone ? survived : view.active;
+    const bool running = lastWorkDone ? survived : active;
     if (entry.tells(EffectID::fellAsleep) && running && acknowledged && !late) {
       violate("asleep while discharging");
     }

@@ -1,7 +1,6 @@
-#include "VirtualMac/InProcess/DischargeView.h"
+#include "VirtualMac/InProcess/DischargeRule.h"
 
 #include <algorithm>
-#include <string>
 
 #include "MachineReadings.h"
 #include "VirtualMac/InProcess/World.h"
@@ -31,9 +30,17 @@ std::optional<std::int64_t> Readings::celsius() {
   return korvel::MachineReadings::batteryTemperatureCelsius(eye.registry);
 }
 
-// ---- view
+// ---- rule
 
-bool DischargeView::see(const Journal::Entry& entry, const Lane& lane) {
+DischargeRule::DischargeRule(World& watched, std::string_view ruleName)
+    : Invariant(watched, ruleName), readings(watched.machine()), machine(watched.machine()) {}
+
+void DischargeRule::journalled(const Journal::Entry& entry) {
+  const Lane& lane = world.scheduler().current();
+  happened(entry, lane, see(entry, lane));
+}
+
+bool DischargeRule::see(const Journal::Entry& entry, const Lane& lane) {
   if (entry.kind == "proc" && !entry.tells(EffectID::signalSent)) forget();
   seeLog(entry.message(), lane);
   if (entry.effect.field("forceDischargeActive") == "false") active = false;
@@ -48,7 +55,7 @@ bool DischargeView::see(const Journal::Entry& entry, const Lane& lane) {
   return begins;
 }
 
-void DischargeView::forget() {
+void DischargeRule::forget() {
   active = false;
   armed = false;
   inMemory.reset();
@@ -58,7 +65,7 @@ void DischargeView::forget() {
   posted.clear();
 }
 
-void DischargeView::seeLog(std::string_view text, const Lane& lane) {
+void DischargeRule::seeLog(std::string_view text, const Lane& lane) {
   if (contains(text, "clamshell keep-awake ARMED")) armed = true;
   if (contains(text, "clamshell keep-awake DISARMED")) armed = false;
   if (contains(text, "clamshell keep-awake NOT active")) armed = false;
@@ -75,7 +82,7 @@ void DischargeView::seeLog(std::string_view text, const Lane& lane) {
   seeAudit(text, lane);
 }
 
-void DischargeView::seeAudit(std::string_view text, const Lane& lane) {
+void DischargeRule::seeAudit(std::string_view text, const Lane& lane) {
   // A limit that is refused on the spot posts no work.
   const bool isLimit = text.starts_with("setChargeLimit(");
   const auto asked = isLimit ? numberAfter(text, "(") : std::nullopt;
@@ -89,21 +96,21 @@ void DischargeView::seeAudit(std::string_view text, const Lane& lane) {
   }
 }
 
-void DischargeView::workPosted(const Lane& from, const Lane& to, std::uint64_t number) {
+void DischargeRule::workPosted(const Lane& from, const Lane& to, std::uint64_t number) {
   const auto found = audited.find(&from);
   if (found == audited.end()) return;
   posted.insert_or_assign({&to, number}, found->second);
   audited.erase(found);
 }
 
-void DischargeView::workBegins(const Lane& lane, std::uint64_t number) {
+void DischargeRule::workBegins(const Lane& lane, std::uint64_t number) {
   const auto found = posted.find({&lane, number});
   if (found == posted.end() || !found->second.limit) return;
   inMemory = found->second.limit;
   setLast = found->second.limit;
 }
 
-void DischargeView::workEnds(const Lane& lane, std::uint64_t number) {
+void DischargeRule::workEnds(const Lane& lane, std::uint64_t number) {
   const auto found = posted.find({&lane, number});
   if (found == posted.end()) return;
   // Even if its key writes failed, the discharge is over for the helper and its rules.
@@ -111,36 +118,14 @@ void DischargeView::workEnds(const Lane& lane, std::uint64_t number) {
   posted.erase(found);
 }
 
-std::int64_t DischargeView::limit() const {
+std::int64_t DischargeRule::limit() const {
   if (inMemory) return *inMemory;
   const auto record = recordOnDisk(machine);
   return record ? record->chargeLimit : 0;
 }
 
-std::int64_t DischargeView::lowestTarget() const {
+std::int64_t DischargeRule::lowestTarget() const {
   return std::min(limit(), setLast.value_or(limit()));
-}
-
-// ---- rule
-
-DischargeRule::DischargeRule(World& watched, std::string_view ruleName)
-    : Invariant(watched, ruleName), view(watched.machine()), readings(watched.machine()) {}
-
-void DischargeRule::journalled(const Journal::Entry& entry) {
-  const Lane& lane = world.scheduler().current();
-  happened(entry, lane, view.see(entry, lane));
-}
-
-void DischargeRule::workPosted(const Lane& from, const Lane& to, std::uint64_t number) {
-  view.workPosted(from, to, number);
-}
-
-void DischargeRule::workBegins(const Lane& lane, std::uint64_t number) {
-  view.workBegins(lane, number);
-}
-
-void DischargeRule::workEnds(const Lane& lane, std::uint64_t number) {
-  view.workEnds(lane, number);
 }
 
 }  // namespace virtualmac
