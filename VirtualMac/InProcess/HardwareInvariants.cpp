@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <array>
 #include <map>
 #include <set>
 #include <string>
@@ -15,13 +14,6 @@
 namespace virtualmac {
 
 namespace {
-
-bool inFamily(std::string_view key, std::initializer_list<std::string_view> family) {
-  for (const std::string_view each : family) {
-    if (key == each) return true;
-  }
-  return false;
-}
 
 /// Tells whether a reset or a shutdown is under way. Only these write keys of families that the
 /// helper does not use otherwise.
@@ -89,10 +81,11 @@ class OneFamilyOfKeys final : public Invariant {
     }
     const std::optional<KeyWrite> write = keyWriteOf(entry);
     if (!write) return;
-    if (write->key == "CHTE") use(charging, "CHTE");
-    if (inFamily(write->key, {"CH0B", "CH0C"})) use(charging, "CH0B and CH0C");
-    if (write->key == "CHIE") use(discharging, "CHIE");
-    if (inFamily(write->key, {"CH0I", "CH0J"})) use(discharging, "CH0I and CH0J");
+    const std::string_view key = write->key;
+    if (key == "CHTE") use(charging, "CHTE");
+    if (key == "CH0B" || key == "CH0C") use(charging, "CH0B and CH0C");
+    if (key == "CHIE") use(discharging, "CHIE");
+    if (key == "CH0I" || key == "CH0J") use(discharging, "CH0I and CH0J");
   }
 
  private:
