@@ -26,12 +26,7 @@ std::deque<std::string> components(std::string_view path) {
   return parts;
 }
 
-DiskNode directoryNode(std::uint32_t mode) {
-  DiskNode node;
-  node.kind = FileKind::Directory;
-  node.mode = mode;
-  return node;
-}
+DiskNode directoryNode(std::uint32_t mode) { return {.kind = FileKind::Directory, .mode = mode}; }
 
 void applyChange(DiskNode::Entries& entries, const DiskNode::Entries& names) {
   for (const auto& [name, node] : names) {
@@ -97,10 +92,7 @@ void Disk::failCall(std::string_view call, int error) {
   failingCalls.insert_or_assign(std::string(call), error);
 }
 
-void Disk::clearCall(std::string_view call) {
-  const auto found = failingCalls.find(call);
-  if (found != failingCalls.end()) failingCalls.erase(found);
-}
+void Disk::clearCall(std::string_view call) { failingCalls.erase(std::string(call)); }
 
 void Disk::change(DiskNode& directory, DiskNode::Entries names) {
   applyChange(directory.entries, names);
@@ -124,10 +116,7 @@ void Disk::place(std::string_view path, DiskNode node) {
 }
 
 void Disk::writeFile(std::string_view path, std::string content, std::uint32_t mode) {
-  DiskNode node;
-  node.mode = mode;
-  node.content = std::move(content);
-  place(path, std::move(node));
+  place(path, {.mode = mode, .content = std::move(content)});
 }
 
 void Disk::makeDirectory(std::string_view path, std::uint32_t mode) {
@@ -135,17 +124,10 @@ void Disk::makeDirectory(std::string_view path, std::uint32_t mode) {
 }
 
 void Disk::makeSymlink(std::string_view path, std::string target) {
-  DiskNode node;
-  node.kind = FileKind::Symlink;
-  node.content = std::move(target);
-  place(path, std::move(node));
+  place(path, {.kind = FileKind::Symlink, .content = std::move(target)});
 }
 
-void Disk::makeFifo(std::string_view path) {
-  DiskNode node;
-  node.kind = FileKind::Fifo;
-  place(path, std::move(node));
-}
+void Disk::makeFifo(std::string_view path) { place(path, {.kind = FileKind::Fifo}); }
 
 void Disk::makeHugeFile(std::string_view path) {
   writeFile(path, std::string(largestReadableFile + 1, ' '));
@@ -159,25 +141,31 @@ bool Disk::remove(std::string_view path) {
   return true;
 }
 
+std::expected<std::shared_ptr<DiskNode>, int> Disk::existing(std::string_view path,
+                                                             bool followLast) const {
+  const auto found = resolve(path, followLast);
+  if (!found) return std::unexpected(found.error());
+  if (found->node == nullptr) return std::unexpected(ENOENT);
+  return found->node;
+}
+
 std::optional<FileFacts> Disk::facts(std::string_view path) const {
-  const auto found = resolve(path, false);
-  if (!found || found->node == nullptr) return std::nullopt;
-  return FileFacts{found->node->kind, found->node->mode, found->node->content.size()};
+  const auto node = existing(path, false);
+  if (!node) return std::nullopt;
+  return FileFacts{(*node)->kind, (*node)->mode, (*node)->content.size()};
 }
 
 std::optional<std::string> Disk::content(std::string_view path) const {
-  const auto found = resolve(path, false);
-  if (!found || found->node == nullptr || found->node->kind != FileKind::Plain) {
-    return std::nullopt;
-  }
-  return found->node->content;
+  const auto node = existing(path, false);
+  if (!node || (*node)->kind != FileKind::Plain) return std::nullopt;
+  return (*node)->content;
 }
 
 std::vector<std::string> Disk::list(std::string_view directory) const {
   std::vector<std::string> names;
-  const auto found = resolve(directory, true);
-  if (!found || found->node == nullptr) return names;
-  for (const auto& [name, node] : found->node->entries) names.push_back(name);
+  const auto node = existing(directory, true);
+  if (!node) return names;
+  for (const auto& [name, each] : (*node)->entries) names.push_back(name);
   return names;
 }
 

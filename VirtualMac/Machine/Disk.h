@@ -84,6 +84,9 @@ class Disk {
     std::shared_ptr<DiskNode> node;  ///< Null: the name is free.
   };
   [[nodiscard]] std::expected<Place, int> resolve(std::string_view path, bool followLast) const;
+  /// The errno is ENOENT for a free name too.
+  [[nodiscard]] std::expected<std::shared_ptr<DiskNode>, int> existing(std::string_view path,
+                                                                       bool followLast) const;
   void place(std::string_view path, DiskNode node);
   void change(DiskNode& directory, DiskNode::Entries names);
   void loseUnsynced(DiskNode& directory);

@@ -24,12 +24,12 @@ struct DiskNode {
 
   FileKind kind = FileKind::Plain;
   std::uint32_t mode = 0644;
-  std::string content;  ///< A file's bytes, or a link's target.
+  std::string content = {};  ///< A file's bytes, or a link's target.
   std::size_t durableBytes = 0;
   Nanoseconds writtenAt = 0;
-  Entries entries;
-  Entries durableEntries;
-  std::vector<Change> pending;  ///< From the durable entries to the present ones, in order.
+  Entries entries = {};
+  Entries durableEntries = {};
+  std::vector<Change> pending = {};  ///< From the durable entries to the present ones, in order.
 };
 
 }  // namespace virtualmac

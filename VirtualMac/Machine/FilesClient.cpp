@@ -35,19 +35,16 @@ PosixResult FilesClient::mkdir(const std::string& path, std::uint32_t mode) {
   if (found->node != nullptr) return failed(EEXIST);
   if (disk.readOnly) return failed(EROFS);
   if (disk.full) return failed(ENOSPC);
-  auto made = std::make_shared<DiskNode>();
-  made->kind = FileKind::Directory;
-  made->mode = mode & ~mask;
-  disk.change(*found->directory, {{found->name, std::move(made)}});
+  const DiskNode made{.kind = FileKind::Directory, .mode = mode & ~mask};
+  disk.change(*found->directory, {{found->name, std::make_shared<DiskNode>(made)}});
   return {};
 }
 
 PosixResult FilesClient::chmod(const std::string& path, std::uint32_t mode) {
   if (const int error = disk.refusal("chmod", true)) return failed(error);
-  const auto found = disk.resolve(path, true);
-  if (!found) return failed(found.error());
-  if (found->node == nullptr) return failed(ENOENT);
-  found->node->mode = mode;
+  const auto node = disk.existing(path, true);
+  if (!node) return failed(node.error());
+  (*node)->mode = mode;
   return {};
 }
 
@@ -60,19 +57,17 @@ PosixResult FilesClient::openExclusive(const std::string& path, std::uint32_t mo
   const auto found = disk.resolve(path, false);
   if (!found) return failed(found.error());
   if (found->node != nullptr) return failed(EEXIST);
-  auto made = std::make_shared<DiskNode>();
-  made->mode = mode & ~mask;
+  auto made = std::make_shared<DiskNode>(DiskNode{.mode = mode & ~mask});
   disk.change(*found->directory, {{found->name, made}});
   return addDescriptor(Descriptor{std::move(made), true});
 }
 
 PosixResult FilesClient::openReadOnly(const std::string& path) {
   if (const int error = disk.refusal("openReadOnly", false)) return failed(error);
-  const auto found = disk.resolve(path, true);
-  if (!found) return failed(found.error());
-  if (found->node == nullptr) return failed(ENOENT);
-  if (found->node->kind == FileKind::Fifo) return failed(ENXIO);
-  return addDescriptor(Descriptor{found->node, false});
+  const auto node = disk.existing(path, true);
+  if (!node) return failed(node.error());
+  if ((*node)->kind == FileKind::Fifo) return failed(ENXIO);
+  return addDescriptor(Descriptor{*node, false});
 }
 
 PosixResult FilesClient::write(int descriptor, std::span<const char> bytes) {
@@ -141,25 +136,24 @@ std::expected<void, ErrorObject> FilesClient::replaceItem(const std::string& ori
 
 bool FilesClient::fileExists(const std::string& path) {
   if (disk.refusal("fileExists", false) != 0) return false;
-  const auto found = disk.resolve(path, true);
-  return found && found->node != nullptr;
+  return disk.existing(path, true).has_value();
 }
 
 std::expected<std::string, ErrorObject> FilesClient::readFile(const std::string& path) {
   if (const int error = disk.refusal("readFile", false)) {
     return std::unexpected(cocoaError(readUnknownError, std::generic_category().message(error)));
   }
-  const auto found = disk.resolve(path, true);
-  if (!found || found->node == nullptr) {
+  const auto node = disk.existing(path, true);
+  if (!node) {
     return std::unexpected(cocoaError(readNoSuchFileError, "The file doesn’t exist."));
   }
-  if (found->node->kind != FileKind::Plain) {
+  if ((*node)->kind != FileKind::Plain) {
     return std::unexpected(cocoaError(readUnknownError, "The file isn’t a plain file."));
   }
-  if (found->node->content.size() > largestReadableFile) {
+  if ((*node)->content.size() > largestReadableFile) {
     return std::unexpected(cocoaError(readTooLargeError, "The file is too large."));
   }
-  return found->node->content;
+  return (*node)->content;
 }
 
 }  // namespace virtualmac
