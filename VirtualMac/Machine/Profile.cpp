@@ -59,12 +59,10 @@ std::size_t depthOf(const Json& value) {
 
 /// Refuses an offer that fits into no frame: it would end every helper of this machine.
 void readOffer(ProfileReader& reader, PowerUIProfile& powerUI) {
-  const Json* value = reader.field("offeredLimits");
+  const Json* value = reader.field(
+      "offeredLimits", "nested at most " + std::to_string(bounds::deepestProperty) + " deep",
+      [](const Json& offer) { return depthOf(offer) <= bounds::deepestProperty; });
   if (value == nullptr) return;
-  if (depthOf(*value) > bounds::deepestProperty) {
-    return reader.complain(reader.keyPath("offeredLimits"),
-                           "nested at most " + std::to_string(bounds::deepestProperty) + " deep");
-  }
   if (value->dump().size() > bounds::longestOffer) {
     return reader.complain(reader.keyPath("offeredLimits"),
                            "at most " + std::to_string(bounds::longestOffer) + " bytes");
@@ -73,23 +71,20 @@ void readOffer(ProfileReader& reader, PowerUIProfile& powerUI) {
 }
 
 void readBytes(ProfileReader& reader, SMCKeyProfile& key) {
-  const Json* value = reader.field("bytes");
-  if (value == nullptr) return;
   const auto isByte = [](const Json& each) {
     return each.is_number_unsigned() && each.get<std::uint64_t>() <= 255;
   };
-  if (!value->is_array() || value->size() > key.size || !std::ranges::all_of(*value, isByte)) {
-    return reader.complain(reader.keyPath("bytes"), "a list of at most size numbers from 0 to 255");
-  }
-  for (const Json& each : *value) key.bytes.push_back(each.get<std::uint8_t>());
+  const auto fits = [&](const Json& value) {
+    return value.is_array() && value.size() <= key.size && std::ranges::all_of(value, isByte);
+  };
+  constexpr const char* expected = "a list of at most size numbers from 0 to 255";
+  if (const Json* value = reader.field("bytes", expected, fits))
+    key.bytes = value->get<std::vector<std::uint8_t>>();
 }
 
 void readKeys(ProfileReader& reader, std::vector<SMCKeyProfile>& keys) {
   reader.readNamed([&](const std::string& name, ProfileReader& inner) {
-    SMCKeyProfile key;
-    key.name = name;
-    key.size = 1;
-    key.attributes = ordinaryAttributes;
+    SMCKeyProfile key{.name = name, .size = 1, .attributes = ordinaryAttributes};
     inner.read("size", key.size, 1, largestKeySize);
     inner.read("type", key.type);
     inner.read("attributes", key.attributes, 0, 255);
@@ -137,14 +132,13 @@ void readIdentity(ProfileReader& reader, Profile& profile) {
   reader.read("anchorAppleGeneric", identity.anchorAppleGeneric);
   reader.read("identifier", identity.identifier);
   reader.read("team", identity.team);
-  if (const Json* value = reader.field("leafExtensions")) {
+  const auto areTexts = [](const Json& value) {
     const auto isText = [](const Json& each) { return each.is_string(); };
-    if (!value->is_array() || !std::ranges::all_of(*value, isText)) {
-      reader.complain(reader.keyPath("leafExtensions"), "a list of object identifiers as text");
-    } else {
-      identity.leafExtensions = value->get<std::vector<std::string>>();
-    }
-  }
+    return value.is_array() && std::ranges::all_of(value, isText);
+  };
+  constexpr const char* expected = "a list of object identifiers as text";
+  if (const Json* value = reader.field("leafExtensions", expected, areTexts))
+    identity.leafExtensions = value->get<std::vector<std::string>>();
   if (identity.name.empty()) reader.complain(reader.keyPath("name"), "text that is not empty");
   profile.identities.push_back(std::move(identity));
 }
@@ -172,10 +166,6 @@ void readProfile(ProfileReader& reader, Profile& profile) {
   reader.finish();
 }
 
-std::string stemOf(std::string_view origin) {
-  return std::filesystem::path(origin).stem().string();
-}
-
 }  // namespace
 
 std::vector<std::string> builtInProfileNames() {
@@ -193,7 +183,7 @@ std::expected<Profile, std::string> parseProfile(std::string_view text, std::str
   }
   const Json parsed = Json::parse(text);
   Profile profile;
-  profile.name = stemOf(origin);
+  profile.name = std::filesystem::path(origin).stem().string();
   ProfileReader reader(parsed, "", complaint);
   readProfile(reader, profile);
   if (complaint.text) return std::unexpected(*complaint.text);

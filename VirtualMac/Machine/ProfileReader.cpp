@@ -34,38 +34,31 @@ const ProfileReader::Json* ProfileReader::field(std::string_view key) {
 }
 
 void ProfileReader::read(std::string_view key, bool& target) {
-  const Json* value = field(key);
-  if (value == nullptr) return;
-  if (!value->is_boolean()) return complain(keyPath(key), "true or false");
-  target = value->get<bool>();
+  const auto fits = [](const Json& value) { return value.is_boolean(); };
+  if (const Json* value = field(key, "true or false", fits)) target = value->get<bool>();
 }
 
 void ProfileReader::read(std::string_view key, std::string& target) {
-  const Json* value = field(key);
-  if (value == nullptr) return;
-  if (!value->is_string()) return complain(keyPath(key), "text");
-  target = value->get<std::string>();
+  const auto fits = [](const Json& value) { return value.is_string(); };
+  if (const Json* value = field(key, "text", fits)) target = value->get<std::string>();
 }
 
 void ProfileReader::read(std::string_view key, double& target, double low, double high) {
-  const Json* value = field(key);
-  if (value == nullptr) return;
-  if (!value->is_number() || value->get<double>() < low || value->get<double>() > high) {
-    return complain(keyPath(key), "a number from " + numberText(low) + " to " + numberText(high));
-  }
-  target = value->get<double>();
+  const auto fits = [&](const Json& value) {
+    return value.is_number() && value.get<double>() >= low && value.get<double>() <= high;
+  };
+  const std::string expected = "a number from " + numberText(low) + " to " + numberText(high);
+  if (const Json* value = field(key, expected, fits)) target = value->get<double>();
 }
 
 std::optional<std::int64_t> ProfileReader::whole(std::string_view key, std::int64_t low,
                                                  std::int64_t high) {
-  const Json* value = field(key);
-  if (value == nullptr) return std::nullopt;
-  if (!isWhole(*value) || value->get<std::int64_t>() < low || value->get<std::int64_t>() > high) {
-    complain(keyPath(key),
-             "a whole number from " + std::to_string(low) + " to " + std::to_string(high));
-    return std::nullopt;
-  }
-  return value->get<std::int64_t>();
+  const auto fits = [&](const Json& value) {
+    return isWhole(value) && value.get<std::int64_t>() >= low && value.get<std::int64_t>() <= high;
+  };
+  const Json* value = field(
+      key, "a whole number from " + std::to_string(low) + " to " + std::to_string(high), fits);
+  return value == nullptr ? std::nullopt : std::optional(value->get<std::int64_t>());
 }
 
 std::optional<std::size_t> ProfileReader::choiceIndex(std::string_view key,
@@ -92,9 +85,9 @@ void ProfileReader::readObject(std::string_view key,
 
 void ProfileReader::readList(std::string_view key,
                              const std::function<void(ProfileReader&)>& visit) {
-  const Json* value = field(key);
+  const Json* value =
+      field(key, "a list of objects", [](const Json& each) { return each.is_array(); });
   if (value == nullptr) return;
-  if (!value->is_array()) return complain(keyPath(key), "a list of objects");
   for (std::size_t i = 0; i < value->size(); ++i) {
     ProfileReader inner((*value)[i], keyPath(key) + "[" + std::to_string(i) + "]", complaint);
     visit(inner);

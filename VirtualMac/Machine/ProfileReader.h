@@ -51,6 +51,14 @@ class ProfileReader {
   void readNamed(const std::function<void(const std::string&, ProfileReader&)>& visit);
   /// The value itself; null: it is missing, or there is a complaint already.
   const Json* field(std::string_view key);
+  /// The same, null also after complaining of a value that `fits` refuses.
+  template <class Fits>
+  const Json* field(std::string_view key, const std::string& expected, const Fits& fits) {
+    const Json* value = field(key);
+    if (value == nullptr || fits(*value)) return value;
+    complain(keyPath(key), expected);
+    return nullptr;
+  }
 
   void complain(const std::string& where, const std::string& expected);
   [[nodiscard]] std::string keyPath(std::string_view key) const;
