@@ -16,15 +16,13 @@ using korvel::PropertyValue;
 constexpr HandleRef elementBase = 0x7e0000;
 
 PropertyValue describe(const OtherPowerSourceProfile& source) {
-  PropertyValue::Dictionary description;
-  description["Name"] = source.name;
-  description["Type"] = source.type;
-  description["Transport Type"] = "USB";
-  description["Current Capacity"] = source.currentCapacity;
-  description["Max Capacity"] = 100;
-  description["Is Present"] = true;
-  description["Power Source State"] = "AC Power";
-  return description;
+  return PropertyValue::Dictionary{{"Name", source.name},
+                                   {"Type", source.type},
+                                   {"Transport Type", "USB"},
+                                   {"Current Capacity", source.currentCapacity},
+                                   {"Max Capacity", 100},
+                                   {"Is Present", true},
+                                   {"Power Source State", "AC Power"}};
 }
 
 }  // namespace
@@ -38,16 +36,13 @@ PropertyValue PowerSourceList::batteryDescription() const {
   description["Name"] = "InternalBattery-0";
   description["Type"] = "InternalBattery";
   description["Transport Type"] = "Internal";
-  description["Current Capacity"] = battery.percent();
   description["Max Capacity"] = 100;
   description["Is Present"] = true;
   description["Is Charging"] = battery.isCharging();
   description["Is Charged"] = battery.isFull();
   description["Power Source State"] = adapter.isConnected() ? "AC Power" : "Battery Power";
-  if (capacityOverride) {
-    description.erase("Current Capacity");
-    if (!capacityOverride->isAbsent()) description["Current Capacity"] = *capacityOverride;
-  }
+  const PropertyValue capacity = capacityOverride.value_or(battery.percent());
+  if (!capacity.isAbsent()) description["Current Capacity"] = capacity;
   return description;
 }
 

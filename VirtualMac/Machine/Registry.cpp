@@ -1,6 +1,7 @@
 #include "VirtualMac/Machine/Registry.h"
 
 #include <algorithm>
+#include <array>
 
 #include "Platform/IORegistry.h"
 #include "VirtualMac/Machine/Battery.h"
@@ -33,11 +34,10 @@ constexpr std::int64_t cycleCount = 42;
 
 Dictionary bankProperties(Registry::EntryID entry) {
   const std::int64_t index = entry - firstBankEntry;
-  Dictionary data;
-  data["CellVoltage"] = firstCellMillivolts + cellMillivoltStep * index;
-  data["WeightedRa"] = std::int64_t{40} + index;
-  data["Qmax"] = std::int64_t{6000} + index;
-  data["LifetimeData"] = Dictionary{{"TimeAtHighSoc", std::int64_t{1200} + index}};
+  Dictionary data{{"CellVoltage", firstCellMillivolts + cellMillivoltStep * index},
+                  {"WeightedRa", 40 + index},
+                  {"Qmax", 6000 + index},
+                  {"LifetimeData", Dictionary{{"TimeAtHighSoc", 1200 + index}}}};
   return Dictionary{{"BatteryData", std::move(data)}};
 }
 
@@ -48,18 +48,10 @@ Registry::Registry(const Battery& pack, const Adapter& charger, const Lid& cover
     : battery(pack), adapter(charger), lid(cover), smc(controller), context(shared) {}
 
 std::string_view Registry::className(EntryID entry) {
-  switch (entry) {
-    case controllerEntry:
-      return controllerClass;
-    case batteryEntry:
-      return batteryClass;
-    case rootDomainEntry:
-      return rootDomainClass;
-    case packEntry:
-      return packClass;
-    default:
-      return entry >= firstBankEntry ? bankClass : std::string_view();
-  }
+  static constexpr std::array<std::string_view, 5> byEntry{"", controllerClass, batteryClass,
+                                                           rootDomainClass, packClass};
+  if (entry >= firstBankEntry) return bankClass;
+  return entry < byEntry.size() ? byEntry[entry] : std::string_view();
 }
 
 bool Registry::isHidden(std::string_view className) const {
@@ -95,13 +87,11 @@ bool Registry::externalConnected() const {
 }
 
 Dictionary Registry::buildPackData() const {
-  Dictionary data;
-  data["FullChargeCapacity"] = battery.rawMaxCapacity();
-  data["RemainingCapacity"] = battery.rawCurrentCapacity();
-  data["NominalChargeCapacity"] = battery.rawMaxCapacity();
-  data["DesignCapacity"] = battery.designCapacity();
-  data["Temperature"] = battery.temperatureHundredths();
-  return data;
+  return {{"FullChargeCapacity", battery.rawMaxCapacity()},
+          {"RemainingCapacity", battery.rawCurrentCapacity()},
+          {"NominalChargeCapacity", battery.rawMaxCapacity()},
+          {"DesignCapacity", battery.designCapacity()},
+          {"Temperature", battery.temperatureHundredths()}};
 }
 
 Dictionary Registry::buildBatteryService() const {
