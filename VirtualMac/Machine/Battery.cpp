@@ -89,12 +89,13 @@ std::int64_t Battery::temperatureHundredths() const {
 
 void Battery::setAmbientCelsius(double celsius) {
   profile.ambientCelsius = celsius;
-  journal("ambient set to " + numberText(celsius) + " C");
+  context.journal.record("mac", "ambient set to " + numberText(celsius) + " C");
 }
 
 void Battery::setTemperatureCelsius(std::optional<double> celsius) {
   overrideTemperatureCelsius(celsius);
-  journal(celsius ? "temperature set to " + numberText(*celsius) + " C" : "temperature free");
+  context.journal.record(
+      "mac", celsius ? "temperature set to " + numberText(*celsius) + " C" : "temperature free");
 }
 
 void Battery::overrideTemperatureCelsius(std::optional<double> celsius) {
@@ -170,12 +171,8 @@ void Battery::pass(Nanoseconds duration) {
   if (!reaches) return;
   updateRate();
   context.noteChange();
-  if (percent() != before) journalPercent();
+  if (percent() != before) context.journal.record<EffectID::batteryLevel>(percent());
 }
-
-void Battery::journalPercent() { context.journal.record<EffectID::batteryLevel>(percent()); }
-
-void Battery::journal(std::string what) { context.journal.record("mac", std::move(what)); }
 
 std::int64_t Battery::targetMicrodegrees() const {
   double celsius = profile.ambientCelsius;

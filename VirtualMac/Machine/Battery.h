@@ -77,8 +77,6 @@ class Battery {
 
  private:
   void updateRate();
-  void journalPercent();
-  void journal(std::string what);
   void passTemperature(Nanoseconds duration);
   [[nodiscard]] std::int64_t targetMicrodegrees() const;
   [[nodiscard]] double ratePercentPerHour() const;

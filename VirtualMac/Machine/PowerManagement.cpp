@@ -1,6 +1,7 @@
 #include "VirtualMac/Machine/PowerManagement.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <utility>
 
@@ -38,17 +39,8 @@ std::string wholeSeconds(double seconds) {
 }  // namespace
 
 std::string_view sleepReasonText(SleepReason reason) {
-  switch (reason) {
-    case SleepReason::Idle:
-      return "idle";
-    case SleepReason::Lid:
-      return "lid";
-    case SleepReason::Requested:
-      return "requested";
-    case SleepReason::LowBattery:
-      return "low battery";
-  }
-  return "";
+  static constexpr std::array<std::string_view, 4> texts{"idle", "lid", "requested", "low battery"};
+  return texts[static_cast<std::size_t>(reason)];
 }
 
 PowerManagement::PowerManagement(MachineContext& shared, std::int64_t idleSleepMinutes)
@@ -117,9 +109,7 @@ korvel::KernReturn PowerManagement::setSystemPowerSetting(std::string_view key, 
     context.journal.record<EffectID::settingRefused>(key, int{value}, code);
     return code;
   }
-  if (key == sleepDisabledKey) {
-    sleepDisabledSetting = value;
-  }
+  if (key == sleepDisabledKey) sleepDisabledSetting = value;
   context.journal.record<EffectID::settingWritten>(key, int{value});
   context.noteChange();
   return korvel::kernSuccess;
@@ -179,11 +169,7 @@ void PowerManagement::setIdleSleepMinutes(std::int64_t minutes) {
 
 void PowerManagement::addRegistration(std::int32_t pid, korvel::ObjectRef notifier,
                                       Deliver deliver) {
-  Registration added;
-  added.pid = pid;
-  added.notifier = notifier;
-  added.deliver = std::move(deliver);
-  registrations.push_back(std::move(added));
+  registrations.push_back({.pid = pid, .notifier = notifier, .deliver = std::move(deliver)});
 }
 
 void PowerManagement::removeRegistration(std::int32_t pid, korvel::ObjectRef notifier) {
@@ -366,8 +352,7 @@ void PowerManagement::pass(Nanoseconds duration) {
 
 void PowerManagement::dropProcess(std::int32_t pid) {
   for (const Assertion& each : held) {
-    if (each.owner != pid) continue;
-    context.journal.record<EffectID::assertionDropped>(each.id, pid);
+    if (each.owner == pid) context.journal.record<EffectID::assertionDropped>(each.id, pid);
   }
   std::erase_if(held, [pid](const Assertion& each) { return each.owner == pid; });
   std::erase_if(registrations, [pid](const Registration& each) { return each.pid == pid; });
