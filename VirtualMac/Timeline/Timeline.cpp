@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstdint>
 #include <cstdlib>
 #include <utility>
 
@@ -34,6 +33,22 @@ std::optional<std::string> deedIn(const Journal::Entry& entry) {
       return entry.kind == "mac" ? std::optional(entry.text) : std::nullopt;
   }
 }
+
+/// An effect that switches one thing of the machine.
+struct Switching {
+  EffectID id;
+  bool TimelineState::* field;
+  bool on;
+};
+constexpr std::array<Switching, 7> switchings{{
+    {EffectID::adapterConnected, &TimelineState::adapterConnected, true},
+    {EffectID::adapterDisconnected, &TimelineState::adapterConnected, false},
+    {EffectID::inflowInhibitDropped, &TimelineState::inflowInhibited, false},
+    {EffectID::lidClosed, &TimelineState::lidClosed, true},
+    {EffectID::lidOpened, &TimelineState::lidClosed, false},
+    {EffectID::fellAsleep, &TimelineState::asleep, true},
+    {EffectID::woke, &TimelineState::asleep, false},
+}};
 
 /// A person's request, from the line with which the helper logs who asked; none: another line.
 std::optional<std::string> requestIn(std::string_view text) {
@@ -96,38 +111,13 @@ Timeline TimelineBuilder::finish(double time) const {
 
 void TimelineBuilder::addHardware(const Journal::Entry& entry) {
   if (const std::optional<int> percent = batteryLevelIn(entry)) now.percent = *percent;
-  switch (entry.effect.id) {
-    case EffectID::adapterConnected:
-      now.adapterConnected = true;
-      break;
-    case EffectID::adapterDisconnected:
-      now.adapterConnected = false;
-      break;
-    case EffectID::inflowInhibitDropped:
-      now.inflowInhibited = false;
-      break;
-    case EffectID::lidClosed:
-      now.lidClosed = true;
-      break;
-    case EffectID::lidOpened:
-      now.lidClosed = false;
-      break;
-    case EffectID::fellAsleep:
-      now.asleep = true;
-      break;
-    case EffectID::woke:
-      now.asleep = false;
-      break;
-    case EffectID::nativeLimitByUser:
-    case EffectID::nativeLimitSet:
-      now.chargingPaused = numberAfter(entry.effect.word(0), "").value_or(100) < 100;
-      break;
-    case EffectID::keyWritten:
-      addWrite(entry.effect.word(0), entry.effect.word(1));
-      break;
-    default:
-      break;
+  for (const Switching& each : switchings) {
+    if (entry.tells(each.id)) now.*each.field = each.on;
   }
+  if (entry.tells(EffectID::nativeLimitByUser) || entry.tells(EffectID::nativeLimitSet)) {
+    now.chargingPaused = numberAfter(entry.effect.word(0), "").value_or(100) < 100;
+  }
+  if (entry.tells(EffectID::keyWritten)) addWrite(entry.effect.word(0), entry.effect.word(1));
 }
 
 void TimelineBuilder::addWrite(std::string_view key, std::string_view payload) {
