@@ -94,6 +94,8 @@ std::optional<int> batteryLevelIn(const Journal::Entry& entry);
 /// sleep and helper, requests above, numbered log lines below. The same timeline gives the same
 /// bytes. Has its own light background, so it reads on a dark page too.
 std::string timelineSVG(const Timeline& timeline);
+/// The same into a file; false: it cannot be written.
+bool writeTimeline(const std::string& file, const Timeline& timeline);
 
 /// `01:02:05`, with `1d ` before it from a day on.
 std::string timelineClock(double seconds);

@@ -6,6 +6,7 @@
 #include <array>
 #include <cmath>
 #include <cstddef>
+#include <fstream>
 #include <functional>
 #include <iterator>
 #include <span>
@@ -267,17 +268,9 @@ class Drawing {
   }
 
   static std::string_view flagFill(TimelineMarkKind kind) {
-    switch (kind) {
-      case TimelineMarkKind::Refusal:
-      case TimelineMarkKind::Loss:
-        return errorInk;
-      case TimelineMarkKind::Event:
-        return eventInk;
-      case TimelineMarkKind::Deed:
-        return deedInk;
-      default:
-        return ink;
-    }
+    if (kind == TimelineMarkKind::Refusal || kind == TimelineMarkKind::Loss) return errorInk;
+    if (kind == TimelineMarkKind::Event) return eventInk;
+    return kind == TimelineMarkKind::Deed ? deedInk : ink;
   }
 
   /// Draws the flags, and the signs that count the marks without a flag. Every mark has its pole;
@@ -374,6 +367,13 @@ class Drawing {
 std::string timelineSVG(const Timeline& timeline) {
   if (timeline.samples.empty()) return {};
   return Drawing(timeline).svg();
+}
+
+bool writeTimeline(const std::string& file, const Timeline& timeline) {
+  std::ofstream stream(file, std::ios::binary);
+  stream << timelineSVG(timeline);
+  stream.flush();
+  return static_cast<bool>(stream);
 }
 
 }  // namespace virtualmac

@@ -12,23 +12,14 @@ namespace virtualmac {
 std::string escapedXML(std::string_view text) {
   std::string result;
   for (const char character : text) {
-    switch (character) {
-      case '&':
-        result += "&amp;";
-        break;
-      case '<':
-        result += "&lt;";
-        break;
-      case '>':
-        result += "&gt;";
-        break;
-      case '"':
-        result += "&quot;";
-        break;
-      default:
-        // XML has no place for control characters, not even escaped.
-        result += static_cast<unsigned char>(character) < 0x20 ? ' ' : character;
-    }
+    const std::string_view escape = character == '&'   ? "&amp;"
+                                    : character == '<' ? "&lt;"
+                                    : character == '>' ? "&gt;"
+                                    : character == '"' ? "&quot;"
+                                                       : "";
+    // XML has no place for control characters, not even escaped.
+    const char plain = static_cast<unsigned char>(character) < 0x20 ? ' ' : character;
+    result += escape.empty() ? std::string_view(&plain, 1) : escape;
   }
   return result;
 }

@@ -9,7 +9,6 @@
 #include <exception>
 #include <expected>
 #include <filesystem>
-#include <fstream>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -42,13 +41,6 @@ struct Choices {
 
 int failed(const Choices& choices, const std::string& text) {
   return complain("virtual-mac", choices.asJSON, text, exitFailed);
-}
-
-bool writeTimeline(const std::string& file, const Timeline& timeline) {
-  std::ofstream stream(file, std::ios::binary);
-  stream << timelineSVG(timeline);
-  stream.flush();
-  return static_cast<bool>(stream);
 }
 
 /// How the run of one file ended.

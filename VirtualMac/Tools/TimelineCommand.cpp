@@ -61,10 +61,9 @@ int draw(const std::string& root, bool asJSON, const Choices& choices) {
     end = entry.time;
   }
   if (!shown) return failed(journal + " tells nothing from then on");
-  std::ofstream picture(choices.file, std::ios::binary);
-  picture << timelineSVG(shown->finish(end));
-  picture.flush();
-  return picture ? exitDone : failed(choices.file + " cannot be written");
+  if (!writeTimeline(choices.file, shown->finish(end)))
+    return failed(choices.file + " cannot be written");
+  return exitDone;
 }
 
 }  // namespace
