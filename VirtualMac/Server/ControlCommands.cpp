@@ -37,24 +37,6 @@ ControlReply set(MachineServer& server, const Words& words) {
   return value ? perform(server, *deed, *value) : usage(value.error());
 }
 
-}  // namespace
-
-ControlReply faultList(const Words& active) {
-  ControlReply reply;
-  nlohmann::ordered_json all = nlohmann::ordered_json::array();
-  for (const Fault& fault : faultCatalogue()) {
-    const std::string use = std::string(fault.name) + (fault.arguments.empty() ? "" : " ") +
-                            std::string(fault.arguments);
-    reply.text += fmt::format("{:<36} {}\n", use, fault.text);
-    all.push_back({{"name", fault.name}, {"arguments", fault.arguments}, {"text", fault.text}});
-  }
-  for (const std::string& line : active) reply.text += "on: " + line + '\n';
-  reply.json = nlohmann::ordered_json{{"faults", all}, {"on", active}}.dump();
-  return reply;
-}
-
-namespace {
-
 ControlReply fault(MachineServer& server, const Words& words) {
   if (words == Words{"list"}) return faultList(activeFaults(server.machine()));
   if (const auto defect = faultDefect(words)) return usage(*defect);
@@ -115,6 +97,20 @@ const std::map<std::string, Simple, std::less<>>& simpleCommands() {
 }
 
 }  // namespace
+
+ControlReply faultList(const Words& active) {
+  ControlReply reply;
+  nlohmann::ordered_json all = nlohmann::ordered_json::array();
+  for (const Fault& fault : faultCatalogue()) {
+    const std::string use = std::string(fault.name) + (fault.arguments.empty() ? "" : " ") +
+                            std::string(fault.arguments);
+    reply.text += fmt::format("{:<36} {}\n", use, fault.text);
+    all.push_back({{"name", fault.name}, {"arguments", fault.arguments}, {"text", fault.text}});
+  }
+  for (const std::string& line : active) reply.text += "on: " + line + '\n';
+  reply.json = nlohmann::ordered_json{{"faults", all}, {"on", active}}.dump();
+  return reply;
+}
 
 void runControlCommand(MachineServer& server, const std::string& command, const Words& arguments,
                        const ControlAnswer& answer) {

@@ -180,13 +180,9 @@ std::optional<Enforcement> enforcementFrom(const nlohmann::json& json) {
   try {
     Enforcement read;
     const auto name = json.at("loop").get<std::string>();
-    bool known = false;
-    for (const LoopWords& each : loopWords) {
-      if (each.name != name) continue;
-      read.loop = each.loop;
-      known = true;
-    }
-    if (!known) return std::nullopt;
+    const auto* const known = std::ranges::find(loopWords, name, &LoopWords::name);
+    if (known == loopWords.end()) return std::nullopt;
+    read.loop = known->loop;
     if (!json.at("limit").is_null()) read.limit = json["limit"].get<std::int64_t>();
     read.armedByConnection = json.at("armedByConnection").get<bool>();
     read.outcome = text("outcome");

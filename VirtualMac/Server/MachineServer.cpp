@@ -32,7 +32,7 @@ MachineServer::MachineServer(asio::io_context& mainLoop, MachineOptions options)
     journalFile.append(journalLine(entry));
     trail.hear(entry);
     const auto listening = followers;
-    for (const auto& follower : listening) follower->listener(entry);
+    for (const auto& follower : listening) (*follower)(entry);
   });
   mac.setDownHandler([this](std::string_view) {
     losingPower = true;
@@ -125,7 +125,7 @@ void MachineServer::shutDown(std::function<void()> done) {
 }
 
 std::function<void()> MachineServer::follow(JournalListener listener) {
-  auto follower = std::make_shared<Follower>(Follower{std::move(listener)});
+  auto follower = std::make_shared<JournalListener>(std::move(listener));
   followers.push_back(follower);
   return [this, follower] { std::erase(followers, follower); };
 }

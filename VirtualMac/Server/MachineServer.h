@@ -83,16 +83,13 @@ class MachineServer {
   std::function<void()> follow(JournalListener listener);
 
  private:
-  struct Follower {
-    JournalListener listener;
-  };
   void helperStarted(const JobRunner::Started& started);
   void helperEnded(pid_t pid, const ProcessEnd& how);
 
   asio::io_context& loop;
   MachineOptions chosen;
   JournalFile journalFile;
-  std::vector<std::shared_ptr<Follower>> followers;
+  std::vector<std::shared_ptr<JournalListener>> followers;
   EnforcementTrail trail;
   Journal effects;
   Machine mac;

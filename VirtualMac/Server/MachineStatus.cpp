@@ -52,16 +52,8 @@ std::string chargeText(const Battery& battery) {
 
 std::string_view powerText(const Machine& machine) {
   if (machine.isOff()) return "off";
-  switch (machine.power.phase()) {
-    case SleepPhase::Awake:
-      return "awake";
-    case SleepPhase::Asking:
-    case SleepPhase::Leaving:
-      return "falling asleep";
-    case SleepPhase::Asleep:
-      return "asleep";
-  }
-  return "awake";
+  if (machine.power.isAsleep()) return "asleep";
+  return machine.power.phase() == SleepPhase::Awake ? "awake" : "falling asleep";
 }
 
 std::string lidText(const Lid& lid) {

@@ -1,7 +1,6 @@
 #include "VirtualMac/Server/RealTimeDriver.h"
 
 #include <algorithm>
-#include <utility>
 
 namespace virtualmac {
 

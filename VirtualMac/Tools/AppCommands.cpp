@@ -53,10 +53,6 @@ int complain(const Choices& choices, const AppConnection::OpenError& error) {
                               error.isUsage ? exitUsage : exitFailed);
 }
 
-std::expected<AppConnection, AppConnection::OpenError> connect(const Choices& choices) {
-  return AppConnection::open(RootDirectory::at(choices.root), choices.identity);
-}
-
 int printPid(const Choices& choices, const PropertyValue& value) {
   const std::int64_t pid = value.integer().value_or(0);
   if (choices.asJSON)
@@ -89,7 +85,7 @@ int printOutcome(const Choices& choices, const std::vector<XPCValue>& values) {
 }
 
 int perform(const Choices& choices, const Operation& operation) {
-  auto helper = connect(choices);
+  auto helper = AppConnection::open(RootDirectory::at(choices.root), choices.identity);
   if (!helper) return complain(choices, helper.error());
   if (operation.answer == OperationAnswer::None) {
     // The closed connection stands for the reply. A ping first: a refused client's cut-off is not

@@ -36,6 +36,22 @@ std::optional<std::string> unknownCommand(const CLI::App& program,
   return std::nullopt;
 }
 
+int parseAndRun(CLI::App& program, const std::vector<const char*>& optionsWithValue, int argc,
+                char** argv, const std::function<int()>& chosen) {
+  const bool asJSON = std::find(argv, argv + argc, std::string_view("--json")) != argv + argc;
+  if (const auto problem = unknownCommand(program, optionsWithValue, argc, argv)) {
+    return complain(program.get_name(), asJSON, *problem, exitUsage);
+  }
+  try {
+    program.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    if (error.get_exit_code() == 0) return program.exit(error);
+    return complain(program.get_name(), asJSON,
+                    error.what() + std::string(asJSON ? "" : " (try --help)"), exitUsage);
+  }
+  return chosen();
+}
+
 }  // namespace
 
 int complain(std::string_view program, bool asJSON, const std::string& text, int exitCode,
@@ -77,26 +93,6 @@ void flushOutput() {
   if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0 && std::cout) return;
   throw std::system_error(errno != 0 ? errno : EIO, std::generic_category());
 }
-
-namespace {
-
-int parseAndRun(CLI::App& program, const std::vector<const char*>& optionsWithValue, int argc,
-                char** argv, const std::function<int()>& chosen) {
-  const bool asJSON = std::find(argv, argv + argc, std::string_view("--json")) != argv + argc;
-  if (const auto problem = unknownCommand(program, optionsWithValue, argc, argv)) {
-    return complain(program.get_name(), asJSON, *problem, exitUsage);
-  }
-  try {
-    program.parse(argc, argv);
-  } catch (const CLI::ParseError& error) {
-    if (error.get_exit_code() == 0) return program.exit(error);
-    return complain(program.get_name(), asJSON,
-                    error.what() + std::string(asJSON ? "" : " (try --help)"), exitUsage);
-  }
-  return chosen();
-}
-
-}  // namespace
 
 int runCommandLine(CLI::App& program, const std::vector<const char*>& optionsWithValue, int argc,
                    char** argv, const std::function<int()>& chosen) {
