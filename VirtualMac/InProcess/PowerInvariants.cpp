@@ -1,6 +1,4 @@
 #include <cstdint>
-#include <map>
-#include <optional>
 #include <string>
 
 #include "HelperRecords.h"

@@ -1,8 +1,6 @@
 #include <map>
-#include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
 
 #include "Operations.h"
 #include "VirtualMac/InProcess/Invariants.h"

@@ -1,6 +1,5 @@
 #include "VirtualMac/Schedule/VirtualQueue.h"
 
-#include <algorithm>
 #include <utility>
 
 #include "Base/Trap.h"
