@@ -22,8 +22,7 @@ TEST_F(AbsurdReadingsTest, TheHighestReadingThatStaysIsNoRebound) {
 TEST_F(AbsurdReadingsTest, ThreePointsBelowTheHighestReadingAndUpAgainAreARebound) {
   bootDischarging(most - 3);
   run(5);
-  charge(most);
-  run(5);
+  tickAt(most);
   EXPECT_THAT(logs(),
               ElementsAre("default auto-stop discharge: capacity rebounded to "
                           "9223372036854775807% (≥ min 9223372036854775804% + 3) — inhibit lost, "
@@ -33,8 +32,7 @@ TEST_F(AbsurdReadingsTest, ThreePointsBelowTheHighestReadingAndUpAgainAreAReboun
 
 TEST_F(AbsurdReadingsTest, TheLowestReadingEndsADischargeAtTheFloor) {
   bootDischarging();
-  charge(least);
-  run(5);
+  tickAt(least);
   EXPECT_THAT(logs(),
               ElementsAre("default auto-stop discharge: cap=-9223372036854775808 ≤ floor=20",
                           "default force-discharge auto-stopped: reason=floorReached"));
@@ -42,12 +40,10 @@ TEST_F(AbsurdReadingsTest, TheLowestReadingEndsADischargeAtTheFloor) {
 
 TEST_F(AbsurdReadingsTest, TheGateFollowsTheHighestAndTheLowestReading) {
   bootWithLimit(80);
-  charge(most);
-  run(5);
+  tickAt(most);
   EXPECT_THAT(since("smc"), ElementsAre("smc CHTE <- 01 00 00 00"));
   mark();
-  charge(least);
-  run(5);
+  tickAt(least);
   EXPECT_THAT(since("smc"), ElementsAre("smc CHTE <- 00 00 00 00"));
 }
 

@@ -27,6 +27,13 @@ class DelegateTest : public ::testing::Test {
     bench.mark();
   }
 
+  /// Accepts the connection, waits until the core has counted it, and marks.
+  void accept() {
+    EXPECT_TRUE(delegate->shouldAcceptNewConnection(connection));
+    bench.world.runUntilIdle();
+    bench.mark();
+  }
+
   Bench bench;
   std::shared_ptr<HelperImpl> core;
   std::shared_ptr<HelperListenerDelegate> delegate, teamless;
@@ -209,9 +216,7 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& each) { return std::string(each.param.name); });
 
 TEST_F(DelegateTest, InvalidationNamesItsPlaceInTheEntryAndCountsOut) {
-  delegate->shouldAcceptNewConnection(connection);
-  bench.world.runUntilIdle();
-  bench.mark();
+  accept();
   connection.invalidation();
   ASSERT_EQ(bench.logs("Listener").size(), 1U);
   EXPECT_THAT(bench.logs("Listener").front(),
@@ -222,10 +227,8 @@ TEST_F(DelegateTest, InvalidationNamesItsPlaceInTheEntryAndCountsOut) {
 }
 
 TEST_F(DelegateTest, InvalidationStillCountsOutAfterTheDelegateIsGone) {
-  delegate->shouldAcceptNewConnection(connection);
-  bench.world.runUntilIdle();
+  accept();
   delegate.reset();
-  bench.mark();
   connection.invalidation();
   connection.interruption();
   bench.world.runUntilIdle();
@@ -241,9 +244,7 @@ TEST_F(DelegateTest, HandlersDoNotKeepTheDelegateAlive) {
 }
 
 TEST_F(DelegateTest, InterruptionIsALineAndNothingElse) {
-  delegate->shouldAcceptNewConnection(connection);
-  bench.world.runUntilIdle();
-  bench.mark();
+  accept();
   connection.interruption();
   bench.world.runUntilIdle();
   EXPECT_THAT(bench.since("log"), ElementsAre("log Listener default \"connection interrupted\""));
@@ -262,29 +263,26 @@ TEST(RequirementTest, EscapesNothing) {
             "\"c\\d\" and certificate leaf[field.1.2.840.113635.100.6.1.13] exists");
 }
 
-TEST(AdmissionTest, OneOfTwoLeavingLeavesOneCounted) {
-  Bench bench;
-  bench.boot();
-  const auto second = bench.world.connectApp();
-  second->await(second->ping());
-  bench.app->disconnect();
-  bench.run(60);
-  EXPECT_THAT(bench.logs(), ElementsAre("default client connected (count=2)",
-                                        "default client disconnected (count=1)"));
+using AdmissionTest = OnBench;
+
+TEST_F(AdmissionTest, OneOfTwoLeavingLeavesOneCounted) {
+  boot();
+  const auto second = connectAnother();
+  app->disconnect();
+  run(60);
+  EXPECT_THAT(logs(), ElementsAre("default client connected (count=2)",
+                                  "default client disconnected (count=1)"));
   EXPECT_TRUE(second->connected());
 }
 
-TEST(AdmissionTest, InterruptedConnectionStillCounts) {
-  Bench bench;
-  bench.bootWithLimit(50);
-  bench.app->interrupt();
-  bench.run(60);
-  EXPECT_THAT(bench.logs("Listener"), ElementsAre("default connection interrupted"));
-  EXPECT_THAT(bench.logs(), IsEmpty());
-  const auto second = bench.world.connectApp();
-  second->await(second->ping());
-  bench.world.runUntilIdle();
-  EXPECT_THAT(bench.logs(), ElementsAre("default client connected (count=2)"));
+TEST_F(AdmissionTest, InterruptedConnectionStillCounts) {
+  bootWithLimit(50);
+  app->interrupt();
+  run(60);
+  EXPECT_THAT(logs("Listener"), ElementsAre("default connection interrupted"));
+  EXPECT_THAT(logs(), IsEmpty());
+  const auto second = connectAnother();
+  EXPECT_THAT(logs(), ElementsAre("default client connected (count=2)"));
 }
 
 class StrangerTest : public ::testing::TestWithParam<const char*> {};

@@ -53,41 +53,56 @@ void Bench::saveState(const HelperState& record) {
 
 void Bench::boot() {
   world.startHelper();
-  app = world.connectApp();
-  app->await(app->ping());
-  world.runUntilIdle();
+  app = connectAnother();
   mark();
 }
 
-void Bench::bootWithLimit(std::uint8_t limit) {
-  charge(limit - 1);
+void Bench::bootAt(std::int64_t percent) {
+  charge(percent);
   boot();
+}
+
+void Bench::bootWithLimit(std::uint8_t limit, std::optional<std::int64_t> percent) {
+  bootAt(limit - 1);
   ASSERT_EQ(outcome(call(app->setChargeLimit(limit))), "ok");
   mark();
+  if (percent) charge(*percent);
 }
 
 void Bench::bootHeatPaused() {
   HelperState record = savedLimit(50);
   record.heatPauseActive = true;
   saveState(record);
-  charge(49);
-  boot();
+  bootAt(49);
   ASSERT_TRUE(onDisk().heatPauseActive);
 }
 
 void Bench::bootDischarging(std::int64_t percent) {
-  bootWithLimit(50);
-  charge(percent);
+  bootWithLimit(50, percent);
   ASSERT_EQ(outcome(call(app->forceDischarge(true))), "ok");
   mark();
 }
 
 void Bench::bootArmedDischarge(std::int64_t percent) {
-  bootWithLimit(50);
-  charge(percent);
+  bootWithLimit(50, percent);
   ASSERT_EQ(outcome(call(app->setClamshellKeepAwake(true))), "ok");
   ASSERT_EQ(outcome(call(app->forceDischarge(true))), "ok");
   mark();
+}
+
+void Bench::bootDockedDischarge(std::int64_t percent) {
+  mac().lid.connectDisplay();
+  bootArmedDischarge(percent);
+}
+
+void Bench::bootToppingOff(std::uint8_t limit, std::optional<std::int64_t> percent) {
+  bootWithLimit(limit, percent);
+  call(app->releaseLimitUntilFullThenRestore());
+}
+
+void Bench::startHelper() {
+  world.startHelper();
+  world.runUntilIdle();
 }
 
 void Bench::charge(std::int64_t percent) { mac().powerSources.overrideCurrentCapacity(percent); }
@@ -110,6 +125,41 @@ const AppCall& Bench::call(const AppCallRef& made) {
   const AppCall& answered = app->await(made);
   world.runUntilIdle();
   return answered;
+}
+
+void Bench::tickAt(std::int64_t percent) {
+  charge(percent);
+  run(5);
+}
+
+virtualmac::CallCounts Bench::callsDuring(double seconds) {
+  const auto before = world.callCounts();
+  run(seconds);
+  return world.callCounts() - before;
+}
+
+const std::vector<double>& Bench::noteTicks() {
+  world.faults().observe([this](SeamCall call) {
+    if (call == SeamCall::powerSourcesCopyInfo) ticks.push_back(world.now());
+  });
+  return ticks;
+}
+
+std::unique_ptr<AppClient> Bench::connectAnother() {
+  auto client = world.connectApp();
+  client->await(client->ping());
+  world.runUntilIdle();
+  return client;
+}
+
+void Bench::quit() {
+  app->quit();
+  world.runUntilIdle();
+}
+
+void Bench::sleepNow() {
+  mac().power.requestSleep();
+  run(1);
 }
 
 Lines Bench::since(std::string_view kinds) {

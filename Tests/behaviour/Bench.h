@@ -42,15 +42,23 @@ class Bench {
   void saveState(const HelperState& record);
   /// Starts the helper, connects the application, waits until all is idle, and marks.
   void boot();
+  /// Does the same at a charge of `percent`.
+  void bootAt(std::int64_t percent);
   /// Boots with an enforced limit and a charge one below it, so that the gate is still untouched,
-  /// and marks.
-  void bootWithLimit(std::uint8_t limit);
+  /// and marks. The charge is `percent` from then on, when that is given.
+  void bootWithLimit(std::uint8_t limit, std::optional<std::int64_t> percent = std::nullopt);
   /// Boots with a record of a limit of 50 and of a heat pause, at a charge of 49.
   void bootHeatPaused();
   /// Sets a limit of 50 at a charge of `percent`, starts a discharge, and marks.
   void bootDischarging(std::int64_t percent = 70);
   /// Does the same with keep-awake armed first.
   void bootArmedDischarge(std::int64_t percent = 70);
+  /// Does the same with a display, which holds off the lid's sleep once keep-awake ends.
+  void bootDockedDischarge(std::int64_t percent = 70);
+  /// Boots with an enforced limit, marks, and starts a top-off at a charge of `percent`.
+  void bootToppingOff(std::uint8_t limit, std::optional<std::int64_t> percent = std::nullopt);
+  /// Starts the helper and waits until all is idle; nobody connects.
+  void startHelper();
 
   /// Sets the charge that the next readings give.
   void charge(std::int64_t percent);
@@ -61,6 +69,18 @@ class Bench {
   /// Awaits the answer, then runs until nothing more happens without time passing.
   const AppCall& call(const AppCallRef& made);
   void run(double seconds) { world.runFor(seconds); }
+  /// Sets the charge and runs for the five seconds of a tick.
+  void tickAt(std::int64_t percent);
+  /// Runs and counts the helper's platform calls meanwhile.
+  virtualmac::CallCounts callsDuring(double seconds);
+  /// Collects from now on the times at which the charge is read, which every tick does once.
+  const std::vector<double>& noteTicks();
+  /// Connects one more application and waits until all is idle.
+  std::unique_ptr<AppClient> connectAnother();
+  /// Has the application end the helper.
+  void quit();
+  /// Asks the Mac to sleep and gives it a second to do so.
+  void sleepNow();
 
   /// Gives the journal since the last mark, only these kinds ("smc log"), as "kind text".
   [[nodiscard]] Lines since(std::string_view kinds);
@@ -86,6 +106,7 @@ class Bench {
  private:
   std::size_t marked = 0;
   std::size_t markedLogs = 0;
+  std::vector<double> ticks;
   Lines excused;
 };
 

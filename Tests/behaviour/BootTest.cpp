@@ -19,8 +19,7 @@ HelperState crashed(bool discharging, bool keptAwake) {
 void startOn(Bench& bench, const HelperState& record) {
   bench.saveState(record);
   bench.mark();
-  bench.world.startHelper();
-  bench.world.runUntilIdle();
+  bench.startHelper();
 }
 
 constexpr const char* clearingKeys =
@@ -82,8 +81,7 @@ TEST_F(BootTest, KeyThatCannotBeClearedIsTriedOnce) {
   EXPECT_FALSE(onDisk().forceDischargeActive);
   world.killHelper();
   mark();
-  world.startHelper();
-  world.runUntilIdle();
+  startHelper();
   EXPECT_THAT(since("smc"), IsEmpty());
 }
 
@@ -153,8 +151,7 @@ TEST_F(BootTest, BundleWithoutAVersionDropsTheRecordsVersion) {
 }
 
 TEST_F(BootTest, NoStateFileStartsAtEightyAndWritesOne) {
-  world.startHelper();
-  world.runUntilIdle();
+  startHelper();
   EXPECT_EQ(logs().front(), "default HelperImpl boot pid=501 limit=80");
   HelperState expected;
   expected.helperVersion = "2.0.0";
@@ -164,8 +161,7 @@ TEST_F(BootTest, NoStateFileStartsAtEightyAndWritesOne) {
 TEST_F(BootTest, CorruptStateFileStartsAtEightyAndIsReplaced) {
   mac().disk.writeFile("/Library/Application Support/com.korvel.app.helper/state.json",
                        "{\"chargeLimit\": 60", 0600);
-  world.startHelper();
-  world.runUntilIdle();
+  startHelper();
   EXPECT_EQ(logs().front(), "default HelperImpl boot pid=501 limit=80");
   ASSERT_EQ(logs("Persistence").size(), 1U);
   EXPECT_THAT(logs("Persistence").front(), ::testing::StartsWith("fault state.json corrupt"));
@@ -184,9 +180,7 @@ TEST_F(BootTest, ChargingKeysAndNativeLimitStayAsTheyWere) {
 TEST_F(BootTest, NothingTicksAfterwards) {
   charge(95);
   startOn(*this, savedLimit(60));
-  const auto before = world.callCounts();
-  run(600);
-  EXPECT_EQ((world.callCounts() - before).text(), "") << "a client has to come first";
+  EXPECT_EQ(callsDuring(600).text(), "") << "a client has to come first";
 }
 
 TEST_F(BootTest, RecoveryComesBeforeTheFirstCommandOfAWaitingClient) {
@@ -234,15 +228,13 @@ TEST_F(BootTest, RegistrationThatFailsLeavesAHelperWithoutSleepHandling) {
   charge(90);
   call(app->setChargeLimit(50));
   mark();
-  mac().power.requestSleep();
-  run(1);
+  sleepNow();
   EXPECT_TRUE(mac().power.isAsleep());
   EXPECT_THAT(since("log"), IsEmpty());
 }
 
 TEST_F(BootTest, DischargeThatStartedBeforeItsRecordWasWrittenIsNotRecovered) {
-  bootWithLimit(50);
-  charge(70);
+  bootWithLimit(50, 70);
   world.faults().killAtCall(0);
   world.faults().observe([this, armed = true](SeamCall call) mutable {
     // The first file call after the inhibit was written is the record's.
@@ -256,8 +248,7 @@ TEST_F(BootTest, DischargeThatStartedBeforeItsRecordWasWrittenIsNotRecovered) {
   ASSERT_FALSE(world.helperRunning());
   ASSERT_EQ(key("CHIE"), "08");
   world.faults().observe({});
-  world.startHelper();
-  world.runUntilIdle();
+  startHelper();
   EXPECT_EQ(key("CHIE"), "08") << "the record never said that a discharge runs";
 }
 

@@ -47,8 +47,7 @@ TEST_F(ChargeLimitTest, RecordReachesTheDiskBeforeTheReplyAndTheFirstTickFollows
 
 TEST_F(ChargeLimitTest, HundredIsPersistedThenResumesChargingAndStopsTheLoop) {
   bootWithLimit(50);
-  charge(70);
-  run(5);
+  tickAt(70);
   ASSERT_EQ(key("CHTE"), "01 00 00 00");
   mark();
   call(app->setChargeLimit(100));
@@ -57,9 +56,7 @@ TEST_F(ChargeLimitTest, HundredIsPersistedThenResumesChargingAndStopsTheLoop) {
   EXPECT_THAT(logs(), ElementsAre(audit(*this, "setChargeLimit(100)"),
                                   "default 100% target — returned charging to macOS and stopped "
                                   "enforcement"));
-  const auto reads = world.callCounts();
-  run(60);
-  EXPECT_EQ((world.callCounts() - reads).text(), "") << "the loop still runs";
+  EXPECT_EQ(callsDuring(60).text(), "") << "the loop still runs";
 }
 
 TEST_F(ChargeLimitTest, RepeatedLimitRestartsTheTimerAndWritesTheRecordAgain) {
@@ -71,12 +68,8 @@ TEST_F(ChargeLimitTest, RepeatedLimitRestartsTheTimerAndWritesTheRecordAgain) {
   EXPECT_EQ((world.callCounts() - before)[SeamCall::powerSourcesCopyInfo], 1U) << "no tick at once";
   EXPECT_THAT(since("disk"),
               ElementsAre("disk state.json replaced: lastWriteAt=2026-01-01T00:00:03Z"));
-  const auto after = world.callCounts();
-  run(4.999);
-  EXPECT_EQ((world.callCounts() - after)[SeamCall::powerSourcesCopyInfo], 0U)
-      << "the old timer still fires";
-  run(0.001);
-  EXPECT_EQ((world.callCounts() - after)[SeamCall::powerSourcesCopyInfo], 1U);
+  EXPECT_EQ(callsDuring(4.999)[SeamCall::powerSourcesCopyInfo], 0U) << "the old timer still fires";
+  EXPECT_EQ(callsDuring(0.001)[SeamCall::powerSourcesCopyInfo], 1U);
 }
 
 TEST_F(ChargeLimitTest, SetKeepsBandAndDischargeAndClearsHeatPauseAndTopUp) {
@@ -84,8 +77,7 @@ TEST_F(ChargeLimitTest, SetKeepsBandAndDischargeAndClearsHeatPauseAndTopUp) {
   record.sailingBand = 9;
   record.heatPauseActive = true;
   saveState(record);
-  charge(72);
-  boot();
+  bootAt(72);
   ASSERT_TRUE(state().heatPauseActive);
   call(app->releaseLimitUntilFullThenRestore());
   ASSERT_TRUE(state().topUpActive);
@@ -105,8 +97,7 @@ TEST_F(ChargeLimitTest, BandSurvivesEveryCommand) {
   HelperState record = savedLimit(50);
   record.sailingBand = 23;
   saveState(record);
-  charge(70);
-  boot();
+  bootAt(70);
   for (const auto& [name, command] : everyCommand()) {
     ASSERT_EQ(outcome(call(command(*app))), "ok") << name;
     EXPECT_EQ(onDisk().sailingBand, 23) << name;
@@ -142,9 +133,7 @@ TEST_F(ChargeLimitTest, ClearResumesReleasesTheInflowAndKeepsTheLimit) {
   const HelperState after = state();
   EXPECT_EQ(after.chargeLimit, 50);
   EXPECT_FALSE(after.lastDischargeAbortReason.has_value());
-  const auto before = world.callCounts();
-  run(30);
-  EXPECT_EQ((world.callCounts() - before).text(), "") << "a timer still runs";
+  EXPECT_EQ(callsDuring(30).text(), "") << "a timer still runs";
 }
 
 TEST_F(ChargeLimitTest, ClearDisarmsKeepAwakeBeforeItResumes) {
@@ -190,17 +179,14 @@ TEST_F(ChargeLimitTest, ClearKeepsTheLimitForTheNextClientToArm) {
   bootWithLimit(55);
   call(app->clearChargeLimit());
   mark();
-  const auto second = world.connectApp();
-  second->await(second->ping());
-  world.runUntilIdle();
+  const auto second = connectAnother();
   EXPECT_THAT(logs(), ElementsAre("default client connected (count=2)",
                                   "default client connect — arming polling loop at "
                                   "limit=55"));
 }
 
 TEST_F(ChargeLimitTest, UnverifiedWriteIsReportedOnceAndRemembered) {
-  bootWithLimit(50);
-  charge(70);
+  bootWithLimit(50, 70);
   mac().smc.key("CHTE")->silentlyRefuses = true;
   run(5);
   EXPECT_THAT(logs(), ElementsAre("fault SMC write unverified — read-back disagreed; "
@@ -222,8 +208,7 @@ TEST_F(ChargeLimitTest, UnverifiedWriteIsReportedOnceAndRemembered) {
 TEST_F(ChargeLimitTest, OlderPairIsVerifiedOnlyWhenBothOfItsKeysAre) {
   for (const std::string refusing : {"CH0B", "CH0C"}) {
     Bench bench("older-pair");
-    bench.bootWithLimit(50);
-    bench.charge(70);
+    bench.bootWithLimit(50, 70);
     bench.mac().smc.key(refusing)->silentlyRefuses = true;
     bench.run(5);
     EXPECT_EQ(bench.logs().back(), "default charge enforcement pause:ok") << refusing;
@@ -236,8 +221,7 @@ TEST_F(ChargeLimitTest, OlderPairIsVerifiedOnlyWhenBothOfItsKeysAre) {
 
 TEST_F(ChargeLimitTest, VerifiedWriteOverAVerifiedRecordDoesNotTouchTheDisk) {
   bootWithLimit(50);
-  charge(70);
-  run(5);
+  tickAt(70);
   EXPECT_THAT(since("smc disk"), ElementsAre("smc CHTE <- 01 00 00 00"));
 }
 

@@ -10,30 +10,23 @@ constexpr const char* suspending =
     "default all clients gone — suspending enforcement, resuming normal charging (saved limit=50 "
     "retained)";
 
-std::unique_ptr<AppClient> connectAnother(Bench& bench) {
-  auto client = bench.world.connectApp();
-  client->await(client->ping());
-  bench.world.runUntilIdle();
-  return client;
-}
-
 void leave(Bench& bench) {
   bench.app->disconnect();
   bench.world.runUntilIdle();
 }
 
+void leaveFor(Bench& bench, double seconds) {
+  leave(bench);
+  bench.run(seconds);
+}
+
 using ClientPresenceTest = OnBench;
 
 TEST_F(ClientPresenceTest, QuickReturnKeepsTheLoopRunningWithoutAGap) {
-  bootWithLimit(50);
-  charge(70);
-  std::vector<double> ticks;
-  world.faults().observe([&](SeamCall call) {
-    if (call == SeamCall::powerSourcesCopyInfo) ticks.push_back(world.now());
-  });
-  leave(*this);
-  run(29.5);
-  const auto again = connectAnother(*this);
+  bootWithLimit(50, 70);
+  const auto& ticks = noteTicks();
+  leaveFor(*this, 29.5);
+  const auto again = connectAnother();
   run(31);
   EXPECT_THAT(logs(), ElementsAre("default client disconnected (count=0)",
                                   "default charge enforcement pause:ok",
@@ -44,9 +37,8 @@ TEST_F(ClientPresenceTest, QuickReturnKeepsTheLoopRunningWithoutAGap) {
 
 TEST_F(ClientPresenceTest, OneOfTwoLeavingStartsNoTimer) {
   bootWithLimit(50);
-  const auto second = connectAnother(*this);
-  leave(*this);
-  run(120);
+  const auto second = connectAnother();
+  leaveFor(*this, 120);
   EXPECT_THAT(logs(), ElementsAre("default client connected (count=2)",
                                   "default client disconnected (count=1)"));
 }
@@ -55,7 +47,7 @@ TEST_F(ClientPresenceTest, ConnectWhileTheLoopRunsChangesNothingButCountAndLog) 
   bootWithLimit(50);
   run(2);
   const auto before = world.callCounts();
-  const auto second = connectAnother(*this);
+  const auto second = connectAnother();
   EXPECT_EQ((world.callCounts() - before)[SeamCall::powerSourcesCopyInfo], 0U)
       << "the loop was restarted";
   EXPECT_THAT(logs(), ElementsAre("default client connected (count=2)"));
@@ -64,8 +56,7 @@ TEST_F(ClientPresenceTest, ConnectWhileTheLoopRunsChangesNothingButCountAndLog) 
 
 TEST_F(ClientPresenceTest, SavedLimitIsArmedByTheFirstConnect) {
   saveState(savedLimit(70));
-  charge(75);
-  boot();
+  bootAt(75);
   EXPECT_TRUE(world.logged("HelperImpl", LogLevel::Default,
                            "client connect — arming polling loop at limit=70"));
   EXPECT_EQ(key("CHTE"), "01 00 00 00");
@@ -86,10 +77,9 @@ TEST_F(ClientPresenceTest, LimitsOutsideTwentyToHundredArmNothing) {
     Bench bench;
     bench.saveState(savedLimit(limit));
     bench.charge(100);
-    bench.world.startHelper();
-    bench.world.runUntilIdle();
+    bench.startHelper();
     bench.mark();
-    const auto client = connectAnother(bench);
+    const auto client = bench.connectAnother();
     const auto before = bench.world.callCounts();
     bench.run(30);
     EXPECT_THAT(bench.logs(), ElementsAre("default client connected (count=1)")) << limit;
@@ -99,8 +89,7 @@ TEST_F(ClientPresenceTest, LimitsOutsideTwentyToHundredArmNothing) {
 }
 
 TEST_F(ClientPresenceTest, FreshInstallArmsNothingOnConnectAlsoAfterARestart) {
-  charge(95);
-  boot();
+  bootAt(95);
   run(30);
   EXPECT_EQ(mac().smc.totalWrites(), 0U);
   world.killHelper();
@@ -114,12 +103,10 @@ TEST_F(ClientPresenceTest, FreshInstallArmsNothingOnConnectAlsoAfterARestart) {
 
 TEST_F(ClientPresenceTest, SuspensionResumesChargingAndKeepsTheSavedLimit) {
   bootWithLimit(50);
-  charge(70);
-  run(5);
+  tickAt(70);
   ASSERT_EQ(key("CHTE"), "01 00 00 00");
   mark();
-  leave(*this);
-  run(29.999);
+  leaveFor(*this, 29.999);
   EXPECT_EQ(key("CHTE"), "01 00 00 00");
   run(0.001);
   EXPECT_THAT(since("smc"), ElementsAre("smc CHIE <- 00", "smc CHTE <- 00 00 00 00"));
@@ -129,16 +116,14 @@ TEST_F(ClientPresenceTest, SuspensionResumesChargingAndKeepsTheSavedLimit) {
   EXPECT_FALSE(record.forceDischargeActive);
   EXPECT_FALSE(record.heatPauseActive);
   EXPECT_FALSE(record.topUpActive);
-  const auto before = world.callCounts();
-  run(60);
-  EXPECT_EQ((world.callCounts() - before).text(), "") << "something still ticks";
+  EXPECT_EQ(callsDuring(60).text(), "") << "something still ticks";
 }
 
 TEST_F(ClientPresenceTest, SuspensionClearsItsFlagsOnDiskAndSupersedesATopOff) {
   // A second client arms the loop beside the top-off, so that there is something to suspend.
   bootHeatPaused();
   call(app->releaseLimitUntilFullThenRestore());
-  auto second = connectAnother(*this);
+  auto second = connectAnother();
   HelperState expected = onDisk();
   ASSERT_TRUE(expected.heatPauseActive);
   ASSERT_TRUE(expected.topUpActive);
@@ -158,8 +143,7 @@ TEST_F(ClientPresenceTest, SuspensionEndsADischargeOnDiskAndKeepsTheSavedLimit) 
   bootDischarging();
   HelperState expected = onDisk();
   ASSERT_TRUE(expected.forceDischargeActive);
-  leave(*this);
-  run(30);
+  leaveFor(*this, 30);
   expected.forceDischargeActive = false;
   EXPECT_EQ(onDisk(), expected);
   EXPECT_EQ(onDisk().chargeLimit, 50);
@@ -167,10 +151,9 @@ TEST_F(ClientPresenceTest, SuspensionEndsADischargeOnDiskAndKeepsTheSavedLimit) 
 
 TEST_F(ClientPresenceTest, ConnectAfterASuspensionArmsTheSavedLimitAgain) {
   bootWithLimit(50);
-  leave(*this);
-  run(31);
+  leaveFor(*this, 31);
   mark();
-  const auto again = connectAnother(*this);
+  const auto again = connectAnother();
   EXPECT_THAT(logs(), ElementsAre("default client connected (count=1)",
                                   "default client connect — arming polling loop at limit=50"));
 }
@@ -196,8 +179,7 @@ TEST_F(ClientPresenceTest, ClientThatEndsWhileItIsAcceptedRestartsTheThirtySecon
     SCOPED_TRACE(name);
     Bench bench;
     bench.bootWithLimit(50);
-    leave(bench);
-    bench.run(20);
+    leaveFor(bench, 20);
     bench.mark();
     bench.mac().connectionsBreak = moment;
     const auto brief = bench.world.connectApp();
@@ -211,8 +193,7 @@ TEST_F(ClientPresenceTest, ClientThatEndsWhileItIsAcceptedRestartsTheThirtySecon
 
 TEST_F(ClientPresenceTest, NothingToSuspendIsSaid) {
   boot();
-  leave(*this);
-  run(30);
+  leaveFor(*this, 30);
   EXPECT_THAT(logs(), ElementsAre("default client disconnected (count=0)",
                                   "default client gone — nothing to suspend (no active limit)"));
   EXPECT_THAT(since("smc disk"), IsEmpty());
@@ -222,8 +203,7 @@ TEST_F(ClientPresenceTest, IdleKeepAwakeIsDisarmed) {
   boot();
   call(app->setClamshellKeepAwake(true));
   mark();
-  leave(*this);
-  run(30);
+  leaveFor(*this, 30);
   EXPECT_THAT(
       logs(),
       ElementsAre("default client disconnected (count=0)",
@@ -237,24 +217,21 @@ TEST_F(ClientPresenceTest, ArmedDischargeGoesOnUnattended) {
   bootArmedDischarge();
   mac().lid.close();
   temperature(30);
-  leave(*this);
-  run(60);
+  leaveFor(*this, 60);
   EXPECT_THAT(logs(),
               ElementsAre("default client disconnected (count=0)",
                           "default client gone but armed clamshell discharge active — keeping "
                           "enforcement (bounded by target/floor/max-duration)"));
   EXPECT_THAT(since("smc"), IsEmpty());
   EXPECT_EQ(key("CHIE"), "08");
-  charge(50);
-  run(5);
+  tickAt(50);
   EXPECT_TRUE(world.logged("HelperImpl", LogLevel::Default,
                            "force-discharge auto-stopped: reason=targetReached"));
 }
 
 TEST_F(ClientPresenceTest, UnarmedDischargeIsStoppedItsKeysAndAssertionReleased) {
   bootDischarging();
-  leave(*this);
-  run(30);
+  leaveFor(*this, 30);
   EXPECT_THAT(since("smc power"), ElementsAre("smc CHIE <- 00", "power assertion 33001 released",
                                               "power assertion 33002 released"));
   EXPECT_THAT(logs(), ElementsAre("default client disconnected (count=0)", suspending));
@@ -266,8 +243,7 @@ TEST_F(ClientPresenceTest, KeepAwakeWithALoopButNoDischargeIsSuspendedAndDisarme
   bootWithLimit(50);
   call(app->setClamshellKeepAwake(true));
   mark();
-  leave(*this);
-  run(30);
+  leaveFor(*this, 30);
   EXPECT_THAT(logs(), ElementsAre("default client disconnected (count=0)", suspending,
                                   "default clamshell keep-awake DISARMED"));
   EXPECT_THAT(since("smc power disk"),
@@ -279,27 +255,23 @@ TEST_F(ClientPresenceTest, KeepAwakeWithALoopButNoDischargeIsSuspendedAndDisarme
 TEST_F(ClientPresenceTest, SuspensionOnTheOlderFamilyReleasesItsKeysInReverse) {
   Bench bench("older-pair");
   bench.bootWithLimit(50);
-  leave(bench);
-  bench.run(30);
+  leaveFor(bench, 30);
   EXPECT_THAT(bench.since("smc"), ElementsAre("smc CH0J <- 00", "smc CH0I <- 00"));
 }
 
 TEST_F(ClientPresenceTest, SuspensionIgnoresKeysThatCannotBeWritten) {
   bootDischarging();
   mac().smc.key("CHIE")->writeResult = 134;
-  leave(*this);
-  run(30);
+  leaveFor(*this, 30);
   EXPECT_FALSE(onDisk().forceDischargeActive);
   EXPECT_THAT(logs(), ElementsAre("default client disconnected (count=0)", suspending));
 }
 
 TEST_F(ClientPresenceTest, ToppingOffAloneIsNothingToSuspend) {
   // The polling loop is stopped while a top-off runs, so the top-off goes on by itself.
-  bootWithLimit(50);
-  call(app->releaseLimitUntilFullThenRestore());
+  bootToppingOff(50);
   mark();
-  leave(*this);
-  run(31);
+  leaveFor(*this, 31);
   EXPECT_THAT(logs(), ElementsAre("default client disconnected (count=0)",
                                   "default client gone — nothing to suspend (no active limit)"));
   EXPECT_TRUE(onDisk().topUpActive);
@@ -307,18 +279,16 @@ TEST_F(ClientPresenceTest, ToppingOffAloneIsNothingToSuspend) {
 
 TEST_F(ClientPresenceTest, ClientThatComesBackAtTheLastMomentFindsEnforcementRunning) {
   bootWithLimit(50);
-  leave(*this);
-  run(29.999);
-  const auto again = connectAnother(*this);
+  leaveFor(*this, 29.999);
+  const auto again = connectAnother();
   run(10);
   EXPECT_FALSE(world.logged("HelperImpl", LogLevel::Default, std::string(suspending).substr(8)));
 }
 
 TEST_F(ClientPresenceTest, TimerThatFiresInAReconnectedWorldDoesNothing) {
   bootWithLimit(50);
-  leave(*this);
-  run(15);
-  const auto again = connectAnother(*this);
+  leaveFor(*this, 15);
+  const auto again = connectAnother();
   again->disconnect();
   world.runUntilIdle();
   run(20);

@@ -14,8 +14,7 @@ std::unique_ptr<AppClient> connectAnother(Bench& bench, std::string_view identit
 }
 
 void startTopOff(Bench& bench) {
-  bench.bootWithLimit(80);
-  bench.charge(85);
+  bench.bootWithLimit(80, 85);
   ASSERT_EQ(outcome(bench.call(bench.app->releaseLimitUntilFullThenRestore())), "ok");
   bench.mark();
 }
@@ -91,8 +90,7 @@ TEST_F(CompanyTest, ATopOffThatHasCompanyOfTheLimitEndsWithTheLastClient) {
 
 TEST_F(CompanyTest, AClientThatConnectsAfterATopOffThatCouldNotStartBringsTheLimitBack) {
   bootWithLimit(80);
-  charge(85);
-  run(5);
+  tickAt(85);
   mac().smc.key("CHTE")->writeResult = 134;
   ASSERT_EQ(call(app->releaseLimitUntilFullThenRestore()).errorCode(), 500);
   mac().smc.key("CHTE")->writeResult.reset();
@@ -107,8 +105,7 @@ TEST_F(CompanyTest, AClientThatConnectsAfterATopOffThatCouldNotStartBringsTheLim
 TEST_F(CompanyTest, APeerThatIsCutOffHasArmedTheSavedLimitForHalfAMinute) {
   saveState(savedLimit(80));
   charge(85);
-  world.startHelper();
-  world.runUntilIdle();
+  startHelper();
   mark();
   const auto stranger = connectAnother(*this, "other-team");
   const AppCallRef refused = stranger->ping();
@@ -128,8 +125,7 @@ TEST_F(CompanyTest, APeerThatIsCutOffHasArmedTheSavedLimitForHalfAMinute) {
 TEST_F(CompanyTest, APeerThatSaysNothingCountsAsLongAsItStays) {
   saveState(savedLimit(80));
   charge(85);
-  world.startHelper();
-  world.runUntilIdle();
+  startHelper();
   const auto stranger = connectAnother(*this, "unsigned");
   run(3600);
   EXPECT_TRUE(stranger->connected());

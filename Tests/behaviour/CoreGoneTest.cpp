@@ -8,9 +8,10 @@ namespace korvel::test {
 namespace {
 
 /// Every call here goes to the core directly.
-class HandMadeBench : public Bench {
- public:
-  HandMadeBench() { excuse(replyRule); }
+class CoreGoneTest : public OnBench {
+ protected:
+  CoreGoneTest() { excuse(replyRule); }
+  std::shared_ptr<HelperImpl> makeCore() { return HelperImpl::create(world.startBareHelper()); }
 };
 
 struct Command {
@@ -18,32 +19,31 @@ struct Command {
   void (*call)(HelperImpl& core, Reply reply);
 };
 
-class CommandWithoutCoreTest : public ::testing::TestWithParam<Command> {};
+class CommandWithoutCoreTest : public CoreGoneTest,
+                               public ::testing::WithParamInterface<Command> {};
 
 TEST_P(CommandWithoutCoreTest, RepliesFalseWithoutAnErrorExactlyOnceAndDoesNothing) {
-  HandMadeBench bench;
-  auto core = HelperImpl::create(bench.world.startBareHelper());
-  bench.world.runUntilIdle();
-  bench.charge(90);
-  bench.mark();
+  auto core = makeCore();
+  world.runUntilIdle();
+  charge(90);
+  mark();
   const auto answers = std::make_shared<Answers>();
   GetParam().call(*core, into(answers));
   core.reset();
   EXPECT_EQ(answers->count, 0);
-  bench.run(60);
+  run(60);
   EXPECT_EQ(answers->count, 1);
   EXPECT_FALSE(answers->success);
   EXPECT_FALSE(answers->withError);
-  EXPECT_THAT(bench.since("smc disk"), IsEmpty());
+  EXPECT_THAT(since("smc disk"), IsEmpty());
 }
 
 TEST_P(CommandWithoutCoreTest, AnswersExactlyOnceWhenTheCoreIsThere) {
-  HandMadeBench bench;
-  const auto core = HelperImpl::create(bench.world.startBareHelper());
-  bench.charge(90);
+  const auto core = makeCore();
+  charge(90);
   const auto answers = std::make_shared<Answers>();
   GetParam().call(*core, into(answers));
-  bench.run(60);
+  run(60);
   EXPECT_EQ(answers->count, 1);
   EXPECT_TRUE(answers->success);
 }
@@ -77,67 +77,59 @@ INSTANTIATE_TEST_SUITE_P(
                 [](HelperImpl& core, Reply reply) { core.resetAllSMCKeys(std::move(reply)); }}),
     [](const auto& named) { return std::string(named.param.name); });
 
-TEST(CoreGoneTest, RefusedArgumentIsAnsweredWithoutTheQueue) {
-  HandMadeBench bench;
-  const auto core = HelperImpl::create(bench.world.startBareHelper());
+TEST_F(CoreGoneTest, RefusedArgumentIsAnsweredWithoutTheQueue) {
+  const auto core = makeCore();
   const auto answers = std::make_shared<Answers>();
   core->setChargeLimit(10, into(answers));
   EXPECT_EQ(answers->count, 1);
   EXPECT_TRUE(answers->withError);
 }
 
-TEST(CoreGoneTest, PostedPresenceAndRecoveryDoNothing) {
-  HandMadeBench bench;
-  bench.saveState(savedLimit(50));
-  auto core = HelperImpl::create(bench.world.startBareHelper());
+TEST_F(CoreGoneTest, PostedPresenceAndRecoveryDoNothing) {
+  saveState(savedLimit(50));
+  auto core = makeCore();
   core->clientDidConnect();
   core->clientDidDisconnect();
-  bench.mark();
+  mark();
   core.reset();
-  bench.run(120);
-  EXPECT_THAT(bench.since("smc disk log"), IsEmpty());
+  run(120);
+  EXPECT_THAT(since("smc disk log"), IsEmpty());
 }
 
-TEST(CoreGoneTest, TimersOfADeadCoreNeverFire) {
-  HandMadeBench bench;
-  bench.saveState(savedLimit(50));
-  bench.charge(90);
-  auto core = HelperImpl::create(bench.world.startBareHelper());
+TEST_F(CoreGoneTest, TimersOfADeadCoreNeverFire) {
+  saveState(savedLimit(50));
+  charge(90);
+  auto core = makeCore();
   core->clientDidConnect();
   core->releaseLimitUntilFullThenRestore(ignored());
   core->setChargeLimit(60, ignored());
   core->clientDidDisconnect();
-  bench.world.runUntilIdle();
+  world.runUntilIdle();
   core.reset();
-  const auto before = bench.world.callCounts();
-  bench.run(7300);
-  EXPECT_EQ((bench.world.callCounts() - before).text(), "");
+  EXPECT_EQ(callsDuring(7300).text(), "");
 }
 
-TEST(CoreGoneTest, SleepAndWakeAfterTheCoreIsGoneReachNobody) {
-  HandMadeBench bench;
-  auto core = HelperImpl::create(bench.world.startBareHelper());
-  bench.world.runUntilIdle();
+TEST_F(CoreGoneTest, SleepAndWakeAfterTheCoreIsGoneReachNobody) {
+  auto core = makeCore();
+  world.runUntilIdle();
   core.reset();
-  bench.mark();
-  bench.mac().power.requestSleep();
-  bench.run(1);
-  bench.mac().power.wake();
-  bench.run(1);
-  EXPECT_THAT(bench.since("log"), IsEmpty());
+  mark();
+  sleepNow();
+  mac().power.wake();
+  run(1);
+  EXPECT_THAT(since("log"), IsEmpty());
 }
 
-TEST(CoreGoneTest, SeveralCoresInOneProcessDoNotShareState) {
-  HandMadeBench bench;
-  bench.excuse("no call under a lock");  // It assumes one probe per process; there are two.
-  Platform& platform = bench.world.startBareHelper();
+TEST_F(CoreGoneTest, SeveralCoresInOneProcessDoNotShareState) {
+  excuse("no call under a lock");  // It assumes one probe per process; there are two.
+  Platform& platform = world.startBareHelper();
   const auto first = HelperImpl::create(platform);
-  bench.world.runUntilIdle();
+  world.runUntilIdle();
   first->setChargeLimit(61, ignored());
-  bench.world.runUntilIdle();
+  world.runUntilIdle();
   const auto second = HelperImpl::create(platform);
   first->setChargeLimit(62, ignored());
-  bench.world.runUntilIdle();
+  world.runUntilIdle();
   std::string stateOfSecond;
   second->getState(DataReply(std::make_unique<FunctionReplySink<std::string>>(
       [&stateOfSecond](std::string data) { stateOfSecond = std::move(data); })));

@@ -12,7 +12,7 @@ void expectStopped(Bench& bench, DischargeStopReason reason) {
             "default force-discharge auto-stopped: reason=" + std::string(rawValue(reason)));
   const HelperState record = bench.onDisk();
   EXPECT_FALSE(record.forceDischargeActive);
-  EXPECT_EQ(record.lastDischargeAbortReason, std::string(bannerCopy(reason)));
+  EXPECT_EQ(record.lastDischargeAbortReason, bannerCopy(reason));
   EXPECT_TRUE(record.lastDischargeAbortAt.has_value());
   EXPECT_EQ(bench.key("CHIE"), "00");
   EXPECT_TRUE(bench.mac().power.assertions().empty());
@@ -23,11 +23,9 @@ using DischargeWatchdogTest = OnBench;
 
 TEST_F(DischargeWatchdogTest, TargetReachedStopsAndTheNextTickPausesTheGate) {
   bootDischarging();
-  charge(51);
-  run(5);
+  tickAt(51);
   EXPECT_THAT(since("smc log disk"), IsEmpty());
-  charge(50);
-  run(5);
+  tickAt(50);
   EXPECT_THAT(logs(), ElementsAre("default auto-stop discharge: cap=50 ≤ target=50",
                                   "default force-discharge auto-stopped: reason=targetReached"));
   EXPECT_THAT(since("smc power disk"),
@@ -58,8 +56,7 @@ TEST_F(DischargeWatchdogTest, ReadableTickInBetweenResetsTheCount) {
   bootDischarging();
   chargeUnreadable();
   run(10);
-  charge(69);
-  run(5);
+  tickAt(69);
   chargeUnreadable();
   run(10);
   EXPECT_TRUE(state().forceDischargeActive);
@@ -108,8 +105,7 @@ TEST_F(DischargeWatchdogTest, UnknownLidCountsAsOpen) {
 }
 
 TEST_F(DischargeWatchdogTest, FortyFiveDegreesUnderTheLidStopAndFortyFourDoNot) {
-  mac().lid.connectDisplay();  // Holds off the lid\'s sleep once keep-awake ends.
-  bootArmedDischarge();
+  bootDockedDischarge();
   mac().lid.close();
   temperature(44.99);
   run(60);
@@ -138,8 +134,7 @@ TEST_F(DischargeWatchdogTest, UnknownTemperatureDoesNotStop) {
 }
 
 TEST_F(DischargeWatchdogTest, AnHourUnderTheLidIsTheCap) {
-  mac().lid.connectDisplay();  // Holds off the lid\'s sleep once keep-awake ends.
-  bootArmedDischarge();
+  bootDockedDischarge();
   temperature(30);
   run(2);
   mac().lid.close();
@@ -154,8 +149,7 @@ TEST_F(DischargeWatchdogTest, AnHourUnderTheLidIsTheCap) {
 }
 
 TEST_F(DischargeWatchdogTest, OpeningTheLidResetsTheHeatSoakClock) {
-  mac().lid.connectDisplay();  // Holds off the lid\'s sleep once keep-awake ends.
-  bootArmedDischarge();
+  bootDockedDischarge();
   temperature(30);
   mac().lid.close();
   run(3000);
@@ -170,13 +164,10 @@ TEST_F(DischargeWatchdogTest, OpeningTheLidResetsTheHeatSoakClock) {
 
 TEST_F(DischargeWatchdogTest, ThreePointsAboveTheMinimumMeanThatTheInhibitIsLost) {
   bootDischarging();
-  charge(52);
-  run(5);
-  charge(54);
-  run(5);
+  tickAt(52);
+  tickAt(54);
   EXPECT_THAT(logs(), IsEmpty());
-  charge(55);
-  run(5);
+  tickAt(55);
   EXPECT_EQ(logs().front(),
             "default auto-stop discharge: capacity rebounded to 55% (≥ min 52% + 3) — inhibit "
             "lost, pack is charging");
@@ -186,8 +177,7 @@ TEST_F(DischargeWatchdogTest, ThreePointsAboveTheMinimumMeanThatTheInhibitIsLost
 // The charge is also at the target then, which would be the next reason.
 TEST_F(DischargeWatchdogTest, ReboundIsTheOnlyReasonSaid) {
   bootDischarging();
-  charge(52);
-  run(5);
+  tickAt(52);
   charge(55);
   call(app->setChargeLimit(60));
   EXPECT_THAT(logs(),
@@ -200,8 +190,7 @@ TEST_F(DischargeWatchdogTest, ReboundIsTheOnlyReasonSaid) {
 
 // The battery is also too warm, and at the floor and the target.
 TEST_F(DischargeWatchdogTest, HeatSoakIsTheOnlyReasonSaid) {
-  mac().lid.connectDisplay();  // Holds off the lid's sleep once keep-awake ends.
-  bootArmedDischarge();
+  bootDockedDischarge();
   temperature(30);
   mac().lid.close();
   run(3600);
@@ -226,20 +215,17 @@ TEST_F(DischargeWatchdogTest, FloorWithTheLidOpenIsTwenty) {
   mark();
   run(5);
   EXPECT_THAT(logs(), IsEmpty());
-  charge(20);
-  run(5);
+  tickAt(20);
   EXPECT_EQ(logs().front(), "default auto-stop discharge: cap=20 ≤ floor=20");
   expectStopped(*this, DischargeStopReason::floorReached);
 }
 
 TEST_F(DischargeWatchdogTest, FloorWithTheLidClosedIsThirty) {
-  mac().lid.connectDisplay();  // Holds off the lid\'s sleep once keep-awake ends.
-  bootArmedDischarge();
+  bootDockedDischarge();
   temperature(30);
   call(app->setChargeLimit(20));
   mac().lid.close();
-  charge(31);
-  run(5);
+  tickAt(31);
   ASSERT_TRUE(state().forceDischargeActive);
   charge(30);
   mark();
@@ -250,8 +236,7 @@ TEST_F(DischargeWatchdogTest, FloorWithTheLidClosedIsThirty) {
 
 TEST_F(DischargeWatchdogTest, MinimumStartsAfreshWithEveryDischarge) {
   bootDischarging();
-  charge(52);
-  run(5);
+  tickAt(52);
   call(app->forceDischarge(false));
   charge(60);
   call(app->forceDischarge(true));
@@ -262,8 +247,7 @@ TEST_F(DischargeWatchdogTest, MinimumStartsAfreshWithEveryDischarge) {
 TEST_F(DischargeWatchdogTest, StopIgnoresAKeyThatCannotBeWritten) {
   bootDischarging();
   mac().smc.key("CHIE")->writeResult = 134;
-  charge(50);
-  run(5);
+  tickAt(50);
   EXPECT_EQ(logs().back(), "default force-discharge auto-stopped: reason=targetReached");
   EXPECT_FALSE(onDisk().forceDischargeActive);
 }
@@ -277,9 +261,7 @@ TEST_F(DischargeWatchdogTest, GateIsNotEvaluatedWhileADischargeRuns) {
 TEST_F(DischargeWatchdogTest, SteadyTickOfADischargeOnlyReads) {
   bootDischarging();
   run(5);
-  const auto before = world.callCounts();
-  run(5);
-  EXPECT_EQ((world.callCounts() - before).text(),
+  EXPECT_EQ(callsDuring(5).text(),
             "registryGetMatchingService 1, registryCreateProperty 1, registryObjectRelease 1, "
             "powerSourcesCopyInfo 1, powerSourcesCopyList 1, powerSourcesGetDescription 1, "
             "powerSourcesRelease 2");
@@ -288,14 +270,10 @@ TEST_F(DischargeWatchdogTest, SteadyTickOfADischargeOnlyReads) {
 TEST_F(DischargeWatchdogTest, TemperatureIsReadOnlyUnderAClosedLidWithKeepAwake) {
   bootArmedDischarge();
   run(5);
-  auto before = world.callCounts();
-  run(5);
-  EXPECT_EQ((world.callCounts() - before)[SeamCall::registryCreateProperties], 0U);
+  EXPECT_EQ(callsDuring(5)[SeamCall::registryCreateProperties], 0U);
   mac().lid.close();
   run(5);
-  before = world.callCounts();
-  run(5);
-  EXPECT_GE((world.callCounts() - before)[SeamCall::registryCreateProperties], 1U);
+  EXPECT_GE(callsDuring(5)[SeamCall::registryCreateProperties], 1U);
 }
 
 }  // namespace

@@ -16,28 +16,23 @@ using EnforcementTest = OnBench;
 
 TEST_F(EnforcementTest, PausesAtExactlyTheLimit) {
   bootWithLimit(80);
-  charge(80);
-  run(5);
+  tickAt(80);
   EXPECT_EQ(key("CHTE"), paused);
   EXPECT_THAT(logs(), ElementsAre("default charge enforcement pause:ok"));
 }
 
 TEST_F(EnforcementTest, HoldsInsideTheBandAndResumesOneBelowIt) {
   bootWithLimit(80);
-  charge(85);
-  run(5);
+  tickAt(85);
   ASSERT_EQ(key("CHTE"), paused);
   for (const int percent : {79, 77, 75}) {
-    charge(percent);
-    run(5);
+    tickAt(percent);
     EXPECT_EQ(key("CHTE"), paused) << percent;
   }
-  charge(74);
-  run(5);
+  tickAt(74);
   EXPECT_EQ(key("CHTE"), resumed);
   for (const int percent : {75, 79}) {
-    charge(percent);
-    run(5);
+    tickAt(percent);
     EXPECT_EQ(key("CHTE"), resumed) << percent;
   }
   EXPECT_THAT(logs(), ElementsAre("default charge enforcement pause:ok",
@@ -45,21 +40,16 @@ TEST_F(EnforcementTest, HoldsInsideTheBandAndResumesOneBelowIt) {
 }
 
 TEST_F(EnforcementTest, TicksAtOnceAndThenEveryFiveSeconds) {
-  charge(60);
-  boot();
+  bootAt(60);
   run(1.5);
-  std::vector<double> ticks;
-  world.faults().observe([&](SeamCall call) {
-    if (call == SeamCall::powerSourcesCopyInfo) ticks.push_back(world.now());
-  });
+  const auto& ticks = noteTicks();
   call(app->setChargeLimit(80));
   run(16);
   EXPECT_THAT(ticks, ElementsAre(1.5, 6.5, 11.5, 16.5));
 }
 
 TEST_F(EnforcementTest, UnpluggedAdapterMeansNoWriteEvenAboveTheLimit) {
-  bootWithLimit(50);
-  charge(90);
+  bootWithLimit(50, 90);
   mac().adapter.disconnect();
   run(30);
   EXPECT_THAT(since("smc"), IsEmpty());
@@ -122,8 +112,7 @@ TEST_F(EnforcementTest, HandBackKeepsRunningWhileTheResumeIsNotVerified) {
 TEST_F(EnforcementTest, OlderPairIsWrittenInOrderAndBothHalvesAlways) {
   Bench bench("older-pair");
   bench.bootWithLimit(50);
-  bench.charge(70);
-  bench.run(5);
+  bench.tickAt(70);
   EXPECT_THAT(bench.since("smc"), ElementsAre("smc CH0B <- 02", "smc CH0C <- 02"));
   bench.mark();
   bench.charge(40);
@@ -140,8 +129,7 @@ TEST_F(EnforcementTest, OlderPairIsWrittenInOrderAndBothHalvesAlways) {
 
 TEST_F(EnforcementTest, OlderPairReportsTheFirstFailureElseTheSecond) {
   Bench bench("older-pair");
-  bench.bootWithLimit(50);
-  bench.charge(70);
+  bench.bootWithLimit(50, 70);
   bench.mac().smc.key("CH0B")->writeResult = 130;
   bench.mac().smc.key("CH0C")->writeResult = 131;
   bench.run(5);
@@ -154,10 +142,8 @@ TEST_F(EnforcementTest, OlderPairReportsTheFirstFailureElseTheSecond) {
 TEST_F(EnforcementTest, MachineWithBothFamiliesUsesOnlyTheNewerKey) {
   Bench bench("both-families");
   bench.bootWithLimit(50);
-  bench.charge(70);
-  bench.run(5);
-  bench.charge(40);
-  bench.run(5);
+  bench.tickAt(70);
+  bench.tickAt(40);
   EXPECT_THAT(bench.since("smc"),
               ElementsAre("smc CHTE <- 01 00 00 00", "smc CHTE <- 00 00 00 00"));
 }
@@ -165,11 +151,9 @@ TEST_F(EnforcementTest, MachineWithBothFamiliesUsesOnlyTheNewerKey) {
 TEST_F(EnforcementTest, NativeLimitIsTheSavedLimitWhenPausedAndNoneWhenResumed) {
   Bench bench("native-only");
   bench.bootWithLimit(85);
-  bench.charge(90);
-  bench.run(5);
+  bench.tickAt(90);
   EXPECT_EQ(bench.mac().powerUI.currentLimit(), 85);
-  bench.charge(70);
-  bench.run(5);
+  bench.tickAt(70);
   EXPECT_EQ(bench.mac().powerUI.currentLimit(), 0);
   EXPECT_THAT(bench.logs(), ElementsAre("default charge enforcement pause:ok",
                                         "default charge enforcement resume:ok"));
@@ -178,8 +162,7 @@ TEST_F(EnforcementTest, NativeLimitIsTheSavedLimitWhenPausedAndNoneWhenResumed) 
 TEST_F(EnforcementTest, NativePauseUsesTheRecordsLimitNotTheLoopsTarget) {
   Bench bench("native-only");
   bench.bootWithLimit(80);
-  bench.charge(95);
-  bench.run(5);
+  bench.tickAt(95);
   bench.mac().disk.replaceFails = true;
   bench.call(bench.app->setChargeLimit(90));
   // The failed replacement reverted the record to 80, but the new loop runs with 90.
@@ -190,8 +173,7 @@ TEST_F(EnforcementTest, NativePauseUsesTheRecordsLimitNotTheLoopsTarget) {
 
 TEST_F(EnforcementTest, NativeFailureIsAFaultAFalseFlagAndAnOutcome) {
   Bench bench("native-only");
-  bench.bootWithLimit(80);
-  bench.charge(90);
+  bench.bootWithLimit(80, 90);
   bench.mac().powerUI.setError = "not today";
   bench.run(5);
   EXPECT_THAT(
@@ -206,8 +188,7 @@ TEST_F(EnforcementTest, NativeFailureIsAFaultAFalseFlagAndAnOutcome) {
 
 TEST_F(EnforcementTest, NativeLimitThatReadsBackDifferentlyIsUnverifiedButOk) {
   Bench bench("native-only");
-  bench.bootWithLimit(80);
-  bench.charge(90);
+  bench.bootWithLimit(80, 90);
   bench.mac().powerUI.keepsOldLimit = true;
   bench.run(5);
   EXPECT_EQ(bench.logs().back(), "default charge enforcement pause:ok");
@@ -216,8 +197,7 @@ TEST_F(EnforcementTest, NativeLimitThatReadsBackDifferentlyIsUnverifiedButOk) {
 
 TEST_F(EnforcementTest, MachineWithoutAnyControlFailsAndSaysSoOnce) {
   Bench bench("no-control");
-  bench.bootWithLimit(50);
-  bench.charge(70);
+  bench.bootWithLimit(50, 70);
   bench.run(60);
   EXPECT_THAT(bench.logs(),
               ElementsAre("error charge enforcement pause:AppleSMC service unavailable — limit is "
@@ -231,8 +211,7 @@ TEST_F(EnforcementTest, MachineWithoutAnyControlFailsAndSaysSoOnce) {
 }
 
 TEST_F(EnforcementTest, OutcomeIsLoggedOnlyWhenItChanges) {
-  bootWithLimit(50);
-  charge(70);
+  bootWithLimit(50, 70);
   run(60);
   mac().smc.setValue("CHTE", {0, 0, 0, 0});
   mac().smc.key("CHTE")->writeResult = 134;
@@ -256,8 +235,7 @@ TEST_F(EnforcementTest, OutcomeIsLoggedOnlyWhenItChanges) {
 
 TEST_F(EnforcementTest, LoopKeepsTheTargetOfItsStartWhenOnlyTheRecordChanges) {
   bootWithLimit(80);
-  charge(70);
-  run(5);
+  tickAt(70);
   mac().disk.replaceFails = true;
   call(app->setChargeLimit(60));
   EXPECT_EQ(state().chargeLimit, 80);
@@ -272,14 +250,11 @@ TEST_F(EnforcementTest, TargetOutOfRangeStopsTheLoop) {
   for (const int target : {10, 19, 101}) {
     Bench bench;
     bench.saveState(savedLimit(target));
-    bench.charge(120);
-    bench.boot();
+    bench.bootAt(120);
     ASSERT_EQ(outcome(bench.call(bench.app->forceDischarge(true))), "ok");
     EXPECT_EQ(bench.logs().back(),
               "fault pollOnce: target " + std::to_string(target) + " out of range — stopping loop");
-    const auto before = bench.world.callCounts();
-    bench.run(30);
-    EXPECT_EQ((bench.world.callCounts() - before).text(), "") << target;
+    EXPECT_EQ(bench.callsDuring(30).text(), "") << target;
   }
 }
 
@@ -302,8 +277,7 @@ TEST_F(EnforcementTest, TargetOutOfRangeWritesNothing) {
 }
 
 TEST_F(EnforcementTest, HeatPauseIsNeverSetByAnything) {
-  mac().lid.connectDisplay();
-  bootArmedDischarge();
+  bootDockedDischarge();
   temperature(60);
   mac().lid.close();
   run(60);
@@ -316,8 +290,7 @@ TEST_F(EnforcementTest, HeatPauseIsNeverSetByAnything) {
 }
 
 TEST_F(EnforcementTest, FailedCapabilityKeyIsRetriedOnEveryTick) {
-  bootWithLimit(50);
-  charge(70);
+  bootWithLimit(50, 70);
   mac().smc.key("CHTE")->writeResult = 134;
   run(15);
   EXPECT_EQ(mac().smc.writeCount("CHTE"), 3U);
@@ -339,8 +312,7 @@ TEST_P(SampledEnforcementTest, CoreDoesWhatTheDecisionSays) {
     for (const int percent : {0, 1, limit - width - 1, limit - width, limit - 1, limit, 100}) {
       for (const int before : {0, 1}) {
         bench.mac().smc.setValue("CHTE", {static_cast<std::uint8_t>(before), 0, 0, 0});
-        bench.charge(percent);
-        bench.run(5);
+        bench.tickAt(percent);
         const GateDecision decision = decideGate(limit, band, percent, true);
         const bool pausedNow =
             decision == GateDecision::Hold ? before == 1 : decision == GateDecision::Pause;

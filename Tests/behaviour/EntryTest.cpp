@@ -15,8 +15,7 @@ namespace {
 using EntryTest = OnBench;
 
 TEST_F(EntryTest, FirstStartWritesTheseLinesInThisOrder) {
-  world.startHelper();
-  world.runUntilIdle();
+  startHelper();
   EXPECT_THAT(
       since("log disk"),
       ElementsAre(
@@ -100,8 +99,7 @@ TEST_F(EntryTest, OtherSignalsAreNotHandled) {
 
 TEST_F(EntryTest, HelperWithoutATeamStartsAndAcceptsNobody) {
   mac().signatures.setPath(*mac().bundleExecutablePath, "ad-hoc");
-  world.startHelper();
-  world.runUntilIdle();
+  startHelper();
   EXPECT_THAT(logs("Boot"), ElementsAre("default KorvelHelper starting pid=501 team="));
   mark();
   for (int attempt = 0; attempt < 2; ++attempt) {

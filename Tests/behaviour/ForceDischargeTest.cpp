@@ -12,8 +12,7 @@ constexpr const char* lidRefusal =
 using ForceDischargeTest = OnBench;
 
 TEST_F(ForceDischargeTest, StartInhibitsTheInflowHoldsTheMacAwakeAndRecordsIt) {
-  bootWithLimit(50);
-  charge(70);
+  bootWithLimit(50, 70);
   run(2);
   mark();
   EXPECT_EQ(outcome(call(app->forceDischarge(true))), "ok");
@@ -32,18 +31,15 @@ TEST_F(ForceDischargeTest, StartInhibitsTheInflowHoldsTheMacAwakeAndRecordsIt) {
 
 TEST_F(ForceDischargeTest, StartArmsTheWatchdogWhenNoLoopRuns) {
   saveState(HelperState());
-  charge(90);
-  boot();
+  bootAt(90);
   EXPECT_EQ(outcome(call(app->forceDischarge(true))), "ok");
   EXPECT_EQ(logs().back(), "default forceDischarge: arming watchdog polling loop at limit=80");
-  charge(80);
-  run(5);
+  tickAt(80);
   EXPECT_EQ(logs().back(), "default force-discharge auto-stopped: reason=targetReached");
 }
 
 TEST_F(ForceDischargeTest, StartAtTwentyOneSucceedsAndAtTwentyNamesTheFloorTwice) {
-  charge(20);
-  boot();
+  bootAt(20);
   call(app->setChargeLimit(20));
   EXPECT_EQ(outcome(call(app->forceDischarge(true))),
             "failed 400 Battery is at 20% — below the 20% safety floor for force-discharge.");
@@ -64,8 +60,7 @@ TEST_F(ForceDischargeTest, StartUnderAClosedLidHasAFloorOfThirty) {
 }
 
 TEST_F(ForceDischargeTest, StartAtTheLimitNamesTheLimit) {
-  bootWithLimit(80);
-  charge(80);
+  bootWithLimit(80, 80);
   EXPECT_EQ(outcome(call(app->forceDischarge(true))),
             "failed 400 Battery is already at the 80% limit.");
   EXPECT_FALSE(state().forceDischargeActive);
@@ -89,8 +84,7 @@ TEST_F(ForceDischargeTest, StartWithoutAReadingAsksToTryAgain) {
 }
 
 TEST_F(ForceDischargeTest, RefusalsChangeNothing) {
-  bootWithLimit(80);
-  charge(75);
+  bootWithLimit(80, 75);
   call(app->forceDischarge(true));
   charge(15);
   call(app->forceDischarge(true));
@@ -114,8 +108,7 @@ TEST_F(ForceDischargeTest, StartWhileActiveIsStillRefusedByTheChecksBeforeIt) {
 
 TEST_F(ForceDischargeTest, MachineWithoutDischargeKeysIsUnsupported) {
   Bench bench("native-only");
-  bench.bootWithLimit(80);
-  bench.charge(90);
+  bench.bootWithLimit(80, 90);
   EXPECT_EQ(outcome(bench.call(bench.app->forceDischarge(true))),
             "failed 503 Force-discharge isn't supported on this Mac.");
   EXPECT_THAT(bench.since("disk power"), IsEmpty());
@@ -123,8 +116,7 @@ TEST_F(ForceDischargeTest, MachineWithoutDischargeKeysIsUnsupported) {
 
 TEST_F(ForceDischargeTest, RefusalForUnsupportedKeysLeavesKeepAwakeArmed) {
   Bench bench("native-only");
-  bench.bootWithLimit(80);
-  bench.charge(90);
+  bench.bootWithLimit(80, 90);
   bench.call(bench.app->setClamshellKeepAwake(true));
   bench.mark();
   EXPECT_EQ(outcome(bench.call(bench.app->forceDischarge(true))),
@@ -148,8 +140,7 @@ TEST_F(ForceDischargeTest, MachineWithBothFamiliesWritesOnlyTheNewerKey) {
 TEST_F(ForceDischargeTest, OlderFamilyStartsWithBothKeysAndStopsInReverse) {
   Bench bench("older-pair");
   bench.bootWithLimit(50);
-  bench.charge(49);
-  bench.run(5);
+  bench.tickAt(49);
   bench.charge(70);
   bench.mark();
   bench.call(bench.app->forceDischarge(true));
@@ -162,8 +153,7 @@ TEST_F(ForceDischargeTest, OlderFamilyStartsWithBothKeysAndStopsInReverse) {
 
 TEST_F(ForceDischargeTest, SecondKeyOfTheOlderFamilyMayFailUnnoticed) {
   Bench bench("older-pair");
-  bench.bootWithLimit(50);
-  bench.charge(70);
+  bench.bootWithLimit(50, 70);
   bench.mac().smc.key("CH0J")->writeResult = 134;
   EXPECT_EQ(outcome(bench.call(bench.app->forceDischarge(true))), "ok");
   EXPECT_TRUE(bench.onDisk().forceDischargeActive);
@@ -171,8 +161,7 @@ TEST_F(ForceDischargeTest, SecondKeyOfTheOlderFamilyMayFailUnnoticed) {
 
 TEST_F(ForceDischargeTest, FirstKeyOfTheOlderFamilyMustSucceedBeforeTheSecondIsWritten) {
   Bench bench("older-pair");
-  bench.bootWithLimit(50);
-  bench.charge(70);
+  bench.bootWithLimit(50, 70);
   bench.mac().smc.key("CH0I")->writeResult = 134;
   EXPECT_EQ(outcome(bench.call(bench.app->forceDischarge(true))),
             "failed 500 kSMCWriteKey failed (kIOReturn=0, smcResult=134)");
@@ -180,8 +169,7 @@ TEST_F(ForceDischargeTest, FirstKeyOfTheOlderFamilyMustSucceedBeforeTheSecondIsW
 }
 
 TEST_F(ForceDischargeTest, FailedStartDisarmsKeepAwakeAndLeavesTheRecordAlone) {
-  bootWithLimit(50);
-  charge(70);
+  bootWithLimit(50, 70);
   call(app->setClamshellKeepAwake(true));
   mac().smc.key("CHIE")->writeResult = 134;
   mark();
@@ -194,8 +182,7 @@ TEST_F(ForceDischargeTest, FailedStartDisarmsKeepAwakeAndLeavesTheRecordAlone) {
 }
 
 TEST_F(ForceDischargeTest, MissingAssertionDoesNotPreventADischarge) {
-  bootWithLimit(50);
-  charge(70);
+  bootWithLimit(50, 70);
   mac().power.assertionRefusal = ioReturnError;
   EXPECT_EQ(outcome(call(app->forceDischarge(true))), "ok");
   EXPECT_TRUE(onDisk().forceDischargeActive);
@@ -206,8 +193,7 @@ TEST_F(ForceDischargeTest, MissingAssertionDoesNotPreventADischarge) {
 
 TEST_F(ForceDischargeTest, StartClearsTheBannerOfTheLastStop) {
   bootDischarging(70);
-  charge(50);
-  run(5);
+  tickAt(50);
   ASSERT_TRUE(state().lastDischargeAbortReason.has_value());
   ASSERT_TRUE(state().lastDischargeAbortAt.has_value());
   charge(70);
@@ -271,8 +257,7 @@ TEST_F(ForceDischargeTest, UserStopDoesNotPauseWithoutAdapterReadingOrAtHundred)
   }
   {
     Bench bench;
-    bench.bootWithLimit(100);
-    bench.charge(100);
+    bench.bootWithLimit(100, 100);
     bench.call(bench.app->forceDischarge(false));
     EXPECT_THAT(bench.since("smc"), ElementsAre("smc CHIE <- 00"));
   }
@@ -307,8 +292,7 @@ TEST_F(ForceDischargeTest, UserStopOnAMachineWithoutKeysSucceeds) {
 }
 
 TEST_F(ForceDischargeTest, StartSupersedesATopOff) {
-  bootWithLimit(50);
-  call(app->releaseLimitUntilFullThenRestore());
+  bootToppingOff(50);
   charge(70);
   mark();
   ASSERT_EQ(outcome(call(app->forceDischarge(true))), "ok");

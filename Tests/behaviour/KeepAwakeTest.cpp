@@ -50,8 +50,7 @@ TEST_F(KeepAwakeTest, SettingThatSomebodyElseMadeIsLeftAlone) {
 }
 
 TEST_F(KeepAwakeTest, ArmingTwiceWritesAgainAndRestartsTheLidClock) {
-  mac().lid.connectDisplay();
-  bootArmedDischarge();
+  bootDockedDischarge();
   temperature(30);
   mac().lid.close();
   run(3500);
@@ -76,8 +75,7 @@ TEST_F(KeepAwakeTest, ArmingTwiceUnderAnExternalSettingAlsoRestartsTheLidClock) 
 }
 
 TEST_F(KeepAwakeTest, DisarmUnderAClosedLidStopsTheDischarge) {
-  mac().lid.connectDisplay();
-  bootArmedDischarge();
+  bootDockedDischarge();
   mac().lid.close();
   EXPECT_EQ(outcome(call(app->setClamshellKeepAwake(false))), "ok");
   EXPECT_THAT(
@@ -85,8 +83,7 @@ TEST_F(KeepAwakeTest, DisarmUnderAClosedLidStopsTheDischarge) {
       ElementsAre(keepAwakeAudit(*this, false), "default clamshell keep-awake DISARMED",
                   "default keep-awake disarmed under a closed lid — aborting active discharge",
                   "default force-discharge auto-stopped: reason=clamshellDisarmed"));
-  EXPECT_EQ(onDisk().lastDischargeAbortReason,
-            std::string(bannerCopy(DischargeStopReason::clamshellDisarmed)));
+  EXPECT_EQ(onDisk().lastDischargeAbortReason, bannerCopy(DischargeStopReason::clamshellDisarmed));
 }
 
 TEST_F(KeepAwakeTest, DisarmUnderAnOpenLidLetsTheDischargeGoOn) {

@@ -71,8 +71,7 @@ void crashThenClientsComeAndGo(std::vector<LogLine>& lines) {
   record.forceDischargeActive = true;
   record.sleepDisabledByKorvel = true;
   bench.saveState(record);
-  bench.charge(59);
-  bench.boot();
+  bench.bootAt(59);
   bench.app->interrupt();
   bench.app->disconnect();
   bench.run(31);
@@ -113,8 +112,7 @@ void helperWhoseTeamSpoilsTheRequirement(std::vector<LogLine>& lines) {
 void limitsThatHoldAndDoNot(std::vector<LogLine>& lines) {
   Bench bench;
   bench.bootWithLimit(80);
-  bench.charge(85);
-  bench.run(5);
+  bench.tickAt(85);
   bench.charge(40);
   bench.mac().smc.key("CHTE")->writeResult = 134;
   bench.run(5);
@@ -131,21 +129,18 @@ void limitsThatHoldAndDoNot(std::vector<LogLine>& lines) {
 
 void nativeLimitThatFails(std::vector<LogLine>& lines) {
   Bench bench("native-only");
-  bench.bootWithLimit(80);
-  bench.charge(90);
+  bench.bootWithLimit(80, 90);
   bench.mac().powerUI.setError = "no";
   bench.run(5);
   bench.call(bench.app->resetAllSMCKeys());
-  bench.app->quit();
-  bench.world.runUntilIdle();
+  bench.quit();
   collect(bench, lines);
 }
 
 void targetOutOfRange(std::vector<LogLine>& lines) {
   Bench bench;
   bench.saveState(savedLimit(10));
-  bench.charge(60);
-  bench.boot();
+  bench.bootAt(60);
   bench.call(bench.app->forceDischarge(true));
   collect(bench, lines);
 }
@@ -172,8 +167,7 @@ void everyStopOfADischarge(std::vector<LogLine>& lines) {
   };
   for (const auto cause : causes) {
     Bench bench;
-    bench.mac().lid.connectDisplay();
-    bench.bootArmedDischarge();
+    bench.bootDockedDischarge();
     bench.run(5);
     cause(bench);
     bench.run(15);
@@ -190,36 +184,31 @@ void unattendedDischargeThenSleep(std::vector<LogLine>& lines) {
   bench.run(31);
   bench.mac().power.setSleepDisabledExternally(false);
   bench.mac().adapter.disconnect();
-  bench.mac().power.requestSleep();
-  bench.run(1);
+  bench.sleepNow();
   bench.mac().power.wake();
   bench.run(1);
   bench.mac().smc.setValue("CHTE", {0, 0, 0, 0});
   bench.mac().smc.key("CHTE")->writeResult = 134;
   bench.mac().adapter.connect();
-  bench.mac().power.requestSleep();
-  bench.run(1);
+  bench.sleepNow();
   collect(bench, lines);
 }
 
 void everyEndOfATopOff(std::vector<LogLine>& lines) {
   Bench bench;
-  bench.bootWithLimit(80);
-  bench.call(bench.app->releaseLimitUntilFullThenRestore());
+  bench.bootToppingOff(80);
   bench.call(bench.app->cancelTopUp());
   bench.run(5);
   bench.call(bench.app->releaseLimitUntilFullThenRestore());
   bench.run(7200);
   bench.call(bench.app->releaseLimitUntilFullThenRestore());
-  bench.charge(100);
-  bench.run(5);
+  bench.tickAt(100);
   collect(bench, lines);
 }
 
 void freshInstallDischarges(std::vector<LogLine>& lines) {
   Bench bench;
-  bench.charge(90);
-  bench.boot();
+  bench.bootAt(90);
   bench.call(bench.app->forceDischarge(true));
   collect(bench, lines);
 }

@@ -33,10 +33,9 @@ void expectTheWatchdogUntilTheChargeRises(Bench& bench) {
   bench.charge(70);
   bench.run(60);
   EXPECT_THAT(bench.since("smc"), IsEmpty());
-  bench.charge(73);
-  bench.run(5);
+  bench.tickAt(73);
   EXPECT_EQ(bench.onDisk().lastDischargeAbortReason,
-            std::string(bannerCopy(DischargeStopReason::chargeInhibitLost)));
+            bannerCopy(DischargeStopReason::chargeInhibitLost));
   EXPECT_FALSE(bench.state().forceDischargeActive);
   bench.run(5);
   EXPECT_EQ(bench.key("CHTE"), "01 00 00 00") << "the limit holds again";
@@ -47,8 +46,7 @@ using LostRecordTest = OnBench;
 TEST_F(LostRecordTest, AUserStopLeavesTheWatchdogOfADischargeThatIsNone) {
   endWithoutARecord(*this, [](AppClient& app) { return app.forceDischarge(false); });
   expectAStartToDoNothing(*this);
-  charge(50);
-  run(5);
+  tickAt(50);
   EXPECT_EQ(logs().back(), "default force-discharge auto-stopped: reason=targetReached");
   EXPECT_FALSE(onDisk().forceDischargeActive);
 }
@@ -78,8 +76,7 @@ TEST_F(LostRecordTest, AStopByItselfIsRepeatedByEveryTickUntilItIsRecorded) {
   mac().disk.replaceFails = false;
   run(5);
   EXPECT_FALSE(onDisk().forceDischargeActive);
-  EXPECT_EQ(onDisk().lastDischargeAbortReason,
-            std::string(bannerCopy(DischargeStopReason::targetReached)));
+  EXPECT_EQ(onDisk().lastDischargeAbortReason, bannerCopy(DischargeStopReason::targetReached));
   mark();
   run(5);
   EXPECT_THAT(since("smc"), ElementsAre("smc CHTE <- 01 00 00 00"));
@@ -92,9 +89,7 @@ TEST_F(LostRecordTest, AClearOrAResetLeavesTheDischargeInTheRecordWithNothingTha
     Bench bench;
     endWithoutARecord(bench, ending);
     expectAStartToDoNothing(bench);
-    const auto before = bench.world.callCounts();
-    bench.run(60);
-    EXPECT_EQ((bench.world.callCounts() - before).text(), "") << "something still ticks";
+    EXPECT_EQ(bench.callsDuring(60).text(), "") << "something still ticks";
     const auto second = bench.world.connectApp();
     bench.world.runUntilIdle();
     EXPECT_EQ(bench.logs().back(), "default client connect — arming polling loop at limit=50");

@@ -46,8 +46,7 @@ TEST_F(NextDischargeTest, MinimumSeenStartsAfreshHoweverTheLastOneEnded) {
   for (const auto& [name, end] : endings) {
     Bench bench;
     bench.bootDischarging();
-    bench.charge(52);
-    bench.run(5);
+    bench.tickAt(52);
     end(bench);
     ASSERT_FALSE(bench.state().forceDischargeActive) << name;
     start(bench, 60);
@@ -74,21 +73,18 @@ TEST_F(NextDischargeTest, HasThreeUnreadableTicksAfterAStopBeforeSleep) {
   mac().lid.open();
   mac().power.wake();
   run(0);
-  ASSERT_EQ(onDisk().lastDischargeAbortReason,
-            std::string(bannerCopy(DischargeStopReason::systemWillSleep)));
+  ASSERT_EQ(onDisk().lastDischargeAbortReason, bannerCopy(DischargeStopReason::systemWillSleep));
   expectThreeUnreadableTicks(*this);
 }
 
 TEST_F(NextDischargeTest, HasThreeUnreadableTicksAfterAStopForWithdrawnKeepAwake) {
-  mac().lid.connectDisplay();
-  bootArmedDischarge();
+  bootDockedDischarge();
   mac().lid.close();
   chargeUnreadable();
   run(10);
   call(app->setClamshellKeepAwake(false));
   mac().lid.open();
-  ASSERT_EQ(onDisk().lastDischargeAbortReason,
-            std::string(bannerCopy(DischargeStopReason::clamshellDisarmed)));
+  ASSERT_EQ(onDisk().lastDischargeAbortReason, bannerCopy(DischargeStopReason::clamshellDisarmed));
   expectThreeUnreadableTicks(*this);
 }
 
@@ -96,8 +92,7 @@ TEST_F(NextDischargeTest, StopByItselfLeavesTheTimeOfTheLastWrite) {
   bootDischarging();
   const HelperState before = onDisk();
   run(1);
-  charge(50);
-  run(5);
+  tickAt(50);
   HelperState expected = before;
   expected.forceDischargeActive = false;
   expected.lastDischargeAbortReason = std::string(bannerCopy(DischargeStopReason::targetReached));

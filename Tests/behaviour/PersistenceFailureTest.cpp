@@ -11,8 +11,7 @@ namespace {
 using PersistenceFailureTest = OnBench;
 
 TEST_F(PersistenceFailureTest, FailedWriteIsAFaultLineAndTheCommandSucceeds) {
-  charge(59);
-  boot();
+  bootAt(59);
   mac().disk.full = true;
   EXPECT_EQ(outcome(call(app->setChargeLimit(60))), "ok");
   ASSERT_EQ(logs().size(), 2U);
@@ -30,8 +29,7 @@ TEST_F(PersistenceFailureTest, UnusableDirectoryIsAFaultLineOnly) {
 }
 
 TEST_F(PersistenceFailureTest, ReadBackThatFailsIsAFaultLineAndNothingIsReverted) {
-  charge(59);
-  boot();
+  bootAt(59);
   mac().disk.failCall("readFile", EIO);
   EXPECT_EQ(outcome(call(app->setChargeLimit(60))), "ok");
   ASSERT_EQ(logs().size(), 2U);
@@ -43,8 +41,7 @@ TEST_F(PersistenceFailureTest, ReadBackThatFailsIsAFaultLineAndNothingIsReverted
 
 // Clients know a code for it, 502, and never see it.
 TEST_F(PersistenceFailureTest, NoCommandEverReportsThatItsRecordCouldNotBeWritten) {
-  charge(90);
-  boot();
+  bootAt(90);
   mac().disk.full = true;
   for (const auto& [name, command] : everyCommand()) {
     mark();
@@ -56,8 +53,7 @@ TEST_F(PersistenceFailureTest, NoCommandEverReportsThatItsRecordCouldNotBeWritte
 }
 
 TEST_F(PersistenceFailureTest, FailedRenameRevertsTheMemoryToTheDisk) {
-  charge(59);
-  boot();
+  bootAt(59);
   mac().disk.replaceFails = true;
   EXPECT_EQ(outcome(call(app->setChargeLimit(60))), "ok");
   const Lines lines = logs();
@@ -71,8 +67,7 @@ TEST_F(PersistenceFailureTest, FailedRenameRevertsTheMemoryToTheDisk) {
 }
 
 TEST_F(PersistenceFailureTest, RevertToARecordWithoutDischargeUndoesTheDischargeInTheHardware) {
-  bootWithLimit(50);
-  charge(70);
+  bootWithLimit(50, 70);
   call(app->setClamshellKeepAwake(true));
   mac().disk.replaceFails = true;
   mark();

@@ -78,8 +78,7 @@ TEST_F(ReadingsTest, NoSnapshotNoListNoArrayAndNoEntriesAreNoReading) {
 }
 
 TEST_F(ReadingsTest, AdapterIsUnknownWithoutItsPropertyOrWithAnotherType) {
-  bootWithLimit(50);
-  charge(90);
+  bootWithLimit(50, 90);
   for (const PropertyValue& value : {PropertyValue(), PropertyValue(1), PropertyValue("Yes")}) {
     mac().registry.overrideProperty("AppleSmartBattery", "ExternalConnected", value);
     run(5);
@@ -120,8 +119,7 @@ class TemperatureTest : public ::testing::TestWithParam<TemperatureCase> {};
 
 TEST_P(TemperatureTest, IsCutToWholeDegreesTowardZero) {
   Bench bench;
-  bench.mac().lid.connectDisplay();
-  bench.bootArmedDischarge();
+  bench.bootDockedDischarge();
   bench.mac().registry.overrideProperty("AppleSmartBattery", "Temperature",
                                         PropertyValue(GetParam().hundredths));
   bench.mac().lid.close();
@@ -141,8 +139,7 @@ INSTANTIATE_TEST_SUITE_P(Hundredths, TemperatureTest,
 
 TEST_F(ReadingsTest, TemperatureOfAPackIsFoundThroughTheMergedProperties) {
   Bench bench("two-banks");
-  bench.mac().lid.connectDisplay();
-  bench.bootArmedDischarge();
+  bench.bootDockedDischarge();
   bench.mac().lid.close();
   bench.temperature(45.5);
   bench.run(5);
@@ -151,8 +148,7 @@ TEST_F(ReadingsTest, TemperatureOfAPackIsFoundThroughTheMergedProperties) {
 }
 
 TEST_F(ReadingsTest, TemperatureIsUnknownWhileTheBatteryServiceIsNotThere) {
-  mac().lid.connectDisplay();
-  bootArmedDischarge();
+  bootDockedDischarge();
   mac().lid.close();
   temperature(60);
   mac().registry.hideService("AppleSmartBattery", true);
@@ -175,8 +171,7 @@ TEST_F(ReadingsTest, UnreadableTemperatureNeverStops) {
 
 /// Everything the helper takes it gives back: after any reading, no more objects live than before.
 TEST_F(ReadingsTest, EveryReadingGivesBackWhatItTookOnEveryPath) {
-  mac().lid.connectDisplay();
-  bootArmedDischarge();
+  bootDockedDischarge();
   mac().lid.close();
   temperature(30);
   const auto process = mac().process(world.platform().process.getpid());

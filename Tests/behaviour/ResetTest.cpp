@@ -62,8 +62,7 @@ TEST_F(ResetTest, KeepsBandVerificationAndBanner) {
   record.sailingBand = 9;
   saveState(record);
   mac().smc.key("CHTE")->silentlyRefuses = true;
-  charge(70);
-  boot();
+  bootAt(70);
   call(app->forceDischarge(true));
   mac().lid.close();
   run(1);
@@ -118,23 +117,19 @@ TEST_F(ResetTest, LogsEachFailureGoesOnAndSucceeds) {
 TEST_F(ResetTest, NativeLimitGoesBackToNone) {
   Bench bench("native-only");
   bench.bootWithLimit(80);
-  bench.charge(90);
-  bench.run(5);
+  bench.tickAt(90);
   bench.call(bench.app->resetAllSMCKeys());
   EXPECT_EQ(bench.mac().powerUI.currentLimit(), 0);
 }
 
 TEST_F(ResetTest, PendingTopOffLoopFindsItselfSuperseded) {
-  bootWithLimit(80);
-  call(app->releaseLimitUntilFullThenRestore());
+  bootToppingOff(80);
   call(app->resetAllSMCKeys());
   EXPECT_FALSE(state().topUpActive);
   mark();
   run(5);
   EXPECT_THAT(logs(), ElementsAre("default top-off restore loop superseded — bailing"));
-  const auto before = world.callCounts();
-  run(20);
-  EXPECT_EQ((world.callCounts() - before).text(), "");
+  EXPECT_EQ(callsDuring(20).text(), "");
 }
 
 TEST_F(ResetTest, LimitStaysInTheStateAndInTheFile) {
@@ -145,13 +140,10 @@ TEST_F(ResetTest, LimitStaysInTheStateAndInTheFile) {
 }
 
 TEST_F(ResetTest, SetsTheTimeOfTheLastWriteSoThatTheNextClientArmsAgain) {
-  charge(78);
-  boot();  // A fresh install: the record's date is the distant past, nothing is armed.
+  bootAt(78);  // A fresh install: the record's date is the distant past, nothing is armed.
   call(app->resetAllSMCKeys());
   mark();
-  const auto second = world.connectApp();
-  second->await(second->ping());
-  world.runUntilIdle();
+  const auto second = connectAnother();
   EXPECT_THAT(logs(), ElementsAre("default client connected (count=2)",
                                   "default client connect — arming polling loop at "
                                   "limit=80"));

@@ -19,8 +19,7 @@ TEST_F(ShutdownTest, QuitSaysSoRestoresAndExitsWithZero) {
   mac().smc.setValue("CHTE", {1, 0, 0, 0});
   run(1);
   mark();
-  app->quit();
-  world.runUntilIdle();
+  quit();
   EXPECT_FALSE(world.helperRunning());
   EXPECT_EQ(world.exitStatus(), 0);
   EXPECT_THAT(logs(), ElementsAre("default quit() received pid=501",
@@ -42,8 +41,7 @@ TEST_F(ShutdownTest, DisarmsKeepAwakeBeforeTheKeysAndTheNativeLimit) {
   bench.boot();
   bench.call(bench.app->setClamshellKeepAwake(true));
   bench.mark();
-  bench.app->quit();
-  bench.world.runUntilIdle();
+  bench.quit();
   EXPECT_THAT(bench.since("smc power"),
               ElementsAre("power SleepDisabled = 0", "smc CHTE <- 00 00 00 00", "smc CHIE <- 00",
                           "power native limit none (pid 501)"));
@@ -53,14 +51,11 @@ TEST_F(ShutdownTest, KeepsLimitBandVerificationAndBanner) {
   HelperState record = savedLimit(50);
   record.sailingBand = 9;
   saveState(record);
-  charge(70);
-  boot();
+  bootAt(70);
   call(app->forceDischarge(true));
-  charge(50);
-  run(5);
+  tickAt(50);
   ASSERT_TRUE(state().lastDischargeAbortReason.has_value());
-  app->quit();
-  world.runUntilIdle();
+  quit();
   const HelperState left = onDisk();
   EXPECT_EQ(left.chargeLimit, 50);
   EXPECT_EQ(left.sailingBand, 9);
@@ -72,16 +67,14 @@ TEST_F(ShutdownTest, KeepsLimitBandVerificationAndBanner) {
 
 TEST_F(ShutdownTest, EndsASavedHeatPause) {
   bootHeatPaused();
-  app->quit();
-  world.runUntilIdle();
+  quit();
   ASSERT_EQ(world.exitStatus(), 0);
   EXPECT_FALSE(onDisk().heatPauseActive);
 }
 
 TEST_F(ShutdownTest, BusyQueueMeansExitAfterHalfASecondWithoutRestoring) {
   bootWithLimit(50);
-  charge(70);
-  run(5);
+  tickAt(70);
   ASSERT_EQ(key("CHTE"), "01 00 00 00");
   world.faults().setLatency(SeamCall::powerSourcesCopyInfo, 10);
   run(5);  // The tick at 10 s is now stuck in its reading.
@@ -99,8 +92,7 @@ TEST_F(ShutdownTest, BusyQueueMeansExitAfterHalfASecondWithoutRestoring) {
 TEST_F(ShutdownTest, RestorationThatTakesLongIsCutOffWhereItStands) {
   Bench bench("both-families");
   bench.bootWithLimit(50);
-  bench.charge(70);
-  bench.run(5);
+  bench.tickAt(70);
   bench.world.faults().setLatency(SeamCall::smcCallStruct, 0.15);
   bench.mark();
   bench.world.sendSignal(SIGTERM);
@@ -118,8 +110,7 @@ TEST_F(ShutdownTest, FailuresAreSilent) {
   bench.mac().smc.key("CHTE")->writeResult = 134;
   bench.mac().powerUI.setError = "no";
   bench.mark();
-  bench.app->quit();
-  bench.world.runUntilIdle();
+  bench.quit();
   EXPECT_THAT(bench.logs(), ElementsAre("default quit() received pid=501",
                                         "default shutdownGracefully — restoring SMC before exit"));
   EXPECT_THAT(bench.since("smc"),
@@ -129,18 +120,15 @@ TEST_F(ShutdownTest, FailuresAreSilent) {
 TEST_F(ShutdownTest, NativeLimitGoesBackToNone) {
   Bench bench("native-only");
   bench.bootWithLimit(80);
-  bench.charge(90);
-  bench.run(5);
+  bench.tickAt(90);
   ASSERT_EQ(bench.mac().powerUI.currentLimit(), 80);
-  bench.app->quit();
-  bench.world.runUntilIdle();
+  bench.quit();
   EXPECT_EQ(bench.mac().powerUI.currentLimit(), 0);
 }
 
 TEST_F(ShutdownTest, NextBootFindsNothingToRecover) {
   bootArmedDischarge();
-  app->quit();
-  world.runUntilIdle();
+  quit();
   boot();
   EXPECT_EQ(world.logCount("crash-recovery: clearing stuck discharge keys from previous run"), 0U);
   EXPECT_EQ(world.logCount("crash-recovery: clearing SleepDisabled set by previous run"), 0U);
@@ -150,8 +138,7 @@ TEST_F(ShutdownTest, QuitAndASignalAtOnceRestoreBeforeEitherEndsTheProcess) {
   for (const bool signalFirst : {false, true}) {
     Bench bench;
     bench.bootWithLimit(50);
-    bench.charge(70);
-    bench.run(5);
+    bench.tickAt(70);
     ASSERT_EQ(bench.key("CHTE"), "01 00 00 00");
     bench.world.faults().setLatency(SeamCall::smcCallStruct, 0.05);
     bench.mark();
@@ -311,8 +298,7 @@ TEST_F(ShutdownTest, SmcThatIsGoneStillReleasesAndPersists) {
   mac().smc.servicePresent = false;
   mac().smc.invalidateConnections();
   mark();
-  app->quit();
-  world.runUntilIdle();
+  quit();
   EXPECT_EQ(world.exitStatus(), 0);
   EXPECT_THAT(since("smc"), IsEmpty());
   EXPECT_TRUE(mac().power.assertions().empty());
@@ -322,8 +308,7 @@ TEST_F(ShutdownTest, SmcThatIsGoneStillReleasesAndPersists) {
 TEST_F(ShutdownTest, FailedPersistDoesNotHoldUpTheExit) {
   bootWithLimit(50);
   mac().disk.full = true;
-  app->quit();
-  world.runUntilIdle();
+  quit();
   EXPECT_EQ(world.exitStatus(), 0);
 }
 

@@ -6,11 +6,6 @@
 namespace korvel::test {
 namespace {
 
-void sleepNow(Bench& bench) {
-  bench.mac().power.requestSleep();
-  bench.run(1);
-}
-
 void wakeNow(Bench& bench) {
   bench.mac().power.wake();
   bench.run(0);
@@ -19,9 +14,8 @@ void wakeNow(Bench& bench) {
 using SleepWakeTest = OnBench;
 
 TEST_F(SleepWakeTest, OnePauseIsWrittenBeforeTheAcknowledgementWhateverTheCharge) {
-  bootWithLimit(80);
-  charge(40);
-  sleepNow(*this);
+  bootWithLimit(80, 40);
+  sleepNow();
   EXPECT_THAT(timed("smc power log"),
               ElementsAre("0.000 power sleep (requested) begins",
                           "0.000 power message 0xe0000280 to pid 501",
@@ -36,7 +30,7 @@ TEST_F(SleepWakeTest, OnePauseIsWrittenBeforeTheAcknowledgementWhateverTheCharge
 TEST_F(SleepWakeTest, SuccessTextNamesTheNewerKeyAlsoOnTheOlderFamily) {
   Bench bench("older-pair");
   bench.bootWithLimit(80);
-  sleepNow(bench);
+  bench.sleepNow();
   EXPECT_THAT(bench.since("smc"), ElementsAre("smc CH0B <- 02", "smc CH0C <- 02"));
   EXPECT_THAT(bench.logs(), ElementsAre("default pre-sleep CHTE pause-write succeeded"));
 }
@@ -46,11 +40,9 @@ TEST_F(SleepWakeTest, LimitOfHundredNeedsNoPause) {
   mac().smc.key("CHTE")->silentlyRefuses = true;
   mac().smc.setValue("CHTE", {1, 0, 0, 0});
   call(app->setChargeLimit(100));  // Not verified, so the loop keeps running.
-  const auto before = world.callCounts();
-  run(5);
-  ASSERT_EQ((world.callCounts() - before)[SeamCall::powerSourcesCopyInfo], 1U) << "it runs";
+  ASSERT_EQ(callsDuring(5)[SeamCall::powerSourcesCopyInfo], 1U) << "it runs";
   mark();
-  sleepNow(*this);
+  sleepNow();
   EXPECT_THAT(since("smc"), IsEmpty());
   EXPECT_THAT(logs(), IsEmpty());
   EXPECT_TRUE(mac().power.isAsleep());
@@ -60,7 +52,7 @@ TEST_F(SleepWakeTest, PauseBeforeSleepIsForLimitsFromTwentyToNinetyNine) {
   for (const std::uint8_t limit : {std::uint8_t{20}, std::uint8_t{99}}) {
     Bench bench;
     bench.bootWithLimit(limit);
-    sleepNow(bench);
+    bench.sleepNow();
     EXPECT_THAT(bench.since("smc"), ElementsAre("smc CHTE <- 01 00 00 00")) << int{limit};
   }
 }
@@ -68,7 +60,7 @@ TEST_F(SleepWakeTest, PauseBeforeSleepIsForLimitsFromTwentyToNinetyNine) {
 TEST_F(SleepWakeTest, BatteryLevelIsNotAskedForBeforeSleep) {
   bootWithLimit(80);
   const auto before = world.callCounts();
-  sleepNow(*this);
+  sleepNow();
   EXPECT_EQ(key("CHTE"), "01 00 00 00");
   EXPECT_EQ((world.callCounts() - before)[SeamCall::powerSourcesCopyInfo], 0U);
 }
@@ -77,7 +69,7 @@ TEST_F(SleepWakeTest, NoLoopNoPause) {
   bootWithLimit(80);
   call(app->clearChargeLimit());
   mark();
-  sleepNow(*this);
+  sleepNow();
   EXPECT_THAT(since("smc"), IsEmpty());
   EXPECT_THAT(logs(), IsEmpty());
 }
@@ -91,7 +83,7 @@ TEST_F(SleepWakeTest, OnBatteryOrWithAnUnknownAdapterThereIsNoPause) {
     } else {
       bench.mac().adapter.disconnect();
     }
-    sleepNow(bench);
+    bench.sleepNow();
     EXPECT_THAT(bench.since("smc"), IsEmpty());
     EXPECT_TRUE(bench.mac().power.isAsleep());
   }
@@ -106,8 +98,7 @@ TEST_F(SleepWakeTest, DischargeEndsBeforeSleepAndThePauseFollows) {
   EXPECT_THAT(logs(), ElementsAre("default pre-sleep: aborting active force-discharge before sleep",
                                   "default force-discharge auto-stopped: reason=systemWillSleep",
                                   "default pre-sleep CHTE pause-write succeeded"));
-  EXPECT_EQ(onDisk().lastDischargeAbortReason,
-            std::string(bannerCopy(DischargeStopReason::systemWillSleep)));
+  EXPECT_EQ(onDisk().lastDischargeAbortReason, bannerCopy(DischargeStopReason::systemWillSleep));
 }
 
 TEST_F(SleepWakeTest, PauseAfterAnEndedDischargeFollowsWhateverTheAdapterReports) {
@@ -120,7 +111,7 @@ TEST_F(SleepWakeTest, PauseAfterAnEndedDischargeFollowsWhateverTheAdapterReports
       bench.run(1);
     } else {
       bench.mac().adapter.disconnect();
-      sleepNow(bench);
+      bench.sleepNow();
     }
     EXPECT_TRUE(bench.mac().power.isAsleep());
     EXPECT_THAT(bench.since("smc"), ElementsAre("smc CHIE <- 00", "smc CHTE <- 01 00 00 00"));
@@ -132,7 +123,7 @@ TEST_F(SleepWakeTest, ArmedDischargeEndsBeforeARequestedSleepToo) {
   mac().power.setSleepDisabledExternally(false);
   mac().adapter.disconnect();
   mark();
-  sleepNow(*this);
+  sleepNow();
   ASSERT_TRUE(mac().power.isAsleep());
   EXPECT_EQ(logs().front(), "default pre-sleep: aborting active force-discharge before sleep");
   EXPECT_FALSE(onDisk().forceDischargeActive);
@@ -156,8 +147,7 @@ TEST_F(SleepWakeTest, DischargeWithALimitOfHundredEndsWithoutAPause) {
 TEST_F(SleepWakeTest, DischargeThatNoLoopWatchesEndsBeforeSleepToo) {
   // A record with a limit that no loop takes: the discharge starts, its loop stops at once.
   saveState(savedLimit(10));
-  charge(60);
-  boot();
+  bootAt(60);
   ASSERT_EQ(outcome(call(app->forceDischarge(true))), "ok");
   ASSERT_TRUE(world.logged("HelperImpl", LogLevel::Fault,
                            "pollOnce: target 10 out of range — stopping loop"));
@@ -172,7 +162,7 @@ TEST_F(SleepWakeTest, DischargeThatNoLoopWatchesEndsBeforeSleepToo) {
 TEST_F(SleepWakeTest, FailedPauseIsAnErrorLineAndSleepGoesOn) {
   bootWithLimit(80);
   mac().smc.key("CHTE")->writeResult = 134;
-  sleepNow(*this);
+  sleepNow();
   EXPECT_EQ(logs().back(),
             "error pre-sleep pause-write failed: kSMCWriteKey failed (kIOReturn=0, smcResult=134)");
   EXPECT_TRUE(mac().power.isAsleep());
@@ -183,8 +173,7 @@ TEST_F(SleepWakeTest, PauseThatIsSlowDelaysTheAcknowledgementByAsMuch) {
   run(1);
   mark();
   world.faults().setLatency(SeamCall::smcCallStruct, 0.02);
-  mac().power.requestSleep();
-  run(1);
+  sleepNow();
   EXPECT_THAT(
       timed("smc power"),
       ElementsAre("1.000 power sleep (requested) begins",
@@ -212,17 +201,13 @@ TEST_F(SleepWakeTest, PauseThatIsSlowerThanATenthOfASecondDoesNotHoldUpSleep) {
 }
 
 TEST_F(SleepWakeTest, WakeRestartsTheLoopAndEvaluatesAtOnce) {
-  bootWithLimit(80);
-  charge(40);
+  bootWithLimit(80, 40);
   run(2);
-  sleepNow(*this);
+  sleepNow();
   ASSERT_EQ(key("CHTE"), "01 00 00 00");
   run(3600);
   mark();
-  std::vector<double> ticks;
-  world.faults().observe([&](SeamCall call) {
-    if (call == SeamCall::powerSourcesCopyInfo) ticks.push_back(world.now());
-  });
+  const auto& ticks = noteTicks();
   const double wokenAt = world.now();
   wakeNow(*this);
   EXPECT_EQ(key("CHTE"), "00 00 00 00");
@@ -234,30 +219,24 @@ TEST_F(SleepWakeTest, WakeRestartsTheLoopAndEvaluatesAtOnce) {
 TEST_F(SleepWakeTest, WakeWithoutALoopStartsNone) {
   bootWithLimit(80);
   call(app->clearChargeLimit());
-  sleepNow(*this);
+  sleepNow();
   wakeNow(*this);
-  const auto before = world.callCounts();
-  run(30);
-  EXPECT_EQ((world.callCounts() - before).text(), "");
+  EXPECT_EQ(callsDuring(30).text(), "");
 }
 
 TEST_F(SleepWakeTest, LimitOutOfRangeInTheRecordNeitherPausesNorRestarts) {
   // A failed replacement leaves a loop running with 60 over a record that says 10.
   saveState(savedLimit(10));
-  charge(59);
-  boot();
+  bootAt(59);
   mac().disk.replaceFails = true;
   call(app->setChargeLimit(60));
   ASSERT_EQ(state().chargeLimit, 10);
   run(2);
   mark();
-  sleepNow(*this);
+  sleepNow();
   EXPECT_THAT(since("smc"), IsEmpty());
   EXPECT_THAT(logs(), IsEmpty());
-  std::vector<double> ticks;
-  world.faults().observe([&](SeamCall call) {
-    if (call == SeamCall::powerSourcesCopyInfo) ticks.push_back(world.now());
-  });
+  const auto& ticks = noteTicks();
   const double wokenAt = world.now();
   wakeNow(*this);
   run(4);
@@ -267,7 +246,7 @@ TEST_F(SleepWakeTest, LimitOutOfRangeInTheRecordNeitherPausesNorRestarts) {
 TEST_F(SleepWakeTest, WakeIsNotHeldUpByABusyQueue) {
   bootWithLimit(50);
   run(2);
-  sleepNow(*this);
+  sleepNow();
   world.faults().setLatency(SeamCall::powerSourcesCopyInfo, 10);
   wakeNow(*this);
   run(4);  // The tick is stuck in its reading.
@@ -318,8 +297,7 @@ TEST_F(SleepWakeTest, DischargeRequestBehindThePreSleepWorkStartsAfterTheAcknowl
   // A window that the order of steps leaves open: the work before sleep stops the discharge that
   // runs, not the one that is asked for behind it.
   OtherProgram other(*this);
-  bootWithLimit(50);
-  charge(70);
+  bootWithLimit(50, 70);
   mac().smc.setValue("CHTE", {0, 0, 0, 0});
   run(1);
   mark();

@@ -18,46 +18,35 @@ constexpr const char* readingsOfATick =
 std::string callsOfATick(Bench& bench) {
   bench.run(10);
   bench.mark();
-  const auto before = bench.world.callCounts();
-  bench.run(5);
+  const std::string calls = bench.callsDuring(5).text();
   EXPECT_THAT(bench.since("smc disk log"), IsEmpty());
-  return (bench.world.callCounts() - before).text();
+  return calls;
 }
 
-TEST(SteadyTickTest, AboveTheLimitItReadsOneKeyOnce) {
-  Bench bench;
-  bench.bootWithLimit(50);
-  bench.charge(70);
-  EXPECT_EQ(callsOfATick(bench), "smcCallStruct 1, " + std::string(readingsOfATick));
+using SteadyTickTest = OnBench;
+
+TEST_F(SteadyTickTest, AboveTheLimitItReadsOneKeyOnce) {
+  bootWithLimit(50, 70);
+  EXPECT_EQ(callsOfATick(*this), "smcCallStruct 1, " + std::string(readingsOfATick));
 }
 
-TEST(SteadyTickTest, BelowTheBandItReadsOneKeyOnce) {
-  Bench bench;
-  bench.bootWithLimit(50);
-  bench.charge(30);
-  EXPECT_EQ(callsOfATick(bench), "smcCallStruct 1, " + std::string(readingsOfATick));
+TEST_F(SteadyTickTest, BelowTheBandItReadsOneKeyOnce) {
+  bootWithLimit(50, 30);
+  EXPECT_EQ(callsOfATick(*this), "smcCallStruct 1, " + std::string(readingsOfATick));
 }
 
-TEST(SteadyTickTest, OlderPairReadsEachOfTheTwoKeysOnce) {
+TEST_F(SteadyTickTest, OlderPairReadsEachOfTheTwoKeysOnce) {
   Bench bench("older-pair");
-  bench.bootWithLimit(50);
-  bench.charge(70);
+  bench.bootWithLimit(50, 70);
   EXPECT_EQ(callsOfATick(bench), "smcCallStruct 2, " + std::string(readingsOfATick));
 }
 
-TEST(SteadyTickTest, InsideTheBandAndOnBatteryItOnlyTakesItsReadings) {
-  {
-    Bench bench;
-    bench.bootWithLimit(50);
-    EXPECT_EQ(callsOfATick(bench), readingsOfATick);
-  }
-  {
-    Bench bench;
-    bench.bootWithLimit(50);
-    bench.charge(90);
-    bench.mac().adapter.disconnect();
-    EXPECT_EQ(callsOfATick(bench), readingsOfATick);
-  }
+TEST_F(SteadyTickTest, InsideTheBandAndOnBatteryItOnlyTakesItsReadings) {
+  bootWithLimit(50);
+  EXPECT_EQ(callsOfATick(*this), readingsOfATick);
+  charge(90);
+  mac().adapter.disconnect();
+  EXPECT_EQ(callsOfATick(*this), readingsOfATick);
 }
 
 /// KORVEL_TICKS asks for another number of them.
@@ -66,7 +55,7 @@ std::uint64_t ticksToWatch() {
   return asked == nullptr ? 100'000 : std::strtoull(asked, nullptr, 10);
 }
 
-TEST(SteadyTickTest, MemoryStaysFlatOverManyTicks) {
+TEST_F(SteadyTickTest, MemoryStaysFlatOverManyTicks) {
   const std::uint64_t ticks = ticksToWatch();
   WorldOptions options;
   options.profile = "newer-keys";

@@ -51,9 +51,7 @@ TEST_F(StepsTest, TopOffRepliesBeforeItsLoopStarts) {
 }
 
 TEST_F(StepsTest, CompletedTopOffStartsEnforcementBeforeItSaysSo) {
-  bootWithLimit(80);
-  charge(100);
-  call(app->releaseLimitUntilFullThenRestore());
+  bootToppingOff(80, 100);
   const Steps steps(*this, "disk log smc");
   run(5);
   ASSERT_GE(steps.lines().size(), 5U);
@@ -65,8 +63,7 @@ TEST_F(StepsTest, CompletedTopOffStartsEnforcementBeforeItSaysSo) {
 }
 
 TEST_F(StepsTest, TopOffThatTimesOutSaysSoBeforeItStartsEnforcement) {
-  bootWithLimit(80);
-  call(app->releaseLimitUntilFullThenRestore());
+  bootToppingOff(80);
   const Steps steps(*this, "disk log");
   run(1440 * 5);
   EXPECT_THAT(steps.lines(),

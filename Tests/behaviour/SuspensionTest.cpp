@@ -9,8 +9,7 @@ namespace {
 /// Starts a discharge on a saved limit that is out of range, and pauses the gate.
 void bootDischargingWithoutALoop(Bench& bench, bool armed) {
   bench.saveState(savedLimit(10));
-  bench.charge(60);
-  bench.boot();
+  bench.bootAt(60);
   if (armed) bench.call(bench.app->setClamshellKeepAwake(true));
   ASSERT_EQ(outcome(bench.call(bench.app->forceDischarge(true))), "ok");
   ASSERT_EQ(bench.logs().back(), "fault pollOnce: target 10 out of range — stopping loop");

@@ -11,8 +11,7 @@ using TopOffTest = OnBench;
 
 TEST_F(TopOffTest, ReleaseStopsEnforcementResumesChargingAndSaysSoOnDisk) {
   bootWithLimit(50);
-  charge(70);
-  run(5);
+  tickAt(70);
   mark();
   EXPECT_EQ(outcome(call(app->releaseLimitUntilFullThenRestore())), "ok");
   EXPECT_THAT(since("smc disk reply"),
@@ -26,9 +25,7 @@ TEST_F(TopOffTest, ReleaseStopsEnforcementResumesChargingAndSaysSoOnDisk) {
 }
 
 TEST_F(TopOffTest, BatteryAtHundredRestoresTheLimitAtTheFirstTick) {
-  bootWithLimit(80);
-  charge(100);
-  call(app->releaseLimitUntilFullThenRestore());
+  bootToppingOff(80, 100);
   run(4.999);
   EXPECT_TRUE(state().topUpActive);
   mark();
@@ -42,17 +39,13 @@ TEST_F(TopOffTest, BatteryAtHundredRestoresTheLimitAtTheFirstTick) {
 }
 
 TEST_F(TopOffTest, NinetyNineIsNotFull) {
-  bootWithLimit(80);
-  charge(99);
-  call(app->releaseLimitUntilFullThenRestore());
+  bootToppingOff(80, 99);
   run(600);
   EXPECT_TRUE(state().topUpActive);
 }
 
 TEST_F(TopOffTest, MoreThanAHundredIsFullToo) {
-  bootWithLimit(80);
-  charge(101);
-  call(app->releaseLimitUntilFullThenRestore());
+  bootToppingOff(80, 101);
   mark();
   run(5);
   EXPECT_THAT(logs(), ElementsAre("default top-off complete — restored limit 80",
@@ -81,13 +74,11 @@ TEST_F(TopOffTest, WithoutAnyReadingTheLoopEndsAtItsLastTickAndRestoresTheLimit)
 }
 
 TEST_F(TopOffTest, ReadingBelowFullAtTheLastTickIsATimeOut) {
-  bootWithLimit(80);
-  call(app->releaseLimitUntilFullThenRestore());
+  bootToppingOff(80);
   run(1439 * 5);
   EXPECT_TRUE(state().topUpActive);
   mark();
-  charge(90);
-  run(5);
+  tickAt(90);
   EXPECT_THAT(logs(),
               ElementsAre("error top-off restore loop timed out without reaching 100% — restoring "
                           "limit",
@@ -96,8 +87,7 @@ TEST_F(TopOffTest, ReadingBelowFullAtTheLastTickIsATimeOut) {
 }
 
 TEST_F(TopOffTest, FullAtTheVeryLastTickIsComplete) {
-  bootWithLimit(80);
-  call(app->releaseLimitUntilFullThenRestore());
+  bootToppingOff(80);
   run(1439 * 5);
   charge(100);
   mark();
@@ -127,8 +117,7 @@ TEST_F(TopOffTest, CancelWhileARevertedTopOffStillTicksDoesNotEndIt) {
 }
 
 TEST_F(TopOffTest, CancelRestoresAtOnceAndTheOldLoopBailsAtItsNextTick) {
-  bootWithLimit(80);
-  call(app->releaseLimitUntilFullThenRestore());
+  bootToppingOff(80);
   charge(90);
   run(2);
   mark();
@@ -143,15 +132,13 @@ TEST_F(TopOffTest, CancelRestoresAtOnceAndTheOldLoopBailsAtItsNextTick) {
 }
 
 TEST_F(TopOffTest, SupersededLoopWhoseBatteryIsFullRestoresNothing) {
-  using Command = AppCallRef (*)(AppClient&);
-  const std::vector<std::pair<std::string, Command>> commands = {
+  const std::vector<NamedCommand> commands = {
       {"clearChargeLimit", [](AppClient& app) { return app.clearChargeLimit(); }},
       {"resetAllSMCKeys", [](AppClient& app) { return app.resetAllSMCKeys(); }},
   };
   for (const auto& [name, command] : commands) {
     Bench bench;
-    bench.bootWithLimit(80);
-    bench.call(bench.app->releaseLimitUntilFullThenRestore());
+    bench.bootToppingOff(80);
     ASSERT_EQ(outcome(bench.call(command(*bench.app))), "ok") << name;
     bench.charge(100);
     bench.mark();
@@ -165,21 +152,16 @@ TEST_F(TopOffTest, SupersededLoopWhoseBatteryIsFullRestoresNothing) {
 }
 
 TEST_F(TopOffTest, OfTwoRequestsOnlyTheSecondLoopSurvives) {
-  bootWithLimit(80);
-  call(app->releaseLimitUntilFullThenRestore());
+  bootToppingOff(80);
   run(3);
   call(app->releaseLimitUntilFullThenRestore());
   mark();
-  std::vector<double> ticks;
-  world.faults().observe([&](SeamCall call) {
-    if (call == SeamCall::powerSourcesCopyInfo) ticks.push_back(world.now());
-  });
+  const auto& ticks = noteTicks();
   run(11);
   EXPECT_THAT(ticks, ElementsAre(8.0, 13.0));
   EXPECT_TRUE(state().topUpActive);
   EXPECT_THAT(logs(), IsEmpty()) << "the first loop is cancelled, it does not bail";
-  charge(100);
-  run(5);
+  tickAt(100);
   EXPECT_EQ(world.logCount("top-off complete — restored limit 80"), 1U);
   EXPECT_FALSE(state().topUpActive);
 }
@@ -197,16 +179,14 @@ TEST_F(TopOffTest, EndsADischargeAndKeepAwakeFirst) {
 
 TEST_F(TopOffTest, OlderFamilyReleasesItsKeysInReverse) {
   Bench bench("older-pair");
-  bench.bootWithLimit(50);
-  bench.call(bench.app->releaseLimitUntilFullThenRestore());
+  bench.bootToppingOff(50);
   EXPECT_THAT(bench.since("smc"), ElementsAre("smc CH0J <- 00", "smc CH0I <- 00"));
 }
 
 TEST_F(TopOffTest, MachineWithoutDischargeKeysStillResumesCharging) {
   Bench bench("native-only");
   bench.bootWithLimit(80);
-  bench.charge(90);
-  bench.run(5);
+  bench.tickAt(90);
   ASSERT_EQ(bench.mac().powerUI.currentLimit(), 80);
   bench.mark();
   EXPECT_EQ(outcome(bench.call(bench.app->releaseLimitUntilFullThenRestore())), "ok");
@@ -218,8 +198,7 @@ TEST_F(TopOffTest, MachineWithoutADischargeFamilyWritesNoDischargeKeyAndResumes)
   mac().smc.removeKey("CHIE");
   mac().smc.addKey({"CH0J", 1, "ui8 ", 0xd0, {0}});  // Half a pair is no family.
   bootWithLimit(80);
-  charge(90);
-  run(5);
+  tickAt(90);
   mark();
   EXPECT_EQ(outcome(call(app->releaseLimitUntilFullThenRestore())), "ok");
   EXPECT_THAT(since("smc"), ElementsAre("smc CHTE <- 00 00 00 00"));
@@ -228,8 +207,7 @@ TEST_F(TopOffTest, MachineWithoutADischargeFamilyWritesNoDischargeKeyAndResumes)
 
 TEST_F(TopOffTest, DischargeKeyThatCannotBeWrittenDoesNotStopIt) {
   bootWithLimit(80);
-  charge(90);
-  run(5);
+  tickAt(90);
   mac().smc.key("CHIE")->writeResult = 134;
   mark();
   EXPECT_EQ(outcome(call(app->releaseLimitUntilFullThenRestore())), "ok");
@@ -253,8 +231,7 @@ TEST_F(TopOffTest, FailedResumeIsReportedAndNothingIsRolledBack) {
 }
 
 TEST_F(TopOffTest, SecondRequestThatFailsLeavesTheFirstLoopRunning) {
-  bootWithLimit(80);
-  call(app->releaseLimitUntilFullThenRestore());
+  bootToppingOff(80);
   mac().smc.setValue("CHTE", {1, 0, 0, 0});
   mac().smc.key("CHTE")->writeResult = 134;
   EXPECT_EQ(call(app->releaseLimitUntilFullThenRestore()).errorCode(), 500);
@@ -268,8 +245,7 @@ TEST_F(TopOffTest, SecondRequestThatFailsLeavesTheFirstLoopRunning) {
 
 TEST_F(TopOffTest, LimitToRestoreIsTheOneOfTheStart) {
   // Every command with another limit ends the top-off; a record that is reverted does not.
-  bootWithLimit(70);
-  call(app->releaseLimitUntilFullThenRestore());
+  bootToppingOff(70);
   saveState(savedLimit(90));
   mac().disk.replaceFails = true;
   call(app->setClamshellKeepAwake(true));
@@ -287,8 +263,7 @@ TEST_F(TopOffTest, LimitToRestoreIsTheOneOfTheStart) {
 }
 
 TEST_F(TopOffTest, EveryCommandThatChangesEnforcementSupersedesIt) {
-  using Command = AppCallRef (*)(AppClient&);
-  const std::vector<std::pair<std::string, Command>> commands = {
+  const std::vector<NamedCommand> commands = {
       {"setChargeLimit", [](AppClient& app) { return app.setChargeLimit(60); }},
       {"clearChargeLimit", [](AppClient& app) { return app.clearChargeLimit(); }},
       {"resetAllSMCKeys", [](AppClient& app) { return app.resetAllSMCKeys(); }},
@@ -296,8 +271,7 @@ TEST_F(TopOffTest, EveryCommandThatChangesEnforcementSupersedesIt) {
   };
   for (const auto& [name, command] : commands) {
     Bench bench;
-    bench.bootWithLimit(50);
-    bench.call(bench.app->releaseLimitUntilFullThenRestore());
+    bench.bootToppingOff(50);
     bench.charge(70);
     ASSERT_EQ(outcome(bench.call(command(*bench.app))), "ok") << name;
     EXPECT_FALSE(bench.state().topUpActive) << name;
