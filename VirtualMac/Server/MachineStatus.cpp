@@ -1,6 +1,7 @@
 #include "VirtualMac/Server/MachineStatus.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <nlohmann/json.hpp>
 #include <string_view>
@@ -13,31 +14,16 @@ namespace virtualmac {
 
 namespace {
 
-constexpr std::string_view chargingKeys[] = {"CHTE", "CH0B", "CH0C"};
-constexpr std::string_view inflowKeys[] = {"CHIE", "CH0I", "CH0J"};
-
-template <std::size_t Count>
-std::vector<std::string> presentKeys(const SMC& smc, const std::string_view (&names)[Count]) {
-  std::vector<std::string> lines;
+/// The meaning of some keys, with the values of those that this Mac has.
+std::string withKeys(std::string_view meaning, const SMC& smc,
+                     std::initializer_list<std::string_view> names) {
+  std::vector<std::string> present;
   for (const std::string_view name : names) {
-    const auto bytes = smc.value(name);
-    if (!bytes) continue;
-    std::string line(name);
-    for (const std::uint8_t byte : *bytes) line += fmt::format(" {:02x}", byte);
-    lines.push_back(std::move(line));
+    if (const auto bytes = smc.value(name))
+      present.push_back(fmt::format("{} {:02x}", name, fmt::join(*bytes, " ")));
   }
-  return lines;
-}
-
-std::string joined(const std::vector<std::string>& parts, std::string_view separator) {
-  std::string whole;
-  for (const std::string& part : parts)
-    whole += (whole.empty() ? "" : std::string(separator)) + part;
-  return whole;
-}
-
-std::string withKeys(std::string_view meaning, const std::vector<std::string>& keys) {
-  return fmt::format("{} ({})", meaning, keys.empty() ? "no key" : joined(keys, ", "));
+  if (present.empty()) present.emplace_back("no key");
+  return fmt::format("{} ({})", meaning, fmt::join(present, ", "));
 }
 
 std::string chargeText(const Battery& battery) {
@@ -84,16 +70,16 @@ std::string statusText(MachineServer& server) {
       {"battery", chargeText(machine.battery)},
       {"adapter", machine.adapter.isConnected() ? "connected" : "disconnected"},
       {"gate", withKeys(machine.smc.chargingInhibited() ? "charging inhibited" : "charging allowed",
-                        presentKeys(machine.smc, chargingKeys))},
-      {"inflow", withKeys(machine.smc.inflowInhibited() ? "inhibited" : "flows",
-                          presentKeys(machine.smc, inflowKeys))},
+                        machine.smc, {"CHTE", "CH0B", "CH0C"})},
+      {"inflow", withKeys(machine.smc.inflowInhibited() ? "inhibited" : "flows", machine.smc,
+                          {"CHIE", "CH0I", "CH0J"})},
       {"native limit", nativeText(machine.powerUI)},
       {"lid", lidText(machine.lid) + (machine.lid.displayConnected() ? ", external display" : "")},
       {"SleepDisabled", machine.power.sleepDisabled() ? "1" : "0"},
       {"assertions", fmt::format("{}", machine.power.assertions().size())},
       {"helper", helperText(server)},
       {"enforcement", enforcementText(server.enforcement())},
-      {"faults", faults.empty() ? "none" : joined(faults, "; ")},
+      {"faults", faults.empty() ? "none" : fmt::format("{}", fmt::join(faults, "; "))},
   };
   std::string text;
   for (const auto& [label, value] : rows) text += fmt::format("{:<14} {}\n", label, value);
