@@ -23,30 +23,19 @@ constexpr std::int64_t largestKeySize = 255;
 constexpr std::uint8_t ordinaryAttributes = 0xd0;
 
 PropertyValue propertyFrom(const Json& value) {
-  switch (value.type()) {
-    case Json::value_t::boolean:
-      return value.get<bool>();
-    case Json::value_t::number_integer:
-    case Json::value_t::number_unsigned:
-      return value.get<std::int64_t>();
-    case Json::value_t::number_float:
-      return value.get<double>();
-    case Json::value_t::string:
-      return value.get<std::string>();
-    case Json::value_t::array: {
-      PropertyValue::Array elements;
-      elements.reserve(value.size());
-      for (const Json& each : value) elements.push_back(propertyFrom(each));
-      return elements;
-    }
-    case Json::value_t::object: {
-      PropertyValue::Dictionary entries;
-      for (const auto& [key, each] : value.items()) entries[key] = propertyFrom(each);
-      return entries;
-    }
-    default:
-      return {};
+  if (value.is_boolean()) return value.get<bool>();
+  if (value.is_number_integer()) return value.get<std::int64_t>();
+  if (value.is_number_float()) return value.get<double>();
+  if (value.is_string()) return value.get<std::string>();
+  if (value.is_array()) {
+    PropertyValue::Array elements;
+    for (const Json& each : value) elements.push_back(propertyFrom(each));
+    return elements;
   }
+  if (!value.is_object()) return {};
+  PropertyValue::Dictionary entries;
+  for (const auto& [key, each] : value.items()) entries[key] = propertyFrom(each);
+  return entries;
 }
 
 /// The nesting of arrays and objects.
