@@ -16,25 +16,24 @@
 namespace korvel::test {
 namespace {
 
-class DelegateTest : public ::testing::Test {
+class DelegateTest : public OnBench {
  protected:
   void SetUp() override {
-    Platform& platform = bench.world.startBareHelper();
+    Platform& platform = world.startBareHelper();
     core = HelperImpl::create(platform);
     delegate = std::make_shared<HelperListenerDelegate>(platform, core, "ABCDE12345");
     teamless = std::make_shared<HelperListenerDelegate>(platform, core, "");
-    bench.world.runUntilIdle();
-    bench.mark();
+    world.runUntilIdle();
+    mark();
   }
 
   /// Accepts the connection, waits until the core has counted it, and marks.
   void accept() {
     EXPECT_TRUE(delegate->shouldAcceptNewConnection(connection));
-    bench.world.runUntilIdle();
-    bench.mark();
+    world.runUntilIdle();
+    mark();
   }
 
-  Bench bench;
   std::shared_ptr<HelperImpl> core;
   std::shared_ptr<HelperListenerDelegate> delegate, teamless;
   RecordingConnection connection;
@@ -49,18 +48,18 @@ TEST_F(DelegateTest, PreparesAConnectionInThisOrderBeforeItIsResumed) {
   EXPECT_EQ(connection.interface.protocolName, "KorvelHelperProtocol");
   EXPECT_EQ(connection.interface.replyClasses.size(), 8U);
   EXPECT_EQ(connection.requirement, strictRequirement("com.korvel.app", "ABCDE12345"));
-  EXPECT_THAT(bench.logs("Listener"),
+  EXPECT_THAT(logs("Listener"),
               ElementsAre("default accepted XPC connection (requirement set, team=ABCDE12345)"));
-  EXPECT_THAT(bench.logs(), IsEmpty()) << "the core is told by a post, not by a call";
-  bench.world.runUntilIdle();
-  EXPECT_THAT(bench.logs(), ElementsAre("default client connected (count=1)"));
+  EXPECT_THAT(logs(), IsEmpty()) << "the core is told by a post, not by a call";
+  world.runUntilIdle();
+  EXPECT_THAT(logs(), ElementsAre("default client connected (count=1)"));
 }
 
 TEST_F(DelegateTest, WithoutATeamNothingIsResumedCountedOrGivenHandlers) {
   EXPECT_FALSE(teamless->shouldAcceptNewConnection(connection));
   EXPECT_THAT(connection.steps, ElementsAre("interface", "object"));
-  bench.world.runUntilIdle();
-  EXPECT_THAT(bench.since("log"),
+  world.runUntilIdle();
+  EXPECT_THAT(since("log"),
               ElementsAre("log Listener fault \"Release build with unreadable Team ID — refusing "
                           "XPC connection\""));
 }
@@ -69,12 +68,12 @@ TEST_F(DelegateTest, WithoutATeamEveryAttemptIsOneFaultLineAndNobodyIsCounted) {
   for (int attempt = 0; attempt < 3; ++attempt) {
     EXPECT_FALSE(teamless->shouldAcceptNewConnection(connection));
   }
-  bench.run(60);
-  EXPECT_THAT(bench.logs("Listener"),
+  run(60);
+  EXPECT_THAT(logs("Listener"),
               ::testing::AllOf(::testing::SizeIs(3),
                                ::testing::Each("fault Release build with unreadable Team ID — "
                                                "refusing XPC connection")));
-  EXPECT_THAT(bench.logs(), IsEmpty()) << "the core was told of a client";
+  EXPECT_THAT(logs(), IsEmpty()) << "the core was told of a client";
 }
 
 TEST_F(DelegateTest, EveryAcceptedConnectionIsCountedInOnceAndOutOnce) {
@@ -83,11 +82,11 @@ TEST_F(DelegateTest, EveryAcceptedConnectionIsCountedInOnceAndOutOnce) {
   delegate->shouldAcceptNewConnection(second);
   second.invalidation();
   connection.invalidation();
-  bench.world.runUntilIdle();
-  EXPECT_THAT(bench.logs(), ElementsAre("default client connected (count=1)",
-                                        "default client connected (count=2)",
-                                        "default client disconnected (count=1)",
-                                        "default client disconnected (count=0)"));
+  world.runUntilIdle();
+  EXPECT_THAT(logs(), ElementsAre("default client connected (count=1)",
+                                  "default client connected (count=2)",
+                                  "default client disconnected (count=1)",
+                                  "default client disconnected (count=0)"));
 }
 
 // A delegate cannot be made without the team that it must require.
@@ -97,8 +96,8 @@ TEST_F(DelegateTest, RequirementThatDoesNotParseIsARefusal) {
   connection.requirementParses = false;
   EXPECT_FALSE(delegate->shouldAcceptNewConnection(connection));
   EXPECT_THAT(connection.steps, ElementsAre("interface", "object", "requirement"));
-  bench.world.runUntilIdle();
-  EXPECT_THAT(bench.since("log"),
+  world.runUntilIdle();
+  EXPECT_THAT(since("log"),
               ElementsAre("log Listener fault \"code-signing requirement does not parse — refusing "
                           "XPC connection\""));
 }
@@ -107,9 +106,9 @@ TEST_F(DelegateTest, AnEndThatIsToldTwiceCountsOutOnce) {
   delegate->shouldAcceptNewConnection(connection);
   connection.invalidation();
   connection.invalidation();
-  bench.world.runUntilIdle();
-  EXPECT_THAT(bench.logs(), ElementsAre("default client connected (count=1)",
-                                        "default client disconnected (count=0)"));
+  world.runUntilIdle();
+  EXPECT_THAT(logs(), ElementsAre("default client connected (count=1)",
+                                  "default client disconnected (count=0)"));
 }
 
 /// A moment between the setting of the invalidation handler and the end of the delegate's method.
@@ -127,12 +126,12 @@ struct EarlyMoment {
   }
 };
 
-class EarlyEndTest : public ::testing::TestWithParam<EarlyMoment> {
+class EarlyEndTest : public OnBench, public ::testing::WithParamInterface<EarlyMoment> {
  protected:
   EarlyEndTest() {
     core = HelperImpl::create(real);
-    bench.world.runUntilIdle();
-    bench.mark();
+    world.runUntilIdle();
+    mark();
   }
 
   /// Accepts one connection, which ends at the parameter's moment. `watched` runs just before.
@@ -156,8 +155,7 @@ class EarlyEndTest : public ::testing::TestWithParam<EarlyMoment> {
   static constexpr const char* accepted =
       "default accepted XPC connection (requirement set, team=ABCDE12345)";
 
-  Bench bench;
-  Platform& real = bench.world.startBareHelper();
+  Platform& real = world.startBareHelper();
   InterruptedLog log{real.log};
   InterruptedLocks locks{real.dispatch, "connectionLock"};
   Platform platform = with(real, locks, log);
@@ -169,10 +167,10 @@ class EarlyEndTest : public ::testing::TestWithParam<EarlyMoment> {
 TEST_P(EarlyEndTest, IsCountedAfterItsBeginning) {
   const auto delegate = std::make_shared<HelperListenerDelegate>(platform, core, "ABCDE12345");
   accept(*delegate);
-  bench.world.runUntilIdle();
-  EXPECT_THAT(bench.logs(), ElementsAre("default client connected (count=1)",
-                                        "default client disconnected (count=0)"));
-  const Lines listener = bench.logs("Listener");
+  world.runUntilIdle();
+  EXPECT_THAT(logs(), ElementsAre("default client connected (count=1)",
+                                  "default client disconnected (count=0)"));
+  const Lines listener = logs("Listener");
   ASSERT_EQ(listener.size(), 2U);
   const std::size_t ended = GetParam().beforeTheLineIsWritten() ? 0 : 1;
   EXPECT_THAT(listener[ended], ::testing::StartsWith("default connection invalidated #fileID="))
@@ -184,24 +182,24 @@ TEST_P(EarlyEndTest, IsCountedAlsoWhenTheDelegateIsGone) {
   HelperListenerDelegate standing(platform, core, "ABCDE12345");
   std::shared_ptr<HelperListenerDelegate> owner(&standing, [](HelperListenerDelegate*) {});
   accept(standing, [&owner] { owner.reset(); });
-  bench.world.runUntilIdle();
-  EXPECT_THAT(bench.logs("Listener"), ElementsAre(accepted)) << "only the end's line is skipped";
-  EXPECT_THAT(bench.logs(), ElementsAre("default client connected (count=1)",
-                                        "default client disconnected (count=0)"));
+  world.runUntilIdle();
+  EXPECT_THAT(logs("Listener"), ElementsAre(accepted)) << "only the end's line is skipped";
+  EXPECT_THAT(logs(), ElementsAre("default client connected (count=1)",
+                                  "default client disconnected (count=0)"));
 }
 
 TEST_P(EarlyEndTest, LeavesTheCountOfOthersAlone) {
   const auto delegate = std::make_shared<HelperListenerDelegate>(platform, core, "ABCDE12345");
   RecordingConnection other;
   delegate->shouldAcceptNewConnection(other);
-  bench.world.runUntilIdle();
-  bench.mark();
+  world.runUntilIdle();
+  mark();
   accept(*delegate);
   other.invalidation();
-  bench.world.runUntilIdle();
-  EXPECT_THAT(bench.logs(), ElementsAre("default client connected (count=2)",
-                                        "default client disconnected (count=1)",
-                                        "default client disconnected (count=0)"));
+  world.runUntilIdle();
+  EXPECT_THAT(logs(), ElementsAre("default client connected (count=2)",
+                                  "default client disconnected (count=1)",
+                                  "default client disconnected (count=0)"));
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -218,12 +216,12 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(DelegateTest, InvalidationNamesItsPlaceInTheEntryAndCountsOut) {
   accept();
   connection.invalidation();
-  ASSERT_EQ(bench.logs("Listener").size(), 1U);
-  EXPECT_THAT(bench.logs("Listener").front(),
+  ASSERT_EQ(logs("Listener").size(), 1U);
+  EXPECT_THAT(logs("Listener").front(),
               ::testing::MatchesRegex(
                   "default connection invalidated #fileID=KorvelHelper/main\\.cpp line=[0-9]+"));
-  bench.world.runUntilIdle();
-  EXPECT_THAT(bench.logs(), ElementsAre("default client disconnected (count=0)"));
+  world.runUntilIdle();
+  EXPECT_THAT(logs(), ElementsAre("default client disconnected (count=0)"));
 }
 
 TEST_F(DelegateTest, InvalidationStillCountsOutAfterTheDelegateIsGone) {
@@ -231,8 +229,8 @@ TEST_F(DelegateTest, InvalidationStillCountsOutAfterTheDelegateIsGone) {
   delegate.reset();
   connection.invalidation();
   connection.interruption();
-  bench.world.runUntilIdle();
-  EXPECT_THAT(bench.since("log"),
+  world.runUntilIdle();
+  EXPECT_THAT(since("log"),
               ElementsAre("log HelperImpl default \"client disconnected (count=0)\""));
 }
 
@@ -246,8 +244,8 @@ TEST_F(DelegateTest, HandlersDoNotKeepTheDelegateAlive) {
 TEST_F(DelegateTest, InterruptionIsALineAndNothingElse) {
   accept();
   connection.interruption();
-  bench.world.runUntilIdle();
-  EXPECT_THAT(bench.since("log"), ElementsAre("log Listener default \"connection interrupted\""));
+  world.runUntilIdle();
+  EXPECT_THAT(since("log"), ElementsAre("log Listener default \"connection interrupted\""));
 }
 
 TEST(RequirementTest, HasFourClausesWithBothNamesInQuotes) {

@@ -64,7 +64,7 @@ void Bench::bootAt(std::int64_t percent) {
 
 void Bench::bootWithLimit(std::uint8_t limit, std::optional<std::int64_t> percent) {
   bootAt(limit - 1);
-  ASSERT_EQ(outcome(call(app->setChargeLimit(limit))), "ok");
+  ASSERT_EQ(ask(app->setChargeLimit(limit)), "ok");
   mark();
   if (percent) charge(*percent);
 }
@@ -79,14 +79,14 @@ void Bench::bootHeatPaused() {
 
 void Bench::bootDischarging(std::int64_t percent) {
   bootWithLimit(50, percent);
-  ASSERT_EQ(outcome(call(app->forceDischarge(true))), "ok");
+  ASSERT_EQ(ask(app->forceDischarge(true)), "ok");
   mark();
 }
 
 void Bench::bootArmedDischarge(std::int64_t percent) {
   bootWithLimit(50, percent);
-  ASSERT_EQ(outcome(call(app->setClamshellKeepAwake(true))), "ok");
-  ASSERT_EQ(outcome(call(app->forceDischarge(true))), "ok");
+  ASSERT_EQ(ask(app->setClamshellKeepAwake(true)), "ok");
+  ASSERT_EQ(ask(app->forceDischarge(true)), "ok");
   mark();
 }
 
@@ -127,6 +127,8 @@ const AppCall& Bench::call(const AppCallRef& made) {
   return answered;
 }
 
+std::string Bench::ask(const AppCallRef& made) { return outcome(call(made)); }
+
 void Bench::tickAt(std::int64_t percent) {
   charge(percent);
   run(5);
@@ -140,9 +142,9 @@ virtualmac::CallCounts Bench::callsDuring(double seconds) {
 
 const std::vector<double>& Bench::noteTicks() {
   world.faults().observe([this](SeamCall call) {
-    if (call == SeamCall::powerSourcesCopyInfo) ticks.push_back(world.now());
+    if (call == SeamCall::powerSourcesCopyInfo) readTimes.push_back(world.now());
   });
-  return ticks;
+  return readTimes;
 }
 
 std::unique_ptr<AppClient> Bench::connectAnother() {
@@ -233,8 +235,8 @@ std::string outcome(const AppCall& call) {
   return "failed " + std::to_string(call.error->code) + " " + call.error->localizedDescription();
 }
 
-std::string audit(const Bench& bench, std::string_view command) {
-  return "default " + std::string(command) + " pid=" + std::to_string(bench.app->pid()) +
+std::string Bench::audit(std::string_view command) const {
+  return "default " + std::string(command) + " pid=" + std::to_string(app->pid()) +
          " signingID=com.korvel.app team=ABCDE12345 cdHash=";
 }
 

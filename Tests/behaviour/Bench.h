@@ -68,6 +68,8 @@ class Bench {
 
   /// Awaits the answer, then runs until nothing more happens without time passing.
   const AppCall& call(const AppCallRef& made);
+  /// Does the same and gives the outcome, as `outcome` describes it.
+  std::string ask(const AppCallRef& made);
   void run(double seconds) { world.runFor(seconds); }
   /// Sets the charge and runs for the five seconds of a tick.
   void tickAt(std::int64_t percent);
@@ -88,6 +90,8 @@ class Bench {
   [[nodiscard]] Lines timed(std::string_view kinds);
   /// Gives the log lines of one category since the last mark, as "default text".
   [[nodiscard]] Lines logs(std::string_view category = "HelperImpl") const;
+  /// Gives a command's audit line for the application: "default setChargeLimit(80) pid=…".
+  [[nodiscard]] std::string audit(std::string_view command) const;
   void mark();
   /// Reads the record on disk; fails the test when there is none.
   [[nodiscard]] HelperState onDisk();
@@ -106,7 +110,7 @@ class Bench {
  private:
   std::size_t marked = 0;
   std::size_t markedLogs = 0;
-  std::vector<double> ticks;
+  std::vector<double> readTimes;
   Lines excused;
 };
 
@@ -118,9 +122,6 @@ inline constexpr const char* replyRule = "one audit line and one reply each";
 
 /// Describes a call: "ok", "failed 400 text", "failed" (no error object) or "no answer".
 std::string outcome(const AppCall& call);
-
-/// Gives a command's audit line for the application: "default setChargeLimit(80) pid=…".
-std::string audit(const Bench& bench, std::string_view command);
 
 /// The commands that change the state, in an order in which all succeed at a charge above 60.
 struct NamedCommand {

@@ -9,26 +9,25 @@ using ChargeLimitTest = OnBench;
 
 TEST_F(ChargeLimitTest, NineteenAndHundredAndOneAreRefusedWithoutAnyEffect) {
   boot();
-  EXPECT_EQ(outcome(call(app->setChargeLimit(19))),
+  EXPECT_EQ(ask(app->setChargeLimit(19)),
             "failed 400 Charge limit must be between 20 and 100 (got 19).");
-  EXPECT_EQ(outcome(call(app->setChargeLimit(101))),
+  EXPECT_EQ(ask(app->setChargeLimit(101)),
             "failed 400 Charge limit must be between 20 and 100 (got 101).");
-  EXPECT_EQ(outcome(call(app->setChargeLimit(0))),
+  EXPECT_EQ(ask(app->setChargeLimit(0)),
             "failed 400 Charge limit must be between 20 and 100 (got 0).");
-  EXPECT_EQ(outcome(call(app->setChargeLimit(255))),
+  EXPECT_EQ(ask(app->setChargeLimit(255)),
             "failed 400 Charge limit must be between 20 and 100 (got 255).");
   EXPECT_THAT(since("smc disk"), IsEmpty());
-  EXPECT_THAT(logs(),
-              ElementsAre(audit(*this, "setChargeLimit(19)"), audit(*this, "setChargeLimit(101)"),
-                          audit(*this, "setChargeLimit(0)"), audit(*this, "setChargeLimit(255)")));
+  EXPECT_THAT(logs(), ElementsAre(audit("setChargeLimit(19)"), audit("setChargeLimit(101)"),
+                                  audit("setChargeLimit(0)"), audit("setChargeLimit(255)")));
   EXPECT_EQ(state().chargeLimit, 80);
 }
 
 TEST_F(ChargeLimitTest, TwentyAndHundredAreAccepted) {
   boot();
-  EXPECT_EQ(outcome(call(app->setChargeLimit(20))), "ok");
+  EXPECT_EQ(ask(app->setChargeLimit(20)), "ok");
   EXPECT_EQ(onDisk().chargeLimit, 20);
-  EXPECT_EQ(outcome(call(app->setChargeLimit(100))), "ok");
+  EXPECT_EQ(ask(app->setChargeLimit(100)), "ok");
   EXPECT_EQ(onDisk().chargeLimit, 100);
 }
 
@@ -38,7 +37,7 @@ TEST_F(ChargeLimitTest, RecordReachesTheDiskBeforeTheReplyAndTheFirstTickFollows
   call(app->setChargeLimit(80));
   EXPECT_THAT(timed("smc disk log reply"),
               ElementsAre("0.000 log   HelperImpl default \"" +
-                              audit(*this, "setChargeLimit(80)").substr(8) + "\"",
+                              audit("setChargeLimit(80)").substr(8) + "\"",
                           "0.000 disk  state.json replaced: lastWriteAt=2026-01-01T00:00:00Z",
                           "0.000 reply setChargeLimit ok", "0.000 smc   CHTE <- 01 00 00 00",
                           "0.000 log   SMCWriter default \"SMC write CHTE bytes=[1, 0, 0, 0]\"",
@@ -53,7 +52,7 @@ TEST_F(ChargeLimitTest, HundredIsPersistedThenResumesChargingAndStopsTheLoop) {
   call(app->setChargeLimit(100));
   EXPECT_EQ(key("CHTE"), "00 00 00 00");
   EXPECT_EQ(onDisk().chargeLimit, 100);
-  EXPECT_THAT(logs(), ElementsAre(audit(*this, "setChargeLimit(100)"),
+  EXPECT_THAT(logs(), ElementsAre(audit("setChargeLimit(100)"),
                                   "default 100% target — returned charging to macOS and stopped "
                                   "enforcement"));
   EXPECT_EQ(callsDuring(60).text(), "") << "the loop still runs";
@@ -99,7 +98,7 @@ TEST_F(ChargeLimitTest, BandSurvivesEveryCommand) {
   saveState(record);
   bootAt(70);
   for (const auto& [name, command] : everyCommand()) {
-    ASSERT_EQ(outcome(call(command(*app))), "ok") << name;
+    ASSERT_EQ(ask(command(*app)), "ok") << name;
     EXPECT_EQ(onDisk().sailingBand, 23) << name;
     EXPECT_EQ(state().sailingBand, 23) << name;
   }
@@ -109,7 +108,7 @@ TEST_F(ChargeLimitTest, ReplyDoesNotReportTheFirstHardwareWrite) {
   boot();
   charge(90);
   mac().smc.key("CHTE")->writeResult = 134;
-  EXPECT_EQ(outcome(call(app->setChargeLimit(80))), "ok");
+  EXPECT_EQ(ask(app->setChargeLimit(80)), "ok");
   EXPECT_THAT(logs().back(),
               "error charge enforcement pause:kSMCWriteKey failed (kIOReturn=0, smcResult=134) — "
               "limit is NOT being applied");
@@ -129,7 +128,7 @@ TEST_F(ChargeLimitTest, ClearResumesReleasesTheInflowAndKeepsTheLimit) {
                           "disk state.json replaced: forceDischargeActive=false "
                           "lastWriteAt=2026-01-01T00:00:01Z",
                           "reply clearChargeLimit ok"));
-  EXPECT_THAT(logs(), ElementsAre(audit(*this, "clearChargeLimit")));
+  EXPECT_THAT(logs(), ElementsAre(audit("clearChargeLimit")));
   const HelperState after = state();
   EXPECT_EQ(after.chargeLimit, 50);
   EXPECT_FALSE(after.lastDischargeAbortReason.has_value());
@@ -163,7 +162,7 @@ TEST_F(ChargeLimitTest, ClearReportsAFailedResumeButStillUpdatesAndPersists) {
   bootDischarging();
   mac().smc.setValue("CHTE", {1, 0, 0, 0});
   mac().smc.key("CHTE")->writeResult = 134;
-  EXPECT_EQ(outcome(call(app->clearChargeLimit())),
+  EXPECT_EQ(ask(app->clearChargeLimit()),
             "failed 500 kSMCWriteKey failed (kIOReturn=0, smcResult=134)");
   EXPECT_FALSE(onDisk().forceDischargeActive);
   EXPECT_EQ(key("CHIE"), "00");
@@ -172,7 +171,7 @@ TEST_F(ChargeLimitTest, ClearReportsAFailedResumeButStillUpdatesAndPersists) {
 TEST_F(ChargeLimitTest, ClearIgnoresAFailedDischargeKey) {
   boot();
   mac().smc.key("CHIE")->writeResult = 134;
-  EXPECT_EQ(outcome(call(app->clearChargeLimit())), "ok");
+  EXPECT_EQ(ask(app->clearChargeLimit()), "ok");
 }
 
 TEST_F(ChargeLimitTest, ClearKeepsTheLimitForTheNextClientToArm) {

@@ -7,15 +7,9 @@ namespace {
 
 constexpr const char* arming = "default client connect — arming polling loop at limit=80";
 
-std::unique_ptr<AppClient> connectAnother(Bench& bench, std::string_view identity = "app") {
-  auto client = bench.world.connectApp(identity);
-  bench.world.runUntilIdle();
-  return client;
-}
-
 void startTopOff(Bench& bench) {
   bench.bootWithLimit(80, 85);
-  ASSERT_EQ(outcome(bench.call(bench.app->releaseLimitUntilFullThenRestore())), "ok");
+  ASSERT_EQ(bench.ask(bench.app->releaseLimitUntilFullThenRestore()), "ok");
   bench.mark();
 }
 
@@ -23,7 +17,7 @@ using CompanyTest = OnBench;
 
 TEST_F(CompanyTest, AClientThatConnectsDuringATopOffBringsTheLimitBackBesideIt) {
   startTopOff(*this);
-  const auto second = connectAnother(*this);
+  const auto second = connectAnother();
   EXPECT_THAT(logs(), ElementsAre("default client connected (count=2)", arming,
                                   "default charge enforcement pause:ok"));
   run(600);
@@ -41,7 +35,7 @@ TEST_F(CompanyTest, TheLastClientThatComesBackDuringATopOffDoesTheSame) {
   startTopOff(*this);
   app->disconnect();
   run(1);
-  const auto again = connectAnother(*this);
+  const auto again = connectAnother();
   EXPECT_THAT(logs(), ElementsAre("default client disconnected (count=0)",
                                   "default client connected (count=1)", arming,
                                   "default charge enforcement pause:ok"));
@@ -49,9 +43,9 @@ TEST_F(CompanyTest, TheLastClientThatComesBackDuringATopOffDoesTheSame) {
 
 TEST_F(CompanyTest, ATopOffThatIsAskedForAgainLeavesTheLimitBehind) {
   startTopOff(*this);
-  const auto second = connectAnother(*this);
+  const auto second = connectAnother();
   ASSERT_EQ(key("CHTE"), "01 00 00 00");
-  EXPECT_EQ(outcome(call(second->releaseLimitUntilFullThenRestore())), "ok");
+  EXPECT_EQ(ask(second->releaseLimitUntilFullThenRestore()), "ok");
   run(600);
   EXPECT_EQ(key("CHTE"), "00 00 00 00");
 }
@@ -80,7 +74,7 @@ TEST_F(CompanyTest, ATopOffThatEndsWithNobodyThereEnforcesTheLimitForNobody) {
 TEST_F(CompanyTest, ATopOffThatHasCompanyOfTheLimitEndsWithTheLastClient) {
   startTopOff(*this);
   app->disconnect();
-  auto again = connectAnother(*this);
+  auto again = connectAnother();
   again->disconnect();
   run(35);
   EXPECT_THAT(logs(), ::testing::Contains("default top-off restore loop superseded — bailing"));
@@ -97,7 +91,7 @@ TEST_F(CompanyTest, AClientThatConnectsAfterATopOffThatCouldNotStartBringsTheLim
   charge(60);
   run(60);
   ASSERT_EQ(key("CHTE"), "01 00 00 00") << "enforcement stays stopped";
-  const auto second = connectAnother(*this);
+  const auto second = connectAnother();
   EXPECT_EQ(key("CHTE"), "00 00 00 00");
 }
 
@@ -107,7 +101,8 @@ TEST_F(CompanyTest, APeerThatIsCutOffHasArmedTheSavedLimitForHalfAMinute) {
   charge(85);
   startHelper();
   mark();
-  const auto stranger = connectAnother(*this, "other-team");
+  const auto stranger = world.connectApp("other-team");
+  world.runUntilIdle();
   const AppCallRef refused = stranger->ping();
   world.runUntilIdle();
   EXPECT_TRUE(refused->failed);
@@ -126,7 +121,8 @@ TEST_F(CompanyTest, APeerThatSaysNothingCountsAsLongAsItStays) {
   saveState(savedLimit(80));
   charge(85);
   startHelper();
-  const auto stranger = connectAnother(*this, "unsigned");
+  const auto stranger = world.connectApp("unsigned");
+  world.runUntilIdle();
   run(3600);
   EXPECT_TRUE(stranger->connected());
   EXPECT_EQ(key("CHTE"), "01 00 00 00") << "the saved limit is enforced for it";

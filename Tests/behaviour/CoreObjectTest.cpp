@@ -167,20 +167,20 @@ TEST_F(CoreObjectTest, StateIsTheOldOrTheNewRecordNeverAMix) {
     options.profile = "newer-keys";
     options.seed = seed;
     options.scheduling = virtualmac::Scheduling::Seeded;
-    World world(options);
-    world.startHelper();
-    const auto writer = world.connectApp();
-    const auto reader = world.connectApp();
+    World seeded(options);
+    seeded.startHelper();
+    const auto writer = seeded.connectApp();
+    const auto reader = seeded.connectApp();
     writer->await(writer->ping());
-    world.runUntilIdle();
+    seeded.runUntilIdle();
     std::vector<AppCallRef> answers;
     for (std::uint8_t second = 1; second <= 10; ++second) {
-      world.runFor(1);
+      seeded.runFor(1);
       // Each second sets another limit, so the limit tells when it was set.
       writer->setChargeLimit(static_cast<std::uint8_t>(60 + second));
       for (int read = 0; read < 4; ++read) answers.push_back(reader->getState());
     }
-    world.runFor(1);
+    seeded.runFor(1);
     for (const AppCallRef& answer : answers) {
       const auto record = decodeStateReply(answer->data);
       ASSERT_TRUE(record.has_value());
@@ -197,28 +197,27 @@ TEST_F(CoreObjectTest, StateIsTheOldOrTheNewRecordNeverAMix) {
 }
 
 /// Builds a core over code signing whose answers the test sets.
-class CallerIdentityTest : public ::testing::Test {
+class CallerIdentityTest : public OnBench {
  protected:
-  CallerIdentityTest() : platform(with(bench.world.startBareHelper(), signing)) {
+  CallerIdentityTest() : platform(with(world.startBareHelper(), signing)) {
     signing.information =
         PropertyValue::Dictionary{{"identifier", PropertyValue("com.example.client")},
                                   {"teamid", PropertyValue("TEAM")},
                                   {"cdhash", PropertyValue(PropertyValue::Data{0x00, 0x0f, 0xab})}};
-    bench.excuse(replyRule);               // The test calls the core directly.
-    bench.excuse("no call under a lock");  // It assumes one probe per process; each core makes one.
+    excuse(replyRule);               // The test calls the core directly.
+    excuse("no call under a lock");  // It assumes one probe per process; each core makes one.
   }
   void TearDown() override { EXPECT_EQ(signing.alive, 0) << "a code object leaked"; }
 
   /// Gives the audit line of a call that the test makes without a connection.
   std::string auditLine() {
-    bench.mark();
+    mark();
     const auto core = HelperImpl::create(platform);
     core->cancelTopUp(ignored());
-    bench.world.runUntilIdle();
-    return bench.logs().back();
+    world.runUntilIdle();
+    return logs().back();
   }
 
-  Bench bench;
   ScriptedCodeSigning signing;
   Platform platform;
 };
@@ -267,7 +266,7 @@ TEST(CallerIdentityOfClientTest, ClientThatIsGoneIsStillServedWithEmptyTexts) {
   Bench bench;
   bench.boot();
   bench.mac().signatures.removePid(bench.app->pid());
-  EXPECT_EQ(outcome(bench.call(bench.app->cancelTopUp())), "ok");
+  EXPECT_EQ(bench.ask(bench.app->cancelTopUp()), "ok");
   EXPECT_THAT(bench.logs(), ElementsAre("default cancelTopUp pid=901 signingID= team= cdHash="));
 }
 

@@ -70,9 +70,9 @@ TEST_F(DischargeWatchdogTest, UnreadableTicksBeforeAUserStopCountInTheNextDischa
   bootDischarging();
   chargeUnreadable();
   run(10);
-  ASSERT_EQ(outcome(call(app->forceDischarge(false))), "ok");
+  ASSERT_EQ(ask(app->forceDischarge(false)), "ok");
   charge(70);
-  ASSERT_EQ(outcome(call(app->forceDischarge(true))), "ok");
+  ASSERT_EQ(ask(app->forceDischarge(true)), "ok");
   chargeUnreadable();
   run(5);
   expectStopped(*this, DischargeStopReason::floorReached);
@@ -181,7 +181,7 @@ TEST_F(DischargeWatchdogTest, ReboundIsTheOnlyReasonSaid) {
   charge(55);
   call(app->setChargeLimit(60));
   EXPECT_THAT(logs(),
-              ElementsAre(audit(*this, "setChargeLimit(60)"),
+              ElementsAre(audit("setChargeLimit(60)"),
                           "default auto-stop discharge: capacity rebounded to 55% (≥ min 52% + 3) "
                           "— inhibit lost, pack is charging",
                           "default force-discharge auto-stopped: reason=chargeInhibitLost"));
@@ -196,9 +196,8 @@ TEST_F(DischargeWatchdogTest, HeatSoakIsTheOnlyReasonSaid) {
   run(3600);
   ASSERT_TRUE(state().forceDischargeActive);
   temperature(45);
-  charge(30);
   mark();
-  run(5);
+  tickAt(30);
   EXPECT_THAT(
       logs(),
       ElementsAre("default auto-stop discharge: clamshell lid-closed heat-soak duration cap "
@@ -227,9 +226,8 @@ TEST_F(DischargeWatchdogTest, FloorWithTheLidClosedIsThirty) {
   mac().lid.close();
   tickAt(31);
   ASSERT_TRUE(state().forceDischargeActive);
-  charge(30);
   mark();
-  run(5);
+  tickAt(30);
   EXPECT_EQ(logs().front(), "default auto-stop discharge: cap=30 ≤ floor=30");
   expectStopped(*this, DischargeStopReason::floorReached);
 }

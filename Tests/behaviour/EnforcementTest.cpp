@@ -251,7 +251,7 @@ TEST_F(EnforcementTest, TargetOutOfRangeStopsTheLoop) {
     Bench bench;
     bench.saveState(savedLimit(target));
     bench.bootAt(120);
-    ASSERT_EQ(outcome(bench.call(bench.app->forceDischarge(true))), "ok");
+    ASSERT_EQ(bench.ask(bench.app->forceDischarge(true)), "ok");
     EXPECT_EQ(bench.logs().back(),
               "fault pollOnce: target " + std::to_string(target) + " out of range — stopping loop");
     EXPECT_EQ(bench.callsDuring(30).text(), "") << target;
@@ -268,7 +268,7 @@ TEST_F(EnforcementTest, TargetOutOfRangeWritesNothing) {
     bench.call(bench.app->releaseLimitUntilFullThenRestore());
     bench.mark();
     bench.call(bench.app->cancelTopUp());
-    EXPECT_THAT(bench.logs(), ElementsAre(audit(bench, "cancelTopUp"),
+    EXPECT_THAT(bench.logs(), ElementsAre(bench.audit("cancelTopUp"),
                                           "fault pollOnce: target " + std::to_string(target) +
                                               " out of range — stopping loop"));
     EXPECT_THAT(bench.since("smc"), IsEmpty()) << target;

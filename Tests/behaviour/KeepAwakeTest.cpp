@@ -15,14 +15,14 @@ using KeepAwakeTest = OnBench;
 
 TEST_F(KeepAwakeTest, OwnershipIsOnDiskBeforeTheSettingIsWritten) {
   boot();
-  EXPECT_EQ(outcome(call(app->setClamshellKeepAwake(true))), "ok");
+  EXPECT_EQ(ask(app->setClamshellKeepAwake(true)), "ok");
   EXPECT_THAT(since("disk power reply"),
               ElementsAre("disk state.json replaced: sleepDisabledByKorvel=true",
                           "power SleepDisabled = 1", "reply setClamshellKeepAwake ok"));
   EXPECT_THAT(logs(),
               ElementsAre(keepAwakeAudit(*this, true), "default clamshell keep-awake ARMED"));
   mark();
-  EXPECT_EQ(outcome(call(app->setClamshellKeepAwake(false))), "ok");
+  EXPECT_EQ(ask(app->setClamshellKeepAwake(false)), "ok");
   EXPECT_THAT(since("disk power reply"),
               ElementsAre("power SleepDisabled = 0",
                           "disk state.json replaced: sleepDisabledByKorvel=false",
@@ -35,8 +35,8 @@ TEST_F(KeepAwakeTest, SettingThatSomebodyElseMadeIsLeftAlone) {
   boot();
   mac().power.setSleepDisabledExternally(true);
   mark();
-  EXPECT_EQ(outcome(call(app->setClamshellKeepAwake(true))), "ok");
-  EXPECT_EQ(outcome(call(app->setClamshellKeepAwake(false))), "ok");
+  EXPECT_EQ(ask(app->setClamshellKeepAwake(true)), "ok");
+  EXPECT_EQ(ask(app->setClamshellKeepAwake(false)), "ok");
   EXPECT_THAT(since("disk power"), IsEmpty());
   EXPECT_TRUE(mac().power.sleepDisabled());
   EXPECT_THAT(
@@ -55,7 +55,7 @@ TEST_F(KeepAwakeTest, ArmingTwiceWritesAgainAndRestartsTheLidClock) {
   mac().lid.close();
   run(3500);
   mark();
-  EXPECT_EQ(outcome(call(app->setClamshellKeepAwake(true))), "ok");
+  EXPECT_EQ(ask(app->setClamshellKeepAwake(true)), "ok");
   EXPECT_THAT(since("power"), ElementsAre("power SleepDisabled = 1"));
   run(3500);
   EXPECT_TRUE(state().forceDischargeActive);
@@ -77,7 +77,7 @@ TEST_F(KeepAwakeTest, ArmingTwiceUnderAnExternalSettingAlsoRestartsTheLidClock) 
 TEST_F(KeepAwakeTest, DisarmUnderAClosedLidStopsTheDischarge) {
   bootDockedDischarge();
   mac().lid.close();
-  EXPECT_EQ(outcome(call(app->setClamshellKeepAwake(false))), "ok");
+  EXPECT_EQ(ask(app->setClamshellKeepAwake(false)), "ok");
   EXPECT_THAT(
       logs(),
       ElementsAre(keepAwakeAudit(*this, false), "default clamshell keep-awake DISARMED",
@@ -88,7 +88,7 @@ TEST_F(KeepAwakeTest, DisarmUnderAClosedLidStopsTheDischarge) {
 
 TEST_F(KeepAwakeTest, DisarmUnderAnOpenLidLetsTheDischargeGoOn) {
   bootArmedDischarge();
-  EXPECT_EQ(outcome(call(app->setClamshellKeepAwake(false))), "ok");
+  EXPECT_EQ(ask(app->setClamshellKeepAwake(false)), "ok");
   EXPECT_THAT(logs(),
               ElementsAre(keepAwakeAudit(*this, false), "default clamshell keep-awake DISARMED"));
   run(60);
@@ -97,7 +97,7 @@ TEST_F(KeepAwakeTest, DisarmUnderAnOpenLidLetsTheDischargeGoOn) {
 
 TEST_F(KeepAwakeTest, DisarmWhenNotArmedRepliesYesAndTouchesNothing) {
   boot();
-  EXPECT_EQ(outcome(call(app->setClamshellKeepAwake(false))), "ok");
+  EXPECT_EQ(ask(app->setClamshellKeepAwake(false)), "ok");
   EXPECT_THAT(since("disk power"), IsEmpty());
   EXPECT_THAT(logs(), ElementsAre(keepAwakeAudit(*this, false)));
   EXPECT_THAT(logs("ClamshellSleep"), IsEmpty());
@@ -113,7 +113,7 @@ TEST_F(KeepAwakeTest, DisarmWhenNotArmedTouchesNotEvenASettingThatTheRecordClaim
   ASSERT_TRUE(state().sleepDisabledByKorvel);
   mac().power.setSleepDisabledExternally(true);
   mark();
-  EXPECT_EQ(outcome(call(app->setClamshellKeepAwake(false))), "ok");
+  EXPECT_EQ(ask(app->setClamshellKeepAwake(false)), "ok");
   EXPECT_THAT(since("disk power"), IsEmpty());
   EXPECT_THAT(logs(), ElementsAre(keepAwakeAudit(*this, false)));
   EXPECT_TRUE(mac().power.sleepDisabled());
@@ -163,14 +163,14 @@ TEST_F(KeepAwakeTest, DisarmWhenNotArmedUnderAClosedLidStillStopsAnActiveDischar
   mac().lid.connectDisplay();
   bootDischarging();
   mac().lid.close();
-  EXPECT_EQ(outcome(call(app->setClamshellKeepAwake(false))), "ok");
+  EXPECT_EQ(ask(app->setClamshellKeepAwake(false)), "ok");
   EXPECT_EQ(logs().back(), "default force-discharge auto-stopped: reason=clamshellDisarmed");
 }
 
 TEST_F(KeepAwakeTest, FailedWriteRollsEverythingBackAndIsError501) {
   boot();
   mac().power.settingRefusal = ioReturnNotPrivileged;
-  EXPECT_EQ(outcome(call(app->setClamshellKeepAwake(true))),
+  EXPECT_EQ(ask(app->setClamshellKeepAwake(true)),
             "failed 501 Could not keep the Mac awake for clamshell discharge (SleepDisabled write "
             "failed).");
   EXPECT_THAT(since("disk"), ElementsAre("disk state.json replaced: sleepDisabledByKorvel=true",
@@ -199,7 +199,7 @@ TEST_F(KeepAwakeTest, FailedClearOnDisarmStillDropsTheOwnership) {
   call(app->setClamshellKeepAwake(true));
   mac().power.settingRefusal = ioReturnError;
   mark();
-  EXPECT_EQ(outcome(call(app->setClamshellKeepAwake(false))), "ok");
+  EXPECT_EQ(ask(app->setClamshellKeepAwake(false)), "ok");
   EXPECT_TRUE(mac().power.sleepDisabled());
   EXPECT_FALSE(onDisk().sleepDisabledByKorvel);
   EXPECT_EQ(logs().back(), "default clamshell keep-awake DISARMED");
@@ -224,15 +224,15 @@ TEST_F(KeepAwakeTest, AuditLineCarriesNeitherTeamNorHash) {
 TEST_F(KeepAwakeTest, SettingThatSomebodyElseGaveUpBecomesOursWhenArmedAgain) {
   mac().power.setSleepDisabledExternally(true);
   boot();
-  ASSERT_EQ(outcome(call(app->setClamshellKeepAwake(true))), "ok");
+  ASSERT_EQ(ask(app->setClamshellKeepAwake(true)), "ok");
   ASSERT_FALSE(state().sleepDisabledByKorvel);
   mac().power.setSleepDisabledExternally(false);
   mark();
-  EXPECT_EQ(outcome(call(app->setClamshellKeepAwake(true))), "ok");
+  EXPECT_EQ(ask(app->setClamshellKeepAwake(true)), "ok");
   EXPECT_THAT(since("disk power"),
               ElementsAre("disk state.json replaced: sleepDisabledByKorvel=true",
                           "power SleepDisabled = 1"));
-  EXPECT_EQ(outcome(call(app->setClamshellKeepAwake(false))), "ok");
+  EXPECT_EQ(ask(app->setClamshellKeepAwake(false)), "ok");
   EXPECT_FALSE(mac().power.sleepDisabled());
 }
 

@@ -14,7 +14,7 @@ constexpr const char* reverted =
 void endWithoutARecord(Bench& bench, AppCallRef (*ending)(AppClient& app)) {
   bench.bootDischarging();
   bench.mac().disk.replaceFails = true;
-  ASSERT_EQ(outcome(bench.call(ending(*bench.app))), "ok");
+  ASSERT_EQ(bench.ask(ending(*bench.app)), "ok");
   bench.mac().disk.replaceFails = false;
   ASSERT_EQ(bench.key("CHIE"), "00") << "the hardware is released";
   ASSERT_TRUE(bench.mac().power.assertions().empty());
@@ -24,7 +24,7 @@ void endWithoutARecord(Bench& bench, AppCallRef (*ending)(AppClient& app)) {
 
 /// Expects another start to succeed without doing anything.
 void expectAStartToDoNothing(Bench& bench) {
-  EXPECT_EQ(outcome(bench.call(bench.app->forceDischarge(true))), "ok");
+  EXPECT_EQ(bench.ask(bench.app->forceDischarge(true)), "ok");
   EXPECT_THAT(bench.since("smc power disk"), IsEmpty());
 }
 
@@ -44,7 +44,7 @@ void expectTheWatchdogUntilTheChargeRises(Bench& bench) {
 using LostRecordTest = OnBench;
 
 TEST_F(LostRecordTest, AUserStopLeavesTheWatchdogOfADischargeThatIsNone) {
-  endWithoutARecord(*this, [](AppClient& app) { return app.forceDischarge(false); });
+  endWithoutARecord(*this, [](AppClient& client) { return client.forceDischarge(false); });
   expectAStartToDoNothing(*this);
   tickAt(50);
   EXPECT_EQ(logs().back(), "default force-discharge auto-stopped: reason=targetReached");
@@ -52,8 +52,8 @@ TEST_F(LostRecordTest, AUserStopLeavesTheWatchdogOfADischargeThatIsNone) {
 }
 
 TEST_F(LostRecordTest, AUserStopThatIsRepeatedIsRecorded) {
-  endWithoutARecord(*this, [](AppClient& app) { return app.forceDischarge(false); });
-  EXPECT_EQ(outcome(call(app->forceDischarge(false))), "ok");
+  endWithoutARecord(*this, [](AppClient& client) { return client.forceDischarge(false); });
+  EXPECT_EQ(ask(app->forceDischarge(false)), "ok");
   EXPECT_FALSE(onDisk().forceDischargeActive);
   EXPECT_FALSE(state().forceDischargeActive);
 }
@@ -84,8 +84,8 @@ TEST_F(LostRecordTest, AStopByItselfIsRepeatedByEveryTickUntilItIsRecorded) {
 
 TEST_F(LostRecordTest, AClearOrAResetLeavesTheDischargeInTheRecordWithNothingThatWatchesIt) {
   using Ending = AppCallRef (*)(AppClient&);
-  for (const Ending ending : {Ending([](AppClient& app) { return app.clearChargeLimit(); }),
-                              Ending([](AppClient& app) { return app.resetAllSMCKeys(); })}) {
+  for (const Ending ending : {Ending([](AppClient& client) { return client.clearChargeLimit(); }),
+                              Ending([](AppClient& client) { return client.resetAllSMCKeys(); })}) {
     Bench bench;
     endWithoutARecord(bench, ending);
     expectAStartToDoNothing(bench);
@@ -113,7 +113,7 @@ TEST_F(LostRecordTest, ASuspensionLeavesTheWatchdogToTheNextClient) {
 }
 
 TEST_F(LostRecordTest, TheNextStartOfTheHelperEndsItInTheRecordToo) {
-  endWithoutARecord(*this, [](AppClient& app) { return app.clearChargeLimit(); });
+  endWithoutARecord(*this, [](AppClient& client) { return client.clearChargeLimit(); });
   world.killHelper();
   boot();
   EXPECT_FALSE(onDisk().forceDischargeActive);

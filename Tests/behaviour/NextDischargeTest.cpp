@@ -11,7 +11,7 @@ namespace {
 
 void start(Bench& bench, std::int64_t percent) {
   bench.charge(percent);
-  ASSERT_EQ(outcome(bench.call(bench.app->forceDischarge(true))), "ok");
+  ASSERT_EQ(bench.ask(bench.app->forceDischarge(true)), "ok");
   bench.mark();
 }
 

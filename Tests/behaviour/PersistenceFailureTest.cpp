@@ -13,7 +13,7 @@ using PersistenceFailureTest = OnBench;
 TEST_F(PersistenceFailureTest, FailedWriteIsAFaultLineAndTheCommandSucceeds) {
   bootAt(59);
   mac().disk.full = true;
-  EXPECT_EQ(outcome(call(app->setChargeLimit(60))), "ok");
+  EXPECT_EQ(ask(app->setChargeLimit(60)), "ok");
   ASSERT_EQ(logs().size(), 2U);
   EXPECT_THAT(logs()[1], ::testing::StartsWith("fault persistence.write failed: write failed: "));
   EXPECT_EQ(state().chargeLimit, 60) << "a write that failed before the rename keeps memory";
@@ -23,7 +23,7 @@ TEST_F(PersistenceFailureTest, FailedWriteIsAFaultLineAndTheCommandSucceeds) {
 TEST_F(PersistenceFailureTest, UnusableDirectoryIsAFaultLineOnly) {
   boot();
   mac().disk.failCall("chmod", 1);
-  EXPECT_EQ(outcome(call(app->setChargeLimit(60))), "ok");
+  EXPECT_EQ(ask(app->setChargeLimit(60)), "ok");
   EXPECT_THAT(logs()[1], ::testing::StartsWith("fault persistence.write failed: mkdir failed: "));
   EXPECT_EQ(state().chargeLimit, 60);
 }
@@ -31,7 +31,7 @@ TEST_F(PersistenceFailureTest, UnusableDirectoryIsAFaultLineOnly) {
 TEST_F(PersistenceFailureTest, ReadBackThatFailsIsAFaultLineAndNothingIsReverted) {
   bootAt(59);
   mac().disk.failCall("readFile", EIO);
-  EXPECT_EQ(outcome(call(app->setChargeLimit(60))), "ok");
+  EXPECT_EQ(ask(app->setChargeLimit(60)), "ok");
   ASSERT_EQ(logs().size(), 2U);
   EXPECT_THAT(logs()[1],
               ::testing::StartsWith("fault persistence.write failed: read-back verify failed: "));
@@ -45,7 +45,7 @@ TEST_F(PersistenceFailureTest, NoCommandEverReportsThatItsRecordCouldNotBeWritte
   mac().disk.full = true;
   for (const auto& [name, command] : everyCommand()) {
     mark();
-    EXPECT_EQ(outcome(call(command(*app))), "ok") << name;
+    EXPECT_EQ(ask(command(*app)), "ok") << name;
     EXPECT_THAT(logs(), ::testing::Contains(::testing::StartsWith(
                             "fault persistence.write failed: write failed: ")))
         << name << " wrote no record, so the above proves nothing";
@@ -55,7 +55,7 @@ TEST_F(PersistenceFailureTest, NoCommandEverReportsThatItsRecordCouldNotBeWritte
 TEST_F(PersistenceFailureTest, FailedRenameRevertsTheMemoryToTheDisk) {
   bootAt(59);
   mac().disk.replaceFails = true;
-  EXPECT_EQ(outcome(call(app->setChargeLimit(60))), "ok");
+  EXPECT_EQ(ask(app->setChargeLimit(60)), "ok");
   const Lines lines = logs();
   ASSERT_EQ(lines.size(), 3U);
   EXPECT_THAT(lines[1],
@@ -71,7 +71,7 @@ TEST_F(PersistenceFailureTest, RevertToARecordWithoutDischargeUndoesTheDischarge
   call(app->setClamshellKeepAwake(true));
   mac().disk.replaceFails = true;
   mark();
-  EXPECT_EQ(outcome(call(app->forceDischarge(true))), "ok");
+  EXPECT_EQ(ask(app->forceDischarge(true)), "ok");
   // Disarming persists once more, fails once more, and so releases the inflow a second time.
   EXPECT_THAT(since("smc power"),
               ElementsAre("smc CHIE <- 08", ::testing::StartsWith("power assertion 33001 created"),
@@ -93,7 +93,7 @@ TEST_F(PersistenceFailureTest, RevertOnTheOlderFamilyReleasesBothKeysInReverse) 
 TEST_F(PersistenceFailureTest, RevertToARecordWithADischargeLeavesTheHardwareAlone) {
   bootDischarging();
   mac().disk.replaceFails = true;
-  EXPECT_EQ(outcome(call(app->forceDischarge(false))), "ok");
+  EXPECT_EQ(ask(app->forceDischarge(false)), "ok");
   EXPECT_TRUE(state().forceDischargeActive);
   EXPECT_THAT(since("smc power"),
               ElementsAre("smc CHIE <- 00", "smc CHTE <- 01 00 00 00",
@@ -107,11 +107,11 @@ TEST_F(PersistenceFailureTest, RevertToARecordWithADischargeLeavesTheHardwareAlo
 TEST_F(PersistenceFailureTest, FailedRenameWhileArmingLeavesTheSettingWithoutAnOwner) {
   boot();
   mac().disk.replaceFails = true;
-  EXPECT_EQ(outcome(call(app->setClamshellKeepAwake(true))), "ok");
+  EXPECT_EQ(ask(app->setClamshellKeepAwake(true)), "ok");
   EXPECT_TRUE(mac().power.sleepDisabled());
   EXPECT_FALSE(state().sleepDisabledByKorvel);
   mac().disk.replaceFails = false;
-  EXPECT_EQ(outcome(call(app->setClamshellKeepAwake(false))), "ok");
+  EXPECT_EQ(ask(app->setClamshellKeepAwake(false)), "ok");
   EXPECT_TRUE(mac().power.sleepDisabled());
   EXPECT_EQ(logs().back(),
             "default clamshell keep-awake DISARMED (SleepDisabled left as found — set externally)");
@@ -141,7 +141,7 @@ TEST_F(PersistenceFailureTest, PauseBeforeSleepGoesByTheLimitBeforeTheDischargeW
 TEST_F(PersistenceFailureTest, RenameThatFailsForEverDoesNotRecurseForEver) {
   bootArmedDischarge();
   mac().disk.replaceFails = true;
-  EXPECT_EQ(outcome(call(app->clearChargeLimit())), "ok");
+  EXPECT_EQ(ask(app->clearChargeLimit()), "ok");
   EXPECT_EQ(world.logCount("persistence rename failure — reverted in-memory state to last "
                            "durable snapshot"),
             2U)

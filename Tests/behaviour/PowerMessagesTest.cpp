@@ -10,29 +10,28 @@ namespace {
 
 /// Sends the core's power messages itself, because a real sleep ends every discharge and so a real
 /// wake never meets one.
-class HandSentMessagesTest : public ::testing::Test {
+class HandSentMessagesTest : public OnBench {
  protected:
-  HandSentMessagesTest() : platform(with(bench.world.startBareHelper(), rootDomain)) {
-    bench.excuse(replyRule);  // The test calls the core directly.
+  HandSentMessagesTest() : platform(with(world.startBareHelper(), rootDomain)) {
+    excuse(replyRule);  // The test calls the core directly.
     core = HelperImpl::create(platform);
-    bench.charge(49);
+    charge(49);
     core->setChargeLimit(50, ignored());
-    bench.run(2);
+    run(2);
   }
 
   /// Gives the times of the readings in the next nine seconds, counted from now.
   std::vector<double> ticksOfNineSeconds() {
-    std::vector<double> ticks;
-    const double start = bench.world.now();
-    bench.world.faults().observe([&](SeamCall call) {
-      if (call == SeamCall::powerSourcesCopyInfo) ticks.push_back(bench.world.now() - start);
+    std::vector<double> times;
+    const double start = world.now();
+    world.faults().observe([&](SeamCall call) {
+      if (call == SeamCall::powerSourcesCopyInfo) times.push_back(world.now() - start);
     });
-    bench.run(9);
-    bench.world.faults().observe({});
-    return ticks;
+    run(9);
+    world.faults().observe({});
+    return times;
   }
 
-  Bench bench;
   ScriptedRootDomain rootDomain;
   Platform platform;
   std::shared_ptr<HelperImpl> core;
@@ -44,32 +43,32 @@ TEST_F(HandSentMessagesTest, WakeRestartsALoopThatOnlyEnforces) {
 }
 
 TEST_F(HandSentMessagesTest, WakeRestartsTheLoopForLimitsFromTwentyToHundred) {
-  bench.mac().smc.setValue("CHTE", {1, 0, 0, 0});
-  bench.mac().smc.key("CHTE")->silentlyRefuses = true;  // So the loop for 100 goes on.
+  mac().smc.setValue("CHTE", {1, 0, 0, 0});
+  mac().smc.key("CHTE")->silentlyRefuses = true;  // So the loop for 100 goes on.
   for (const std::uint8_t limit : {std::uint8_t{20}, std::uint8_t{100}}) {
     core->setChargeLimit(limit, ignored());
-    bench.run(2);
+    run(2);
     rootDomain.send(ioMessageSystemHasPoweredOn);
     EXPECT_THAT(ticksOfNineSeconds(), ElementsAre(0, 5)) << int{limit};
   }
 }
 
 TEST_F(HandSentMessagesTest, WakeDuringADischargeLeavesTheRunningLoopAsItIs) {
-  bench.charge(70);
+  charge(70);
   core->forceDischarge(true, ignored());
-  bench.world.runUntilIdle();
+  world.runUntilIdle();
   rootDomain.send(ioMessageSystemHasPoweredOn);
   EXPECT_THAT(ticksOfNineSeconds(), ElementsAre(3, 8));
-  EXPECT_TRUE(bench.onDisk().forceDischargeActive);
+  EXPECT_TRUE(onDisk().forceDischargeActive);
 }
 
 TEST_F(HandSentMessagesTest, OtherMessagesDoNothing) {
-  bench.mark();
+  mark();
   rootDomain.send(ioMessageSystemWillPowerOn);
   rootDomain.send(ioMessageSystemWillNotSleep);
   rootDomain.send(ioMessageCanSystemSleep);
   EXPECT_THAT(ticksOfNineSeconds(), ElementsAre(3, 8));
-  EXPECT_THAT(bench.since("smc log"), IsEmpty());
+  EXPECT_THAT(since("smc log"), IsEmpty());
 }
 
 }  // namespace

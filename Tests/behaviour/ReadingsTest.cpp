@@ -15,9 +15,7 @@ constexpr const char* unreadable =
     "force-discharge.";
 
 /// Reads the charge from the text of a refused start.
-std::string chargeAsRead(Bench& bench) {
-  return outcome(bench.call(bench.app->forceDischarge(true)));
-}
+std::string chargeAsRead(Bench& bench) { return bench.ask(bench.app->forceDischarge(true)); }
 
 using ReadingsTest = OnBench;
 

@@ -11,9 +11,9 @@ using ResetTest = OnBench;
 
 TEST_F(ResetTest, WritesOnlyTheKeysThatThisMacHasAndSaysNothingOfTheOthers) {
   boot();
-  EXPECT_EQ(outcome(call(app->resetAllSMCKeys())), "ok");
+  EXPECT_EQ(ask(app->resetAllSMCKeys()), "ok");
   EXPECT_THAT(since("smc"), ElementsAre("smc CHTE <- 00 00 00 00", "smc CHIE <- 00"));
-  EXPECT_THAT(logs(), ElementsAre(audit(*this, "resetAllSMCKeys")));
+  EXPECT_THAT(logs(), ElementsAre(audit("resetAllSMCKeys")));
   EXPECT_THAT(logs("SMCWriter"), ElementsAre("default SMC write CHTE bytes=[0, 0, 0, 0]",
                                              "default SMC write CHIE bytes=[0]"));
 }
@@ -31,7 +31,7 @@ TEST_F(ResetTest, EndsADischargeAndDisarmsKeepAwakeAfterTheHardware) {
   bootArmedDischarge();
   run(1);
   mark();
-  EXPECT_EQ(outcome(call(app->resetAllSMCKeys())), "ok");
+  EXPECT_EQ(ask(app->resetAllSMCKeys()), "ok");
   EXPECT_THAT(since("smc power disk reply"),
               ElementsAre("smc CHTE <- 00 00 00 00", "smc CHIE <- 00", "power SleepDisabled = 0",
                           "disk state.json replaced: sleepDisabledByKorvel=false",
@@ -105,10 +105,10 @@ TEST_F(ResetTest, LogsEachFailureGoesOnAndSucceeds) {
   bench.mac().smc.key("CHTE")->writeResult = 134;
   bench.mac().smc.key("CHIE")->writeResult = 130;
   bench.mac().powerUI.setError = "not now";
-  EXPECT_EQ(outcome(bench.call(bench.app->resetAllSMCKeys())), "ok");
+  EXPECT_EQ(bench.ask(bench.app->resetAllSMCKeys()), "ok");
   EXPECT_THAT(
       bench.logs(),
-      ElementsAre(audit(bench, "resetAllSMCKeys"),
+      ElementsAre(bench.audit("resetAllSMCKeys"),
                   "error resetAll: CHTE failed — kSMCWriteKey failed (kIOReturn=0, smcResult=134)",
                   "error resetAll: CHIE failed — kSMCWriteKey failed (kIOReturn=0, smcResult=130)",
                   "error resetAll: native limit restore failed — PowerUI call failed: not now"));
@@ -152,8 +152,8 @@ TEST_F(ResetTest, SetsTheTimeOfTheLastWriteSoThatTheNextClientArmsAgain) {
 TEST_F(ResetTest, MachineWithoutAnSmcSkipsEveryKeySilentlyAndSucceeds) {
   Bench bench("no-smc");
   bench.boot();
-  EXPECT_EQ(outcome(bench.call(bench.app->resetAllSMCKeys())), "ok");
-  EXPECT_THAT(bench.logs(), ElementsAre(audit(bench, "resetAllSMCKeys")));
+  EXPECT_EQ(bench.ask(bench.app->resetAllSMCKeys()), "ok");
+  EXPECT_THAT(bench.logs(), ElementsAre(bench.audit("resetAllSMCKeys")));
 }
 
 TEST_F(ResetTest, SmcThatAppearsIsConnectedForTheFirstKey) {
@@ -161,7 +161,7 @@ TEST_F(ResetTest, SmcThatAppearsIsConnectedForTheFirstKey) {
   boot();
   mac().smc.servicePresent = true;
   mark();
-  EXPECT_EQ(outcome(call(app->resetAllSMCKeys())), "ok");
+  EXPECT_EQ(ask(app->resetAllSMCKeys()), "ok");
   EXPECT_THAT(since("smc"), ElementsAre("smc CHTE <- 00 00 00 00", "smc CHIE <- 00"));
   EXPECT_EQ(logs("SMCWriter").front(),
             "default AppleSMC connection reopened after stale-handle recovery");
@@ -173,8 +173,8 @@ TEST_F(ResetTest, SmcThatGoesAwayFailsOneKeyAndSkipsTheRest) {
   boot();
   mac().smc.servicePresent = false;
   mac().smc.invalidateConnections();
-  EXPECT_EQ(outcome(call(app->resetAllSMCKeys())), "ok");
-  EXPECT_THAT(logs(), ElementsAre(audit(*this, "resetAllSMCKeys"),
+  EXPECT_EQ(ask(app->resetAllSMCKeys()), "ok");
+  EXPECT_THAT(logs(), ElementsAre(audit("resetAllSMCKeys"),
                                   "error resetAll: CHTE failed — kSMCWriteKey failed "
                                   "(kIOReturn=-536870208, smcResult=0)"));
   EXPECT_THAT(since("smc"), IsEmpty());
@@ -186,7 +186,7 @@ TEST_F(ResetTest, LeavesToTheSystemWhatAFailedReleaseForgot) {
   mac().power.assertionReleaseRefusal = ioReturnError;
   call(app->forceDischarge(false));
   mac().power.assertionReleaseRefusal.reset();
-  EXPECT_EQ(outcome(call(app->resetAllSMCKeys())), "ok");
+  EXPECT_EQ(ask(app->resetAllSMCKeys()), "ok");
   EXPECT_EQ(mac().power.assertions().size(), 2U)
       << "bookkeeping was dropped with the failed release; the system's time-out ends them";
 }

@@ -158,24 +158,34 @@ TEST_F(ShutdownTest, QuitAndASignalAtOnceRestoreBeforeEitherEndsTheProcess) {
   }
 }
 
-TEST_F(ShutdownTest, QuitAndASignalAtOnceEndTheProcessOnceUnderEverySchedule) {
-  for (std::uint64_t seed = 1; seed <= 50; ++seed) {
-    World world({.seed = seed, .scheduling = virtualmac::Scheduling::Seeded});
-    virtualmac::InvariantSet rules(world);
+/// A helper under the schedule of one seed, which is not started again, and an application.
+struct SeededWorld {
+  explicit SeededWorld(std::uint64_t seed)
+      : world({.seed = seed, .scheduling = virtualmac::Scheduling::Seeded}) {
     world.launchd().job.startOnDemand = false;
     world.startHelper();
-    const auto app = world.connectApp();
-    app->await(app->setChargeLimit(50));
-    world.machine().smc.setValue("CHTE", {1, 0, 0, 0});
-    world.runFor(1);
-    world.sendSignal(SIGTERM);
-    app->quit();
-    world.runFor(1);
-    EXPECT_EQ(world.exitStatus(), 0) << "seed " << seed;
-    EXPECT_EQ(world.machine().smc.value("CHTE"), (std::vector<std::uint8_t>{0, 0, 0, 0}))
+    app = world.connectApp();
+  }
+
+  World world;
+  virtualmac::InvariantSet rules{world};
+  std::unique_ptr<AppClient> app;
+};
+
+TEST_F(ShutdownTest, QuitAndASignalAtOnceEndTheProcessOnceUnderEverySchedule) {
+  for (std::uint64_t seed = 1; seed <= 50; ++seed) {
+    SeededWorld one(seed);
+    one.app->await(one.app->setChargeLimit(50));
+    one.world.machine().smc.setValue("CHTE", {1, 0, 0, 0});
+    one.world.runFor(1);
+    one.world.sendSignal(SIGTERM);
+    one.app->quit();
+    one.world.runFor(1);
+    EXPECT_EQ(one.world.exitStatus(), 0) << "seed " << seed;
+    EXPECT_EQ(one.world.machine().smc.value("CHTE"), (std::vector<std::uint8_t>{0, 0, 0, 0}))
         << "seed " << seed;
-    rules.finish();
-    EXPECT_THAT(rules.violations(), IsEmpty()) << "seed " << seed;
+    one.rules.finish();
+    EXPECT_THAT(one.rules.violations(), IsEmpty()) << "seed " << seed;
   }
 }
 
@@ -184,24 +194,20 @@ TEST_F(ShutdownTest, CommandBehindTheLastWorkMayStillBeginBeforeTheExit) {
   // once, but another thread may be faster. Whether it is, the schedule decides.
   int begun = 0;
   for (std::uint64_t seed = 1; seed <= 200 && begun < 3; ++seed) {
-    World world({.seed = seed, .scheduling = virtualmac::Scheduling::Seeded});
-    virtualmac::InvariantSet rules(world);
-    world.launchd().job.startOnDemand = false;
-    world.startHelper();
-    const auto app = world.connectApp();
-    app->await(app->ping());
-    world.runFor(1);  // Lets the helper finish its start.
-    world.sendSignal(SIGTERM);
-    app->setClamshellKeepAwake(true);
-    world.runFor(1);
-    EXPECT_EQ(world.exitStatus(), 0);
-    if (world.machine().power.sleepDisabled()) {
+    SeededWorld one(seed);
+    one.app->await(one.app->ping());
+    one.world.runFor(1);  // Lets the helper finish its start.
+    one.world.sendSignal(SIGTERM);
+    one.app->setClamshellKeepAwake(true);
+    one.world.runFor(1);
+    EXPECT_EQ(one.world.exitStatus(), 0);
+    if (one.world.machine().power.sleepDisabled()) {
       ++begun;
-      world.startHelper();
-      world.runFor(1);
-      EXPECT_FALSE(world.machine().power.sleepDisabled()) << "the next start finds the flag";
+      one.world.startHelper();
+      one.world.runFor(1);
+      EXPECT_FALSE(one.world.machine().power.sleepDisabled()) << "the next start finds the flag";
     }
-    EXPECT_THAT(rules.violations(), IsEmpty()) << "seed " << seed;
+    EXPECT_THAT(one.rules.violations(), IsEmpty()) << "seed " << seed;
   }
   EXPECT_EQ(begun, 3);
 }

@@ -148,7 +148,7 @@ TEST_F(SleepWakeTest, DischargeThatNoLoopWatchesEndsBeforeSleepToo) {
   // A record with a limit that no loop takes: the discharge starts, its loop stops at once.
   saveState(savedLimit(10));
   bootAt(60);
-  ASSERT_EQ(outcome(call(app->forceDischarge(true))), "ok");
+  ASSERT_EQ(ask(app->forceDischarge(true)), "ok");
   ASSERT_TRUE(world.logged("HelperImpl", LogLevel::Fault,
                            "pollOnce: target 10 out of range — stopping loop"));
   mark();

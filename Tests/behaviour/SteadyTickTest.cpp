@@ -56,25 +56,25 @@ std::uint64_t ticksToWatch() {
 }
 
 TEST_F(SteadyTickTest, MemoryStaysFlatOverManyTicks) {
-  const std::uint64_t ticks = ticksToWatch();
+  const std::uint64_t watched = ticksToWatch();
   WorldOptions options;
   options.profile = "newer-keys";
   options.keepJournal = false;
-  World world(options);
-  world.machine().powerSources.overrideCurrentCapacity(79);
-  world.startHelper();
-  const auto app = world.connectApp();
-  app->await(app->setChargeLimit(80));
-  world.machine().powerSources.overrideCurrentCapacity(85);
+  World quiet(options);
+  quiet.machine().powerSources.overrideCurrentCapacity(79);
+  quiet.startHelper();
+  const auto client = quiet.connectApp();
+  client->await(client->setChargeLimit(80));
+  quiet.machine().powerSources.overrideCurrentCapacity(85);
   // The rest of the machine settles too: the battery reaches the level at which it is held.
-  world.runFor(5.0 * 100'000);
-  const auto callsBefore = world.callCounts();
+  quiet.runFor(5.0 * 100'000);
+  const auto callsBefore = quiet.callCounts();
   const std::int64_t before = allocations::live();
-  world.runFor(5.0 * static_cast<double>(ticks));
+  quiet.runFor(5.0 * static_cast<double>(watched));
   EXPECT_EQ(allocations::live() - before, 0);
-  const auto made = world.callCounts() - callsBefore;
-  EXPECT_EQ(made[SeamCall::powerSourcesCopyInfo], ticks);
-  EXPECT_EQ(made[SeamCall::smcCallStruct], ticks);
+  const auto made = quiet.callCounts() - callsBefore;
+  EXPECT_EQ(made[SeamCall::powerSourcesCopyInfo], watched);
+  EXPECT_EQ(made[SeamCall::smcCallStruct], watched);
   EXPECT_EQ(made[SeamCall::logEmit], 0U);
   EXPECT_EQ(made[SeamCall::fileUmask], 0U);
 }

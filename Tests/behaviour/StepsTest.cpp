@@ -18,7 +18,7 @@ using StepsTest = OnBench;
 TEST_F(StepsTest, UserStopPausesThenDisarmsThenReleasesItsAssertions) {
   bootArmedDischarge();
   const Steps steps(*this, "smc power disk reply");
-  ASSERT_EQ(outcome(call(app->forceDischarge(false))), "ok");
+  ASSERT_EQ(ask(app->forceDischarge(false)), "ok");
   EXPECT_THAT(steps.lines(),
               ElementsAre("smc CHIE <- 00", "smc CHTE <- 01 00 00 00", "power SleepDisabled = 0",
                           "disk state.json replaced: sleepDisabledByKorvel=false",
@@ -43,7 +43,7 @@ TEST_F(StepsTest, SuspensionReleasesItsAssertionsBeforeItResumesCharging) {
 TEST_F(StepsTest, TopOffRepliesBeforeItsLoopStarts) {
   bootWithLimit(80);
   const Steps steps(*this, "smc disk reply");
-  ASSERT_EQ(outcome(call(app->releaseLimitUntilFullThenRestore())), "ok");
+  ASSERT_EQ(ask(app->releaseLimitUntilFullThenRestore()), "ok");
   EXPECT_THAT(steps.lines(),
               ElementsAre("cancels enforcement", "smc CHIE <- 00",
                           "disk state.json replaced: topUpActive=true",

@@ -11,7 +11,7 @@ void bootDischargingWithoutALoop(Bench& bench, bool armed) {
   bench.saveState(savedLimit(10));
   bench.bootAt(60);
   if (armed) bench.call(bench.app->setClamshellKeepAwake(true));
-  ASSERT_EQ(outcome(bench.call(bench.app->forceDischarge(true))), "ok");
+  ASSERT_EQ(bench.ask(bench.app->forceDischarge(true)), "ok");
   ASSERT_EQ(bench.logs().back(), "fault pollOnce: target 10 out of range — stopping loop");
   bench.mac().smc.setValue("CHTE", {1, 0, 0, 0});
   bench.mark();

@@ -13,13 +13,13 @@ TEST_F(TopOffTest, ReleaseStopsEnforcementResumesChargingAndSaysSoOnDisk) {
   bootWithLimit(50);
   tickAt(70);
   mark();
-  EXPECT_EQ(outcome(call(app->releaseLimitUntilFullThenRestore())), "ok");
+  EXPECT_EQ(ask(app->releaseLimitUntilFullThenRestore()), "ok");
   EXPECT_THAT(since("smc disk reply"),
               ElementsAre("smc CHIE <- 00", "smc CHTE <- 00 00 00 00",
                           "disk state.json replaced: lastWriteAt=2026-01-01T00:00:05Z "
                           "topUpActive=true",
                           "reply releaseLimitUntilFullThenRestore ok"));
-  EXPECT_THAT(logs(), ElementsAre(audit(*this, "releaseLimitUntilFullThenRestore")));
+  EXPECT_THAT(logs(), ElementsAre(audit("releaseLimitUntilFullThenRestore")));
   run(60);
   EXPECT_EQ(key("CHTE"), "00 00 00 00") << "the limit is not enforced meanwhile";
 }
@@ -89,17 +89,16 @@ TEST_F(TopOffTest, ReadingBelowFullAtTheLastTickIsATimeOut) {
 TEST_F(TopOffTest, FullAtTheVeryLastTickIsComplete) {
   bootToppingOff(80);
   run(1439 * 5);
-  charge(100);
   mark();
-  run(5);
+  tickAt(100);
   EXPECT_EQ(logs().front(), "default top-off complete — restored limit 80");
 }
 
 TEST_F(TopOffTest, CancelWithoutATopOffChangesNothingNotEvenTheGeneration) {
   bootWithLimit(80);
-  EXPECT_EQ(outcome(call(app->cancelTopUp())), "ok");
+  EXPECT_EQ(ask(app->cancelTopUp()), "ok");
   EXPECT_THAT(since("smc disk"), IsEmpty());
-  EXPECT_THAT(logs(), ElementsAre(audit(*this, "cancelTopUp")));
+  EXPECT_THAT(logs(), ElementsAre(audit("cancelTopUp")));
 }
 
 TEST_F(TopOffTest, CancelWhileARevertedTopOffStillTicksDoesNotEndIt) {
@@ -110,9 +109,8 @@ TEST_F(TopOffTest, CancelWhileARevertedTopOffStillTicksDoesNotEndIt) {
   ASSERT_FALSE(state().topUpActive);
   mac().disk.replaceFails = false;
   call(app->cancelTopUp());
-  charge(100);
   mark();
-  run(5);
+  tickAt(100);
   EXPECT_EQ(logs().front(), "default top-off complete — restored limit 80");
 }
 
@@ -121,28 +119,27 @@ TEST_F(TopOffTest, CancelRestoresAtOnceAndTheOldLoopBailsAtItsNextTick) {
   charge(90);
   run(2);
   mark();
-  EXPECT_EQ(outcome(call(app->cancelTopUp())), "ok");
+  EXPECT_EQ(ask(app->cancelTopUp()), "ok");
   EXPECT_THAT(since("disk reply smc"),
               ElementsAre("disk state.json replaced: lastWriteAt=2026-01-01T00:00:02Z "
                           "topUpActive=false",
                           "reply cancelTopUp ok", "smc CHTE <- 01 00 00 00"));
   run(60);
-  EXPECT_THAT(logs(), ElementsAre(audit(*this, "cancelTopUp"),
-                                  "default charge enforcement pause:ok", superseded));
+  EXPECT_THAT(logs(),
+              ElementsAre(audit("cancelTopUp"), "default charge enforcement pause:ok", superseded));
 }
 
 TEST_F(TopOffTest, SupersededLoopWhoseBatteryIsFullRestoresNothing) {
   const std::vector<NamedCommand> commands = {
-      {"clearChargeLimit", [](AppClient& app) { return app.clearChargeLimit(); }},
-      {"resetAllSMCKeys", [](AppClient& app) { return app.resetAllSMCKeys(); }},
+      {"clearChargeLimit", [](AppClient& client) { return client.clearChargeLimit(); }},
+      {"resetAllSMCKeys", [](AppClient& client) { return client.resetAllSMCKeys(); }},
   };
   for (const auto& [name, command] : commands) {
     Bench bench;
     bench.bootToppingOff(80);
-    ASSERT_EQ(outcome(bench.call(command(*bench.app))), "ok") << name;
-    bench.charge(100);
+    ASSERT_EQ(bench.ask(command(*bench.app)), "ok") << name;
     bench.mark();
-    bench.run(5);
+    bench.tickAt(100);
     EXPECT_THAT(bench.logs(), ElementsAre(superseded)) << name;
     const auto before = bench.world.callCounts();
     bench.run(60);
@@ -189,7 +186,7 @@ TEST_F(TopOffTest, MachineWithoutDischargeKeysStillResumesCharging) {
   bench.tickAt(90);
   ASSERT_EQ(bench.mac().powerUI.currentLimit(), 80);
   bench.mark();
-  EXPECT_EQ(outcome(bench.call(bench.app->releaseLimitUntilFullThenRestore())), "ok");
+  EXPECT_EQ(bench.ask(bench.app->releaseLimitUntilFullThenRestore()), "ok");
   EXPECT_THAT(bench.since("smc"), IsEmpty());
   EXPECT_EQ(bench.mac().powerUI.currentLimit(), 0);
 }
@@ -200,7 +197,7 @@ TEST_F(TopOffTest, MachineWithoutADischargeFamilyWritesNoDischargeKeyAndResumes)
   bootWithLimit(80);
   tickAt(90);
   mark();
-  EXPECT_EQ(outcome(call(app->releaseLimitUntilFullThenRestore())), "ok");
+  EXPECT_EQ(ask(app->releaseLimitUntilFullThenRestore()), "ok");
   EXPECT_THAT(since("smc"), ElementsAre("smc CHTE <- 00 00 00 00"));
   EXPECT_TRUE(state().topUpActive);
 }
@@ -210,7 +207,7 @@ TEST_F(TopOffTest, DischargeKeyThatCannotBeWrittenDoesNotStopIt) {
   tickAt(90);
   mac().smc.key("CHIE")->writeResult = 134;
   mark();
-  EXPECT_EQ(outcome(call(app->releaseLimitUntilFullThenRestore())), "ok");
+  EXPECT_EQ(ask(app->releaseLimitUntilFullThenRestore()), "ok");
   EXPECT_THAT(since("smc"),
               ElementsAre("smc CHIE <- 00 refused (result 134)", "smc CHTE <- 00 00 00 00"));
   EXPECT_TRUE(state().topUpActive);
@@ -221,7 +218,7 @@ TEST_F(TopOffTest, FailedResumeIsReportedAndNothingIsRolledBack) {
   mac().smc.setValue("CHTE", {1, 0, 0, 0});
   mac().smc.key("CHTE")->writeResult = 134;
   mark();
-  EXPECT_EQ(outcome(call(app->releaseLimitUntilFullThenRestore())),
+  EXPECT_EQ(ask(app->releaseLimitUntilFullThenRestore()),
             "failed 500 kSMCWriteKey failed (kIOReturn=0, smcResult=134)");
   EXPECT_FALSE(state().topUpActive);
   EXPECT_FALSE(state().forceDischargeActive);
@@ -237,9 +234,8 @@ TEST_F(TopOffTest, SecondRequestThatFailsLeavesTheFirstLoopRunning) {
   EXPECT_EQ(call(app->releaseLimitUntilFullThenRestore()).errorCode(), 500);
   EXPECT_TRUE(state().topUpActive);
   mac().smc.key("CHTE")->writeResult.reset();
-  charge(100);
   mark();
-  run(5);
+  tickAt(100);
   EXPECT_EQ(logs().front(), "default top-off complete — restored limit 80");
 }
 
@@ -251,9 +247,8 @@ TEST_F(TopOffTest, LimitToRestoreIsTheOneOfTheStart) {
   call(app->setClamshellKeepAwake(true));
   ASSERT_EQ(state().chargeLimit, 90);
   mac().disk.replaceFails = false;
-  charge(100);
   mark();
-  run(5);
+  tickAt(100);
   EXPECT_THAT(logs(), ElementsAre("default top-off complete — restored limit 70",
                                   "default charge enforcement pause:ok"));
   charge(70);
@@ -264,16 +259,16 @@ TEST_F(TopOffTest, LimitToRestoreIsTheOneOfTheStart) {
 
 TEST_F(TopOffTest, EveryCommandThatChangesEnforcementSupersedesIt) {
   const std::vector<NamedCommand> commands = {
-      {"setChargeLimit", [](AppClient& app) { return app.setChargeLimit(60); }},
-      {"clearChargeLimit", [](AppClient& app) { return app.clearChargeLimit(); }},
-      {"resetAllSMCKeys", [](AppClient& app) { return app.resetAllSMCKeys(); }},
-      {"forceDischarge", [](AppClient& app) { return app.forceDischarge(true); }},
+      {"setChargeLimit", [](AppClient& client) { return client.setChargeLimit(60); }},
+      {"clearChargeLimit", [](AppClient& client) { return client.clearChargeLimit(); }},
+      {"resetAllSMCKeys", [](AppClient& client) { return client.resetAllSMCKeys(); }},
+      {"forceDischarge", [](AppClient& client) { return client.forceDischarge(true); }},
   };
   for (const auto& [name, command] : commands) {
     Bench bench;
     bench.bootToppingOff(50);
     bench.charge(70);
-    ASSERT_EQ(outcome(bench.call(command(*bench.app))), "ok") << name;
+    ASSERT_EQ(bench.ask(command(*bench.app)), "ok") << name;
     EXPECT_FALSE(bench.state().topUpActive) << name;
     bench.mark();
     bench.run(20);

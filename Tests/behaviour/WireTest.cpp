@@ -42,14 +42,14 @@ TEST_F(WireTest, NoSmcArrivesAs503) {
   mac().smc.servicePresent = false;
   mac().smc.invalidateConnections();
   call(app->clearChargeLimit());
-  EXPECT_EQ(outcome(call(app->clearChargeLimit())), "failed 503 AppleSMC service unavailable");
+  EXPECT_EQ(ask(app->clearChargeLimit()), "failed 503 AppleSMC service unavailable");
 }
 
 TEST_F(WireTest, NativeFailureArrivesAs500) {
   Bench bench("native-only");
   bench.boot();
   bench.mac().powerUI.setError = "busy";
-  EXPECT_EQ(outcome(bench.call(bench.app->clearChargeLimit())),
+  EXPECT_EQ(bench.ask(bench.app->clearChargeLimit()),
             "failed 500 Native charge control failed: PowerUI call failed: busy");
 }
 
