@@ -1,5 +1,7 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <functional>
 #include <map>
 #include <memory>
@@ -67,6 +69,14 @@ class Bench {
     notes += text + '@' + std::to_string(clock.uptime() / 1'000'000) + ' ';
   }
   void runFor(double seconds) { scheduler.runFor(fromSeconds(seconds)); }
+  const std::string& notesAfter(double seconds) {
+    runFor(seconds);
+    return notes;
+  }
+  const std::string& notesWhenIdle() {
+    scheduler.runUntilIdle();
+    return notes;
+  }
   /// Occupies its thread for some seconds, like a platform call.
   void busy(double seconds) {
     scheduler.sleepUntil(clock.uptime() + fromSeconds(seconds), &process);
@@ -81,6 +91,23 @@ class Bench {
   std::shared_ptr<Lane> main;
   VirtualDispatch dispatch;
   std::string notes;  ///< "text@uptime in ms " for each note.
+};
+
+/// A test on the bench, whose threads unwind while what they wait for is still there.
+struct OnBench : testing::Test, Bench {
+  using Bench::Bench;
+  void TearDown() override { scheduler.killAndUnwind(process); }
+};
+
+/// A test with queues and locks over which they may meet.
+struct OnQueues : OnBench {
+  using OnBench::OnBench;
+
+  std::shared_ptr<korvel::WorkQueue> one = dispatch.makeSerialQueue("one");
+  std::shared_ptr<korvel::WorkQueue> two = dispatch.makeSerialQueue("two");
+  std::shared_ptr<korvel::WorkQueue> three = dispatch.makeSerialQueue("three");
+  std::unique_ptr<korvel::LockPrimitive> lock = dispatch.makeLock("1");
+  std::unique_ptr<korvel::LockPrimitive> other = dispatch.makeLock("2");
 };
 
 }  // namespace virtualmac

@@ -15,8 +15,11 @@ std::string outcomes(FaultTable& table, SeamCall call, int count) {
   return result;
 }
 
-TEST(FaultTableTest, WithoutRulesCallsAreOnlyCounted) {
+struct FaultTableTest : testing::Test {
   FaultTable table;
+};
+
+TEST_F(FaultTableTest, WithoutRulesCallsAreOnlyCounted) {
   EXPECT_EQ(outcomes(table, SeamCall::smcOpen, 2), "..");
   table.next(SeamCall::clockNow);
   EXPECT_EQ(table.counts()[SeamCall::smcOpen], 2U);
@@ -24,35 +27,30 @@ TEST(FaultTableTest, WithoutRulesCallsAreOnlyCounted) {
   EXPECT_EQ(table.counts().text(), "smcOpen 2, clockNow 1");
 }
 
-TEST(FaultTableTest, ADifferenceOfCountsSaysWhatHappenedBetween) {
-  FaultTable table;
+TEST_F(FaultTableTest, ADifferenceOfCountsSaysWhatHappenedBetween) {
   table.next(SeamCall::smcOpen);
   const CallCounts before = table.counts();
   table.next(SeamCall::smcCallStruct);
   EXPECT_EQ((table.counts() - before).text(), "smcCallStruct 1");
 }
 
-TEST(FaultTableTest, FailsTheNthFromNow) {
-  FaultTable table;
+TEST_F(FaultTableTest, FailsTheNthFromNow) {
   table.next(SeamCall::smcOpen);
   table.failNth(SeamCall::smcOpen, 2, {});
   EXPECT_EQ(outcomes(table, SeamCall::smcOpen, 4), ".x..");
 }
 
-TEST(FaultTableTest, FailsEveryNth) {
-  FaultTable table;
+TEST_F(FaultTableTest, FailsEveryNth) {
   table.failEvery(SeamCall::smcOpen, 3, {});
   EXPECT_EQ(outcomes(table, SeamCall::smcOpen, 7), "..x..x.");
 }
 
-TEST(FaultTableTest, FailsACountFromTheNth) {
-  FaultTable table;
+TEST_F(FaultTableTest, FailsACountFromTheNth) {
   table.failFrom(SeamCall::smcOpen, 2, {}, 3);
   EXPECT_EQ(outcomes(table, SeamCall::smcOpen, 6), ".xxx..");
 }
 
-TEST(FaultTableTest, FailsForEverUntilRemoved) {
-  FaultTable table;
+TEST_F(FaultTableTest, FailsForEverUntilRemoved) {
   const FaultTable::RuleId rule = table.failAlways(SeamCall::smcOpen, {});
   EXPECT_EQ(outcomes(table, SeamCall::smcOpen, 3), "xxx");
   EXPECT_EQ(outcomes(table, SeamCall::smcCallStruct, 1), ".");
@@ -60,8 +58,7 @@ TEST(FaultTableTest, FailsForEverUntilRemoved) {
   EXPECT_EQ(outcomes(table, SeamCall::smcOpen, 2), "..");
 }
 
-TEST(FaultTableTest, FailsWhileAConditionHolds) {
-  FaultTable table;
+TEST_F(FaultTableTest, FailsWhileAConditionHolds) {
   bool broken = false;
   table.failWhen(SeamCall::fileFsync, [&broken] { return broken; }, {28, "full"});
   EXPECT_EQ(outcomes(table, SeamCall::fileFsync, 1), ".");
@@ -72,15 +69,13 @@ TEST(FaultTableTest, FailsWhileAConditionHolds) {
   EXPECT_EQ(verdict.fault->text, "full");
 }
 
-TEST(FaultTableTest, TheFirstOfSeveralRulesWins) {
-  FaultTable table;
+TEST_F(FaultTableTest, TheFirstOfSeveralRulesWins) {
   table.failAlways(SeamCall::smcOpen, {1, {}});
   table.failAlways(SeamCall::smcOpen, {2, {}});
   EXPECT_EQ(table.next(SeamCall::smcOpen).fault->code, 1);
 }
 
-TEST(FaultTableTest, FailsACallByItsNumberInAllWithItsPlainFault) {
-  FaultTable table;
+TEST_F(FaultTableTest, FailsACallByItsNumberInAllWithItsPlainFault) {
   table.failAtCall(2);
   EXPECT_FALSE(table.next(SeamCall::smcOpen).fault);
   const FaultTable::Verdict verdict = table.next(SeamCall::fileWrite);
@@ -91,24 +86,21 @@ TEST(FaultTableTest, FailsACallByItsNumberInAllWithItsPlainFault) {
   EXPECT_FALSE(table.next(SeamCall::fileWrite).fault);
 }
 
-TEST(FaultTableTest, ACallThatCannotFailIsMadeThoughItsNumberWasChosen) {
-  FaultTable table;
+TEST_F(FaultTableTest, ACallThatCannotFailIsMadeThoughItsNumberWasChosen) {
   table.failAtCall(1);
   EXPECT_FALSE(table.next(SeamCall::logEmit).fault);
   EXPECT_EQ(table.callAtFailIndex(), SeamCall::logEmit);
   EXPECT_EQ(table.injected(), 0U);
 }
 
-TEST(FaultTableTest, KillsAtACallByItsNumber) {
-  FaultTable table;
+TEST_F(FaultTableTest, KillsAtACallByItsNumber) {
   table.killAtCall(2);
   EXPECT_FALSE(table.next(SeamCall::clockNow).kill);
   EXPECT_TRUE(table.next(SeamCall::smcClose).kill);
   EXPECT_FALSE(table.next(SeamCall::smcClose).kill);
 }
 
-TEST(FaultTableTest, OnlyCallsThatCanFailTakeRules) {
-  FaultTable table;
+TEST_F(FaultTableTest, OnlyCallsThatCanFailTakeRules) {
   for (std::size_t i = 0; i < seamCallCount; ++i) {
     const auto call = static_cast<SeamCall>(i);
     const FailureKind kind = describe(call).kind;
@@ -122,8 +114,7 @@ TEST(FaultTableTest, OnlyCallsThatCanFailTakeRules) {
   }
 }
 
-TEST(FaultTableTest, LatencyIsForAKindOfCallOrForOneOccurrence) {
-  FaultTable table;
+TEST_F(FaultTableTest, LatencyIsForAKindOfCallOrForOneOccurrence) {
   table.setLatency(SeamCall::smcCallStruct, 0.25);
   table.delayNth(SeamCall::smcCallStruct, 2, 0.5);
   EXPECT_EQ(table.next(SeamCall::smcCallStruct).latencySeconds, 0.25);

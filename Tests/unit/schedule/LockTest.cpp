@@ -10,58 +10,45 @@
 namespace virtualmac {
 namespace {
 
-struct LockTest : testing::Test {
-  Bench bench;
-  // The threads must unwind before the objects that they wait for are destroyed.
-  void TearDown() override { bench.scheduler.killAndUnwind(bench.process); }
-
-  std::shared_ptr<korvel::WorkQueue> one = bench.dispatch.makeSerialQueue("one");
-  std::shared_ptr<korvel::WorkQueue> two = bench.dispatch.makeSerialQueue("two");
-  std::shared_ptr<korvel::WorkQueue> three = bench.dispatch.makeSerialQueue("three");
-  std::unique_ptr<korvel::LockPrimitive> lock = bench.dispatch.makeLock("1");
-  std::unique_ptr<korvel::LockPrimitive> other = bench.dispatch.makeLock("2");
-};
+using LockTest = OnQueues;
 
 TEST_F(LockTest, LetsOneThreadInAndTheOthersInTheirOrder) {
   for (const auto& [queue, name] : {std::pair(one, "one"), {two, "two"}, {three, "three"}}) {
     queue->async([this, name] {
       lock->lock();
-      bench.note(name);
-      bench.busy(1);
+      note(name);
+      busy(1);
       lock->unlock();
     });
   }
-  bench.runFor(5);
-  EXPECT_EQ(bench.notes, "one@0 two@1000 three@2000 ");
+  EXPECT_EQ(notesAfter(5), "one@0 two@1000 three@2000 ");
 }
 
 TEST_F(LockTest, AFreeLockIsTakenWithoutASwitch) {
-  bench.scheduler.runUntilIdle();
-  const std::uint64_t before = bench.scheduler.switches();
+  scheduler.runUntilIdle();
+  const std::uint64_t before = scheduler.switches();
   one->async([this] {
     for (int i = 0; i < 100; ++i) {
       lock->lock();
       lock->unlock();
     }
   });
-  two->async([this] { bench.note("two"); });
-  bench.runFor(0);
+  two->async([this] { note("two"); });
+  runFor(0);
   // One switch goes to a worker and one comes back.
-  EXPECT_EQ(bench.scheduler.switches() - before, 2U);
+  EXPECT_EQ(scheduler.switches() - before, 2U);
 }
 
 TEST_F(LockTest, TheDrivingThreadMayHoldIt) {
   lock->lock();
   one->async([this] {
     lock->lock();
-    bench.note("one");
+    note("one");
     lock->unlock();
   });
-  bench.runFor(0.5);
-  EXPECT_EQ(bench.notes, "");
+  EXPECT_EQ(notesAfter(0.5), "");
   lock->unlock();
-  bench.runFor(0.5);
-  EXPECT_EQ(bench.notes, "one@500 ");
+  EXPECT_EQ(notesAfter(0.5), "one@500 ");
 }
 
 TEST_F(LockTest, ObserversSeeWhatAThreadHolds) {
@@ -72,7 +59,7 @@ TEST_F(LockTest, ObserversSeeWhatAThreadHolds) {
               "; ";
     }
   } watcher;
-  bench.observers.add(watcher);
+  observers.add(watcher);
   one->async([this] {
     lock->lock();
     other->lock();
@@ -81,9 +68,9 @@ TEST_F(LockTest, ObserversSeeWhatAThreadHolds) {
     other->lock();
     other->unlock();
   });
-  bench.runFor(0);
+  runFor(0);
   EXPECT_EQ(watcher.seen, "one 1 of 1; one 2 of 2; one 2 of 1; ");
-  bench.observers.remove(watcher);
+  observers.remove(watcher);
 }
 
 TEST_F(LockTest, ALongWaitIsToldToObservers) {
@@ -93,19 +80,19 @@ TEST_F(LockTest, ALongWaitIsToldToObservers) {
       seen += lane.name() + ' ' + std::string(what) + ' ' + std::to_string(seconds);
     }
   } watcher;
-  bench.observers.add(watcher);
+  observers.add(watcher);
   one->async([this] {
     lock->lock();
-    bench.busy(2);
+    busy(2);
     lock->unlock();
   });
   two->async([this] {
     lock->lock();
     lock->unlock();
   });
-  bench.runFor(3);
+  runFor(3);
   EXPECT_EQ(watcher.seen, "two lock 2.000000");
-  bench.observers.remove(watcher);
+  observers.remove(watcher);
 }
 
 using LockDeathTest = LockTest;

@@ -22,149 +22,135 @@ struct Held {
   ~Held() { lock.unlock(); }
 };
 
-struct ProcessEndTest : testing::Test {
-  Bench bench;
-  std::shared_ptr<korvel::WorkQueue> queue = bench.dispatch.makeSerialQueue("q");
-  std::shared_ptr<korvel::WorkQueue> idle = bench.dispatch.makeSerialQueue("idle");
-  std::unique_ptr<korvel::LockPrimitive> lock = bench.dispatch.makeLock("1");
+struct ProcessEndTest : OnBench {
+  std::shared_ptr<korvel::WorkQueue> queue = dispatch.makeSerialQueue("q");
+  std::shared_ptr<korvel::WorkQueue> idle = dispatch.makeSerialQueue("idle");
+  std::unique_ptr<korvel::LockPrimitive> lock = dispatch.makeLock("1");
 
-  void kill() { bench.scheduler.killAndUnwind(bench.process); }
+  void kill() { scheduler.killAndUnwind(process); }
+  const std::string& notesKilledAfter(double seconds) {
+    runFor(seconds);
+    kill();
+    return notes;
+  }
 };
 
 TEST_F(ProcessEndTest, UnwindsAThreadThatIsInAPlatformCall) {
   queue->async([this] {
-    const Witness witness{bench, "call"};
-    bench.busy(10);
-    bench.note("never");
+    const Witness witness{*this, "call"};
+    busy(10);
+    note("never");
   });
-  bench.runFor(1);
-  kill();
-  EXPECT_EQ(bench.notes, "~call@1000 ");
-  EXPECT_TRUE(bench.process.gone());
-  EXPECT_EQ(bench.endings, 1);
+  EXPECT_EQ(notesKilledAfter(1), "~call@1000 ");
+  EXPECT_TRUE(process.gone());
+  EXPECT_EQ(endings, 1);
 }
 
 TEST_F(ProcessEndTest, UnwindsAThreadThatWaitsForAGroup) {
-  const auto group = bench.dispatch.makeGroup();
+  const auto group = dispatch.makeGroup();
   group->enter();
   queue->async([&] {
-    const Witness witness{bench, "wait"};
+    const Witness witness{*this, "wait"};
     group->wait(10);
-    bench.note("never");
+    note("never");
   });
-  bench.runFor(1);
-  kill();
-  EXPECT_EQ(bench.notes, "~wait@1000 ");
+  EXPECT_EQ(notesKilledAfter(1), "~wait@1000 ");
 }
 
 TEST_F(ProcessEndTest, UnwindsHolderAndWaiterOfALock) {
-  const auto other = bench.dispatch.makeSerialQueue("other");
+  const auto other = dispatch.makeSerialQueue("other");
   queue->async([this] {
-    const Witness witness{bench, "holder"};
+    const Witness witness{*this, "holder"};
     lock->lock();
     const Held held{*lock};
-    bench.busy(10);
+    busy(10);
   });
   other->async([this] {
-    const Witness witness{bench, "waiter"};
+    const Witness witness{*this, "waiter"};
     lock->lock();
-    bench.note("never");
+    note("never");
   });
-  bench.runFor(1);
-  kill();
-  EXPECT_EQ(bench.notes, "~holder@1000 ~waiter@1000 ");
+  EXPECT_EQ(notesKilledAfter(1), "~holder@1000 ~waiter@1000 ");
 }
 
 TEST_F(ProcessEndTest, ASyncCallerOutlivesTheWorkThatRefersToItsStack) {
-  bench.dispatch.postToMain([this] {
-    const Witness witness{bench, "caller"};
+  dispatch.postToMain([this] {
+    const Witness witness{*this, "caller"};
     queue->sync([this] {
-      const Witness inner{bench, "work"};
-      bench.busy(10);
+      const Witness inner{*this, "work"};
+      busy(10);
     });
-    bench.note("never");
+    note("never");
   });
-  bench.runFor(1);
-  kill();
-  EXPECT_EQ(bench.notes, "~work@1000 ~caller@1000 ");
+  EXPECT_EQ(notesKilledAfter(1), "~work@1000 ~caller@1000 ");
 }
 
 TEST_F(ProcessEndTest, ASyncCallerWhoseWorkHasNotBegunUnwinds) {
   queue->async([this] {
-    const Witness witness{bench, "busy"};
-    bench.busy(10);
+    const Witness witness{*this, "busy"};
+    busy(10);
   });
-  bench.dispatch.postToMain([this] {
-    const Witness witness{bench, "caller"};
-    queue->sync([this] { bench.note("never"); });
+  dispatch.postToMain([this] {
+    const Witness witness{*this, "caller"};
+    queue->sync([this] { note("never"); });
   });
-  bench.runFor(1);
-  kill();
-  EXPECT_EQ(bench.notes, "~caller@1000 ~busy@1000 ");
+  EXPECT_EQ(notesKilledAfter(1), "~caller@1000 ~busy@1000 ");
 }
 
 TEST_F(ProcessEndTest, PendingWorkIsDroppedAfterTheThreadsHaveUnwound) {
   queue->async([this] {
-    const Witness witness{bench, "running"};
-    bench.busy(10);
+    const Witness witness{*this, "running"};
+    busy(10);
   });
-  queue->async(
-      [this, pending = std::make_unique<Witness>(bench, "pending")] { bench.note("never"); });
-  bench.runFor(1);
-  kill();
-  EXPECT_EQ(bench.notes, "~running@1000 ~pending@1000 ");
+  queue->async([this, pending = std::make_unique<Witness>(*this, "pending")] { note("never"); });
+  EXPECT_EQ(notesKilledAfter(1), "~running@1000 ~pending@1000 ");
 }
 
 TEST_F(ProcessEndTest, FromInsideTheCallerUnwindsAtItsNextCall) {
-  const auto other = bench.dispatch.makeSerialQueue("other");
+  const auto other = dispatch.makeSerialQueue("other");
   other->async([this] {
-    const Witness witness{bench, "other"};
-    bench.busy(10);
+    const Witness witness{*this, "other"};
+    busy(10);
   });
   queue->async([this] {
-    const Witness witness{bench, "self"};
-    bench.scheduler.end(bench.process);
-    bench.note("still here");
+    const Witness witness{*this, "self"};
+    scheduler.end(process);
+    note("still here");
     lock->lock();
-    bench.note("never");
+    note("never");
   });
-  bench.runFor(0);
-  EXPECT_EQ(bench.notes, "still here@0 ~self@0 ~other@0 ");
-  EXPECT_TRUE(bench.process.gone());
+  EXPECT_EQ(notesAfter(0), "still here@0 ~self@0 ~other@0 ");
+  EXPECT_TRUE(process.gone());
 }
 
 TEST_F(ProcessEndTest, EveryCallOfADeadProcessUnwinds) {
-  const auto group = bench.dispatch.makeGroup();
+  const auto group = dispatch.makeGroup();
   kill();
   EXPECT_THROW(queue->async([] {}), ProcessEnded);
   EXPECT_THROW(queue->sync([] {}), ProcessEnded);
   EXPECT_THROW(lock->lock(), ProcessEnded);
   EXPECT_THROW(group->wait(1), ProcessEnded);
-  EXPECT_THROW(bench.busy(1), ProcessEnded);
+  EXPECT_THROW(busy(1), ProcessEnded);
   EXPECT_NO_THROW(lock->unlock());
 }
 
 TEST_F(ProcessEndTest, WorkThatOthersGiveADeadProcessIsDroppedAtOnce) {
-  bench.scheduler.end(bench.process);
-  bench.dispatch.postToMain(
-      [this, work = std::make_unique<Witness>(bench, "dying")] { bench.note("never"); });
+  scheduler.end(process);
+  dispatch.postToMain([this, work = std::make_unique<Witness>(*this, "dying")] { note("never"); });
   kill();
-  bench.dispatch.postToMain(
-      [this, work = std::make_unique<Witness>(bench, "dead")] { bench.note("never"); });
-  EXPECT_EQ(bench.notes, "~dying@0 ~dead@0 ");
-  bench.runFor(60);
-  EXPECT_EQ(bench.notes, "~dying@0 ~dead@0 ");
+  dispatch.postToMain([this, work = std::make_unique<Witness>(*this, "dead")] { note("never"); });
+  EXPECT_EQ(notes, "~dying@0 ~dead@0 ");
+  EXPECT_EQ(notesAfter(60), "~dying@0 ~dead@0 ");
 }
 
 TEST_F(ProcessEndTest, TimersOfADeadProcessDoNotFireThoughTheyAreStillThere) {
-  const auto timer = bench.dispatch.makeTimer(queue);
-  timer->setEventHandler([this] { bench.note("tick"); });
+  const auto timer = dispatch.makeTimer(queue);
+  timer->setEventHandler([this] { note("tick"); });
   timer->schedule(0, 5.0, 0);
   timer->resume();
-  bench.runFor(5);
+  runFor(5);
   kill();
-  bench.runFor(60);
-  EXPECT_EQ(bench.notes, "tick@0 tick@5000 ");
+  EXPECT_EQ(notesAfter(60), "tick@0 tick@5000 ");
 }
 
 TEST_F(ProcessEndTest, CallsMadeWhileUnwindingDoNothing) {
@@ -174,53 +160,48 @@ TEST_F(ProcessEndTest, CallsMadeWhileUnwindingDoNothing) {
       ~Late() {
         test.lock->lock();
         test.lock->unlock();
-        test.queue->async([this] { test.bench.note("never"); });
-        test.queue->sync([this] { test.bench.note("never"); });
-        test.idle->async([this] { test.bench.note("never"); });
-        test.bench.note("late");
+        test.queue->async([this] { test.note("never"); });
+        test.queue->sync([this] { test.note("never"); });
+        test.idle->async([this] { test.note("never"); });
+        test.note("late");
       }
     } late{*this};
-    bench.busy(10);
+    busy(10);
   });
-  bench.runFor(1);
-  kill();
-  EXPECT_EQ(bench.notes, "late@1000 ");
+  EXPECT_EQ(notesKilledAfter(1), "late@1000 ");
 }
 
 TEST_F(ProcessEndTest, UnwindsWhileTheMachineSleeps) {
-  bench.clock.sleepBetween(1, 1000);
+  clock.sleepBetween(1, 1000);
   queue->async([this] {
-    const Witness witness{bench, "frozen"};
-    bench.busy(10);
+    const Witness witness{*this, "frozen"};
+    busy(10);
   });
-  bench.runFor(2);
-  kill();
-  EXPECT_EQ(bench.notes, "~frozen@1000 ");
+  EXPECT_EQ(notesKilledAfter(2), "~frozen@1000 ");
 }
 
 TEST_F(ProcessEndTest, OtherProcessesGoOn) {
-  ThreadGroup process("second", {});
-  const auto main = std::make_shared<Lane>(bench.scheduler, "second main", &process);
-  VirtualDispatch dispatch(bench.scheduler, process, main, bench.observers);
-  const auto survivor = dispatch.makeSerialQueue("survivor");
+  ThreadGroup second("second", {});
+  const auto secondMain = std::make_shared<Lane>(scheduler, "second main", &second);
+  VirtualDispatch itsDispatch(scheduler, second, secondMain, observers);
+  const auto survivor = itsDispatch.makeSerialQueue("survivor");
   survivor->async([&] {
-    bench.scheduler.sleepUntil(fromSeconds(2), &process);
-    bench.note("survived");
+    scheduler.sleepUntil(fromSeconds(2), &second);
+    note("survived");
   });
-  bench.runFor(1);
+  runFor(1);
   kill();
-  bench.runFor(5);
-  EXPECT_EQ(bench.notes, "survived@2000 ");
-  bench.scheduler.killAndUnwind(process);
+  EXPECT_EQ(notesAfter(5), "survived@2000 ");
+  scheduler.killAndUnwind(second);
 }
 
 TEST_F(ProcessEndTest, TheDrivingThreadsCallIntoADyingProcessUnwindsToo) {
   EXPECT_THROW(queue->sync([this] {
-    bench.scheduler.end(bench.process);
-    bench.busy(1);
+    scheduler.end(process);
+    busy(1);
   }),
                ProcessEnded);
-  EXPECT_TRUE(bench.process.gone());
+  EXPECT_TRUE(process.gone());
 }
 
 /// Runs a process that does a bit of everything, and kills it at one of its steps.

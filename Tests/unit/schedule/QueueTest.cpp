@@ -8,15 +8,14 @@
 namespace virtualmac {
 namespace {
 
-struct QueueTest : testing::Test, Bench {};
+using QueueTest = OnBench;
 
 TEST_F(QueueTest, RunsWorkInTheOrderPosted) {
   const auto queue = dispatch.makeSerialQueue("q");
   queue->async([&] { note("a"); });
   queue->async([&] { note("b"); });
   EXPECT_EQ(notes, "");
-  scheduler.runUntilIdle();
-  EXPECT_EQ(notes, "a@0 b@0 ");
+  EXPECT_EQ(notesWhenIdle(), "a@0 b@0 ");
 }
 
 TEST_F(QueueTest, ReadyQueuesTakeTurns) {
@@ -26,8 +25,7 @@ TEST_F(QueueTest, ReadyQueuesTakeTurns) {
     one->async([&] { note("one"); });
     two->async([&] { note("two"); });
   }
-  scheduler.runUntilIdle();
-  EXPECT_EQ(notes, "one@0 two@0 one@0 two@0 ");
+  EXPECT_EQ(notesWhenIdle(), "one@0 two@0 one@0 two@0 ");
 }
 
 TEST_F(QueueTest, APostDoesNotInterruptThePoster) {
@@ -37,8 +35,7 @@ TEST_F(QueueTest, APostDoesNotInterruptThePoster) {
     two->async([&] { note("two"); });
     note("one");
   });
-  scheduler.runUntilIdle();
-  EXPECT_EQ(notes, "one@0 two@0 ");
+  EXPECT_EQ(notesWhenIdle(), "one@0 two@0 ");
 }
 
 TEST_F(QueueTest, OnePieceOfWorkAtATimeAlsoWhileItTakesTime) {
@@ -54,8 +51,7 @@ TEST_F(QueueTest, OnePieceOfWorkAtATimeAlsoWhileItTakesTime) {
     busy(1);
     note("other");
   });
-  runFor(3);
-  EXPECT_EQ(notes, "begin@0 other@1000 end@2000 next@2000 ");
+  EXPECT_EQ(notesAfter(3), "begin@0 other@1000 end@2000 next@2000 ");
 }
 
 TEST_F(QueueTest, IsCurrentOnlyInsideItsOwnWork) {
@@ -80,8 +76,7 @@ TEST_F(QueueTest, PostedWorkRunsThoughItsQueueWasLetGo) {
   queue->async([&] { note("first"); });
   queue->async([&] { note("second"); });
   queue = nullptr;
-  scheduler.runUntilIdle();
-  EXPECT_EQ(notes, "first@0 second@0 ");
+  EXPECT_EQ(notesWhenIdle(), "first@0 second@0 ");
 }
 
 TEST_F(QueueTest, WorkMayLetGoOfItsOwnQueue) {
@@ -91,8 +86,7 @@ TEST_F(QueueTest, WorkMayLetGoOfItsOwnQueue) {
     busy(1);
     note("end");
   });
-  runFor(2);
-  EXPECT_EQ(notes, "end@1000 ");
+  EXPECT_EQ(notesAfter(2), "end@1000 ");
 }
 
 TEST_F(QueueTest, SyncWaitsForTheWorkAndWhatWasBeforeIt) {
@@ -105,8 +99,7 @@ TEST_F(QueueTest, SyncWaitsForTheWorkAndWhatWasBeforeIt) {
     queue->sync([&] { note("inside"); });
     note("after");
   });
-  runFor(5);
-  EXPECT_EQ(notes, "before@2000 inside@2000 after@2000 ");
+  EXPECT_EQ(notesAfter(5), "before@2000 inside@2000 after@2000 ");
 }
 
 TEST_F(QueueTest, TheDrivingThreadMaySyncToo) {

@@ -8,79 +8,72 @@
 namespace virtualmac {
 namespace {
 
-struct SignalTest : testing::Test {
-  Bench bench;
-  std::unique_ptr<korvel::SignalSource> source = bench.dispatch.makeSignalSource(SIGTERM);
+struct SignalTest : OnBench {
+  std::unique_ptr<korvel::SignalSource> source = dispatch.makeSignalSource(SIGTERM);
 
   void listen() {
-    source->setEventHandler([this] { bench.note(bench.scheduler.current().name()); });
+    source->setEventHandler([this] { note(scheduler.current().name()); });
     source->resume();
   }
 };
 
 TEST_F(SignalTest, AnIgnoredSignalIsHeardOnTheMainThread) {
   listen();
-  bench.dispatch.ignoreDefaultAction(SIGTERM);
-  EXPECT_TRUE(bench.dispatch.deliverSignal(SIGTERM));
-  EXPECT_EQ(bench.notes, "");
-  bench.scheduler.runUntilIdle();
-  EXPECT_EQ(bench.notes, "main@0 ");
+  dispatch.ignoreDefaultAction(SIGTERM);
+  EXPECT_TRUE(dispatch.deliverSignal(SIGTERM));
+  EXPECT_EQ(notes, "");
+  EXPECT_EQ(notesWhenIdle(), "main@0 ");
 }
 
 TEST_F(SignalTest, WithoutAnIgnoredDispositionTheDefaultActionIsDue) {
   listen();
-  EXPECT_FALSE(bench.dispatch.deliverSignal(SIGTERM));
-  EXPECT_FALSE(bench.dispatch.ignoresDefaultAction(SIGTERM));
+  EXPECT_FALSE(dispatch.deliverSignal(SIGTERM));
+  EXPECT_FALSE(dispatch.ignoresDefaultAction(SIGTERM));
 }
 
 TEST_F(SignalTest, AnIgnoredSignalWithoutASourceDoesNothing) {
-  bench.dispatch.ignoreDefaultAction(SIGINT);
-  EXPECT_TRUE(bench.dispatch.deliverSignal(SIGINT));
-  bench.scheduler.runUntilIdle();
-  EXPECT_EQ(bench.notes, "");
+  dispatch.ignoreDefaultAction(SIGINT);
+  EXPECT_TRUE(dispatch.deliverSignal(SIGINT));
+  EXPECT_EQ(notesWhenIdle(), "");
 }
 
 TEST_F(SignalTest, TheKillSignalCannotBeIgnored) {
-  bench.dispatch.ignoreDefaultAction(SIGKILL);
-  EXPECT_FALSE(bench.dispatch.deliverSignal(SIGKILL));
+  dispatch.ignoreDefaultAction(SIGKILL);
+  EXPECT_FALSE(dispatch.deliverSignal(SIGKILL));
 }
 
 TEST_F(SignalTest, ASourceThatWasNotResumedHearsNothing) {
-  source->setEventHandler([this] { bench.note("heard"); });
-  bench.dispatch.ignoreDefaultAction(SIGTERM);
-  bench.dispatch.deliverSignal(SIGTERM);
-  bench.scheduler.runUntilIdle();
-  EXPECT_EQ(bench.notes, "");
+  source->setEventHandler([this] { note("heard"); });
+  dispatch.ignoreDefaultAction(SIGTERM);
+  dispatch.deliverSignal(SIGTERM);
+  EXPECT_EQ(notesWhenIdle(), "");
 }
 
 TEST_F(SignalTest, ADestroyedSourceHearsNothingNotEvenWhatIsOnItsWay) {
   listen();
-  bench.dispatch.ignoreDefaultAction(SIGTERM);
-  bench.dispatch.deliverSignal(SIGTERM);
+  dispatch.ignoreDefaultAction(SIGTERM);
+  dispatch.deliverSignal(SIGTERM);
   source = nullptr;
-  bench.scheduler.runUntilIdle();
-  EXPECT_EQ(bench.notes, "");
+  EXPECT_EQ(notesWhenIdle(), "");
 }
 
 TEST_F(SignalTest, SignalsThatArriveTogetherAreHeardOnceLaterOnesAgain) {
   listen();
-  bench.dispatch.ignoreDefaultAction(SIGTERM);
-  bench.dispatch.deliverSignal(SIGTERM);
-  bench.dispatch.deliverSignal(SIGTERM);
-  bench.scheduler.runUntilIdle();
-  bench.dispatch.deliverSignal(SIGTERM);
-  bench.scheduler.runUntilIdle();
-  EXPECT_EQ(bench.notes, "main@0 main@0 ");
+  dispatch.ignoreDefaultAction(SIGTERM);
+  dispatch.deliverSignal(SIGTERM);
+  dispatch.deliverSignal(SIGTERM);
+  scheduler.runUntilIdle();
+  dispatch.deliverSignal(SIGTERM);
+  EXPECT_EQ(notesWhenIdle(), "main@0 main@0 ");
 }
 
 TEST_F(SignalTest, ABusyMainThreadHearsItLater) {
   listen();
-  bench.dispatch.ignoreDefaultAction(SIGTERM);
-  bench.dispatch.postToMain([this] { bench.busy(0.5); });
-  bench.scheduler.runUntilIdle();
-  bench.dispatch.deliverSignal(SIGTERM);
-  bench.runFor(1);
-  EXPECT_EQ(bench.notes, "main@500 ");
+  dispatch.ignoreDefaultAction(SIGTERM);
+  dispatch.postToMain([this] { busy(0.5); });
+  scheduler.runUntilIdle();
+  dispatch.deliverSignal(SIGTERM);
+  EXPECT_EQ(notesAfter(1), "main@500 ");
 }
 
 }  // namespace

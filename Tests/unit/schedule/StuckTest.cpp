@@ -11,20 +11,13 @@ namespace {
 
 using testing::HasSubstr;
 
-struct StuckTest : testing::Test {
+struct StuckTest : OnQueues {
   // The bound on work without time is small, so that such work is found at once.
-  Bench bench{Scheduler::Order::Fifo, 1, 10'000};
-  // Threads unwind while what they wait for is still there.
-  void TearDown() override { bench.scheduler.killAndUnwind(bench.process); }
-
-  std::shared_ptr<korvel::WorkQueue> one = bench.dispatch.makeSerialQueue("one");
-  std::shared_ptr<korvel::WorkQueue> two = bench.dispatch.makeSerialQueue("two");
-  std::unique_ptr<korvel::LockPrimitive> lock = bench.dispatch.makeLock("1");
-  std::unique_ptr<korvel::LockPrimitive> other = bench.dispatch.makeLock("2");
+  StuckTest() : OnQueues(Scheduler::Order::Fifo, 1, 10'000) {}
 
   std::string report(double seconds = 1) {
     try {
-      bench.runFor(seconds);
+      runFor(seconds);
     } catch (const StuckError& error) {
       return error.what();
     }
@@ -35,19 +28,19 @@ struct StuckTest : testing::Test {
 TEST_F(StuckTest, TwoLocksTakenInOppositeOrderAreReportedWithTheirHolders) {
   one->async([this] {
     lock->lock();
-    bench.busy(0.1);
+    busy(0.1);
     other->lock();
   });
   two->async([this] {
     other->lock();
-    bench.busy(0.2);
+    busy(0.2);
     lock->lock();
   });
   EXPECT_EQ(report(), "two waits for lock 1 held by one; one waits for lock 2 held by two");
 }
 
 TEST_F(StuckTest, IsFoundThoughATimerWouldGoOnForEver) {
-  const auto timer = bench.dispatch.makeTimer(two);
+  const auto timer = dispatch.makeTimer(two);
   timer->schedule(0, 5.0, 0);
   timer->resume();
   one->async([this] { one->sync([] {}); });
@@ -72,10 +65,9 @@ TEST_F(StuckTest, ASyncIntoAQueueThatWaitsForTheCallersLock) {
 }
 
 TEST_F(StuckTest, ALockThatChangedHandsSinceOneWaitsForIt) {
-  const auto three = bench.dispatch.makeSerialQueue("three");
   one->async([this] {
     lock->lock();
-    bench.busy(0.2);
+    busy(0.2);
     lock->unlock();
   });
   two->async([this] {
@@ -92,7 +84,7 @@ TEST_F(StuckTest, ALockThatChangedHandsSinceOneWaitsForIt) {
 TEST_F(StuckTest, AWaitThatNobodyCanEndIsReportedWhenNothingElseIsLeft) {
   one->async([this] {
     lock->lock();
-    bench.scheduler.block(Wait{.what = "a message", .process = &bench.process});
+    scheduler.block(Wait{.what = "a message", .process = &process});
   });
   two->async([this] { lock->lock(); });
   const std::string text = report();
@@ -106,15 +98,15 @@ TEST_F(StuckTest, TheDrivingThreadsOwnWaitThrows) {
   EXPECT_THROW(lock->lock(), StuckError);
   lock->unlock();
   // The bench is usable afterwards.
-  one->async([this] { bench.note("one"); });
+  one->async([this] { note("one"); });
   EXPECT_EQ(report(), "not stuck");
-  EXPECT_EQ(bench.notes, "one@0 ");
+  EXPECT_EQ(notes, "one@0 ");
 }
 
 TEST_F(StuckTest, AnIdleMainLoopIsNotStuck) { EXPECT_EQ(report(), "not stuck"); }
 
 TEST_F(StuckTest, WaitingWithATimeoutIsNotStuck) {
-  const auto group = bench.dispatch.makeGroup();
+  const auto group = dispatch.makeGroup();
   group->enter();
   one->async([&] { group->wait(0.5); });
   EXPECT_EQ(report(), "not stuck");
@@ -123,17 +115,17 @@ TEST_F(StuckTest, WaitingWithATimeoutIsNotStuck) {
 
 TEST_F(StuckTest, WaitingForWorkThatTheSleepHoldsUpIsNotStuck) {
   one->async([this] {
-    bench.busy(0.5);
-    bench.note("done");
+    busy(0.5);
+    note("done");
   });
   two->async([this] { one->sync([] {}); });
-  bench.runFor(0.1);
-  bench.clock.setAsleep(true);
+  runFor(0.1);
+  clock.setAsleep(true);
   EXPECT_EQ(report(), "not stuck");
-  EXPECT_EQ(bench.notes, "");
-  bench.clock.setAsleep(false);
+  EXPECT_EQ(notes, "");
+  clock.setAsleep(false);
   EXPECT_EQ(report(), "not stuck");
-  EXPECT_EQ(bench.notes, "done@500 ");
+  EXPECT_EQ(notes, "done@500 ");
 }
 
 TEST_F(StuckTest, WorkThatGoesOnWithoutTimeIsReported) {

@@ -7,26 +7,21 @@
 namespace virtualmac {
 namespace {
 
-struct GroupTest : testing::Test {
-  Bench bench;
-  // The threads must unwind before the objects that they wait for are destroyed.
-  void TearDown() override { bench.scheduler.killAndUnwind(bench.process); }
-
-  std::shared_ptr<korvel::WorkQueue> queue = bench.dispatch.makeSerialQueue("q");
-  std::shared_ptr<korvel::DispatchGroup> group = bench.dispatch.makeGroup();
+struct GroupTest : OnBench {
+  std::shared_ptr<korvel::WorkQueue> queue = dispatch.makeSerialQueue("q");
+  std::shared_ptr<korvel::DispatchGroup> group = dispatch.makeGroup();
 
   void waitOnMain(double timeout) {
-    bench.dispatch.postToMain([this, timeout] {
+    dispatch.postToMain([this, timeout] {
       const bool done = group->wait(timeout);
-      bench.note(done ? "done" : "timed out");
+      note(done ? "done" : "timed out");
     });
   }
 };
 
 TEST_F(GroupTest, WaitReturnsAtOnceWhenNothingWasEntered) {
   waitOnMain(1);
-  bench.scheduler.runUntilIdle();
-  EXPECT_EQ(bench.notes, "done@0 ");
+  EXPECT_EQ(notesWhenIdle(), "done@0 ");
 }
 
 TEST_F(GroupTest, WaitEndsWithTheLastLeave) {
@@ -34,50 +29,45 @@ TEST_F(GroupTest, WaitEndsWithTheLastLeave) {
   group->enter();
   queue->async([this] {
     group->leave();
-    bench.busy(0.25);
+    busy(0.25);
     group->leave();
   });
   waitOnMain(1);
-  bench.runFor(2);
-  EXPECT_EQ(bench.notes, "done@250 ");
+  EXPECT_EQ(notesAfter(2), "done@250 ");
 }
 
 TEST_F(GroupTest, WaitTimesOutAndTheWorkGoesOn) {
   group->enter();
   queue->async([this] {
-    bench.busy(0.3);
+    busy(0.3);
     group->leave();
-    bench.note("left");
+    note("left");
   });
   waitOnMain(0.1);
-  bench.runFor(2);
-  EXPECT_EQ(bench.notes, "timed out@100 left@300 ");
+  EXPECT_EQ(notesAfter(2), "timed out@100 left@300 ");
 }
 
 TEST_F(GroupTest, AWaitStandsStillWhileTheMachineSleeps) {
-  bench.clock.sleepBetween(0.05, 100);
+  clock.sleepBetween(0.05, 100);
   group->enter();
   waitOnMain(0.1);
-  bench.runFor(99);
-  EXPECT_EQ(bench.notes, "");
-  bench.runFor(2);
-  EXPECT_EQ(bench.notes, "timed out@100 ");
+  EXPECT_EQ(notesAfter(99), "");
+  EXPECT_EQ(notesAfter(2), "timed out@100 ");
   group->leave();
 }
 
 TEST_F(GroupTest, OutlivesItsWaiter) {
   group->enter();
   queue->async([this, kept = group] {
-    bench.busy(1);
+    busy(1);
     kept->leave();
-    bench.note("left");
+    note("left");
   });
-  bench.dispatch.postToMain([this] {
+  dispatch.postToMain([this] {
     const std::shared_ptr<korvel::DispatchGroup> mine = std::move(group);
-    bench.note(mine->wait(0.5) ? "done" : "timed out");
+    note(mine->wait(0.5) ? "done" : "timed out");
   });
-  bench.runFor(2);
-  EXPECT_EQ(bench.notes, "timed out@500 left@1000 ");
+  EXPECT_EQ(notesAfter(2), "timed out@500 left@1000 ");
 }
 
 TEST_F(GroupTest, ObserversSeeHowLongAThreadWasBlocked) {
@@ -87,13 +77,13 @@ TEST_F(GroupTest, ObserversSeeHowLongAThreadWasBlocked) {
       seen += lane.name() + ' ' + std::string(what) + ' ' + std::to_string(seconds) + ' ';
     }
   } watcher;
-  bench.observers.add(watcher);
+  observers.add(watcher);
   group->enter();
   waitOnMain(0.5);
-  bench.runFor(1);
+  runFor(1);
   EXPECT_EQ(watcher.seen, "main group 0.500000 ");
   group->leave();
-  bench.observers.remove(watcher);
+  observers.remove(watcher);
 }
 
 using GroupDeathTest = GroupTest;
@@ -103,57 +93,54 @@ TEST_F(GroupDeathTest, LeavingMoreOftenThanEnteringTraps) {
   EXPECT_DEATH(group->leave(), "left more often than entered");
 }
 
-TEST(SleepTest, TimePassesForTheOneThatTakesIt) {
-  Bench bench;
-  const auto queue = bench.dispatch.makeSerialQueue("q");
+using SleepTest = OnBench;
+
+TEST_F(SleepTest, TimePassesForTheOneThatTakesIt) {
+  const auto queue = dispatch.makeSerialQueue("q");
   queue->async([&] {
-    bench.busy(0.001);
-    bench.note("one");
-    bench.busy(0.002);
-    bench.note("two");
+    busy(0.001);
+    note("one");
+    busy(0.002);
+    note("two");
   });
-  bench.runFor(1);
-  EXPECT_EQ(bench.notes, "one@1 two@3 ");
+  EXPECT_EQ(notesAfter(1), "one@1 two@3 ");
 }
 
-TEST(SleepTest, ThreadsFreezeWhileTheMachineSleeps) {
-  Bench bench;
-  bench.clock.sleepBetween(1, 11);
-  const auto queue = bench.dispatch.makeSerialQueue("q");
+TEST_F(SleepTest, ThreadsFreezeWhileTheMachineSleeps) {
+  clock.sleepBetween(1, 11);
+  const auto queue = dispatch.makeSerialQueue("q");
   queue->async([&] {
-    bench.busy(2);
-    bench.note("end");
+    busy(2);
+    note("end");
   });
-  bench.runFor(5);
-  queue->async([&] { bench.note("more"); });
-  const auto idle = bench.dispatch.makeSerialQueue("idle");
-  idle->async([&] { bench.note("idle"); });
-  bench.runFor(5.5);
-  EXPECT_EQ(bench.notes, "");
-  bench.runFor(2);
-  EXPECT_EQ(bench.notes, "idle@1000 end@2000 more@2000 ");
+  runFor(5);
+  queue->async([&] { note("more"); });
+  const auto idle = dispatch.makeSerialQueue("idle");
+  idle->async([&] { note("idle"); });
+  EXPECT_EQ(notesAfter(5.5), "");
+  EXPECT_EQ(notesAfter(2), "idle@1000 end@2000 more@2000 ");
 }
 
-TEST(RunUntilTest, StopsAtTheMomentAndSaysWhetherItCame) {
-  Bench bench;
-  const auto queue = bench.dispatch.makeSerialQueue("q");
-  const auto timer = bench.dispatch.makeTimer(queue);
+using RunUntilTest = OnBench;
+
+TEST_F(RunUntilTest, StopsAtTheMomentAndSaysWhetherItCame) {
+  const auto queue = dispatch.makeSerialQueue("q");
+  const auto timer = dispatch.makeTimer(queue);
   int ticks = 0;
   timer->setEventHandler([&] { ++ticks; });
   timer->schedule(1, 1.0, 0);
   timer->resume();
-  EXPECT_TRUE(bench.scheduler.runUntil([&] { return ticks == 3; }, fromSeconds(10)));
-  EXPECT_EQ(bench.clock.total(), fromSeconds(3));
-  EXPECT_FALSE(bench.scheduler.runUntil([&] { return ticks == 100; }, fromSeconds(10)));
-  EXPECT_EQ(bench.clock.total(), fromSeconds(13));
+  EXPECT_TRUE(scheduler.runUntil([&] { return ticks == 3; }, fromSeconds(10)));
+  EXPECT_EQ(clock.total(), fromSeconds(3));
+  EXPECT_FALSE(scheduler.runUntil([&] { return ticks == 100; }, fromSeconds(10)));
+  EXPECT_EQ(clock.total(), fromSeconds(13));
   EXPECT_EQ(ticks, 13);
 }
 
-TEST(RunUntilTest, DoesNotRunWhenItHoldsAlready) {
-  Bench bench;
-  bench.dispatch.makeSerialQueue("q")->async([&] { bench.note("ran"); });
-  EXPECT_TRUE(bench.scheduler.runUntil([] { return true; }, fromSeconds(1)));
-  EXPECT_EQ(bench.notes, "");
+TEST_F(RunUntilTest, DoesNotRunWhenItHoldsAlready) {
+  dispatch.makeSerialQueue("q")->async([&] { note("ran"); });
+  EXPECT_TRUE(scheduler.runUntil([] { return true; }, fromSeconds(1)));
+  EXPECT_EQ(notes, "");
 }
 
 }  // namespace
