@@ -9,11 +9,7 @@ namespace {
 
 constexpr double hour = 3600;
 
-class BatteryTest : public ::testing::Test {
- protected:
-  Bench bench;
-  Machine& mac = bench.mac;
-};
+using BatteryTest = OnBench;
 
 TEST_F(BatteryTest, ChargesOnTheAdapterUntilItIsFull) {
   mac.battery.setPercent(50);
@@ -39,18 +35,18 @@ TEST_F(BatteryTest, TheChargeRateFallsTowardsFull) {
 
 TEST_F(BatteryTest, InhibitedChargingStopsTheBattery) {
   mac.battery.setPercent(70);
-  EXPECT_EQ(writeKey(*bench.helper, "CHTE", {1, 0, 0, 0}), smcResultSuccess);
+  EXPECT_EQ(writeKey(*helper, "CHTE", {1, 0, 0, 0}), smcResultSuccess);
   mac.advance(2 * hour);
   EXPECT_LE(mac.battery.percent(), 70);
   EXPECT_GE(mac.battery.percent(), 69) << "held, it loses only a little";
-  EXPECT_EQ(writeKey(*bench.helper, "CHTE", {0, 0, 0, 0}), smcResultSuccess);
+  EXPECT_EQ(writeKey(*helper, "CHTE", {0, 0, 0, 0}), smcResultSuccess);
   mac.advance(hour / 2);
   EXPECT_GT(mac.battery.percent(), 85);
 }
 
 TEST_F(BatteryTest, InhibitedInflowDrainsItWithTheAdapterIn) {
   mac.battery.setPercent(70);
-  EXPECT_EQ(writeKey(*bench.helper, "CHIE", {8}), smcResultSuccess);
+  EXPECT_EQ(writeKey(*helper, "CHIE", {8}), smcResultSuccess);
   mac.advance(hour);
   EXPECT_EQ(mac.battery.percent(), 58);
   EXPECT_TRUE(mac.battery.isDraining());
@@ -78,13 +74,12 @@ TEST_F(BatteryTest, WithoutTheAdapterItDrains) {
 
 TEST_F(BatteryTest, RenegotiationDropsTheInflowInhibitAndItChargesAgain) {
   mac.battery.setPercent(70);
-  writeKey(*bench.helper, "CHIE", {8});
+  writeKey(*helper, "CHIE", {8});
   mac.advance(600);
   EXPECT_FALSE(mac.battery.isCharging());
-  bench.takeLines("mac");
+  takeLines("mac");
   mac.adapter.renegotiate();
-  EXPECT_EQ(bench.takeLines("mac"),
-            "600.000 mac   adapter renegotiated (inflow inhibit dropped)\n");
+  EXPECT_EQ(takeLines("mac"), "600.000 mac   adapter renegotiated (inflow inhibit dropped)\n");
   mac.advance(0);
   EXPECT_TRUE(mac.battery.isCharging());
   EXPECT_EQ(mac.smc.value("CHIE"), std::vector<std::uint8_t>{0});
@@ -113,10 +108,10 @@ TEST_F(BatteryTest, TheNativeLimitHoldsItWithOnePercentOfPlay) {
 TEST_F(BatteryTest, EveryWholePercentIsToldOnceAtItsOwnTime) {
   mac.battery.setPercent(70);
   mac.adapter.disconnect();
-  bench.takeLines("mac");
+  takeLines("mac");
   // At 12 % an hour, half a percent falls before the first boundary, then whole percents.
   mac.advance(800);
-  EXPECT_EQ(bench.takeLines("mac"),
+  EXPECT_EQ(takeLines("mac"),
             "150.000 mac   battery 69 %\n"
             "450.000 mac   battery 68 %\n"
             "750.000 mac   battery 67 %\n");
@@ -124,7 +119,7 @@ TEST_F(BatteryTest, EveryWholePercentIsToldOnceAtItsOwnTime) {
 
 TEST_F(BatteryTest, CuttingTimeIntoPiecesChangesNothing) {
   Bench other;
-  for (Bench* each : {&bench, &other}) {
+  for (Bench* each : std::initializer_list<Bench*>{this, &other}) {
     each->mac.battery.setPercent(72.345);
     each->mac.lid.close();
     each->mac.power.setSleepDisabledExternally(true);
@@ -141,13 +136,13 @@ TEST_F(BatteryTest, CuttingTimeIntoPiecesChangesNothing) {
   }
   EXPECT_EQ(mac.battery.exactPercent(), other.mac.battery.exactPercent());
   EXPECT_EQ(mac.battery.temperatureHundredths(), other.mac.battery.temperatureHundredths());
-  EXPECT_EQ(bench.journal.hash(), other.journal.hash());
+  EXPECT_EQ(journal.hash(), other.journal.hash());
 }
 
 TEST_F(BatteryTest, ClosedLidDischargeHeatsMostAndSettles) {
   mac.battery.setPercent(100);
   EXPECT_EQ(mac.battery.temperatureHundredths(), 2400);
-  writeKey(*bench.helper, "CHIE", {8});
+  writeKey(*helper, "CHIE", {8});
   mac.advance(2 * hour);
   EXPECT_EQ(mac.battery.temperatureHundredths(), 3000);
   mac.power.setSleepDisabledExternally(true);
@@ -178,7 +173,7 @@ TEST_F(BatteryTest, WhatIsSetByHandIsALineOfTheJournal) {
   EXPECT_EQ(mac.battery.temperatureHundredths(), 4550);
   mac.battery.setTemperatureCelsius(std::nullopt);
   mac.battery.setAmbientCelsius(-5);
-  EXPECT_EQ(bench.takeLines("mac"),
+  EXPECT_EQ(takeLines("mac"),
             "0.000 mac   battery set to 64 %\n"
             "0.000 mac   battery set to 64.25 %\n"
             "0.000 mac   temperature set to 45.5 C\n"

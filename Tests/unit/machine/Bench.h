@@ -1,5 +1,7 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <array>
 #include <cstdint>
 #include <memory>
@@ -25,6 +27,11 @@ struct Bench {
   Journal journal;
   Machine mac;
   std::shared_ptr<HelperProcess> helper;
+};
+
+/// A test on the usual bench. One that needs another kind of machine makes a bench of its own.
+struct OnBench : testing::Test, Bench {
+  using Bench::Bench;
 };
 
 /// Holds the 80-byte block, which the tests fill by hand at its documented offsets.

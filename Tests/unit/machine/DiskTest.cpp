@@ -11,8 +11,7 @@ constexpr const char* directory = "/Library/Application Support/com.korvel.app.h
 const std::string state = std::string(directory) + "/state.json";
 const std::string temporary = state + ".tmp";
 
-class DiskTest : public ::testing::Test {
- protected:
+struct DiskTest : OnBench {
   /// Writes a file as the helper does, without its checks.
   void replace(const std::string& content) {
     files.mkdir(directory, 0700);
@@ -24,9 +23,8 @@ class DiskTest : public ::testing::Test {
     ASSERT_TRUE(files.replaceItem(state, temporary).has_value());
   }
 
-  Bench bench;
-  Disk& disk = bench.mac.disk;
-  FilesClient& files = bench.helper->files;
+  Disk& disk = mac.disk;
+  FilesClient& files = helper->files;
 };
 
 TEST_F(DiskTest, AReplacedFileHasContentAndModeOfTheNewOne) {
@@ -121,16 +119,16 @@ TEST_F(DiskTest, ReplacingTakesAnyFileButNoDirectory) {
 TEST_F(DiskTest, AFullDiskTakesNoBytes) {
   files.mkdir(directory, 0700);
   const int descriptor = static_cast<int>(files.openExclusive(temporary, 0600).value);
-  bench.fault("disk-full");
+  fault("disk-full");
   EXPECT_EQ(files.write(descriptor, std::string("bytes")).error, ENOSPC);
   EXPECT_EQ(files.mkdir("/other", 0700).error, ENOSPC);
-  bench.fault("disk-full", false);
+  fault("disk-full", false);
   EXPECT_EQ(files.write(descriptor, std::string("bytes")).value, 5);
 }
 
 TEST_F(DiskTest, AReadOnlyDiskReadsButChangesNothing) {
   disk.writeFile(state, "kept");
-  bench.fault("disk-readonly");
+  fault("disk-readonly");
   EXPECT_EQ(files.mkdir("/other", 0700).error, EROFS);
   EXPECT_EQ(files.mkdir(directory, 0700).error, EEXIST);
   EXPECT_EQ(files.chmod(directory, 0700).error, EROFS);
@@ -142,20 +140,20 @@ TEST_F(DiskTest, AReadOnlyDiskReadsButChangesNothing) {
 
 TEST_F(DiskTest, AnyCallFailsOnDemand) {
   disk.makeDirectory(directory);
-  bench.fault("disk-call-fails fsync 5");
+  fault("disk-call-fails fsync 5");
   const int descriptor = static_cast<int>(files.openReadOnly(directory).value);
   EXPECT_EQ(files.fsync(descriptor).error, EIO);
   EXPECT_EQ(files.fsync(descriptor).value, -1);
-  bench.fault("disk-call-fails fsync", false);
+  fault("disk-call-fails fsync", false);
   EXPECT_EQ(files.fsync(descriptor).value, 0);
-  bench.fault("disk-call-fails close 4");
+  fault("disk-call-fails close 4");
   EXPECT_EQ(files.close(descriptor).error, EINTR);
   EXPECT_EQ(files.openDescriptors(), 0U) << "closed all the same";
 }
 
 TEST_F(DiskTest, ShortWritesTakeAFewBytesAtATime) {
   disk.makeDirectory(directory);
-  bench.fault("disk-short-writes 3");
+  fault("disk-short-writes 3");
   const int descriptor = static_cast<int>(files.openExclusive(temporary, 0600).value);
   EXPECT_EQ(files.write(descriptor, std::string("abcde")).value, 3);
   EXPECT_EQ(files.write(descriptor, std::string("de")).value, 2);
@@ -168,14 +166,14 @@ TEST_F(DiskTest, TheJournalTellsWhichFieldsDiffer) {
   replace(R"({"chargeLimit": 75, "helperVersion": "2.0.0"})");
   replace(R"({"helperVersion": "2.0.0", "chargeLimit": 75})");
   replace("garbage");
-  EXPECT_EQ(bench.takeLines("disk"),
+  EXPECT_EQ(takeLines("disk"),
             "0.000 disk  state.json created: chargeLimit=80 helperVersion=2.0.0\n"
             "0.000 disk  state.json replaced: chargeLimit=75 reason=\"too warm\"\n"
             "0.000 disk  state.json replaced: reason gone\n"
             "0.000 disk  state.json replaced: no field differs\n"
             "0.000 disk  state.json replaced: 7 bytes\n");
   files.unlink(state);
-  EXPECT_EQ(bench.takeLines("disk"), "0.000 disk  state.json removed\n");
+  EXPECT_EQ(takeLines("disk"), "0.000 disk  state.json removed\n");
 }
 
 }  // namespace

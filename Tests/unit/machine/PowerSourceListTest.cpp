@@ -23,17 +23,18 @@ std::vector<PropertyValue> descriptions(HelperProcess& helper) {
   return found;
 }
 
-TEST(PowerSourceListTest, ANotebookListsItsBattery) {
-  Bench bench;
-  bench.mac.battery.setPercent(61);
-  const auto found = descriptions(*bench.helper);
+using PowerSourceListTest = OnBench;
+
+TEST_F(PowerSourceListTest, ANotebookListsItsBattery) {
+  mac.battery.setPercent(61);
+  const auto found = descriptions(*helper);
   ASSERT_EQ(found.size(), 1U);
   EXPECT_EQ(*found[0]["Type"].text(), "InternalBattery");
   EXPECT_EQ(found[0]["Current Capacity"].integer(), 61);
   EXPECT_EQ(*found[0]["Power Source State"].text(), "AC Power");
 }
 
-TEST(PowerSourceListTest, AUPSMayComeBeforeTheBattery) {
+TEST_F(PowerSourceListTest, AUPSMayComeBeforeTheBattery) {
   Bench bench{"ups-first"};
   const auto found = descriptions(*bench.helper);
   ASSERT_EQ(found.size(), 2U);
@@ -42,7 +43,7 @@ TEST(PowerSourceListTest, AUPSMayComeBeforeTheBattery) {
   EXPECT_EQ(*found[1]["Type"].text(), "InternalBattery");
 }
 
-TEST(PowerSourceListTest, ADesktopListsNothing) {
+TEST_F(PowerSourceListTest, ADesktopListsNothing) {
   Bench bench{"desktop"};
   PowerSourcesClient& sources = bench.helper->powerSources;
   const korvel::HandleRef info = sources.copyInfo();
@@ -52,12 +53,11 @@ TEST(PowerSourceListTest, ADesktopListsNothing) {
   EXPECT_TRUE(list.elements.empty());
 }
 
-TEST(PowerSourceListTest, ASnapshotKeepsWhatItSaw) {
-  Bench bench;
-  bench.mac.battery.setPercent(61);
-  PowerSourcesClient& sources = bench.helper->powerSources;
+TEST_F(PowerSourceListTest, ASnapshotKeepsWhatItSaw) {
+  mac.battery.setPercent(61);
+  PowerSourcesClient& sources = helper->powerSources;
   const korvel::HandleRef info = sources.copyInfo();
-  bench.mac.battery.setPercent(40);
+  mac.battery.setPercent(40);
   const korvel::PowerSourceList list = sources.copyList(info);
   ASSERT_EQ(list.elements.size(), 1U);
   EXPECT_EQ(sources.getDescription(info, list.elements[0])["Current Capacity"].integer(), 61);
@@ -66,39 +66,36 @@ TEST(PowerSourceListTest, ASnapshotKeepsWhatItSaw) {
   EXPECT_TRUE(sources.getDescription(info, list.elements[0]).isAbsent());
 }
 
-TEST(PowerSourceListTest, AQuietMachineSharesOneSetOfDescriptions) {
-  Bench bench;
-  const auto first = bench.mac.powerSources.current();
-  EXPECT_EQ(bench.mac.powerSources.current(), first);
-  bench.mac.adapter.disconnect();
-  EXPECT_NE(bench.mac.powerSources.current(), first);
+TEST_F(PowerSourceListTest, AQuietMachineSharesOneSetOfDescriptions) {
+  const auto first = mac.powerSources.current();
+  EXPECT_EQ(mac.powerSources.current(), first);
+  mac.adapter.disconnect();
+  EXPECT_NE(mac.powerSources.current(), first);
 }
 
-TEST(PowerSourceListTest, FaultsTakeAwaySnapshotListAndCapacity) {
-  Bench bench;
-  PowerSourcesClient& sources = bench.helper->powerSources;
-  bench.fault("power-sources-missing");
+TEST_F(PowerSourceListTest, FaultsTakeAwaySnapshotListAndCapacity) {
+  PowerSourcesClient& sources = helper->powerSources;
+  fault("power-sources-missing");
   EXPECT_EQ(sources.copyInfo(), 0U);
-  bench.fault("power-sources-missing", false);
+  fault("power-sources-missing", false);
   const korvel::HandleRef info = sources.copyInfo();
-  bench.fault("power-sources-no-list");
+  fault("power-sources-no-list");
   EXPECT_EQ(sources.copyList(info).handle, 0U);
-  bench.fault("power-sources-no-list", false);
-  bench.fault("power-sources-mistyped");
+  fault("power-sources-no-list", false);
+  fault("power-sources-mistyped");
   EXPECT_FALSE(sources.copyList(info).isArray);
-  bench.fault("power-sources-mistyped", false);
-  bench.fault("power-sources-empty");
+  fault("power-sources-mistyped", false);
+  fault("power-sources-empty");
   EXPECT_TRUE(sources.copyList(info).elements.empty());
 }
 
-TEST(PowerSourceListTest, AnUnreadableBatteryHasNoCapacityUntilItHeals) {
-  Bench bench;
-  bench.fault("battery-unreadable");
-  EXPECT_TRUE(descriptions(*bench.helper).at(0)["Current Capacity"].isAbsent());
-  bench.fault("battery-unreadable", false);
-  EXPECT_EQ(descriptions(*bench.helper).at(0)["Current Capacity"].integer(), 60);
-  bench.fault("battery-mistyped");
-  EXPECT_NE(descriptions(*bench.helper).at(0)["Current Capacity"].text(), nullptr);
+TEST_F(PowerSourceListTest, AnUnreadableBatteryHasNoCapacityUntilItHeals) {
+  fault("battery-unreadable");
+  EXPECT_TRUE(descriptions(*helper).at(0)["Current Capacity"].isAbsent());
+  fault("battery-unreadable", false);
+  EXPECT_EQ(descriptions(*helper).at(0)["Current Capacity"].integer(), 60);
+  fault("battery-mistyped");
+  EXPECT_NE(descriptions(*helper).at(0)["Current Capacity"].text(), nullptr);
 }
 
 }  // namespace

@@ -44,10 +44,15 @@ std::vector<std::string> walk(HelperProcess& helper, std::uint32_t options) {
   return found;
 }
 
-TEST(RegistryTest, TheBatteryServiceStatesItsFigures) {
-  Bench bench;
-  bench.mac.battery.setPercent(50);
-  const PropertyValue properties = propertiesOf(*bench.helper, "AppleSmartBattery");
+struct RegistryTest : OnBench {
+  /// Another machine, whose figures sit on a pack with two banks.
+  Bench banked{"two-banks"};
+  RegistryClient& registry = banked.helper->registry;
+};
+
+TEST_F(RegistryTest, TheBatteryServiceStatesItsFigures) {
+  mac.battery.setPercent(50);
+  const PropertyValue properties = propertiesOf(*helper, "AppleSmartBattery");
   EXPECT_EQ(properties["ExternalConnected"].boolean(), true);
   EXPECT_EQ(properties["CurrentCapacity"].integer(), 50);
   EXPECT_EQ(properties["AppleRawCurrentCapacity"].integer(), 2850);
@@ -55,34 +60,30 @@ TEST(RegistryTest, TheBatteryServiceStatesItsFigures) {
   EXPECT_NE(properties["BatteryData"].dictionary(), nullptr);
 }
 
-TEST(RegistryTest, PropertiesFollowTheMachine) {
-  Bench bench;
+TEST_F(RegistryTest, PropertiesFollowTheMachine) {
   const std::string_view battery = "AppleSmartBattery";
-  EXPECT_EQ(propertyOf(*bench.helper, battery, "ExternalConnected").boolean(), true);
-  bench.mac.adapter.disconnect();
-  EXPECT_EQ(propertyOf(*bench.helper, battery, "ExternalConnected").boolean(), false);
-  EXPECT_EQ(propertiesOf(*bench.helper, battery)["ExternalConnected"].boolean(), false);
-  bench.mac.battery.overrideTemperatureCelsius(44.99);
-  EXPECT_EQ(propertiesOf(*bench.helper, battery)["Temperature"].integer(), 4499);
-  EXPECT_EQ(propertyOf(*bench.helper, "IOPMrootDomain", "AppleClamshellState").boolean(), false);
-  bench.mac.lid.close();
-  EXPECT_EQ(propertyOf(*bench.helper, "IOPMrootDomain", "AppleClamshellState").boolean(), true);
+  EXPECT_EQ(propertyOf(*helper, battery, "ExternalConnected").boolean(), true);
+  mac.adapter.disconnect();
+  EXPECT_EQ(propertyOf(*helper, battery, "ExternalConnected").boolean(), false);
+  EXPECT_EQ(propertiesOf(*helper, battery)["ExternalConnected"].boolean(), false);
+  mac.battery.overrideTemperatureCelsius(44.99);
+  EXPECT_EQ(propertiesOf(*helper, battery)["Temperature"].integer(), 4499);
+  EXPECT_EQ(propertyOf(*helper, "IOPMrootDomain", "AppleClamshellState").boolean(), false);
+  mac.lid.close();
+  EXPECT_EQ(propertyOf(*helper, "IOPMrootDomain", "AppleClamshellState").boolean(), true);
 }
 
-TEST(RegistryTest, InThePackLayoutFiguresSitOnPackAndBanks) {
-  Bench bench{"two-banks"};
-  const PropertyValue root = propertiesOf(*bench.helper, "AppleSmartBattery");
+TEST_F(RegistryTest, InThePackLayoutFiguresSitOnPackAndBanks) {
+  const PropertyValue root = propertiesOf(*banked.helper, "AppleSmartBattery");
   EXPECT_TRUE(root["AppleRawMaxCapacity"].isAbsent());
   EXPECT_TRUE(root["Temperature"].isAbsent());
-  EXPECT_EQ(walk(*bench.helper, korvel::ioRegistryIterateRecursively),
+  EXPECT_EQ(walk(*banked.helper, korvel::ioRegistryIterateRecursively),
             (std::vector<std::string>{"AppleSmartBatteryPack", "AppleSmartBatteryBank",
                                       "AppleSmartBatteryBank"}));
-  EXPECT_EQ(walk(*bench.helper, 0), std::vector<std::string>{"AppleSmartBatteryPack"});
+  EXPECT_EQ(walk(*banked.helper, 0), std::vector<std::string>{"AppleSmartBatteryPack"});
 }
 
-TEST(RegistryTest, ThePackStatesCapacitiesAndTheBanksTheirCells) {
-  Bench bench{"two-banks"};
-  RegistryClient& registry = bench.helper->registry;
+TEST_F(RegistryTest, ThePackStatesCapacitiesAndTheBanksTheirCells) {
   const korvel::ObjectRef service = registry.getMatchingService("AppleSmartBattery");
   korvel::ObjectRef iterator = 0;
   registry.createIterator(service, "IOService", 1, iterator);
@@ -99,38 +100,33 @@ TEST(RegistryTest, ThePackStatesCapacitiesAndTheBanksTheirCells) {
   EXPECT_EQ(entries[2]["BatteryData"]["CellVoltage"].integer(), 3910);
 }
 
-TEST(RegistryTest, ServicesThatAreNotThereAreNotMatched) {
+TEST_F(RegistryTest, ServicesThatAreNotThereAreNotMatched) {
   Bench desktop{"desktop"};
   EXPECT_EQ(desktop.helper->registry.getMatchingService("AppleSmartBattery"), 0U);
   EXPECT_EQ(desktop.helper->registry.getMatchingService("NoSuchClass"), 0U);
   EXPECT_TRUE(propertyOf(*desktop.helper, "IOPMrootDomain", "AppleClamshellState").isAbsent());
-  Bench bench;
-  bench.fault("battery-service-missing");
-  EXPECT_EQ(bench.helper->registry.getMatchingService("AppleSmartBattery"), 0U);
-  bench.fault("battery-service-missing", false);
-  EXPECT_NE(bench.helper->registry.getMatchingService("AppleSmartBattery"), 0U);
+  fault("battery-service-missing");
+  EXPECT_EQ(helper->registry.getMatchingService("AppleSmartBattery"), 0U);
+  fault("battery-service-missing", false);
+  EXPECT_NE(helper->registry.getMatchingService("AppleSmartBattery"), 0U);
 }
 
-TEST(RegistryTest, FaultsRemoveAndMistypeProperties) {
-  Bench bench;
-  bench.fault("adapter-unknown");
-  EXPECT_TRUE(propertyOf(*bench.helper, "AppleSmartBattery", "ExternalConnected").isAbsent());
-  bench.fault("adapter-unknown", false);
-  bench.fault("adapter-mistyped");
-  EXPECT_EQ(propertyOf(*bench.helper, "AppleSmartBattery", "ExternalConnected").integer(), 1);
-  bench.fault("temperature-mistyped");
-  EXPECT_EQ(*propertiesOf(*bench.helper, "AppleSmartBattery")["Temperature"].text(), "warm");
-  bench.fault("lid-unknown");
-  EXPECT_TRUE(propertyOf(*bench.helper, "IOPMrootDomain", "AppleClamshellState").isAbsent());
+TEST_F(RegistryTest, FaultsRemoveAndMistypeProperties) {
+  fault("adapter-unknown");
+  EXPECT_TRUE(propertyOf(*helper, "AppleSmartBattery", "ExternalConnected").isAbsent());
+  fault("adapter-unknown", false);
+  fault("adapter-mistyped");
+  EXPECT_EQ(propertyOf(*helper, "AppleSmartBattery", "ExternalConnected").integer(), 1);
+  fault("temperature-mistyped");
+  EXPECT_EQ(*propertiesOf(*helper, "AppleSmartBattery")["Temperature"].text(), "warm");
+  fault("lid-unknown");
+  EXPECT_TRUE(propertyOf(*helper, "IOPMrootDomain", "AppleClamshellState").isAbsent());
 }
 
-TEST(RegistryTest, AnUnreadableTemperatureIsGoneInBothLayouts) {
-  Bench root;
-  root.fault("temperature-unreadable");
-  EXPECT_TRUE(propertiesOf(*root.helper, "AppleSmartBattery")["Temperature"].isAbsent());
-  Bench pack{"two-banks"};
-  pack.fault("temperature-unreadable");
-  RegistryClient& registry = pack.helper->registry;
+TEST_F(RegistryTest, AnUnreadableTemperatureIsGoneInBothLayouts) {
+  fault("temperature-unreadable");
+  EXPECT_TRUE(propertiesOf(*helper, "AppleSmartBattery")["Temperature"].isAbsent());
+  banked.fault("temperature-unreadable");
   korvel::ObjectRef iterator = 0;
   registry.createIterator(registry.getMatchingService("AppleSmartBattery"), "IOService", 1,
                           iterator);
@@ -140,34 +136,29 @@ TEST(RegistryTest, AnUnreadableTemperatureIsGoneInBothLayouts) {
   EXPECT_TRUE(properties["BatteryData"]["Temperature"].isAbsent());
 }
 
-TEST(RegistryTest, AHiddenAdapterReadsDisconnectedUnderAnInflowInhibit) {
-  Bench bench;
-  bench.fault("adapter-hidden");
-  EXPECT_EQ(propertyOf(*bench.helper, "AppleSmartBattery", "ExternalConnected").boolean(), true);
-  writeKey(*bench.helper, "CHIE", {8});
-  EXPECT_EQ(propertyOf(*bench.helper, "AppleSmartBattery", "ExternalConnected").boolean(), false);
-  EXPECT_EQ(propertiesOf(*bench.helper, "AppleSmartBattery")["ExternalConnected"].boolean(), false);
+TEST_F(RegistryTest, AHiddenAdapterReadsDisconnectedUnderAnInflowInhibit) {
+  fault("adapter-hidden");
+  EXPECT_EQ(propertyOf(*helper, "AppleSmartBattery", "ExternalConnected").boolean(), true);
+  writeKey(*helper, "CHIE", {8});
+  EXPECT_EQ(propertyOf(*helper, "AppleSmartBattery", "ExternalConnected").boolean(), false);
+  EXPECT_EQ(propertiesOf(*helper, "AppleSmartBattery")["ExternalConnected"].boolean(), false);
 }
 
-TEST(RegistryTest, UnreadablePropertiesAndChildrenFailTheirCalls) {
-  Bench bench{"two-banks"};
-  RegistryClient& registry = bench.helper->registry;
+TEST_F(RegistryTest, UnreadablePropertiesAndChildrenFailTheirCalls) {
   const korvel::ObjectRef service = registry.getMatchingService("AppleSmartBattery");
   PropertyValue properties;
-  bench.fault("registry-unreadable");
+  banked.fault("registry-unreadable");
   EXPECT_EQ(registry.createProperties(service, properties), korvel::ioReturnError);
   EXPECT_TRUE(properties.isAbsent());
   EXPECT_TRUE(registry.createProperty(service, "ExternalConnected").isAbsent());
   korvel::ObjectRef iterator = 9;
-  bench.fault("registry-iteration-fails");
+  banked.fault("registry-iteration-fails");
   EXPECT_EQ(registry.createIterator(service, "IOService", 1, iterator), korvel::ioReturnError);
   EXPECT_EQ(iterator, 9U);
 }
 
-TEST(RegistryTest, NamesAreCountedUntilTheyAreGivenBack) {
-  Bench bench{"two-banks"};
-  RegistryClient& registry = bench.helper->registry;
-  walk(*bench.helper, 1);
+TEST_F(RegistryTest, NamesAreCountedUntilTheyAreGivenBack) {
+  walk(*banked.helper, 1);
   EXPECT_EQ(registry.liveObjects(), 0U);
   const korvel::ObjectRef service = registry.getMatchingService("AppleSmartBattery");
   EXPECT_EQ(registry.liveObjects(), 1U);
@@ -179,9 +170,7 @@ TEST(RegistryTest, NamesAreCountedUntilTheyAreGivenBack) {
   EXPECT_FALSE(registry.conformsTo(service, "AppleSmartBattery"));
 }
 
-TEST(RegistryTest, AnIteratorIsNoEntry) {
-  Bench bench{"two-banks"};
-  RegistryClient& registry = bench.helper->registry;
+TEST_F(RegistryTest, AnIteratorIsNoEntry) {
   korvel::ObjectRef iterator = 0;
   const korvel::ObjectRef service = registry.getMatchingService("AppleSmartBattery");
   ASSERT_EQ(registry.createIterator(service, "IOService", 1, iterator), korvel::kernSuccess);

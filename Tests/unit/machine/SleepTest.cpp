@@ -9,35 +9,36 @@ namespace virtualmac {
 namespace {
 
 /// A helper registered for power messages answers them as the test says.
-class SleepTest : public ::testing::Test {
- protected:
+struct SleepTest : OnBench {
   SleepTest() {
-    bench.helper->rootDomain.setMessageHandler([this](const PowerMessage& message) {
+    helper->rootDomain.setMessageHandler([this](const PowerMessage& message) {
       messages.push_back(message.messageType);
       last = message;
       if (acknowledges && message.notificationID != 0) acknowledge(message.notificationID);
     });
-    rootPort = bench.helper->rootDomain.registerForSystemPower(nullptr, port, nullptr, notifier);
-    source = bench.helper->rootDomain.notificationPortGetRunLoopSource(port);
-    bench.helper->rootDomain.runLoopAddSource(bench.helper->rootDomain.mainRunLoop(), source);
+    rootPort = helper->rootDomain.registerForSystemPower(nullptr, port, nullptr, notifier);
+    source = helper->rootDomain.notificationPortGetRunLoopSource(port);
+    helper->rootDomain.runLoopAddSource(helper->rootDomain.mainRunLoop(), source);
     // The battery is full and quiet, so that the journal holds only the test's subject.
     mac.battery.setPercent(100);
     mac.advance(0);
   }
 
   korvel::KernReturn acknowledge(std::intptr_t id) {
-    return bench.helper->rootDomain.allowPowerChange(rootPort, id);
+    return helper->rootDomain.allowPowerChange(rootPort, id);
+  }
+  void requestSleepAndAdvance(double seconds) {
+    mac.power.requestSleep();
+    mac.advance(seconds);
   }
   void assertion(const char* type) {
     std::uint32_t id = 0;
-    bench.helper->assertions.createWithProperties(
+    helper->assertions.createWithProperties(
         korvel::PropertyValue::Dictionary{
             {"AssertType", type}, {"AssertLevel", 255}, {"AssertName", "test"}},
         id);
   }
 
-  Bench bench;
-  Machine& mac = bench.mac;
   korvel::HandleRef port = 0;
   korvel::ObjectRef notifier = 0;
   korvel::ConnectionRef rootPort = 0;
@@ -55,7 +56,7 @@ TEST_F(SleepTest, ARequestedSleepIsAnnouncedAcknowledgedAndEntered) {
   mac.advance(0);
   EXPECT_EQ(messages, Types{korvel::ioMessageSystemWillSleep});
   EXPECT_TRUE(mac.power.isAsleep());
-  EXPECT_EQ(bench.takeLines("power"),
+  EXPECT_EQ(takeLines("power"),
             "0.000 power sleep (requested) begins\n"
             "0.000 power message 0xe0000280 to pid 412\n"
             "0.000 power message acknowledged by pid 412\n"
@@ -64,8 +65,7 @@ TEST_F(SleepTest, ARequestedSleepIsAnnouncedAcknowledgedAndEntered) {
 
 TEST_F(SleepTest, UptimeStandsStillInSleep) {
   mac.advance(10);
-  mac.power.requestSleep();
-  mac.advance(0);
+  requestSleepAndAdvance(0);
   mac.advance(1000);
   EXPECT_EQ(mac.uptimeSeconds(), 10);
   EXPECT_EQ(mac.totalSeconds(), 1010);
@@ -75,8 +75,7 @@ TEST_F(SleepTest, UptimeStandsStillInSleep) {
 }
 
 TEST_F(SleepTest, WakingIsToldTwice) {
-  mac.power.requestSleep();
-  mac.advance(0);
+  requestSleepAndAdvance(0);
   messages.clear();
   mac.power.wake("key pressed");
   mac.advance(0);
@@ -88,23 +87,21 @@ TEST_F(SleepTest, WakingIsToldTwice) {
 
 TEST_F(SleepTest, AnUnacknowledgedSleepGoesAheadAfterThirtySeconds) {
   acknowledges = false;
-  mac.power.requestSleep();
-  mac.advance(0);
+  requestSleepAndAdvance(0);
   EXPECT_EQ(mac.power.phase(), SleepPhase::Leaving);
   EXPECT_EQ(mac.nextEvent(), 30.0);
   mac.advance(29.999);
   EXPECT_FALSE(mac.power.isAsleep());
   mac.advance(0.001);
   EXPECT_TRUE(mac.power.isAsleep());
-  EXPECT_NE(bench.takeLines("power").find("30.000 power message not acknowledged by pid 412\n"),
+  EXPECT_NE(takeLines("power").find("30.000 power message not acknowledged by pid 412\n"),
             std::string::npos);
   EXPECT_EQ(acknowledge(last.notificationID), korvel::ioReturnBadArgument) << "too late";
 }
 
 TEST_F(SleepTest, ALateAcknowledgementEndsTheWait) {
   acknowledges = false;
-  mac.power.requestSleep();
-  mac.advance(3);
+  requestSleepAndAdvance(3);
   EXPECT_EQ(mac.power.phase(), SleepPhase::Leaving);
   EXPECT_EQ(acknowledge(last.notificationID + 1), korvel::ioReturnBadArgument);
   EXPECT_EQ(acknowledge(last.notificationID), korvel::kernSuccess);
@@ -116,22 +113,19 @@ TEST_F(SleepTest, ALateAcknowledgementEndsTheWait) {
 TEST_F(SleepTest, AProcessThatTimedOutThreeTimesIsNotWaitedFor) {
   acknowledges = false;
   for (int i = 0; i < 3; ++i) {
-    mac.power.requestSleep();
-    mac.advance(30);
+    requestSleepAndAdvance(30);
     ASSERT_TRUE(mac.power.isAsleep()) << i;
     mac.power.wake();
     mac.advance(0);
   }
-  mac.power.requestSleep();
-  mac.advance(0);
+  requestSleepAndAdvance(0);
   EXPECT_TRUE(mac.power.isAsleep());
 }
 
 TEST_F(SleepTest, ADeadProcessIsNotWaitedFor) {
   acknowledges = false;
-  mac.power.requestSleep();
-  mac.advance(1);
-  bench.mac.endProcess(412);
+  requestSleepAndAdvance(1);
+  mac.endProcess(412);
   mac.advance(0);
   EXPECT_TRUE(mac.power.isAsleep());
 }
@@ -160,12 +154,12 @@ TEST_F(SleepTest, ActivityTakesAnIdleSleepBack) {
 }
 
 TEST_F(SleepTest, ATouchAndAnotherIdleSleepAreLinesOfTheJournal) {
-  bench.takeLines("mac");
+  takeLines("mac");
   mac.power.setIdleSleepMinutes(10);
   mac.power.setIdleSleepMinutes(0);
   mac.power.userActivity();
   mac.power.wake();
-  EXPECT_EQ(bench.takeLines("mac"),
+  EXPECT_EQ(takeLines("mac"),
             "0.000 mac   idle sleep after 10 min\n"
             "0.000 mac   idle sleep off\n"
             "0.000 mac   touched\n"
@@ -173,14 +167,14 @@ TEST_F(SleepTest, ATouchAndAnotherIdleSleepAreLinesOfTheJournal) {
 }
 
 TEST_F(SleepTest, ALidThatOpensIsNotATouchAsWell) {
-  bench.takeLines("mac");
+  takeLines("mac");
   mac.lid.connectDisplay();
   mac.lid.close();
   mac.advance(0);
   EXPECT_EQ(mac.power.phase(), SleepPhase::Awake);
   mac.lid.open();
   mac.advance(0);
-  EXPECT_EQ(bench.takeLines("mac"),
+  EXPECT_EQ(takeLines("mac"),
             "0.000 mac   display connected\n"
             "0.000 mac   lid closed\n"
             "0.000 mac   lid opened\n");
@@ -191,11 +185,11 @@ TEST_F(SleepTest, AUserIdleAssertionHoldsOffIdleSleepUntilItIsReleased) {
   assertion("PreventUserIdleSystemSleep");
   mac.advance(5000);
   EXPECT_TRUE(messages.empty());
-  EXPECT_EQ(bench.takeLines("power"),
+  EXPECT_EQ(takeLines("power"),
             "0.000 power assertion 33001 created PreventUserIdleSystemSleep \"test\" (pid 412, no "
             "time-out)\n"
             "600.000 power sleep (idle) held off by assertion 33001\n");
-  bench.helper->assertions.release(33001);
+  helper->assertions.release(33001);
   EXPECT_TRUE(messages.empty()) << "never from inside the helper's call";
   mac.advance(0);
   EXPECT_TRUE(mac.power.isAsleep());
@@ -210,21 +204,19 @@ TEST_F(SleepTest, AUserIdleAssertionDoesNotHoldOffTheLid) {
 
 TEST_F(SleepTest, ASystemAssertionHoldsOffARequestOnTheAdapterOnly) {
   assertion("PreventSystemSleep");
-  mac.power.requestSleep();
-  mac.advance(0);
+  requestSleepAndAdvance(0);
   EXPECT_EQ(mac.power.phase(), SleepPhase::Awake);
   mac.adapter.disconnect();
-  mac.power.requestSleep();
-  mac.advance(0);
+  requestSleepAndAdvance(0);
   EXPECT_TRUE(mac.power.isAsleep());
 }
 
 TEST_F(SleepTest, SleepDisabledHoldsOffTheLidUntilItIsCleared) {
-  bench.helper->powerSettings.setSystemPowerSetting("SleepDisabled", true);
+  helper->powerSettings.setSystemPowerSetting("SleepDisabled", true);
   mac.lid.close();
   mac.advance(3600);
   EXPECT_TRUE(messages.empty());
-  bench.helper->powerSettings.setSystemPowerSetting("SleepDisabled", false);
+  helper->powerSettings.setSystemPowerSetting("SleepDisabled", false);
   mac.advance(0);
   EXPECT_TRUE(mac.power.isAsleep());
 }
@@ -244,12 +236,12 @@ TEST_F(SleepTest, OpeningTheLidWakes) {
   mac.advance(100);
   ASSERT_TRUE(mac.power.isAsleep());
   messages.clear();
-  bench.takeLines("power mac");
+  takeLines("power mac");
   mac.lid.open();
   mac.advance(0);
   EXPECT_EQ(mac.power.phase(), SleepPhase::Awake);
   EXPECT_EQ(messages.back(), korvel::ioMessageSystemHasPoweredOn);
-  EXPECT_EQ(bench.takeLines("power mac"),
+  EXPECT_EQ(takeLines("power mac"),
             "100.000 mac   lid opened\n"
             "100.000 power awake (lid opened)\n"
             "100.000 power message 0xe0000320 to pid 412\n"
@@ -257,7 +249,7 @@ TEST_F(SleepTest, OpeningTheLidWakes) {
 }
 
 TEST_F(SleepTest, AnEmptyingBatterySleepsWhateverHoldsTheMachineAwake) {
-  bench.helper->powerSettings.setSystemPowerSetting("SleepDisabled", true);
+  helper->powerSettings.setSystemPowerSetting("SleepDisabled", true);
   mac.battery.setPercent(3);
   mac.adapter.disconnect();
   mac.advance(3600);
@@ -266,17 +258,16 @@ TEST_F(SleepTest, AnEmptyingBatterySleepsWhateverHoldsTheMachineAwake) {
 }
 
 TEST_F(SleepTest, MessagesWaitInThePortUntilItsSourceIsOnTheLoop) {
-  RootDomainClient& client = bench.helper->rootDomain;
+  RootDomainClient& client = helper->rootDomain;
   client.runLoopRemoveSource(client.mainRunLoop(), source);
-  mac.power.requestSleep();
-  mac.advance(0);
+  requestSleepAndAdvance(0);
   EXPECT_TRUE(messages.empty());
   client.runLoopAddSource(client.mainRunLoop(), source);
   EXPECT_EQ(messages, Types{korvel::ioMessageSystemWillSleep});
 }
 
 TEST_F(SleepTest, TeardownGivesEverythingBackAndEndsMessages) {
-  RootDomainClient& client = bench.helper->rootDomain;
+  RootDomainClient& client = helper->rootDomain;
   EXPECT_EQ(client.liveObjects(), 3U);
   client.runLoopRemoveSource(client.mainRunLoop(), source);
   EXPECT_EQ(client.deregisterForSystemPower(notifier), korvel::kernSuccess);
@@ -285,27 +276,24 @@ TEST_F(SleepTest, TeardownGivesEverythingBackAndEndsMessages) {
   client.notificationPortDestroy(port);
   EXPECT_EQ(client.liveObjects(), 0U);
   EXPECT_EQ(client.serviceClose(rootPort), machSendInvalidDest);
-  mac.power.requestSleep();
-  mac.advance(0);
+  requestSleepAndAdvance(0);
   EXPECT_TRUE(messages.empty());
   EXPECT_TRUE(mac.power.isAsleep());
 }
 
 TEST_F(SleepTest, AFailedRegistrationLeavesThePortAsItWas) {
-  bench.fault("power-registration-fails");
+  fault("power-registration-fails");
   korvel::HandleRef otherPort = 5;
   korvel::ObjectRef otherNotifier = 6;
-  EXPECT_EQ(
-      bench.helper->rootDomain.registerForSystemPower(nullptr, otherPort, nullptr, otherNotifier),
-      0U);
+  EXPECT_EQ(helper->rootDomain.registerForSystemPower(nullptr, otherPort, nullptr, otherNotifier),
+            0U);
   EXPECT_EQ(otherPort, 5U);
   EXPECT_EQ(otherNotifier, 0U);
 }
 
 TEST_F(SleepTest, AWakeDuringTheAnnouncementComesRightAfterTheSleep) {
   acknowledges = false;
-  mac.power.requestSleep();
-  mac.advance(0);
+  requestSleepAndAdvance(0);
   mac.power.wake("network");
   mac.advance(30);
   EXPECT_EQ(mac.power.phase(), SleepPhase::Awake);
