@@ -27,25 +27,27 @@ bool decodesSoundly(const std::string& text) {
   return true;
 }
 
-TEST(HostileFileTest, EveryTruncationIsCorrupt) {
+struct HostileFileTest : testing::Test {
+  const std::string whole = encodeFile(fullState());
+};
+
+TEST_F(HostileFileTest, EveryTruncationIsCorrupt) {
   for (const HelperState& state : {HelperState::empty(), fullState()}) {
-    const std::string whole = encodeFile(state);
-    EXPECT_TRUE(decodesSoundly(whole));
-    for (std::size_t length = 0; length < whole.size(); ++length) {
-      EXPECT_FALSE(decodesSoundly(whole.substr(0, length))) << length;
+    const std::string text = encodeFile(state);
+    EXPECT_TRUE(decodesSoundly(text));
+    for (std::size_t length = 0; length < text.size(); ++length) {
+      EXPECT_FALSE(decodesSoundly(text.substr(0, length))) << length;
     }
   }
 }
 
-TEST(HostileFileTest, ATailInsteadOfTheWholeIsCorrupt) {
-  const std::string whole = encodeFile(fullState());
+TEST_F(HostileFileTest, ATailInsteadOfTheWholeIsCorrupt) {
   for (std::size_t start = 1; start < whole.size(); ++start) {
     EXPECT_FALSE(decodesSoundly(whole.substr(start))) << start;
   }
 }
 
-TEST(HostileFileTest, EveryFlippedBitIsCorruptOrASoundRecord) {
-  const std::string whole = encodeFile(fullState());
+TEST_F(HostileFileTest, EveryFlippedBitIsCorruptOrASoundRecord) {
   int decoded = 0;
   int refused = 0;
   for (std::size_t index = 0; index < whole.size(); ++index) {
@@ -59,8 +61,7 @@ TEST(HostileFileTest, EveryFlippedBitIsCorruptOrASoundRecord) {
   EXPECT_GT(refused, decoded);
 }
 
-TEST(HostileFileTest, EveryByteReplacedByNULIsCorrupt) {
-  const std::string whole = encodeFile(fullState());
+TEST_F(HostileFileTest, EveryByteReplacedByNULIsCorrupt) {
   for (std::size_t index = 0; index < whole.size(); ++index) {
     std::string damaged = whole;
     damaged[index] = '\0';
@@ -68,8 +69,7 @@ TEST(HostileFileTest, EveryByteReplacedByNULIsCorrupt) {
   }
 }
 
-TEST(HostileFileTest, EveryInsertedNULIsCorrupt) {
-  const std::string whole = encodeFile(fullState());
+TEST_F(HostileFileTest, EveryInsertedNULIsCorrupt) {
   for (std::size_t index = 0; index <= whole.size(); ++index) {
     std::string damaged = whole;
     damaged.insert(index, 1, '\0');
@@ -77,18 +77,17 @@ TEST(HostileFileTest, EveryInsertedNULIsCorrupt) {
   }
 }
 
-TEST(HostileFileTest, ANULByteDoesNotHideWhatFollowsIt) {
-  const std::string whole = encodeFile(fullState());
+TEST_F(HostileFileTest, ANULByteDoesNotHideWhatFollowsIt) {
   EXPECT_FALSE(decodesSoundly(whole + std::string(100, '\0')));
   EXPECT_EQ(decodeStateFile(whole + '\0' + whole).error(),
             "not valid JSON at byte " + std::to_string(whole.size() + 1));
 }
 
-TEST(HostileFileTest, AFileOfNULBytesIsCorrupt) {
+TEST_F(HostileFileTest, AFileOfNULBytesIsCorrupt) {
   EXPECT_FALSE(decodesSoundly(std::string(4096, '\0')));
 }
 
-TEST(HostileFileTest, BytesThatAreNoTextAreCorrupt) {
+TEST_F(HostileFileTest, BytesThatAreNoTextAreCorrupt) {
   for (const char* bytes :
        {"\xff", "\xc3", "\xc0\x80", "\xed\xa0\x80", "\xf4\x90\x80\x80", "\x80"}) {
     HelperState state;
@@ -99,7 +98,7 @@ TEST(HostileFileTest, BytesThatAreNoTextAreCorrupt) {
   }
 }
 
-TEST(HostileFileTest, HalfASurrogatePairIsCorrupt) {
+TEST_F(HostileFileTest, HalfASurrogatePairIsCorrupt) {
   for (const char* escape : {R"(\ud83d)", R"(\udd0b)", R"(\ud83d\ud83d)", R"(\ud83dx)"}) {
     HelperState state;
     state.helperVersion = "MARK";
@@ -109,7 +108,7 @@ TEST(HostileFileTest, HalfASurrogatePairIsCorrupt) {
   }
 }
 
-TEST(HostileFileTest, NestingIsOnlyANumber) {
+TEST_F(HostileFileTest, NestingIsOnlyANumber) {
   constexpr std::size_t depth = 100000;
   const std::string members = encodeFile(fullState()).substr(1);
   const std::string arrays = std::string(depth, '[') + std::string(depth, ']');
@@ -123,15 +122,14 @@ TEST(HostileFileTest, NestingIsOnlyANumber) {
   EXPECT_FALSE(decodesSoundly(arrays));
 }
 
-TEST(HostileFileTest, TrailingTextIsCorrupt) {
-  const std::string whole = encodeFile(fullState());
+TEST_F(HostileFileTest, TrailingTextIsCorrupt) {
   for (const char* tail : {"x", "{}", ",", "}", "\"", "\xEF\xBB\xBF"}) {
     EXPECT_FALSE(decodesSoundly(whole + tail)) << tail;
   }
   EXPECT_FALSE(decodesSoundly(whole + whole));
 }
 
-TEST(HostileFileTest, FormsThatLookLikeJSONAreCorrupt) {
+TEST_F(HostileFileTest, FormsThatLookLikeJSONAreCorrupt) {
   for (const char* text :
        {"{'chargeLimit':80}", "{chargeLimit:80}", "{\"chargeLimit\":080}", "{\"chargeLimit\":+80}",
         "{\"chargeLimit\":0x50}", "{\"chargeLimit\":NaN}", "{\"chargeLimit\":1e}",
@@ -143,8 +141,7 @@ TEST(HostileFileTest, FormsThatLookLikeJSONAreCorrupt) {
   }
 }
 
-TEST(HostileFileTest, RandomDamageNeverGivesAnUnsoundRecord) {
-  const std::string whole = encodeFile(fullState());
+TEST_F(HostileFileTest, RandomDamageNeverGivesAnUnsoundRecord) {
   std::mt19937 random(20010101);
   int refused = 0;
   for (int round = 0; round < 5000; ++round) {

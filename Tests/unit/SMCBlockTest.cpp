@@ -21,11 +21,7 @@ class SMCBlockTest : public testing::Test {
     smc.add("BIGK", 0x01020304, {}, "\xA1\xB2\xC3\xD4", 0xFF);
   }
   static Block commandOnCHTE(std::uint8_t command) {
-    Block golden{};
-    golden[0] = 0x45;  // "CHTE" as a little-endian 32-bit code
-    golden[1] = 0x54;
-    golden[2] = 0x48;
-    golden[3] = 0x43;
+    Block golden{0x45, 0x54, 0x48, 0x43};  // "CHTE" as a little-endian 32-bit code
     golden[42] = command;
     return golden;
   }

@@ -108,7 +108,9 @@ std::string expectedOutcome(const Operation& operation, std::size_t call, const 
                             : "written, not verified";
 }
 
-TEST(SMCFaultTest, UndisturbedOperationsMakeTheirCallsAndNoOthers) {
+struct SMCFaultTest : testing::Test, Bench {};
+
+TEST_F(SMCFaultTest, UndisturbedOperationsMakeTheirCallsAndNoOthers) {
   for (const Operation& operation : operations()) {
     Bench bench;
     EXPECT_EQ(operation.run(bench), operation.outcome);
@@ -117,7 +119,7 @@ TEST(SMCFaultTest, UndisturbedOperationsMakeTheirCallsAndNoOthers) {
   }
 }
 
-TEST(SMCFaultTest, AStaleCallIsCuredByOneReopenAndOneRetry) {
+TEST_F(SMCFaultTest, AStaleCallIsCuredByOneReopenAndOneRetry) {
   for (const KernReturn code : staleCodes) {
     forEveryCall([&](const Operation& operation, std::size_t call) {
       Bench bench;
@@ -131,7 +133,7 @@ TEST(SMCFaultTest, AStaleCallIsCuredByOneReopenAndOneRetry) {
   }
 }
 
-TEST(SMCFaultTest, AStaleCallThatStaysStaleIsRetriedOnce) {
+TEST_F(SMCFaultTest, AStaleCallThatStaysStaleIsRetriedOnce) {
   for (const KernReturn code : staleCodes) {
     forEveryCall([&](const Operation& operation, std::size_t call) {
       Bench bench;
@@ -144,7 +146,7 @@ TEST(SMCFaultTest, AStaleCallThatStaysStaleIsRetriedOnce) {
   }
 }
 
-TEST(SMCFaultTest, ARetryThatFailsOtherwiseReportsTheSecondCode) {
+TEST_F(SMCFaultTest, ARetryThatFailsOtherwiseReportsTheSecondCode) {
   forEveryCall([&](const Operation& operation, std::size_t call) {
     Bench bench;
     bench.smc.answers[call] = {ioReturnNoDevice, 1};
@@ -154,7 +156,7 @@ TEST(SMCFaultTest, ARetryThatFailsOtherwiseReportsTheSecondCode) {
   });
 }
 
-TEST(SMCFaultTest, ARetryIsJudgedLikeAFirstCall) {
+TEST_F(SMCFaultTest, ARetryIsJudgedLikeAFirstCall) {
   forEveryCall([&](const Operation& operation, std::size_t call) {
     for (const int result : {1, 132, 255}) {
       Bench bench;
@@ -166,7 +168,7 @@ TEST(SMCFaultTest, ARetryIsJudgedLikeAFirstCall) {
   });
 }
 
-TEST(SMCFaultTest, AnyOtherCodeIsReportedAtOnce) {
+TEST_F(SMCFaultTest, AnyOtherCodeIsReportedAtOnce) {
   for (const KernReturn code : otherCodes) {
     forEveryCall([&](const Operation& operation, std::size_t call) {
       Bench bench;
@@ -178,7 +180,7 @@ TEST(SMCFaultTest, AnyOtherCodeIsReportedAtOnce) {
   }
 }
 
-TEST(SMCFaultTest, EverySMCResultIsReportedAtOnce) {
+TEST_F(SMCFaultTest, EverySMCResultIsReportedAtOnce) {
   for (int result = 1; result <= 255; ++result) {
     forEveryCall([&](const Operation& operation, std::size_t call) {
       Bench bench;
@@ -190,7 +192,7 @@ TEST(SMCFaultTest, EverySMCResultIsReportedAtOnce) {
   }
 }
 
-TEST(SMCFaultTest, AReopenThatFindsNoServiceReportsTheFirstCode) {
+TEST_F(SMCFaultTest, AReopenThatFindsNoServiceReportsTheFirstCode) {
   for (const Operation& operation : operations()) {
     if (operation.name == "writeKeyAndVerify") continue;  // it goes on: see below
     for (std::size_t call = 1; call <= operation.commands.size(); ++call) {
@@ -206,7 +208,7 @@ TEST(SMCFaultTest, AReopenThatFindsNoServiceReportsTheFirstCode) {
   }
 }
 
-TEST(SMCFaultTest, AReopenThatIsRefusedReportsTheFirstCode) {
+TEST_F(SMCFaultTest, AReopenThatIsRefusedReportsTheFirstCode) {
   for (const Operation& operation : operations()) {
     if (operation.name == "writeKeyAndVerify") continue;
     for (std::size_t call = 1; call <= operation.commands.size(); ++call) {
@@ -222,77 +224,70 @@ TEST(SMCFaultTest, AReopenThatIsRefusedReportsTheFirstCode) {
   }
 }
 
-TEST(SMCFaultTest, AVerifiedWriteWhoseFirstReadLostTheSMCTriesAgainForTheWrite) {
-  Bench bench;
-  bench.smc.answers[1] = {ioReturnNotOpen};
-  bench.smc.answers[2] = {ioReturnNoDevice};  // the reopen of the read
-  EXPECT_EQ(bench.verify(), "written, verified");
-  EXPECT_EQ(bench.smc.lookUps(), 2U);
+TEST_F(SMCFaultTest, AVerifiedWriteWhoseFirstReadLostTheSMCTriesAgainForTheWrite) {
+  smc.answers[1] = {ioReturnNotOpen};
+  smc.answers[2] = {ioReturnNoDevice};  // the reopen of the read
+  EXPECT_EQ(verify(), "written, verified");
+  EXPECT_EQ(smc.lookUps(), 2U);
 }
 
-TEST(SMCFaultTest, AVerifiedWriteThatLosesTheSMCForGoodReportsItsAbsence) {
-  Bench bench;
-  bench.smc.answers[1] = {ioReturnNotOpen};
-  bench.smc.answers[2] = {ioReturnNoDevice};
-  bench.smc.answers[3] = {ioReturnNoDevice};
-  EXPECT_EQ(bench.verify(), "AppleSMC service unavailable, not verified");
+TEST_F(SMCFaultTest, AVerifiedWriteThatLosesTheSMCForGoodReportsItsAbsence) {
+  smc.answers[1] = {ioReturnNotOpen};
+  smc.answers[2] = {ioReturnNoDevice};
+  smc.answers[3] = {ioReturnNoDevice};
+  EXPECT_EQ(verify(), "AppleSMC service unavailable, not verified");
 }
 
-TEST(SMCFaultTest, AfterAFailedReopenTheNextOperationTriesAgain) {
-  Bench bench;
-  bench.smc.answers[1] = {ioReturnNotOpen};
-  bench.smc.answers[2] = {ioReturnNoDevice};
-  EXPECT_EQ(bench.read(), "kSMCGetKeyInfo failed (kIOReturn=-536870195)");
-  EXPECT_EQ(bench.read(), "read [5, 0, 0, 0]");
-  EXPECT_EQ(bench.smc.lookUps(), 2U);
-  EXPECT_EQ(bench.log.lines.back(), reopened);
+TEST_F(SMCFaultTest, AfterAFailedReopenTheNextOperationTriesAgain) {
+  smc.answers[1] = {ioReturnNotOpen};
+  smc.answers[2] = {ioReturnNoDevice};
+  EXPECT_EQ(read(), "kSMCGetKeyInfo failed (kIOReturn=-536870195)");
+  EXPECT_EQ(read(), "read [5, 0, 0, 0]");
+  EXPECT_EQ(smc.lookUps(), 2U);
+  EXPECT_EQ(log.lines.back(), reopened);
 }
 
-TEST(SMCFaultTest, AReopenEmptiesTheCacheButTheRetryKeepsItsKeyInfo) {
-  Bench bench;
-  bench.warm();
-  bench.smc.answers[1] = {ioReturnNotOpen};
-  EXPECT_EQ(bench.write(), "written");
-  EXPECT_THAT(bench.smc.calls, ElementsAre("write CHTE [1, 0, 0, 0]", "close", "match", "open",
-                                           "write CHTE [1, 0, 0, 0]"));
-  bench.smc.forgetCalls();
-  bench.smc.answers.clear();
-  EXPECT_EQ(bench.read(), "read [1, 0, 0, 0]");
-  EXPECT_THAT(bench.smc.calls, ElementsAre("info CHTE", "read CHTE"));
+TEST_F(SMCFaultTest, AReopenEmptiesTheCacheButTheRetryKeepsItsKeyInfo) {
+  warm();
+  smc.answers[1] = {ioReturnNotOpen};
+  EXPECT_EQ(write(), "written");
+  EXPECT_THAT(smc.calls, ElementsAre("write CHTE [1, 0, 0, 0]", "close", "match", "open",
+                                     "write CHTE [1, 0, 0, 0]"));
+  smc.forgetCalls();
+  smc.answers.clear();
+  EXPECT_EQ(read(), "read [1, 0, 0, 0]");
+  EXPECT_THAT(smc.calls, ElementsAre("info CHTE", "read CHTE"));
 }
 
-TEST(SMCFaultTest, AWriteThatStaysStaleLogsItsFailureOnce) {
-  Bench bench;
-  bench.warm();
-  bench.smc.answersByCommand["write"] = {ioReturnNotOpen, 0};
-  EXPECT_EQ(bench.write(), "kSMCWriteKey failed (kIOReturn=-536870195, smcResult=0)");
+TEST_F(SMCFaultTest, AWriteThatStaysStaleLogsItsFailureOnce) {
+  warm();
+  smc.answersByCommand["write"] = {ioReturnNotOpen, 0};
+  EXPECT_EQ(write(), "kSMCWriteKey failed (kIOReturn=-536870195, smcResult=0)");
   EXPECT_THAT(
-      bench.log.lines,
+      log.lines,
       ElementsAre(reopened, "fault SMCWriter: kSMCWriteKey CHTE IOConnect failed: -536870195"));
-  EXPECT_EQ(bench.smc.count("write CHTE [1, 0, 0, 0]"), 2U);
+  EXPECT_EQ(smc.count("write CHTE [1, 0, 0, 0]"), 2U);
 }
 
-TEST(SMCFaultTest, AWriteWhoseReopenFailsLogsItsOwnFailureToo) {
-  Bench bench;
-  bench.warm();
-  bench.smc.answers[1] = {ioReturnNoDevice, 0};
-  bench.smc.answers[2] = {ioReturnNoDevice};
-  EXPECT_EQ(bench.write(), "kSMCWriteKey failed (kIOReturn=-536870208, smcResult=0)");
-  EXPECT_THAT(bench.log.lines,
+TEST_F(SMCFaultTest, AWriteWhoseReopenFailsLogsItsOwnFailureToo) {
+  warm();
+  smc.answers[1] = {ioReturnNoDevice, 0};
+  smc.answers[2] = {ioReturnNoDevice};
+  EXPECT_EQ(write(), "kSMCWriteKey failed (kIOReturn=-536870208, smcResult=0)");
+  EXPECT_THAT(log.lines,
               ElementsAre("fault SMCWriter: AppleSMC service not found at init", reopenFailed,
                           "fault SMCWriter: kSMCWriteKey CHTE IOConnect failed: -536870208"));
 }
 
-TEST(SMCFaultTest, EachCommandOfAnOperationMayRecoverOnce) {
-  Bench bench;
-  bench.smc.answers[1] = {ioReturnNotOpen};   // key info
-  bench.smc.answers[5] = {ioReturnNoDevice};  // after match, open, key info: the read
-  EXPECT_EQ(bench.read(), "read [5, 0, 0, 0]");
-  EXPECT_THAT(bench.smc.calls, ElementsAre("info CHTE", "close", "match", "open", "info CHTE",
-                                           "read CHTE", "close", "match", "open", "read CHTE"));
+TEST_F(SMCFaultTest, EachCommandOfAnOperationMayRecoverOnce) {
+  smc.answers[1] = {ioReturnNotOpen};   // key info
+  smc.answers[5] = {ioReturnNoDevice};  // after match, open, key info: the read
+  EXPECT_EQ(read(), "read [5, 0, 0, 0]");
+  EXPECT_THAT(smc.calls, ElementsAre("info CHTE", "close", "match", "open", "info CHTE",
+                                     "read CHTE", "close", "match", "open", "read CHTE"));
 }
 
-TEST(SMCFaultTest, AFailedKeyInfoIsNotRemembered) {
+TEST_F(SMCFaultTest, AFailedKeyInfoIsNotRemembered) {
   for (const Answer answer : {Answer{ioReturnError, 0}, Answer{0, 132}, Answer{0, 1}}) {
     Bench bench;
     bench.smc.answers[1] = answer;

@@ -35,6 +35,9 @@ class SMCWriterTest : public testing::Test {
   static std::string errorOf(const std::expected<ByteList, WriterError>& result) {
     return result ? decimalList(*result) : result.error().description();
   }
+  static std::string outcomeOf(const VerifiedWrite& written) {
+    return errorOf(written.result) + (written.verified ? ", verified" : ", not verified");
+  }
 
   test::FakeLog log;
   test::ScriptedSMC smc;
@@ -161,9 +164,8 @@ TEST_F(SMCWriterTest, VerifiedWritesRefuseForbiddenKeysSilently) {
   SMCWriter writer = opened();
   smc.forgetCalls();
   for (const std::string key : {"BCLM", "CHWA", "DISC"}) {
-    const VerifiedWrite written = writer.writeKeyAndVerify(key, ByteList{1});
-    EXPECT_EQ(errorOf(written.result), "Refused to write forbidden SMC key " + key);
-    EXPECT_FALSE(written.verified);
+    EXPECT_EQ(outcomeOf(writer.writeKeyAndVerify(key, ByteList{1})),
+              "Refused to write forbidden SMC key " + key + ", not verified");
   }
   EXPECT_THAT(smc.calls, IsEmpty());
   EXPECT_THAT(log.lines, IsEmpty());
@@ -230,9 +232,7 @@ TEST_F(SMCWriterTest, VerifiedWriteOfTheHeldValueWritesNothing) {
   smc.add("CHTE", 4, {1, 0, 0, 0});
   SMCWriter writer = opened();
   smc.forgetCalls();
-  const VerifiedWrite written = writer.writeKeyAndVerify("CHTE", ByteList{1, 0, 0, 0});
-  EXPECT_TRUE(written.result);
-  EXPECT_TRUE(written.verified);
+  EXPECT_EQ(outcomeOf(writer.writeKeyAndVerify("CHTE", ByteList{1, 0, 0, 0})), "success, verified");
   EXPECT_THAT(smc.calls, ElementsAre("info CHTE", "read CHTE"));
   EXPECT_THAT(log.lines, IsEmpty());
 }
@@ -240,9 +240,7 @@ TEST_F(SMCWriterTest, VerifiedWriteOfTheHeldValueWritesNothing) {
 TEST_F(SMCWriterTest, VerifiedWriteReadsWritesAndReadsBack) {
   SMCWriter writer = opened();
   smc.forgetCalls();
-  const VerifiedWrite written = writer.writeKeyAndVerify("CHTE", ByteList{1, 0, 0, 0});
-  EXPECT_TRUE(written.result);
-  EXPECT_TRUE(written.verified);
+  EXPECT_EQ(outcomeOf(writer.writeKeyAndVerify("CHTE", ByteList{1, 0, 0, 0})), "success, verified");
   EXPECT_THAT(smc.calls,
               ElementsAre("info CHTE", "read CHTE", "write CHTE [1, 0, 0, 0]", "read CHTE"));
 }
@@ -250,26 +248,22 @@ TEST_F(SMCWriterTest, VerifiedWriteReadsWritesAndReadsBack) {
 TEST_F(SMCWriterTest, AWriteThatReadsBackDifferentlyIsASuccessNotVerified) {
   smc.controller().key("CHTE")->silentlyRefuses = true;
   SMCWriter writer = opened();
-  const VerifiedWrite written = writer.writeKeyAndVerify("CHTE", ByteList{1, 0, 0, 0});
-  EXPECT_TRUE(written.result);
-  EXPECT_FALSE(written.verified);
+  EXPECT_EQ(outcomeOf(writer.writeKeyAndVerify("CHTE", ByteList{1, 0, 0, 0})),
+            "success, not verified");
 }
 
 TEST_F(SMCWriterTest, AByteBehindTheWrittenOnesMakesAReadBackUnverified) {
   smc.add("TWOB", 2, {80, 1});
   smc.controller().key("TWOB")->silentlyRefuses = true;
   SMCWriter writer = opened();
-  const VerifiedWrite written = writer.writeKeyAndVerify("TWOB", ByteList{80});
-  EXPECT_TRUE(written.result);
-  EXPECT_FALSE(written.verified);
+  EXPECT_EQ(outcomeOf(writer.writeKeyAndVerify("TWOB", ByteList{80})), "success, not verified");
 }
 
 TEST_F(SMCWriterTest, AFailedVerifiedWriteIsNotVerified) {
   SMCWriter writer = opened();
   smc.answersByCommand["write"] = {kernSuccess, 1};
-  const VerifiedWrite written = writer.writeKeyAndVerify("CHTE", ByteList{1});
-  EXPECT_EQ(errorOf(written.result), "kSMCWriteKey failed (kIOReturn=0, smcResult=1)");
-  EXPECT_FALSE(written.verified);
+  EXPECT_EQ(outcomeOf(writer.writeKeyAndVerify("CHTE", ByteList{1})),
+            "kSMCWriteKey failed (kIOReturn=0, smcResult=1), not verified");
 }
 
 TEST_F(SMCWriterTest, WithoutAnSMCEveryOperationTriesToReopenAndReportsItsAbsence) {
@@ -281,9 +275,8 @@ TEST_F(SMCWriterTest, WithoutAnSMCEveryOperationTriesToReopenAndReportsItsAbsenc
   EXPECT_EQ(errorOf(writer.readKey("CHTE")), "AppleSMC service unavailable");
   EXPECT_EQ(errorOf(writer.writeKey("CHTE", ByteList{1})), "AppleSMC service unavailable");
   EXPECT_FALSE(writer.isPresent("CHTE"));
-  const VerifiedWrite written = writer.writeKeyAndVerify("CHTE", ByteList{1});
-  EXPECT_EQ(errorOf(written.result), "AppleSMC service unavailable");
-  EXPECT_FALSE(written.verified);
+  EXPECT_EQ(outcomeOf(writer.writeKeyAndVerify("CHTE", ByteList{1})),
+            "AppleSMC service unavailable, not verified");
   EXPECT_THAT(smc.calls, ElementsAre("match", "match", "match", "match", "match"));
   EXPECT_EQ(log.lines.size(), 10U);
   EXPECT_THAT((std::vector<std::string>(log.lines.begin(), log.lines.begin() + 2)),
