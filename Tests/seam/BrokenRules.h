@@ -29,6 +29,7 @@ class BrokenRules : public testing::Test {
   InvariantSet rules{world};
   korvel::Platform& platform = world.startBareHelper();
   std::shared_ptr<korvel::WorkQueue> queue = platform.dispatch.makeSerialQueue("smc");
+  Machine& mac = world.machine();
 
   void SetUp() override { world.runUntilIdle(); }
   void TearDown() override { world.killHelper(); }
@@ -41,7 +42,7 @@ class BrokenRules : public testing::Test {
     platform.log.emit("com.korvel.app.helper", "HelperImpl", korvel::LogLevel::Default, text);
   }
   void save(const korvel::HelperState& state) {
-    world.machine().disk.writeFile(korvel::HelperPersistence::statePath, korvel::encodeFile(state));
+    mac.disk.writeFile(korvel::HelperPersistence::statePath, korvel::encodeFile(state));
   }
   /// Runs a piece of work on the helper's queue.
   void works(std::function<void()> body) {
@@ -61,7 +62,32 @@ class BrokenRules : public testing::Test {
     platform.registry.createProperty(service.get(), "AppleClamshellState");
   }
   void readCapacity() { platform.powerSources.release(platform.powerSources.copyInfo()); }
+  void saveLimit(std::int64_t limit) {
+    korvel::HelperState state;
+    state.chargeLimit = limit;
+    save(state);
+  }
   void startDischarge() { happens("smc", "CHIE <- 08"); }
+  void startDischargeAt(double percent) {
+    mac.battery.setPercent(percent);
+    startDischarge();
+  }
+  void stopDischarge() { happens("smc", "CHIE <- 00"); }
+  /// Closes the lid of a Mac that its display keeps awake.
+  void closeLid() {
+    mac.lid.connectDisplay();
+    mac.lid.close();
+  }
+  void startArmedDischarge() {
+    closeLid();
+    logs("clamshell keep-awake ARMED");
+    startDischargeAt(50);
+  }
+  void sleepIsAnnounced() { happens("power", "message 0xe0000280 to pid 501"); }
+  void sleepIsAcknowledgedAndBegins() {
+    happens("power", "message acknowledged by pid 501");
+    happens("power", "asleep");
+  }
   std::vector<std::string> found() {
     rules.finish();
     return rules.violations();

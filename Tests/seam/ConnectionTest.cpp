@@ -17,6 +17,14 @@ constexpr const char* appOnly = R"(anchor apple generic and identifier "com.korv
                                 R"(certificate leaf[field.1.2.840.113635.100.6.1.13] exists)";
 
 struct ConnectionTest : testing::Test {
+  /// Makes a call that reaches the helper and is not answered yet.
+  AppCallRef keptCall(AppClient& app) {
+    helper.keepsReplies = true;
+    const AppCallRef call = app.setChargeLimit(50);
+    world.runUntilIdle();
+    return call;
+  }
+
   FakeHelper helper;
   World world{helper.options()};
 };
@@ -205,10 +213,8 @@ TEST_F(ConnectionTest, ADyingClientIsGoneForTheSystemToo) {
 }
 
 TEST_F(ConnectionTest, AnInterruptionIsNotAnInvalidation) {
-  helper.keepsReplies = true;
   const auto app = world.connectApp();
-  const AppCallRef call = app->setChargeLimit(50);
-  world.runUntilIdle();
+  const AppCallRef call = keptCall(*app);
   app->interrupt();
   world.runUntilIdle();
   EXPECT_EQ(helper.notes, "accepted setChargeLimit(50) interrupted ");
@@ -229,10 +235,8 @@ TEST_F(ConnectionTest, AReplyMayComeLateAndFromAnotherThread) {
 }
 
 TEST_F(ConnectionTest, AReplyToAClientThatIsGoneIsStillOneReply) {
-  helper.keepsReplies = true;
   const auto app = world.connectApp();
-  const AppCallRef call = app->setChargeLimit(50);
-  world.runUntilIdle();
+  const AppCallRef call = keptCall(*app);
   app->disconnect();
   world.onMain([this] { helper.kept.at(0)(true, std::nullopt); });
   EXPECT_TRUE(call->failed);
@@ -250,10 +254,8 @@ TEST_F(ConnectionTest, ADroppedReplyIsAViolation) {
 }
 
 TEST_F(ConnectionTest, AReplyDroppedByADyingHelperIsNot) {
-  helper.keepsReplies = true;
   const auto app = world.connectApp();
-  const AppCallRef call = app->setChargeLimit(50);
-  world.runUntilIdle();
+  const AppCallRef call = keptCall(*app);
   world.killHelper();
   helper.kept.clear();
   EXPECT_TRUE(call->failed);
@@ -281,10 +283,8 @@ TEST_F(ConnectionTest, AReplyOfADeadHelperIsHeardByNobody) {
 }
 
 TEST_F(ConnectionTest, AReplyOfAnEarlierLifeIsHeardByNobody) {
-  helper.keepsReplies = true;
   const auto app = world.connectApp();
-  const AppCallRef call = app->setChargeLimit(50);
-  world.runUntilIdle();
+  const AppCallRef call = keptCall(*app);
   world.killHelper();
   EXPECT_TRUE(app->await(app->ping()).answered) << "by the next life";
   helper.kept.at(0)(true, std::nullopt);
@@ -332,10 +332,8 @@ TEST_F(ConnectionTest, ADefaultReplyClassStillLetsErrorsThrough) {
 }
 
 TEST_F(ConnectionTest, AHelperThatGoesAwayFailsPendingCallsAndTheNextCallConnectsAgain) {
-  helper.keepsReplies = true;
   const auto app = world.connectApp();
-  const AppCallRef pending = app->setChargeLimit(50);
-  world.runUntilIdle();
+  const AppCallRef pending = keptCall(*app);
   world.killHelper();
   EXPECT_TRUE(pending->failed);
   EXPECT_FALSE(app->connected());

@@ -1,7 +1,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <csignal>
+#include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -51,55 +54,37 @@ std::vector<std::string> eventfulDay(const std::string& profile, std::uint64_t s
   Random random(seed);
   world.launchd().job.restartAfterCrash = true;
   std::vector<std::unique_ptr<AppClient>> apps;
+  const auto percent = [&random](std::int64_t lowest, std::int64_t highest) {
+    return static_cast<std::uint8_t>(random.between(lowest, highest));
+  };
+  const std::array<std::function<void(AppClient&)>, 16> doings = {
+      [&](AppClient& app) { app.setChargeLimit(percent(15, 105)); },
+      [&](AppClient& app) { app.setChargeLimit(percent(15, 105)); },
+      [&](AppClient& app) { app.clearChargeLimit(); },
+      [&](AppClient& app) { app.forceDischarge(random.chance(3, 4)); },
+      [&](AppClient& app) { app.forceDischarge(random.chance(3, 4)); },
+      [&](AppClient& app) { app.setClamshellKeepAwake(random.chance(2, 3)); },
+      [&](AppClient& app) { app.releaseLimitUntilFullThenRestore(); },
+      [&](AppClient& app) { app.cancelTopUp(); },
+      [&](AppClient& app) { app.resetAllSMCKeys(); },
+      [&](AppClient&) { random.chance(1, 2) ? mac.lid.close() : mac.lid.open(); },
+      [&](AppClient&) { random.chance(1, 3) ? mac.adapter.disconnect() : mac.adapter.connect(); },
+      [&](AppClient&) { mac.battery.setPercent(percent(15, 100)); },
+      [&](AppClient&) { random.chance(1, 2) ? mac.power.requestSleep() : mac.power.wake(); },
+      [&](AppClient&) {
+        if (apps.size() > 1) apps.erase(apps.begin());
+      },
+      [&](AppClient&) {
+        if (random.chance(1, 5)) world.killHelper();
+      },
+      [&](AppClient&) {
+        if (random.chance(1, 8)) world.sendSignal(SIGTERM);
+      },
+  };
   for (int step = 0; step < 150; ++step) {
     if (apps.empty() || random.chance(1, 12)) apps.push_back(world.connectApp());
     AppClient& app = *apps[random.below(apps.size())];
-    switch (random.below(16)) {
-      case 0:
-      case 1:
-        app.setChargeLimit(static_cast<std::uint8_t>(random.between(15, 105)));
-        break;
-      case 2:
-        app.clearChargeLimit();
-        break;
-      case 3:
-      case 4:
-        app.forceDischarge(random.chance(3, 4));
-        break;
-      case 5:
-        app.setClamshellKeepAwake(random.chance(2, 3));
-        break;
-      case 6:
-        app.releaseLimitUntilFullThenRestore();
-        break;
-      case 7:
-        app.cancelTopUp();
-        break;
-      case 8:
-        app.resetAllSMCKeys();
-        break;
-      case 9:
-        random.chance(1, 2) ? mac.lid.close() : mac.lid.open();
-        break;
-      case 10:
-        random.chance(1, 3) ? mac.adapter.disconnect() : mac.adapter.connect();
-        break;
-      case 11:
-        mac.battery.setPercent(static_cast<double>(random.between(15, 100)));
-        break;
-      case 12:
-        random.chance(1, 2) ? mac.power.requestSleep() : mac.power.wake();
-        break;
-      case 13:
-        if (apps.size() > 1) apps.erase(apps.begin());
-        break;
-      case 14:
-        if (random.chance(1, 5)) world.killHelper();
-        break;
-      default:
-        if (random.chance(1, 8)) world.sendSignal(SIGTERM);
-        break;
-    }
+    doings.at(random.below(doings.size()))(app);
     world.runFor(static_cast<double>(random.below(100)) * (random.chance(1, 4) ? 60 : 0.3));
   }
   mac.lid.open();

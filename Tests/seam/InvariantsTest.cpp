@@ -76,8 +76,8 @@ TEST_F(BrokenRules, ButAResetWritesEveryFamily) {
 }
 
 TEST_F(BrokenRules, AnExitThatLeavesTheHardwareHeld) {
-  world.machine().smc.setValue("CHTE", {1, 0, 0, 0});
-  world.machine().powerUI.setLimitByUser(80);
+  mac.smc.setValue("CHTE", {1, 0, 0, 0});
+  mac.powerUI.setLimitByUser(80);
   platform.powerSettings.setSystemPowerSetting("SleepDisabled", true);
   std::uint32_t assertion = 0;
   platform.assertions.createWithProperties(
@@ -101,7 +101,7 @@ TEST_F(BrokenRules, AnExitThatLeavesTheHardwareHeld) {
 }
 
 TEST_F(BrokenRules, AnExitAfterALastWorkThatLeavesSomething) {
-  world.machine().smc.setValue("CHTE", {1, 0, 0, 0});
+  mac.smc.setValue("CHTE", {1, 0, 0, 0});
   const auto restore = [this](std::function<void()> work) {
     logs("shutdownGracefully — restoring SMC before exit");
     queue->async(std::move(work));
@@ -110,9 +110,9 @@ TEST_F(BrokenRules, AnExitAfterALastWorkThatLeavesSomething) {
   world.runUntilIdle();
   EXPECT_THAT(rules.violations(),
               ElementsAre("exit leaves defaults: 0.000 CHTE is not at its default"));
-  restore([this] { world.machine().smc.setValue("CHTE", {0, 0, 0, 0}); });
+  restore([this] { mac.smc.setValue("CHTE", {0, 0, 0, 0}); });
   // Work queued behind the restoration may still begin before the process exits.
-  queue->async([this] { world.machine().smc.setValue("CHTE", {1, 0, 0, 0}); });
+  queue->async([this] { mac.smc.setValue("CHTE", {1, 0, 0, 0}); });
   world.runUntilIdle();
   world.onMain([this] { world.platform().process.exit(0); });
   EXPECT_THAT(found(), testing::SizeIs(1));

@@ -66,16 +66,18 @@ TEST(WorldDeterminismTest, KeepingTheJournalDoesNotChangeTheHash) {
   EXPECT_EQ(busyHour(Scheduling::Fifo, 1, true), busyHour(Scheduling::Fifo, 1, false));
 }
 
-TEST(WorldTest, AnUnknownProfileOrIdentityIsRefused) {
+struct WorldTest : testing::Test {
+  World world;
+};
+
+TEST_F(WorldTest, AnUnknownProfileOrIdentityIsRefused) {
   WorldOptions options;
   options.profile = "no-such-machine";
   EXPECT_THROW(World{options}, std::invalid_argument);
-  World world;
   EXPECT_THROW(world.connectApp("nobody"), std::invalid_argument);
 }
 
-TEST(WorldTest, LogLinesAreKeptApart) {
-  World world;
+TEST_F(WorldTest, LogLinesAreKeptApart) {
   world.startHelper();
   world.runUntilIdle();
   EXPECT_TRUE(
@@ -87,8 +89,7 @@ TEST(WorldTest, LogLinesAreKeptApart) {
   EXPECT_GT(world.logLines().size(), 3U);
 }
 
-TEST(WorldTest, RunUntilIdleLetsNoTimePass) {
-  World world;
+TEST_F(WorldTest, RunUntilIdleLetsNoTimePass) {
   const auto app = world.connectApp();
   app->setChargeLimit(60);
   world.runUntilIdle();
@@ -96,8 +97,7 @@ TEST(WorldTest, RunUntilIdleLetsNoTimePass) {
   EXPECT_TRUE(app->calls()[0]->answered);
 }
 
-TEST(WorldTest, ATickInSteadyStateCostsTheSameEveryTime) {
-  World world;
+TEST_F(WorldTest, ATickInSteadyStateCostsTheSameEveryTime) {
   world.machine().battery.setPercent(70);
   const auto app = world.connectApp();
   app->await(app->setChargeLimit(60));
@@ -113,8 +113,7 @@ TEST(WorldTest, ATickInSteadyStateCostsTheSameEveryTime) {
   EXPECT_GT(tick.total, 0U);
 }
 
-TEST(WorldTest, SleepFreezesTheHelperAndWakeGoesOn) {
-  World world;
+TEST_F(WorldTest, SleepFreezesTheHelperAndWakeGoesOn) {
   world.machine().battery.setPercent(50);
   const auto app = world.connectApp();
   app->await(app->setChargeLimit(60));
@@ -133,8 +132,7 @@ TEST(WorldTest, SleepFreezesTheHelperAndWakeGoesOn) {
   EXPECT_NE(world.callCounts(), before);
 }
 
-TEST(WorldTest, APlatformCallThatTakesTimeLetsOtherThreadsRun) {
-  World world;
+TEST_F(WorldTest, APlatformCallThatTakesTimeLetsOtherThreadsRun) {
   const auto app = world.connectApp();
   const auto other = world.connectApp();
   world.runUntilIdle();
@@ -148,8 +146,7 @@ TEST(WorldTest, APlatformCallThatTakesTimeLetsOtherThreadsRun) {
   EXPECT_GT(world.now(), 0.5);
 }
 
-TEST(WorldTest, AnInjectedFaultReplacesACall) {
-  World world;
+TEST_F(WorldTest, AnInjectedFaultReplacesACall) {
   world.faults().failAlways(SeamCall::smcOpen, {-536870207, {}});
   const auto app = world.connectApp();
   const auto record = app->capabilityRecord();
@@ -158,8 +155,7 @@ TEST(WorldTest, AnInjectedFaultReplacesACall) {
   EXPECT_EQ(world.machine().smc.totalReads(), 0U);
 }
 
-TEST(WorldTest, AFaultMayChangeWhatACallReads) {
-  World world;
+TEST_F(WorldTest, AFaultMayChangeWhatACallReads) {
   world.machine().battery.setPercent(90);
   const auto app = world.connectApp();
   app->await(app->setChargeLimit(80));
@@ -178,30 +174,25 @@ TEST(WorldTest, AFaultMayChangeWhatACallReads) {
             std::string::npos);
 }
 
-TEST(WorldTest, KilledAtAnyCallOfItsStartTheHelperUnwindsAndTheNextOneStarts) {
-  std::uint64_t calls = 0;
-  {
-    World world;
-    world.startHelper();
-    world.runUntilIdle();
-    calls = world.callCounts().total;
-  }
+TEST_F(WorldTest, KilledAtAnyCallOfItsStartTheHelperUnwindsAndTheNextOneStarts) {
+  world.startHelper();
+  world.runUntilIdle();
+  const std::uint64_t calls = world.callCounts().total;
   ASSERT_GT(calls, 30U);
   for (std::uint64_t k = 1; k <= calls; ++k) {
-    World world;
-    world.faults().killAtCall(k);
-    world.startHelper();
-    world.runUntilIdle();
-    ASSERT_FALSE(world.helperRunning()) << "at call " << k;
-    ASSERT_EQ(world.callCounts().total, k) << "calls went on";
-    const auto app = world.connectApp();
+    World killed;
+    killed.faults().killAtCall(k);
+    killed.startHelper();
+    killed.runUntilIdle();
+    ASSERT_FALSE(killed.helperRunning()) << "at call " << k;
+    ASSERT_EQ(killed.callCounts().total, k) << "calls went on";
+    const auto app = killed.connectApp();
     ASSERT_TRUE(app->state()) << "at call " << k;
-    ASSERT_TRUE(world.violations().empty()) << "at call " << k;
+    ASSERT_TRUE(killed.violations().empty()) << "at call " << k;
   }
 }
 
-TEST(WorldTest, ADeadlockOfTheHelperIsThrownWithItsHolders) {
-  World world;
+TEST_F(WorldTest, ADeadlockOfTheHelperIsThrownWithItsHolders) {
   korvel::Platform& platform = world.startBareHelper();
   const auto queue = platform.dispatch.makeSerialQueue("smc");
   korvel::Lock lock(platform.dispatch.makeLock("state"));
@@ -220,8 +211,9 @@ TEST(WorldTest, ADeadlockOfTheHelperIsThrownWithItsHolders) {
   world.killHelper();
 }
 
-TEST(BareHelperTest, ATestBuildsItsOwnCoreOnItsOwnThread) {
-  World world;
+using BareHelperTest = WorldTest;
+
+TEST_F(BareHelperTest, ATestBuildsItsOwnCoreOnItsOwnThread) {
   korvel::Platform& platform = world.startBareHelper();
   const std::shared_ptr<korvel::HelperImpl> core = korvel::HelperImpl::create(platform);
   world.runUntilIdle();
@@ -236,8 +228,7 @@ TEST(BareHelperTest, ATestBuildsItsOwnCoreOnItsOwnThread) {
   EXPECT_EQ(answer, true);
 }
 
-TEST(BareHelperTest, ATestBuildsItsOwnCoreOnTheMainThread) {
-  World world;
+TEST_F(BareHelperTest, ATestBuildsItsOwnCoreOnTheMainThread) {
   world.startBareHelper();
   std::shared_ptr<korvel::HelperImpl> core;
   world.onMain([&] { core = korvel::HelperImpl::create(world.platform()); });
@@ -245,8 +236,7 @@ TEST(BareHelperTest, ATestBuildsItsOwnCoreOnTheMainThread) {
   EXPECT_EQ(world.logCount("HelperImpl boot pid=501 limit=80"), 1U);
 }
 
-TEST(BareHelperTest, WorkQueuedForACoreThatIsGoneIsAnsweredWithoutIt) {
-  World world;
+TEST_F(BareHelperTest, WorkQueuedForACoreThatIsGoneIsAnsweredWithoutIt) {
   std::shared_ptr<korvel::HelperImpl> core = korvel::HelperImpl::create(world.startBareHelper());
   world.runUntilIdle();
   std::optional<bool> answer;
@@ -261,8 +251,7 @@ TEST(BareHelperTest, WorkQueuedForACoreThatIsGoneIsAnsweredWithoutIt) {
   EXPECT_EQ(answer, false);
 }
 
-TEST(BareHelperTest, ACoreThatOutlivesItsProcessDoesNothing) {
-  World world;
+TEST_F(BareHelperTest, ACoreThatOutlivesItsProcessDoesNothing) {
   std::shared_ptr<korvel::HelperImpl> core = korvel::HelperImpl::create(world.startBareHelper());
   world.runUntilIdle();
   const CallCounts before = world.callCounts();
@@ -272,8 +261,7 @@ TEST(BareHelperTest, ACoreThatOutlivesItsProcessDoesNothing) {
   EXPECT_EQ(world.callCounts(), before);
 }
 
-TEST(BareHelperTest, OnMainReturnsWhenTheProcessDiesInside) {
-  World world;
+TEST_F(BareHelperTest, OnMainReturnsWhenTheProcessDiesInside) {
   world.startBareHelper();
   bool after = false;
   world.onMain([&] {

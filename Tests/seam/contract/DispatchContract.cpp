@@ -7,20 +7,17 @@
 namespace virtualmac {
 
 TEST_P(DispatchContract, AQueueRunsItsWorkInOrder) {
-  const auto queue = platform().dispatch.makeSerialQueue("q");
   for (const char* word : {"a", "b", "c"}) queue->async([this, word] { notes.add(word); });
   EXPECT_TRUE(untilNoted("a b c "));
 }
 
 TEST_P(DispatchContract, PostedWorkRunsThoughItsQueueWasLetGo) {
-  auto queue = platform().dispatch.makeSerialQueue("q");
   queue->async([this] { notes.add("ran"); });
   queue = nullptr;
   EXPECT_TRUE(untilNoted("ran "));
 }
 
 TEST_P(DispatchContract, SyncWaitsAndKnowsWhereItIs) {
-  const auto queue = platform().dispatch.makeSerialQueue("q");
   rig->onMain([&] {
     queue->async([this] { notes.add("before"); });
     queue->sync([&] { notes.add(queue->isCurrent() ? "inside" : "elsewhere"); });
@@ -30,7 +27,6 @@ TEST_P(DispatchContract, SyncWaitsAndKnowsWhereItIs) {
 }
 
 TEST_P(DispatchContract, ATimerFiresAtOnceAndThenEveryInterval) {
-  const auto queue = platform().dispatch.makeSerialQueue("q");
   const auto timer = platform().dispatch.makeTimer(queue);
   std::atomic<int> ticks = 0;
   timer->setEventHandler([&] {
@@ -47,7 +43,6 @@ TEST_P(DispatchContract, ATimerFiresAtOnceAndThenEveryInterval) {
 }
 
 TEST_P(DispatchContract, ATimerWithoutAnIntervalFiresOnce) {
-  const auto queue = platform().dispatch.makeSerialQueue("q");
   const auto timer = platform().dispatch.makeTimer(queue);
   timer->setEventHandler([&] { notes.add("tick"); });
   timer->schedule(0.05, std::nullopt, 0);
@@ -58,7 +53,6 @@ TEST_P(DispatchContract, ATimerWithoutAnIntervalFiresOnce) {
 }
 
 TEST_P(DispatchContract, MissedFiringsComeAsOne) {
-  const auto queue = platform().dispatch.makeSerialQueue("q");
   const auto timer = platform().dispatch.makeTimer(queue);
   const auto block = platform().dispatch.makeGroup();
   block->enter();
@@ -79,7 +73,6 @@ TEST_P(DispatchContract, MissedFiringsComeAsOne) {
 }
 
 TEST_P(DispatchContract, ATimersHandlerMayDestroyIt) {
-  const auto queue = platform().dispatch.makeSerialQueue("q");
   std::unique_ptr<korvel::TimerSource> timer = platform().dispatch.makeTimer(queue);
   timer->setEventHandler([&] {
     timer = nullptr;
@@ -93,7 +86,6 @@ TEST_P(DispatchContract, ATimersHandlerMayDestroyIt) {
 }
 
 TEST_P(DispatchContract, AGroupLetsAThreadWaitForWork) {
-  const auto queue = platform().dispatch.makeSerialQueue("q");
   const auto group = platform().dispatch.makeGroup();
   rig->onMain([&] {
     group->enter();
@@ -107,7 +99,6 @@ TEST_P(DispatchContract, AGroupLetsAThreadWaitForWork) {
 }
 
 TEST_P(DispatchContract, AWaitTimesOutAndTheWorkStillLeaves) {
-  const auto queue = platform().dispatch.makeSerialQueue("q");
   const auto late = platform().dispatch.makeGroup();
   late->enter();
   {

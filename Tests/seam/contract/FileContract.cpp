@@ -10,13 +10,6 @@ constexpr const char* folder = "/Library/Application Support/contract";
 const std::string file = std::string(folder) + "/a.txt";
 const std::string other = std::string(folder) + "/b.txt";
 
-/// Makes the folder and any missing parent.
-void makeFolder(korvel::FileSystem& files) {
-  files.mkdir("/Library", 0755);
-  files.mkdir("/Library/Application Support", 0755);
-  ASSERT_EQ(files.mkdir(folder, 0700).value, 0);
-}
-
 void write(korvel::FileSystem& files, const std::string& path, std::string_view text,
            std::uint32_t mode = 0600) {
   const korvel::PosixResult opened = files.openExclusive(path, mode);
@@ -34,104 +27,98 @@ void expectFailure(const korvel::PosixResult& result, int error) {
 
 }  // namespace
 
+void FileSystemContract::SetUp() {
+  files.mkdir("/Library", 0755);
+  files.mkdir("/Library/Application Support", 0755);
+  ASSERT_EQ(files.mkdir(folder, 0700).value, 0);
+}
+
 TEST_P(FileSystemContract, ADirectoryIsMadeOnce) {
-  makeFolder(platform().files);
-  EXPECT_TRUE(platform().files.fileExists(folder));
-  expectFailure(platform().files.mkdir(folder, 0700), EEXIST);
-  expectFailure(platform().files.mkdir("/no/such/parent", 0700), ENOENT);
+  EXPECT_TRUE(files.fileExists(folder));
+  expectFailure(files.mkdir(folder, 0700), EEXIST);
+  expectFailure(files.mkdir("/no/such/parent", 0700), ENOENT);
 }
 
 TEST_P(FileSystemContract, WhatIsWrittenIsRead) {
-  makeFolder(platform().files);
-  EXPECT_FALSE(platform().files.fileExists(file));
-  write(platform().files, file, "hello");
-  EXPECT_TRUE(platform().files.fileExists(file));
-  EXPECT_EQ(platform().files.readFile(file), "hello");
+  EXPECT_FALSE(files.fileExists(file));
+  write(files, file, "hello");
+  EXPECT_TRUE(files.fileExists(file));
+  EXPECT_EQ(files.readFile(file), "hello");
 }
 
 TEST_P(FileSystemContract, AnExclusiveOpenFailsWhenTheFileIsThere) {
-  makeFolder(platform().files);
-  write(platform().files, file, "x");
-  expectFailure(platform().files.openExclusive(file, 0600), EEXIST);
-  expectFailure(platform().files.openExclusive("/no/such/folder/x", 0600), ENOENT);
+  write(files, file, "x");
+  expectFailure(files.openExclusive(file, 0600), EEXIST);
+  expectFailure(files.openExclusive("/no/such/folder/x", 0600), ENOENT);
 }
 
 TEST_P(FileSystemContract, AReadOnlyOpenNeedsTheFileAndTakesNoWrites) {
-  makeFolder(platform().files);
-  expectFailure(platform().files.openReadOnly(file), ENOENT);
-  write(platform().files, file, "x");
-  const int descriptor = static_cast<int>(platform().files.openReadOnly(file).value);
+  expectFailure(files.openReadOnly(file), ENOENT);
+  write(files, file, "x");
+  const int descriptor = static_cast<int>(files.openReadOnly(file).value);
   ASSERT_GE(descriptor, 0);
-  expectFailure(platform().files.write(descriptor, std::string_view("y")), EBADF);
-  EXPECT_EQ(platform().files.close(descriptor).value, 0);
+  expectFailure(files.write(descriptor, std::string_view("y")), EBADF);
+  EXPECT_EQ(files.close(descriptor).value, 0);
 }
 
 TEST_P(FileSystemContract, ADirectoryOpensForReadingAndSyncs) {
-  makeFolder(platform().files);
-  const int descriptor = static_cast<int>(platform().files.openReadOnly(folder).value);
+  const int descriptor = static_cast<int>(files.openReadOnly(folder).value);
   ASSERT_GE(descriptor, 0);
-  EXPECT_EQ(platform().files.fsync(descriptor).value, 0);
-  EXPECT_EQ(platform().files.close(descriptor).value, 0);
+  EXPECT_EQ(files.fsync(descriptor).value, 0);
+  EXPECT_EQ(files.close(descriptor).value, 0);
 }
 
 TEST_P(FileSystemContract, AClosedDescriptorIsNone) {
-  makeFolder(platform().files);
-  const int descriptor = static_cast<int>(platform().files.openExclusive(file, 0600).value);
+  const int descriptor = static_cast<int>(files.openExclusive(file, 0600).value);
   ASSERT_GE(descriptor, 0);
-  ASSERT_EQ(platform().files.close(descriptor).value, 0);
-  expectFailure(platform().files.close(descriptor), EBADF);
-  expectFailure(platform().files.fsync(descriptor), EBADF);
+  ASSERT_EQ(files.close(descriptor).value, 0);
+  expectFailure(files.close(descriptor), EBADF);
+  expectFailure(files.fsync(descriptor), EBADF);
 }
 
 TEST_P(FileSystemContract, UmaskGivesTheOldMask) {
-  const std::uint32_t before = platform().files.umask(0077);
-  EXPECT_EQ(platform().files.umask(before), 0077U);
+  const std::uint32_t before = files.umask(0077);
+  EXPECT_EQ(files.umask(before), 0077U);
 }
 
 TEST_P(FileSystemContract, ModesCanBeChangedOfWhatIsThere) {
-  makeFolder(platform().files);
-  write(platform().files, file, "x");
-  EXPECT_EQ(platform().files.chmod(file, 0600).value, 0);
-  expectFailure(platform().files.chmod(other, 0600), ENOENT);
+  write(files, file, "x");
+  EXPECT_EQ(files.chmod(file, 0600).value, 0);
+  expectFailure(files.chmod(other, 0600), ENOENT);
 }
 
 TEST_P(FileSystemContract, UnlinkRemovesOnce) {
-  makeFolder(platform().files);
-  write(platform().files, file, "x");
-  EXPECT_EQ(platform().files.unlink(file).value, 0);
-  EXPECT_FALSE(platform().files.fileExists(file));
-  expectFailure(platform().files.unlink(file), ENOENT);
+  write(files, file, "x");
+  EXPECT_EQ(files.unlink(file).value, 0);
+  EXPECT_FALSE(files.fileExists(file));
+  expectFailure(files.unlink(file), ENOENT);
 }
 
 TEST_P(FileSystemContract, AReplacementTakesThePlaceOfTheOriginal) {
-  makeFolder(platform().files);
-  write(platform().files, file, "old");
-  write(platform().files, other, "new");
-  EXPECT_TRUE(platform().files.replaceItem(file, other));
-  EXPECT_EQ(platform().files.readFile(file), "new");
-  EXPECT_FALSE(platform().files.fileExists(other));
+  write(files, file, "old");
+  write(files, other, "new");
+  EXPECT_TRUE(files.replaceItem(file, other));
+  EXPECT_EQ(files.readFile(file), "new");
+  EXPECT_FALSE(files.fileExists(other));
 }
 
 TEST_P(FileSystemContract, AReplacementNeedsNoOriginal) {
-  makeFolder(platform().files);
-  write(platform().files, other, "new");
-  EXPECT_TRUE(platform().files.replaceItem(file, other));
-  EXPECT_EQ(platform().files.readFile(file), "new");
+  write(files, other, "new");
+  EXPECT_TRUE(files.replaceItem(file, other));
+  EXPECT_EQ(files.readFile(file), "new");
 }
 
 TEST_P(FileSystemContract, AFailedReplacementLeavesTheOriginal) {
-  makeFolder(platform().files);
-  write(platform().files, file, "old");
-  EXPECT_FALSE(platform().files.replaceItem(file, other));
-  EXPECT_EQ(platform().files.readFile(file), "old");
+  write(files, file, "old");
+  EXPECT_FALSE(files.replaceItem(file, other));
+  EXPECT_EQ(files.readFile(file), "old");
 }
 
 TEST_P(FileSystemContract, OnlyPlainFilesAreRead) {
-  makeFolder(platform().files);
-  const auto missing = platform().files.readFile(file);
+  const auto missing = files.readFile(file);
   ASSERT_FALSE(missing);
   EXPECT_FALSE(missing.error().localizedDescription().empty());
-  EXPECT_FALSE(platform().files.readFile(folder));
+  EXPECT_FALSE(files.readFile(folder));
 }
 
 }  // namespace virtualmac

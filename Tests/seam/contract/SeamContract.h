@@ -10,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#include "Platform/Dispatch.h"
 #include "Platform/Platform.h"
 #include "Platform/UnifiedLog.h"
 #include "VirtualMac/InProcess/AppClient.h"
@@ -94,8 +95,16 @@ class PowerAssertionsContract : public SeamContract {};
 class PowerSettingsContract : public SeamContract {};
 class RootPowerDomainContract : public SeamContract {};
 class SmartChargeRuntimeContract : public SeamContract {};
-class FileSystemContract : public SeamContract {};
-class DispatchContract : public SeamContract {};
+class FileSystemContract : public SeamContract {
+ protected:
+  void SetUp() override;  ///< Makes the folder for the tests' files.
+
+  korvel::FileSystem& files = platform().files;
+};
+class DispatchContract : public SeamContract {
+ protected:
+  std::shared_ptr<korvel::WorkQueue> queue = platform().dispatch.makeSerialQueue("q");
+};
 class WallClockContract : public SeamContract {};
 class UnifiedLogContract : public SeamContract {};
 class CodeSigningContract : public SeamContract {};
