@@ -23,15 +23,13 @@ void dischargeToTheFloor(Stage& stage) {
 }
 
 void dischargeUntilTheLidCloses(Stage& stage) {
-  beginDischarge(stage, 80);
-  stage.run(6);
+  beginDischarge(stage, 80, 6);
   stage.mac().lid.close();
   expectStop(stage, "lidClosed");
 }
 
 void dischargeUntilTheChargeIsUnreadable(Stage& stage) {
-  beginDischarge(stage, 80);
-  stage.run(6);
+  beginDischarge(stage, 80, 6);
   stage.mac().powerSources.snapshotFails = true;
   expectStop(stage, "floorReached", 20);
   stage.mac().powerSources.snapshotFails = false;
@@ -39,16 +37,14 @@ void dischargeUntilTheChargeIsUnreadable(Stage& stage) {
 }
 
 void dischargeUntilTheInhibitIsLost(Stage& stage) {
-  beginDischarge(stage, 80);
-  stage.run(6);
+  beginDischarge(stage, 80, 6);
   stage.mac().adapter.renegotiate();
   stage.mac().battery.setPercent(93);
   expectStop(stage, "chargeInhibitLost");
 }
 
 void dischargeStoppedByHand(Stage& stage) {
-  beginDischarge(stage, 80);
-  stage.run(6);
+  beginDischarge(stage, 80, 6);
   stage.expect(stage.ask(stage.app().forceDischarge(false)), "the discharge is stopped");
   stage.expect(!stage.mac().smc.inflowInhibited(), "the adapter's inflow is back");
   stage.expect(stage.mac().smc.chargingInhibited(), "charging is paused at once");
@@ -63,8 +59,7 @@ void dischargeCleared(Stage& stage) {
 }
 
 void dischargeEndsTheTopOff(Stage& stage) {
-  beginWithLimit(stage, 80);
-  stage.expect(stage.ask(stage.app().releaseLimitUntilFullThenRestore()), "the top-off starts");
+  beginTopOff(stage, 80);
   stage.run(1);
   stage.expect(stage.ask(stage.app().forceDischarge(true)), "the discharge starts");
   stage.run(6);
@@ -75,16 +70,14 @@ void dischargeEndsTheTopOff(Stage& stage) {
 }
 
 void topOffEndsTheDischarge(Stage& stage) {
-  beginDischarge(stage, 80);
-  stage.run(1);
+  beginDischarge(stage, 80, 1);
   stage.expect(stage.ask(stage.app().releaseLimitUntilFullThenRestore()), "the top-off starts");
   stage.expect(!stage.mac().smc.inflowInhibited(), "the adapter's inflow is back");
   stage.run(6);
 }
 
 void resetWhileDischarging(Stage& stage) {
-  beginDischarge(stage, 80);
-  stage.run(1);
+  beginDischarge(stage, 80, 1);
   stage.expect(stage.ask(stage.app().resetAllSMCKeys()), "the keys are reset");
   stage.expect(!stage.mac().smc.inflowInhibited(), "the adapter's inflow is back");
   stage.expect(!stage.mac().smc.chargingInhibited(), "charging is back");
@@ -100,8 +93,7 @@ void dischargeLeftAlone(Stage& stage) {
 }
 
 void sleepWhileDischarging(Stage& stage) {
-  beginDischarge(stage, 80);
-  stage.run(6);
+  beginDischarge(stage, 80, 6);
   stage.mac().lid.close();
   stage.run(5);
   stage.expect(stoppedFor(stage, "systemWillSleep"), "the discharge stops before sleep");

@@ -16,24 +16,21 @@ void expectExit(Stage& stage) {
 }
 
 void quitWhileHolding(Stage& stage) {
-  beginWithLimit(stage, 80);
-  stage.run(1);
+  beginWithLimit(stage, 80, 1);
   stage.expectExit();
   stage.app().quit();
   expectExit(stage);
 }
 
 void terminateWhileDischarging(Stage& stage) {
-  beginDischarge(stage, 80);
-  stage.run(1);
+  beginDischarge(stage, 80, 1);
   stage.expectExit();
   stage.world.sendSignal(SIGTERM);
   expectExit(stage);
 }
 
 void interruptWhileToppingOff(Stage& stage) {
-  beginWithLimit(stage, 80);
-  stage.expect(stage.ask(stage.app().releaseLimitUntilFullThenRestore()), "the top-off starts");
+  beginTopOff(stage, 80);
   stage.expectExit();
   stage.world.sendSignal(SIGINT);
   expectExit(stage);
@@ -74,16 +71,14 @@ void clientReturnsLate(Stage& stage) {
 }
 
 void sleepWhileHolding(Stage& stage) {
-  beginWithLimit(stage, 80);
-  stage.run(6);
+  beginWithLimit(stage, 80, 6);
   stage.sleepAndWake(60);
   stage.run(6);
   stage.expect(stage.mac().smc.chargingInhibited(), "the limit holds after sleep");
 }
 
 void sleepWhileCharging(Stage& stage) {
-  beginWithLimit(stage, 80);
-  stage.run(1);
+  beginWithLimit(stage, 80, 1);
   stage.mac().power.requestSleep();
   stage.run(60);
   stage.expect(stage.mac().power.isAsleep(), "the Mac sleeps");
@@ -94,8 +89,7 @@ void sleepWhileCharging(Stage& stage) {
 }
 
 void sleepWhileToppingOff(Stage& stage) {
-  beginWithLimit(stage, 80);
-  stage.expect(stage.ask(stage.app().releaseLimitUntilFullThenRestore()), "the top-off starts");
+  beginTopOff(stage, 80);
   stage.sleepAndWake(60);
   stage.mac().battery.setPercent(100);
   stage.run(6);

@@ -7,14 +7,12 @@ namespace {
 void boot(Stage& stage) { stage.run(1); }
 
 void holdTheLimit(Stage& stage) {
-  beginWithLimit(stage, 80);
-  stage.run(11);
+  beginWithLimit(stage, 80, 11);
   stage.expect(stage.mac().smc.chargingInhibited(), "charging is paused at the limit");
 }
 
 void chargeUpToTheLimit(Stage& stage) {
-  beginWithLimit(stage, 80);
-  stage.run(1);
+  beginWithLimit(stage, 80, 1);
   stage.expect(!stage.mac().smc.chargingInhibited(), "charging resumes below the band");
   stage.mac().battery.setPercent(80);
   stage.run(6);
@@ -22,8 +20,7 @@ void chargeUpToTheLimit(Stage& stage) {
 }
 
 void changeTheLimit(Stage& stage) {
-  beginWithLimit(stage, 60);
-  stage.run(6);
+  beginWithLimit(stage, 60, 6);
   stage.expect(stage.mac().smc.chargingInhibited(), "charging is paused above the first limit");
   stage.expect(stage.setLimit(90), "the second limit is accepted");
   stage.run(6);
@@ -31,16 +28,14 @@ void changeTheLimit(Stage& stage) {
 }
 
 void clearTheLimit(Stage& stage) {
-  beginWithLimit(stage, 80);
-  stage.run(6);
+  beginWithLimit(stage, 80, 6);
   stage.expect(stage.ask(stage.app().clearChargeLimit()), "the limit is cleared");
   stage.run(6);
   stage.expect(!stage.mac().smc.chargingInhibited(), "charging resumes");
 }
 
 void handBackAt100(Stage& stage) {
-  beginWithLimit(stage, 80);
-  stage.run(1);
+  beginWithLimit(stage, 80, 1);
   stage.expect(stage.setLimit(100), "no limit is accepted");
   stage.run(6);
   stage.expect(!stage.mac().smc.chargingInhibited(), "charging resumes");
@@ -50,8 +45,7 @@ void handBackAt100(Stage& stage) {
 }
 
 void topOffToFull(Stage& stage) {
-  beginWithLimit(stage, 80);
-  stage.run(1);
+  beginWithLimit(stage, 80, 1);
   stage.expect(stage.ask(stage.app().releaseLimitUntilFullThenRestore()), "the top-off starts");
   stage.expect(!stage.mac().smc.chargingInhibited(), "charging resumes");
   stage.until([&] { return stage.world.logCount("top-off complete — restored limit 80") == 1; }, 60,
@@ -61,8 +55,7 @@ void topOffToFull(Stage& stage) {
 }
 
 void cancelTheTopOff(Stage& stage) {
-  beginWithLimit(stage, 80);
-  stage.run(1);
+  beginWithLimit(stage, 80, 1);
   stage.expect(stage.ask(stage.app().releaseLimitUntilFullThenRestore()), "the top-off starts");
   stage.run(6);
   stage.expect(stage.ask(stage.app().cancelTopUp()), "it is cancelled");
@@ -71,8 +64,7 @@ void cancelTheTopOff(Stage& stage) {
 }
 
 void topOffTwice(Stage& stage) {
-  beginWithLimit(stage, 80);
-  stage.expect(stage.ask(stage.app().releaseLimitUntilFullThenRestore()), "the top-off starts");
+  beginTopOff(stage, 80);
   stage.run(6);
   stage.expect(stage.ask(stage.app().releaseLimitUntilFullThenRestore()), "and starts anew");
   stage.mac().battery.setPercent(100);

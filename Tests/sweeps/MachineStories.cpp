@@ -5,8 +5,7 @@ namespace sweeps {
 namespace {
 
 void olderPairHolds(Stage& stage) {
-  beginWithLimit(stage, 80);
-  stage.run(6);
+  beginWithLimit(stage, 80, 6);
   stage.expect(stage.mac().smc.chargingInhibited(), "charging is paused at the limit");
   stage.expect(stage.ask(stage.app().clearChargeLimit()), "the limit is cleared");
   stage.expect(!stage.mac().smc.chargingInhibited(), "charging is back");
@@ -27,8 +26,7 @@ void olderPairResets(Stage& stage) {
 }
 
 void nativeLimitHolds(Stage& stage) {
-  beginWithLimit(stage, 80);
-  stage.run(6);
+  beginWithLimit(stage, 80, 6);
   stage.expect(stage.mac().powerUI.currentLimit() == 80, "the system has the limit");
   stage.expect(stage.setLimit(90), "another limit is accepted");
   stage.run(6);
@@ -38,8 +36,7 @@ void nativeLimitHolds(Stage& stage) {
 }
 
 void nativeLimitIsReset(Stage& stage) {
-  beginWithLimit(stage, 80);
-  stage.run(1);
+  beginWithLimit(stage, 80, 1);
   stage.expect(stage.ask(stage.app().resetAllSMCKeys()), "everything is reset");
   stage.expect(stage.mac().powerUI.currentLimit() == 0, "the system has none");
   stage.expectExit();
@@ -48,8 +45,7 @@ void nativeLimitIsReset(Stage& stage) {
 }
 
 void nothingToControl(Stage& stage) {
-  beginWithLimit(stage, 80);
-  stage.run(6);
+  beginWithLimit(stage, 80, 6);
   stage.expect(!stage.ask(stage.app().forceDischarge(true)), "no discharge is possible");
   stage.expect(!stage.ask(stage.app().clearChargeLimit()), "the resume is reported as failed");
   stage.expect(stage.ask(stage.app().resetAllSMCKeys()), "a reset finds nothing to do");

@@ -67,6 +67,20 @@ class StepOrder : public testing::Test {
     stage.world.startHelper();
     stage.run(0.1);
   }
+  bool ask(const virtualmac::AppCallRef& call) { return stage.ask(call); }
+  virtualmac::AppClient& app() { return stage.app(); }
+  virtualmac::Machine& mac() { return stage.mac(); }
+  /// Discharges to a limit of 80 while the gate is paused.
+  void beginPausedDischarge() {
+    mac().battery.setPercent(90);
+    beginWithLimit(stage, 80);
+    stage.run(1);
+    EXPECT_TRUE(ask(app().forceDischarge(true)));
+  }
+  void beginDischargeUnderTheLid() {
+    mac().battery.setPercent(90);
+    beginLidClosedDischarge(stage, 80);
+  }
   void TearDown() override { EXPECT_EQ(stage.unmetExpectations(), std::vector<std::string>{}); }
 
   const Story story = at(justAbove(81));
@@ -75,7 +89,7 @@ class StepOrder : public testing::Test {
 
 TEST_F(StepOrder, ALimitIsRecordedThenConfirmedThenEnforced) {
   stage.join();
-  stage.mac().battery.setPercent(90);
+  mac().battery.setPercent(90);
   const Since mark(stage);
   EXPECT_TRUE(stage.setLimit(70));
   stage.run(1);
@@ -86,7 +100,7 @@ TEST_F(StepOrder, ALimitIsRecordedThenConfirmedThenEnforced) {
 TEST_F(StepOrder, ADischargeWritesItsKeysThenHoldsSleepOffThenRecordsItself) {
   beginWithLimit(stage, 60);
   const Since mark(stage);
-  EXPECT_TRUE(stage.ask(stage.app().forceDischarge(true)));
+  EXPECT_TRUE(ask(app().forceDischarge(true)));
   mark.expectInOrder({inflowOff, "power created PreventUserIdleSystemSleep",
                       "power created PreventSystemSleep", recordedActive,
                       "reply forceDischarge ok"});
@@ -101,9 +115,8 @@ TEST_F(StepOrder, TheWatchdogRestoresTheInflowThenRecordsTheStopThenTellsIt) {
 }
 
 TEST_F(StepOrder, TheWatchdogGivesKeepAwakeBackBeforeItRecordsTheStop) {
-  stage.mac().battery.setPercent(90);
-  beginLidClosedDischarge(stage, 80);
-  stage.mac().battery.overrideTemperatureCelsius(50);
+  beginDischargeUnderTheLid();
+  mac().battery.overrideTemperatureCelsius(50);
   const Since mark(stage);
   stage.until([&] { return stoppedFor(stage, "clamshellOverheated"); }, 10, "it gets too hot");
   mark.expectInOrder({inflowBack, "power SleepDisabled = 0", "disk sleepDisabledByKorvel=false",
@@ -112,62 +125,51 @@ TEST_F(StepOrder, TheWatchdogGivesKeepAwakeBackBeforeItRecordsTheStop) {
 }
 
 TEST_F(StepOrder, AStopByHandRestoresTheInflowThenPausesThenRecordsThenConfirms) {
-  stage.mac().battery.setPercent(90);
+  mac().battery.setPercent(90);
   stage.join();
   // The discharge starts within the first tick's work, so the gate is not paused yet.
-  const auto limit = stage.app().setChargeLimit(60);
-  const auto start = stage.app().forceDischarge(true);
-  EXPECT_TRUE(stage.ask(limit) && stage.ask(start));
-  stage.mac().smc.setValue("CHTE", {0, 0, 0, 0});
+  const auto limit = app().setChargeLimit(60);
+  const auto start = app().forceDischarge(true);
+  EXPECT_TRUE(ask(limit) && ask(start));
+  mac().smc.setValue("CHTE", {0, 0, 0, 0});
   const Since mark(stage);
-  EXPECT_TRUE(stage.ask(stage.app().forceDischarge(false)));
+  EXPECT_TRUE(ask(app().forceDischarge(false)));
   mark.expectInOrder({inflowBack, paused, released, recordedStopped, "reply forceDischarge ok"});
 }
 
 TEST_F(StepOrder, AClearResumesThenRestoresTheInflowThenRecordsThenConfirms) {
-  stage.mac().battery.setPercent(90);
-  beginWithLimit(stage, 80);
-  stage.run(1);
-  EXPECT_TRUE(stage.ask(stage.app().forceDischarge(true)));
+  beginPausedDischarge();
   const Since mark(stage);
-  EXPECT_TRUE(stage.ask(stage.app().clearChargeLimit()));
+  EXPECT_TRUE(ask(app().clearChargeLimit()));
   mark.expectInOrder({resumed, inflowBack, released, recordedStopped, "reply clearChargeLimit ok"});
 }
 
 TEST_F(StepOrder, ATopOffRestoresTheInflowThenResumesThenRecordsThenConfirms) {
-  stage.mac().battery.setPercent(90);
-  beginWithLimit(stage, 80);
-  stage.run(1);
-  EXPECT_TRUE(stage.ask(stage.app().forceDischarge(true)));
+  beginPausedDischarge();
   const Since mark(stage);
-  EXPECT_TRUE(stage.ask(stage.app().releaseLimitUntilFullThenRestore()));
+  EXPECT_TRUE(ask(app().releaseLimitUntilFullThenRestore()));
   mark.expectInOrder({inflowBack, released, resumed, "disk topUpActive=true",
                       "reply releaseLimitUntilFullThenRestore ok"});
 }
 
 TEST_F(StepOrder, AResetRestoresTheKeysThenKeepAwakeThenRecordsThenConfirms) {
-  stage.mac().battery.setPercent(90);
-  beginLidClosedDischarge(stage, 80);
+  beginDischargeUnderTheLid();
   const Since mark(stage);
-  EXPECT_TRUE(stage.ask(stage.app().resetAllSMCKeys()));
+  EXPECT_TRUE(ask(app().resetAllSMCKeys()));
   mark.expectInOrder({resumed, inflowBack, "power SleepDisabled = 0", released, recordedStopped,
                       "reply resetAllSMCKeys ok"});
 }
 
 TEST_F(StepOrder, ASuspensionRestoresTheInflowThenResumesThenRecords) {
-  stage.mac().battery.setPercent(90);
-  beginWithLimit(stage, 80);
-  stage.run(1);
-  EXPECT_TRUE(stage.ask(stage.app().forceDischarge(true)));
+  beginPausedDischarge();
   const Since mark(stage);
-  stage.app().disconnect();
+  app().disconnect();
   stage.run(31);
   mark.expectInOrder({"log all clients gone", inflowBack, released, resumed, recordedStopped});
 }
 
 TEST_F(StepOrder, AShutdownGivesKeepAwakeBackThenTheKeysThenRecordsThenExits) {
-  stage.mac().battery.setPercent(90);
-  beginLidClosedDischarge(stage, 80);
+  beginDischargeUnderTheLid();
   stage.expectExit();
   const Since mark(stage);
   stage.world.sendSignal(SIGTERM);
@@ -180,31 +182,30 @@ TEST_F(StepOrder, AShutdownGivesKeepAwakeBackThenTheKeysThenRecordsThenExits) {
 TEST_F(StepOrder, OwnershipIsOnDiskBeforeSleepDisabledIsOnAndLeavesItAfterwards) {
   beginWithLimit(stage, 80);
   const Since armed(stage);
-  EXPECT_TRUE(stage.ask(stage.app().setClamshellKeepAwake(true)));
+  EXPECT_TRUE(ask(app().setClamshellKeepAwake(true)));
   armed.expectInOrder({"disk sleepDisabledByKorvel=true", "power SleepDisabled = 1",
                        "log clamshell keep-awake ARMED", "reply setClamshellKeepAwake ok"});
   const Since disarmed(stage);
-  EXPECT_TRUE(stage.ask(stage.app().setClamshellKeepAwake(false)));
+  EXPECT_TRUE(ask(app().setClamshellKeepAwake(false)));
   disarmed.expectInOrder({"power SleepDisabled = 0", "disk sleepDisabledByKorvel=false",
                           "log clamshell keep-awake DISARMED", "reply setClamshellKeepAwake ok"});
 }
 
 TEST_F(StepOrder, AnArmingThatFailsIsTakenBackOnDiskBeforeItIsRefused) {
   beginWithLimit(stage, 80);
-  stage.mac().power.settingRefusal = korvel::ioReturnNotPrivileged;
+  mac().power.settingRefusal = korvel::ioReturnNotPrivileged;
   const Since mark(stage);
-  EXPECT_FALSE(stage.ask(stage.app().setClamshellKeepAwake(true)));
+  EXPECT_FALSE(ask(app().setClamshellKeepAwake(true)));
   mark.expectInOrder({"disk sleepDisabledByKorvel=true", "power SleepDisabled",
                       "disk sleepDisabledByKorvel=false",
                       "reply setClamshellKeepAwake failed 501"});
 }
 
 TEST_F(StepOrder, ThePauseBeforeSleepIsWrittenBeforeTheAcknowledgement) {
-  stage.mac().battery.setPercent(60);
-  beginWithLimit(stage, 80);
-  stage.run(1);
+  mac().battery.setPercent(60);
+  beginWithLimit(stage, 80, 1);
   const Since mark(stage);
-  stage.mac().power.requestSleep();
+  mac().power.requestSleep();
   stage.run(5);
   mark.expectInOrder({"log kIOMessageSystemWillSleep", paused,
                       "log pre-sleep CHTE pause-write succeeded", "power acknowledged by",
@@ -212,21 +213,20 @@ TEST_F(StepOrder, ThePauseBeforeSleepIsWrittenBeforeTheAcknowledgement) {
 }
 
 TEST_F(StepOrder, ADischargeEndsAndIsRecordedBeforeSleepIsAcknowledged) {
-  stage.mac().battery.setPercent(90);
+  mac().battery.setPercent(90);
   beginWithLimit(stage, 80);
-  EXPECT_TRUE(stage.ask(stage.app().forceDischarge(true)));
+  EXPECT_TRUE(ask(app().forceDischarge(true)));
   const Since mark(stage);
-  stage.mac().lid.close();
+  mac().lid.close();
   stage.run(5);
   mark.expectInOrder({"log pre-sleep: aborting active force-discharge before sleep", inflowBack,
                       released, recordedStopped, "power acknowledged by", "power asleep"});
 }
 
 TEST_F(StepOrder, RecoveryClearsTheHardwareThenTheRecord) {
-  stage.mac().battery.setPercent(90);
-  beginLidClosedDischarge(stage, 80);
+  beginDischargeUnderTheLid();
   stage.world.killHelper();
-  stage.mac().lid.open();
+  mac().lid.open();
   const Since mark(stage);
   stage.world.startHelper();
   stage.run(1);

@@ -9,15 +9,22 @@ MachineSetup batteryAt(double percent) {
   return [percent](virtualmac::Machine& mac) { mac.battery.setPercent(percent); };
 }
 
-void beginWithLimit(Stage& stage, std::uint8_t percent) {
+void beginWithLimit(Stage& stage, std::uint8_t percent, double seconds) {
   stage.join();
   stage.expect(stage.setLimit(percent), "the limit is accepted");
+  if (seconds > 0) stage.run(seconds);
 }
 
-void beginDischarge(Stage& stage, std::uint8_t limit) {
+void beginTopOff(Stage& stage, std::uint8_t limit) {
+  beginWithLimit(stage, limit);
+  stage.expect(stage.ask(stage.app().releaseLimitUntilFullThenRestore()), "the top-off starts");
+}
+
+void beginDischarge(Stage& stage, std::uint8_t limit, double seconds) {
   beginWithLimit(stage, limit);
   stage.expect(stage.ask(stage.app().forceDischarge(true)), "the discharge starts");
   stage.expect(stage.mac().smc.inflowInhibited(), "the adapter's inflow is inhibited");
+  if (seconds > 0) stage.run(seconds);
 }
 
 void beginLidClosedDischarge(Stage& stage, std::uint8_t limit) {

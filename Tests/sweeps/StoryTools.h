@@ -24,10 +24,12 @@ constexpr double justAbove(int percent) { return percent - 0.48; }
 /// Returns a level shown as `percent` that rises to the next after some seconds of charge.
 constexpr double justBelowNext(int percent) { return percent + 0.48; }
 
-/// Connects a client, which asks for the limit.
-void beginWithLimit(Stage& stage, std::uint8_t percent);
-/// Does the same and starts a discharge.
-void beginDischarge(Stage& stage, std::uint8_t limit);
+/// Connects a client, which asks for the limit, and lets some seconds pass.
+void beginWithLimit(Stage& stage, std::uint8_t percent, double seconds = 0);
+/// Does the same and starts a top-off.
+void beginTopOff(Stage& stage, std::uint8_t limit);
+/// Starts a discharge instead, and lets some seconds pass.
+void beginDischarge(Stage& stage, std::uint8_t limit, double seconds = 0);
 /// Does the same with keep-awake armed and the lid closed.
 void beginLidClosedDischarge(Stage& stage, std::uint8_t limit);
 /// Returns true once the log says that a discharge stopped for this reason.
