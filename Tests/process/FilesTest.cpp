@@ -39,6 +39,10 @@ class FilesTest : public testing::Test {
     EXPECT_EQ(mac.state().value("chargeLimit", 0), 60);
     EXPECT_FALSE(fs::exists(fs::symlink_status(mac.stateFile() + ".tmp")));
   }
+  void expectServiceAndSave() {
+    expectService();
+    expectSaved();
+  }
   void makeDirectory() { fs::create_directory(mac.stateDirectory()); }
   std::string victim() {
     const std::string path = mac.root() + "/victim";
@@ -52,30 +56,26 @@ class FilesTest : public testing::Test {
 }  // namespace
 
 TEST_F(FilesTest, AFirstRunMakesAPrivateDirectoryAndFile) {
-  expectService();
-  expectSaved();
+  expectServiceAndSave();
   EXPECT_EQ(mac.journalCount("state.json missing — first run"), 1U);
 }
 
 TEST_F(FilesTest, AnOpenDirectoryIsTightened) {
   makeDirectory();
   fs::permissions(mac.stateDirectory(), fs::perms::all);
-  expectService();
-  expectSaved();
+  expectServiceAndSave();
 }
 
 TEST_F(FilesTest, ALeftoverTemporaryFileIsReplaced) {
   makeDirectory();
   writeFile(mac.stateFile() + ".tmp", "{\"chargeLimit\":");
-  expectService();
-  expectSaved();
+  expectServiceAndSave();
 }
 
 TEST_F(FilesTest, GarbageReadsAsTheEmptyStateAndIsReplaced) {
   makeDirectory();
   writeFile(mac.stateFile(), "not JSON at all");
-  expectService();
-  expectSaved();
+  expectServiceAndSave();
   EXPECT_EQ(mac.journalCount("Persistence fault \"state.json corrupt — "), 1U);
 }
 
@@ -83,8 +83,7 @@ TEST_F(FilesTest, AHugeFileReadsAsCorrupt) {
   makeDirectory();
   writeFile(mac.stateFile(), "");
   fs::resize_file(mac.stateFile(), std::uintmax_t{1} << 34U);
-  expectService();
-  expectSaved();
+  expectServiceAndSave();
   EXPECT_EQ(mac.journalCount("state.json corrupt"), 1U);
 }
 
@@ -93,8 +92,7 @@ TEST_F(FilesTest, ALinkInTheFilesPlaceIsReplacedAndNotFollowed) {
   makeDirectory();
   const std::string target = victim();
   fs::create_symlink(target, mac.stateFile());
-  expectService();
-  expectSaved();
+  expectServiceAndSave();
   EXPECT_EQ(readFile(target), "precious");
 }
 
@@ -102,8 +100,7 @@ TEST_F(FilesTest, ALinkInTheTemporaryFilesPlaceIsRemovedAndNotFollowed) {
   makeDirectory();
   const std::string target = victim();
   fs::create_symlink(target, mac.stateFile() + ".tmp");
-  expectService();
-  expectSaved();
+  expectServiceAndSave();
   EXPECT_EQ(readFile(target), "precious");
 }
 
@@ -111,8 +108,7 @@ TEST_F(FilesTest, ALinkInTheTemporaryFilesPlaceIsRemovedAndNotFollowed) {
 TEST_F(FilesTest, AFifoInTheFilesPlaceDoesNotHoldTheHelperUp) {
   makeDirectory();
   ASSERT_EQ(::mkfifo(mac.stateFile().c_str(), 0600), 0);
-  expectService();
-  expectSaved();
+  expectServiceAndSave();
 }
 
 // The failure is logged; the limit is enforced all the same.
@@ -168,8 +164,7 @@ TEST_F(FilesTest, AFullDiskIsReportedAndTheOldFileStays) {
 TEST_F(FilesTest, ShortWritesAreContinued) {
   mac.bringUp();
   mac.tell({"fault", "disk-short-writes", "7", "on"});
-  expectService();
-  expectSaved();
+  expectServiceAndSave();
 }
 
 }  // namespace processtests
