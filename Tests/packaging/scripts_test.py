@@ -74,6 +74,11 @@ class PretendedMac(unittest.TestCase):
         return subprocess.run([str(ROOT / "Packaging" / name), *map(str, arguments)],
                               env=environment, capture_output=True, text=True, check=False)
 
+    def succeed(self, name, *arguments):
+        done = self.run_script(name, *arguments)
+        self.assertEqual(done.returncode, 0, done.stderr)
+        return done
+
     def calls(self, *wanted):
         """The noted calls that begin with one of the wanted words, machine paths cut off."""
         path = self.facts / "calls"
@@ -102,8 +107,7 @@ class PretendedMac(unittest.TestCase):
 
 class Install(PretendedMac):
     def test_first_install_places_then_loads(self):
-        done = self.run_script("install", self.built)
-        self.assertEqual(done.returncode, 0, done.stderr)
+        self.succeed("install", self.built)
         self.assertEqual([c.split()[:2] for c in self.changes()],
                          [["install", "-o"], ["install", "-o"], ["launchctl", "enable"],
                           ["launchctl", "bootstrap"]])
@@ -115,8 +119,7 @@ class Install(PretendedMac):
 
     def test_update_stops_the_old_helper_before_it_is_replaced(self):
         self.put_installed()
-        done = self.run_script("install", self.built)
-        self.assertEqual(done.returncode, 0, done.stderr)
+        self.succeed("install", self.built)
         self.assertEqual(self.changes()[0], f"launchctl bootout system/{LABEL}")
         self.assertTrue(self.changes()[1].startswith("install"))
         self.assertEqual(self.program.read_text(encoding="utf-8"), "new program")
@@ -172,8 +175,7 @@ class Uninstall(PretendedMac):
 
     def test_running_helper_is_stopped_then_removed(self):
         self.put_installed()
-        done = self.run_script("uninstall")
-        self.assertEqual(done.returncode, 0, done.stderr)
+        self.succeed("uninstall")
         self.assertEqual(self.changes(), [f"launchctl bootout system/{LABEL}"])
         self.assert_all_gone()
 
@@ -187,8 +189,7 @@ class Uninstall(PretendedMac):
     def test_a_failed_reset_is_told_and_the_shutdown_restores(self):
         self.put_installed()
         self.let("deaf")
-        done = self.run_script("uninstall", "--client", "client")
-        self.assertEqual(done.returncode, 0)
+        done = self.succeed("uninstall", "--client", "client")
         self.assertIn("could not be asked to reset", done.stdout)
         self.assertEqual(self.changes()[-1], f"launchctl bootout system/{LABEL}")
 
@@ -245,8 +246,7 @@ class Uninstall(PretendedMac):
 
     def test_an_absent_helper_is_no_failure_and_nothing_is_called_removed(self):
         for words in ((), ("--keep-state",), ("--client", "client")):
-            done = self.run_script("uninstall", *words)
-            self.assertEqual(done.returncode, 0, done.stderr)
+            done = self.succeed("uninstall", *words)
             self.assertEqual(done.stdout, "nothing to remove\n")
             self.assertEqual(self.changes(), [])
 
@@ -283,8 +283,7 @@ class Sign(PretendedMac):
     IDENTITY = "Developer ID Application: Somebody (ABCDE12345)"
 
     def test_helper_is_signed_hardened_stamped_and_by_name(self):
-        done = self.run_script("sign", self.IDENTITY, self.built)
-        self.assertEqual(done.returncode, 0, done.stderr)
+        self.succeed("sign", self.IDENTITY, self.built)
         self.assertEqual(self.calls("codesign --force"), [
             f"codesign --force --options runtime --timestamp --identifier {LABEL} "
             f"--sign {self.IDENTITY} /KorvelHelper"])
@@ -311,8 +310,7 @@ class Notarize(PretendedMac):
         self.app.mkdir()
 
     def test_submits_waits_and_staples(self):
-        done = self.run_script("notarize", "profile", self.app)
-        self.assertEqual(done.returncode, 0, done.stderr)
+        self.succeed("notarize", "profile", self.app)
         submitted, stapled = self.calls("xcrun")
         self.assertRegex(submitted, r"notarytool submit .*/Korvel\.app\.zip --keychain-profile profile "
                                     r"--wait$")
@@ -332,8 +330,7 @@ class Notarize(PretendedMac):
 class Help(PretendedMac):
     def test_every_script_tells_its_use(self):
         for name in ("sign", "notarize", "install", "uninstall"):
-            done = self.run_script(name, "--help")
-            self.assertEqual(done.returncode, 0)
+            done = self.succeed(name, "--help")
             self.assertTrue(done.stdout.startswith("usage: "), done.stdout)
             self.assertEqual(self.changes(), [])
 
