@@ -4,14 +4,14 @@
 
 namespace korvel {
 
-/// Owns one handle that `Owner` gave, and gives it back by `release` at the end of a scope. 0 is no
+/// Owns one handle that `Owner` gave, and gives it back by `Release` at the end of a scope. 0 is no
 /// handle.
-template <class Owner, class Handle, auto release>
+template <class Owner, class Handle, auto Release>
 class Scoped {
  public:
   explicit Scoped(Owner& from, Handle given = 0) : owner(from), handle(given) {}
   ~Scoped() {
-    if (handle != 0) (owner.*release)(handle);
+    if (handle != 0) (owner.*Release)(handle);
   }
   Scoped(const Scoped&) = delete;
   Scoped& operator=(const Scoped&) = delete;

@@ -110,7 +110,8 @@ std::expected<GivenValue, std::string> AllowedValues::read(std::string_view what
   if (std::ranges::find(words, word) != words.end()) return GivenValue{.word = word};
   if (!takesNumbers()) return std::unexpected(unknownWord(what, word, words));
   // strtod alone takes more than people write: spaces, exponents, hexadecimal digits, infinity.
-  const bool plain = word.find_first_not_of(whole ? "-0123456789" : "-.0123456789") == word.npos;
+  const bool plain =
+      word.find_first_not_of(whole ? "-0123456789" : "-.0123456789") == std::string::npos;
   char* end = nullptr;
   const double number = std::strtod(word.c_str(), &end);
   if (plain && !word.empty() && *end == '\0' && number >= low && number <= high)

@@ -47,7 +47,7 @@ constexpr std::size_t placesIn(std::string_view pattern) {
   return places;
 }
 
-template <EffectID id>
+template <EffectID Id>
 inline constexpr std::size_t placesOf = 2;
 #define EFFECT(id, kind, pattern) \
   template <>                     \
@@ -56,9 +56,9 @@ inline constexpr std::size_t placesOf = 2;
 #undef EFFECT
 
 /// Values are texts and whole numbers.
-template <EffectID id, class... Values>
+template <EffectID Id, class... Values>
 Effect effect(const Values&... values) {
-  static_assert(placesOf<id> == sizeof...(Values), "not the values that the pattern names");
+  static_assert(placesOf<Id> == sizeof...(Values), "not the values that the pattern names");
   [[maybe_unused]] const auto text = []<class Value>(const Value& value) {
     if constexpr (std::is_integral_v<Value>) {
       return std::to_string(value);
@@ -66,7 +66,7 @@ Effect effect(const Values&... values) {
       return std::string(value);
     }
   };
-  return {id, {text(values)...}};
+  return {Id, {text(values)...}};
 }
 
 }  // namespace virtualmac

@@ -36,9 +36,9 @@ class Journal {
   explicit Journal(std::function<double()> clock);
 
   void record(Effect effect);
-  template <EffectID id, class... Values>
+  template <EffectID Id, class... Values>
   void record(const Values&... values) {
-    record(effect<id>(values...));
+    record(effect<Id>(values...));
   }
   /// Something that nobody but a reader acts on.
   void record(std::string_view kind, std::string text);
