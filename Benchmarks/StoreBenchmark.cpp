@@ -26,7 +26,7 @@ class SilentHost final : public HelperHost {
   void fileReplaced(std::string_view) override {}
   std::optional<std::string> requirementError(std::string_view) override { return std::nullopt; }
   PeerVerdict judge(std::int32_t, std::string_view) override { return PeerVerdict::Satisfies; }
-  void journal(std::string_view, std::string_view) override {}
+  void journal(const Effect&) override {}
   std::optional<std::string> bundleExecutablePath() override { return std::nullopt; }
   korvel::PropertyValue bundleInfo(std::string_view) override { return {}; }
   MachineTime time() override { return {}; }
