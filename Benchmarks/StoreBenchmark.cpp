@@ -74,12 +74,13 @@ bool plainWrite(const std::string& directory, const std::string& file, const std
   if (mkdir(directory.c_str(), 0700) != 0) chmod(directory.c_str(), 0700);
   unlink(temporary.c_str());
   const int out = open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0600);
-  bool good = write(out, payload.data(), payload.size()) == static_cast<ssize_t>(payload.size());
-  good = fsync(out) == 0 && good;
+  bool good = out >= 0 &&
+              write(out, payload.data(), payload.size()) == static_cast<ssize_t>(payload.size());
+  good = good && fsync(out) == 0;
   close(out);
-  good = rename(temporary.c_str(), file.c_str()) == 0 && good;
+  good = good && rename(temporary.c_str(), file.c_str()) == 0;
   const int entry = open(directory.c_str(), O_RDONLY);
-  good = fsync(entry) == 0 && good;
+  good = good && entry >= 0 && fsync(entry) == 0;
   close(entry);
   std::array<char, 4096> back{};
   const int in = open(file.c_str(), O_RDONLY);

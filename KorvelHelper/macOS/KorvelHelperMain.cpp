@@ -13,22 +13,22 @@ Adapter& immortal(std::unique_ptr<Adapter> adapter) {
 }  // namespace
 
 int main() {
-  using namespace korvel::macos;
+  namespace macos = korvel::macos;
   korvel::Platform platform{
-      .smc = immortal(makeSMCUserClient()),
-      .registry = immortal(makeIORegistry()),
-      .powerSources = immortal(makePowerSources()),
-      .assertions = immortal(makePowerAssertions()),
-      .powerSettings = immortal(makePowerSettings()),
-      .rootDomain = immortal(makeRootPowerDomain()),
-      .smartCharge = immortal(makeSmartChargeRuntime()),
-      .files = immortal(makeFileSystem()),
-      .dispatch = immortal(makeDispatch()),
-      .clock = immortal(makeWallClock()),
-      .log = immortal(makeUnifiedLog()),
-      .codeSigning = immortal(makeCodeSigning()),
-      .xpc = immortal(makeXPCService()),
-      .process = immortal(makeProcess()),
+      .smc = immortal(macos::makeSMCUserClient()),
+      .registry = immortal(macos::makeIORegistry()),
+      .powerSources = immortal(macos::makePowerSources()),
+      .assertions = immortal(macos::makePowerAssertions()),
+      .powerSettings = immortal(macos::makePowerSettings()),
+      .rootDomain = immortal(macos::makeRootPowerDomain()),
+      .smartCharge = immortal(macos::makeSmartChargeRuntime()),
+      .files = immortal(macos::makeFileSystem()),
+      .dispatch = immortal(macos::makeDispatch()),
+      .clock = immortal(macos::makeWallClock()),
+      .log = immortal(macos::makeUnifiedLog()),
+      .codeSigning = immortal(macos::makeCodeSigning()),
+      .xpc = immortal(macos::makeXPCService()),
+      .process = immortal(macos::makeProcess()),
   };
   return korvel::runHelper(platform);
 }

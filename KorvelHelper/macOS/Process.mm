@@ -19,6 +19,8 @@ class SystemProcess final : public Process {
  public:
   std::int32_t getpid() override { return ::getpid(); }
 
+  // Other threads may still be at work: nothing that they use is destroyed at exit.
+  // NOLINTNEXTLINE(concurrency-mt-unsafe)
   [[noreturn]] void exit(int status) override { std::exit(status); }
 
   std::optional<std::string> bundleExecutablePath() override {

@@ -11,7 +11,8 @@ namespace korvel::macos {
 namespace {
 
 /// The handler as a block with a pool of its own. The connection keeps the block until it is
-/// invalidated, and drops it then.
+/// invalidated, and drops it then. Taken by value, because a block keeps a reference as it is.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 dispatch_block_t handlerBlock(std::function<void()> handler) {
   return ^{
     @autoreleasepool {
