@@ -51,6 +51,7 @@ TEST_F(SteadyTickTest, InsideTheBandAndOnBatteryItOnlyTakesItsReadings) {
 
 /// KORVEL_TICKS asks for another number of them.
 std::uint64_t ticksToWatch() {
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody changes the environment
   const char* asked = std::getenv("KORVEL_TICKS");
   return asked == nullptr ? 100'000 : std::strtoull(asked, nullptr, 10);
 }

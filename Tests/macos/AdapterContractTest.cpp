@@ -1,9 +1,9 @@
 #include <CoreFoundation/CoreFoundation.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <csignal>
 
 #include "Platform/Dispatch.h"
 #include "Tests/seam/contract/SeamContract.h"

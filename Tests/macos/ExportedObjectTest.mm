@@ -65,6 +65,12 @@ namespace {
 
 /// Connects a real client and a real server in one process, without launchd.
 class ExportedObjectTest : public testing::Test {
+ public:
+  ~ExportedObjectTest() override {
+    [connection invalidate];
+    [listener invalidate];
+  }
+
  protected:
   ExportedObjectTest() {
     server.exported = [[KorvelExportedObject alloc] initWithCore:core];
@@ -74,10 +80,6 @@ class ExportedObjectTest : public testing::Test {
     connection.remoteObjectInterface =
         [NSXPCInterface interfaceWithProtocol:@protocol(KorvelHelperProtocol)];
     [connection resume];
-  }
-  ~ExportedObjectTest() override {
-    [connection invalidate];
-    [listener invalidate];
   }
 
   /// Returns a proxy whose calls return only after their reply.
