@@ -35,8 +35,10 @@ TEST(BoundsTest, ANumberOutOfRangeIsToldWithItsByte) {
 }
 
 class TextFileTest : public testing::Test {
- protected:
+ public:
   ~TextFileTest() override { std::filesystem::remove(path); }
+
+ protected:
   void write(std::size_t size) const {
     std::ofstream(path, std::ios::binary) << std::string(size, ' ');
   }
