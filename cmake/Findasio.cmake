@@ -12,6 +12,10 @@ if(NOT TARGET asio::asio)
   endif()
 endif()
 if(TARGET asio::asio)
+  # Else Asio's own allocation depends on the headers that come before it in a source, and one source
+  # would free what another allocated in another way.
+  set_target_properties(asio::asio PROPERTIES
+    INTERFACE_COMPILE_DEFINITIONS ASIO_DISABLE_STD_ALIGNED_ALLOC)
   set(asio_TARGET asio::asio)
 endif()
 include(FindPackageHandleStandardArgs)
