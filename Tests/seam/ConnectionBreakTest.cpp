@@ -23,7 +23,7 @@ struct ConnectionBreakTest : testing::Test {
 
 TEST_F(ConnectionBreakTest, ABreakAtTheHandlerRunsItOnTheConnectionsThreadBeforeItIsResumed) {
   helper.notesSteps = true;
-  std::string_view thread;
+  std::string thread;
   helper.onInvalidated = [&] { thread = world.scheduler().current().name(); };
   world.machine().connectionsBreak = ConnectionBreak::AtHandler;
   const auto app = world.connectApp();
