@@ -103,7 +103,8 @@ class Parser {
   }
 
   Test parseList(std::string_view joiner, bool oneSuffices, Test (Parser::*parsePart)()) {
-    std::vector<Test> parts{(this->*parsePart)()};
+    std::vector<Test> parts;
+    parts.push_back((this->*parsePart)());
     while (!error && acceptWord(joiner)) parts.push_back((this->*parsePart)());
     if (error) return nullptr;
     if (parts.size() == 1) return std::move(parts.front());

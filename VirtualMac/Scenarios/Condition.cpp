@@ -34,7 +34,7 @@ struct Subject {
 
 /// A term that looks something up whenever it is judged or worded.
 template <class Look, class Test, class Tell>
-Term about(Look look, Test test, Tell tell) {
+Term about(const Look& look, const Test& test, const Tell& tell) {
   Term term;
   term.holds = [=](const Facts& facts) { return test(look(facts)); };
   term.actual = [=](const Facts& facts) { return std::string(tell(look(facts))); };

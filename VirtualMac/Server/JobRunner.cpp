@@ -70,10 +70,12 @@ std::optional<std::string> JobRunner::listen() {
 }
 
 void JobRunner::unload(std::function<void()> done) {
-  const bool waits = running.has_value();
-  if (waits) unloaded.push_back(std::move(done));
+  if (!running) {
+    machine.launchd.unload();
+    return done();
+  }
+  unloaded.push_back(std::move(done));
   machine.launchd.unload();
-  if (!waits) done();
 }
 
 void JobRunner::end() {
