@@ -199,7 +199,10 @@ void ResidentMemory(benchmark::State& state) {
     state.SkipWithError("no answer");
     return;
   }
-  app->stayConnected(2);
+  if (!app->stayConnected(2)) {
+    state.SkipWithError("the helper went away");
+    return;
+  }
   const auto pid = static_cast<pid_t>(*std::get<korvel::PropertyValue>(answer.front()).integer());
   for (auto _ : state) benchmark::DoNotOptimize(memoryKiB(pid, "VmRSS"));
   state.counters["helperKiB"] = memoryKiB(pid, "VmRSS");
