@@ -16,6 +16,7 @@ namespace virtualmac {
 namespace {
 
 constexpr double answerSeconds = 10;
+constexpr int answerGraces = 10;  // Patience with a busy computer: the answer ends it.
 constexpr double secondsAfterFailure = 2;
 constexpr std::size_t linesAroundFailure = 16;
 constexpr double endless = std::numeric_limits<double>::infinity();
@@ -157,8 +158,10 @@ class ScenarioRun {
       return fail(line, fmt::format("\"{}\" cannot be done: {}", action.text(), trouble.what()));
     }
     if (action.isRequest() && reply.kind) {
-      stage.runUntil(stage.now() + answerSeconds + stage.graceSeconds(),
-                     [&] { return judgeWatches(false) || answer->has_value(); });
+      const auto heard = [&] { return judgeWatches(false) || answer->has_value(); };
+      stage.runUntil(stage.now() + answerSeconds, heard);
+      for (int grace = 0; grace < answerGraces && !isOver() && !answer->has_value(); ++grace)
+        stage.runUntil(stage.now() + stage.graceSeconds(), heard);
       if (!failure) judgeReply(told, reply, *answer);
     }
     if (!failure) stage.runUntil(stage.now(), [this] { return judgeWatches(false); });
