@@ -186,7 +186,7 @@ TEST_F(StatusTest, AWatcherIsToldEveryChange) {
   });
   const auto does = [this](const std::vector<std::string>& words) {
     ASSERT_EQ(mac->app(words).status, 0);
-    pauseFor(0.2);
+    pauseFor(0.4);  // Time for the watcher to look, on a busy computer too.
   };
   pauseFor(0.5);
   does({"clear-limit"});
