@@ -86,9 +86,9 @@ TEST(AdmissionByPidTest, TheAuditLineNamesTheCaller) {
   const Mac mac;
   RawClient client(mac);
   ASSERT_TRUE(succeeded(client.setChargeLimit(75)));
-  EXPECT_EQ(mac.journalCount("setChargeLimit(75) pid=" + std::to_string(::getpid()) +
-                             " signingID=com.korvel.app team=ABCDE12345 cdHash="),
-            1U);
+  const std::string line = "setChargeLimit(75) pid=" + std::to_string(::getpid()) +
+                           " signingID=com.korvel.app team=ABCDE12345 cdHash=";
+  EXPECT_EQ(mac.journalCount(line, 1), 1U);
 }
 
 namespace {
@@ -109,7 +109,7 @@ TEST_P(OwnSignatureTest, AHelperWithoutATeamRefusesEverybodyAndKeepsRunning) {
   ASSERT_TRUE(pid);
   EXPECT_EQ(mac.app({"set-limit", "50"}).status, 1);
   EXPECT_EQ(mac.helper(), pid);
-  EXPECT_EQ(mac.journalCount("team=\""), 1U);  // The start line names an empty team.
+  EXPECT_EQ(mac.journalCount("team=\"", 1), 1U);  // The start line names an empty team.
   EXPECT_TRUE(mac.becomes([&](const auto&) {
     return mac.journalCount(
                "Listener fault \"Release build with unreadable Team ID — refusing "

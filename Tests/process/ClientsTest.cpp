@@ -68,7 +68,7 @@ TEST(ClientsTest, SixtyFourClientsAtOnceAreAllServedAndAllCounted) {
     }
   }
   EXPECT_EQ(clients.front()->getState().value().at("chargeLimit"), 20 + rounds);
-  EXPECT_EQ(mac.journalCount("client connected (count=64)"), 1U);
+  EXPECT_EQ(mac.journalCount("client connected (count=64)", 1), 1U);
   EXPECT_EQ(mac.status().at("helperStarts"), 1);
   auto journal = mac.follow();
   clients.clear();
@@ -98,9 +98,9 @@ TEST_P(BrokenAcceptanceTest, IsCountedInAndThenOut) {
   ASSERT_TRUE(journal.waitFor("client connected (count=1)"));
   const auto gone = journal.waitFor("client disconnected (count=0)");
   ASSERT_TRUE(gone);
-  EXPECT_EQ(mac.journalCount("cut off: the connection broke"), 1U);
-  EXPECT_EQ(mac.journalCount("connection invalidated"), 2U);
-  EXPECT_EQ(mac.journalCount("accepted XPC connection"), 2U);
+  EXPECT_EQ(mac.journalCount("cut off: the connection broke", 1), 1U);
+  EXPECT_EQ(mac.journalCount("connection invalidated", 2), 2U);
+  EXPECT_EQ(mac.journalCount("accepted XPC connection", 2), 2U);
   const auto released = journal.waitFor("all clients gone — suspending enforcement");
   ASSERT_TRUE(released);
   EXPECT_GE(released->time - gone->time, 29.9);
@@ -125,7 +125,7 @@ TEST(ClientsTest, ClientsThatLeaveAsTheyComeAreEachCountedInAndOut) {
     ASSERT_LE(out, in);
   }
   EXPECT_EQ(in, count);
-  EXPECT_EQ(mac.journalCount("accepted XPC connection"), count);
+  EXPECT_EQ(mac.journalCount("accepted XPC connection", count), count);
   RawClient last(mac);
   ASSERT_TRUE(last.call("pingWithReply:"));
   EXPECT_TRUE(journal.waitFor("client connected (count=1)"));

@@ -57,7 +57,7 @@ class FilesTest : public testing::Test {
 
 TEST_F(FilesTest, AFirstRunMakesAPrivateDirectoryAndFile) {
   expectServiceAndSave();
-  EXPECT_EQ(mac.journalCount("state.json missing — first run"), 1U);
+  EXPECT_EQ(mac.journalCount("state.json missing — first run", 1), 1U);
 }
 
 TEST_F(FilesTest, AnOpenDirectoryIsTightened) {
@@ -76,7 +76,7 @@ TEST_F(FilesTest, GarbageReadsAsTheEmptyStateAndIsReplaced) {
   makeDirectory();
   writeFile(mac.stateFile(), "not JSON at all");
   expectServiceAndSave();
-  EXPECT_EQ(mac.journalCount("Persistence fault \"state.json corrupt — "), 1U);
+  EXPECT_EQ(mac.journalCount("Persistence fault \"state.json corrupt — ", 1), 1U);
 }
 
 TEST_F(FilesTest, AHugeFileReadsAsCorrupt) {
@@ -84,7 +84,7 @@ TEST_F(FilesTest, AHugeFileReadsAsCorrupt) {
   writeFile(mac.stateFile(), "");
   fs::resize_file(mac.stateFile(), std::uintmax_t{1} << 34U);
   expectServiceAndSave();
-  EXPECT_EQ(mac.journalCount("state.json corrupt"), 1U);
+  EXPECT_EQ(mac.journalCount("state.json corrupt", 1), 1U);
 }
 
 // The link is replaced; its target is not touched.
@@ -121,7 +121,7 @@ TEST_F(FilesTest, ADirectoryInTheFilesPlaceIsReportedAndServedWithout) {
     EXPECT_TRUE(client.setChargeLimit(60));
     EXPECT_TRUE(client.call("pingWithReply:"));
   }
-  EXPECT_GE(mac.journalCount("persistence.write failed: atomic rename failed: "), 1U);
+  EXPECT_GE(mac.journalCount("persistence.write failed: atomic rename failed: ", 1), 1U);
   EXPECT_TRUE(fs::is_directory(mac.stateFile() + "/full"));
   EXPECT_FALSE(fs::exists(mac.stateFile() + ".tmp"));
 }
@@ -130,14 +130,14 @@ TEST_F(FilesTest, ADirectoryInTheTemporaryFilesPlaceIsReportedAndServedWithout) 
   makeDirectory();
   fs::create_directories(mac.stateFile() + ".tmp/full");
   expectService();
-  EXPECT_GE(mac.journalCount("persistence.write failed: write failed: "), 1U);
+  EXPECT_GE(mac.journalCount("persistence.write failed: write failed: ", 1), 1U);
   EXPECT_FALSE(fs::exists(mac.stateFile()));
 }
 
 TEST_F(FilesTest, AFileInTheDirectorysPlaceIsReportedAndServedWithout) {
   writeFile(mac.stateDirectory(), "in the way");
   expectService();
-  EXPECT_GE(mac.journalCount("persistence.write failed: "), 1U);
+  EXPECT_GE(mac.journalCount("persistence.write failed: ", 1), 1U);
   EXPECT_EQ(readFile(mac.stateDirectory()), "in the way");
 }
 
@@ -145,7 +145,7 @@ TEST_F(FilesTest, AMissingParentIsReportedAndServedWithout) {
   expectService();
   fs::remove_all(mac.supportDirectory());
   expectService();
-  EXPECT_GE(mac.journalCount("persistence.write failed: mkdir failed: "), 1U);
+  EXPECT_GE(mac.journalCount("persistence.write failed: mkdir failed: ", 1), 1U);
 }
 
 // The machine's fault fails the call before it reaches the real file.
@@ -154,7 +154,7 @@ TEST_F(FilesTest, AFullDiskIsReportedAndTheOldFileStays) {
   mac.tell({"fault", "disk-full", "on"});
   RawClient client(mac);
   EXPECT_TRUE(client.setChargeLimit(90));
-  EXPECT_GE(mac.journalCount("persistence.write failed: write failed: "), 1U);
+  EXPECT_GE(mac.journalCount("persistence.write failed: write failed: ", 1), 1U);
   EXPECT_EQ(mac.state().value("chargeLimit", 0), 60);
   mac.tell({"fault", "disk-full", "off"});
   EXPECT_TRUE(succeeded(client.setChargeLimit(70)));

@@ -21,9 +21,8 @@ TEST(LifeTest, TheFirstConnectionIsAnsweredByTheHelperOfTheBoot) {
   const auto pid = mac.helper();
   ASSERT_TRUE(pid);
   EXPECT_EQ(nlohmann::json::parse(ping.out).at("pid"), *pid);
-  EXPECT_EQ(
-      mac.journalCount("KorvelHelper starting pid=" + std::to_string(*pid) + " team=ABCDE12345"),
-      1U);
+  const std::string line = "KorvelHelper starting pid=" + std::to_string(*pid) + " team=ABCDE12345";
+  EXPECT_EQ(mac.journalCount(line, 1), 1U);
 }
 
 TEST(LifeTest, TheSameHelperServesTheNextClient) {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -98,11 +99,15 @@ std::vector<JournalLine> Mac::journal() const {
   return lines;
 }
 
-std::size_t Mac::journalCount(const std::string& text) const {
-  std::size_t count = 0;
-  for (const JournalLine& line : journal())
-    if (line.text.find(text) != std::string::npos) ++count;
-  return count;
+std::size_t Mac::journalCount(const std::string& text, std::size_t awaited) const {
+  const auto count = [&] {
+    const std::vector<JournalLine> lines = journal();
+    return static_cast<std::size_t>(std::ranges::count_if(
+        lines, [&](const JournalLine& line) { return line.text.contains(text); }));
+  };
+  const double deadline = clockNow() + 20;
+  while (count() < awaited && clockNow() < deadline) pauseFor(0.01);
+  return count();
 }
 
 json Mac::state() const { return json::parse(readFile(stateFile()), nullptr, false); }

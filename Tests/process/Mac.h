@@ -51,7 +51,9 @@ class Mac {
   [[nodiscard]] std::optional<pid_t> helper() const;
   /// Returns every line of the journal so far.
   [[nodiscard]] std::vector<JournalLine> journal() const;
-  [[nodiscard]] std::size_t journalCount(const std::string& text) const;
+  /// Counts the journal's lines with this text, once there are `awaited` of them or 20 s have
+  /// passed: what a helper logs reaches the journal on a way of its own, often after its reply.
+  [[nodiscard]] std::size_t journalCount(const std::string& text, std::size_t awaited = 0) const;
   [[nodiscard]] JournalFollower follow() const { return JournalFollower(controlPath()); }
   /// Reads the state file as JSON; discarded when it is not valid JSON.
   [[nodiscard]] nlohmann::json state() const;

@@ -109,7 +109,8 @@ TEST(PowerLossTest, TheNextHelperPutsRightWhatThePowerLossLeft) {
   ASSERT_TRUE(journal.waitFor("started"));
   ASSERT_TRUE(journal.waitFor("crash-recovery: clearing stuck discharge keys"));
   ASSERT_TRUE(journal.waitFor("CHIE <- 00"));
-  EXPECT_EQ(mac.journalCount("CHIE <- 00"), clearings + 1) << "nobody cleared it before";
+  EXPECT_EQ(mac.journalCount("CHIE <- 00", clearings + 1), clearings + 1)
+      << "nobody cleared it before";
   EXPECT_EQ(mac.status().at("assertions").size(), 0U);
   EXPECT_TRUE(client->isCutOff());
   client = std::make_unique<RawClient>(mac);

@@ -59,8 +59,8 @@ class QuitTest : public testing::Test, protected Holding {};
 TEST_P(SignalsTest, EndsWithStatusZeroAndChargingRestored) {
   const double seconds = secondsToExit([this] { send(GetParam().number); });
   EXPECT_LT(seconds, endBound);
-  EXPECT_EQ(mac.journalCount(GetParam().line), 1U);
-  EXPECT_EQ(mac.journalCount("shutdownGracefully — restoring SMC before exit"), 1U);
+  EXPECT_EQ(mac.journalCount(GetParam().line, 1), 1U);
+  EXPECT_EQ(mac.journalCount("shutdownGracefully — restoring SMC before exit", 1), 1U);
   EXPECT_EQ(mac.status().at("chargingInhibited"), false);
   EXPECT_EQ(mac.state().at("chargeLimit"), 50);
   EXPECT_TRUE(client.isCutOff());
@@ -84,7 +84,7 @@ TEST_P(SignalsTest, ASecondSignalDuringTheEndChangesNothing) {
     for (const int again : {SIGTERM, SIGINT, SIGABRT}) send(again);
   });
   EXPECT_GE(seconds, 0.45);
-  EXPECT_EQ(mac.journalCount("shutdownGracefully — restoring SMC before exit"), 1U);
+  EXPECT_EQ(mac.journalCount("shutdownGracefully — restoring SMC before exit", 1), 1U);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -99,7 +99,7 @@ TEST_F(QuitTest, EndsWithStatusZeroAndTheClientSeesItsConnectionEnd) {
   const double seconds = secondsToExit([this] { quit(); });
   EXPECT_LT(seconds, endBound);
   EXPECT_FALSE(client.receive(1)) << "quit has no reply";
-  EXPECT_EQ(mac.journalCount("quit() received pid=" + std::to_string(pid)), 1U);
+  EXPECT_EQ(mac.journalCount("quit() received pid=" + std::to_string(pid), 1), 1U);
   EXPECT_EQ(mac.status().at("chargingInhibited"), false);
 }
 
@@ -121,7 +121,7 @@ TEST_F(QuitTest, TheNextStartClearsADischargeThatAHungEndLeft) {
   mac.tell({"speed", "20"});
   ASSERT_EQ(mac.app({"ping"}).status, 0);
   EXPECT_TRUE(mac.becomes([](const auto& status) { return !status.at("inflowInhibited"); }));
-  EXPECT_EQ(mac.journalCount("crash-recovery: clearing stuck discharge keys"), 1U);
+  EXPECT_EQ(mac.journalCount("crash-recovery: clearing stuck discharge keys", 1), 1U);
 }
 
 }  // namespace processtests

@@ -6,6 +6,7 @@
 #include <optional>
 
 #include "Tests/process/Mac.h"
+#include "Tests/process/RawClient.h"
 
 namespace processtests {
 
@@ -24,6 +25,13 @@ class StatusTest : public testing::Test {
     application.emplace("korvel-app", std::vector<std::string>{"--root", mac->root(), "watch"});
     mac->tell({"set", "battery", "85"});
     ASSERT_EQ(mac->app({"set-limit", "80"}).status, 0);
+  }
+
+  /// Waits until the helper has counted so many connections: what one arms comes late, otherwise
+  /// even after the answer to its first request.
+  void expectConnects(int count) {
+    EXPECT_TRUE(mac->becomes(
+        [count](const auto& status) { return status.at("enforcement").at("connects") == count; }));
   }
 
   void expectStatus(const std::vector<std::string>& words) { expectSoon({"status"}, true, words); }
@@ -150,10 +158,12 @@ TEST_F(StatusTest, AskingWaitsUntilTheHelperHasCountedTheConnection) {
 
 TEST_F(StatusTest, ChargingThatWasHandedBackIsTold) {
   begin();
-  ASSERT_EQ(mac->app({"set-limit", "100"}).status, 0);
+  RawClient client(*mac);
+  expectConnects(3);
+  ASSERT_TRUE(succeeded(client.setChargeLimit(100)));
   expectMachine("enforcement    nothing: the limit is 100 %\n");
-  ASSERT_EQ(mac->app({"set-limit", "80"}).status, 0);
-  ASSERT_EQ(mac->app({"clear-limit"}).status, 0);
+  ASSERT_TRUE(succeeded(client.setChargeLimit(80)));
+  ASSERT_TRUE(succeeded(client.call("clearChargeLimitWithReply:")));
   expectMachine("enforcement    nothing: the limit was cleared\n");
   const std::string said = mac->app({"status"}).out;
   EXPECT_EQ(
@@ -161,9 +171,9 @@ TEST_F(StatusTest, ChargingThatWasHandedBackIsTold) {
                 "cleared.\n"),
       0U)
       << said;
-  ASSERT_EQ(mac->app({"reset"}).status, 0);
+  ASSERT_TRUE(succeeded(client.call("resetAllSMCKeysWithReply:")));
   expectMachine("enforcement    nothing: everything was reset\n");
-  ASSERT_EQ(mac->app({"set-limit", "100"}).status, 0);
+  ASSERT_TRUE(succeeded(client.setChargeLimit(100)));
   expectStatus({"enforced       nothing: the limit is 100 %, charging is left to macOS\n"});
 }
 
@@ -181,20 +191,23 @@ TEST_F(StatusTest, ALimitThatIsOutOfRangeIsTold) {
 // A watcher is connected already, so its own questions change nothing.
 TEST_F(StatusTest, AWatcherIsToldEveryChange) {
   begin();
+  RawClient client(*mac);
+  expectConnects(3);
   auto watching = std::async(std::launch::async, [this] {
     return run("korvel-app", {"--root", mac->root(), "watch", "--every", "0.02", "--for", "8"});
   });
-  const auto does = [this](const std::vector<std::string>& words) {
-    ASSERT_EQ(mac->app(words).status, 0);
+  const auto lasts = [](const std::optional<RawReply>& reply) {
+    ASSERT_TRUE(succeeded(reply));
     pauseFor(0.4);  // Time for the watcher to look, on a busy computer too.
   };
-  pauseFor(0.5);
-  does({"clear-limit"});
-  does({"set-limit", "80"});
-  does({"top-off"});
-  does({"cancel-top-off"});
-  does({"reset"});
-  does({"set-limit", "100"});
+  expectConnects(4);
+  pauseFor(0.4);
+  lasts(client.call("clearChargeLimitWithReply:"));
+  lasts(client.setChargeLimit(80));
+  lasts(client.call("releaseLimitUntilFullThenRestoreWithReply:"));
+  lasts(client.call("cancelTopUpWithReply:"));
+  lasts(client.call("resetAllSMCKeysWithReply:"));
+  lasts(client.setChargeLimit(100));
   const std::string said = watching.get().out;
   std::size_t at = 0;
   for (const char* words :
