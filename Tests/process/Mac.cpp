@@ -106,8 +106,12 @@ std::size_t Mac::journalCount(const std::string& text, std::size_t awaited) cons
         lines, [&](const JournalLine& line) { return line.text.contains(text); }));
   };
   const double deadline = clockNow() + 20;
-  while (count() < awaited && clockNow() < deadline) pauseFor(0.01);
-  return count();
+  std::size_t counted = count();
+  while (counted < awaited && clockNow() < deadline) {
+    pauseFor(0.01);
+    counted = count();
+  }
+  return counted;
 }
 
 json Mac::state() const { return json::parse(readFile(stateFile()), nullptr, false); }

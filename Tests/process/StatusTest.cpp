@@ -27,8 +27,8 @@ class StatusTest : public testing::Test {
     ASSERT_EQ(mac->app({"set-limit", "80"}).status, 0);
   }
 
-  /// Waits until the helper has counted so many connections: what one arms comes late, otherwise
-  /// even after the answer to its first request.
+  /// Waits until the helper has counted so many connections. A connection arms the limit when it is
+  /// counted, which can be after its first request was answered.
   void expectConnects(int count) {
     EXPECT_TRUE(mac->becomes(
         [count](const auto& status) { return status.at("enforcement").at("connects") == count; }));
@@ -196,18 +196,18 @@ TEST_F(StatusTest, AWatcherIsToldEveryChange) {
   auto watching = std::async(std::launch::async, [this] {
     return run("korvel-app", {"--root", mac->root(), "watch", "--every", "0.02", "--for", "8"});
   });
-  const auto lasts = [](const std::optional<RawReply>& reply) {
+  const auto expectDone = [](const std::optional<RawReply>& reply) {
     ASSERT_TRUE(succeeded(reply));
     pauseFor(0.4);  // Time for the watcher to look, on a busy computer too.
   };
   expectConnects(4);
   pauseFor(0.4);
-  lasts(client.call("clearChargeLimitWithReply:"));
-  lasts(client.setChargeLimit(80));
-  lasts(client.call("releaseLimitUntilFullThenRestoreWithReply:"));
-  lasts(client.call("cancelTopUpWithReply:"));
-  lasts(client.call("resetAllSMCKeysWithReply:"));
-  lasts(client.setChargeLimit(100));
+  expectDone(client.call("clearChargeLimitWithReply:"));
+  expectDone(client.setChargeLimit(80));
+  expectDone(client.call("releaseLimitUntilFullThenRestoreWithReply:"));
+  expectDone(client.call("cancelTopUpWithReply:"));
+  expectDone(client.call("resetAllSMCKeysWithReply:"));
+  expectDone(client.setChargeLimit(100));
   const std::string said = watching.get().out;
   std::size_t at = 0;
   for (const char* words :
