@@ -158,4 +158,8 @@ korvel::Platform& RemotePlatform::platform() { return parts->platform; }
 
 ProcessDispatch& RemotePlatform::dispatch() { return parts->dispatch; }
 
+MachineClock& RemotePlatform::clock() { return parts->clock; }
+
+HelperHost& RemotePlatform::host() { return parts->host; }
+
 }  // namespace virtualmac

@@ -7,6 +7,8 @@
 
 namespace virtualmac {
 
+class HelperHost;
+class MachineClock;
 class ProcessDispatch;
 
 /// launchd gives these to a helper that it starts.
@@ -35,6 +37,9 @@ class RemotePlatform {
   [[nodiscard]] korvel::Platform& platform();
   /// The platform's queues and main loop, for an owner that posts to that loop or ends it.
   [[nodiscard]] ProcessDispatch& dispatch();
+  /// The machine's time and its word on files, for an owner that makes timers and file calls itself.
+  [[nodiscard]] MachineClock& clock();
+  [[nodiscard]] HelperHost& host();
 
  private:
   struct Parts;

@@ -1,0 +1,19 @@
+#include "TinMac/Glue/Launch.h"
+#include "VirtualMac/Tools/LaunchArguments.h"
+
+/// Runs the Mac's own helper as a program of a virtual Mac. It is started by that Mac's launchd,
+/// under an emulator of the Mac's processor.
+int main(int argc, char** argv) {
+  CLI::App arguments("Runs a Mac's arm64 program on Linux, as the helper of a virtual Mac.",
+                     "tin-mac");
+  tinmac::Launch launch;
+  arguments.add_option("frameworks", launch.frameworks, "The stand-ins for Apple's frameworks")
+      ->required()
+      ->check(CLI::ExistingFile);
+  arguments.add_option("program", launch.program, "The Mac's program")
+      ->required()
+      ->check(CLI::ExistingFile);
+  virtualmac::addLaunchOptions(arguments, launch.options);
+  if (const auto status = virtualmac::statusOfArguments(arguments, argc, argv)) return *status;
+  return tinmac::run(launch);
+}
