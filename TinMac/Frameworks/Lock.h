@@ -5,12 +5,12 @@
 namespace tinmac {
 
 /// Holds a lock for a scope.
-class Holding {
+class Locked {
  public:
-  explicit Holding(os_unfair_lock& taken) : lock(taken) { os_unfair_lock_lock(&lock); }
-  Holding(const Holding&) = delete;
-  Holding& operator=(const Holding&) = delete;
-  ~Holding() { os_unfair_lock_unlock(&lock); }
+  explicit Locked(os_unfair_lock& taken) : lock(taken) { os_unfair_lock_lock(&lock); }
+  Locked(const Locked&) = delete;
+  Locked& operator=(const Locked&) = delete;
+  ~Locked() { os_unfair_lock_unlock(&lock); }
 
  private:
   os_unfair_lock& lock;

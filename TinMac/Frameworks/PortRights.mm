@@ -17,13 +17,13 @@ class Rights {
   explicit Rights(const char* bookName) : book(bookName) {}
 
   void hold(mach_port_t name) {
-    const Holding holding(lock);
+    const Locked locked(lock);
     ++counts[name];
     tinBooksCount(book, 1);
   }
   /// False: there was none.
   bool drop(mach_port_t name) {
-    const Holding holding(lock);
+    const Locked locked(lock);
     const auto found = counts.find(name);
     if (found == counts.end()) return false;
     if (--found->second == 0) counts.erase(found);
@@ -31,7 +31,7 @@ class Rights {
     return true;
   }
   bool holds(mach_port_t name) {
-    const Holding holding(lock);
+    const Locked locked(lock);
     return counts.contains(name);
   }
 
