@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
+#include <expected>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
@@ -29,6 +30,7 @@ struct Choices {
   bool foreground = false;
   bool verbose = false;
   std::string helper;
+  bool tin = false;
   std::vector<std::string> words;  ///< The arguments of a forwarded command.
   JournalQuery query;
 };
@@ -43,14 +45,28 @@ std::string programBeside(const char* name) {
   return self.empty() ? name : (self.parent_path() / name).string();
 }
 
+/// The helper's program, or why it cannot be started.
+std::expected<std::string, std::string> helperProgram(const Choices& choices) {
+  if (!choices.helper.empty()) return choices.helper;
+  if (!choices.tin) return programBeside("KorvelHelper");
+  std::string program = programBeside("../../tin/bin/KorvelHelper");
+  if (std::filesystem::exists(program)) return program;
+  return std::unexpected(
+      "the Mac's own program is not ready to be run here; script/tin-mac builds "
+      "what it needs (there is no " +
+      program + ")");
+}
+
 int up(const Choices& choices) {
+  auto helper = helperProgram(choices);
+  if (!helper) return complain(choices, helper.error(), exitFailed);
   auto profile = loadProfile(choices.profile);
   if (!profile) return complain(choices, profile.error(), exitUsage);
   MachineOptions options;
   options.profile = *std::move(profile);
   options.speed = choices.speed;
   options.root = RootDirectory::at(choices.root);
-  options.helperProgram = choices.helper.empty() ? programBeside("KorvelHelper") : choices.helper;
+  options.helperProgram = *std::move(helper);
   options.verboseHelper = choices.verbose;
   const auto made = options.root.make();
   if (!made) return complain(choices, made.error(), exitFailed);
@@ -131,7 +147,10 @@ void addUp(CLI::App& program, Choices& choices, std::function<int()>& chosen) {
       ->check(numberBetween(0.01, 10000));
   command->add_flag("--foreground", choices.foreground, "Stay in the foreground");
   command->add_flag("--verbose", choices.verbose, "The helper logs to helper.stderr too");
-  command->add_option("--helper", choices.helper, "The helper's program")->check(CLI::ExistingFile);
+  CLI::Option* helper = command->add_option("--helper", choices.helper, "The helper's program")
+                            ->check(CLI::ExistingFile);
+  command->add_flag("--tin", choices.tin, "The helper is the Mac's own program, emulated")
+      ->excludes(helper);
   command->callback([&] { chosen = [&] { return up(choices); }; });
 }
 
