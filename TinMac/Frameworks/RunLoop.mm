@@ -17,8 +17,7 @@
 @implementation TinRunLoopSource
 @end
 
-TIN_EXPORT const CFRunLoopMode kCFRunLoopDefaultMode =
-    (CFStringRef)tinmac::makeString("kCFRunLoopDefaultMode");
+TIN_EXPORT const CFRunLoopMode kCFRunLoopDefaultMode = CFSTR("kCFRunLoopDefaultMode");
 
 namespace tinmac {
 

@@ -20,7 +20,7 @@ using namespace tinmac;
 }
 @end
 
-TIN_EXPORT const CFStringRef kSecGuestAttributePid = (CFStringRef)makeString("pid");
+TIN_EXPORT const CFStringRef kSecGuestAttributePid = CFSTR("pid");
 
 namespace {
 
