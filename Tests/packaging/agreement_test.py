@@ -90,6 +90,20 @@ class Jobs(unittest.TestCase):
             self.assertEqual(job(form).keys() & {"EnableTransactions", "EnablePressuredExit",
                                                  "ExitTimeOut", "UserName"}, set())
 
+    def test_nothing_throttles_the_helper_while_sleep_or_its_end_waits_for_it(self):
+        for form in ("bundle", "system"):
+            self.assertEqual(job(form)["ProcessType"], "Interactive")
+            self.assertEqual(job(form).keys() & {"LowPriorityIO", "LowPriorityBackgroundIO", "Nice",
+                                                 "SoftResourceLimits", "HardResourceLimits"}, set())
+
+    def test_the_forms_differ_in_the_program_only(self):
+        self.assertEqual({path.parent.name for path in (ROOT / "Packaging").rglob("*.plist")},
+                         {"bundle", "system"})
+        bundle, system = ({key: value for key, value in job(form).items()
+                           if key not in ("BundleProgram", "ProgramArguments")}
+                          for form in ("bundle", "system"))
+        self.assertEqual(bundle, system)
+
     def test_each_form_names_its_program(self):
         self.assertEqual(job("bundle")["BundleProgram"], "Contents/MacOS/KorvelHelper")
         self.assertNotIn("ProgramArguments", job("bundle"))
