@@ -6,6 +6,8 @@
 label=com.korvel.app.helper
 # shellcheck disable=SC2034
 appIdentifier=com.korvel.app
+# shellcheck disable=SC2034
+helperInBundle=Contents/MacOS/KorvelHelper
 packaging=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 
 # A test sets this to install below a directory of its own; otherwise it is empty.

@@ -105,7 +105,7 @@ class Jobs(unittest.TestCase):
         self.assertEqual(bundle, system)
 
     def test_each_form_names_its_program(self):
-        self.assertEqual(job("bundle")["BundleProgram"], "Contents/MacOS/KorvelHelper")
+        self.assertEqual(job("bundle")["BundleProgram"], shell_variable("helperInBundle"))
         self.assertNotIn("ProgramArguments", job("bundle"))
         self.assertEqual(job("system")["ProgramArguments"], [shell_variable("program")])
         self.assertNotIn("BundleProgram", job("system"))

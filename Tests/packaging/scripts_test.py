@@ -1,108 +1,10 @@
-"""The packaging scripts, run against a pretended Mac: every tool they call is a stand-in that notes
-the call and plays its part of launchd, the code signature or the power settings.
+"""Installing and removing, and the help of every script, on a pretended Mac.
 
-usage: scripts_test.py REPOSITORY
+usage: scripts_test.py
 """
-import os
-import pathlib
-import subprocess
-import sys
-import tempfile
 import unittest
 
-ROOT = None
-LABEL = "com.korvel.app.helper"
-RECORD = '{\n  "chargeLimit" : 80,\n  "sleepDisabledByKorvel" : %s\n}'
-
-# One script stands in for all tools; files in its folder hold the simulated machine's facts.
-STAND_IN = r"""#!/bin/bash
-tool=$(basename "$0")
-facts=$(dirname "$0")
-echo "$tool $*" >>"$facts/calls"
-case "$tool $1" in
-  "id -u") cat "$facts/uid" ;;
-  "uname -s") cat "$facts/kernel" ;;
-  "uname -m") cat "$facts/processor" ;;
-  "sw_vers -productVersion") cat "$facts/system" ;;
-  "launchctl print")
-    [ -e "$facts/loaded" ] || exit 113
-    if [ -e "$facts/running" ]; then echo "	state = running"; else echo "	state = not running"; fi ;;
-  "launchctl bootout")
-    [ -e "$facts/stuck" ] || rm -f "$facts/loaded" "$facts/running" ;;
-  "launchctl bootstrap") [ ! -e "$facts/refuses" ] || exit 5; touch "$facts/loaded" ;;
-  "launchctl kickstart") touch "$facts/running" ;;
-  "codesign --verify") [ ! -e "$facts/broken" ] || exit 1 ;;
-  "codesign -dv")
-    echo "Identifier=$(cat "$facts/identifier")" >&2
-    echo "TeamIdentifier=$(cat "$facts/team")" >&2 ;;
-  "install -o") shift 6; cp "$1" "$2" ;;
-  "client reset") [ ! -e "$facts/deaf" ] || exit 1 ;;
-  "xcrun notarytool") [ ! -e "$facts/rejected" ] || exit 69 ;;
-esac
-"""
-TOOLS = ("id", "uname", "sw_vers", "launchctl", "codesign", "install", "client", "pmset", "sleep",
-         "xcrun", "ditto", "spctl")
-
-
-class PretendedMac(unittest.TestCase):
-    def setUp(self):
-        folder = tempfile.TemporaryDirectory()
-        self.addCleanup(folder.cleanup)
-        self.facts = pathlib.Path(folder.name, "tools")
-        self.disk = pathlib.Path(folder.name, "disk")
-        self.facts.mkdir()
-        self.disk.mkdir()
-        for tool in TOOLS:
-            (self.facts / tool).write_text(STAND_IN, encoding="utf-8")
-            (self.facts / tool).chmod(0o755)
-        for fact, value in (("uid", "0"), ("kernel", "Darwin"), ("processor", "arm64"),
-                            ("system", "14.5"),
-                            ("identifier", LABEL), ("team", "ABCDE12345")):
-            self.let(fact, value)
-        self.built = self.disk / "KorvelHelper"
-        self.built.write_text("new program", encoding="utf-8")
-        self.program = self.disk / "Library/PrivilegedHelperTools" / LABEL
-        self.job = self.disk / f"Library/LaunchDaemons/{LABEL}.plist"
-        self.state = self.disk / "Library/Application Support" / LABEL / "state.json"
-
-    def let(self, fact, value=""):
-        (self.facts / fact).write_text(value + "\n", encoding="utf-8")
-
-    def run_script(self, name, *arguments):
-        environment = {"PATH": f"{self.facts}:{os.environ['PATH']}",
-                       "KORVEL_INSTALL_ROOT": str(self.disk)}
-        return subprocess.run([str(ROOT / "Packaging" / name), *map(str, arguments)],
-                              env=environment, capture_output=True, text=True, check=False)
-
-    def succeed(self, name, *arguments):
-        done = self.run_script(name, *arguments)
-        self.assertEqual(done.returncode, 0, done.stderr)
-        return done
-
-    def calls(self, *wanted):
-        """The noted calls that begin with one of the wanted words, machine paths cut off."""
-        path = self.facts / "calls"
-        lines = path.read_text(encoding="utf-8").splitlines() if path.exists() else []
-        return [line.replace(str(self.disk), "") for line in lines if line.startswith(wanted)]
-
-    def changes(self):
-        return self.calls("launchctl boot", "launchctl kick", "launchctl en", "install", "client",
-                          "pmset", "sleep")
-
-    def put_installed(self, sleep_disabled="false", loaded=True, running=True):
-        for path, text in ((self.program, "old program"), (self.job, "job"),
-                           (self.state, RECORD % sleep_disabled)):
-            path.parent.mkdir(parents=True, exist_ok=True)
-            path.write_text(text, encoding="utf-8")
-        if loaded:
-            self.let("loaded")
-        if running:
-            self.let("running")
-
-    def assert_refused(self, done, piece):
-        self.assertNotEqual(done.returncode, 0)
-        self.assertIn(piece, done.stderr)
-        self.assertEqual(self.changes(), [])
+from pretended_mac import LABEL, PretendedMac, ROOT
 
 
 class Install(PretendedMac):
@@ -151,6 +53,9 @@ class Install(PretendedMac):
 
     def test_refuses_another_processor(self):
         self.let("processor", "x86_64")
+        self.let("silicon", "0")
+        self.assert_refused(self.run_script("install", self.built), "no Apple silicon")
+        (self.facts / "silicon").unlink()
         self.assert_refused(self.run_script("install", self.built), "no Apple silicon")
 
     def test_refuses_another_system(self):
@@ -279,54 +184,6 @@ class Uninstall(PretendedMac):
         self.assertTrue(self.program.exists())
 
 
-class Sign(PretendedMac):
-    IDENTITY = "Developer ID Application: Somebody (ABCDE12345)"
-
-    def test_helper_is_signed_hardened_stamped_and_by_name(self):
-        self.succeed("sign", self.IDENTITY, self.built)
-        self.assertEqual(self.calls("codesign --force"), [
-            f"codesign --force --options runtime --timestamp --identifier {LABEL} "
-            f"--sign {self.IDENTITY} /KorvelHelper"])
-
-    def test_the_bundle_is_sealed_after_the_helper_in_it(self):
-        app = self.disk / "Korvel.app"
-        app.mkdir()
-        self.run_script("sign", self.IDENTITY, self.built, app)
-        self.assertEqual([c.split()[-1] for c in self.calls("codesign --force")],
-                         ["/KorvelHelper", "/Korvel.app"])
-        self.assertIn("--identifier com.korvel.app ", self.calls("codesign --force")[1])
-
-    def test_a_signature_without_a_team_is_a_failure(self):
-        self.let("team", "not set")
-        done = self.run_script("sign", "-", self.built)
-        self.assertNotEqual(done.returncode, 0)
-        self.assertIn("without a team", done.stderr)
-
-
-class Notarize(PretendedMac):
-    def setUp(self):
-        super().setUp()
-        self.app = self.disk / "Korvel.app"
-        self.app.mkdir()
-
-    def test_submits_waits_and_staples(self):
-        self.succeed("notarize", "profile", self.app)
-        submitted, stapled = self.calls("xcrun")
-        self.assertRegex(submitted, r"notarytool submit .*/Korvel\.app\.zip --keychain-profile profile "
-                                    r"--wait$")
-        self.assertEqual(stapled, "xcrun stapler staple /Korvel.app")
-
-    def test_a_rejected_bundle_gets_no_ticket(self):
-        self.let("rejected")
-        self.assertNotEqual(self.run_script("notarize", "profile", self.app).returncode, 0)
-        self.assertEqual(len(self.calls("xcrun stapler")), 0)
-
-    def test_an_unsigned_bundle_is_not_sent(self):
-        self.let("broken")
-        self.assertNotEqual(self.run_script("notarize", "profile", self.app).returncode, 0)
-        self.assertEqual(self.calls("xcrun"), [])
-
-
 class Help(PretendedMac):
     def test_every_script_tells_its_use(self):
         for name in ("sign", "notarize", "install", "uninstall"):
@@ -336,5 +193,4 @@ class Help(PretendedMac):
 
 
 if __name__ == "__main__":
-    ROOT = pathlib.Path(sys.argv.pop(1)).resolve()
     unittest.main(verbosity=2)
