@@ -42,6 +42,11 @@ mustBeRoot() {
   [ "$(id -u)" = 0 ] || die "must be run as root (sudo)"
 }
 
+# In a shell that Rosetta translates, uname says x86_64 on every Mac; the kernel's own value stays.
+isAppleSilicon() {
+  [ "$(uname -m)" = arm64 ] || [ "$(sysctl -n hw.optional.arm64 2>/dev/null)" = 1 ]
+}
+
 # Also returns true for a link that leads nowhere.
 isThere() {
   [ -e "$1" ] || [ -L "$1" ]
@@ -53,6 +58,20 @@ isLoaded() {
 
 isRunning() {
   launchctl print "system/$label" 2>/dev/null | grep -q '^[[:space:]]*state = running'
+}
+
+# Refuses a job that launchd did not get from the property list of an installation by hand. For one
+# that an application registered, launchd prints another origin. Such a registration outlives all
+# that is done here, and after the next restart two helpers would claim one service.
+mustBeInstalledByHand() {
+  isLoaded || return 0
+  local from
+  from=$(launchctl print "system/$label" |
+    awk '!found && sub(/^[ \t]*path = /, "") { print; found = 1 }')
+  [ "$from" = "$job" ] ||
+    die "launchd has $label from \"$from\" and not from $job; nothing was changed. If the application \
+registered it, let the application unregister it (SMAppService) and run this again; otherwise: \
+sudo launchctl bootout system/$label"
 }
 
 # Makes sure that the helper runs and will notice a signal. It installs its signal handlers as the

@@ -58,6 +58,24 @@ class Install(PretendedMac):
         (self.facts / "silicon").unlink()
         self.assert_refused(self.run_script("install", self.built), "no Apple silicon")
 
+    def test_a_translated_shell_does_not_hide_apple_silicon(self):
+        self.let("processor", "x86_64")
+        self.succeed("install", self.built)
+        self.assertEqual(self.program.read_text(encoding="utf-8"), "new program")
+
+    def test_refuses_while_an_application_has_registered_the_helper(self):
+        self.put_registered()
+        done = self.run_script("install", self.built)
+        self.assert_refused(done, 'from "(submitted by smd.321)" and not from')
+        self.assertIn("let the application unregister it", done.stderr)
+        self.assertFalse(self.program.exists() or self.job.exists())
+
+    def test_refuses_a_job_that_was_loaded_from_elsewhere(self):
+        self.put_installed()
+        self.let("loaded", "/Users/somebody/helper.plist")
+        self.assert_refused(self.run_script("install", self.built), "sudo launchctl bootout system/")
+        self.assertEqual(self.program.read_text(encoding="utf-8"), "old program")
+
     def test_refuses_another_system(self):
         self.let("kernel", "Linux")
         self.assert_refused(self.run_script("install", self.built), "this is not macOS")
@@ -104,6 +122,13 @@ class Uninstall(PretendedMac):
         self.assertEqual(self.changes(), [f"launchctl kickstart system/{LABEL}", "sleep 3",
                                           f"launchctl bootout system/{LABEL}"])
         self.assert_all_gone()
+
+    def test_leaves_a_helper_alone_that_an_application_has_registered(self):
+        self.put_installed()
+        self.put_registered()
+        done = self.run_script("uninstall", "--client", "client")
+        self.assert_refused(done, "let the application unregister it")
+        self.assertTrue(self.program.exists() and self.job.exists() and self.state.exists())
 
     def test_unloaded_helper_is_loaded_once_more_to_restore(self):
         self.put_installed(loaded=False, running=False)
