@@ -57,7 +57,8 @@ isLoaded() {
 }
 
 isRunning() {
-  launchctl print "system/$label" 2>/dev/null | grep -q '^[[:space:]]*state = running'
+  # grep must read to the end: with -q it would leave at the match, and launchctl would fail.
+  launchctl print "system/$label" 2>/dev/null | grep '^[[:space:]]*state = running' >/dev/null
 }
 
 # Refuses a job that launchd did not get from the property list of an installation by hand. For one

@@ -123,6 +123,12 @@ class Uninstall(PretendedMac):
                                           f"launchctl bootout system/{LABEL}"])
         self.assert_all_gone()
 
+    def test_a_running_helper_counts_as_running_however_much_launchd_says_of_it(self):
+        self.put_installed()
+        self.let("talkative")
+        self.succeed("uninstall")
+        self.assertEqual(self.changes(), [f"launchctl bootout system/{LABEL}"])
+
     def test_leaves_a_helper_alone_that_an_application_has_registered(self):
         self.put_installed()
         self.put_registered()
