@@ -205,6 +205,40 @@ class Checklist(unittest.TestCase):
         for number, line in enumerate(self.lines, 1):
             self.assertRegex(line, rf"^\| {number} \| [^|]*(?:\\\|[^|]*)* \| [^|]+ \|$")
 
+    def test_lines_referred_to_by_number_are_the_ones_meant(self):
+        meant = {"after line {}, `korvel-swift-client": "sudo Packaging/install KorvelHelper",
+                 "From line {} on `client watch`": "`client set-limit 60`"}
+        text = read("docs/macos.md")
+        for words, piece in meant.items():
+            number = int(re.search(re.escape(words).replace(r"\{\}", r"(\d+)"), text).group(1))
+            first = next(line for line in self.lines if piece in line)
+            self.assertTrue(first.startswith(f"| {number} |"), words)
+        self.assertEqual(len(re.findall(r"\blines? \d+", text)), len(meant))
+
+    def test_waits_of_the_helper_are_tested_under_full_load(self):
+        loaded = [line for line in self.lines if "under full load" in line]
+        for deed in ("pmset sleepnow", "kill -TERM"):
+            self.assertEqual(len([line for line in loaded if deed in line]), 1, deed)
+
+    def test_a_refused_client_must_be_counted_out_again(self):
+        refused = [line for line in self.lines if "com.example.other" in line]
+        self.assertEqual(len(refused), 1)
+        self.assertIn("(count=1)", refused[0])
+        self.assertIn("(count=0)", refused[0])
+
+    def test_what_the_text_points_at_exists(self):
+        text = " ".join(read("docs/macos.md").split())
+        windows = re.search(r"what is left when one runs out \((.*?)\)", text).group(1)
+        names = re.findall(r'"([^"]+)"', windows)
+        self.assertEqual(len(names), 2)
+        for name in names:
+            self.assertIn(f"- **{name}.**", read("docs/failure-modes.md"))
+        self.assertIn("\n## What survives\n", read("docs/state-file.md"))
+        stories = re.findall(r"`(VirtualMac/[^`]+\.yaml)`", text)
+        self.assertEqual(len(stories), 1)
+        self.assertTrue((ROOT / stories[0]).is_file())
+        self.assertIn(f"`ProcessType` `{job('system')['ProcessType']}`", text)
+
     def test_log_lines_to_be_seen_are_the_helpers(self):
         beginnings = [text for text in log_beginnings() if text]
         quoted = [text for line in self.lines
