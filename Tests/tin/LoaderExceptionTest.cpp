@@ -96,12 +96,18 @@ void throwThroughOddFrame() { function<void(Callback)>(throwing(), "_passOddly")
 TEST(LoaderException, PassesAFrameThatOnlyDwarfDescribes) {
   EXPECT_THROW(throwThroughOddFrame(), int);
   const auto call =
-      function<std::uint64_t(void(Callback), Callback)>(throwing(), "_callWithPatterns");
-  const auto caught = function<int(Callback)>(throwing(), "_catchAnything");
-  EXPECT_EQ(call(function<void(Callback)>(throwing(), "_passOddly"), throwNothing), 0U);
-  const auto through =
       function<std::uint64_t(int(Callback), Callback)>(throwing(), "_callWithPatterns");
-  EXPECT_EQ(through(caught, throwThroughOddFrame), 0U);
+  const auto caught = function<int(Callback)>(throwing(), "_catchAnything");
+  EXPECT_EQ(call(caught, throwThroughOddFrame), 0U);
+}
+
+TEST(LoaderException, IsCaughtInAFrameThatOnlyDwarfDescribes) {
+  const auto caught = function<int(Callback)>(throwing(), "_catchOddly");
+  EXPECT_EQ(caught(throwNothing), 0);
+  EXPECT_EQ(caught(throwNumber), 1);
+  const auto call =
+      function<std::uint64_t(int(Callback), Callback)>(throwing(), "_callWithPatterns");
+  EXPECT_EQ(call(caught, throwThroughScrambled), 0U);
 }
 
 /// The registers that a caller of the stopped function had, found by unwinding.

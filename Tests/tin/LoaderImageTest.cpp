@@ -29,6 +29,9 @@ std::unique_ptr<Image> loadBasics(void* perhapsAddress = nullptr) {
     if (name == "_fromAnywhere") {
       return addressOf(fromAnywhere);
     }
+    if (name == "_sharedFunction") {
+      return addressOf(perhaps);
+    }
     return name == "_perhaps" ? perhapsAddress : outside->symbol(name);
   });
 }

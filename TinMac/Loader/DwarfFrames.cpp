@@ -148,6 +148,11 @@ FrameRules readDwarfFrame(const Bytes& frames, const Bytes& image, std::uint64_t
   if (rules.start != start) {
     throw Refused("DWARF frame at " + hexText(offset) + " belongs to another function");
   }
+  const auto base = std::bit_cast<std::uint64_t>(image.begin());
+  static_cast<void>(image.part(start - base, rules.end - start, "an unwound function"));
+  if (rules.languageData != 0) {
+    static_cast<void>(image.part(rules.languageData - base, 1, "language data"));
+  }
   return rules;
 }
 

@@ -53,7 +53,8 @@ class Image {
   /// Makes the image's functions known to this process's unwinder. Returns how many descriptions
   /// that took: neighbours that unwind alike share one.
   std::expected<std::size_t, Failure> registerUnwind();
-  /// Runs the initialisers, in the image's order. They find no arguments of the process.
+  /// Runs the initialisers, in the image's order. They find no arguments of the process. Called
+  /// once, after all other steps.
   void runInitialisers() const;
 
   [[nodiscard]] const std::string& path() const { return file; }

@@ -86,6 +86,7 @@ class LayoutReader {
     } else if (known.name == "LC_DYLD_CHAINED_FIXUPS") {
       layout.fixups = readData(command, "the chained fixups");
     } else {
+      // All others that are read name a library.
       const auto library = command.read<macho::LibraryCommand>(0);
       layout.libraries.emplace_back(command.text(library.nameOffset));
     }
