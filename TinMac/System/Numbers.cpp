@@ -129,6 +129,7 @@ MacStat macStat(const struct stat& facts) {
                  .user = facts.st_uid,
                  .group = facts.st_gid,
                  .deviceOfFile = macDevice(facts.st_rdev, "st_rdev"),
+                 .gap = 0,
                  .accessed = macTime(facts.st_atim),
                  .modified = macTime(facts.st_mtim),
                  .changed = macTime(facts.st_ctim),

@@ -36,6 +36,7 @@ struct MacStat {
   std::uint32_t user;
   std::uint32_t group;
   std::int32_t deviceOfFile;
+  std::int32_t gap;
   MacTime accessed;
   MacTime modified;
   MacTime changed;

@@ -8,8 +8,8 @@ namespace tinmac {
 /// two threads call it the second one waits for the end. Any thread.
 [[noreturn]] void exitProgram(std::int32_t status);
 
-/// An uncaught exception becomes a trap from here on; with TIN_MAC_BOOKS set, SIGUSR1 writes the
-/// books, unless the program takes that signal for itself.
+/// An uncaught exception becomes a trap from here on; with TIN_MAC_BOOKS set, the signal
+/// SIGUSR1 writes the books and is otherwise ignored until the program sets an action for it.
 void prepareProcess();
 
 }  // namespace tinmac
