@@ -45,8 +45,8 @@ class ValueBuilder {
   std::vector<id> values;
 };
 
-/// Tells one value to a sink: a property list or an error. What is neither, nil included, is told as
-/// `absent`; so is a dictionary that has a key which is no text.
+/// Tells one value to a sink: a property list or an error. What is neither, nil included, is told
+/// as `absent`; so is a dictionary that has a key which is no text.
 void tell(id value, const TinValueSink& sink);
 
 }  // namespace tinmac

@@ -1,12 +1,11 @@
 #pragma once
 
-#import <Foundation/Foundation.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string_view>
 
+#import "TinMac/Frameworks/Apple.h"
 #include "TinMac/Frameworks/Below.h"
 
 /// Marks a function of Apple's that the program may import. Everything else stays inside.
@@ -27,9 +26,9 @@
 ///     }
 ///     @end
 ///
-/// made by [[TinCode alloc] init]; C++ members are constructed and destroyed by themselves. Ivars of
-/// Apple's classes stand in their @implementation. `make…` gives one reference that is the caller's;
-/// what is merely returned is borrowed. Any thread, unless a function says otherwise.
+/// made by [[TinCode alloc] init]; C++ members are constructed and destroyed by themselves. Ivars
+/// of Apple's classes stand in their @implementation. `make…` gives one reference that is the
+/// caller's; what is merely returned is borrowed. Any thread, unless a function says otherwise.
 namespace tinmac {
 
 /// Ends the process: the program broke a rule.
@@ -42,6 +41,9 @@ template <class Object>
 Object* autoreleased(Object* object) {
   return static_cast<Object*>([object autorelease]);
 }
+/// Runs at tinSettleBooks, in the order given, before the main thread's pools are emptied. Called
+/// before the program starts.
+void onSettle(void (*release)());
 /// The object is of the class or of one below it. False for nil.
 bool isKind(id object, Class cls);
 /// Traps naming the function unless the object is of the class; nil traps too.

@@ -1,7 +1,6 @@
 #pragma once
 
-#import <Foundation/Foundation.h>
-#include <objc/runtime.h>
+#import "TinMac/Frameworks/Apple.h"
 
 /// Protocols as the program's metadata describe them, and classes that are made while it runs.
 namespace tinmac {
@@ -17,12 +16,12 @@ const char* extendedTypes(Protocol* protocol, SEL selector);
 /// asked. `ofClass`: a method of the class itself. Asked again at every look-up. Any thread.
 using MethodFinder = IMP (*)(void* context, SEL selector, bool ofClass);
 
-/// A class whose methods `finder` knows and whose instances are laid out like those of `superclass`.
-/// It stays for the process's life and is not found by its name.
+/// A class whose methods `finder` knows and whose instances are laid out like those of
+/// `superclass`. It stays for the process's life and is not found by its name.
 Class makeClass(const char* name, Class superclass, MethodFinder finder, void* context);
 
-/// Asked by NSClassFromString for a name that no image has. What it gives is passed on as it is, also
-/// when it is no class. Nil: nobody has it. Set once, before the program starts.
+/// Asked by NSClassFromString for a name that no image has. What it gives is passed on as it is,
+/// also when it is no class. Nil: nobody has it. Set once, before the program starts.
 using ClassFinder = id (*)(const char* name);
 void setClassFinder(ClassFinder finder);
 

@@ -1,0 +1,93 @@
+#include <string>
+
+#include "TinMac/Frameworks/BelowServices.h"
+#import "TinMac/Frameworks/Conversion.h"
+#import "TinMac/Frameworks/Objects.h"
+#import "TinMac/Frameworks/Runtime.h"
+
+/// The class of the two Booleans, which stand in the image and are never allocated: the
+/// superclass's variables are not there.
+@interface TinBoolean : NSNumber
+@end
+
+using namespace tinmac;
+
+namespace {
+
+struct BooleanObject {
+  ClassRecord* isa;
+  bool value;
+};
+
+extern "C" {
+extern ClassRecord tinBooleanRecord __asm("_OBJC_CLASS_$_TinBoolean");
+extern ClassRecord tinNullRecord __asm("_OBJC_CLASS_$_NSNull");
+extern ClassRecord tinBundleRecord __asm("_OBJC_CLASS_$_NSBundle");
+}
+
+BooleanObject yes{&tinBooleanRecord, true};
+BooleanObject no{&tinBooleanRecord, false};
+ClassRecord* nothing = &tinNullRecord;
+ClassRecord* bundle = &tinBundleRecord;
+
+bool truth(id object) { return reinterpret_cast<const BooleanObject*>(object)->value; }
+
+}  // namespace
+
+TIN_EXPORT const CFBooleanRef kCFBooleanTrue = reinterpret_cast<CFBooleanRef>(&yes);
+TIN_EXPORT const CFBooleanRef kCFBooleanFalse = reinterpret_cast<CFBooleanRef>(&no);
+TIN_EXPORT const CFNullRef kCFNull = reinterpret_cast<CFNullRef>(&nothing);
+
+TIN_EXPORT Boolean CFBooleanGetValue(CFBooleanRef boolean) {
+  expectKind((id)boolean, [TinBoolean class], "CFBooleanGetValue");
+  return truth((id)boolean);
+}
+
+namespace tinmac {
+
+NSNumber* booleanObject(bool value) {
+  return (NSNumber*)(value ? kCFBooleanTrue : kCFBooleanFalse);
+}
+
+bool isBoolean(id object) { return object != nil && classOf(object) == &tinBooleanRecord; }
+
+}  // namespace tinmac
+
+@implementation TinBoolean
+- (BOOL)boolValue {
+  return truth(self);
+}
+- (long long)longLongValue {
+  return truth(self) ? 1 : 0;
+}
+- (double)doubleValue {
+  return truth(self) ? 1 : 0;
+}
+@end
+
+@implementation NSNull
++ (NSNull*)null {
+  return (NSNull*)kCFNull;
+}
+- (id)copyWithZone:(NSZone*)zone {
+  (void)zone;
+  return self;
+}
+@end
+
+/// There is the main bundle alone.
+@implementation NSBundle
++ (NSBundle*)mainBundle {
+  return reinterpret_cast<NSBundle*>(&bundle);
+}
+- (NSString*)executablePath {
+  ValueBuilder told;
+  tinBundleExecutablePath(told.sink());
+  return [told.take() autorelease];
+}
+- (id)objectForInfoDictionaryKey:(NSString*)key {
+  ValueBuilder told;
+  tinBundleInfo(std::string(utf8(key)).c_str(), told.sink());
+  return [told.take() autorelease];
+}
+@end
