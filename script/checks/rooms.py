@@ -95,7 +95,7 @@ class Room:
         """What may be included, as the table of rooms in docs/architecture.md says it."""
         names, files = [], {}
         for prefix in self.own:
-            parts = prefix.removeprefix("VirtualMac/").removesuffix(".h").split("/")
+            parts = re.sub("^(VirtualMac|TinMac)/", "", prefix).removesuffix(".h").split("/")
             if parts[1]:
                 files.setdefault(parts[0], []).append(parts[1])
             elif not self.folder.endswith(prefix):
@@ -140,6 +140,15 @@ ROOMS = [  # The first that matches a file is its room.
          calls=FEW_CALLS + PORTABLE, system=True),
     Room("VirtualMac/Tools/", SCENARIOS + ("VirtualMac/Tools/",),
          ("asio/", "CLI/", "fmt/", "nlohmann/"), calls=FEW_CALLS + PORTABLE, system=True),
+    # The frameworks know the rooms below them by C functions, and those rooms one another not at all.
+    Room("TinMac/Loader/", ("TinMac/Loader/",), system=True, helper_root=False),
+    Room("TinMac/System/", ("TinMac/System/", "TinMac/Frameworks/Below.h"), system=True,
+         helper_root=False),
+    Room("TinMac/Frameworks/", ("TinMac/Frameworks/",), system=True, helper_root=False),
+    Room("TinMac/Glue/", MODEL + ("VirtualMac/Remote/", "VirtualMac/Tools/LaunchArguments.h",
+                                  "TinMac/Loader/", "TinMac/System/", "TinMac/Frameworks/",
+                                  "TinMac/Glue/"), ("CLI/",), system=True),
+    Room("Tests/tin/", ("TinMac/", "Tests/"), ANY_LIBRARY, system=True, helper_root=False),
     # The tests of the real processes see the programs only from outside.
     Room("Tests/process/", ("Tests/process/", "VirtualMac/Remote/", "VirtualMac/Schedule/"),
          ANY_LIBRARY, system=True, helper_root=False, calls=PORTABLE),
@@ -161,7 +170,7 @@ SANCTIONED = {
 
 
 DOCUMENT = "docs/architecture.md"
-DOCUMENTED = ("KorvelHelper/", "VirtualMac/")  # The table has a row for each of these rooms.
+DOCUMENTED = ("KorvelHelper/", "VirtualMac/", "TinMac/")  # The table has a row for each of these rooms.
 
 
 def room_of(name):
@@ -172,7 +181,7 @@ def table_findings(root):
     """The rows of the document's table of rooms against the rules here, if there is a document."""
     if not (root / DOCUMENT).is_file():
         return
-    rows = dict(re.findall(r"^\| `((?:KorvelHelper|VirtualMac)[\w/]*)` \|[^|]*\| ([^|]*) \|$",
+    rows = dict(re.findall(r"^\| `((?:KorvelHelper|VirtualMac|TinMac)[\w/]*)` \|[^|]*\| ([^|]*) \|$",
                            tree.read(root, DOCUMENT), re.M))
     reaches = {room.folder.rstrip("/"): room.reach() for room in ROOMS
                if room.folder.startswith(DOCUMENTED)}
