@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 """Checks that every source file belongs to something that is built: to the given build, or, in a
-room that only a Mac builds, to that room's own list of sources. Benchmarks count when the build has them on.
+room of which another system has the build, to that room's own list of sources. Benchmarks count when the build has them on.
 
 usage: built.py REPOSITORY BUILD
        built.py --self-test
@@ -12,7 +12,8 @@ import sys
 
 import tree
 
-MAC_FOLDERS = ("KorvelHelper/macOS/", "Packaging/", "Tests/macos/")
+ELSEWHERE = ("KorvelHelper/macOS/", "Packaging/", "Tests/macos/", "TinMac/Loader/",
+             "TinMac/System/", "TinMac/Frameworks/", "TinMac/Glue/", "Tests/tin/")
 
 
 def compiled(root, build):
@@ -38,12 +39,12 @@ def option_is_on(build, option):
 
 def check(root, build):
     built = compiled(root, build)
-    mac_words = {folder: listed_in(root / folder / "CMakeLists.txt") for folder in MAC_FOLDERS}
+    listed = {folder: listed_in(root / folder / "CMakeLists.txt") for folder in ELSEWHERE}
     found = []
     for name in tree.files(root, tree.SOURCES):
-        folder = next((f for f in MAC_FOLDERS if name.startswith(f)), None)
+        folder = next((f for f in ELSEWHERE if name.startswith(f)), None)
         if folder:
-            if name not in built and name[len(folder):] not in mac_words[folder]:
+            if name not in built and name[len(folder):] not in listed[folder]:
                 found.append(f"{name}: not in {folder}CMakeLists.txt")
         elif name.startswith("Benchmarks/") and not option_is_on(build, "KORVEL_BENCHMARKS"):
             continue
@@ -61,14 +62,14 @@ def self_test():
         (root / "build/CMakeCache.txt").write_text(f"KORVEL_BENCHMARKS:BOOL={on}\n", encoding="utf-8")
         return check(root, root / "build")
 
-    mac = MAC_FOLDERS[0]
+    mac = ELSEWHERE[0]
     clean = {"Tests/a.cpp": "", mac + "M.mm": "", "Benchmarks/b.cpp": "",
              mac + "CMakeLists.txt": "add_library(mac M.mm)\n"}
     tree.expect(check_made, clean)
     tree.expect(check_made, clean | {"KorvelHelper/C.cpp": ""}, "C.cpp: no target builds it")
     tree.expect(check_made, clean | {mac + "N.mm": ""}, "N.mm: not in")
     tree.expect(check_made, clean | {"Tests/bLinux.cpp": ""}, "bLinux.cpp: no target builds it")
-    tree.expect(check_made, clean | {MAC_FOLDERS[1] + "M.mm": ""}, "M.mm: not in")
+    tree.expect(check_made, clean | {ELSEWHERE[1] + "M.mm": ""}, "M.mm: not in")
     tree.expect(check_made, clean | {"on": ""}, "Benchmarks/b.cpp: no target builds it")
 
 
