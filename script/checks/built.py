@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """Checks that every source file belongs to something that is built: to the given build, or, in a
-room of which another system has the build, to that room's own list of sources. Benchmarks count when the build has them on.
+room of which another system has the build, to that room's own list of sources. Benchmarks count
+when the build has them on.
 
 usage: built.py REPOSITORY BUILD
        built.py --self-test
@@ -22,8 +23,10 @@ def compiled(root, build):
     return {n.relative_to(root).as_posix() for n in names if n.is_relative_to(root)}
 
 
-def listed_in(path):
-    return set(re.findall(r"[\w.+/-]+", path.read_text(encoding="utf-8"))) if path.exists() else set()
+def listed_in(folder):
+    lists = [folder / "CMakeLists.txt", *folder.rglob("*.cmake")]
+    return {word for path in lists if path.exists()
+            for word in re.findall(r"[\w.+/-]+", path.read_text(encoding="utf-8"))}
 
 
 def twin(name):
@@ -39,13 +42,13 @@ def option_is_on(build, option):
 
 def check(root, build):
     built = compiled(root, build)
-    listed = {folder: listed_in(root / folder / "CMakeLists.txt") for folder in ELSEWHERE}
+    listed = {folder: listed_in(root / folder) for folder in ELSEWHERE}
     found = []
     for name in tree.files(root, tree.SOURCES):
         folder = next((f for f in ELSEWHERE if name.startswith(f)), None)
         if folder:
-            if name not in built and name[len(folder):] not in listed[folder]:
-                found.append(f"{name}: not in {folder}CMakeLists.txt")
+            if name not in built and not {name[len(folder):], pathlib.Path(name).name} & listed[folder]:
+                found.append(f"{name}: not in the lists of {folder}")
         elif name.startswith("Benchmarks/") and not option_is_on(build, "KORVEL_BENCHMARKS"):
             continue
         elif name not in built and twin(name) not in built:
