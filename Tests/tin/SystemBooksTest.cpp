@@ -50,7 +50,7 @@ class SystemBooks : public testing::Test {
 
   std::string folder;
 };
-using SystemBooksDeath = SystemBooks;
+using SystemBooksDeathTest = SystemBooks;
 
 TEST_F(SystemBooks, ObjectsAreCountedByClass) {
   tinBooksCount("NSData", 2);
@@ -60,12 +60,12 @@ TEST_F(SystemBooks, ObjectsAreCountedByClass) {
   tinBooksCount("NSData", -1);
 }
 
-TEST_F(SystemBooksDeath, MoreGoneThanComeTraps) {
+TEST_F(SystemBooksDeathTest, MoreGoneThanComeTraps) {
   EXPECT_DEATH(tinBooksCount("NSDate", -1),
                "tin-mac: more objects of a class went than came: NSDate");
 }
 
-TEST_F(SystemBooksDeath, ExitRunsTheHooksAndThenWritesTheBooks) {
+TEST_F(SystemBooksDeathTest, ExitRunsTheHooksAndThenWritesTheBooks) {
   EXPECT_EXIT(
       {
         tinBooksCount("NSData", 3);
@@ -80,7 +80,7 @@ TEST_F(SystemBooksDeath, ExitRunsTheHooksAndThenWritesTheBooks) {
                    R"("details":["a \"NSString\"\u000a"]})"));
 }
 
-TEST_F(SystemBooksDeath, ExitTellsWhatLivesAboveTheMarkOfTheMainLoopsStart) {
+TEST_F(SystemBooksDeathTest, ExitTellsWhatLivesAboveTheMarkOfTheMainLoopsStart) {
   EXPECT_EXIT(
       {
         tinBooksCount("NSData", 3);
@@ -95,7 +95,7 @@ TEST_F(SystemBooksDeath, ExitTellsWhatLivesAboveTheMarkOfTheMainLoopsStart) {
   EXPECT_TRUE(hold(R"("aboveMark":{"NSData":4})"));
 }
 
-TEST_F(SystemBooksDeath, ATrapSaysItsRuleAndWritesTheBooksWithoutTheHooks) {
+TEST_F(SystemBooksDeathTest, ATrapSaysItsRuleAndWritesTheBooksWithoutTheHooks) {
   EXPECT_EXIT(
       {
         beforeBooks([] { tinBooksCount("hook", 1); });
@@ -106,10 +106,10 @@ TEST_F(SystemBooksDeath, ATrapSaysItsRuleAndWritesTheBooksWithoutTheHooks) {
   EXPECT_TRUE(hold(R"("live":{})"));
 }
 
-TEST_F(SystemBooksDeath, AnUncaughtExceptionIsATrap) {
+TEST_F(SystemBooksDeathTest, AnUncaughtExceptionIsATrap) {
   EXPECT_DEATH(
       {
-        const TestHost host;
+        TestHost host;
         const auto raise = [](int value) { throw value; };
         [&]() noexcept { raise(5); }();
       },
@@ -117,10 +117,10 @@ TEST_F(SystemBooksDeath, AnUncaughtExceptionIsATrap) {
   EXPECT_TRUE(hold(R"("rule":"std::terminate")"));
 }
 
-TEST_F(SystemBooksDeath, ASignalWritesTheBooksOfALivingProgram) {
+TEST_F(SystemBooksDeathTest, ASignalWritesTheBooksOfALivingProgram) {
   EXPECT_EXIT(
       {
-        const TestHost host;
+        TestHost host;
         tinBooksCount("NSData", 5);
         ::kill(::getpid(), SIGUSR1);
         const bool written = eventually([&] { return !std::filesystem::is_empty(folder); }) &&
@@ -130,7 +130,7 @@ TEST_F(SystemBooksDeath, ASignalWritesTheBooksOfALivingProgram) {
       testing::ExitedWithCode(0), "");
 }
 
-TEST_F(SystemBooksDeath, TheMainLoopsEndTraps) {
+TEST_F(SystemBooksDeathTest, TheMainLoopsEndTraps) {
   EXPECT_DEATH(
       {
         TestHost host;

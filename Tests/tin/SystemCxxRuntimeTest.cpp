@@ -83,7 +83,7 @@ TEST(SystemCLibrary, TheNumberFormatIsThatOfAMac) {
   EXPECT_EQ(static_cast<const unsigned char*>(format)[93], 127);
 }
 
-TEST(SystemCLibraryDeath, AnOverwrittenGuardTraps) {
+TEST(SystemCLibraryDeathTest, AnOverwrittenGuardTraps) {
   EXPECT_NE(*static_cast<std::uintptr_t*>(boundAddress("___stack_chk_guard")), 0U);
   EXPECT_DEATH(bound<void()>("___stack_chk_fail")(), "tin-mac: stack overrun");
 }

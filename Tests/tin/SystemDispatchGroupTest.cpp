@@ -27,7 +27,7 @@ class SystemDispatchGroup : public testing::Test {
 
   TestHost host;
 };
-using SystemDispatchGroupDeath = SystemDispatchGroup;
+using SystemDispatchGroupDeathTest = SystemDispatchGroup;
 
 TEST_F(SystemDispatchGroup, AWaitEndsWhenAllThatEnteredHasLeft) {
   void* const group = makeGroup();
@@ -104,11 +104,11 @@ TEST_F(SystemDispatchGroup, AMomentThatIsPastIsNotWaitedFor) {
   release(group);
 }
 
-TEST_F(SystemDispatchGroupDeath, LeavingWithoutHavingEnteredTraps) {
+TEST_F(SystemDispatchGroupDeathTest, LeavingWithoutHavingEnteredTraps) {
   EXPECT_DEATH(leave(makeGroup()), "tin-mac: dispatch_group_leave without dispatch_group_enter");
 }
 
-TEST_F(SystemDispatchGroupDeath, ReleasedWhileEnteredItTraps) {
+TEST_F(SystemDispatchGroupDeathTest, ReleasedWhileEnteredItTraps) {
   void* const group = makeGroup();
   enter(group);
   EXPECT_DEATH(release(group), "tin-mac: dispatch_release of a group that is entered");

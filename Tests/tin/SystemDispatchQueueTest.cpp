@@ -22,7 +22,7 @@ class SystemDispatchQueue : public testing::Test {
 
   TestHost host;
 };
-using SystemDispatchQueueDeath = SystemDispatchQueue;
+using SystemDispatchQueueDeathTest = SystemDispatchQueue;
 
 struct Note {
   std::vector<int>* order;
@@ -91,7 +91,7 @@ TEST_F(SystemDispatchQueue, SyncOfManyThreadsNeverOverlaps) {
   release(queue);
 }
 
-/// What work finds under a key on the queue that it runs on.
+/// Work writes here the value that it finds under a key on its queue.
 struct Look {
   const void* key;
   void* found = nullptr;
@@ -187,7 +187,7 @@ TEST_F(SystemDispatchQueue, TheBooksKnowEachQueuesQualityOfService) {
   release(queue);
 }
 
-TEST_F(SystemDispatchQueueDeath, SyncOntoTheOwnQueueTraps) {
+TEST_F(SystemDispatchQueueDeathTest, SyncOntoTheOwnQueueTraps) {
   EXPECT_DEATH(
       {
         void* const queue = makeQueue();
@@ -203,7 +203,7 @@ TEST_F(SystemDispatchQueueDeath, SyncOntoTheOwnQueueTraps) {
       "tin-mac: dispatch_sync_f onto a queue that waits for it");
 }
 
-TEST_F(SystemDispatchQueueDeath, SyncOntoAnOuterQueueTraps) {
+TEST_F(SystemDispatchQueueDeathTest, SyncOntoAnOuterQueueTraps) {
   EXPECT_DEATH(
       {
         static void* const outer = makeQueue();
@@ -214,12 +214,12 @@ TEST_F(SystemDispatchQueueDeath, SyncOntoAnOuterQueueTraps) {
       "tin-mac: dispatch_sync_f onto a queue that waits for it");
 }
 
-TEST_F(SystemDispatchQueueDeath, SyncOntoTheMainQueueFromTheMainThreadTraps) {
+TEST_F(SystemDispatchQueueDeathTest, SyncOntoTheMainQueueFromTheMainThreadTraps) {
   EXPECT_DEATH(sync(mainQueue(), nullptr, doNothing),
                "tin-mac: dispatch_sync_f onto a queue that waits for it");
 }
 
-TEST_F(SystemDispatchQueueDeath, AReleaseTooManyTraps) {
+TEST_F(SystemDispatchQueueDeathTest, AReleaseTooManyTraps) {
   EXPECT_DEATH(
       {
         void* const queue = makeQueue();
@@ -229,14 +229,14 @@ TEST_F(SystemDispatchQueueDeath, AReleaseTooManyTraps) {
       "tin-mac: (dispatch_release without a reference|not a living dispatch object)");
 }
 
-TEST_F(SystemDispatchQueueDeath, AnythingElseThanALivingObjectTraps) {
+TEST_F(SystemDispatchQueueDeathTest, AnythingElseThanALivingObjectTraps) {
   int no = 0;
   EXPECT_DEATH(release(&no), "tin-mac: not a living dispatch object: dispatch_release");
   EXPECT_DEATH(cancel(mainQueue()),
                "a dispatch object of the wrong class: dispatch_source_cancel of a dispatch_main");
 }
 
-TEST_F(SystemDispatchQueueDeath, AnUnknownQualityOfServiceTraps) {
+TEST_F(SystemDispatchQueueDeathTest, AnUnknownQualityOfServiceTraps) {
   EXPECT_DEATH(bound<const void*(const void*, unsigned, int)>(
                    "_dispatch_queue_attr_make_with_qos_class")(nullptr, 0x12, 0),
                "tin-mac: a quality of service that a Mac does not have: 18");

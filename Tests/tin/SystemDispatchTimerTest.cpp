@@ -50,7 +50,7 @@ class SystemDispatchTimer : public testing::Test {
   TestHost host;
   void* queue;
 };
-using SystemDispatchTimerDeath = SystemDispatchTimer;
+using SystemDispatchTimerDeathTest = SystemDispatchTimer;
 
 TEST_F(SystemDispatchTimer, FiresOnTheMachinesClockAtItsStartAndThenEveryInterval) {
   Record record;
@@ -226,12 +226,12 @@ TEST_F(SystemDispatchTimer, ReleasedUncancelledItIsNotedAndStops) {
   EXPECT_EQ(record.heard, 0);
 }
 
-TEST_F(SystemDispatchTimerDeath, ReleasedNeverActivatedItTraps) {
+TEST_F(SystemDispatchTimerDeathTest, ReleasedNeverActivatedItTraps) {
   EXPECT_DEATH(release(makeTimer(queue)),
                "tin-mac: dispatch_release of a source that was never activated");
 }
 
-TEST_F(SystemDispatchTimerDeath, ChangedAfterItsActivationItTraps) {
+TEST_F(SystemDispatchTimerDeathTest, ChangedAfterItsActivationItTraps) {
   Record record;
   void* const source = timer(record);
   activate(source);
@@ -242,7 +242,7 @@ TEST_F(SystemDispatchTimerDeath, ChangedAfterItsActivationItTraps) {
   drop(source);
 }
 
-TEST_F(SystemDispatchTimerDeath, AnIntervalOfZeroTraps) {
+TEST_F(SystemDispatchTimerDeathTest, AnIntervalOfZeroTraps) {
   EXPECT_DEATH(setTimer(makeTimer(queue), 0, 0), "dispatch_source_set_timer: an interval of 0");
 }
 
@@ -257,7 +257,7 @@ TEST(SystemDispatchTime, IsAMomentOfTheMachinesUptime) {
   EXPECT_EQ(after(7, INT64_MAX), forever);
 }
 
-TEST(SystemDispatchTimeDeath, AWallClocksMomentTraps) {
+TEST(SystemDispatchTimeDeathTest, AWallClocksMomentTraps) {
   TestHost host;
   EXPECT_DEATH(after(forever - 1, 0), "tin-mac: a moment of dispatch that is not on the uptime");
 }

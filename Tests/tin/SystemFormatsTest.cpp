@@ -63,7 +63,7 @@ TEST(SystemFormats, FprintfWritesToTheStreamThatTheProgramNames) {
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "limit=80\n");
 }
 
-TEST(SystemFormatsDeath, ALongDoubleTraps) {
+TEST(SystemFormatsDeathTest, ALongDoubleTraps) {
   EXPECT_DEATH(printedByMac("%5.2Lf", std::uint64_t{0}), "tin-mac: a format with a long double");
 }
 

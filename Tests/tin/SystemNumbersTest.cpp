@@ -34,7 +34,7 @@ TEST(SystemNumbers, TheTextOfAnErrorIsTheMacs) {
   EXPECT_STREQ(room.data(), "Permiss");
 }
 
-TEST(SystemNumbersDeath, AnErrorWithoutCounterpartTraps) {
+TEST(SystemNumbersDeathTest, AnErrorWithoutCounterpartTraps) {
   EXPECT_DEATH(macError(EKEYEXPIRED), "tin-mac: an error of Linux that the Mac's table lacks: 127");
   EXPECT_DEATH(linuxError(81), "tin-mac: an error of the Mac that the table lacks: 81");
 }
@@ -45,7 +45,7 @@ TEST(SystemNumbers, FlagsOfOpenAreTranslated) {
   EXPECT_EQ(linuxOpenFlags(0x2 | 0x8 | 0x400), O_RDWR | O_APPEND | O_TRUNC);
 }
 
-TEST(SystemNumbersDeath, AFlagOfOpenWithoutCounterpartTraps) {
+TEST(SystemNumbersDeathTest, AFlagOfOpenWithoutCounterpartTraps) {
   EXPECT_DEATH(linuxOpenFlags(0x200000), "tin-mac: flags of open that the table lacks: 2097152");
 }
 
@@ -56,7 +56,7 @@ TEST(SystemNumbers, SignalsThatDifferAreTranslatedBothWays) {
   EXPECT_EQ(linuxSignal(15), SIGTERM);
 }
 
-TEST(SystemNumbersDeath, ASignalWithoutCounterpartTraps) {
+TEST(SystemNumbersDeathTest, ASignalWithoutCounterpartTraps) {
   EXPECT_DEATH(linuxSignal(29), "tin-mac: a signal of the Mac that Linux lacks: 29");
 }
 
@@ -99,7 +99,7 @@ TEST(SystemNumbers, EveryFactOfAFileHasItsPlace) {
   EXPECT_EQ(words, expected);
 }
 
-TEST(SystemNumbersDeath, AFactThatDoesNotFitTraps) {
+TEST(SystemNumbersDeathTest, AFactThatDoesNotFitTraps) {
   struct stat facts{};
   facts.st_nlink = 65536;
   EXPECT_DEATH(macStat(facts), "does not fit the Mac's structure: st_nlink: 65536");

@@ -67,19 +67,19 @@ TEST(SystemOSLog, APrecisionLimitsAText) {
   EXPECT_EQ(Buffer().add(count, 3).add(publicText, "discharge").with("%{public}.*s"), "dis");
 }
 
-TEST(SystemOSLogDeath, AnUnknownItemTrapsWithItsNumbers) {
+TEST(SystemOSLogDeathTest, AnUnknownItemTrapsWithItsNumbers) {
   EXPECT_DEATH(Buffer().add(0x42, "object").with("%{public}s"),
                "tin-mac: os_log's buffer: an item of descriptor and size: 66, 8");
   EXPECT_DEATH(Buffer().add(scalar, std::int16_t{1}).with("%d"), "an item's kind and size: 0, 2");
 }
 
-TEST(SystemOSLogDeath, AnUnknownConversionOrAnnotationTraps) {
+TEST(SystemOSLogDeathTest, AnUnknownConversionOrAnnotationTraps) {
   EXPECT_DEATH(Buffer().add(0x40, "object").with("%@"), "os_log's conversion: @");
   EXPECT_DEATH(Buffer().add(scalar, 1).with("%{bool}d"), "os_log's annotation: bool");
   EXPECT_DEATH(Buffer().add(scalar, 1.0).with("%Lf"), "os_log's conversion: L");
 }
 
-TEST(SystemOSLogDeath, ABufferAndAFormatThatDisagreeTrap) {
+TEST(SystemOSLogDeathTest, ABufferAndAFormatThatDisagreeTrap) {
   EXPECT_DEATH(Buffer().with("%d"), "items and bytes left: 0, 0");
   EXPECT_DEATH(Buffer().add(scalar, 1).with("none"), "items and bytes unused: 1, 6");
   EXPECT_DEATH(Buffer().add(text, "word").with("%{public}s"),

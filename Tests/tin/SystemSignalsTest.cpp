@@ -53,7 +53,7 @@ class SystemSignals : public testing::Test {
   TestHost host;
   int heard = 0;
 };
-using SystemSignalsDeath = SystemSignals;
+using SystemSignalsDeathTest = SystemSignals;
 
 TEST_F(SystemSignals, ASourceOnTheMainQueueHearsASignalThatTheProgramIgnores) {
   EXPECT_EQ(setAction(macTerminate, SIG_IGN), SIG_DFL);
@@ -118,7 +118,7 @@ TEST_F(SystemSignals, ANumberThatIsNoSignalGivesNoSource) {
   EXPECT_EQ(makeSignal(32, mainQueue()), nullptr);
 }
 
-TEST_F(SystemSignalsDeath, TheDefaultActionStandsThoughASourceListens) {
+TEST_F(SystemSignalsDeathTest, TheDefaultActionStandsThoughASourceListens) {
   EXPECT_EXIT(
       {
         listen(macTerminate);
@@ -128,7 +128,7 @@ TEST_F(SystemSignalsDeath, TheDefaultActionStandsThoughASourceListens) {
       testing::KilledBySignal(SIGTERM), "");
 }
 
-TEST_F(SystemSignalsDeath, AbortEndsAProgramThatIgnoresItsSignal) {
+TEST_F(SystemSignalsDeathTest, AbortEndsAProgramThatIgnoresItsSignal) {
   EXPECT_EXIT(
       {
         setAction(6, SIG_IGN);
@@ -137,7 +137,7 @@ TEST_F(SystemSignalsDeath, AbortEndsAProgramThatIgnoresItsSignal) {
       testing::KilledBySignal(SIGABRT), "");
 }
 
-TEST_F(SystemSignalsDeath, OneThatLinuxLacksTraps) {
+TEST_F(SystemSignalsDeathTest, OneThatLinuxLacksTraps) {
   EXPECT_DEATH(setAction(29, SIG_IGN), "tin-mac: a signal of the Mac that Linux lacks: 29");
 }
 

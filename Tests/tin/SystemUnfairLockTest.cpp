@@ -31,18 +31,18 @@ TEST(SystemUnfairLock, KeepsThreadsApart) {
   EXPECT_EQ(word, 0U);
 }
 
-TEST(SystemUnfairLockDeath, LockingTwiceTraps) {
+TEST(SystemUnfairLockDeathTest, LockingTwiceTraps) {
   std::uint32_t word = 0;
   lock(word);
   EXPECT_DEATH(lock(word), "tin-mac: os_unfair_lock_lock: the thread owns the lock already");
 }
 
-TEST(SystemUnfairLockDeath, UnlockingAnUnlockedLockTraps) {
+TEST(SystemUnfairLockDeathTest, UnlockingAnUnlockedLockTraps) {
   std::uint32_t word = 0;
   EXPECT_DEATH(unlock(word), "tin-mac: os_unfair_lock_unlock: the lock is not locked");
 }
 
-TEST(SystemUnfairLockDeath, UnlockingAnotherThreadsLockTraps) {
+TEST(SystemUnfairLockDeathTest, UnlockingAnotherThreadsLockTraps) {
   std::uint32_t word = 0;
   std::thread([&] { lock(word); }).join();
   EXPECT_DEATH(unlock(word), "tin-mac: os_unfair_lock_unlock: another thread owns the lock");

@@ -39,6 +39,8 @@ std::span<const Export> cxxRuntimeExports() {
 #undef TIN_CXX
       {"__ZNSt20bad_array_new_lengthC1Ev", code(makeBadArrayNewLength)},
       {"__ZNSt9bad_allocC1Ev", code(makeBadAlloc)},
+      // Objective-C's exceptions travel as those of C++ do.
+      {"___objc_personality_v0", linked__gxx_personality_v0},
       {"__ZTISt18bad_variant_access", typeOf(typeid(std::bad_variant_access))},
       {"__ZTVSt18bad_variant_access", virtualTable<std::bad_variant_access>()},
   };

@@ -13,7 +13,6 @@ void* code(Function* function) {
 // One table a topic; together they are systemExports().
 std::span<const Export> cLibraryExports();
 std::span<const Export> cxxRuntimeExports();
-std::span<const Export> exceptionExports();
 std::span<const Export> fileExports();
 std::span<const Export> formatExports();
 std::span<const Export> processExports();
