@@ -65,7 +65,9 @@ TEST_F(SystemDispatchTimer, FiresOnTheMachinesClockAtItsStartAndThenEveryInterva
   EXPECT_EQ(record.heard, 1);
   pass(1);
   EXPECT_EQ(record.heard, 2);
+  EXPECT_EQ(host.alarmCount(), 1U);
   drop(source);
+  EXPECT_EQ(host.alarmCount(), 0U);
 }
 
 TEST_F(SystemDispatchTimer, WithoutAnIntervalItFiresOnce) {
