@@ -83,6 +83,9 @@ using namespace tinmac;
 - (id)objectAtIndexedSubscript:(NSUInteger)index {
   return [self objectAtIndex:index];
 }
+- (id)firstObject {
+  return elements.empty() ? nil : elements.front();
+}
 - (BOOL)containsObject:(id)object {
   for (const id element : elements) {
     if ([element isEqual:object]) return YES;

@@ -1,4 +1,4 @@
-#include <cstdlib>
+#include <algorithm>
 #include <map>
 #include <set>
 #include <string>
@@ -30,10 +30,12 @@ void know(ClassRecord* cls) {
   classes().all.insert(cls->isa);
 }
 
-/// A superclass that was grown since the class was compiled would need its variables moved.
+/// A class is compiled without knowing all of its superclass's variables. Nothing moves its own.
 void expectRoomForSuperclass(const ClassRecord* cls) {
-  const ClassRecord* superclass = cls->superclass;
-  if (superclass != nullptr && superclass->facts().instanceSize > cls->facts().instanceStart) {
+  const ClassFacts& facts = cls->facts();
+  const bool hasVariables = facts.instanceSize > facts.instanceStart;
+  if (hasVariables && cls->superclass != nullptr &&
+      instanceSize(cls->superclass) > facts.instanceStart) {
     trap("a class's variables would have to be moved", className(cls));
   }
 }
@@ -102,6 +104,14 @@ ClassRecord* classNamed(std::string_view name) {
 }
 
 const char* className(const ClassRecord* cls) { return cls->facts().name; }
+
+std::size_t instanceSize(const ClassRecord* cls) {
+  std::size_t size = 0;
+  for (; cls != nullptr; cls = cls->superclass) {
+    size = std::max<std::size_t>(size, cls->facts().instanceSize);
+  }
+  return size;
+}
 
 bool isBelow(const ClassRecord* cls, const ClassRecord* ancestor) {
   for (; cls != nullptr; cls = cls->superclass) {

@@ -116,7 +116,7 @@ void end(id object, Header& header) {
 }  // namespace
 
 id allocate(ClassRecord* cls) {
-  id object = static_cast<id>(allocateWithHeader(cls, cls->facts().instanceSize));
+  id object = static_cast<id>(allocateWithHeader(cls, instanceSize(cls)));
   *reinterpret_cast<ClassRecord**>(object) = cls;
   callConstructors(object, cls);
   return object;
@@ -173,7 +173,11 @@ ClassRecord* classBeforeFree(id object) {
 using namespace tinmac;
 
 TIN_EXPORT id objc_alloc(Class cls) { return [cls alloc]; }
-TIN_EXPORT id objc_alloc_init(Class cls) { return [[cls alloc] init]; }
+/// In two statements: the compiler makes one a call of this very function.
+TIN_EXPORT id objc_alloc_init(Class cls) {
+  id object = [cls alloc];
+  return [object init];
+}
 TIN_EXPORT id objc_retain(id object) { return tinmac::retain(object); }
 TIN_EXPORT void objc_release(id object) { tinmac::release(object); }
 

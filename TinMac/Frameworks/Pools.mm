@@ -127,3 +127,13 @@ TIN_EXPORT id objc_retainAutoreleasedReturnValue(id object) {
   }
   return tinmac::retain(object);
 }
+
+/// The caller has no use for the result.
+TIN_EXPORT id objc_unsafeClaimAutoreleasedReturnValue(id object) {
+  Pools& mine = pools();
+  if (object != nil && mine.handedOver == object) {
+    mine.handedOver = nil;
+    tinmac::release(object);
+  }
+  return object;
+}

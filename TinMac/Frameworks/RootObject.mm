@@ -23,7 +23,7 @@ bool hasNoOwners(id object) {
         &tinProtocolClass, &tinStackBlockClass, &tinGlobalBlockClass}) {
     if (cls == constant) return true;
   }
-  return isKnownClass(reinterpret_cast<const ClassRecord*>(object));
+  return isSharedEmpty(object) || isKnownClass(reinterpret_cast<const ClassRecord*>(object));
 }
 
 bool isKind(id object, Class cls) { return object != nil && isBelow(classOf(object), record(cls)); }

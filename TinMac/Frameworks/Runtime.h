@@ -44,6 +44,8 @@ bool isKnownClass(const ClassRecord* cls);
 /// Null: no image has it.
 ClassRecord* classNamed(std::string_view name);
 const char* className(const ClassRecord* cls);
+/// In bytes, with what the classes above it need.
+std::size_t instanceSize(const ClassRecord* cls);
 bool isBelow(const ClassRecord* cls, const ClassRecord* ancestor);
 void addProtocols(const TinImage& image);
 bool conforms(const ProtocolListRecord* list, const ProtocolRecord* protocol);
@@ -60,6 +62,8 @@ void release(id object);
 void destroy(id object);
 /// A class, a constant, a block that is not on the heap: it is never freed.
 bool hasNoOwners(id object);
+/// One of the two empty containers that stand in the image.
+bool isSharedEmpty(const void* object);
 /// The largest number for what has no owners.
 std::int64_t ownersOf(id object);
 /// The class that an object had before it was freed; null: this object was not freed.

@@ -23,12 +23,22 @@ extern "C" {
 extern ClassRecord tinBooleanRecord __asm("_OBJC_CLASS_$_TinBoolean");
 extern ClassRecord tinNullRecord __asm("_OBJC_CLASS_$_NSNull");
 extern ClassRecord tinBundleRecord __asm("_OBJC_CLASS_$_NSBundle");
+extern ClassRecord tinArrayRecord __asm("_OBJC_CLASS_$_NSArray");
+extern ClassRecord tinDictionaryRecord __asm("_OBJC_CLASS_$_NSDictionary");
 }
 
 BooleanObject yes{&tinBooleanRecord, true};
 BooleanObject no{&tinBooleanRecord, false};
 ClassRecord* nothing = &tinNullRecord;
 ClassRecord* bundle = &tinBundleRecord;
+
+/// A container whose variables are all zero: it is empty.
+struct EmptyContainer {
+  ClassRecord* isa;
+  void* variables[7];
+};
+EmptyContainer emptyArray{&tinArrayRecord, {}};
+EmptyContainer emptyDictionary{&tinDictionaryRecord, {}};
 
 bool truth(id object) { return reinterpret_cast<const BooleanObject*>(object)->value; }
 
@@ -37,6 +47,10 @@ bool truth(id object) { return reinterpret_cast<const BooleanObject*>(object)->v
 TIN_EXPORT const CFBooleanRef kCFBooleanTrue = reinterpret_cast<CFBooleanRef>(&yes);
 TIN_EXPORT const CFBooleanRef kCFBooleanFalse = reinterpret_cast<CFBooleanRef>(&no);
 TIN_EXPORT const CFNullRef kCFNull = reinterpret_cast<CFNullRef>(&nothing);
+
+/// The compiler names them for an empty literal.
+TIN_EXPORT void* const __NSArray0__ = &emptyArray;
+TIN_EXPORT void* const __NSDictionary0__ = &emptyDictionary;
 
 TIN_EXPORT Boolean CFBooleanGetValue(CFBooleanRef boolean) {
   expectKind((id)boolean, [TinBoolean class], "CFBooleanGetValue");
@@ -47,6 +61,10 @@ namespace tinmac {
 
 NSNumber* booleanObject(bool value) {
   return (NSNumber*)(value ? kCFBooleanTrue : kCFBooleanFalse);
+}
+
+bool isSharedEmpty(const void* object) {
+  return object == &emptyArray || object == &emptyDictionary;
 }
 
 bool isBoolean(id object) { return object != nil && classOf(object) == &tinBooleanRecord; }
