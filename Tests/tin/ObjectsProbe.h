@@ -8,7 +8,7 @@ namespace tinmac::objects {
 /// Why they cannot be had; empty: they are loaded.
 const std::string& whyNotLoaded();
 
-/// What a probe of the library found; empty: nothing wrong.
+/// Runs a probe of the library. Returns the first thing that is wrong; empty: nothing is.
 std::string probe(const char* name);
 /// Calls a function of the library.
 void call(const char* name);

@@ -13,6 +13,8 @@ struct Pools {
   /// An object that a method handed to its caller past the pool; the caller's claim is the very
   /// next thing that this thread does.
   id handedOver = nil;
+  /// The process ends, and the pools were emptied under the thread that had opened them.
+  bool settled = false;
 };
 
 Pools* mainPools = nullptr;
@@ -65,7 +67,9 @@ void onSettle(void (*release)()) { settlers().push_back(release); }
 
 void settle() {
   for (auto* settler : settlers()) settler();
-  if (mainPools != nullptr) releaseDownTo(*mainPools, 0);
+  if (mainPools == nullptr) return;
+  releaseDownTo(*mainPools, 0);
+  mainPools->settled = true;
 }
 
 }  // namespace tinmac
@@ -83,6 +87,7 @@ TIN_EXPORT void* objc_autoreleasePoolPush(void) {
 
 TIN_EXPORT void objc_autoreleasePoolPop(void* token) {
   Pools& mine = pools();
+  if (mine.settled) return;
   const auto begin = reinterpret_cast<std::size_t>(token);
   if (begin == 0 || begin > mine.objects.size() || mine.objects[begin - 1] != nil) {
     trap("an autorelease pool was popped that is not open", "objc_autoreleasePoolPop");
