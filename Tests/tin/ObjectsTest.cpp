@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <vector>
+
 #include "Tests/tin/ObjectsProbe.h"
 #include "TinMac/System/Books.h"
 
@@ -109,14 +112,6 @@ TEST_F(ObjectsTest, AnObjectWithoutAPoolLeaksAndIsNoted) {
   EXPECT_EQ(liveObjects("NSString"), living + 1);
 }
 
-TEST_F(ObjectsTest, SettlingEmptiesTheMainThreadsPools) {
-  const std::int64_t living = liveObjects("NSString");
-  objects::call("leaveInPool");
-  EXPECT_EQ(liveObjects("NSString"), living + 1);
-  objects::settle();
-  EXPECT_EQ(liveObjects("NSString"), living);
-}
-
 TEST_F(ObjectsDeathTest, NothingIsNeitherRetainedNorReleased) {
   EXPECT_DEATH(objects::call("breakReleaseNull"), "null pointer was passed: CFRelease");
   EXPECT_DEATH(objects::call("breakRetainNull"), "null pointer was passed: CFRetain");
@@ -134,6 +129,18 @@ TEST_F(ObjectsDeathTest, AFunctionTakesItsOwnTypeOnly) {
 TEST_F(ObjectsDeathTest, AMessageThatNobodyUnderstandsIsNamed) {
   EXPECT_DEATH(objects::call("breakUnknownSelector"), "-.TinConstantString objectAtIndex:.");
   EXPECT_DEATH(objects::call("breakUnknownClassSelector"), ".NSData dataWithContentsOfFile:.");
+}
+
+/// In a process of its own, since no pool is opened after the books are settled.
+TEST_F(ObjectsDeathTest, SettlingEmptiesTheMainThreadsPools) {
+  const auto settled = [] {
+    const std::int64_t living = liveObjects("NSString");
+    objects::call("leaveInPool");
+    const bool isHeld = liveObjects("NSString") == living + 1;
+    objects::settle();
+    std::_Exit(isHeld && liveObjects("NSString") == living ? 0 : 1);
+  };
+  EXPECT_EXIT(settled(), ::testing::ExitedWithCode(0), "");
 }
 
 }  // namespace
