@@ -49,7 +49,7 @@ struct Machine {
 /// As it is at first.
 void reset();
 Machine& machine();
-/// What was written down since the last time, one entry a line.
+/// Gives what was written down since the last time, one entry a line.
 std::string takeJournal();
 /// A function of the machine by its name in the object file; null: it has none.
 void* machineFunction(std::string_view name);
