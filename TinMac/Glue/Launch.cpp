@@ -12,6 +12,7 @@
 #include "TinMac/Loader/Image.h"
 #include "TinMac/System/Books.h"
 #include "TinMac/System/Exports.h"
+#include "TinMac/System/Process.h"
 
 namespace tinmac {
 
@@ -95,7 +96,7 @@ int run(const Launch& launch) {
   announce(library, **program);
   (*program)->runInitialisers();
   beforeBooks(functionOf<decltype(tinSettleBooks)>(library, "_tinSettleBooks"));
-  return reinterpret_cast<int (*)()>((*program)->entry())();
+  exitProgram(reinterpret_cast<int (*)()>((*program)->entry())());
 }
 
 }  // namespace tinmac

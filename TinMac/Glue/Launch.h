@@ -13,8 +13,8 @@ struct Launch {
   virtualmac::LaunchOptions options;
 };
 
-/// Loads the frameworks and the program and runs the program's main(). Returns its status.
-/// Failure: a text on standard error and status 1.
+/// Loads the frameworks and the program, runs the program's main() and ends the process with its
+/// status. Returns only when that cannot begin: then a text is on standard error.
 int run(const Launch& launch);
 
 }  // namespace tinmac
