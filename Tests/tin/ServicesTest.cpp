@@ -146,6 +146,7 @@ TEST_F(ServicesTest, MessagesBringTheirNumberAndAnswersTheirValues) {
             "reply setLimit:reply: true absent\n"
             "reply setLimit:reply: false error limits 200 < { end end\n"
             "reply setSwitch:reply: 9\nreply setSwitch:reply: 0\n");
+  EXPECT_EQ(notedRules("an argument of a reply is not of its declared class"), 0);
   EXPECT_EQ(probe("probeEnd"), "heard");
   EXPECT_EQ(probe("probeOutsideOfCalls"), "");
 }

@@ -34,28 +34,39 @@ using AnyMessage = void (*)(id, SEL, std::uint64_t, std::uint64_t, std::uint64_t
 
 os_unfair_lock callsLock = OS_UNFAIR_LOCK_INIT;
 
-/// By the place of each thread's pools, which tells threads apart.
-std::map<void**, NSXPCConnection*>& calls() {
-  static auto& running = *new std::map<void**, NSXPCConnection*>;
+/// What each thread's running message is sent to, by the place of the thread's pools, which tells
+/// threads apart.
+std::map<void**, TinExport*>& calls() {
+  static auto& running = *new std::map<void**, TinExport*>;
   return running;
 }
 
-/// Makes a connection the current one for a scope.
-class CurrentCall {
- public:
-  explicit CurrentCall(NSXPCConnection* connection) : before(setCurrent(connection)) {}
-  CurrentCall(const CurrentCall&) = delete;
-  CurrentCall& operator=(const CurrentCall&) = delete;
-  ~CurrentCall() { setCurrent(before); }
+TinExport* setCall(TinExport* exported) {
+  const Locked locked(callsLock);
+  return std::exchange(calls()[tinThreadPools()], exported);
+}
 
- private:
-  static NSXPCConnection* setCurrent(NSXPCConnection* connection) {
-    const Locked locked(callsLock);
-    return std::exchange(calls()[tinThreadPools()], connection);
+/// Keeps what a message is sent to for a scope.
+class Call {
+ public:
+  /// Takes the caller's reference.
+  explicit Call(TinExport* claimed) : exported(claimed), before(setCall(claimed)) {}
+  Call(const Call&) = delete;
+  Call& operator=(const Call&) = delete;
+  ~Call() {
+    setCall(before);
+    [exported release];
   }
 
-  NSXPCConnection* before;
+ private:
+  TinExport* exported;
+  TinExport* before;
 };
+
+/// A message that ends the process does not return, so its call would hold on for ever.
+void endOwnCall() { [setCall(nil) release]; }
+
+__attribute__((constructor)) void prepare() { onSettle(endOwnCall); }
 
 /// The peer's one number as the method's type of it. A caller widens it to a whole register.
 std::uint64_t scalarArgument(const ArgumentType& type, std::uint32_t given, const char* selector) {
@@ -126,7 +137,6 @@ void deliverTo(const TinExport& exported, const char* name, std::uint32_t argume
     trap("the protocol and the peer disagree on whether a message has a reply", name);
   }
   const id replyBlock = block == nullptr ? nil : makeReplyBlock(reply, block->block, name);
-  const CurrentCall call(exported.connection);
   send(exported, selector, argumentsFor(signature, argument, replyBlock, name), name);
   [replyBlock release];
 }
@@ -139,10 +149,10 @@ void deliver(void* context, const char* selector, std::uint32_t argument,
     if (reply != nullptr) tinReplyDrop(reply);
     return;
   }
+  const Call call(exported);
   @autoreleasepool {
     deliverTo(*exported, selector, argument, reply);
   }
-  [exported release];
 }
 
 }  // namespace
@@ -154,7 +164,8 @@ TinExported exportedAs(void* context) {
 NSXPCConnection* connectionOfCall() {
   const Locked locked(callsLock);
   const auto found = calls().find(tinThreadPools());
-  return found == calls().end() ? nil : found->second;
+  const bool isInCall = found != calls().end() && found->second != nil;
+  return isInCall ? found->second->connection : nil;
 }
 
 }  // namespace tinmac

@@ -53,7 +53,8 @@ class TypeReader {
       take();
       const std::size_t length = rest.find('"');
       if (length == std::string_view::npos) refuse();
-      type.className = rest.substr(0, rest.substr(0, length).find('<'));
+      const std::string_view quoted = rest.substr(0, length);
+      type.className = quoted.substr(0, quoted.find('<'));  // Protocols stand behind the class.
       rest.remove_prefix(length + 1);
     }
   }
