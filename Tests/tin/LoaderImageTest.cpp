@@ -180,6 +180,16 @@ TEST(LoaderImage, GivesSegmentsTheirProtections) {
   EXPECT_EQ(function<int(int, int)>(mapped, "_add")(1, 2), 3);
 }
 
+TEST(LoaderImage, LiesAtItsPlaceOrNowhere) {
+  auto* place = std::bit_cast<std::byte*>(std::uintptr_t{0x61'0000'0000});
+  const auto image = Image::map(fixtures::path("outside.dylib"), place);
+  ASSERT_TRUE(image);
+  EXPECT_EQ((*image)->header(), place);
+  const auto second = Image::map(fixtures::path("outside.dylib"), place);
+  ASSERT_FALSE(second);
+  EXPECT_THAT(second.error(), testing::HasSubstr("outside.dylib: something else is at its place"));
+}
+
 TEST(LoaderImage, FindsSections) {
   const auto image = loadBasics();
   ASSERT_TRUE(image);

@@ -3,7 +3,14 @@
 #
 # Runs the Mac's own program as the helper of a virtual Mac, under an emulator of the Mac's
 # processor. A virtual Mac that is started with --tin calls it.
+# With TIN_MAC_LINES the emulator writes the program's code that is reached into that folder, one
+# file for each process; script/tin-mac-lines reads them.
 build=$(dirname "$(readlink -f "$0")")/../..
+if [ -n "${TIN_MAC_LINES:-}" ]; then
+  # The program lies where Launch.cpp puts it.
+  export QEMU_LOG=in_asm QEMU_LOG_FILENAME="$TIN_MAC_LINES/%d.log"
+  export QEMU_DFILTER=0x6000000000+0x1000000
+fi
 exec qemu-aarch64 -L /usr/aarch64-linux-gnu "$build/tin/TinMac/Glue/tin-mac" \
   "$build/macos-cross/TinMac/Frameworks/libtin_frameworks.dylib" \
   "${TIN_MAC_PROGRAM:-$build/macos-cross/KorvelHelper/macOS/KorvelHelper}" "$@"

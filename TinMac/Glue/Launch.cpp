@@ -1,5 +1,7 @@
 #include "TinMac/Glue/Launch.h"
 
+#include <bit>
+#include <cstdint>
 #include <cstdio>
 #include <expected>
 #include <memory>
@@ -17,6 +19,10 @@
 namespace tinmac {
 
 namespace {
+
+/// The program begins here in every run, so that the emulator's log of its code can be read.
+/// KorvelHelper.sh and script/tin-mac-lines name the same address.
+constexpr std::uintptr_t programPlace = 0x60'0000'0000;
 
 using Loaded = std::expected<std::unique_ptr<Image>, Image::Failure>;
 
@@ -42,8 +48,8 @@ void* findForProgram(const Image& frameworks, std::string_view name) {
   return find(systemExports(), name);
 }
 
-Loaded load(const std::string& path, const Resolver& resolve) {
-  Loaded image = Image::map(path);
+Loaded load(const std::string& path, const Resolver& resolve, std::byte* place = nullptr) {
+  Loaded image = Image::map(path, place);
   if (!image) return image;
   if (const auto bound = (*image)->bind(resolve); !bound) return std::unexpected(bound.error());
   if (const auto closed = (*image)->protect(); !closed) return std::unexpected(closed.error());
@@ -87,7 +93,8 @@ int run(const Launch& launch) {
   if (!frameworks) return fail(launch.frameworks, frameworks.error());
   const Image& library = **frameworks;
   const Loaded program = load(
-      launch.program, [&library](std::string_view name) { return findForProgram(library, name); });
+      launch.program, [&library](std::string_view name) { return findForProgram(library, name); },
+      std::bit_cast<std::byte*>(programPlace));
   if (!program) return fail(launch.program, program.error());
   if ((*program)->entry() == nullptr) return fail(launch.program, "is no program: it has no main");
 

@@ -45,14 +45,15 @@ void take(bool& step, bool inTurn) {
 Image::Image() = default;
 Image::~Image() = default;
 
-std::expected<std::unique_ptr<Image>, Image::Failure> Image::map(const std::string& path) {
+std::expected<std::unique_ptr<Image>, Image::Failure> Image::map(const std::string& path,
+                                                                 std::byte* place) {
   std::unique_ptr<Image> image(new Image);
   image->file = path;
   const auto mapped = image->attempt([&] {
     image->contents = readFile(path);
     const Bytes file(image->contents, "the file");
     image->layout = std::make_unique<Layout>(readLayout(file));
-    image->mapSegments();
+    image->mapSegments(place);
     image->symbols = readExportedSymbols(file, *image->layout, image->base);
   });
   if (!mapped) {
@@ -70,11 +71,15 @@ std::expected<void, Image::Failure> Image::attempt(const std::function<void()>& 
   }
 }
 
-void Image::mapSegments() {
+void Image::mapSegments(std::byte* wanted) {
   void* room =
-      ::mmap(nullptr, layout->span, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+      ::mmap(wanted, layout->span, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
   if (room == MAP_FAILED) {
     refuseCall("no room of " + std::to_string(layout->span) + " bytes");
+  }
+  if (wanted != nullptr && room != wanted) {
+    ::munmap(room, layout->span);
+    throw Refused("something else is at its place");
   }
   base = static_cast<std::byte*>(room);
   for (const Segment& segment : layout->segments) {

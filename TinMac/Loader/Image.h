@@ -41,8 +41,10 @@ class Image {
   Image& operator=(const Image&) = delete;
   ~Image();
 
-  /// Maps the file's segments with their protections still open for fixups.
-  static std::expected<std::unique_ptr<Image>, Failure> map(const std::string& path);
+  /// Maps the file's segments with their protections still open for fixups. With a place the image
+  /// begins there, or fails when something is there already.
+  static std::expected<std::unique_ptr<Image>, Failure> map(const std::string& path,
+                                                            std::byte* place = nullptr);
 
   /// Applies the chained fixups. A symbol that every image may define (such as an inline function)
   /// is the image's own where it has one. Fails with every name that `resolve` does not have, each
@@ -76,7 +78,7 @@ class Image {
 
   Image();
   std::expected<void, Failure> attempt(const std::function<void()>& work) const;
-  void mapSegments();
+  void mapSegments(std::byte* wanted);
   void keepInitialisers();
   void keepInitialiser(const ImageSection& section, std::uint64_t fromHeader);
   [[nodiscard]] std::vector<std::uint64_t> resolveImports(const Resolver& resolve) const;
