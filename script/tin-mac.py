@@ -11,6 +11,13 @@ import pathlib
 import re
 import sys
 
+# Objects that a run may leave, how many, and why: exit() unwinds nothing.
+ALLOWED = {
+    "dispatch_source": (2, "the core keeps its timers until the process ends"),
+    "dispatch_group": (1, "the end waits in it while another thread works"),
+    "IOPMAssertion": (2, "the system drops them when the end did not wait for hung hardware"),
+}
+
 CLOSING = re.compile(r"(\d+)% tests passed, (\d+) tests failed out of (\d+)")
 
 
@@ -24,22 +31,24 @@ def passed(log):
 
 
 def summary(books):
-    """Runs that ended in order, what they left above the mark, rules bent, traps."""
+    """How many runs ended in which way, what they left that nobody owns, rules bent, traps."""
     left, notes, traps, ended = (collections.Counter() for _ in range(4))
     for path in sorted(pathlib.Path(books).glob("*.json")):
         book = json.loads(path.read_text(encoding="utf-8"))
         ended[book["reason"]] += 1
         if "trap" in book:
             traps[f"{book['trap']['rule']}: {book['trap']['detail']}"] += 1
+        if book["reason"] != "exit":
+            continue  # Connections still own objects: nothing was settled.
         for name, count in book.get("aboveMark", {}).items():
-            left[name] += count
+            left[name] += max(0, count - ALLOWED.get(name, (0,))[0])
         for note in book["notes"]:
             notes[note["rule"]] += note["times"]
     return ended, left, notes, traps
 
 
 def main(arguments):
-    if len(arguments) != 4:
+    if len(arguments) != 4 or arguments[0].startswith("-"):
         sys.exit(__doc__.strip())
     program, rooms, process, books = arguments
     ended, left, notes, traps = summary(books)
@@ -55,11 +64,11 @@ def main(arguments):
     for title, value in rows:
         print(f"{title:32}{value}")
     for title, counter in (("left behind", left), ("trap", traps), ("bent", notes)):
-        for name, count in counter.most_common():
+        for name, count in (+counter).most_common():
             print(f"  {title}: {name} ({count})")
     if not ended:
         sys.exit("tin-mac: no run wrote its books")
-    if left or traps:
+    if sum(left.values()) or traps:
         sys.exit(1)
 
 

@@ -75,7 +75,7 @@ TEST(KillTest, TwoHundredKillsLeaveNothingBehind) {
       ASSERT_TRUE(started);
       const pid_t pid = std::stoi(started->text.substr(started->text.find(' ')));
       // The kill comes between the first instruction and a while after the first answers.
-      pauseFor(std::uniform_real_distribution<double>(0, 0.08)(random));
+      pauseFor(std::uniform_real_distribution<double>(0, 0.08 * slowness())(random));
       ASSERT_EQ(::kill(pid, SIGKILL), 0);
       ASSERT_TRUE(journal.waitFor("helper " + std::to_string(pid) + " killed by signal 9"));
       if (const std::string content = readFile(mac.stateFile()); !content.empty())

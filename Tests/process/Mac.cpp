@@ -23,12 +23,6 @@ std::string freshDirectory() {
   return path;
 }
 
-// The helper of every test is then the Mac's own program, emulated.
-bool runsTheMacsProgram() {
-  // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody changes the environment
-  return std::getenv("KORVEL_TEST_TIN") != nullptr;
-}
-
 }  // namespace
 
 Mac::Mac(const MacOptions& chosen) : options(chosen), directory(freshDirectory()) {

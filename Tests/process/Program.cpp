@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <stdexcept>
 #include <thread>
 
@@ -89,6 +90,13 @@ Result runWith(const std::string& program, const std::vector<std::string>& argum
 double clockNow() {
   return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
 }
+
+bool runsTheMacsProgram() {
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody changes the environment
+  return std::getenv("KORVEL_TEST_TIN") != nullptr;
+}
+
+double slowness() { return runsTheMacsProgram() ? 12 : 1; }
 
 void pauseFor(double seconds) {
   std::this_thread::sleep_for(std::chrono::duration<double>(seconds));

@@ -42,6 +42,11 @@ using virtualmac::hostsystem::factsOf;
 using virtualmac::hostsystem::isAlive;
 using virtualmac::hostsystem::ProcessFacts;
 
+/// True: the helper of every test is the Mac's own program, emulated.
+bool runsTheMacsProgram();
+/// How many times longer the helper takes to start than the one that is built here: 1, or
+/// more for the Mac's own program.
+double slowness();
 void pauseFor(double seconds);
 /// Reads a monotonic clock, in seconds.
 double clockNow();
