@@ -11,13 +11,13 @@ import tempfile
 import threading
 import time
 
-PATIENCE = 15   # real seconds for a thing to come true
+PATIENCE = 10   # real seconds for a thing to come true
 BRIEF = 0.02    # real seconds between two looks
 
 # As many objects of a class as the unspoiled program may own when it ends.
 FURNITURE = {"IONotificationPort": 1, "KorvelListenerBridge": 1, "NSString": 1, "NSXPCListener": 1,
              "TinRunLoopSource": 1, "dispatch_main_queue": 1, "dispatch_queue": 2,
-             "dispatch_source": 4, "io_connect": 2, "io_object": 1}
+             "dispatch_group": 1, "dispatch_source": 5, "io_connect": 2, "io_object": 1}
 
 
 class Unmet(Exception):
@@ -33,8 +33,10 @@ class Session:
             mac.words("korvel-app", "--timeout", str(PATIENCE), "session"), text=True,
             stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
         self.answers = queue.Queue()
+
+    def begin(self):
         threading.Thread(target=self.read, daemon=True).start()
-        mac.expect("the application connects", self.answer().get("connected") is True)
+        self.mac.expect("the application connects", self.answer().get("connected") is True)
 
     def read(self):
         for line in self.process.stdout:
@@ -76,8 +78,8 @@ class Session:
         self.mac.expect(f"{words}: {code} {text}", told == (False, code, text), answer)
 
     def end(self):
-        self.process.stdin.close()
-        self.process.terminate()
+        if self.process.poll() is None:
+            self.process.terminate()
         self.process.wait()
 
 
@@ -87,6 +89,7 @@ class Mac:
         self.place = pathlib.Path(tempfile.mkdtemp(prefix="virtual-mac-"))
         self.root, self.books_place = self.place / "root", self.place / "books"
         self.books_place.mkdir()
+        self.root.mkdir(mode=0o700)
         self.environment = dict(os.environ, TIN_MAC_PROGRAM=str(program),
                                 TIN_MAC_BOOKS=str(self.books_place))
         self.wrapper, self.sessions = wrapper, []
@@ -112,8 +115,10 @@ class Mac:
         return self
 
     def connect(self):
-        self.sessions.append(Session(self))
-        return self.sessions[-1]
+        session = Session(self)
+        self.sessions.append(session)
+        session.begin()
+        return session
 
     def status(self):
         return json.loads(self.tell("status"))
@@ -149,6 +154,11 @@ class Mac:
     def silent(self, text):
         self.expect(f"the journal does not say: {text}", text not in self.journal())
 
+    def passes(self, seconds):
+        """So many virtual seconds pass."""
+        until = self.status()["seconds"] + seconds
+        self.becomes(f"{seconds} s pass", lambda: self.status()["seconds"] > until)
+
     def holds(self, **facts):
         """The status has these facts by and by."""
         def found():
@@ -168,21 +178,24 @@ class Mac:
             if book["reason"] not in ("exit", "trap"):
                 raise Unmet(f"the program is not ended by {book['reason']}")
 
-    def end(self, signal="TERM", pause=0.0):
-        """Ends the program in order and reads its books."""
+    def stop(self, signal):
+        """Tells the program to end, and sees it end in order."""
         pid = self.status()["helperPid"]
         self.expect("the program still runs", pid is not None)
         for session in self.sessions:
             session.end()
-        time.sleep(pause)
         self.tell("kill", signal)
+        self.logs(f"helper {pid} exited ")
+        self.notice_traps()
         self.logs(f"helper {pid} exited 0")
-        self.read_books()
+        restarts = re.findall(r"helper \d+ (?:died|killed)[^\n]*", self.journal())
+        self.expect("the program is not ended by anything else", not restarts, restarts)
 
-    def read_books(self):
+    def end(self, signal="TERM"):
+        """Ends the program in order and reads its books."""
+        self.stop(signal)
         self.becomes("the books are written", self.books)
         for book in self.books():
-            self.notice_traps()
             self.expect("it ends with status 0", book.get("status") == 0, book.get("status"))
             self.expect("no rule is bent", book["notes"] == [], book["notes"])
             more = {name: count for name, count in book["live"].items()
@@ -192,13 +205,10 @@ class Mac:
             self.expect("the queues have their quality of service",
                         queues <= {("com.korvel.app.helper.iopm", "utility"),
                                    ("com.korvel.app.helper.smc", "utility")}, queues)
-        restarts = re.findall(r"helper \d+ (?:died|killed)[^\n]*", self.journal())
-        self.expect("the program is not ended by anything else", not restarts, restarts)
 
     def down(self):
         for session in self.sessions:
-            if session.process.poll() is None:
-                session.end()
+            session.end()
         if (self.root / "journal").exists():
             self.run("virtual-mac", "down")
         shutil.rmtree(self.place, ignore_errors=True)
