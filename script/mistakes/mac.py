@@ -11,8 +11,7 @@ import tempfile
 import threading
 import time
 
-PATIENCE = 10   # real seconds for a thing to come true
-BRIEF = 0.02    # real seconds between two looks
+BRIEF = 0.02  # real seconds between two looks
 
 # As many objects of a class as the unspoiled program may own when it ends.
 FURNITURE = {"IONotificationPort": 1, "KorvelListenerBridge": 1, "NSString": 1, "NSXPCListener": 1,
@@ -30,7 +29,7 @@ class Session:
     def __init__(self, mac):
         self.mac = mac
         self.process = subprocess.Popen(
-            mac.words("korvel-app", "--timeout", str(PATIENCE), "session"), text=True,
+            mac.words("korvel-app", "--timeout", str(mac.patience), "session"), text=True,
             stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
         self.answers = queue.Queue()
 
@@ -44,7 +43,7 @@ class Session:
         self.answers.put(None)
 
     def answer(self):
-        deadline = time.monotonic() + PATIENCE
+        deadline = time.monotonic() + self.mac.patience
         while time.monotonic() < deadline:
             try:
                 line = self.answers.get(timeout=0.2)
@@ -84,8 +83,10 @@ class Session:
 
 
 class Mac:
-    def __init__(self, programs, wrapper, program, profile, speed):
-        self.programs, self.profile, self.speed = programs, profile, speed
+    """A machine of its own; `patience`: real seconds for a thing to come true."""
+
+    def __init__(self, programs, wrapper, program, patience):
+        self.programs, self.patience = programs, patience
         self.place = pathlib.Path(tempfile.mkdtemp(prefix="virtual-mac-"))
         self.root, self.books_place = self.place / "root", self.place / "books"
         self.books_place.mkdir()
@@ -101,18 +102,17 @@ class Mac:
 
     def run(self, program, *words):
         return subprocess.run(self.words(program, *words), env=self.environment, text=True,
-                              capture_output=True, timeout=4 * PATIENCE, check=False)
+                              capture_output=True, timeout=4 * self.patience, check=False)
 
     def tell(self, *words):
         done = self.run("virtual-mac", *words)
         if done.returncode != 0:
-            raise OSError(f"virtual-mac {' '.join(words)}: {done.stdout.strip()}{done.stderr.strip()}")
+            said = done.stdout.strip() or done.stderr.strip()
+            raise OSError(f"virtual-mac {' '.join(words)}: {said}")
         return done.stdout
 
-    def up(self):
-        self.tell("up", "--profile", self.profile, "--speed", str(self.speed), "--helper",
-                  str(self.wrapper))
-        return self
+    def up(self, profile="newer-keys", speed=20):
+        self.tell("up", "--profile", profile, "--speed", str(speed), "--helper", str(self.wrapper))
 
     def connect(self):
         session = Session(self)
@@ -140,7 +140,7 @@ class Mac:
 
     def becomes(self, what, holds):
         """Looks until it holds."""
-        deadline = time.monotonic() + PATIENCE
+        deadline = time.monotonic() + self.patience
         while not holds():
             self.notice_traps()
             if time.monotonic() > deadline:

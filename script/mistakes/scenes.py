@@ -1,5 +1,5 @@
-"""The scenes: short lives of a virtual Mac whose helper is the Mac's own program. Each ends with the
-program's orderly end and its books; an expectation that does not hold raises Unmet."""
+"""The scenes: short lives of a virtual Mac whose helper is the Mac's own program. Each ends with
+the program's orderly end and its books; an expectation that does not hold raises Unmet."""
 import os
 import pathlib
 import re
@@ -9,9 +9,9 @@ FAILED = 500
 NOT_AWAKE = 501
 EPOCH_OF_2026 = 788_918_400  # seconds from 2001 to the virtual Mac's start
 LIMIT_TEXT = "Charge limit must be between 20 and 100 (got {})."
-AWAKE_TEXT = ("Could not keep the Mac awake for clamshell discharge (SleepDisabled write failed).")
-TOO_WARM = ("Clamshell discharge stopped — the battery got too warm with the lid closed. Let it cool "
-            "down, then restart if you still want to drain.")
+AWAKE_TEXT = "Could not keep the Mac awake for clamshell discharge (SleepDisabled write failed)."
+TOO_WARM = ("Clamshell discharge stopped — the battery got too warm with the lid closed. Let it "
+            "cool down, then restart if you still want to drain.")
 PAUSED = "CHTE <- 01 00 00 00"
 # Virtual seconds: between two ticks of the loop, and from the last client's end to the suspension.
 TICK, GRACE = 5, 30
@@ -21,8 +21,9 @@ def clients(mac):
     mac.up()
     app = mac.connect()
     ping = app.does("ping")
-    mac.expect("ping tells the program's number", ping.get("pid") == mac.status()["helperPid"], ping)
-    mac.logs(f"Boot default \"KorvelHelper starting pid={ping['pid']} team=ABCDE12345\"")
+    pid = mac.status()["helperPid"]
+    mac.expect("ping tells the program's number", ping.get("pid") == pid, ping)
+    mac.logs(f"Boot default \"KorvelHelper starting pid={pid} team=ABCDE12345\"")
     mac.expect("the capabilities", app.does("capabilities") == {
         "tahoeCharging": True, "preTahoeCharging": False, "tahoeDischarge": True,
         "preTahoeDischarge": False, "nativeCharging": False})
@@ -88,14 +89,15 @@ def limit(mac):
 
 
 def discharge(mac):
-    mac.up()
+    mac.up("two-banks")
     mac.tell("set", "battery", "70")
     app = mac.connect()
     app.does("set-limit 50")
     app.does("discharge on")
     mac.holds(inflowInhibited=True)
-    types = sorted(each["type"] for each in mac.status()["assertions"])
-    mac.expect("two assertions", types == ["PreventSystemSleep", "PreventUserIdleSystemSleep"], types)
+    kinds = sorted(each["type"] for each in mac.status()["assertions"])
+    mac.expect("two assertions", kinds == ["PreventSystemSleep", "PreventUserIdleSystemSleep"],
+               kinds)
     app.does("keep-awake on")
     mac.holds(sleepDisabled=True)
     mac.tell("set", "lid", "closed")
@@ -135,7 +137,7 @@ def keep_awake(mac):
 
 
 def sleep(mac):
-    mac.up()
+    mac.up(speed=5)
     app = mac.connect()
     mac.tell("set", "battery", "60")
     app.does("set-limit 80")
@@ -154,7 +156,7 @@ def sleep(mac):
 
 def native_limit(mac):
     mac.furniture["PowerUISmartChargeClient"] = 1
-    mac.up()
+    mac.up("native-only")
     mac.tell("set", "battery", "90")
     app = mac.connect()
     mac.logs("PowerUI native charge backend ready — limits=[80, 85, 90, 95, 100]")
@@ -234,7 +236,7 @@ def shutdown(mac):
 
 def hung(mac):
     """The hardware hangs, so nothing is restored, and the program ends all the same."""
-    mac.up()
+    mac.up(speed=1)
     mac.tell("set", "battery", "70")
     app = mac.connect()
     app.does("set-limit 50")
@@ -247,14 +249,6 @@ def hung(mac):
     mac.expect("nothing is restored", mac.status()["chargingInhibited"] is True)
 
 
-SCENES = {
-    "clients": (clients, "newer-keys", 20),
-    "limit": (limit, "newer-keys", 20),
-    "discharge": (discharge, "two-banks", 20),
-    "keep-awake": (keep_awake, "newer-keys", 20),
-    "sleep": (sleep, "newer-keys", 5),
-    "native-limit": (native_limit, "native-only", 20),
-    "files": (files, "newer-keys", 20),
-    "shutdown": (shutdown, "newer-keys", 20),
-    "hung": (hung, "newer-keys", 1),
-}
+SCENES = {"clients": clients, "limit": limit, "discharge": discharge, "keep-awake": keep_awake,
+          "sleep": sleep, "native-limit": native_limit, "files": files, "shutdown": shutdown,
+          "hung": hung}
