@@ -98,6 +98,7 @@ def discharge(mac):
     kinds = sorted(each["type"] for each in mac.status()["assertions"])
     mac.expect("two assertions", kinds == ["PreventSystemSleep", "PreventUserIdleSystemSleep"],
                kinds)
+    mac.logs(", 14400 s)", 2)
     app.does("keep-awake on")
     mac.holds(sleepDisabled=True)
     mac.tell("set", "lid", "closed")
