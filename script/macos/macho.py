@@ -66,7 +66,8 @@ class Program:
     def __init__(self, data):
         self.data = data
         self.segments, self.sections, self.dylibs, self.rpaths = [], [], [], []
-        self.commands = set()
+        self.commands, self.places = set(), []  # The places are (command, offset, size).
+        self.signature = None  # This is (offset, size) of the code signature in the file.
         self.platform = self.minimum_system = self.loader = None
         self.symbol_table = self.fixups = None
         if len(data) < 32 or self.unpack("<I", 0) != (MAGIC_64,):
@@ -76,6 +77,7 @@ class Program:
         for _ in range(count):
             command, size = self.unpack("<2I", offset)
             self.read_command(command, offset)
+            self.places.append((command, offset, size))
             offset += size
         self.base = next((s.address for s in self.segments if s.name == "__TEXT"), 0)
 
@@ -102,6 +104,8 @@ class Program:
             self.symbol_table = self.unpack("<4I", offset + 8)
         elif command == LC_DYLD_CHAINED_FIXUPS:
             (self.fixups,) = self.unpack("<I", offset + 8)
+        elif command == LC_CODE_SIGNATURE:
+            self.signature = self.unpack("<2I", offset + 8)
 
     def read_segment(self, offset):
         (name, address, size, file_offset, file_size, maximum, initial, count, _) = self.unpack(
