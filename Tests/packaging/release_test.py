@@ -36,26 +36,29 @@ Tests/test.o: #deps 1, deps mtime 1 (VALID)
 
 
 def run(*words, **more):
-    return subprocess.run([str(word) for word in words], text=True, capture_output=True, check=False,
-                          timeout=300, **more)
+    return subprocess.run([str(word) for word in words], text=True, capture_output=True,
+                          check=False, timeout=300, **more)
 
 
 def made_program(version=VERSION, code=b"\x1f\x20\x03\xd5" * 8):
-    """The smallest file that counts as a program with a property list."""
+    """A file that counts as a program with a property list and no symbols."""
     facts = plistlib.dumps({"CFBundleShortVersionString": version})
     sections = ((b"__text", code), (b"__info_plist", facts))
     size = 72 + 80 * len(sections)
-    offset = start = 32 + size
+    symbols = struct.pack("<6I", 2, 24, 0, 0, 0, 0)
+    offset = start = 32 + size + len(symbols)
     described, content = b"", b""
     for name, data in sections:
-        described += struct.pack("<16s16s2Q8I", name, b"__TEXT", offset, len(data), offset, *[0] * 7)
+        described += struct.pack("<16s16s2Q8I", name, b"__TEXT", offset, len(data), offset,
+                                 *[0] * 7)
         content += data
         offset += len(data)
-    header = struct.pack("<8I", 0xFEEDFACF, 0x0100000C, 0, 2, 1, size, 0x200000, 0)
+    commands = size + len(symbols)
+    header = struct.pack("<8I", 0xFEEDFACF, 0x0100000C, 0, 2, 2, commands, 0x200000, 0)
     segment = struct.pack("<2I16s4Q4I", 0x19, size, b"__TEXT", 0, offset, 0, offset, 5, 5,
                           len(sections), 0)
-    assert len(header + segment + described) == start
-    return header + segment + described + content
+    assert len(header + segment + described + symbols) == start
+    return header + segment + described + symbols + content
 
 
 class InAFolder(unittest.TestCase):
@@ -151,7 +154,7 @@ class Bill(InAFolder):
 
     def test_is_not_made_of_headers_that_do_not_say_enough(self):
         for header, missing in (("", "a header of the library names no licence"),
-                                (HEADER + VERSIONS.replace("99", "98"), "name 2 versions, not one")):
+                                (HEADER + VERSIONS.replace("99", "98"), "name 2 versions")):
             self.make_build("build")
             self.put("build/elsewhere/nlohmann/detail/output.hpp", header)
             done = self.describe("build")
@@ -177,11 +180,13 @@ class Comparison(InAFolder):
         second = self.put("two", made_program(code=b"\x1f\x20\x03\xd5" * 7 + b"\xc0\x03\x5f\xd6"))
         done = self.compare("one", "two")
         self.assertEqual(done.returncode, 1)
-        offset = 32 + 72 + 160 + 28
-        self.assertIn(f"first difference at offset {offset:#x}, in section __TEXT,__text\n", done.stdout)
+        offset = 32 + 72 + 160 + 24 + 28
+        self.assertIn(f"first difference at offset {offset:#x}, in section __TEXT,__text\n",
+                      done.stdout)
         self.assertNotIn("differs: section __TEXT,__info_plist", done.stdout)
         second.write_bytes(first + b"more")
-        self.assertIn(f"first difference at offset {len(first):#x}\n", self.compare("one", "two").stdout)
+        self.assertIn(f"first difference at offset {len(first):#x}\n",
+                      self.compare("one", "two").stdout)
 
     def test_names_a_file_that_one_side_lacks(self):
         self.put("one/a", "a")
@@ -229,7 +234,7 @@ class ReproducibleBuild(InAFolder):
         return run(ROOT / "script/macos/compare.py", *programs)
 
     def test_gives_the_same_bytes_in_two_places_and_names_neither(self):
-        programs = [self.build(place, "ON") for place in ("one", "another place with a longer name")]
+        programs = [self.build(place, "ON") for place in ("one", "another place, a longer name")]
         done = self.compare(*programs)
         self.assertEqual((done.returncode, done.stdout), (0, ""))
         data = programs[0].read_bytes()
@@ -255,7 +260,59 @@ class ReproducibleBuild(InAFolder):
         self.assertIn("differs: names of symbols, sources and object files", done.stdout)
 
 
+# Its helper is a file that its own tree may get into, and its client is empty.
+SMALL_TREE = """cmake_minimum_required(VERSION 3.25)
+project(KorvelHelper VERSION 2.0.0 LANGUAGES CXX)
+include_directories(${CMAKE_SOURCE_DIR})
+add_subdirectory(KorvelHelper)
+file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/KorvelHelper/macOS ${CMAKE_BINARY_DIR}/Packaging)
+add_custom_target(korvel_helper_macos VERBATIM
+  COMMAND ${CMAKE_COMMAND} -E copy ${CMAKE_SOURCE_DIR}/program KorvelHelper/macOS/KorvelHelper
+  COMMAND sh -c "printf '%s' '@added@' >>KorvelHelper/macOS/KorvelHelper")
+add_custom_target(korvel_client COMMAND ${CMAKE_COMMAND} -E touch Packaging/korvel-client)
+add_dependencies(korvel_helper_macos core)
+"""
+PRESETS = """{"version": 6, "configurePresets": [
+  {"name": "macos-cross", "generator": "Ninja", "binaryDir": "${sourceDir}/build/macos-cross"}]}"""
+
+
 class Release(InAFolder):
+    def small_release(self, added):
+        """The script in a small tree of its own, whose helper ends in the text `added`."""
+        for name in (path.relative_to(ROOT) for pattern in ("common.sh", "macos*", "macos/*.py")
+                     for path in (ROOT / "script").glob(pattern) if path.is_file()):
+            self.put(f"tree/{name}", (ROOT / name).read_bytes()).chmod(0o755)
+        for name, content in (("CMakeLists.txt", SMALL_TREE.replace("@added@", added)),
+                              ("CMakePresets.json", PRESETS), ("program", made_program()),
+                              ("KorvelHelper/CMakeLists.txt",
+                               "add_library(core OBJECT core.cpp)\n"),
+                              ("KorvelHelper/core.cpp", "#include <nlohmann/json.hpp>\n"),
+                              ("nlohmann/json.hpp", HEADER + VERSIONS)):
+            self.put(f"tree/{name}", content)
+        for folder in ("usr/include", "System/Library/Frameworks"):
+            (self.folder / "sdk" / folder).mkdir(parents=True, exist_ok=True)
+        git = ("git", "-C", self.folder / "tree", "-c", "user.name=A",
+               "-c", "user.email=a@example.com")
+        for words in (("init", "-q"), ("add", "."), ("commit", "-q", "-m", "All")):
+            done = run(*git, *words)
+            self.assertEqual(done.returncode, 0, done.stderr)
+        return run(self.folder / "tree/script/macos-release", self.folder / "out",
+                   env={**os.environ, "MACOSX_SDK": str(self.folder / "sdk")})
+
+    def test_of_builds_that_differ_says_where_and_writes_nothing(self):
+        done = self.small_release("${CMAKE_SOURCE_DIR}")
+        self.assertEqual(done.returncode, 1, done.stdout + done.stderr)
+        self.assertRegex(done.stdout, r"KorvelHelper: first difference at offset 0x[0-9a-f]+\n")
+        self.assertIn("the builds differ, as said above; nothing was written", done.stderr)
+        self.assertFalse((self.folder / "out").exists())
+
+    def test_of_builds_that_are_the_same_goes_on_to_check_the_program(self):
+        done = self.small_release("equal")
+        self.assertEqual(done.returncode, 1, done.stdout + done.stderr)
+        self.assertIn("the same: KorvelHelper ", done.stdout, done.stderr)
+        self.assertIn("FAIL loads the seven expected libraries and no others", done.stdout)
+        self.assertFalse((self.folder / "out").exists())
+
     def release(self, *words, **variables):
         return run(ROOT / "script/macos-release", *words,
                    env={**os.environ, "MACOSX_SDK": "", **variables})

@@ -13,4 +13,5 @@ add_compile_options(
   "-ffile-prefix-map=${CMAKE_BINARY_DIR}=/korvel/build/macos-cross")
 
 # The debug map names the object files relative to the build's directory; dsymutil finds them there.
-add_link_options("LINKER:-oso_prefix,${CMAKE_BINARY_DIR}/" LINKER:-reproducible)
+# A path may hold a comma, which parts the words of the shorter form.
+add_link_options("SHELL:-Xlinker -oso_prefix -Xlinker \"${CMAKE_BINARY_DIR}/\"" LINKER:-reproducible)

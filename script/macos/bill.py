@@ -64,7 +64,8 @@ def library_headers(paths):
             last = len(parts) - 1 - parts[::-1].index(LIBRARY_FOLDER)
             headers["/".join(parts[last:])] = path.read_bytes()
     if f"{LIBRARY_FOLDER}/json.hpp" not in headers:
-        raise BillError("the build has not recorded that the helper's sources read nlohmann/json.hpp")
+        raise BillError("the build has not recorded that the helper's sources read "
+                        "nlohmann/json.hpp")
     return headers
 
 
@@ -150,12 +151,12 @@ def tool_packages(tools, sdk):
         version, count, value = sdk
         yield package(
             f"{IDENTIFIER}Tool-macOS-SDK", "macOS SDK", version, primaryPackagePurpose="FRAMEWORK",
-            comment=f"{count} headers were read; the list of their checksums, as sha256sum prints it "
-                    f"and sorted by name, has the SHA-256 {value}")
+            comment=f"{count} headers were read; the list of their checksums, as sha256sum prints "
+                    f"it and sorted by name, has the SHA-256 {value}")
 
 
 def namespace(document):
-    """The document's unique name, made of all that it says, so that equal bills have equal names."""
+    """The document's unique name, made of all that it says: equal bills have equal names."""
     said = {key: value for key, value in document.items() if key != "documentNamespace"}
     value = digest("sha256", json.dumps(said, sort_keys=True).encode())
     return f"urn:uuid:{uuid.uuid5(uuid.NAMESPACE_OID, value)}"

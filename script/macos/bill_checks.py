@@ -1,6 +1,7 @@
-"""What must be true of a folder that script/macos-release wrote: the program, its bill of materials,
-the checksums, and that nothing tells of the machine that built it. A folder is given as the contents
-of its files by their names."""
+"""What must be true of a folder that script/macos-release wrote: the program, its bill of
+materials, the checksums, and that nothing tells of the machine that built it. A folder is given as
+the contents of its files by their names."""
+import functools
 import json
 import plistlib
 import re
@@ -67,7 +68,8 @@ def check_document(document):
                for c in creation.get("creators", ())):
         yield "creationInfo: names no creator"
     if document.get("documentNamespace") != bill.namespace(document):
-        yield "documentNamespace is not the one of this content: the bill was changed after it was made"
+        yield ("documentNamespace is not the one of this content: the bill was changed after it "
+               "was made")
 
 
 def check_entries(document):
@@ -76,7 +78,8 @@ def check_entries(document):
         yield from misfits(entry, PACKAGE_FORMS, of)
         files = contained(document, entry.get("SPDXID"))
         if bool(files) != entry.get("filesAnalyzed"):
-            yield f"{of}: filesAnalyzed is {entry.get('filesAnalyzed')}, and it has {len(files)} files"
+            yield (f"{of}: filesAnalyzed is {entry.get('filesAnalyzed')}, and it has {len(files)} "
+                   f"files")
         code = entry.get("packageVerificationCode", {}).get("packageVerificationCodeValue")
         if files and code != bill.verification_code(files):
             yield f"{of}: the verification code is not that of its files"
@@ -129,7 +132,8 @@ def check_helper(document, program):
 
 
 def check_library(document, headers):
-    """`headers` are the library's own headers by their names, or empty when none can be compared."""
+    """`headers` are the library's own headers by their names; empty when there are none to compare
+    with."""
     entry = named(document["packages"], bill.LIBRARY)
     version = entry.get("versionInfo")
     if not re.fullmatch(r"\d+\.\d+\.\d+", version or ""):
@@ -154,23 +158,32 @@ def check_library(document, headers):
 
 
 def check_tools(document):
+    wanted = ("BUILD_TOOL_OF", bill.HELPER)
     tools = {r.get("spdxElementId") for r in document["relationships"]
-             if (r.get("relationshipType"), r.get("relatedSpdxElement")) == ("BUILD_TOOL_OF", bill.HELPER)}
+             if (r.get("relationshipType"), r.get("relatedSpdxElement")) == wanted}
     found = [entry for entry in document["packages"] if entry.get("SPDXID") in tools]
     for name in NEEDED_TOOLS:
         entry = next((entry for entry in found if entry.get("name") == name), None)
         if entry is None:
             yield f"{name} is not among the tools"
-        elif not entry.get("versionInfo") and not re.search(r"[0-9a-f]{64}", entry.get("comment", "")):
+        elif not (entry.get("versionInfo")
+                  or re.search(r"[0-9a-f]{64}", entry.get("comment", ""))):
             yield f"{name} has neither a version nor a checksum"
+
+
+@functools.cache
+def strange_paths(data):
+    """The paths in a file that only its builder's machine can have; debug symbols are long, and a
+    self-test asks for the same ones every time."""
+    found = {path for path in PATH.findall(data) if not path.startswith(KNOWN_PLACES)}
+    found |= {path for path in HOMES.findall(data) if not any(path in whole for whole in found)}
+    return sorted(found)
 
 
 def check_places(contents, forbidden):
     """Paths of the machine that built it; `forbidden` are words that no file may hold."""
     for name, data in sorted(contents.items()):
-        found = {path for path in PATH.findall(data) if not path.startswith(KNOWN_PLACES)}
-        found |= {path for path in HOMES.findall(data) if not any(path in whole for whole in found)}
-        for path in sorted(found):
+        for path in strange_paths(data):
             yield f"{name}: holds the path {path.decode()}"
         for word in forbidden:
             if word.encode() in data:

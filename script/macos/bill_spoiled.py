@@ -1,4 +1,4 @@
-"""Proof that the checks of a release can fail: copies of a good folder, each with one thing spoiled."""
+"""Proof that a release's checks can fail: copies of a good folder, each spoiled in one thing."""
 import json
 
 import bill
@@ -58,7 +58,8 @@ def without_tool(name):
     def change(document):
         gone = next(p["SPDXID"] for p in document["packages"] if p["name"] == name)
         document["packages"] = [p for p in document["packages"] if p["SPDXID"] != gone]
-        document["relationships"] = [r for r in document["relationships"] if r["spdxElementId"] != gone]
+        document["relationships"] = [r for r in document["relationships"]
+                                     if r["spdxElementId"] != gone]
     return edited(change)
 
 
@@ -93,18 +94,22 @@ CASES = [
     ("analysed files", set_in(HELPER, "filesAnalyzed", False), "filesAnalyzed is False"),
     ("verification code", set_in(LIBRARY, "packageVerificationCode", {}), "not that of its files"),
     ("field of a file", set_in(first_header, "licenseConcluded", ""), "licenseConcluded is ''"),
-    ("file name", set_in(first_header, "fileName", "/usr/include/a.h"), "fileName is '/usr/include"),
+    ("file name", set_in(first_header, "fileName", "/usr/include/a.h"),
+     "fileName is '/usr/include"),
     ("no checksum", set_in(first_header, "checksums", []), "SHA256 is None"),
     ("two of a name", edited(lambda d: d["packages"].append(LIBRARY(d))), "names two things"),
-    ("relation to nothing", set_in(lambda d: d["relationships"][0], "relatedSpdxElement", "SPDXRef-X"),
+    ("relation to nothing", set_in(lambda d: d["relationships"][0], "relatedSpdxElement",
+     "SPDXRef-X"),
      "there is no SPDXRef-X"),
     ("not described", without_related("DESCRIBES"), "does not say: SPDXRef-DOCUMENT DESCRIBES"),
     ("no dependency", without_related("DEPENDS_ON"), "does not say: SPDXRef-Helper DEPENDS_ON"),
     ("not the program's", without_related("CONTAINS"), "the helper contains []"),
     ("tool of nothing", without_related("BUILD_TOOL_OF"), "is related to nothing"),
-    ("checksum of the program", wrong_sum(PROGRAM, "SHA256"), "the SHA256 is not that of the program"),
+    ("checksum of the program", wrong_sum(PROGRAM, "SHA256"),
+     "the SHA256 is not that of the program"),
     ("other checksum", wrong_sum(PROGRAM, "SHA1"), "the SHA1 is not that of the program"),
-    ("program", put(bill.PROGRAM_NAME, lambda b: b + b"\0"), "the SHA256 is not that of the program"),
+    ("program", put(bill.PROGRAM_NAME, lambda b: b + b"\0"),
+     "the SHA256 is not that of the program"),
     ("version", set_in(HELPER, "versionInfo", "9.9.9"), "version is 9.9.9, the program says"),
     ("commit", set_in(HELPER, "sourceInfo", "built today"), "names no commit"),
     ("library's version", set_in(LIBRARY, "versionInfo", "3"), "the library's version is '3'"),
@@ -112,7 +117,8 @@ CASES = [
     ("library's licence", set_in(LIBRARY, "licenseDeclared", "GPL-2.0-only"), "licenseDeclared is"),
     ("library's origin", set_in(LIBRARY, "downloadLocation", "https://example.com/json"),
      "the library's downloadLocation is"),
-    ("library's reference", set_in(LIBRARY, "externalRefs", []), "the library is referred to as []"),
+    ("library's reference", set_in(LIBRARY, "externalRefs", []),
+     "the library is referred to as []"),
     ("library's header", edited(lambda d: first_header(d).update(fileName="./include/a.h")
                                 or [f.update(fileName="./b") for f in d["files"]
                                     if f["fileName"].endswith("/json.hpp")]),
@@ -120,21 +126,26 @@ CASES = [
     ("compiler", without_tool("clang"), "clang is not among the tools"),
     ("version of a tool", set_in(lambda d: next(p for p in d["packages"] if p["name"] == "lld"),
                                  "versionInfo", None), "lld has neither a version nor a checksum"),
-    ("path in the program", put(bill.PROGRAM_NAME, lambda b: b + MAN), "holds the path /home/somebody"),
-    ("path after an option", put(bill.PROGRAM_NAME, lambda b: b + b"-I" + MAN), "holds the path /home"),
-    ("unknown path in the bill", set_in(HELPER, "comment", "/work/place/a"), "holds the path /work/place"),
+    ("path in the program", put(bill.PROGRAM_NAME, lambda b: b + MAN),
+     "holds the path /home/somebody"),
+    ("path after an option", put(bill.PROGRAM_NAME, lambda b: b + b"-I" + MAN),
+     "holds the path /home"),
+    ("unknown path in the bill", set_in(HELPER, "comment", "/building/place/a"),
+     "holds the path /building/place"),
     ("forbidden word", put(bill.PROGRAM_NAME, lambda b: b + b"unspeakable"), "holds unspeakable"),
-    ("sum of the bill", put(bill_checks.BILL, lambda b: b + b"\n"), "checksum of KorvelHelper.spdx.json"),
+    ("sum of the bill", put(bill_checks.BILL, lambda b: b + b"\n"),
+     "checksum of KorvelHelper.spdx.json"),
     ("a file more", lambda contents: contents | {"more": b""}, "does not list more"),
-    ("a sum more", put(bill_checks.SUMS, lambda b: b + b"0" * 64 + b"  less\n"), "lists less, which"),
+    ("a sum more", put(bill_checks.SUMS, lambda b: b + b"0" * 64 + b"  less\n"),
+     "lists less, which"),
     ("sum without form", put(bill_checks.SUMS, lambda b: b"x" + b), "cannot be used: x"),
 ]
 FORBIDDEN = ["unspeakable"]
 
 
 def missed(contents):
-    """The spoiled copies that no check complained about as it should, and complaints about the folder
-    before anything is spoiled, because they would be taken for a notice of it."""
+    """The spoiled copies that no check complained about as it should, and complaints about the
+    folder before anything is spoiled, because they would be taken for a notice of it."""
     for _, found in bill_checks.run(contents, forbidden=FORBIDDEN):
         yield from (f"nothing is spoiled yet: {finding}" for finding in found)
     for what, spoil, piece in CASES:

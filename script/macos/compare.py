@@ -11,6 +11,7 @@ import struct
 import sys
 
 sys.dont_write_bytecode = True
+import checks  # noqa: E402
 import macho  # noqa: E402
 
 SHOWN = 32  # So many bytes of each side are shown.
@@ -20,7 +21,7 @@ def parts(program):
     """(offset, size, name) of the parts of a program that stand in its file."""
     yield 0, 32, "header"
     for command, offset, size in program.places:
-        yield offset, size, f"load command {command:#x}"
+        yield offset, size, f"load command: {checks.NEEDED_COMMANDS.get(command, hex(command))}"
     for section in program.sections:
         if section.offset:
             yield section.offset, section.size, f"section {section.segment},{section.name}"
@@ -57,9 +58,12 @@ def differences(first, second):
     lines += [f"  {data[offset:offset + SHOWN]!r}" for data in (first, second)]
     if len(first) != len(second):
         lines.append(f"sizes {len(first)} and {len(second)}")
-    unlike = [name for start, size, name in known
-              if size and first[start:start + size] != second[start:start + size]]
-    return lines + [f"differs: {name}" for name in unlike]
+    unlike = []  # A part that holds another one of these is not said again.
+    for start, size, name in known:
+        if first[start:start + size] != second[start:start + size] and not any(
+                start <= inner and inner + length <= start + size for inner, length, _ in unlike):
+            unlike.append((start, size, name))
+    return lines + [f"differs: {name}" for _, _, name in unlike]
 
 
 def contents(path):
