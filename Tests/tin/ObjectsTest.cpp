@@ -9,15 +9,11 @@
 namespace tinmac {
 namespace {
 
-/// The images are built against Apple's SDK, which not everybody has.
+/// The images are built against Apple's SDK. Who has none leaves out the label of these tests.
 class ObjectsTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    const std::string& reason = objects::whyNotLoaded();
-    if (reason.starts_with("not built")) {
-      GTEST_SKIP() << reason;
-    }
-    ASSERT_EQ(reason, "");
+    ASSERT_EQ(objects::whyNotLoaded(), "");
   }
 };
 

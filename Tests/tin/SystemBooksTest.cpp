@@ -77,7 +77,7 @@ TEST_F(SystemBooksDeathTest, ExitRunsTheHooksAndThenWritesTheBooks) {
   EXPECT_TRUE(hold(R"("reason":"exit","status":7)"));
   EXPECT_TRUE(hold(R"("NSData":1)"));
   EXPECT_TRUE(hold(R"({"rule":"autoreleased without a pool","times":1,)"
-                   R"("details":["a \"NSString\"\u000a"]})"));
+                   R"("details":["a \"NSString\"\n"]})"));
 }
 
 TEST_F(SystemBooksDeathTest, ExitTellsWhatLivesAboveTheMarkOfTheMainLoopsStart) {
@@ -128,6 +128,16 @@ TEST_F(SystemBooksDeathTest, ASignalWritesTheBooksOfALivingProgram) {
         std::_Exit(written && hold(R"("NSData":5)") ? 0 : 1);
       },
       testing::ExitedWithCode(0), "");
+}
+
+TEST_F(SystemBooksDeathTest, OnlyTheMainThreadHasARunLoop) {
+  EXPECT_DEATH(
+      {
+        TestHost host;
+        host.endMainLoopAtOnce = true;
+        std::thread(tinMainRun).join();
+      },
+      "tin-mac: a run loop: only the main thread's is built");
 }
 
 TEST_F(SystemBooksDeathTest, TheMainLoopsEndTraps) {

@@ -1,3 +1,4 @@
+#include <atomic>
 #include <vector>
 
 #import "TinMac/Frameworks/Runtime.h"
@@ -13,8 +14,8 @@ struct Pools {
   /// An object that a method handed to its caller past the pool; the caller's claim is the very
   /// next thing that this thread does.
   id handedOver = nil;
-  /// The process ends, and the pools were emptied under the thread that had opened them.
-  bool settled = false;
+  /// The process ends, and the pools are emptied under the thread that has opened them.
+  std::atomic<bool> settled = false;
 };
 
 Pools* mainPools = nullptr;
@@ -68,8 +69,8 @@ void onSettle(void (*release)()) { settlers().push_back(release); }
 void settle() {
   for (auto* settler : settlers()) settler();
   if (mainPools == nullptr) return;
-  releaseDownTo(*mainPools, 0);
   mainPools->settled = true;
+  releaseDownTo(*mainPools, 0);
 }
 
 }  // namespace tinmac

@@ -4,7 +4,7 @@
 #include <string>
 #include <utility>
 
-#include "Base/Trap.h"
+#include "TinMac/System/Trap.h"
 
 namespace tinmac {
 
@@ -16,7 +16,7 @@ using korvel::Reply;
 
 namespace {
 
-[[noreturn]] void refuse() { korvel::trap("a reply is not what its operation answers"); }
+[[noreturn]] void refuse() { trap("a reply is not what its operation answers", ""); }
 
 const PropertyValue& plain(const std::vector<HeardValue>& values, std::size_t index) {
   if (index >= values.size() || !std::holds_alternative<PropertyValue>(values[index])) refuse();

@@ -8,8 +8,8 @@
 #include <span>
 #include <utility>
 
-#include "Base/Trap.h"
 #include "Platform/UnifiedLog.h"
+#include "TinMac/System/Trap.h"
 #include "VirtualMac/Remote/HelperHost.h"
 #include "VirtualMac/Remote/MachineClock.h"
 #include "VirtualMac/Remote/ProcessDispatch.h"
@@ -74,7 +74,7 @@ FileResult MachineHost::open(const char* path, int flags, mode_t mode) {
     case O_RDONLY | O_NONBLOCK:
       return openToReadWhole(path, flags);
     default:
-      korvel::trap("open with flags that the machine has no call for: " + std::to_string(flags));
+      trap("open with flags that the machine has no call for", std::to_string(flags));
   }
 }
 

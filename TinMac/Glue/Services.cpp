@@ -1,6 +1,5 @@
 // Code objects, wall clock, main bundle and PowerUI: each function is one call of the machine's.
 
-#include "Base/Trap.h"
 #include "Platform/CodeSigning.h"
 #include "Platform/Process.h"
 #include "Platform/SmartChargeRuntime.h"
@@ -9,6 +8,7 @@
 #include "TinMac/Frameworks/BelowServices.h"
 #include "TinMac/Glue/Machine.h"
 #include "TinMac/Glue/Outgoing.h"
+#include "TinMac/System/Trap.h"
 
 using korvel::PropertyValue;
 using tinmac::machine;
@@ -31,7 +31,7 @@ namespace tinmac {
 PropertyValue takeOutgoingValue() {
   std::vector<HeardValue> values = outgoing().take();
   if (values.size() != 1 || !std::holds_alternative<PropertyValue>(values.front()))
-    korvel::trap("a call takes one value, and was told another number");
+    trap("a call takes one value, and was told another number", std::to_string(values.size()));
   return std::get<PropertyValue>(values.front());
 }
 

@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "Base/Date.h"
-#include "Base/Trap.h"
+#include "TinMac/System/Trap.h"
 
 namespace tinmac {
 
@@ -38,7 +38,7 @@ struct Hearing {
     of(context).open.emplace_back(ValueHearer::Open::Kind::Dictionary);
   }
   static void key(void* context, const char* bytes, std::size_t length) {
-    if (of(context).open.empty()) korvel::trap("a key outside a dictionary");
+    if (of(context).open.empty()) trap("a key outside a dictionary", "");
     of(context).open.back().key = text(bytes, length);
   }
   static void beginError(void* context, const char* domain, std::size_t length, std::int64_t code) {
@@ -65,7 +65,7 @@ ValueHearer::ValueHearer()
               .end = Hearing::end} {}
 
 std::vector<HeardValue> ValueHearer::take() {
-  if (!open.empty()) korvel::trap("a value was taken before its end");
+  if (!open.empty()) trap("a value was taken before its end", "");
   return std::exchange(values, {});
 }
 
@@ -89,7 +89,7 @@ void ValueHearer::add(PropertyValue value) {
 }
 
 void ValueHearer::end() {
-  if (open.empty()) korvel::trap("an end without a beginning");
+  if (open.empty()) trap("an end without a beginning", "");
   Open whole = std::move(open.back());
   open.pop_back();
   switch (whole.kind) {
@@ -98,7 +98,7 @@ void ValueHearer::end() {
     case Open::Kind::Dictionary:
       return add(std::move(whole.entries));
     case Open::Kind::Error:
-      if (!open.empty()) korvel::trap("an error inside another value");
+      if (!open.empty()) trap("an error inside another value", "");
       values.emplace_back(std::move(whole.error));
   }
 }

@@ -6,11 +6,11 @@
 #include <set>
 #include <string>
 
-#include "Base/Trap.h"
 #include "Platform/XPCListener.h"
 #include "TinMac/Frameworks/BelowServices.h"
 #include "TinMac/Glue/Forwarding.h"
 #include "TinMac/Glue/Machine.h"
+#include "TinMac/System/Trap.h"
 
 /// A new connection for as long as the program decides on it. The accepting thread alone uses it.
 struct TinConnection {
@@ -24,7 +24,7 @@ namespace {
 thread_local const TinConnection* undecided = nullptr;
 
 TinConnection& checked(TinConnection* connection) {
-  if (connection != undecided) korvel::trap("a connection is changed after its acceptance");
+  if (connection != undecided) tinmac::trap("a connection is changed after its acceptance", "");
   return *connection;
 }
 
@@ -44,7 +44,7 @@ korvel::ReplyClass replyClass(std::string_view name) {
       Row{"NSString", korvel::ReplyClass::String}, Row{"NSNumber", korvel::ReplyClass::Number},
       Row{"NSDictionary", korvel::ReplyClass::Dictionary}};
   const auto* row = std::ranges::find(rows, name, &Row::name);
-  if (row == rows.end()) korvel::trap("the machine's messages have no class " + std::string(name));
+  if (row == rows.end()) tinmac::trap("the machine's messages have no such class", name);
   return row->value;
 }
 
@@ -117,7 +117,7 @@ void tinConnectionHandler(TinConnection* connection, std::uint32_t kind,
   korvel::XPCConnection& open = checked(connection).connection;
   if (kind == TinInvalidation) return open.setInvalidationHandler(run);
   if (kind == TinInterruption) return open.setInterruptionHandler(run);
-  korvel::trap("a connection has no handler of this kind");
+  tinmac::trap("a connection has no handler of this kind", "");
 }
 
 void tinConnectionResume(TinConnection* connection) {

@@ -9,11 +9,10 @@
 #include <functional>
 #include <map>
 #include <mutex>
-#include <sstream>
+#include <nlohmann/json.hpp>
 #include <utility>
 #include <vector>
 
-#include "TinMac/System/Json.h"
 #include "TinMac/System/Trap.h"
 
 namespace tinmac {
@@ -22,6 +21,8 @@ namespace {
 
 constexpr std::size_t keptDetails = 8;
 
+/// Members stay in the order in which they were added.
+using Json = nlohmann::ordered_json;
 using Counts = std::map<std::string, std::int64_t, std::less<>>;
 
 struct Note {
@@ -46,12 +47,12 @@ Books& books() {
   return *only;
 }
 
-void writeCounts(JsonWriter& out, const Counts& counts) {
-  out.beginObject();
+Json shown(const Counts& counts) {
+  Json object = Json::object();
   for (const auto& [name, count] : counts) {
-    if (count != 0) out.key(name).number(count);
+    if (count != 0) object[name] = count;
   }
-  out.endObject();
+  return object;
 }
 
 Counts above(const Counts& live, const Counts& mark) {
@@ -64,24 +65,20 @@ Counts above(const Counts& live, const Counts& mark) {
   return more;
 }
 
-void writeNotes(JsonWriter& out, const Books& all) {
-  out.beginArray();
-  for (const auto& [rule, note] : all.notes) {
-    out.beginObject().key("rule").text(rule).key("times").number(note.times).key("details");
-    out.beginArray();
-    for (const std::string& detail : note.details) out.text(detail);
-    out.endArray().endObject();
+Json shown(const std::map<std::string, Note, std::less<>>& notes) {
+  Json list = Json::array();
+  for (const auto& [rule, note] : notes) {
+    list.push_back({{"rule", rule}, {"times", note.times}, {"details", note.details}});
   }
-  out.endArray();
+  return list;
 }
 
-void writeQueues(JsonWriter& out, const Books& all) {
-  out.beginArray();
-  for (const auto& [queue, made] : all.queues) {
-    out.beginObject().key("label").text(queue.first).key("qos").text(queue.second);
-    out.key("made").number(made).endObject();
+Json shown(const std::map<std::pair<std::string, std::string>, std::int64_t>& queues) {
+  Json list = Json::array();
+  for (const auto& [queue, made] : queues) {
+    list.push_back({{"label", queue.first}, {"qos", queue.second}, {"made", made}});
   }
-  out.endArray();
+  return list;
 }
 
 }  // namespace
@@ -157,25 +154,15 @@ void settleBooks(std::int32_t exitStatus) {
 std::string booksText(std::string_view reason, std::optional<std::int32_t> exitStatus) {
   Books& all = books();
   const std::lock_guard lock(all.mutex);
-  JsonWriter out;
-  out.beginObject().key("pid").number(::getpid()).key("reason").text(reason);
-  if (exitStatus) out.key("status").number(*exitStatus);
-  if (all.trap) {
-    out.key("trap").beginObject().key("rule").text(all.trap->first);
-    out.key("detail").text(all.trap->second).endObject();
-  }
-  out.key("live");
-  writeCounts(out, all.live);
-  if (all.marked) {
-    out.key("aboveMark");
-    writeCounts(out, above(all.live, *all.marked));
-  }
-  out.key("notes");
-  writeNotes(out, all);
-  out.key("queues");
-  writeQueues(out, all);
-  out.endObject();
-  return out.take();
+  Json out{{"pid", ::getpid()}, {"reason", reason}};
+  if (exitStatus) out["status"] = *exitStatus;
+  if (all.trap) out["trap"] = {{"rule", all.trap->first}, {"detail", all.trap->second}};
+  out["live"] = shown(all.live);
+  if (all.marked) out["aboveMark"] = shown(above(all.live, *all.marked));
+  out["notes"] = shown(all.notes);
+  out["queues"] = shown(all.queues);
+  // A text of the program need not be UTF-8.
+  return out.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
 void writeBooks(std::string_view reason, std::optional<std::int32_t> exitStatus) {

@@ -1,3 +1,5 @@
+#include <unistd.h>
+
 #include <string_view>
 
 #include "TinMac/Frameworks/Below.h"
@@ -22,6 +24,7 @@ void** tinThreadPools() {
 }
 
 void tinMainRun() {
+  if (::gettid() != ::getpid()) tinmac::trap("a run loop", "only the main thread's is built");
   tinmac::markBooks();
   tinmac::host().runMainLoop();
   tinmac::trap("the main loop ended", "it runs for the process's life");
