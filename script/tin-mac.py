@@ -1,8 +1,9 @@
 #!/usr/bin/env python3
-"""Prints what script/tin-mac found: one table. Exit status 1 when the program broke a rule or left
-an object behind.
+"""Prints what script/tin-mac found: one table, from the steps' logs. Exit status 1 when the program
+broke a rule or left an object behind, or other bytes ran than those that were checked.
 
-usage: tin-mac.py PROGRAM ROOMS-LOG PROCESS-LOG BOOKS
+usage: tin-mac.py PROGRAM LOGS
+       tin-mac.py --self-test
 """
 import collections
 import hashlib
@@ -10,6 +11,7 @@ import json
 import pathlib
 import re
 import sys
+import tempfile
 
 # Objects that a run may leave, how many, and why: exit() unwinds nothing.
 ALLOWED = {
@@ -18,16 +20,43 @@ ALLOWED = {
     "IOPMAssertion": (2, "the system drops them when the end did not wait for hung hardware"),
 }
 
-CLOSING = re.compile(r"(\d+)% tests passed, (\d+) tests failed out of (\d+)")
+RUNNER = re.compile(r"^(?P<percent>\d+)% tests passed, (?P<failed>\d+) tests failed out of "
+                    r"(?P<all>\d+)$", re.M)
+COUNT = re.compile(r"^(?P<count>\d+ of \d+) ", re.M)
+EDGE = re.compile(r"^ *(?P<hit>\d+) +(?P<all>\d+)  KorvelHelper/macOS/ in all$", re.M)
+CHECKED = re.compile(r"^SHA-256 (?P<digest>[0-9a-f]{64})$", re.M)
 
 
-def passed(log):
+def last(pattern, text):
+    found = list(pattern.finditer(text))
+    return found[-1] if found else None
+
+
+def of_runner(text):
     """Like "87 of 87", from the test runner's closing line."""
-    found = CLOSING.findall(pathlib.Path(log).read_text(encoding="utf-8", errors="replace"))
-    if not found:
-        sys.exit(f"tin-mac: the test runner did not finish: {log}")
-    _, failed, all_tests = map(int, found[-1])
-    return f"{all_tests - failed} of {all_tests}"
+    found = last(RUNNER, text)
+    return found and f"{int(found['all']) - int(found['failed'])} of {found['all']}"
+
+
+def of_count(text):
+    found = last(COUNT, text)
+    return found and found["count"]
+
+
+def of_lines(text):
+    found = last(EDGE, text)
+    excused = len(re.findall(r"^  excused: ", text, re.M))
+    return found and f"{found['hit']} of {found['all']}, {excused} excused"
+
+
+STEPS = (("rooms", "tests of the rooms passed", of_runner),
+         ("frameworks", "tests of the frameworks passed", of_runner),
+         ("process", "process tests passed", of_runner),
+         ("clients", "tests with the sample client", of_runner),
+         ("adapters", "adapter tests passed", of_count),
+         ("stories", "stories, journals as on Linux", of_count),
+         ("mistakes", "planted mistakes noticed", of_count),
+         ("coverage", "edge lines executed", of_lines))
 
 
 def summary(books):
@@ -47,29 +76,82 @@ def summary(books):
     return ended, left, notes, traps
 
 
-def main(arguments):
-    if len(arguments) != 4 or arguments[0].startswith("-"):
-        sys.exit(__doc__.strip())
-    program, rooms, process, books = arguments
-    ended, left, notes, traps = summary(books)
-    digest = hashlib.sha256(pathlib.Path(program).read_bytes()).hexdigest()
-    rows = [("program (SHA-256)", digest),
-            ("tests of the rooms passed", passed(rooms)),
-            ("process tests passed", passed(process)),
-            ("runs with books", ", ".join(f"{n} by {why}" for why, n in ended.items()) or "none"),
-            ("live objects above the start", str(sum(left.values()))),
-            ("misuse traps", str(sum(traps.values()))),
-            ("rules bent", str(sum(notes.values())))]
+def report(program, logs):
+    """Prints the table; the lines that say why it is not to be had, or not good."""
+    faults = []
+    digest = hashlib.sha256(program.read_bytes()).hexdigest()
+    rows = [("program that ran (SHA-256)", digest)]
+    checked = last(CHECKED, (logs / "checks").read_text(encoding="utf-8"))
+    rows.append(("program that was checked", checked["digest"] if checked else "NONE"))
+    if not checked or checked["digest"] != digest:
+        faults.append("other bytes ran than those that script/macos-checks checked")
+    for name, title, read in STEPS:
+        path = logs / name
+        text = path.read_text(encoding="utf-8", errors="replace") if path.exists() else ""
+        value = read(text)
+        rows.append((title, value or "NOT FINISHED"))
+        if not value:
+            faults.append(f"a step did not come to its end: {title}")
+    ended, left, notes, traps = summary(logs / "books")
+    rows += [("runs with books", ", ".join(f"{n} by {why}" for why, n in ended.items()) or "none"),
+             ("live objects above the start", str(sum(left.values()))),
+             ("misuse traps", str(sum(traps.values()))),
+             ("rules bent", str(sum(notes.values())))]
     print()
     for title, value in rows:
         print(f"{title:32}{value}")
     for title, counter in (("left behind", left), ("trap", traps), ("bent", notes)):
         for name, count in (+counter).most_common():
             print(f"  {title}: {name} ({count})")
+            faults.append(f"{title}: {name}")
     if not ended:
-        sys.exit("tin-mac: no run wrote its books")
-    if sum(left.values()) or traps:
-        sys.exit(1)
+        faults.append("no run wrote its books")
+    return faults
+
+
+def self_test():
+    with tempfile.TemporaryDirectory() as folder:
+        logs = pathlib.Path(folder)
+        program = logs / "program"
+        program.write_bytes(b"bytes")
+        (logs / "checks").write_text("SHA-256 " + hashlib.sha256(b"bytes").hexdigest() + "\n")
+        for name, _, read in STEPS:
+            (logs / name).write_text({of_runner: "50% tests passed, 1 tests failed out of 2\n",
+                                      of_count: "3 of 4 things\n",
+                                      of_lines: "  7   8  KorvelHelper/macOS/ in all\n"}[read])
+        books = logs / "books"
+        books.mkdir()
+        book = {"reason": "exit", "aboveMark": {"dispatch_source": 2}, "notes": []}
+        (books / "1.json").write_text(json.dumps(book))
+        assert report(program, logs) == [], report(program, logs)
+        (books / "2.json").write_text(json.dumps(
+            {"reason": "exit", "aboveMark": {"NSData": 1, "dispatch_source": 3},
+             "notes": [{"rule": "a rule", "times": 2}]}))
+        (books / "3.json").write_text(json.dumps(
+            {"reason": "trap", "trap": {"rule": "CFRelease", "detail": "NULL"}}))
+        program.write_bytes(b"other")
+        (logs / "process").write_text("Killed\n")
+        found = report(program, logs)
+        assert found == [
+            "other bytes ran than those that script/macos-checks checked",
+            "a step did not come to its end: process tests passed",
+            "left behind: dispatch_source", "left behind: NSData", "trap: CFRelease: NULL",
+            "bent: a rule"], found
+        for path in books.iterdir():
+            path.unlink()
+        assert "no run wrote its books" in report(program, logs)
+
+
+def main(arguments):
+    if arguments == ["--self-test"]:
+        self_test()
+        return
+    if len(arguments) != 2 or arguments[0].startswith("-"):
+        sys.exit(__doc__.strip())
+    faults = report(*map(pathlib.Path, arguments))
+    for fault in faults:
+        print(f"tin-mac: {fault}", file=sys.stderr)
+    sys.exit(1 if faults else 0)
 
 
 if __name__ == "__main__":
