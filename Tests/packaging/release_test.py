@@ -22,6 +22,7 @@ COMMIT = "0123456789abcdef" * 2 + "01234567"
 HEADER = """// SPDX-FileCopyrightText: 2013 Somebody <https://example.com>
 // SPDX-License-Identifier: MIT
 """
+LICENCES = "Copyright 2013 Somebody <https://example.com>\nPermission is hereby granted, free of charge\n"
 VERSIONS = "".join(f"#define NLOHMANN_JSON_VERSION_{part} {number}\n"
                    for part, number in (("MAJOR", 3), ("MINOR", 99), ("PATCH", 7)))
 # One object is the helper's and one is a test's, which reads a header that the helper does not.
@@ -99,9 +100,10 @@ class Bill(InAFolder):
         self.assertEqual(done.returncode, 0, done.stderr)
         self.put("out/KorvelHelper", made_program())
         self.put("out/KorvelHelper.spdx.json", done.stdout)
+        self.put("out/third-party-licences.txt", LICENCES)
         self.put("out/SHA256SUMS", "".join(
             f"{hashlib.sha256((self.folder / 'out' / name).read_bytes()).hexdigest()}  {name}\n"
-            for name in ("KorvelHelper", "KorvelHelper.spdx.json")))
+            for name in ("KorvelHelper", "KorvelHelper.spdx.json", "third-party-licences.txt")))
         return self.folder / "out"
 
     def check(self, *words):
@@ -136,7 +138,7 @@ class Bill(InAFolder):
         self.assertIn("output.hpp is not among the headers to compare with", done.stdout)
         self.put("build/host/nlohmann/detail/output.hpp", HEADER + "// Output\n")
         done = self.check("--headers", self.folder / "build/host", out)
-        self.assertEqual((done.returncode, done.stdout.count("ok ")), (0, 9), done.stdout)
+        self.assertEqual((done.returncode, done.stdout.count("ok ")), (0, 10), done.stdout)
         done = self.check("--self-test", out)
         self.assertEqual(done.returncode, 0, done.stdout)
         self.assertRegex(done.stdout, r"^(\d+) of \1 spoiled copies noticed\n$")
@@ -287,6 +289,7 @@ class Release(InAFolder):
                               ("KorvelHelper/CMakeLists.txt",
                                "add_library(core OBJECT core.cpp)\n"),
                               ("KorvelHelper/core.cpp", "#include <nlohmann/json.hpp>\n"),
+                              ("Packaging/third-party-licences.txt", LICENCES),
                               ("nlohmann/json.hpp", HEADER + VERSIONS)):
             self.put(f"tree/{name}", content)
         for folder in ("usr/include", "System/Library/Frameworks"):

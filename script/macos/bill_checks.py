@@ -10,6 +10,7 @@ import bill
 import macho
 
 BILL, SUMS = f"{bill.PROGRAM_NAME}.spdx.json", "SHA256SUMS"
+LICENCES = "third-party-licences.txt"
 DEBUG_SYMBOLS = f"{bill.PROGRAM_NAME}.dSYM/"
 LIBRARY_LICENCE = "MIT"
 NEEDED_TOOLS = ("clang", "lld", "cmake", "macOS SDK")
@@ -157,6 +158,14 @@ def check_library(document, headers):
             yield f"{name}: the SHA256 is not that of the header"
 
 
+def check_licences(document, text):
+    """The library's licence wants its own text and the owners' notices to come with the program."""
+    owners = named(document["packages"], bill.LIBRARY).get("copyrightText", "").split("\n")
+    for words in (*owners, "Permission is hereby granted, free of charge"):
+        if words not in text:
+            yield f"{LICENCES} lacks: {words}"
+
+
 def check_tools(document):
     wanted = ("BUILD_TOOL_OF", bill.HELPER)
     tools = {r.get("spdxElementId") for r in document["relationships"]
@@ -208,8 +217,8 @@ def check_sums(contents):
 
 def run(contents, headers=None, forbidden=()):
     """(what is checked, findings) of every check."""
-    missing = [name for name in (bill.PROGRAM_NAME, BILL, SUMS) if name not in contents]
-    yield "program, bill and checksums are there", [f"{name} is missing" for name in missing]
+    missing = [name for name in (bill.PROGRAM_NAME, BILL, LICENCES, SUMS) if name not in contents]
+    yield "program, bill, licences and checksums are there", [f"{name} is missing" for name in missing]
     if missing:
         return
     try:
@@ -227,6 +236,8 @@ def run(contents, headers=None, forbidden=()):
         check_helper(document, program))
     yield "the library: version, supplier, licence, origin and headers", list(
         check_library(document, headers or {}))
+    yield "the library's licence and owners", list(
+        check_licences(document, contents[LICENCES].decode()))
     yield "the tools that built it", list(check_tools(document))
     yield "no path of the machine that built it", list(check_places(contents, forbidden))
     yield "SHA256SUMS lists every file as it is", list(check_sums(contents))

@@ -80,6 +80,11 @@ WHOLE = lambda document: document  # noqa: E731
 CASES = [
     ("no bill", without(bill_checks.BILL), "KorvelHelper.spdx.json is missing"),
     ("no program", without(bill.PROGRAM_NAME), "KorvelHelper is missing"),
+    ("no licences", without(bill_checks.LICENCES), "third-party-licences.txt is missing"),
+    ("licence", put(bill_checks.LICENCES, lambda b: b.replace(b"granted", b"refused")),
+     "lacks: Permission"),
+    ("owner", put(bill_checks.LICENCES, lambda b: b.replace(b"Copyright", b"By")),
+     "lacks: Copyright"),
     ("no sums", without(bill_checks.SUMS), "SHA256SUMS is missing"),
     ("no document", put(bill_checks.BILL, lambda b: b[:-9]), "cannot be read"),
     ("no packages", set_in(WHOLE, "packages", None), "cannot be read: KeyError('packages')"),
