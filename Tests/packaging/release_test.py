@@ -22,7 +22,8 @@ COMMIT = "0123456789abcdef" * 2 + "01234567"
 HEADER = """// SPDX-FileCopyrightText: 2013 Somebody <https://example.com>
 // SPDX-License-Identifier: MIT
 """
-LICENCES = "Copyright 2013 Somebody <https://example.com>\nPermission is hereby granted, free of charge\n"
+LICENCES = ("Copyright 2013 Somebody <https://example.com>\n"
+            "Permission is hereby granted, free of charge\n")
 VERSIONS = "".join(f"#define NLOHMANN_JSON_VERSION_{part} {number}\n"
                    for part, number in (("MAJOR", 3), ("MINOR", 99), ("PATCH", 7)))
 # One object is the helper's and one is a test's, which reads a header that the helper does not.
