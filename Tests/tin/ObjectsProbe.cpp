@@ -1,16 +1,10 @@
 #include "Tests/tin/ObjectsProbe.h"
 
-#include <cstdlib>
-#include <filesystem>
-#include <memory>
 #include <string_view>
-#include <vector>
 
+#include "Tests/tin/FrameworkImages.h"
 #include "TinMac/Frameworks/Above.h"
 #include "TinMac/Frameworks/BelowServices.h"
-#include "TinMac/Loader/Image.h"
-#include "TinMac/System/Exports.h"
-#include "TinMac/System/Trap.h"
 
 namespace tinmac::objects {
 
@@ -59,8 +53,6 @@ void bundleInfo(const char* key, const TinValueSink* sink) {
 
 double seconds() { return 789.5; }
 
-void notHere() { trap("a function of the machine that this test has not", "objects"); }
-
 std::uint64_t nothing() { return 0; }
 
 template <class Function>
@@ -68,113 +60,25 @@ void* address(Function* function) {
   return reinterpret_cast<void*>(function);
 }
 
-void* find(std::span<const Export> exports, std::string_view name) {
-  for (const Export& offered : exports) {
-    if (offered.name == name) {
-      return offered.address;
-    }
-  }
-  return nullptr;
+void* machineFunction(std::string_view name) {
+  if (name == "_tinBundleInfo") return address(bundleInfo);
+  if (name == "_tinSecondsSince2001") return address(seconds);
+  return name == "_tinPowerUIClass" ? address(nothing) : nullptr;
 }
 
-void* findForFrameworks(std::string_view name) {
-  if (name == "_tinBundleInfo") {
-    return address(bundleInfo);
-  }
-  if (name == "_tinSecondsSince2001") {
-    return address(seconds);
-  }
-  if (name == "_tinPowerUIClass") {
-    return address(nothing);
-  }
-  for (const auto exports : {systemExports(), supportExports()}) {
-    if (void* found = find(exports, name)) {
-      return found;
-    }
-  }
-  return name.starts_with("_tin") ? address(notHere) : nullptr;
-}
-
-struct Images {
-  std::unique_ptr<Image> frameworks;
-  std::unique_ptr<Image> probes;
-  std::string failure;
-
-  template <class Function>
-  Function* function(const Image& image, const char* name) const {
-    void* found = image.symbol(std::string("_") + name);
-    if (found == nullptr) {
-      trap("a probe that does not exist", name);
-    }
-    return reinterpret_cast<Function*>(found);
-  }
-
-  std::unique_ptr<Image> load(const std::string& path, const Resolver& resolve) {
-    auto image = Image::map(path);
-    if (!image) {
-      failure = image.error();
-      return nullptr;
-    }
-    const auto bound = (*image)->bind(resolve);
-    const auto closed = (*image)->protect();
-    const auto known = (*image)->registerUnwind();
-    if (!bound || !closed || !known) {
-      failure = !bound ? bound.error() : !closed ? closed.error() : known.error();
-      return nullptr;
-    }
-    return std::move(*image);
-  }
-
-  void announce(const Image& image) const {
-    auto& sections = *new std::vector<TinSection>;
-    for (const ImageSection& section : image.sections()) {
-      sections.push_back(
-          {section.segment.c_str(), section.name.c_str(), section.address, section.size});
-    }
-    const auto* known =
-        new TinImage{image.path().c_str(), image.header(), sections.data(), sections.size()};
-    function<decltype(tinRegisterImage)>(*frameworks, "tinRegisterImage")(known);
-    image.runInitialisers();
-  }
-
-  Images() {
-    if (!std::filesystem::exists(TIN_FRAMEWORKS) || !std::filesystem::exists(TIN_PROBES)) {
-      failure = "not built: " TIN_FRAMEWORKS " and " TIN_PROBES;
-      return;
-    }
-    frameworks = load(TIN_FRAMEWORKS, findForFrameworks);
-    if (frameworks == nullptr) {
-      return;
-    }
-    probes = load(TIN_PROBES, [this](std::string_view name) {
-      void* found = name.starts_with("_tin") ? nullptr : frameworks->symbol(name);
-      return found != nullptr ? found : find(systemExports(), name);
-    });
-    if (probes == nullptr) {
-      return;
-    }
-    announce(*frameworks);
-    announce(*probes);
-  }
-};
-
-const Images& images() {
-  static const auto& loaded = *new Images;
+const FrameworkImages& images() {
+  static const auto& loaded = *new FrameworkImages(TIN_FRAMEWORKS, TIN_PROBES, machineFunction);
   return loaded;
 }
 
 }  // namespace
 
-const std::string& whyNotLoaded() { return images().failure; }
+const std::string& whyNotLoaded() { return images().failure(); }
 
-std::string probe(const char* name) {
-  return images().function<const char*()>(*images().probes, name)();
-}
+std::string probe(const char* name) { return images().inProgram<const char*()>(name)(); }
 
-void call(const char* name) { images().function<void()>(*images().probes, name)(); }
+void call(const char* name) { images().inProgram<void()>(name)(); }
 
-void settle() {
-  images().function<decltype(tinSettleBooks)>(*images().frameworks, "tinSettleBooks")();
-}
+void settle() { images().inFrameworks<decltype(tinSettleBooks)>("tinSettleBooks")(); }
 
 }  // namespace tinmac::objects
