@@ -55,6 +55,7 @@ STEPS = (("rooms", "tests of the rooms passed", of_runner),
          ("clients", "tests with the sample client", of_runner),
          ("adapters", "adapter tests passed", of_count),
          ("stories", "stories, journals as on Linux", of_count),
+         ("faults", "faults act as on Linux", of_count),
          ("mistakes", "planted mistakes noticed", of_count),
          ("coverage", "edge lines executed", of_lines))
 

@@ -217,9 +217,6 @@ MISTAKES = (
             "    return propertyValue(CFReference<CFTypeRef>::adopting(\n"
             "        IOPSGetPowerSourceDescription(borrowed<CFTypeRef>(info), "
             "borrowed<CFTypeRef>(source))).get());", "limit"),
-    Mistake("interest-without-pool", "a power message is heard without a pool",
-            "RootPowerDomain.cpp", "runInAutoreleasePool(deliver, &notification);",
-            "deliver(&notification);", "sleep"),
     Mistake("number-dereferenced", "a notification's number is taken for an address",
             "RootPowerDomain.cpp", "reinterpret_cast<std::uintptr_t>(messageArgument)}",
             "*static_cast<std::uintptr_t*>(messageArgument)}", "sleep"),
@@ -289,10 +286,6 @@ MISTAKES = (
             "mach_task_self(), 0, &opened", "mach_task_self(), 1, &opened", "clients"),
 
     # The native limit
-    Mistake("result-as-boolean", "a result of 32 bits is read as a Boolean",
-            "SmartChargeRuntime.mm", "using Int32Function = std::int32_t (*)",
-            "using Int32Function = bool (*)",
-            "native-limit"),
     Mistake("limit-as-real", "an integer is passed where reals are", "SmartChargeRuntime.mm",
             "using SetUInt8Function = BOOL (*)(id object, SEL selector, std::uint8_t value,",
             "using SetUInt8Function = BOOL (*)(id object, SEL selector, double value,",
@@ -316,7 +309,8 @@ MISTAKES = (
 
     # Log and clock
     Mistake("wrong-log-level", "a line has another level", "UnifiedLog.cpp",
-            "static_cast<os_log_type_t>(level)", "OS_LOG_TYPE_INFO", "clients"),
+            "static_cast<os_log_type_t>(level)", "(static_cast<void>(level), OS_LOG_TYPE_INFO)",
+            "clients"),
     Mistake("subsystem-and-category", "subsystem and category change places", "UnifiedLog.cpp",
             "os_log_create(std::string(subsystem).c_str(), std::string(category).c_str())",
             "os_log_create(std::string(category).c_str(), std::string(subsystem).c_str())",
@@ -348,13 +342,9 @@ MISTAKES = (
     Mistake("listener-not-resumed", "the listener is never resumed", "XPCService.mm",
             "[listener resume];", "static_cast<void>(listener);", "clients"),
     Mistake("delegate-not-kept", "nobody owns the listener's delegate", "XPCService.mm",
-            "bridge = [[KorvelListenerBridge alloc] initWithDelegate:delegate];\n"
-            "      listener.delegate = bridge;",
-            "listener.delegate = [[KorvelListenerBridge alloc] initWithDelegate:delegate];",
+            "listener.delegate = bridge;", "listener.delegate = bridge;\n      bridge = nil;",
             "clients"),
     Mistake("wrong-service-name", "another service is published", "XPCService.mm",
             "initWithMachServiceName:makeNSString(machServiceName)",
             "initWithMachServiceName:makeNSString(machServiceName.substr(1))", "clients"),
-    Mistake("handler-without-pool", "a connection's end is heard without a pool", "XPCService.mm",
-            "  return ^{\n    @autoreleasepool {\n", "  return ^{\n    {\n", "clients"),
 )
