@@ -1,5 +1,5 @@
-// Sending a message: the arguments stay where they are while the method is looked up, and the method
-// is entered as if the caller had called it.
+// Sending a message: the arguments stay where they are while the method is looked up, and the
+// method is entered as if the caller had called it.
 __asm__(R"(
 .macro LOOK_UP receiver, finder
 	stp	x29, x30, [sp, #-16]!

@@ -57,7 +57,7 @@ struct OwedReply final : TinReply {
 template <class AnyReply>
 void ForwardingObject::forward(std::string_view selector, std::uint32_t argument, AnyReply reply) {
   auto owed = std::make_unique<OwedReply<AnyReply>>(std::move(reply));
-  exported.deliver(exported.context, selector.data(), argument, owed.release());
+  exported.deliver(exported.context, std::string(selector).c_str(), argument, owed.release());
 }
 
 void ForwardingObject::ping(PidReply reply) {
@@ -91,7 +91,8 @@ void ForwardingObject::resetAllSMCKeys(Reply reply) {
   forward(korvel::KorvelHelperSelector::resetAllSMCKeys, 0, std::move(reply));
 }
 void ForwardingObject::quit() {
-  exported.deliver(exported.context, korvel::KorvelHelperSelector::quit.data(), 0, nullptr);
+  exported.deliver(exported.context, std::string(korvel::KorvelHelperSelector::quit).c_str(), 0,
+                   nullptr);
 }
 
 }  // namespace tinmac

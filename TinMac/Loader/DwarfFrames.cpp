@@ -1,6 +1,5 @@
 #include "TinMac/Loader/DwarfFrames.h"
 
-#include <bit>
 #include <string_view>
 
 namespace tinmac {
@@ -126,12 +125,12 @@ class DwarfReader {
     if (place != 0 && place != fromHere) {
       throw Refused("DWARF frame with the pointer form " + hexText(form));
     }
-    const std::uint64_t here = std::bit_cast<std::uint64_t>(record.bytes.begin()) + at;
+    const std::uint64_t here = reinterpret_cast<std::uint64_t>(record.bytes.begin()) + at;
     const std::uint64_t value = number(record, at, form) + (place == fromHere ? here : 0);
     if ((form & indirect) == 0) {
       return value;
     }
-    return image.read<std::uint64_t>(value - std::bit_cast<std::uint64_t>(image.begin()));
+    return image.read<std::uint64_t>(value - reinterpret_cast<std::uint64_t>(image.begin()));
   }
 
   const Bytes& frames;
@@ -148,7 +147,7 @@ FrameRules readDwarfFrame(const Bytes& frames, const Bytes& image, std::uint64_t
   if (rules.start != start) {
     throw Refused("DWARF frame at " + hexText(offset) + " belongs to another function");
   }
-  const auto base = std::bit_cast<std::uint64_t>(image.begin());
+  const auto base = reinterpret_cast<std::uint64_t>(image.begin());
   static_cast<void>(image.part(start - base, rules.end - start, "an unwound function"));
   if (rules.languageData != 0) {
     static_cast<void>(image.part(rules.languageData - base, 1, "language data"));

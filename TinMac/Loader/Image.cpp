@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <fstream>
 #include <iterator>
+#include <system_error>
 
 #include "TinMac/Loader/Bytes.h"
 #include "TinMac/Loader/ExportedSymbols.h"
@@ -37,7 +38,7 @@ void take(bool& step, bool inTurn) {
 }
 
 [[noreturn]] void refuseCall(const std::string& what) {
-  throw Refused(what + ": " + std::strerror(errno));
+  throw Refused(what + ": " + std::generic_category().message(errno));
 }
 
 }  // namespace

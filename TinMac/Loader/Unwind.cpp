@@ -8,6 +8,7 @@
 #include "TinMac/Loader/UnwindTable.h"
 
 // The unwinder of this process offers it; no header declares it.
+// NOLINTNEXTLINE(bugprone-reserved-identifier,readability-identifier-naming)
 extern "C" void __register_frame(void* descriptions);
 
 namespace tinmac {

@@ -62,7 +62,7 @@ class TableReader {
   void readRegular(std::uint64_t at) {
     const auto page = table.read<macho::UnwindPage>(at, 2 * wordSize);
     for (unsigned index = 0; index < page.entryCount; ++index) {
-      const std::uint64_t entry = at + page.entriesOffset + index * 2 * wordSize;
+      const std::uint64_t entry = at + page.entriesOffset + std::uint64_t{index} * 2 * wordSize;
       add(table.read<macho::Word>(entry), {table.read<macho::Word>(entry + wordSize)});
     }
   }

@@ -166,6 +166,7 @@ std::string booksText(std::string_view reason, std::optional<std::int32_t> exitS
 }
 
 void writeBooks(std::string_view reason, std::optional<std::int32_t> exitStatus) {
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody changes the environment
   const char* const folder = std::getenv("TIN_MAC_BOOKS");
   if (folder == nullptr) return;
   const std::filesystem::path place =

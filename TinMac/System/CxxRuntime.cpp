@@ -25,7 +25,7 @@ void makeBadAlloc(void* place) { new (place) std::bad_alloc; }
 template <class Class>
 void* virtualTable() {
   static const Class sample;
-  return *reinterpret_cast<void** const*>(&sample) - 2;
+  return static_cast<void*>(*reinterpret_cast<void** const*>(&sample) - 2);
 }
 
 void* typeOf(const std::type_info& type) { return const_cast<std::type_info*>(&type); }

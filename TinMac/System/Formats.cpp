@@ -86,7 +86,7 @@ std::span<const Export> formatExports() {
       {"_snprintf", code(tinSnprintfVeneer)},
       {"_fprintf", code(tinFprintfVeneer)},
       {"_vsnprintf", code(printList)},
-      {"___stderrp", &standardError},
+      {"___stderrp", static_cast<void*>(&standardError)},
   };
   return table;
 }

@@ -72,7 +72,7 @@ Value valueOf(const Item& item) {
   if (item.bytes.size() != sizeof(value)) {
     refuse("an item's kind and size:", static_cast<std::size_t>(item.kind), item.bytes.size());
   }
-  std::memcpy(&value, item.bytes.data(), sizeof(value));
+  std::memcpy(static_cast<void*>(&value), item.bytes.data(), sizeof(value));
   return value;
 }
 

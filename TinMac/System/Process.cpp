@@ -47,6 +47,7 @@ void exitProgram(std::int32_t status) {
 
 void prepareProcess() {
   std::set_terminate(terminated);
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody changes the environment
   if (std::getenv("TIN_MAC_BOOKS") == nullptr) return;
   // A signal that is not ignored would still have its default action.
   setSignalAction(macSignal(SIGUSR1), SIG_IGN);

@@ -13,6 +13,9 @@ import subprocess
 import sys
 
 TIDY = "clang-tidy-19"
+# clang is told what the commands of another compiler mean.
+WORDS = {"tin": ("--extra-arg=--target=aarch64-linux-gnu",
+                 "--extra-arg=-Wno-unknown-warning-option")}
 FINDING = re.compile(r"^(?=\S+:\d+:\d+: (?:error|warning): )", re.M)
 
 
@@ -24,8 +27,8 @@ def compiled(root, build):
 
 
 def tidy(root, build, source):
-    done = subprocess.run([TIDY, "--quiet", "-p", str(build), str(source)], cwd=root,
-                          capture_output=True, text=True, check=False)
+    done = subprocess.run([TIDY, "--quiet", *WORDS.get(build.name, ()), "-p", str(build),
+                           str(source)], cwd=root, capture_output=True, text=True, check=False)
     return done.returncode, done.stdout
 
 
