@@ -73,6 +73,20 @@ steps:
   EXPECT_FALSE(stage.machine().lid.isClosed()) << "the run goes on after a failure";
 }
 
+TEST_F(ScenarioRunTest, AGraceThatGoesBeyondTheEndIsWaitedFor) {
+  stage.grace = 600;
+  const std::string story = R"(start: {battery: 50}
+steps:
+  - at: 00:01
+    within: 1s )";
+  const ScenarioOutcome never = play(story + "gate paused\n");
+  EXPECT_FALSE(never.passed) << "what nobody saw counts as held";
+  EXPECT_THAT(never.report, HasSubstr("a.yaml:6: at 00:11:01: expected within 1s \"gate paused\""));
+  const ScenarioOutcome late = play(story + "battery 55\n");
+  EXPECT_TRUE(late.passed) << late.report;
+  EXPECT_EQ(late.expectations, 1U);
+}
+
 TEST_F(ScenarioRunTest, AFailureIsAMarkWithItsText) {
   const Timeline timeline = play(R"(steps:
   - at: 00:01

@@ -77,7 +77,7 @@ class ScenarioRun {
         if (!failure) advance(step.time);
         if (!failure) play(step);
       }
-      if (!failure) advance(scenario.end);
+      if (!failure) advance(std::max(scenario.end, lastDeadline()));
       if (!failure) held += watches.size();  // "never" and "always" held throughout.
       for (const std::string& violation : stage.violations()) fail(line, violation);
       // The report shows what followed the failure too.
@@ -224,6 +224,15 @@ class ScenarioRun {
       if (!failure) judgeWatches(true);
       if (next >= moment) return;
     }
+  }
+
+  /// The latest one that is left, or 0. The grace of one may go beyond the story's end.
+  [[nodiscard]] double lastDeadline() const {
+    double last = 0;
+    for (const Watch& watch : watches) {
+      if (watch.deadline != endless) last = std::max(last, watch.deadline);
+    }
+    return last;
   }
 
   /// Judges what is watched; true: something failed.
