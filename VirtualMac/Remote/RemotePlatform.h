@@ -37,7 +37,8 @@ class RemotePlatform {
   [[nodiscard]] korvel::Platform& platform();
   /// The platform's queues and main loop, for an owner that posts to that loop or ends it.
   [[nodiscard]] ProcessDispatch& dispatch();
-  /// The machine's time and its word on files, for an owner that makes timers and file calls itself.
+  /// The machine's time and its word on files, for an owner that makes timers and file calls
+  /// itself.
   [[nodiscard]] MachineClock& clock();
   [[nodiscard]] HelperHost& host();
 
