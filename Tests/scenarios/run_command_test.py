@@ -107,6 +107,52 @@ def what_would_be_ignored_is_refused(programs):
     expect(done.returncode == 2 and "--processes" in done.stderr, done)
 
 
+def copied(programs, folder, *names):
+    """Copies of programs. A program looks for the others beside itself, and would follow a link."""
+    folder.mkdir(parents=True, exist_ok=True)
+    for name in names:
+        (folder / name).write_bytes((programs / name).read_bytes())
+        (folder / name).chmod(0o755)
+    return folder
+
+
+def script(path, text):
+    path.parent.mkdir(parents=True, exist_ok=True)
+    path.write_text(f"#!/bin/sh\n{text}\n", encoding="utf-8")
+    path.chmod(0o755)
+
+
+def the_macs_own_program_is_played_where_it_is_built(programs):
+    done = run(programs, GALLERY / "quit.yaml", "--tin")
+    expect(done.returncode == 2 and "--processes" in done.stderr, done)
+    with tempfile.TemporaryDirectory() as folder:
+        apart = copied(programs, pathlib.Path(folder, "clang/bin"), "virtual-mac", "korvel-app")
+        done = run(apart, GALLERY / "quit.yaml", "--processes", "--tin")
+        expect(done.returncode == 1 and done.stdout == "" and "script/tin-mac" in done.stderr
+               and f"{folder}/clang/bin/../../tin/bin/KorvelHelper" in done.stderr, done)
+        # This stands in for the program that needs an SDK: only the place is looked at.
+        script(pathlib.Path(folder, "tin/bin/KorvelHelper"),
+               f'echo started >> "{folder}/starts"\nexec "{programs / "KorvelHelper"}" "$@"')
+        done = run(apart, "Tests/scenarios/data/fails.yaml", "--processes", "--tin")
+        expect(done.returncode == 1 and "setChargeLimit ok" in done.stdout, done)
+        expect("fails.yaml --processes --tin --speed 600\n" in done.stdout, done)
+        expect(pathlib.Path(folder, "starts").read_text(encoding="utf-8") == "started\n", done)
+
+
+def a_machine_may_run_on_after_a_story(programs):
+    with tempfile.TemporaryDirectory() as folder:
+        story = pathlib.Path(folder, "short.yaml")
+        story.write_text("name: A\ndescription: B\nstart: {battery: 50}\n"
+                         "steps: [{at: 00:01, expect: lid open}]\n", encoding="utf-8")
+        usual, longer = (run(programs, story, "--journal", *words).stdout.splitlines()
+                         for words in ((), ("--linger", "600")))
+        said = "passed  A: 1 expectations held over 00:01:00"
+        done = subprocess.CompletedProcess([], 0, usual, longer)
+        expect(said in usual and said in longer, done)
+        expect(not any(" battery 55 %" in line for line in usual), done)
+        expect(any(" battery 55 %" in line for line in longer[longer.index(said):]), done)
+
+
 def a_program_gets_json(programs):
     done = run(programs, "--json", GALLERY / "quit.yaml", "Tests/scenarios/data/fails.yaml")
     told = [json.loads(line) for line in done.stdout.splitlines()]
@@ -278,24 +324,17 @@ def the_demonstration_sees_every_step(programs):
 
 def the_demonstration_fails_without_a_working_helper(programs):
     with tempfile.TemporaryDirectory() as folder:
-        for name in ("virtual-mac", "korvel-app"):
-            # The machine would follow a link to the helper beside the real program.
-            pathlib.Path(folder, name).write_bytes((programs / name).read_bytes())
-            pathlib.Path(folder, name).chmod(0o755)
-        broken = pathlib.Path(folder, "KorvelHelper")
-        broken.write_text("#!/bin/sh\nexit 1\n", encoding="utf-8")
-        broken.chmod(0o755)
-        picture = pathlib.Path(folder, "out.svg")
-        done = demo(pathlib.Path(folder), picture)
+        apart = copied(programs, pathlib.Path(folder), "virtual-mac", "korvel-app")
+        script(apart / "KorvelHelper", "exit 1")
+        picture = apart / "out.svg"
+        done = demo(apart, picture)
         expect(done.returncode == 1 and "NOT SEEN" in done.stdout and not picture.exists(), done)
 
 
 def a_demonstration_cleans_up_after_a_machine_that_hangs(programs):
     with tempfile.TemporaryDirectory() as folder:
-        hanging = pathlib.Path(folder, "virtual-mac")
-        hanging.write_text("#!/bin/sh\necho no such Mac >&2\n[ \"$3\" = down ] && exec sleep 60\nexit 1\n",
-                           encoding="utf-8")
-        hanging.chmod(0o755)
+        script(pathlib.Path(folder, "virtual-mac"),
+               'echo no such Mac >&2\n[ "$3" = down ] && exec sleep 60\nexit 1')
         done = subprocess.run([sys.executable, str(ROOT / "script/demo.py"), folder, f"{folder}/out.svg"],
                               capture_output=True, text=True, timeout=170, check=False,
                               env={**os.environ, "TMPDIR": folder})
@@ -306,7 +345,7 @@ def a_demonstration_cleans_up_after_a_machine_that_hangs(programs):
 CASES = [passing_stories_end_with_0, a_failing_story_ends_with_1_and_a_report,
          defects_end_with_2_and_their_lines, two_ways_at_once_are_refused,
          both_stages_say_the_same_of_what_cannot_be_done, both_stages_journal_the_same_deeds, what_would_be_ignored_is_refused,
-         a_program_gets_json, the_journal_is_printed_on_demand, the_timeline_is_a_picture,
+         the_macs_own_program_is_played_where_it_is_built, a_machine_may_run_on_after_a_story, a_program_gets_json, the_journal_is_printed_on_demand, the_timeline_is_a_picture,
          a_stopped_run_says_where_draws_what_there_is_and_leaves_nothing,
          on_a_terminal_a_long_run_says_how_far_it_is, a_failure_is_in_the_picture,
          a_directory_is_its_stories_in_the_order_of_their_names,

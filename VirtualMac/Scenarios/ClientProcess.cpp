@@ -25,7 +25,8 @@ constexpr int firstNotGiven = 3;
 }  // namespace
 
 ClientProcess::ClientProcess(asio::io_context& context, const std::string& program,
-                             const RootDirectory& root, const std::string& identity)
+                             const RootDirectory& root, const std::string& identity,
+                             double replySeconds)
     : said(std::make_shared<Saying>(context)) {
   std::array<int, 2> toClient{};
   std::array<int, 2> fromClient{};
@@ -43,7 +44,9 @@ ClientProcess::ClientProcess(asio::io_context& context, const std::string& progr
   ::posix_spawnattr_setpgroup(&attributes, 0);
   const short closing = hostsystem::closeFromAtSpawn(files, firstNotGiven);
   ::posix_spawnattr_setflags(&attributes, static_cast<short>(closing | POSIX_SPAWN_SETPGROUP));
-  std::vector<std::string> words{program, "--root", root.path, "--as", identity, "session"};
+  std::vector<std::string> words{
+      program,  "--root", root.path, "--as", identity, "--timeout", std::to_string(replySeconds),
+      "session"};
   std::vector<char*> arguments;
   for (std::string& word : words) arguments.push_back(word.data());
   arguments.push_back(nullptr);

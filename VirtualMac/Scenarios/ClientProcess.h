@@ -19,9 +19,10 @@ namespace virtualmac {
 /// Destroying it ends the session in order.
 class ClientProcess {
  public:
-  /// Throws a std::runtime_error when the program cannot be started.
+  /// A reply is waited for `replySeconds` in real time. Throws a std::runtime_error when the
+  /// program cannot be started.
   ClientProcess(asio::io_context& context, const std::string& program, const RootDirectory& root,
-                const std::string& identity);
+                const std::string& identity, double replySeconds);
   ~ClientProcess();
   ClientProcess(const ClientProcess&) = delete;
   ClientProcess& operator=(const ClientProcess&) = delete;

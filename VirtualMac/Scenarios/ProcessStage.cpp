@@ -25,8 +25,9 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+constexpr double nearSeconds = 30;  // virtual: an event is near within this time
+// The helper's slowness divides the first of these figures and multiplies the others.
 constexpr double slowestNeeded = 30;       // virtual seconds in a real one, while an event is near
-constexpr double nearSeconds = 30;         // virtual: an event is near within this time
 constexpr double graceRealSeconds = 0.5;   // real processes may be late by this
 constexpr double quietRealSeconds = 0.02;  // work due at a moment has come by then
 constexpr double longestRealSeconds = 10;  // until a process starts, ends or answers
@@ -36,13 +37,14 @@ std::string programBeside(const char* name) {
   return (hostsystem::ownProgram().parent_path() / name).string();
 }
 
-MachineOptions optionsOf(const Scenario& scenario, const std::string& root) {
+MachineOptions optionsOf(const Scenario& scenario, const std::string& helper,
+                         const std::string& root) {
   auto profile = loadProfile(scenario.profile);
   if (!profile) throw std::runtime_error(profile.error());
   MachineOptions options;
   options.profile = *std::move(profile);
   options.root = RootDirectory{root};
-  options.helperProgram = programBeside("KorvelHelper");
+  options.helperProgram = helper;
   return options;
 }
 
@@ -89,12 +91,15 @@ ProcessStage::TemporaryDirectory::~TemporaryDirectory() {
   std::filesystem::remove_all(path, ignored);
 }
 
-ProcessStage::ProcessStage(const Scenario& scenario, double fastest, std::function<bool()> stopped)
-    : fastSpeed(fastest),
-      slowSpeed(std::min(fastest, slowestNeeded)),
+ProcessStage::ProcessStage(const Scenario& scenario, const StagedHelper& helper, double fastest,
+                           std::function<bool()> stopped)
+    : slowness(helper.slowness),
+      fastSpeed(fastest),
+      slowSpeed(std::min(fastest, slowestNeeded / slowness)),
       isStopped(std::move(stopped)) {
   ::signal(SIGPIPE, SIG_IGN);
-  server = std::make_unique<MachineServer>(context, optionsOf(scenario, directory.path));
+  server =
+      std::make_unique<MachineServer>(context, optionsOf(scenario, helper.program, directory.path));
   control = std::make_unique<ControlServer>(*server, [this] { context.stop(); });
   std::optional<std::string> problem = server->start();
   if (!problem) problem = control->listen();
@@ -112,7 +117,7 @@ ProcessStage::~ProcessStage() {
   // Shared, because the call may come after the end of this function.
   const auto down = std::make_shared<bool>(false);
   server->shutDown([down] { *down = true; });
-  serve(longestRealSeconds, [&down] { return *down; });
+  serve([&down] { return *down; });
   // The last journal lines of both are heard here.
   control.reset();
   server.reset();
@@ -130,14 +135,17 @@ double ProcessStage::now() {
   return server->machine().totalSeconds();
 }
 
-double ProcessStage::graceSeconds() { return graceRealSeconds * server->timeDriver().speed(); }
+double ProcessStage::graceSeconds() {
+  return graceRealSeconds * slowness * server->timeDriver().speed();
+}
 
 void ProcessStage::runUntil(double moment, const std::function<bool()>& afterEach) {
   server->change([](Machine&) {});
   const auto quietSince = Clock::now();
+  const std::chrono::duration<double> quiet(quietRealSeconds * slowness);
   while (!afterEach()) {
     const double left = moment - now();
-    if (left <= 0 && Clock::now() - quietSince >= std::chrono::duration<double>(quietRealSeconds)) {
+    if (left <= 0 && Clock::now() - quietSince >= quiet) {
       return;
     }
     setSpeed(left > nearSeconds ? fastSpeed : slowSpeed);
@@ -145,8 +153,8 @@ void ProcessStage::runUntil(double moment, const std::function<bool()>& afterEac
   }
 }
 
-bool ProcessStage::serve(double realSeconds, const std::function<bool()>& reached) {
-  const auto deadline = Clock::now() + std::chrono::duration<double>(realSeconds);
+bool ProcessStage::serve(const std::function<bool()>& reached) {
+  const auto deadline = Clock::now() + std::chrono::duration<double>(longestRealSeconds * slowness);
   while (!reached()) {
     if (isStopped() || Clock::now() >= deadline) return false;
     context.run_one_for(lookEvery);
@@ -161,9 +169,9 @@ void ProcessStage::setSpeed(double speed) {
 void ProcessStage::connect(const std::string& client, const std::string& identity) {
   if (apps.contains(client)) throw std::runtime_error("\"" + client + "\" is connected already");
   auto app = std::make_unique<ClientProcess>(context, programBeside("korvel-app"),
-                                             RootDirectory{directory.path}, identity);
-  if (!serve(longestRealSeconds, [&app] { return app->isConnected() || app->isOver(); }) ||
-      !app->isConnected()) {
+                                             RootDirectory{directory.path}, identity,
+                                             longestRealSeconds * slowness);
+  if (!serve([&app] { return app->isConnected() || app->isOver(); }) || !app->isConnected()) {
     throw std::runtime_error("the application could not connect" + reasonIn(app->firstLine()));
   }
   apps[client] = std::move(app);
@@ -193,7 +201,7 @@ std::optional<std::string> ProcessStage::reportedState() {
   const auto answer = std::make_shared<std::optional<std::string>>();
   apps.begin()->second->send(std::string(korvel::operation::getState.word),
                              [answer](const std::string& line) { *answer = line; });
-  if (!serve(longestRealSeconds, [&answer] { return answer->has_value(); })) {
+  if (!serve([&answer] { return answer->has_value(); })) {
     throw std::runtime_error("nobody answers for the helper's state");
   }
   const auto said = nlohmann::json::parse(**answer, nullptr, false);
@@ -210,7 +218,7 @@ void ProcessStage::signalHelper(int number) {
   const std::optional<pid_t> before = server->launchd().helper();
   if (!server->signalHelper(number)) throw std::runtime_error(noHelperText);
   if (number != SIGKILL) return;
-  serve(longestRealSeconds, [&] { return server->launchd().helper() != before; });
+  serve([&] { return server->launchd().helper() != before; });
 }
 
 bool ProcessStage::helperRunning() { return server->launchd().helper().has_value(); }
@@ -225,7 +233,7 @@ void ProcessStage::reboot() {
   killClients();
   const auto up = std::make_shared<bool>(false);
   server->reboot([up] { *up = true; });
-  if (!serve(longestRealSeconds, [&up] { return *up; })) throw std::runtime_error("it hangs");
+  if (!serve([&up] { return *up; })) throw std::runtime_error("it hangs");
 }
 
 std::vector<std::string> ProcessStage::violations() { return broken; }

@@ -16,8 +16,14 @@
 
 namespace virtualmac {
 
-/// Plays a scenario among real processes: the machine in this one, the built helper and the
-/// applications in processes of their own, in a temporary directory.
+/// The helper on a stage of processes.
+struct StagedHelper {
+  std::string program;
+  double slowness = 1;  ///< It takes so many times the real time of one that is not emulated.
+};
+
+/// Plays a scenario among real processes: the machine in this one, the helper and the applications
+/// in processes of their own, in a temporary directory.
 ///
 /// Virtual time follows real time. It runs fast while nothing is near, and slowly around deeds and
 /// expectations, so that the milliseconds of real processes matter little. Expectations get a grace
@@ -26,7 +32,8 @@ class ProcessStage final : public Stage {
  public:
   /// `fastest` is in virtual seconds in a real one. While `stopped` returns true, every wait ends
   /// at once. Throws a std::runtime_error when the machine cannot be started.
-  ProcessStage(const Scenario& scenario, double fastest, std::function<bool()> stopped);
+  ProcessStage(const Scenario& scenario, const StagedHelper& helper, double fastest,
+               std::function<bool()> stopped);
   ~ProcessStage() override;
 
   Machine& machine() override;
@@ -57,13 +64,15 @@ class ProcessStage final : public Stage {
     std::string path;
   };
   ClientProcess& named(const std::string& client);
-  /// Lets handlers run for some real time, or until `reached`, or until the run is stopped.
-  bool serve(double realSeconds, const std::function<bool()>& reached);
+  /// Lets handlers run until `reached`, or for as long as a process may take, or until the run is
+  /// stopped.
+  bool serve(const std::function<bool()>& reached);
   void setSpeed(double speed);
   void hear(const Journal::Entry& entry);
   void killClients();
   [[nodiscard]] std::string statePath() const;
 
+  double slowness;
   double fastSpeed;
   double slowSpeed;
   std::function<bool()> isStopped;

@@ -3,15 +3,13 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
-#include <expected>
-#include <filesystem>
 #include <nlohmann/json.hpp>
 
 #include "VirtualMac/Machine/Deeds.h"
-#include "VirtualMac/Remote/HostSystem.h"
 #include "VirtualMac/Server/ControlCommands.h"
 #include "VirtualMac/Tools/CommandLine.h"
 #include "VirtualMac/Tools/ControlClient.h"
+#include "VirtualMac/Tools/HelperProgram.h"
 #include "VirtualMac/Tools/JournalReader.h"
 #include "VirtualMac/Tools/MachineDaemon.h"
 
@@ -39,26 +37,8 @@ int complain(const Choices& choices, const std::string& text, int exitCode) {
   return virtualmac::complain("virtual-mac", choices.asJSON, text, exitCode);
 }
 
-/// The programs are built beside each other.
-std::string programBeside(const char* name) {
-  const std::filesystem::path self = hostsystem::ownProgram();
-  return self.empty() ? name : (self.parent_path() / name).string();
-}
-
-/// The helper's program, or why it cannot be started.
-std::expected<std::string, std::string> helperProgram(const Choices& choices) {
-  if (!choices.helper.empty()) return choices.helper;
-  if (!choices.tin) return programBeside("KorvelHelper");
-  std::string program = programBeside("../../tin/bin/KorvelHelper");
-  if (std::filesystem::exists(program)) return program;
-  return std::unexpected(
-      "the Mac's own program is not ready to be run here; script/tin-mac builds "
-      "what it needs (there is no " +
-      program + ")");
-}
-
 int up(const Choices& choices) {
-  auto helper = helperProgram(choices);
+  auto helper = choices.helper.empty() ? helperProgram(choices.tin) : choices.helper;
   if (!helper) return complain(choices, helper.error(), exitFailed);
   auto profile = loadProfile(choices.profile);
   if (!profile) return complain(choices, profile.error(), exitUsage);

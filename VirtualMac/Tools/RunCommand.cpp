@@ -12,6 +12,7 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -22,6 +23,7 @@
 #include "VirtualMac/Scenarios/ProcessStage.h"
 #include "VirtualMac/Scenarios/ScenarioRun.h"
 #include "VirtualMac/Tools/CommandLine.h"
+#include "VirtualMac/Tools/HelperProgram.h"
 #include "VirtualMac/Tools/ProgressLine.h"
 #include "VirtualMac/Tools/StopSignals.h"
 
@@ -34,10 +36,15 @@ struct Choices {
   std::string timeline;
   bool inProcess = false;
   bool processes = false;
+  bool tin = false;
   double speed = 600;
+  double linger = 0;
   bool journal = false;
   bool asJSON = false;
 };
+
+/// The emulated program takes so many times the real time of this build's own helper.
+constexpr double emulatedSlowness = 5;
 
 int failed(const Choices& choices, const std::string& text) {
   return complain("virtual-mac", choices.asJSON, text, exitFailed);
@@ -108,6 +115,22 @@ std::expected<std::vector<std::string>, std::string> chosenFiles(
   return files;
 }
 
+std::unique_ptr<Stage> stageFor(const Scenario& scenario, const Choices& choices,
+                                const StopSignals& signals) {
+  if (!choices.processes) return std::make_unique<InProcessStage>(scenario);
+  const auto program = helperProgram(choices.tin);
+  if (!program) throw std::runtime_error(program.error());
+  const StagedHelper helper{*program, choices.tin ? emulatedSlowness : 1};
+  return std::make_unique<ProcessStage>(scenario, helper, choices.speed,
+                                        [&signals] { return signals.caught().has_value(); });
+}
+
+/// The words that play a story in the same way again.
+std::string howPlayed(const Choices& choices) {
+  if (!choices.processes) return " --in-process";
+  return fmt::format(" --processes{} --speed {:g}", choices.tin ? " --tin" : "", choices.speed);
+}
+
 /// Plays one file; `place` says which one of how many.
 Fate play(const std::string& file, const std::string& place, const Choices& choices,
           const StopSignals& signals) {
@@ -127,23 +150,18 @@ Fate play(const std::string& file, const std::string& place, const Choices& choi
     const std::optional<int> signal = signals.caught();
     return signal ? std::optional(signalName(*signal)) : std::nullopt;
   };
-  std::unique_ptr<Stage> stage;
-  if (choices.processes) {
-    stage = std::make_unique<ProcessStage>(*scenario, choices.speed,
-                                           [&signals] { return signals.caught().has_value(); });
-  } else {
-    stage = std::make_unique<InProcessStage>(*scenario);
-  }
+  const std::unique_ptr<Stage> stage = stageFor(*scenario, choices, signals);
   if (choices.journal) {
     stage->journal().addListener(
         [](const Journal::Entry& entry) { fmt::print("{}\n", journalLine(entry)); });
   }
-  const std::string how =
-      choices.processes ? fmt::format(" --processes --speed {:g}", choices.speed) : " --in-process";
-  const ScenarioOutcome outcome =
-      playScenario(*scenario, *stage, fmt::format("virtual-mac run {}{}", file, how), look);
+  const ScenarioOutcome outcome = playScenario(
+      *scenario, *stage, fmt::format("virtual-mac run {}{}", file, howPlayed(choices)), look);
   progress.reset();
   tell(*scenario, outcome, choices.asJSON);
+  if (outcome.passed && choices.linger > 0) {
+    stage->runUntil(stage->now() + choices.linger, [&] { return signals.caught().has_value(); });
+  }
   const bool drawn = choices.timeline.empty() || writeTimeline(choices.timeline, outcome.timeline);
   if (!drawn) failed(choices, choices.timeline + " cannot be written");
   if (outcome.stopped) return Fate::Stopped;
@@ -199,12 +217,20 @@ void addRun(CLI::App& program, std::function<int()>& chosen) {
                                              "With the built helper and clients as real processes");
   processes->excludes(here);
   command
+      ->add_flag("--tin", choices->tin,
+                 "The helper is the Mac's own program, emulated; for --processes")
+      ->needs(processes);
+  command
       ->add_option("--speed", choices->speed,
                    "Virtual seconds in a real one, where nothing is near; for --processes")
       ->capture_default_str()
       ->check(numberBetween(1, 10000))
       ->needs(processes);
   command->add_option("--timeline", choices->timeline, "Draw the run into this SVG file");
+  command
+      ->add_option("--linger", choices->linger,
+                   "Virtual seconds that the machine runs on after a story that held")
+      ->check(numberBetween(0, 3600));
   command->add_flag("--journal", choices->journal, "Print what happens, as it happens");
   command->callback([choices, &program, &chosen] {
     choices->asJSON = program.get_option("--json")->as<bool>();

@@ -1,0 +1,29 @@
+#include "VirtualMac/Tools/HelperProgram.h"
+
+#include <filesystem>
+
+#include "VirtualMac/Remote/HostSystem.h"
+
+namespace virtualmac {
+
+namespace {
+
+/// The programs are built beside each other.
+std::string programBeside(const char* name) {
+  const std::filesystem::path self = hostsystem::ownProgram();
+  return self.empty() ? name : (self.parent_path() / name).string();
+}
+
+}  // namespace
+
+std::expected<std::string, std::string> helperProgram(bool tin) {
+  if (!tin) return programBeside("KorvelHelper");
+  std::string program = programBeside("../../tin/bin/KorvelHelper");
+  if (std::filesystem::exists(program)) return program;
+  return std::unexpected(
+      "the Mac's own program is not ready to be run here; script/tin-mac builds "
+      "what it needs (there is no " +
+      program + ")");
+}
+
+}  // namespace virtualmac
