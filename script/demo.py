@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""The story that script/demo tells; run that. usage: demo.py PROGRAMS TIMELINE"""
+"""The story that script/demo tells; run that. usage: demo.py PROGRAMS TIMELINE [--tin]"""
 import json
 import os
 import pathlib
@@ -13,6 +13,7 @@ import time
 SPEED = 120         # virtual seconds in a real one
 WALK_SPEED = 240    # while the battery drains
 LOOK_SECONDS = 0.1  # real seconds between two looks at the machine
+TIN_PATIENCE = 5    # the bounds of real seconds are so many times as long for an emulated helper
 OUTCOME = re.compile(r'^([\d.]+) log +HelperImpl \w+ "(.*)"$')
 STORY = re.compile(r"^([\d.]+) (?:proc|mac) +((?:helper|adapter).*)$")
 NOISE = ("HelperImpl boot", " pid=", "client disconnected", "client connected")
@@ -73,14 +74,16 @@ class Screen:
 class Mac:
     """The virtual Mac with its helper, through its programs."""
 
-    def __init__(self, programs, root, screen):
+    def __init__(self, programs, root, screen, kind):
         self.programs, self.root, self.screen = programs, root, screen
+        self.kind = kind  # the words that `up` gets: ("--tin",) or none
+        self.patience = TIN_PATIENCE if kind else 1
         self.journal = None
         self.application = None
 
     def run(self, program, *words):
         done = subprocess.run([str(self.programs / program), "--root", self.root, *words],
-                              capture_output=True, text=True, timeout=20, check=False)
+                              capture_output=True, text=True, timeout=20 * self.patience, check=False)
         if done.returncode != 0:
             raise NotSeen(f"{program} {' '.join(words)}: {done.stderr.strip() or done.stdout.strip()}")
         return done.stdout
@@ -90,7 +93,7 @@ class Mac:
 
     def app(self, *words):
         self.screen.line("  " + self.screen.colour("36", "korvel-app " + " ".join(words)))
-        return self.run("korvel-app", *words)
+        return self.run("korvel-app", "--timeout", str(5 * self.patience), *words)
 
     def status(self):
         return json.loads(self.mac("--json", "status"))
@@ -132,7 +135,8 @@ class Mac:
         return status
 
     def wait_for(self, what, holds, seconds):
-        """Looks until it holds; in `seconds` real seconds it has to."""
+        """Looks until it holds; in `seconds` real seconds it has to, or more with an emulator."""
+        seconds *= self.patience
         deadline = time.monotonic() + seconds
         status = self.look()
         while not holds(status):
@@ -170,7 +174,7 @@ def allowed(status):
 
 def set_the_limit(mac, screen):
     screen.chapter("A Mac with the newer charging keys, at 76 % and charging")
-    mac.mac("up", "--profile", "newer-keys", "--speed", str(SPEED))
+    mac.mac("up", "--profile", "newer-keys", "--speed", str(SPEED), *mac.kind)
     mac.mac("set", "battery", "76")
     mac.wait_for("76 %, adapter in, charging", lambda s: 76 <= s["batteryPercent"] < 77
                  and s["adapterConnected"] and s["charging"], 5)
@@ -229,11 +233,11 @@ def hand_back(mac, screen):
                  lambda s: allowed(s) and s["charging"] and s["batteryPercent"] > 82.5, 15)
 
 
-def main(programs, timeline):
+def main(programs, timeline, *kind):
     screen = Screen()
     began = time.monotonic()
     root = tempfile.mkdtemp(prefix="virtual-mac-")
-    mac = Mac(pathlib.Path(programs), root, screen)
+    mac = Mac(pathlib.Path(programs), root, screen, kind)
     try:
         started = set_the_limit(mac, screen)
         walk_and_crash(mac, screen)
@@ -260,7 +264,7 @@ def main(programs, timeline):
 
 
 if __name__ == "__main__":
-    if len(sys.argv) != 3:
+    if len(sys.argv) not in (3, 4) or sys.argv[3:] not in ([], ["--tin"]):
         print(__doc__, file=sys.stderr)
         sys.exit(2)
-    sys.exit(main(sys.argv[1], sys.argv[2]))
+    sys.exit(main(*sys.argv[1:]))

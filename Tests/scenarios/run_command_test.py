@@ -309,8 +309,8 @@ def a_directory_is_its_stories_in_the_order_of_their_names(programs):
         expect(done.returncode == 2 and done.stdout == "" and f"{empty} holds no *.yaml" in done.stderr, done)
 
 
-def demo(programs, timeline):
-    return subprocess.run([sys.executable, str(ROOT / "script/demo.py"), str(programs), str(timeline)],
+def demo(programs, timeline, *words):
+    return subprocess.run([sys.executable, str(ROOT / "script/demo.py"), str(programs), str(timeline), *words],
                           capture_output=True, text=True, timeout=170, check=False)
 
 
@@ -342,6 +342,19 @@ def a_demonstration_cleans_up_after_a_machine_that_hangs(programs):
         expect(not list(pathlib.Path(folder).glob("virtual-mac-*")), done)
 
 
+def the_demonstration_of_the_macs_own_program_says_what_it_needs(programs):
+    plain = {name: value for name, value in os.environ.items() if name != "MACOSX_SDK"}
+    done = subprocess.run([str(ROOT / "script/demo"), "--tin"], capture_output=True, text=True,
+                          timeout=60, check=False, env=plain)
+    expect(done.returncode == 1 and done.stdout == "" and "MACOSX_SDK" in done.stderr, done)
+    with tempfile.TemporaryDirectory() as folder:
+        apart = copied(programs, pathlib.Path(folder, "clang/bin"), "virtual-mac", "korvel-app")
+        done = demo(apart, apart / "out.svg", "--tin")
+        expect(done.returncode == 1 and "script/tin-mac builds" in done.stdout, done)
+        done = demo(apart, apart / "out.svg", "--gold")
+        expect(done.returncode == 2 and "usage: " in done.stderr, done)
+
+
 CASES = [passing_stories_end_with_0, a_failing_story_ends_with_1_and_a_report,
          defects_end_with_2_and_their_lines, two_ways_at_once_are_refused,
          both_stages_say_the_same_of_what_cannot_be_done, both_stages_journal_the_same_deeds, what_would_be_ignored_is_refused,
@@ -350,7 +363,8 @@ CASES = [passing_stories_end_with_0, a_failing_story_ends_with_1_and_a_report,
          on_a_terminal_a_long_run_says_how_far_it_is, a_failure_is_in_the_picture,
          a_directory_is_its_stories_in_the_order_of_their_names,
          the_demonstration_sees_every_step, the_demonstration_fails_without_a_working_helper,
-         a_demonstration_cleans_up_after_a_machine_that_hangs]
+         a_demonstration_cleans_up_after_a_machine_that_hangs,
+         the_demonstration_of_the_macs_own_program_says_what_it_needs]
 
 if __name__ == "__main__":
     if len(sys.argv) != 3:
