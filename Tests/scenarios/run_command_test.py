@@ -355,6 +355,28 @@ def the_demonstration_of_the_macs_own_program_says_what_it_needs(programs):
         expect(done.returncode == 2 and "usage: " in done.stderr, done)
 
 
+def stories_of_two_programs_are_compared(programs):
+    def compare(*words):
+        return subprocess.run([sys.executable, str(ROOT / "script/tin-mac-stories"), *map(str, words)],
+                              capture_output=True, text=True, timeout=170, check=False)
+
+    with tempfile.TemporaryDirectory() as folder:
+        apart = copied(programs, pathlib.Path(folder, "clang/bin"), "virtual-mac", "korvel-app", "KorvelHelper")
+        done = compare("--programs", apart, "hand-back")
+        expect(done.returncode == 2 and "script/tin-mac builds it" in done.stderr, done)
+        helper = pathlib.Path(folder, "tin/bin/KorvelHelper")
+        script(helper, f'exec "{programs / "KorvelHelper"}" "$@"')
+        done = compare("--programs", apart, "hand-forward")
+        expect(done.returncode == 2 and "hand-forward.yaml" in done.stderr, done)
+        done = compare("--programs", apart, "hand-back")
+        expect(done.returncode == 0 and re.search(r"^hand-back +own and Mac's .* same$", done.stdout, re.M)
+               and done.stdout.endswith("1 stories: 1 held with both programs, 1 tell the same\n"), done)
+        script(helper, "exit 1")
+        done = compare("--programs", apart, "hand-back")
+        expect(done.returncode == 1 and re.search(r"^hand-back +own .* NOT HELD$", done.stdout, re.M)
+               and "hand-back.yaml:10: at " in done.stdout, done)
+
+
 CASES = [passing_stories_end_with_0, a_failing_story_ends_with_1_and_a_report,
          defects_end_with_2_and_their_lines, two_ways_at_once_are_refused,
          both_stages_say_the_same_of_what_cannot_be_done, both_stages_journal_the_same_deeds, what_would_be_ignored_is_refused,
@@ -364,7 +386,8 @@ CASES = [passing_stories_end_with_0, a_failing_story_ends_with_1_and_a_report,
          a_directory_is_its_stories_in_the_order_of_their_names,
          the_demonstration_sees_every_step, the_demonstration_fails_without_a_working_helper,
          a_demonstration_cleans_up_after_a_machine_that_hangs,
-         the_demonstration_of_the_macs_own_program_says_what_it_needs]
+         the_demonstration_of_the_macs_own_program_says_what_it_needs,
+         stories_of_two_programs_are_compared]
 
 if __name__ == "__main__":
     if len(sys.argv) != 3:
