@@ -4,7 +4,7 @@ The lines of each kind, and of each category of the log, have to be the same in 
 have those that one thread of the helper's core tells, because threads do not wait for each other. Two
 playings by one program are not alike in every letter, so this much is passed over, and no more:
 
-- Times, and the time of writing in a record. Where a record tells a write without its time, one
+- Times; in a record, moments that are near the machine's clock, and the time of writing. Where a record tells a write without its time, one
   before it was less than two seconds ago: the time had not changed, or it was not written.
 - Numbers of processes: the first one that a journal names is process 1, and so on.
 - How often a line stands that repeats itself, because late ticks of a timer come as one. Three or
@@ -18,13 +18,14 @@ playings by one program are not alike in every letter, so this much is passed ov
 - The errors in EXPECTED, which differ for a reason.
 """
 import collections
+import datetime
 import itertools
 import json
 import re
 
 LINE = re.compile(r"^([\d.]+) (smc|disk|log|reply|power|app|mac|proc) +(.*)$")
 PROCESS = re.compile(r"\b(pid[= ]|client |helper )(\d+)\b(?!\.)")
-MOMENT = re.compile(r"(At=)\d{4}-\d\d-\d\dT[\d:.]+Z")
+MOMENT = re.compile(r"(?<=At=)(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d)(?:\.\d+)?Z")
 WRITE_TIME = re.compile(r" ?\blastWriteAt=T")
 LEVEL = re.compile(r"battery (?:set to )?(\d+) %$")
 GOING_DOWN = "going down"
@@ -39,8 +40,11 @@ OTHER_THREADS = re.compile(r'HelperImpl \w+ "(client |charge enforcement )')
 EXPECTED = [(re.compile(r"(atomic rename failed: .*) \[NS(?:POSIX|Cocoa)ErrorDomain \d+\]"),
              r"\1 [the error of a replacement]")]
 
+MACHINES_START = datetime.datetime(2026, 1, 1)
+CLOCK_SECONDS = 600  # a moment may be so far from the machine's clock: half a second, sped up
 SAME_WRITE_SECONDS = 2
 NEAR_LEVELS = 3
+LINES_WITHOUT_OUTCOME = 12
 FEWEST_TICKS = 3   # so many lines in a row may be one more or fewer
 MANY_TICKS = 10    # so many may be twice as many
 
@@ -69,7 +73,8 @@ class Journal:
 
     def __init__(self, printed):
         self.kinds = collections.defaultdict(list)
-        self.outcome = {"ok": False, "report": printed}
+        last = "\n".join(printed.splitlines()[-LINES_WITHOUT_OUTCOME:])
+        self.outcome = {"ok": False, "report": "it did not end; its last lines:\n" + last}
         self.processes, self.level, self.written = {}, None, None
         down = False
         for text in printed.splitlines():
@@ -93,7 +98,7 @@ class Journal:
             self.level = int(level[1])
             if " set to " not in text:
                 return
-        text = PROCESS.sub(self.named, MOMENT.sub(r"\1T", text))
+        text = PROCESS.sub(self.named, MOMENT.sub(lambda moment: told(moment, seconds), text))
         for pattern, replacement in EXPECTED:
             text = pattern.sub(replacement, text)
         line = Line(seconds, text, self.level if kind == "smc" else None)
@@ -116,6 +121,13 @@ class Journal:
             self.written = line.seconds
         elif self.written is not None and line.seconds - self.written < SAME_WRITE_SECONDS:
             line.timed = None
+
+
+def told(moment, seconds):
+    """A moment of a record that is told so many seconds after the machine's start."""
+    clock = MACHINES_START + datetime.timedelta(seconds=seconds)
+    near = abs(datetime.datetime.fromisoformat(moment[1]) - clock).total_seconds() < CLOCK_SECONDS
+    return "T" if near else moment[0]
 
 
 def runs(lines):
@@ -210,6 +222,7 @@ NOTICED = {
     "another order in a thread": [("11.050 log   HelperImpl default \"client connect — arming", "X"),
                                   ("10.999 log", "11.050 log   HelperImpl default \"client connect —"
                                    " arming polling\"\n10.999 log"), ("X polling\"\n", "")],
+    "a clock that is wrong": [("=2026-01-01T00:00:12Z", "=1995-01-01T00:00:12Z")],
     "too few ticks": [(f"{70 + 5 * tick}.000 power native limit none (pid 979)\n", "")
                       for tick in range(8)],
     "a write's time where there was none": [("=80 lastWriteAt=0001-01-01T00:00:00Z", "=80")],
@@ -219,7 +232,7 @@ NOTICED = {
 }
 PASSED_OVER = {
     "other processes, times and dates": [("979", "12979"), ("989", "7"), ("11.2", "13.9"),
-                                         ("0:11Z", "1:13Z")],
+                                         ("0:11Z", "1:13.5Z")],
     "which kind comes first": [("11.369 disk  state.json replaced: lastWriteAt=2026-01-01T00:00:11Z"
                                 "\n11.414 reply setChargeLimit ok\n", "11.3 reply setChargeLimit ok"
                                 "\n11.5 disk  state.json replaced: lastWriteAt=2026-01-01T00:00:11Z\n")],
