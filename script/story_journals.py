@@ -1,11 +1,12 @@
 """Compares the journals of one story that two programs played among real processes.
 
 The lines of each kind, and of each category of the log, have to be the same in the same order; so
-have those that one thread of the helper's core tells, because threads do not wait for each other. Two
-playings by one program are not alike in every letter, so this much is passed over, and no more:
+have those that one thread of the helper's core tells, because threads do not wait for each other.
+Two playings by one program are not alike in every letter. This much is passed over, and no more:
 
-- Times; in a record, moments that are near the machine's clock, and the time of writing. Where a record tells a write without its time, one
-  before it was less than two seconds ago: the time had not changed, or it was not written.
+- Times; in a record, moments that are near the machine's clock, and the time of writing. Where a
+  record tells a write without its time, one before it was less than two seconds ago: the time had
+  not changed, or it was not written.
 - Numbers of processes: the first one that a journal names is process 1, and so on.
 - How often a line stands that repeats itself, because late ticks of a timer come as one. Three or
   more may be one more or fewer; ten or more may be up to twice as many.
@@ -29,7 +30,7 @@ MOMENT = re.compile(r"(?<=At=)(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d)(?:\.\d+)?Z")
 WRITE_TIME = re.compile(r" ?\blastWriteAt=T")
 LEVEL = re.compile(r"battery (?:set to )?(\d+) %$")
 GOING_DOWN = "going down"
-BAD_END = re.compile(r"helper \d+ (?:exited (?!0$)|killed by signal (?!9$|15$))")
+BAD_END = re.compile(r"helper \d+ (?:exited (?!0$)|killed by signal (?!15$))")
 UNCHANGED = "no field differs"
 # How lines of the core begin that other threads tell than the rest: those of connections, and that
 # of the hardware.
@@ -41,7 +42,7 @@ EXPECTED = [(re.compile(r"(atomic rename failed: .*) \[NS(?:POSIX|Cocoa)ErrorDom
              r"\1 [the error of a replacement]")]
 
 MACHINES_START = datetime.datetime(2026, 1, 1)
-CLOCK_SECONDS = 600  # a moment may be so far from the machine's clock: half a second, sped up
+CLOCK_SECONDS = 600  # a moment may be so far from the machine's clock: a second, as sped up
 SAME_WRITE_SECONDS = 2
 NEAR_LEVELS = 3
 LINES_WITHOUT_OUTCOME = 12
@@ -228,6 +229,7 @@ NOTICED = {
     "a write's time where there was none": [("=80 lastWriteAt=0001-01-01T00:00:00Z", "=80")],
     "a different line after the end": [("limit gentle", "limit rough")],
     "a last helper's bad end": [("helper 979 exited 0", "helper 979 killed by signal 6")],
+    "a last helper that had to be killed": [("helper 979 exited 0", "helper 979 killed by signal 9")],
     "a story that did not hold": [('"ok": true', '"ok": false')],
 }
 PASSED_OVER = {
