@@ -368,13 +368,18 @@ def stories_of_two_programs_are_compared(programs):
         script(helper, f'exec "{programs / "KorvelHelper"}" "$@"')
         done = compare("--programs", apart, "hand-forward")
         expect(done.returncode == 2 and "hand-forward.yaml" in done.stderr, done)
-        done = compare("--programs", apart, "hand-back")
-        expect(done.returncode == 0 and re.search(r"^hand-back +own and Mac's .* same$", done.stdout, re.M)
-               and done.stdout.endswith("1 stories: 1 held with both programs, 1 tell the same\n"), done)
+        story = pathlib.Path(folder, "brief.yaml")
+        story.write_text("name: A\ndescription: B\nstart: {battery: 85}\nsteps:\n"
+                         "  - {at: 00:00:10, do: [connect, set-limit 80], within: 9s gate paused}\n",
+                         encoding="utf-8")
+        done = compare("--programs", apart, story)
+        expect(done.returncode == 0 and re.search(r"^brief +own and Mac's .* same$", done.stdout, re.M)
+               and done.stdout.endswith(
+                   "1 of 1 stories held with both programs and tell the same; 1 held\n"), done)
         script(helper, "exit 1")
-        done = compare("--programs", apart, "hand-back")
-        expect(done.returncode == 1 and re.search(r"^hand-back +own .* NOT HELD$", done.stdout, re.M)
-               and "hand-back.yaml:10: at " in done.stdout, done)
+        done = compare("--programs", apart, story)
+        expect(done.returncode == 1 and re.search(r"^brief +own .* NOT HELD$", done.stdout, re.M)
+               and "brief.yaml:5: at " in done.stdout, done)
 
 
 CASES = [passing_stories_end_with_0, a_failing_story_ends_with_1_and_a_report,
