@@ -80,6 +80,7 @@ class GenericCategory final : public error_category {
   const char* name() const noexcept override { return "generic"; }
   string message(int number) const override {
     if (number > ELAST) return "unspecified generic_category error";
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): the texts are constants
     return strerror(number);
   }
 };
