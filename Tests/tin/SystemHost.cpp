@@ -86,6 +86,11 @@ void TestHost::runMainLoop() {
   runMainUntil([this] { return endMainLoopAtOnce; });
 }
 
+void TestHost::runMainLoopFor(double seconds) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+  runMainUntil([end] { return std::chrono::steady_clock::now() >= end; });
+}
+
 void TestHost::log(std::string_view subsystem, std::string_view category, std::uint8_t level,
                    std::string_view text) {
   const std::lock_guard lock(mutex);

@@ -28,6 +28,8 @@ void tinBooksNote(const char* rule, const char* detail);
 void** tinThreadPools(void);
 /// Runs the main thread's loop; does not return.
 void tinMainRun(void);
+/// Runs it for so many real seconds. Main thread.
+void tinMainRunFor(double seconds);
 
 // --- Values on their way down
 

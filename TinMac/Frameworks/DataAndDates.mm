@@ -132,4 +132,6 @@ TIN_EXPORT CFAbsoluteTime CFDateGetAbsoluteTime(CFDateRef date) {
   return ((NSDate*)date)->seconds;
 }
 
+TIN_EXPORT const CFTimeInterval kCFAbsoluteTimeIntervalSince1970 = 978307200;
+
 TIN_EXPORT CFAbsoluteTime CFAbsoluteTimeGetCurrent(void) { return tinSecondsSince2001(); }

@@ -7,6 +7,12 @@
 
 @implementation NSException
 
++ (void)raise:(NSExceptionName)name format:(NSString*)format, ... {
+  if (tinmac::utf8(format).contains('%')) {
+    tinmac::trap("an exception's format is not built", tinmac::utf8(format));
+  }
+  tinmac::raise(tinmac::utf8(name), tinmac::utf8(format));
+}
 - (id)initWithName:(NSString*)givenName
             reason:(NSString*)givenReason
           userInfo:(NSDictionary*)givenDetails {

@@ -118,6 +118,17 @@ TIN_EXPORT void CFRunLoopRemoveSource(CFRunLoopRef loop, CFRunLoopSourceRef sour
   if (!remove(removed)) note("a run-loop source is removed that was not added");
 }
 
+TIN_EXPORT CFRunLoopRunResult CFRunLoopRunInMode(CFRunLoopMode mode, CFTimeInterval seconds,
+                                                 Boolean returnAfterSourceHandled) {
+  expectKind((id)mode, [NSString class], __func__);
+  if (utf8((NSString*)mode) != utf8((NSString*)kCFRunLoopDefaultMode)) {
+    trap("only the default mode of a run loop is built", utf8((NSString*)mode));
+  }
+  if (returnAfterSourceHandled) trap("a run loop that ends with a source is not built", __func__);
+  tinMainRunFor(seconds);
+  return kCFRunLoopRunTimedOut;
+}
+
 TIN_EXPORT void CFRunLoopRun() {
   tinMainRun();
   trap("the main run loop ended", __func__);

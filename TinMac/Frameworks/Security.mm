@@ -21,6 +21,8 @@ using namespace tinmac;
 @end
 
 TIN_EXPORT const CFStringRef kSecGuestAttributePid = CFSTR("pid");
+TIN_EXPORT const CFStringRef kSecCodeInfoIdentifier = CFSTR("identifier");
+TIN_EXPORT const CFStringRef kSecCodeInfoTeamIdentifier = CFSTR("teamid");
 
 namespace {
 

@@ -76,6 +76,14 @@ void announce(const Image& frameworks, const Image& image) {
   static_cast<void>(sections.release());
 }
 
+/// The program's name and its words, and null behind them, as main() takes them.
+std::vector<char*> argumentsOf(const Launch& launch) {
+  std::vector<char*> arguments{const_cast<char*>(launch.program.c_str())};
+  for (const std::string& word : launch.words) arguments.push_back(const_cast<char*>(word.c_str()));
+  arguments.push_back(nullptr);
+  return arguments;
+}
+
 int fail(const std::string& path, const std::string& reason) {
   std::fprintf(stderr, "tin-mac: %s: %s\n", path.c_str(), reason.c_str());
   return 1;
@@ -103,7 +111,9 @@ int run(const Launch& launch) {
   announce(library, **program);
   (*program)->runInitialisers();
   beforeBooks(functionOf<decltype(tinSettleBooks)>(library, "_tinSettleBooks"));
-  exitProgram(reinterpret_cast<int (*)()>((*program)->entry())());
+  std::vector<char*> arguments = argumentsOf(launch);
+  const auto entry = reinterpret_cast<int (*)(int, char**)>((*program)->entry());
+  exitProgram(entry(static_cast<int>(arguments.size()) - 1, arguments.data()));
 }
 
 }  // namespace tinmac

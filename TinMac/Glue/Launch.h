@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "VirtualMac/Remote/RemotePlatform.h"
 
@@ -10,6 +11,7 @@ namespace tinmac {
 struct Launch {
   std::string frameworks;  ///< The library that stands in for Apple's frameworks.
   std::string program;     ///< The Mac's own program.
+  std::vector<std::string> words;  ///< The program's own arguments.
   virtualmac::LaunchOptions options;
 };
 

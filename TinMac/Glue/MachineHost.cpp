@@ -50,6 +50,8 @@ void MachineHost::postToMain(std::function<void()> work) {
 
 void MachineHost::runMainLoop() { remote.dispatch().runMainLoop(); }
 
+void MachineHost::runMainLoopFor(double seconds) { remote.dispatch().runMainLoopFor(seconds); }
+
 void MachineHost::log(std::string_view subsystem, std::string_view category, std::uint8_t level,
                       std::string_view text) {
   remote.platform().log.emit(subsystem, category, static_cast<korvel::LogLevel>(level), text);

@@ -23,6 +23,7 @@ class MachineHost final : public Host {
   void removeAlarm(AlarmID alarm) override;
   void postToMain(std::function<void()> work) override;
   void runMainLoop() override;
+  void runMainLoopFor(double seconds) override;
   void log(std::string_view subsystem, std::string_view category, std::uint8_t level,
            std::string_view text) override;
 

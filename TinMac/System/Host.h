@@ -34,6 +34,8 @@ class Host {
   virtual void postToMain(std::function<void()> work) = 0;
   /// Runs the main thread's loop; does not return.
   virtual void runMainLoop() = 0;
+  /// Runs it for so many real seconds. Main thread.
+  virtual void runMainLoopFor(double seconds) = 0;
 
   virtual void log(std::string_view subsystem, std::string_view category, std::uint8_t level,
                    std::string_view text) = 0;

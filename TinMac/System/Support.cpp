@@ -23,6 +23,15 @@ void** tinThreadPools() {
   return &pools;
 }
 
+void tinMainRunFor(double seconds) {
+  static const bool isMarked = [] {
+    tinmac::markBooks();
+    return true;
+  }();
+  static_cast<void>(isMarked);
+  tinmac::host().runMainLoopFor(seconds);
+}
+
 void tinMainRun() {
   if (::gettid() != ::getpid()) tinmac::trap("a run loop", "only the main thread's is built");
   tinmac::markBooks();
@@ -37,7 +46,7 @@ std::span<const Export> supportExports() {
   static const Export table[] = {
       {"_tinTrap", code(tinTrap)},           {"_tinBooksCount", code(tinBooksCount)},
       {"_tinBooksNote", code(tinBooksNote)}, {"_tinThreadPools", code(tinThreadPools)},
-      {"_tinMainRun", code(tinMainRun)},
+      {"_tinMainRun", code(tinMainRun)},     {"_tinMainRunFor", code(tinMainRunFor)},
   };
   return table;
 }

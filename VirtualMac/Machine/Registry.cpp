@@ -121,7 +121,7 @@ Dictionary Registry::build(EntryID entry) const {
     case packEntry:
       return Dictionary{{"BatteryData", buildPackData()}};
     case rootDomainEntry: {
-      Dictionary properties;
+      Dictionary properties{{"IOClass", std::string(rootDomainClass)}};
       if (lid.exists()) properties["AppleClamshellState"] = lid.isClosed();
       return properties;
     }

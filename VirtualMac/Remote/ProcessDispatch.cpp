@@ -183,6 +183,12 @@ void ProcessDispatch::ignoreDefaultAction(int signalNumber) { main->signals.add(
 
 void ProcessDispatch::runMainLoop() { main->context.run(); }
 
+void ProcessDispatch::runMainLoopFor(double seconds) {
+  main->context.poll();
+  main->context.run_for(
+      std::chrono::ceil<std::chrono::microseconds>(std::chrono::duration<double>(seconds)));
+}
+
 void ProcessDispatch::postToMain(std::function<void()> work) {
   asio::post(main->context, std::move(work));
 }

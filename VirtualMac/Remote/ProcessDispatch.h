@@ -36,6 +36,8 @@ class ProcessDispatch final : public korvel::Dispatch {
   std::unique_ptr<korvel::LockPrimitive> makeLock(std::string_view label) override;
   void ignoreDefaultAction(int signalNumber) override;
   void runMainLoop() override;
+  /// Runs the main loop for so many real seconds; 0: what is ready now. Main thread.
+  void runMainLoopFor(double seconds);
 
   /// Runs `work` on the main thread, in the order posted. Any thread.
   void postToMain(std::function<void()> work);
