@@ -4,46 +4,9 @@
 #include <string>
 #include <vector>
 
-#include "KorvelHelperProtocol.h"
+#include "Tests/macos/NotingCore.h"
 #import "macOS/ExportedObject.h"
 #import "macOS/FoundationConversion.h"
-
-namespace {
-
-/// A core that notes every call and answers at once.
-class NotingCore final : public korvel::KorvelHelperProtocol {
- public:
-  void ping(korvel::PidReply reply) override { reply(1ULL << 40U); }
-  void capabilities(korvel::DataReply reply) override { reply(std::string("{\0}", 3)); }
-  void setChargeLimit(std::uint8_t limit, korvel::Reply reply) override {
-    note("limit " + std::to_string(limit), std::move(reply));
-  }
-  void clearChargeLimit(korvel::Reply reply) override { note("clear", std::move(reply)); }
-  void forceDischarge(bool enable, korvel::Reply reply) override {
-    note(enable ? "discharge on" : "discharge off", std::move(reply));
-  }
-  void setClamshellKeepAwake(bool enabled, korvel::Reply reply) override {
-    note(enabled ? "keep-awake on" : "keep-awake off", std::move(reply));
-  }
-  void releaseLimitUntilFullThenRestore(korvel::Reply reply) override {
-    note("top-off", std::move(reply));
-  }
-  void cancelTopUp(korvel::Reply reply) override { note("cancel", std::move(reply)); }
-  void getState(korvel::DataReply reply) override { reply("{}"); }
-  void resetAllSMCKeys(korvel::Reply reply) override { note("reset", std::move(reply)); }
-  void quit() override { calls.emplace_back("quit"); }
-
-  std::vector<std::string> calls;
-  std::optional<korvel::ErrorObject> failure;
-
- private:
-  void note(const std::string& call, korvel::Reply reply) {
-    calls.push_back(call);
-    reply(!failure, failure);
-  }
-};
-
-}  // namespace
 
 /// Exports one object to every connection of an anonymous listener.
 @interface KorvelTestServer : NSObject <NSXPCListenerDelegate>
@@ -89,7 +52,7 @@ class ExportedObjectTest : public testing::Test {
     }];
   }
 
-  std::shared_ptr<NotingCore> core = std::make_shared<NotingCore>();
+  std::shared_ptr<korvel::test::NotingCore> core = std::make_shared<korvel::test::NotingCore>();
   KorvelTestServer* server = [KorvelTestServer new];
   NSXPCListener* listener = [NSXPCListener anonymousListener];
   NSXPCConnection* connection;

@@ -49,3 +49,6 @@ TIN_EXPORT id objc_loadWeakRetained(id* place) {
   const Locked locked(weakLock);
   return *place != nil && retainIfOwned(*place) ? *place : nil;
 }
+
+/// The place itself goes.
+TIN_EXPORT void objc_destroyWeak(id* place) { objc_storeWeak(place, nil); }
