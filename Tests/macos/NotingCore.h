@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <optional>
 #include <string>
 #include <vector>
@@ -30,6 +31,7 @@ class NotingCore final : public KorvelHelperProtocol {
   void quit() override { calls.emplace_back("quit"); }
 
   std::vector<std::string> calls;
+  std::atomic<std::size_t> callCount = 0;  ///< For another thread than the one that is called.
   std::optional<ErrorObject> failure;
   bool keepsReplies = false;
   std::vector<Reply> kept;
@@ -37,6 +39,7 @@ class NotingCore final : public KorvelHelperProtocol {
  private:
   void note(const std::string& call, Reply reply) {
     calls.push_back(call);
+    ++callCount;
     if (keepsReplies) {
       kept.push_back(std::move(reply));
     } else {

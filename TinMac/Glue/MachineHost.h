@@ -1,7 +1,7 @@
 #pragma once
 
 #include <mutex>
-#include <set>
+#include <map>
 #include <string>
 
 #include "Platform/FileSystem.h"
@@ -47,7 +47,9 @@ class MachineHost final : public Host {
   korvel::FileSystem& files;
   std::string root;
   std::mutex mutex;
-  std::set<int> readWhole;  ///< Descriptors whose file is read as a whole. Under the mutex.
+  /// Descriptors whose file is read as a whole, each with the errno of every read; 0: none fails.
+  /// Under the mutex.
+  std::map<int, int> readWhole;
 };
 
 }  // namespace tinmac
