@@ -55,6 +55,16 @@ class FilesTest : public testing::Test {
 
 }  // namespace
 
+TEST_F(FilesTest, AFileThatTheDriveCannotReadCostsTheRecordAndNothingElse) {
+  expectServiceAndSave();
+  mac.tell({"fault", "disk-call-fails", "readFile", "5", "on"});
+  auto journal = mac.follow();
+  mac.tell({"kill"});
+  EXPECT_TRUE(journal.waitFor("state.json corrupt"));
+  mac.tell({"fault", "disk-call-fails", "readFile", "5", "off"});
+  expectServiceAndSave();
+}
+
 TEST_F(FilesTest, AFirstRunMakesAPrivateDirectoryAndFile) {
   expectServiceAndSave();
   EXPECT_EQ(mac.journalCount("state.json missing — first run", 1), 1U);
