@@ -8,7 +8,7 @@
 
 #include "macOS/Adapters.h"
 
-/// What the next call of KorvelBrokenCharge does.
+/// KorvelBrokenCharge raises in this call, and answers with these.
 static NSString* raisedIn = nil;
 static NSString* raisedReason = nil;
 static id offered = nil;

@@ -19,7 +19,7 @@ void switchFault(const Mac& mac, const Words& fault, const char* state) {
   mac.tell(words);
 }
 
-/// What the helper that starts next says of the machine.
+/// Ends the helper, and asks the next one for its capabilities.
 Result capabilitiesOfTheNextHelper(const Mac& mac) {
   auto journal = mac.follow();
   mac.tell({"kill"});

@@ -24,8 +24,8 @@ def compiled(root, build):
 
 
 def listed_in(folder):
-    lists = [folder / "CMakeLists.txt", *folder.rglob("*.cmake")]
-    return {word for path in lists if path.exists()
+    lists = [*folder.rglob("CMakeLists.txt"), *folder.rglob("*.cmake")]
+    return {word for path in lists
             for word in re.findall(r"[\w.+/-]+", path.read_text(encoding="utf-8"))}
 
 
@@ -73,6 +73,7 @@ def self_test():
     tree.expect(check_made, clean | {mac + "N.mm": ""}, "N.mm: not in")
     tree.expect(check_made, clean | {"Tests/bLinux.cpp": ""}, "bLinux.cpp: no target builds it")
     tree.expect(check_made, clean | {ELSEWHERE[1] + "M.mm": ""}, "M.mm: not in")
+    tree.expect(check_made, clean | {mac + "in/I.mm": "", mac + "in/CMakeLists.txt": "I.mm\n"})
     tree.expect(check_made, clean | {"on": ""}, "Benchmarks/b.cpp: no target builds it")
 
 

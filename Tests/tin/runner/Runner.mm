@@ -26,7 +26,7 @@ std::vector<std::function<void()>>& instantiations() {
   return all;
 }
 
-/// What has failed in the running test. Handlers on other threads may still assert.
+/// Keeps what has failed in the running test. Handlers on other threads may still assert.
 class Failures {
  public:
   void begin(bool quiet) {
