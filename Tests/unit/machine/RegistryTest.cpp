@@ -73,6 +73,10 @@ TEST_F(RegistryTest, PropertiesFollowTheMachine) {
   EXPECT_EQ(propertyOf(*helper, "IOPMrootDomain", "AppleClamshellState").boolean(), true);
 }
 
+TEST_F(RegistryTest, TheRootDomainNamesItsClass) {
+  EXPECT_EQ(propertyOf(*helper, "IOPMrootDomain", "IOClass"), PropertyValue("IOPMrootDomain"));
+}
+
 TEST_F(RegistryTest, InThePackLayoutFiguresSitOnPackAndBanks) {
   const PropertyValue root = propertiesOf(*banked.helper, "AppleSmartBattery");
   EXPECT_TRUE(root["AppleRawMaxCapacity"].isAbsent());
