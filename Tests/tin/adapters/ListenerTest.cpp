@@ -130,9 +130,9 @@ void aConnectionThatBreaksDuringItsAcceptanceEndsOnce(Service& at) {
     };
     Client client("ping");
     EXPECT_TRUE(at.isOver()) << moment;
-    // A break after resume may be later than the answer.
+    // From resume on the answer may be quicker than the break.
     const bool isAnswered = client.succeeds();
-    EXPECT_TRUE(!isAnswered || moment == std::string("after")) << moment;
+    EXPECT_TRUE(!isAnswered || moment != std::string("handler")) << moment;
   }
 }
 
