@@ -151,20 +151,12 @@ TEST_F(SystemBooksDeathTest, TheMainLoopsEndTraps) {
   EXPECT_TRUE(hold(R"("aboveMark":{})"));
 }
 
-TEST_F(SystemBooksDeathTest, AMainLoopThatRunsForAWhileMarksTheBooksOnceAndReturns) {
-  EXPECT_EXIT(
-      {
-        TestHost host;
-        tinBooksCount("NSData", 5);
-        bool ran = false;
-        host.postToMain([&] { ran = true; });
-        tinMainRunFor(0.05);
-        tinBooksCount("NSDate", 2);
-        tinMainRunFor(0);
-        const std::string books = booksText("signal", std::nullopt);
-        std::_Exit(ran && books.contains(R"("aboveMark":{"NSDate":2})") ? 0 : 1);
-      },
-      testing::ExitedWithCode(0), "");
+TEST(SystemSupport, TheMainLoopCanRunForAWhile) {
+  TestHost host;
+  bool ran = false;
+  host.postToMain([&] { ran = true; });
+  tinMainRunFor(0.01);
+  EXPECT_TRUE(ran);
 }
 
 TEST(SystemSupport, EachThreadHasItsOwnPools) {

@@ -24,12 +24,12 @@ __attribute__((noreturn)) void tinTrap(const char* rule, const char* detail);
 void tinBooksCount(const char* className, int32_t change);
 /// A rule was broken in a way that a Mac survives. Counted and printed with the books.
 void tinBooksNote(const char* rule, const char* detail);
+/// Runs the main thread's loop for so many real seconds. Main thread.
+void tinMainRunFor(double seconds);
 /// One pointer a thread, null at first, for the stack of autorelease pools.
 void** tinThreadPools(void);
 /// Runs the main thread's loop; does not return.
 void tinMainRun(void);
-/// Runs it for so many real seconds. Main thread.
-void tinMainRunFor(double seconds);
 
 // --- Values on their way down
 

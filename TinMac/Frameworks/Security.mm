@@ -21,7 +21,6 @@ using namespace tinmac;
 @end
 
 TIN_EXPORT const CFStringRef kSecGuestAttributePid = CFSTR("pid");
-TIN_EXPORT const CFStringRef kSecCodeInfoIdentifier = CFSTR("identifier");
 TIN_EXPORT const CFStringRef kSecCodeInfoTeamIdentifier = CFSTR("teamid");
 
 namespace {
@@ -86,6 +85,8 @@ TIN_EXPORT OSStatus SecCodeCopyStaticCode(SecCodeRef code, SecCSFlags flags,
   std::uint64_t name = 0;
   return handOver(tinStaticCodeOf(nameOf(code, __func__), &name), name, staticCode);
 }
+
+TIN_EXPORT const CFStringRef kSecCodeInfoIdentifier = CFSTR("identifier");
 
 TIN_EXPORT OSStatus SecCodeCopySigningInformation(SecStaticCodeRef code, SecCSFlags flags,
                                                   CFDictionaryRef* information) {

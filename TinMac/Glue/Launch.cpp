@@ -76,12 +76,17 @@ void announce(const Image& frameworks, const Image& image) {
   static_cast<void>(sections.release());
 }
 
-/// The program's name and its words, and null behind them, as main() takes them.
-std::vector<char*> argumentsOf(const Launch& launch) {
-  std::vector<char*> arguments{const_cast<char*>(launch.program.c_str())};
-  for (const std::string& word : launch.words) arguments.push_back(const_cast<char*>(word.c_str()));
+/// Runs main() with what a Mac hands it: the arguments, no environment, and no word of the kernel's.
+int runMain(const Image& program, const Launch& launch) {
+  std::vector<std::string> words = launch.words;
+  words.insert(words.begin(), launch.program);
+  std::vector<char*> arguments;
+  for (std::string& word : words) arguments.push_back(word.data());
   arguments.push_back(nullptr);
-  return arguments;
+  char* none[] = {nullptr};
+  using Main = int (*)(int, char**, char**, char**);
+  return reinterpret_cast<Main>(program.entry())(static_cast<int>(words.size()), arguments.data(),
+                                                 none, none);
 }
 
 int fail(const std::string& path, const std::string& reason) {
@@ -111,9 +116,8 @@ int run(const Launch& launch) {
   announce(library, **program);
   (*program)->runInitialisers();
   beforeBooks(functionOf<decltype(tinSettleBooks)>(library, "_tinSettleBooks"));
-  std::vector<char*> arguments = argumentsOf(launch);
-  const auto entry = reinterpret_cast<int (*)(int, char**)>((*program)->entry());
-  exitProgram(entry(static_cast<int>(arguments.size()) - 1, arguments.data()));
+  markBooks();
+  exitProgram(runMain(**program, launch));
 }
 
 }  // namespace tinmac

@@ -11,8 +11,8 @@ namespace tinmac {
 struct Launch {
   std::string frameworks;  ///< The library that stands in for Apple's frameworks.
   std::string program;     ///< The Mac's own program.
-  std::vector<std::string> words;  ///< The program's own arguments.
   virtualmac::LaunchOptions options;
+  std::vector<std::string> words;  ///< The program's arguments, without its own name.
 };
 
 /// Loads the frameworks and the program, runs the program's main() and ends the process with its

@@ -13,8 +13,8 @@ int main(int argc, char** argv) {
   arguments.add_option("program", launch.program, "The Mac's program")
       ->required()
       ->check(CLI::ExistingFile);
-  arguments.add_option("words", launch.words, "The program's own arguments, behind --");
   virtualmac::addLaunchOptions(arguments, launch.options);
+  arguments.add_option("words", launch.words, "The program's own arguments, behind --");
   if (const auto status = virtualmac::statusOfArguments(arguments, argc, argv)) return *status;
   return tinmac::run(launch);
 }

@@ -23,14 +23,7 @@ void** tinThreadPools() {
   return &pools;
 }
 
-void tinMainRunFor(double seconds) {
-  static const bool isMarked = [] {
-    tinmac::markBooks();
-    return true;
-  }();
-  static_cast<void>(isMarked);
-  tinmac::host().runMainLoopFor(seconds);
-}
+void tinMainRunFor(double seconds) { tinmac::host().runMainLoopFor(seconds); }
 
 void tinMainRun() {
   if (::gettid() != ::getpid()) tinmac::trap("a run loop", "only the main thread's is built");

@@ -1,5 +1,3 @@
-#import <CoreFoundation/CoreFoundation.h>
-
 #include <cstdio>
 #include <string_view>
 
@@ -29,8 +27,6 @@ int main(int argc, char** argv) {
       choice.words.emplace_back(word);
     }
   }
-  // From here on the books count what the tests leave.
-  CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, false);
   if (!testing::canFail()) return brokenStatus;
   const testing::Totals totals = testing::runTests(choice);
   if (choice.onlyList) return 0;
