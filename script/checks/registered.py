@@ -1,7 +1,6 @@
 #!/usr/bin/env python3
 """Checks that every test written in the sources is one that the runner knows, and that every test
-program was built. The tests of the Mac's adapters are built on a Mac only, and asked for only there;
-those of the tin Mac are built by the preset of that name.
+program was built. The tests of the Mac's adapters are built on a Mac only, and asked for only there.
 
 usage: registered.py REPOSITORY BUILD
        registered.py --self-test
@@ -20,15 +19,12 @@ WRITTEN = re.compile(r"^(TEST|TEST_F|TEST_P|TYPED_TEST|TYPED_TEST_P|RC_GTEST_PRO
 
 
 MAC_FOLDER = "Tests/macos/"
-TIN_FOLDER = "Tests/tin/"
 
 
 def written(root, on_mac=sys.platform == "darwin"):
     """(file, line, kind, suite, name) of every test in the sources that this system builds."""
     for name in tree.files(root, tree.SOURCES):
-        if not name.startswith("Tests/") or name.startswith(TIN_FOLDER):
-            continue
-        if on_mac or not name.startswith(MAC_FOLDER):
+        if name.startswith("Tests/") and (on_mac or not name.startswith(MAC_FOLDER)):
             code = tree.blanked(tree.read(root, name))
             for match in WRITTEN.finditer(code):
                 yield (name, tree.line_of(code, match.start())) + match.groups()
@@ -71,7 +67,6 @@ def self_test():
     tree.expect(lambda root: check(root, known[1:]), source, "T.cpp:1: A.B: the test runner does not")
     mac = source | {MAC_FOLDER + "M.mm": "TEST(Mac, Only) {}\n"}
     tree.expect(lambda root: check(root, known, False), mac)
-    tree.expect(lambda root: check(root, known), source | {TIN_FOLDER + "T.cpp": "TEST(Tin, Only) {}\n"})
     tree.expect(lambda root: check(root, known, True), mac, "M.mm:1: Mac.Only: the test runner")
     tree.expect(lambda root: check(root, known[:2] + known[3:]), source, "Par.D: no instance of it")
     tree.expect(lambda root: check(root, known + ["unit_tests_NOT_BUILT"]), source,

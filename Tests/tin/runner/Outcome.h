@@ -69,16 +69,18 @@ inline Outcome near(double left, double right, double distance, std::string_view
 
 }  // namespace testing
 
-#define TESTING_CHECK(outcome, fatal, ending)                        \
-  if (const ::testing::Outcome checked = outcome; checked.holds()) { \
-  } else                                                             \
-    ending ::testing::Failure(fatal, __FILE__, __LINE__, checked.failure) = ::testing::Message()
+#define TESTING_CHECK(outcome, fatal, ending)                                     \
+  if (const ::testing::Outcome testedOutcome = outcome; testedOutcome.holds()) {  \
+  } else                                                                          \
+    ending ::testing::Failure(fatal, __FILE__, __LINE__, testedOutcome.failure) = \
+        ::testing::Message()
 
 #define TESTING_TRUTH(condition, wanted) \
   ::testing::truth(static_cast<bool>(condition), wanted, #condition)
-#define TESTING_COMPARED(relation, left, right)                                                    \
-  ::testing::compared([](const auto& one, const auto& other) { return one relation other; }, left, \
-                      right, #left " " #relation " " #right)
+#define TESTING_COMPARED(relation, left, right)                                                \
+  ::testing::compared([](const auto& testedLeft,                                               \
+                         const auto& testedRight) { return testedLeft relation testedRight; }, \
+                      left, right, #left " " #relation " " #right)
 
 #define EXPECT_TRUE(condition) TESTING_CHECK(TESTING_TRUTH(condition, true), false, )
 #define EXPECT_FALSE(condition) TESTING_CHECK(TESTING_TRUTH(condition, false), false, )
