@@ -71,7 +71,7 @@ class Session final : public std::enable_shared_from_this<Session> {
  private:
   /// A client that does not read its answers is not asked for more.
   void readOn() {
-    if (!reading && !refused && outgoing.size() < bounds::mostUnread) read();
+    if (!reading && !refused && !joining && outgoing.size() < bounds::mostUnread) read();
   }
 
   void refuseAndEnd() {
@@ -103,10 +103,10 @@ class Session final : public std::enable_shared_from_this<Session> {
       }
     }
     if (command == "follow") return follow();
-    if (command == "identify") {
+    if (command == "identify" || command == "join") {
       const auto identity = request.find("identity");
       if (identity == request.end() || !identity->is_string()) return refuse("an identity is text");
-      return identify(identity->get<std::string>());
+      return identify(identity->get<std::string>(), command == "join");
     }
     if (command == "down") return shutDown();
     runControlCommand(
@@ -132,7 +132,7 @@ class Session final : public std::enable_shared_from_this<Session> {
     send(json{{"line", journalLine(entry)}, {"kind", entry.kind}});
   }
 
-  void identify(const std::string& identity) {
+  void identify(const std::string& identity, bool joins) {
     CodeSignatures& signatures = server.machine().signatures;
     const std::int32_t peer = hostsystem::peerProcess(socket.native_handle());
     if (signatures.identity(identity) == nullptr)
@@ -143,8 +143,17 @@ class Session final : public std::enable_shared_from_this<Session> {
       pid = peer;
       ++alive->identified[pid];
     }
+    if (joins) {
+      joining = true;
+      endsWith = [self = weak_from_this()] {
+        if (const auto session = self.lock()) session->join();
+      };
+    }
     send(json{{"ok", true}, {"service", server.options().root.service()}});
   }
+
+  /// The machine has the socket from now on, and this session stays for the identity's sake.
+  void join() { server.join(std::move(socket), pid, shared_from_this()); }
 
   void shutDown() {
     server.shutDown([self = shared_from_this()] {
@@ -195,6 +204,7 @@ class Session final : public std::enable_shared_from_this<Session> {
   std::size_t unreadBytes = 0;
   bool reading = false;
   bool refused = false;
+  bool joining = false;
   std::int32_t pid = 0;
 };
 

@@ -21,6 +21,8 @@ class MachineServer;
 ///   {"command": "identify", "identity": "app"}
 ///     → {"ok": true, "service": path}; the asking process has that signing identity from then on,
 ///       until the last connection on which it asked is closed.
+///   {"command": "join", "identity": "app"}
+///     → the same, and with it the connection is that of a program to its machine (MachineChannel)
 ///   {"command": "down"}
 ///     → {"ok": true} when the helper has ended; then the machine is gone
 ///

@@ -33,7 +33,8 @@ void HelperLink::readMore() {
   if (closed) return;
   socket.async_read_some(asio::buffer(chunk), [self = shared_from_this()](
                                                   const std::error_code& error, std::size_t got) {
-    if (error || self->closed) return;
+    if (error) return self->tellEnd();
+    if (self->closed) return;
     self->incoming.append(self->chunk.data(), got);
     self->takeFrames();
     self->readMore();
@@ -66,6 +67,9 @@ void HelperLink::takeCall(const std::string& body) {
   call.ticket = frame.u32();
   call.number = frame.u16();
   if (frame.failed()) return cutOff(frame.failure());
+  if (mayCall && !mayCall(call.number)) {
+    return cutOff("call " + std::to_string(call.number) + " is not for this process");
+  }
   call.arguments = body.substr(sizeof(std::uint8_t) + sizeof call.ticket + sizeof call.number);
   timeDriver.catchUp();
   const double latency = half.latencySeconds(call.number, call.arguments);
@@ -134,6 +138,11 @@ void HelperLink::cutOff(const std::string& reason) {
   if (closed) return;
   close();
   problemHandler(reason);
+  tellEnd();
+}
+
+void HelperLink::tellEnd() {
+  if (const auto handler = std::exchange(endHandler, nullptr)) handler();
 }
 
 }  // namespace virtualmac

@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "VirtualMac/Machine/PowerManagement.h"
 #include "VirtualMac/Remote/FrameSocket.h"
@@ -14,7 +15,8 @@
 
 namespace virtualmac {
 
-/// The machine's end of the connection to one helper process. Calls are answered in the order in
+/// The machine's end of the connection to one helper process, or to a client that was launched as
+/// one of the machine's programs. Calls are answered in the order in
 /// which their latency has passed; one that takes long keeps nobody else waiting.
 ///
 /// Failure: a frame that makes no sense ends the connection with a text, and with it the helper,
@@ -27,6 +29,10 @@ class HelperLink final : public std::enable_shared_from_this<HelperLink> {
   HelperLink(Socket connected, Machine& served, RealTimeDriver& keeper,
              std::shared_ptr<HelperProcess> helper, Journal& journal, DiskWatch& disk);
 
+  /// Any other call cuts the process off. Before the start; without it every call is answered.
+  void answerOnly(std::function<bool(CallNumber)> allowed) { mayCall = std::move(allowed); }
+  /// Runs once when the process has closed its end or was cut off. Before the start.
+  void setEndHandler(std::function<void()> handler) { endHandler = std::move(handler); }
   /// Starts reading. `problem` is told what was wrong when the helper is cut off.
   void start(std::function<void(const std::string&)> problem);
   /// The helper has ended: makes the calls that it had sent by then.
@@ -50,12 +56,15 @@ class HelperLink final : public std::enable_shared_from_this<HelperLink> {
   void send(const std::string& body);
   void writeNext();
   void cutOff(const std::string& reason);
+  void tellEnd();
 
   Socket socket;
   RealTimeDriver& timeDriver;
   std::shared_ptr<HelperProcess> process;
   MachineHalf half;
   std::function<void(const std::string&)> problemHandler;
+  std::function<bool(CallNumber)> mayCall;
+  std::function<void()> endHandler;
   std::array<char, 4096> chunk{};
   std::string incoming;
   std::deque<std::string> outgoing;

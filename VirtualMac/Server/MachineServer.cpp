@@ -1,10 +1,14 @@
 #include "VirtualMac/Server/MachineServer.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <csignal>
 #include <filesystem>
 #include <system_error>
 #include <utility>
+
+#include "VirtualMac/Remote/RemoteInterface.h"
 
 namespace virtualmac {
 
@@ -16,6 +20,16 @@ constexpr double usualAcknowledgementSeconds = 30;
 constexpr double shortestRealAcknowledgement = 2;
 /// As long has a helper that is told to end.
 constexpr double shortestRealExit = 5;
+
+/// A program of the machine without privileges may make these calls.
+bool isForClients(CallNumber number) {
+  if (number < seamCallCount) {
+    const std::string_view interface = describe(static_cast<SeamCall>(number)).interface;
+    return interface == "CodeSigning" || interface == "WallClock";
+  }
+  return number == callNumber(HostCall::time) || number == callNumber(HostCall::judge) ||
+         number == callNumber(HostCall::requirementError);
+}
 
 }  // namespace
 
@@ -38,6 +52,7 @@ MachineServer::MachineServer(asio::io_context& mainLoop, MachineOptions options)
     losingPower = true;
     jobs.killNow();
     losingPower = false;
+    endClients();
   });
   keeper.setClockHandler([this](const MachineTime& time) {
     mac.power.acknowledgementSeconds =
@@ -45,6 +60,7 @@ MachineServer::MachineServer(asio::io_context& mainLoop, MachineOptions options)
     mac.launchd.job.exitTimeoutSeconds =
         std::max(LaunchdJob().exitTimeoutSeconds, shortestRealExit * time.speed);
     if (link) link->sendClock(time);
+    for (const auto& client : clients) client->sendClock(time);
   });
   keeper.setSpeed(chosen.speed);
   keeper.setSettledHandler([this] { jobs.watchService(); });
@@ -58,6 +74,7 @@ MachineServer::~MachineServer() {
   losingPower = true;
   jobs.end();
   if (link) link->close();
+  endClients();
 }
 
 std::optional<std::string> MachineServer::start() {
@@ -67,6 +84,8 @@ std::optional<std::string> MachineServer::start() {
   if (!journalFile.open(chosen.root.journal()))
     return chosen.root.journal() + ": cannot be written";
   if (auto problem = jobs.listen()) return problem;
+  // A client sees the pid of the process that listens, and that is the machine's own.
+  mac.signatures.setPid(::getpid(), "helper");
   return std::nullopt;
 }
 
@@ -93,6 +112,24 @@ void MachineServer::helperEnded(pid_t pid, const ProcessEnd& how) {
   disk.look();
   link.reset();
   mac.endProcess(pid, how);
+}
+
+void MachineServer::join(HelperLink::Socket socket, std::int32_t pid,
+                         std::shared_ptr<void> identity) {
+  const auto client = std::make_shared<HelperLink>(
+      std::move(socket), mac, keeper, std::make_shared<HelperProcess>(mac, pid), effects, disk);
+  client->answerOnly(isForClients);
+  client->setEndHandler([this, served = std::weak_ptr(client), held = std::move(identity)] {
+    if (const auto ended = served.lock()) clients.erase(ended);
+  });
+  clients.insert(client);
+  client->start([this, pid](const std::string& reason) {
+    effects.record("proc", "client " + std::to_string(pid) + " loses its machine: " + reason);
+  });
+}
+
+void MachineServer::endClients() {
+  for (const auto& client : std::exchange(clients, {})) client->close();
 }
 
 bool MachineServer::signalHelper(int number) {

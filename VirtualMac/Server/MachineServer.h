@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -72,6 +73,10 @@ class MachineServer {
   /// Sends the helper a signal. False: none runs. Journalled as `proc  signal 19 to helper 412`,
   /// except a kill, which shows as the helper's end.
   bool signalHelper(int number);
+  /// Serves a client that was launched as a program of the machine: its clock and the signatures
+  /// of code, and nothing that takes a privilege. It ends with the machine, at a reboot too.
+  /// `identity` is let go when the client has ended.
+  void join(HelperLink::Socket socket, std::int32_t pid, std::shared_ptr<void> identity);
   /// Ends the helper the orderly way and restarts. `done` runs afterwards.
   void reboot(std::function<void()> done);
   /// Takes the power away and gives it back.
@@ -85,6 +90,7 @@ class MachineServer {
  private:
   void helperStarted(const JobRunner::Started& started);
   void helperEnded(pid_t pid, const ProcessEnd& how);
+  void endClients();
 
   asio::io_context& loop;
   MachineOptions chosen;
@@ -97,6 +103,7 @@ class MachineServer {
   RealTimeDriver keeper;
   JobRunner jobs;
   std::shared_ptr<HelperLink> link;
+  std::set<std::shared_ptr<HelperLink>> clients;
   bool losingPower = false;
 };
 

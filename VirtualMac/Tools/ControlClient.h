@@ -22,6 +22,8 @@ class ControlClient {
   bool send(const nlohmann::json& request);
   /// The next line as an object; none: the machine is gone, or `timeoutSeconds` have passed.
   std::optional<nlohmann::json> receive(std::optional<double> timeoutSeconds = std::nullopt);
+  /// Gives up the descriptor, for a machine that speaks to a program from now on.
+  int release() { return socket.release(); }
   /// The last receive ended by its time-out.
   [[nodiscard]] bool timedOut() const { return late; }
 

@@ -11,6 +11,7 @@
 #include "VirtualMac/Tools/ControlClient.h"
 #include "VirtualMac/Tools/HelperProgram.h"
 #include "VirtualMac/Tools/JournalReader.h"
+#include "VirtualMac/Tools/LaunchCommand.h"
 #include "VirtualMac/Tools/MachineDaemon.h"
 
 namespace virtualmac {
@@ -29,7 +30,8 @@ struct Choices {
   bool verbose = false;
   std::string helper;
   bool tin = false;
-  std::vector<std::string> words;  ///< The arguments of a forwarded command.
+  std::vector<std::string> words;  ///< The arguments of a forwarded command, or a program's.
+  std::string identity = "app";
   JournalQuery query;
 };
 
@@ -134,6 +136,17 @@ void addUp(CLI::App& program, Choices& choices, std::function<int()>& chosen) {
   command->callback([&] { chosen = [&] { return up(choices); }; });
 }
 
+void addLaunch(CLI::App& program, Choices& choices, std::function<int()>& chosen) {
+  CLI::App* command =
+      program.add_subcommand("launch", "Run a program as a client: launch [--as IDENTITY] -- ...");
+  command->add_option("--as", choices.identity, "Signing identity (virtual-mac identities)")
+      ->capture_default_str();
+  command->add_option("program", choices.words, "The program and its arguments")->required();
+  command->callback([&] {
+    chosen = [&] { return launchProgram({choices.root, choices.identity, choices.words}); };
+  });
+}
+
 void addJournal(CLI::App& program, Choices& choices, std::function<int()>& chosen) {
   const auto common = [&](CLI::App* command) {
     CLI::Option* follow =
@@ -223,11 +236,12 @@ int runVirtualMac(int argc, char** argv, const std::vector<AddCommand>& more) {
   addUp(program, choices, chosen);
   addForwarded(program, choices, chosen);
   addJournal(program, choices, chosen);
+  addLaunch(program, choices, chosen);
   for (const AddCommand& add : more) add(program, chosen);
   program.add_subcommand("profiles", "List the kinds of Mac")->callback([&] {
     chosen = [&] { return listProfiles(choices); };
   });
-  return runCommandLine(program, {"--root"}, argc, argv, [&] { return chosen(); });
+  return runCommandLine(program, {"--root", "--as"}, argc, argv, [&] { return chosen(); });
 }
 
 }  // namespace virtualmac
