@@ -30,6 +30,18 @@ void tinMainRunFor(double seconds);
 void** tinThreadPools(void);
 /// Runs the main thread's loop; does not return.
 void tinMainRun(void);
+/// A counting semaphore; `value` is not negative.
+void* tinSemaphoreMake(int64_t value);
+void tinSemaphoreFree(void* semaphore);
+/// Whether a thread waited (1).
+uint32_t tinSemaphoreSignal(void* semaphore);
+/// Waits until a moment of dispatch. 0: it came first.
+uint32_t tinSemaphoreWait(void* semaphore, uint64_t until);
+/// Lets so much of the machine's time pass, without its sleep.
+void tinPause(double seconds);
+/// Writes all of it to a descriptor of the process's own, not to the machine's disk. Returns 0, or
+/// a Mac's error number.
+int32_t tinWriteOut(int32_t descriptor, const uint8_t* bytes, size_t length);
 
 // --- Values on their way down
 

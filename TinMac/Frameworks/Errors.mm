@@ -3,6 +3,8 @@
 #import "TinMac/Frameworks/Objects.h"
 
 TIN_EXPORT NSString* const NSLocalizedDescriptionKey = @"NSLocalizedDescription";
+TIN_EXPORT NSString* const NSDebugDescriptionErrorKey = @"NSDebugDescription";
+TIN_EXPORT NSString* const NSCocoaErrorDomain = @"NSCocoaErrorDomain";
 TIN_EXPORT NSString* const NSPOSIXErrorDomain = @"NSPOSIXErrorDomain";
 TIN_EXPORT NSString* const NSGenericException = @"NSGenericException";
 TIN_EXPORT NSString* const NSInvalidArgumentException = @"NSInvalidArgumentException";

@@ -1,4 +1,5 @@
 #include <Security/Security.h>
+#include <unistd.h>
 
 #import "TinMac/Frameworks/Arguments.h"
 #include "TinMac/Frameworks/BelowServices.h"
@@ -76,6 +77,13 @@ TIN_EXPORT OSStatus SecCodeCopyGuestWithAttributes(SecCodeRef host, CFDictionary
   expectPlace(guest, __func__);
   std::uint64_t name = 0;
   return handOver(tinGuestWithPid(pidIn(attributes, __func__), &name), name, guest);
+}
+
+TIN_EXPORT OSStatus SecCodeCopySelf(SecCSFlags flags, SecCodeRef* self) {
+  expectNumber(flags, SecCSFlags{kSecCSDefaultFlags}, __func__);
+  expectPlace(self, __func__);
+  std::uint64_t name = 0;
+  return handOver(tinGuestWithPid(getpid(), &name), name, self);
 }
 
 TIN_EXPORT OSStatus SecCodeCopyStaticCode(SecCodeRef code, SecCSFlags flags,

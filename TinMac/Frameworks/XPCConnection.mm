@@ -2,7 +2,9 @@
 
 #include <string>
 
+#import "TinMac/Frameworks/Arguments.h"
 #import "TinMac/Frameworks/Protocols.h"
+#import "TinMac/Frameworks/XPCClient.h"
 #import "TinMac/Frameworks/XPCDelivery.h"
 #import "TinMac/Frameworks/XPCInterface.h"
 #import "TinMac/Frameworks/XPCKept.h"
@@ -21,6 +23,8 @@ void runHandler(void* context) noexcept {
 }  // namespace
 
 @implementation NSXPCConnection {
+  /// Of a connection to a service; the other variables belong to one that a listener was asked for.
+  TinClientSide* client;
   TinConnection* open;
   NSXPCInterface* interface;
   id exported;
@@ -34,6 +38,36 @@ void runHandler(void* context) noexcept {
   return self;
 }
 
+- (instancetype)initWithMachServiceName:(NSString*)name options:(NSXPCConnectionOptions)options {
+  expectKind(name, [NSString class], "initWithMachServiceName:options:");
+  expectNumber<NSUInteger>(options, NSXPCConnectionPrivileged, "initWithMachServiceName:options:");
+  self = [super init];
+  client = [[TinClientSide alloc] initWithService:name];
+  return self;
+}
+
+- (TinClientSide*)clientFor:(const char*)message {
+  if (client == nil) trap("a listener's connection sends no messages of its own", message);
+  return client;
+}
+
+- (void)setRemoteObjectInterface:(NSXPCInterface*)given {
+  [[self clientFor:"setRemoteObjectInterface:"] setRemote:given];
+}
+
+- (id)remoteObjectProxyWithErrorHandler:(void (^)(NSError*))handler {
+  return autoreleased(makeProxy([self clientFor:"remoteObjectProxyWithErrorHandler:"], self,
+                                handler));
+}
+
+- (id)remoteObjectProxy {
+  return autoreleased(makeProxy([self clientFor:"remoteObjectProxy"], self, nil));
+}
+
+- (void)invalidate {
+  [[self clientFor:"invalidate"] invalidate];
+}
+
 - (void)endAcceptance {
   open = nullptr;
 }
@@ -43,6 +77,7 @@ void runHandler(void* context) noexcept {
 }
 
 - (void)dealloc {
+  [client release];
   [interface release];
   [exported release];
   [super dealloc];
@@ -50,6 +85,7 @@ void runHandler(void* context) noexcept {
 
 /// The machine's connection, which is changed only while the delegate decides on it.
 - (TinConnection*)openFor:(const char*)message {
+  if (client != nil) trap("a client that exports an object is not built", message);
   if (open == nullptr)
     trap("a connection is changed after its listener's delegate decided", message);
   if (isResumed) trap("a connection is changed after it was resumed", message);
@@ -72,6 +108,7 @@ void runHandler(void* context) noexcept {
 }
 
 - (void)setHandler:(id)handler kind:(TinHandlerKind)kind {
+  if (client != nil) return [client setHandler:handler ofInterruption:kind == TinInterruption];
   TinConnection* connection = [self openFor:"a handler"];
   if (handler == nil) trap("taking a connection's handler away is not built", "nil");
   const id block = [handler copy];
@@ -89,6 +126,7 @@ void runHandler(void* context) noexcept {
 }
 
 - (void)setCodeSigningRequirement:(NSString*)requirement {
+  if (client != nil) return [client setRequirement:requirement];
   TinConnection* connection = [self openFor:"setCodeSigningRequirement:"];
   expectKind(requirement, [NSString class], "setCodeSigningRequirement:");
   if (hasRequirement) {
@@ -102,6 +140,7 @@ void runHandler(void* context) noexcept {
 }
 
 - (void)resume {
+  if (client != nil) return [client resumeFor:self];
   if (isResumed) {
     tinBooksNote("a connection is resumed that is not suspended", "");
     return;

@@ -45,6 +45,27 @@ void expectObjectArgument(Protocol* protocol, const ClassSetting& setting) {
   }
 }
 
+bool isOneOf(id value, const std::vector<const char*>& classes) {
+  return std::ranges::any_of(classes, [&](const char* name) {
+    const ClassRecord* allowed = classNamed(name);
+    return allowed != nullptr && isBelow(classOf(value), allowed);
+  });
+}
+
+/// The details of an error stand for themselves: no setting has to name their dictionary.
+bool holdsOnly(id value, const std::vector<const char*>& classes) {
+  const auto each = [&](id element) {
+    return isOneOf(element, classes) && holdsOnly(element, classes);
+  };
+  if (isKind(value, [NSArray class])) {
+    return std::ranges::all_of(elementsOf(static_cast<NSArray*>(value)), each);
+  }
+  const id entries = isKind(value, [NSError class]) ? [(NSError*)value userInfo] : value;
+  if (!isKind(entries, [NSDictionary class])) return true;
+  return std::ranges::all_of(entriesOf(static_cast<NSDictionary*>(entries)),
+                             [&](const Entry& entry) { return each(entry.value); });
+}
+
 std::vector<const char*> namesOf(NSSet* classes, SEL selector) {
   std::vector<const char*> names;
   for (const id cls : elementsOf(classes)) {
@@ -85,6 +106,20 @@ std::vector<const char*> namesOf(NSSet* classes, SEL selector) {
   std::erase_if(settings,
                 [&](const ClassSetting& earlier) { return earlier.isForSameArgument(setting); });
   settings.push_back(std::move(setting));
+}
+
+- (BOOL)allows:(id)value
+     inReplyTo:(SEL)selector
+      argument:(std::uint32_t)index
+      declared:(std::string_view)className {
+  if (value == nil) return YES;
+  const ClassSetting wanted{.selector = selector, .argument = index, .ofReply = true, .classes = {}};
+  for (const ClassSetting& setting : settings) {
+    if (!setting.isForSameArgument(wanted)) continue;
+    return isOneOf(value, setting.classes) && holdsOnly(value, setting.classes);
+  }
+  const ClassRecord* declared = classNamed(className);
+  return className.empty() || (declared != nullptr && isBelow(classOf(value), declared));
 }
 
 - (void)tellReplyClassesTo:(TinConnection*)connection {

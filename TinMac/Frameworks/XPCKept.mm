@@ -3,6 +3,7 @@
 #include <map>
 
 #include "TinMac/Frameworks/Lock.h"
+#import "TinMac/Frameworks/XPCClient.h"
 
 namespace tinmac {
 
@@ -22,6 +23,7 @@ Kept& kept() {
 }
 
 void letGoOfAll() {
+  quietClients();
   std::map<std::uintptr_t, id> left;
   {
     const Locked locked(keptLock);

@@ -3,6 +3,7 @@
 #include <array>
 
 #include "TinMac/Frameworks/Below.h"
+#include "TinMac/Frameworks/BelowClient.h"
 #include "TinMac/Frameworks/BelowServices.h"
 
 namespace tinmac {
@@ -71,6 +72,13 @@ const std::array table{
     GLUE(tinReplyValues),
     GLUE(tinReplySend),
     GLUE(tinReplyDrop),
+    GLUE(tinRequirementParses),
+    GLUE(tinClientOpen),
+    GLUE(tinClientSend),
+    GLUE(tinClientInvalidate),
+    GLUE(tinClientClose),
+    GLUE(tinAnswerTell),
+    GLUE(tinClientsQuiet),
 };
 
 #undef GLUE

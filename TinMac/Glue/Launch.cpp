@@ -1,5 +1,6 @@
 #include "TinMac/Glue/Launch.h"
 
+#include <CLI/CLI.hpp>
 #include <bit>
 #include <cstdint>
 #include <cstdio>
@@ -100,6 +101,7 @@ int run(const Launch& launch) {
   virtualmac::RemotePlatform remote(launch.options);
   MachineHost machineHost(remote, launch.options.diskRoot);
   setMachine(remote);
+  setService({launch.options.serviceName, launch.servicePath});
   setHost(machineHost);
 
   const Loaded frameworks = load(launch.frameworks, findForFrameworks);
@@ -118,6 +120,15 @@ int run(const Launch& launch) {
   beforeBooks(functionOf<decltype(tinSettleBooks)>(library, "_tinSettleBooks"));
   markBooks();
   exitProgram(runMain(**program, launch));
+}
+
+void addImages(CLI::App& arguments, Launch& launch) {
+  arguments.add_option("frameworks", launch.frameworks, "The stand-ins for Apple's frameworks")
+      ->required()
+      ->check(CLI::ExistingFile);
+  arguments.add_option("program", launch.program, "The Mac's program")
+      ->required()
+      ->check(CLI::ExistingFile);
 }
 
 }  // namespace tinmac

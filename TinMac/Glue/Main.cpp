@@ -7,12 +7,7 @@ int main(int argc, char** argv) {
   CLI::App arguments("Runs a Mac's arm64 program on Linux, as the helper of a virtual Mac.",
                      "tin-mac");
   tinmac::Launch launch;
-  arguments.add_option("frameworks", launch.frameworks, "The stand-ins for Apple's frameworks")
-      ->required()
-      ->check(CLI::ExistingFile);
-  arguments.add_option("program", launch.program, "The Mac's program")
-      ->required()
-      ->check(CLI::ExistingFile);
+  tinmac::addImages(arguments, launch);
   virtualmac::addLaunchOptions(arguments, launch.options);
   arguments.add_option("words", launch.words, "The program's own arguments, behind --");
   if (const auto status = virtualmac::statusOfArguments(arguments, argc, argv)) return *status;

@@ -127,6 +127,12 @@ void tell(const PropertyValue& value, const TinValueSink& sink) {
   sink.absent(sink.context);
 }
 
+void tell(const korvel::ErrorObject& error, const TinValueSink& sink) {
+  sink.beginError(sink.context, error.domain.data(), error.domain.size(), error.code);
+  tell(PropertyValue(error.userInfo), sink);
+  sink.end(sink.context);
+}
+
 void tell(const std::optional<std::string>& text, const TinValueSink& sink) {
   if (!text) return sink.absent(sink.context);
   sink.text(sink.context, text->data(), text->size());

@@ -50,6 +50,7 @@ class ValueHearer {
 
 /// Tells a value to the frameworks.
 void tell(const korvel::PropertyValue& value, const TinValueSink& sink);
+void tell(const korvel::ErrorObject& error, const TinValueSink& sink);
 /// A text, or `absent`.
 void tell(const std::optional<std::string>& text, const TinValueSink& sink);
 

@@ -1,11 +1,13 @@
 #include <unistd.h>
 
+#include <cerrno>
 #include <string_view>
 
 #include "TinMac/Frameworks/Below.h"
 #include "TinMac/System/Books.h"
 #include "TinMac/System/ExportTables.h"
 #include "TinMac/System/Host.h"
+#include "TinMac/System/Numbers.h"
 #include "TinMac/System/Trap.h"
 
 extern "C" {
@@ -31,6 +33,17 @@ void tinMainRun() {
   tinmac::host().runMainLoop();
   tinmac::trap("the main loop ended", "it runs for the process's life");
 }
+
+std::int32_t tinWriteOut(std::int32_t descriptor, const std::uint8_t* bytes, std::size_t length) {
+  while (length > 0) {
+    const ssize_t written = ::write(descriptor, bytes, length);
+    if (written < 0 && errno == EINTR) continue;
+    if (written < 0) return tinmac::macError(errno);
+    bytes += written;
+    length -= static_cast<std::size_t>(written);
+  }
+  return 0;
+}
 }
 
 namespace tinmac {
@@ -40,6 +53,12 @@ std::span<const Export> supportExports() {
       {"_tinTrap", code(tinTrap)},           {"_tinBooksCount", code(tinBooksCount)},
       {"_tinBooksNote", code(tinBooksNote)}, {"_tinThreadPools", code(tinThreadPools)},
       {"_tinMainRun", code(tinMainRun)},     {"_tinMainRunFor", code(tinMainRunFor)},
+      {"_tinSemaphoreMake", code(tinSemaphoreMake)},
+      {"_tinSemaphoreFree", code(tinSemaphoreFree)},
+      {"_tinSemaphoreSignal", code(tinSemaphoreSignal)},
+      {"_tinSemaphoreWait", code(tinSemaphoreWait)},
+      {"_tinPause", code(tinPause)},
+      {"_tinWriteOut", code(tinWriteOut)},
   };
   return table;
 }

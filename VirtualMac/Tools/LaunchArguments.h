@@ -7,16 +7,11 @@
 
 namespace virtualmac {
 
-/// Adds the words that launchd starts a helper with.
-inline void addLaunchOptions(CLI::App& arguments, LaunchOptions& options) {
+/// Adds the words that tell a program its machine.
+inline void addMachineOptions(CLI::App& arguments, LaunchOptions& options) {
   arguments
       .add_option("--machine-descriptor", options.machineDescriptor,
                   "Descriptor of the connection to the machine")
-      ->required()
-      ->check(CLI::NonNegativeNumber);
-  arguments
-      .add_option("--service-descriptor", options.serviceDescriptor,
-                  "Descriptor of the service's listening socket")
       ->required()
       ->check(CLI::NonNegativeNumber);
   arguments.add_option("--service", options.serviceName, "The service that the socket stands for")
@@ -27,6 +22,16 @@ inline void addLaunchOptions(CLI::App& arguments, LaunchOptions& options) {
       ->required()
       ->check(CLI::ExistingDirectory);
   arguments.add_flag("--verbose", options.verbose, "Log lines go to standard error too");
+}
+
+/// Adds the words that launchd starts a helper with.
+inline void addLaunchOptions(CLI::App& arguments, LaunchOptions& options) {
+  addMachineOptions(arguments, options);
+  arguments
+      .add_option("--service-descriptor", options.serviceDescriptor,
+                  "Descriptor of the service's listening socket")
+      ->required()
+      ->check(CLI::NonNegativeNumber);
 }
 
 /// Parses the command line. None: the program may run; else it ends with this status, and help or
