@@ -4,6 +4,10 @@
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 jobs=${JOBS:-$(nproc)}
 
+# The labels of tests that take long, and of those for which only script/tin-mac builds the programs.
+# shellcheck disable=SC2034  # read by the scripts
+notNormal='^(long|full|tin)$'
+
 say() {
   printf '\n== %s (%dm%02ds)\n' "$1" $((SECONDS / 60)) $((SECONDS % 60))
 }

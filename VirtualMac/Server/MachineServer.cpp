@@ -63,7 +63,10 @@ MachineServer::MachineServer(asio::io_context& mainLoop, MachineOptions options)
     for (const auto& client : clients) client->sendClock(time);
   });
   keeper.setSpeed(chosen.speed);
-  keeper.setSettledHandler([this] { jobs.watchService(); });
+  keeper.setSettledHandler([this] {
+    signServiceAsHelper();
+    jobs.watchService();
+  });
   jobs.setHandlers([this](const JobRunner::Started& started) { helperStarted(started); },
                    [this](pid_t pid, const ProcessEnd& how) { helperEnded(pid, how); },
                    [this](const std::string& text) { effects.record("proc", text); });
@@ -84,8 +87,7 @@ std::optional<std::string> MachineServer::start() {
   if (!journalFile.open(chosen.root.journal()))
     return chosen.root.journal() + ": cannot be written";
   if (auto problem = jobs.listen()) return problem;
-  // A client sees the pid of the process that listens, and that is the machine's own.
-  mac.signatures.setPid(::getpid(), "helper");
+  signServiceAsHelper();
   return std::nullopt;
 }
 
@@ -126,6 +128,11 @@ void MachineServer::join(HelperLink::Socket socket, std::int32_t pid,
   client->start([this, pid](const std::string& reason) {
     effects.record("proc", "client " + std::to_string(pid) + " loses its machine: " + reason);
   });
+}
+
+void MachineServer::signServiceAsHelper() {
+  const SigningIdentity* helper = mac.signatures.atPath(helperProgramPath);
+  if (helper != nullptr) mac.signatures.setPid(::getpid(), helper->name);
 }
 
 void MachineServer::endClients() {

@@ -91,6 +91,9 @@ class MachineServer {
   void helperStarted(const JobRunner::Started& started);
   void helperEnded(pid_t pid, const ProcessEnd& how);
   void endClients();
+  /// A client sees the pid of the process that listens, which is the machine's own. It stands for
+  /// the helper's program, whose signature a fault may have changed.
+  void signServiceAsHelper();
 
   asio::io_context& loop;
   MachineOptions chosen;
