@@ -142,6 +142,8 @@ Machine& machine() {
 
 void reset() { machine() = Machine(); }
 
+std::string takeOutgoing() { return outgoing().take(); }
+
 std::string takeJournal() {
   std::string text;
   for (const std::string& entry : std::exchange(machine().journal, {})) {

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "TinMac/Frameworks/Below.h"
+#include "TinMac/Frameworks/BelowClient.h"
 #include "TinMac/Frameworks/BelowServices.h"
 
 /// A machine that answers the frameworks' calls with fixed names and values, and writes down what
@@ -44,6 +45,7 @@ struct Machine {
   std::int32_t peer = -1;
   TinListener listener{};
   std::string service;
+  bool clientCannotSend = false;
 };
 
 /// As it is at first.
@@ -51,10 +53,19 @@ void reset();
 Machine& machine();
 /// Gives what was written down since the last time, one entry a line.
 std::string takeJournal();
+/// The value that the frameworks told for the call that follows, in words.
+std::string takeOutgoing();
 /// A function of the machine by its name in the object file; null: it has none.
 void* machineFunction(std::string_view name);
 /// Functions of the machine's services above the kernel.
 void* serviceFunction(std::string_view name);
+
+/// What a client asks the machine for.
+void* clientFunction(std::string_view name);
+/// The machine tells its client something. `values` tells those of a reply.
+void replyToClient(std::uint32_t ticket, void (*values)(const TinValueSink& sink));
+void failMessage(std::uint32_t ticket, TinClientEnd end);
+void endClient(TinClientEnd end);
 
 /// A peer connects. True: the delegate accepted it.
 bool connectPeer();

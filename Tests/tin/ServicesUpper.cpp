@@ -205,7 +205,7 @@ void* serviceFunction(std::string_view name) {
   TIN_MACHINE(tinReplyValues);
   TIN_MACHINE(tinReplySend);
   TIN_MACHINE(tinReplyDrop);
-  return nullptr;
+  return clientFunction(name);
 }
 
 }  // namespace tinmac::services

@@ -113,17 +113,18 @@ class JsonReader {
     return true;
   }
 
+  /// Behind \u: one unit, or two that belong together.
   bool codeUnits(std::string& text) {
     char16_t first = 0;
     char16_t second = 0;
-    if (!hexadecimal(first)) return false;
-    if (!isHighSurrogate(first) || !rest.starts_with("\\u")) {
+    if (!hexadecimal(first) || isLowSurrogate(first)) return false;
+    if (!isHighSurrogate(first)) {
       appendUtf8(text, first);
       return true;
     }
+    if (!rest.starts_with("\\u")) return false;
     rest.remove_prefix(2);
-    if (!hexadecimal(second)) return false;
-    if (!isLowSurrogate(second)) return false;
+    if (!hexadecimal(second) || !isLowSurrogate(second)) return false;
     appendUtf8(text, joined(first, second));
     return true;
   }

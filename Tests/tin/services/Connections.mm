@@ -1,19 +1,9 @@
-#import <Foundation/Foundation.h>
-
 #include <cstring>
 
 #include "Tests/tin/objects/Probe.h"
+#import "Tests/tin/services/Greetings.h"
 
 // A service as a program publishes it.
-
-#define ACTION(name) extern "C" __attribute__((visibility("default"))) void name()
-
-@protocol Greetings
-- (void)greetWithReply:(void (^)(NSData* text))reply;
-- (void)setLimit:(uint8_t)limit reply:(void (^)(BOOL success, NSError* _Nullable error))reply;
-- (void)setSwitch:(BOOL)on reply:(void (^)(uint64_t caller))reply;
-- (void)leave;
-@end
 
 namespace {
 
