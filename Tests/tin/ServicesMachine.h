@@ -60,7 +60,7 @@ void* machineFunction(std::string_view name);
 /// Functions of the machine's services above the kernel.
 void* serviceFunction(std::string_view name);
 
-/// What a client asks the machine for.
+/// Gives a function of a client's machine; null: it has none of that name.
 void* clientFunction(std::string_view name);
 /// The machine tells its client something. `values` tells those of a reply.
 void replyToClient(std::uint32_t ticket, void (*values)(const TinValueSink& sink));

@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """Checks that every test written in the sources is one that the runner knows, and that every test
 program was built. The tests of the Mac's adapters are built on a Mac only, and asked for only there.
+Those of the tin Mac's rooms have a build of their own, which script/tin-mac runs whole.
 
 usage: registered.py REPOSITORY BUILD
        registered.py --self-test
@@ -19,12 +20,20 @@ WRITTEN = re.compile(r"^(TEST|TEST_F|TEST_P|TYPED_TEST|TYPED_TEST_P|RC_GTEST_PRO
 
 
 MAC_FOLDER = "Tests/macos/"
+TIN_FOLDER = "Tests/tin/"
+TIN_CLIENTS = "Tests/tin/client/"  # Native tests of both ends of a connection; not built on a Mac.
+
+
+def is_built_here(name, on_mac):
+    if name.startswith(TIN_FOLDER):
+        return name.startswith(TIN_CLIENTS) and not on_mac
+    return on_mac or not name.startswith(MAC_FOLDER)
 
 
 def written(root, on_mac=sys.platform == "darwin"):
     """(file, line, kind, suite, name) of every test in the sources that this system builds."""
     for name in tree.files(root, tree.SOURCES):
-        if name.startswith("Tests/") and (on_mac or not name.startswith(MAC_FOLDER)):
+        if name.startswith("Tests/") and is_built_here(name, on_mac):
             code = tree.blanked(tree.read(root, name))
             for match in WRITTEN.finditer(code):
                 yield (name, tree.line_of(code, match.start())) + match.groups()
@@ -68,6 +77,11 @@ def self_test():
     mac = source | {MAC_FOLDER + "M.mm": "TEST(Mac, Only) {}\n"}
     tree.expect(lambda root: check(root, known, False), mac)
     tree.expect(lambda root: check(root, known, True), mac, "M.mm:1: Mac.Only: the test runner")
+    tin = source | {TIN_FOLDER + "R.cpp": "TEST(Room, Only) {}\n"}
+    tree.expect(lambda root: check(root, known), tin)
+    clients = tin | {TIN_CLIENTS + "C.cpp": "TEST(Both, Ends) {}\n"}
+    tree.expect(lambda root: check(root, known, False), clients, "C.cpp:1: Both.Ends: the test runner")
+    tree.expect(lambda root: check(root, known, True), clients)
     tree.expect(lambda root: check(root, known[:2] + known[3:]), source, "Par.D: no instance of it")
     tree.expect(lambda root: check(root, known + ["unit_tests_NOT_BUILT"]), source,
                 "unit_tests: the test program is not built")

@@ -3,7 +3,7 @@
 
 #include "Tests/tin/objects/Probe.h"
 
-// What a client calls beside its connection.
+// A client calls these beside its connection.
 
 namespace {
 
