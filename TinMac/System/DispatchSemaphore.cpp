@@ -26,12 +26,17 @@ using Shared = std::shared_ptr<Semaphore>;
 
 Shared& shared(void* semaphore) { return *static_cast<Shared*>(semaphore); }
 
-/// An alarm of the machine's clock that wakes the semaphore's waiters; none for a wait for ever.
+/// An alarm of the machine's clock that wakes the semaphore's waiters; none for a wait for ever, and
+/// for a moment that is here already.
 class WakeUp {
  public:
-  WakeUp(const Shared& semaphore, DispatchTime until) : isTimed(until != timeForever) {
+  WakeUp(const Shared& semaphore, DispatchTime until) {
+    if (until == timeForever) return;
+    const std::int64_t uptime = uptimeOf(until);
+    *reached = uptime <= host().uptime();
+    isTimed = !*reached;
     if (!isTimed) return;
-    alarm = host().addAlarm(uptimeOf(until), [semaphore, due = reached] {
+    alarm = host().addAlarm(uptime, [semaphore, due = reached] {
       const std::lock_guard lock(semaphore->mutex);
       *due = true;
       semaphore->changed.notify_all();
@@ -47,7 +52,7 @@ class WakeUp {
   [[nodiscard]] bool isDue() const { return *reached; }
 
  private:
-  bool isTimed;
+  bool isTimed = false;
   Host::AlarmID alarm = 0;
   std::shared_ptr<bool> reached = std::make_shared<bool>(false);
 };
