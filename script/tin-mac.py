@@ -23,6 +23,7 @@ ALLOWED = {
 RUNNER = re.compile(r"^(?P<percent>\d+)% tests passed, (?P<failed>\d+) tests failed out of "
                     r"(?P<all>\d+)$", re.M)
 COUNT = re.compile(r"^(?P<count>\d+ of \d+) ", re.M)
+RAN = re.compile(r"^(?P<all>\d+) tests ran, (?P<failed>\d+) failed$", re.M)
 EDGE = re.compile(r"^ *(?P<hit>\d+) +(?P<all>\d+)  KorvelHelper/macOS/ in all$", re.M)
 CHECKED = re.compile(r"^SHA-256 (?P<digest>[0-9a-f]{64})$", re.M)
 
@@ -32,9 +33,9 @@ def last(pattern, text):
     return found[-1] if found else None
 
 
-def of_runner(text):
-    """Like "87 of 87", from the test runner's closing line."""
-    found = last(RUNNER, text)
+def of_tests(text):
+    """Like "87 of 87", from the closing line of a test runner."""
+    found = last(RUNNER, text) or last(RAN, text)
     return found and f"{int(found['all']) - int(found['failed'])} of {found['all']}"
 
 
@@ -49,11 +50,11 @@ def of_lines(text):
     return found and f"{found['hit']} of {found['all']}, {excused} excused"
 
 
-STEPS = (("rooms", "tests of the rooms passed", of_runner),
-         ("frameworks", "tests of the frameworks passed", of_runner),
-         ("process", "process tests passed", of_runner),
-         ("clients", "tests with the sample client", of_runner),
-         ("adapters", "adapter tests passed", of_count),
+STEPS = (("rooms", "tests of the rooms passed", of_tests),
+         ("frameworks", "tests of the frameworks passed", of_tests),
+         ("process", "process tests passed", of_tests),
+         ("clients", "tests with the sample client", of_tests),
+         ("adapters", "adapter tests passed", of_tests),
          ("stories", "stories, journals as on Linux", of_count),
          ("faults", "faults act as on Linux", of_count),
          ("mistakes", "planted mistakes noticed", of_count),
@@ -117,7 +118,7 @@ def self_test():
         program.write_bytes(b"bytes")
         (logs / "checks").write_text("SHA-256 " + hashlib.sha256(b"bytes").hexdigest() + "\n")
         for name, _, read in STEPS:
-            (logs / name).write_text({of_runner: "50% tests passed, 1 tests failed out of 2\n",
+            (logs / name).write_text({of_tests: "50% tests passed, 1 tests failed out of 2\n",
                                       of_count: "3 of 4 things\n",
                                       of_lines: "  7   8  KorvelHelper/macOS/ in all\n"}[read])
         books = logs / "books"
