@@ -8,7 +8,7 @@
 
 namespace processtests {
 
-TEST(LaunchTest, AProgramIsToldItsMachineBeforeItsOwnWords) {
+TEST(ProgramLaunchTest, AProgramIsToldItsMachineBeforeItsOwnWords) {
   const Mac mac;
   const Result result = mac.command({"launch", "--", "/bin/echo", "set-limit", "--help", "-5"});
   EXPECT_EQ(result.status, 0) << result.err;
@@ -19,7 +19,7 @@ TEST(LaunchTest, AProgramIsToldItsMachineBeforeItsOwnWords) {
       << result.out;
 }
 
-TEST(LaunchTest, WhatCannotBeLaunchedIsRefused) {
+TEST(ProgramLaunchTest, WhatCannotBeLaunchedIsRefused) {
   const Mac mac;
   expectSays(mac.command({"launch", "--as", "nobody", "--", "/bin/echo"}), 2, {"nobody"});
   expectSays(mac.command({"launch", "--", "/no/such/program"}), 1, {"/no/such/program"});
@@ -29,7 +29,7 @@ TEST(LaunchTest, WhatCannotBeLaunchedIsRefused) {
 }
 
 // A launched program is a client. It may not touch the hardware past the helper.
-TEST(LaunchTest, AProgramThatAsksForAPrivilegeLosesItsMachineAndItsIdentity) {
+TEST(ProgramLaunchTest, AProgramThatAsksForAPrivilegeLosesItsMachineAndItsIdentity) {
   const Mac mac;
   {
     LineSocket program(mac.controlPath());
