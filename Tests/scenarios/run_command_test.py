@@ -382,20 +382,7 @@ def stories_of_two_programs_are_compared(programs):
                and "brief.yaml:5: at " in done.stdout, done)
 
 
-CASES = [passing_stories_end_with_0, a_failing_story_ends_with_1_and_a_report,
-         defects_end_with_2_and_their_lines, two_ways_at_once_are_refused,
-         both_stages_say_the_same_of_what_cannot_be_done, both_stages_journal_the_same_deeds, what_would_be_ignored_is_refused,
-         the_macs_own_program_is_played_where_it_is_built, a_machine_may_run_on_after_a_story, a_program_gets_json, the_journal_is_printed_on_demand, the_timeline_is_a_picture,
-         a_stopped_run_says_where_draws_what_there_is_and_leaves_nothing,
-         on_a_terminal_a_long_run_says_how_far_it_is, a_failure_is_in_the_picture,
-         a_directory_is_its_stories_in_the_order_of_their_names,
-         the_demonstration_sees_every_step, the_demonstration_fails_without_a_working_helper,
-         a_demonstration_cleans_up_after_a_machine_that_hangs,
-         the_demonstration_of_the_macs_own_program_says_what_it_needs,
-         stories_of_two_programs_are_compared]
-
 if __name__ == "__main__":
     if len(sys.argv) != 3:
         sys.exit(__doc__)
-    named = {case.__name__: case for case in CASES}
-    named[sys.argv[2]](pathlib.Path(sys.argv[1]).resolve())
+    globals()[sys.argv[2]](pathlib.Path(sys.argv[1]).resolve())

@@ -12,9 +12,7 @@ namespace {
 /// The images are built against Apple's SDK. Who has none leaves out the label of these tests.
 class ObjectsTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    ASSERT_EQ(objects::whyNotLoaded(), "");
-  }
+  void SetUp() override { ASSERT_EQ(objects::whyNotLoaded(), ""); }
 };
 
 /// The same, for what ends the process. The name lets the runner play them first.
