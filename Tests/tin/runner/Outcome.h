@@ -39,6 +39,8 @@ class Failure {
  public:
   Failure(bool isFatal, const char* inFile, int onLine, std::string failed)
       : fatal(isFatal), file(inFile), line(onLine), why(std::move(failed)) {}
+  // An assignment binds weaker than the << of the words behind a macro.
+  // NOLINTNEXTLINE(misc-unconventional-assign-operator)
   void operator=(const Message& message) const;
 
  private:

@@ -4,11 +4,11 @@
 #include <CoreFoundation/CoreFoundation.h>
 #include <dispatch/dispatch.h>
 #include <os/lock.h>
-#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <csignal>
 #include <cstdint>
 #include <mutex>
 
@@ -49,6 +49,7 @@ os_unfair_lock_t lockIn(void* mutex) {
 
 }  // namespace
 
+// NOLINTNEXTLINE(modernize-use-equals-default): the declaration stands elsewhere
 mutex::~mutex() noexcept {}
 void mutex::lock() { os_unfair_lock_lock(lockIn(native_handle())); }
 void mutex::unlock() noexcept { os_unfair_lock_unlock(lockIn(native_handle())); }

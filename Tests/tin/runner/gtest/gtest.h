@@ -13,6 +13,8 @@
 // not.
 namespace testing {
 
+// The names are GoogleTest's.
+// NOLINTBEGIN(readability-identifier-naming)
 class Test {
  public:
   virtual ~Test() = default;
@@ -43,6 +45,8 @@ template <class First, class... Others>
 std::vector<First> Values(First first, Others... others) {
   return {std::move(first), std::move(others)...};
 }
+
+// NOLINTEND(readability-identifier-naming)
 
 using Maker = std::function<std::unique_ptr<Test>()>;
 
@@ -75,7 +79,7 @@ bool addParameterised(const char* name) {
 }
 
 template <class Fixture, class Param, class Namer>
-bool instantiate(const char* suite, std::vector<Param> values, Namer namer) {
+bool instantiate(const char* suite, const std::vector<Param>& values, Namer namer) {
   return addInstantiation([suite, namer, kept = std::make_shared<std::vector<Param>>(values)] {
     for (std::size_t index = 0; index < kept->size(); ++index) {
       const TestParamInfo<Param> info{(*kept)[index], index};
