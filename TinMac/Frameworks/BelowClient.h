@@ -38,6 +38,8 @@ uint32_t tinRequirementParses(const char* requirement);
 /// A name that no service has ends the connection at once.
 TinClient* tinClientOpen(const char* service, const char* requirement,
                          const struct TinClientEvents* events);
+/// The same with an endpoint of this process. When its peer has gone, the connection is invalid.
+TinClient* tinClientOpenWithin(uint32_t endpoint, const struct TinClientEvents* events);
 /// Sends a message. Takes the outgoing value: an array of the arguments. A ticket of 0 wants no
 /// reply. 1: it was sent. Else it fails later, whatever its ticket is, as `unsent`.
 uint32_t tinClientSend(TinClient* client, uint32_t ticket, const char* selector, uint32_t unsent);

@@ -5,8 +5,8 @@
 
 #include "TinMac/Frameworks/Values.h"
 
-/// What the frameworks ask of the rooms below them, continued: services above the kernel. The rules of
-/// Below.h hold.
+/// What the frameworks ask of the rooms below them, continued: services above the kernel. The rules
+/// of Below.h hold.
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -61,6 +61,10 @@ struct TinListener {
 };
 /// Starts to serve; the listener stays for the process's life.
 void tinListen(const char* serviceName, const struct TinListener* listener);
+/// The same for clients of this process only. Returns the endpoint by which they find the listener.
+uint32_t tinListenWithin(const struct TinListener* listener);
+/// Takes no more clients at an endpoint, and ends the connections of those that were accepted.
+void tinEndpointEnd(uint32_t endpoint);
 
 struct TinExported {
   void* context;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <map>
 #include <span>
@@ -10,11 +11,15 @@
 
 namespace tinmac {
 
+class AwaitedMessage;
+class ReplyValues;
+
 /// A message whose reply or failure has not come. The blocks are kept objects; null: none.
 struct Outstanding {
   SEL selector = nullptr;
   void* reply = nullptr;
   void* failure = nullptr;
+  AwaitedMessage* awaited = nullptr;  ///< Null: its sender goes on.
 };
 
 /// Waits until no connection of this process tells anything; from then on none does.
@@ -26,11 +31,13 @@ void quietClients();
 /// replies and handlers come on the connection's own.
 @interface TinClientSide : NSObject {
   NSString* service;
+  std::uint32_t endpoint;  ///< Of this process; 0: it is a service of the machine.
   NSString* requirement;
   NSXPCInterface* remote;
   TinClient* open;
   void* events;
-  os_unfair_lock lock;  ///< Guards what follows.
+  std::atomic<void**> teller;  ///< The pools of the thread on which replies and handlers come.
+  os_unfair_lock lock;         ///< Guards what follows.
   void* connection;
   void* interruption;
   void* invalidation;
@@ -39,6 +46,7 @@ void quietClients();
   std::map<std::uint32_t, tinmac::Outstanding> outstanding;
 }
 - (instancetype)initWithService:(NSString*)name;
+- (instancetype)initWithEndpoint:(std::uint32_t)number;
 - (void)setRemote:(NSXPCInterface*)interface;
 - (void)setRequirement:(NSString*)text;
 /// Nil takes a handler away.
@@ -46,10 +54,12 @@ void quietClients();
 /// The owner lives until the connection is invalid.
 - (void)resumeFor:(NSXPCConnection*)owner;
 - (void)invalidate;
-/// Sends a message with what the registers behind its selector hold.
+/// Sends a message with what the registers behind its selector hold. One that `waits` returns after
+/// its reply or its failure, and calls their blocks on this thread.
 - (void)send:(SEL)selector
-     registers:(std::span<const std::uint64_t>)registers
-    failure:(id)handler;
+    registers:(std::span<const std::uint64_t>)registers
+      failure:(id)handler
+        waits:(bool)waits;
 @end
 
 /// Stands for the peer's object.
@@ -58,6 +68,7 @@ void quietClients();
   TinClientSide* client;
   NSXPCConnection* connection;
   id failure;
+  bool waits;
 }
 @end
 

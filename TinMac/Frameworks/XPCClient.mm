@@ -1,12 +1,15 @@
 #import "TinMac/Frameworks/XPCClient.h"
 
 #include <atomic>
+#include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 
 #import "TinMac/Frameworks/Protocols.h"
 #import "TinMac/Frameworks/Runtime.h"
 #import "TinMac/Frameworks/Weak.h"
+#include "TinMac/Frameworks/XPCAwaited.h"
 #import "TinMac/Frameworks/XPCClientTypes.h"
 #import "TinMac/Frameworks/XPCKept.h"
 
@@ -29,9 +32,12 @@ using namespace tinmac;
 @interface TinClientSide ()
 - (void)take:(std::uint32_t)ticket answer:(const TinAnswer*)answer;
 - (void)fail:(std::uint32_t)ticket end:(std::uint32_t)end;
+- (Outstanding)outstandingFor:(SEL)selector reply:(id)reply failure:(id)failure;
 - (Outstanding)withdraw:(std::uint32_t)ticket;
 - (void)dropMessage:(std::uint32_t)ticket;
+- (void)end:(const Outstanding&)message values:(const ReplyValues*)values code:(std::int64_t)code;
 - (void)tell:(void*)handler code:(std::int64_t)code;
+- (void)beginTelling;
 - (void)endedBy:(std::uint32_t)end;
 @end
 
@@ -48,6 +54,7 @@ void tellClient(void* context, Told told) noexcept {
   [line release];
   if (client == nil) return;
   @autoreleasepool {
+    [client beginTelling];
     told(client);
   }
   [client release];
@@ -113,6 +120,14 @@ void quietClients() {
   return self;
 }
 
+- (instancetype)initWithEndpoint:(std::uint32_t)number {
+  NSString* name = makeString("an anonymous listener");
+  self = [self initWithService:name];
+  [name release];
+  endpoint = number;
+  return self;
+}
+
 - (void)dealloc {
   if (open == nullptr) {
     tinBooksNote("a client's connection went away that was never resumed", "");
@@ -152,6 +167,9 @@ void quietClients() {
   if (tinRequirementParses(given.c_str()) == 0) {
     raise("NSInvalidArgumentException", "the code-signing requirement does not parse: " + given);
   }
+  if (endpoint != 0) {
+    trap("a requirement of a connection within the process is not built", given);
+  }
   requirement = [text copy];
 }
 
@@ -179,8 +197,12 @@ void quietClients() {
   events = keep(line);
   [line release];
   connection = keep(owner);
-  const TinClientEvents told{.context = events, .replied = replied, .failed = failed,
-                             .ended = ended};
+  const TinClientEvents told{
+      .context = events, .replied = replied, .failed = failed, .ended = ended};
+  if (endpoint != 0) {
+    open = tinClientOpenWithin(endpoint, &told);
+    return;
+  }
   const std::string text(requirement == nil ? "" : utf8(requirement));
   open = tinClientOpen(std::string(utf8(service)).c_str(),
                        requirement == nil ? nullptr : text.c_str(), &told);
@@ -195,7 +217,8 @@ void quietClients() {
 
 - (void)send:(SEL)selector
     registers:(std::span<const std::uint64_t>)registers
-      failure:(id)handler {
+      failure:(id)handler
+        waits:(bool)waits {
   const char* name = nameOf(selector);
   if (remote == nil) trap("a message is sent without an interface of the remote object", name);
   if (open == nullptr) {
@@ -207,16 +230,15 @@ void quietClients() {
   }
   const Signature signature = methodSignature(types);
   if (signature.result != 'v') trap("a message of a connection returns nothing", name);
-  const bool hasReply = signature.replyBlock() != nullptr;
-  Outstanding message{.selector = selector};
-  if (hasReply) {
-    const id block = reinterpret_cast<id>(registers[signature.arguments.size() - 1]);
-    if (block == nil) trap("a message is sent without its reply block", name);
-    const id copied = [block copy];
-    message.reply = keep(copied);
-    [copied release];
+  if (waits && teller == tinThreadPools()) {
+    trap("waiting for a reply on the connection's own thread is not built", name);
   }
-  if (handler != nil) message.failure = keep(handler);
+  const bool hasReply = signature.replyBlock() != nullptr;
+  const id reply = hasReply ? reinterpret_cast<id>(registers[signature.arguments.size() - 1]) : nil;
+  if (hasReply && reply == nil) trap("a message is sent without its reply block", name);
+  Outstanding message = [self outstandingFor:selector reply:reply failure:handler];
+  std::optional<AwaitedMessage> awaited;
+  if (waits) message.awaited = &awaited.emplace();
   std::uint32_t ticket = 0;
   {
     const Locked locked(lock);
@@ -226,7 +248,25 @@ void quietClients() {
   tellArguments(signature, registers, name);
   const bool isSent = tinClientSend(open, hasReply ? ticket : 0, name, ticket) != 0;
   // Nothing more is heard of a message without a reply.
-  if (isSent && !hasReply) [self dropMessage:ticket];
+  if (isSent && !hasReply) return [self dropMessage:ticket];
+  if (!awaited) return;
+  awaited->wait();
+  [self end:message values:awaited->values() code:awaited->code()];
+}
+
+- (Outstanding)outstandingFor:(SEL)selector reply:(id)reply failure:(id)failure {
+  Outstanding message{.selector = selector};
+  if (reply != nil) {
+    const id copied = [reply copy];
+    message.reply = keep(copied);
+    [copied release];
+  }
+  if (failure != nil) message.failure = keep(failure);
+  return message;
+}
+
+- (void)beginTelling {
+  teller = tinThreadPools();
 }
 
 - (void)dropMessage:(std::uint32_t)ticket {
@@ -244,24 +284,35 @@ void quietClients() {
 
 - (void)take:(std::uint32_t)ticket answer:(const TinAnswer*)answer {
   const Outstanding message = [self withdraw:ticket];
-  const id block = claim(message.reply);
-  letGo(message.reply);
-  if (block == nil) return;
+  if (message.reply == nullptr) return;
   const Signature signature = methodSignature(extendedTypes(remote.protocol, message.selector));
-  ReplyValues values(answer);
-  if (values.fit(blockSignature(signature.replyBlock()->block), remote, message.selector)) {
-    values.hand(block);
-    letGo(message.failure);
-  } else {
-    [self tell:message.failure code:NSXPCConnectionReplyInvalid];
+  auto values = std::make_unique<ReplyValues>(answer);
+  if (!values->fit(blockSignature(signature.replyBlock()->block), remote, message.selector)) {
+    values.reset();
   }
-  [block release];
+  if (message.awaited != nullptr) {
+    return message.awaited->end(std::move(values), NSXPCConnectionReplyInvalid);
+  }
+  [self end:message values:values.get() code:NSXPCConnectionReplyInvalid];
 }
 
 - (void)fail:(std::uint32_t)ticket end:(std::uint32_t)end {
   const Outstanding message = [self withdraw:ticket];
+  if (message.awaited != nullptr) return message.awaited->end(nullptr, codeFor(end));
+  [self end:message values:nullptr code:codeFor(end)];
+}
+
+/// Calls one of the message's blocks and lets go of both; without values it failed.
+- (void)end:(const Outstanding&)message values:(const ReplyValues*)values code:(std::int64_t)code {
+  const id block = claim(message.reply);
   letGo(message.reply);
-  [self tell:message.failure code:codeFor(end)];
+  if (values == nullptr) {
+    [self tell:message.failure code:code];
+  } else if (block != nil) {
+    values->hand(block);
+    letGo(message.failure);
+  }
+  [block release];
 }
 
 /// Runs a kept error handler, if there is one, and lets go of it.

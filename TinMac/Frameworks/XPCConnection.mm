@@ -6,6 +6,7 @@
 #import "TinMac/Frameworks/Protocols.h"
 #import "TinMac/Frameworks/XPCClient.h"
 #import "TinMac/Frameworks/XPCDelivery.h"
+#import "TinMac/Frameworks/XPCEndpoint.h"
 #import "TinMac/Frameworks/XPCInterface.h"
 #import "TinMac/Frameworks/XPCKept.h"
 
@@ -46,6 +47,13 @@ void runHandler(void* context) noexcept {
   return self;
 }
 
+- (instancetype)initWithListenerEndpoint:(NSXPCListenerEndpoint*)endpoint {
+  expectKind(endpoint, [NSXPCListenerEndpoint class], "initWithListenerEndpoint:");
+  self = [super init];
+  client = [[TinClientSide alloc] initWithEndpoint:endpoint->number];
+  return self;
+}
+
 - (TinClientSide*)clientFor:(const char*)message {
   if (client == nil) trap("a listener's connection sends no messages of its own", message);
   return client;
@@ -56,8 +64,15 @@ void runHandler(void* context) noexcept {
 }
 
 - (id)remoteObjectProxyWithErrorHandler:(void (^)(NSError*))handler {
-  return autoreleased(makeProxy([self clientFor:"remoteObjectProxyWithErrorHandler:"], self,
-                                handler));
+  return autoreleased(
+      makeProxy([self clientFor:"remoteObjectProxyWithErrorHandler:"], self, handler));
+}
+
+- (id)synchronousRemoteObjectProxyWithErrorHandler:(void (^)(NSError*))handler {
+  TinProxy* proxy =
+      makeProxy([self clientFor:"synchronousRemoteObjectProxyWithErrorHandler:"], self, handler);
+  proxy->waits = true;
+  return autoreleased(proxy);
 }
 
 - (id)remoteObjectProxy {

@@ -5,6 +5,7 @@
 #import "TinMac/Frameworks/Objects.h"
 #import "TinMac/Frameworks/Weak.h"
 #import "TinMac/Frameworks/XPCConnection.h"
+#import "TinMac/Frameworks/XPCEndpoint.h"
 #import "TinMac/Frameworks/XPCKept.h"
 
 using namespace tinmac;
@@ -29,10 +30,24 @@ std::uint32_t accept(void* context, TinConnection* accepted) noexcept {
 
 }  // namespace
 
+@implementation NSXPCListenerEndpoint
+@end
+
 @implementation NSXPCListener {
   NSString* service;
   id weakDelegate;
   bool isResumed;
+  /// The rest belongs to an anonymous listener.
+  bool isAnonymous;
+  void* kept;
+  std::uint32_t number;
+}
+
++ (NSXPCListener*)anonymousListener {
+  NSXPCListener* listener = [[self alloc] init];
+  listener->service = makeString("an anonymous listener");
+  listener->isAnonymous = true;
+  return autoreleased(listener);
 }
 
 - (instancetype)initWithMachServiceName:(NSString*)name {
@@ -79,10 +94,33 @@ std::uint32_t accept(void* context, TinConnection* accepted) noexcept {
     return;
   }
   isResumed = true;
+  if (isAnonymous) return [self serveThisProcess];
   if (isPublished.exchange(true)) trap("a second service of one process is not built", "resume");
   // A published service keeps its listener.
   const TinListener listener{.context = keep(self), .accept = accept};
   tinListen(std::string(utf8(service)).c_str(), &listener);
+}
+
+/// It keeps itself until it is invalidated.
+- (void)serveThisProcess {
+  kept = keep(self);
+  const TinListener listener{.context = kept, .accept = accept};
+  number = tinListenWithin(&listener);
+}
+
+- (NSXPCListenerEndpoint*)endpoint {
+  if (!isAnonymous) trap("the endpoint of a published service is not built", utf8(service));
+  if (!isResumed) trap("the endpoint of a listener that was not resumed is not built", "endpoint");
+  NSXPCListenerEndpoint* made = [[NSXPCListenerEndpoint alloc] init];
+  made->number = number;
+  return autoreleased(made);
+}
+
+- (void)invalidate {
+  if (!isAnonymous) trap("invalidating a published service is not built", utf8(service));
+  if (!isResumed) trap("invalidating a listener that was never resumed is not built", "invalidate");
+  tinEndpointEnd(number);
+  letGo(kept);
 }
 
 - (void)activate {

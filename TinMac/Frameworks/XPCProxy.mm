@@ -22,7 +22,7 @@ namespace {
 void sendOn(TinProxy* proxy, SEL selector, std::uint64_t first, std::uint64_t second,
             std::uint64_t third, std::uint64_t fourth, std::uint64_t fifth, std::uint64_t sixth) {
   const std::array registers{first, second, third, fourth, fifth, sixth};
-  [proxy->client send:selector registers:registers failure:proxy->failure];
+  [proxy->client send:selector registers:registers failure:proxy->failure waits:proxy->waits];
 }
 
 /// Every message goes to the peer but those that each object answers itself, and those that the

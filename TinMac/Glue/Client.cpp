@@ -1,11 +1,14 @@
 // A client's connections: each function is one call of a ClientLink.
 
+#include <algorithm>
 #include <memory>
+#include <optional>
 #include <string_view>
 
 #include "Base/Trap.h"
 #include "TinMac/Frameworks/BelowClient.h"
 #include "TinMac/Glue/ClientLink.h"
+#include "TinMac/Glue/Endpoints.h"
 #include "TinMac/Glue/Machine.h"
 #include "TinMac/Glue/Outgoing.h"
 #include "VirtualMac/Remote/HelperHost.h"
@@ -24,6 +27,21 @@ OpenClients& openClients() {
   return clients;
 }
 
+TinClient* open(TinPeer peer, const char* requirement, const TinClientEvents& events) {
+  auto client = std::make_unique<TinClient>(std::move(peer),
+                                            requirement == nullptr ? "" : requirement, events);
+  const std::lock_guard lock(openClients().mutex);
+  openClients().all.insert(client.get());
+  client->start();
+  return client.release();
+}
+
+std::optional<virtualmac::FrameSocket> connectTo(const std::string& path) {
+  auto made = virtualmac::FrameSocket::connectTo(path);
+  if (!made) return std::nullopt;
+  return *std::move(made);
+}
+
 }  // namespace
 
 extern "C" {
@@ -34,13 +52,18 @@ std::uint32_t tinRequirementParses(const char* requirement) {
 
 TinClient* tinClientOpen(const char* service, const char* requirement,
                          const TinClientEvents* events) {
-  const bool isKnown = tinmac::service().name == service;
-  auto client = std::make_unique<TinClient>(isKnown ? tinmac::service().path : "",
-                                            requirement == nullptr ? "" : requirement, *events);
-  const std::lock_guard lock(openClients().mutex);
-  openClients().all.insert(client.get());
-  client->start();
-  return client.release();
+  TinPeer peer{.connect = nullptr, .comesBack = true};
+  const tinmac::KnownService& known = tinmac::service();
+  if (known.name == service && !known.path.empty()) {
+    peer.connect = [] { return connectTo(tinmac::service().path); };
+  }
+  return open(std::move(peer), requirement, *events);
+}
+
+TinClient* tinClientOpenWithin(std::uint32_t endpoint, const TinClientEvents* events) {
+  const TinPeer peer{.connect = [endpoint] { return tinmac::connectToEndpoint(endpoint); },
+                     .comesBack = false};
+  return open(peer, nullptr, *events);
 }
 
 std::uint32_t tinClientSend(TinClient* client, std::uint32_t ticket, const char* selector,
@@ -77,6 +100,9 @@ void tinClientsQuiet() {
     open = openClients().all;
   }
   for (TinClient* client : open) client->beQuiet();
+  // What the others told their listeners of this process is heard there soon.
+  tinmac::awaitConnections(static_cast<std::size_t>(
+      std::ranges::count_if(open, [](TinClient* client) { return client->isConnected(); })));
 }
 
 }  // extern "C"

@@ -11,10 +11,9 @@
 
 using virtualmac::FrameSocket;
 
-TinClient::TinClient(std::string servicePath, std::string codeRequirement,
-                     const TinClientEvents& told)
-    : path(std::move(servicePath)), requirement(std::move(codeRequirement)), events(told) {
-  if (path.empty()) over = TinClientInvalid;
+TinClient::TinClient(TinPeer wanted, std::string codeRequirement, const TinClientEvents& told)
+    : peer(std::move(wanted)), requirement(std::move(codeRequirement)), events(told) {
+  if (!peer.connect) over = TinClientInvalid;
 }
 
 void TinClient::start() {
@@ -44,7 +43,7 @@ TinClient::Socket TinClient::connected() {
     if (over) return nullptr;
     if (socket != nullptr) return socket;
   }
-  auto made = FrameSocket::connectTo(path);
+  auto made = peer.connect();
   const std::lock_guard lock(mutex);
   if (!made) {
     over = TinClientInvalid;
@@ -74,6 +73,11 @@ void TinClient::beQuiet() {
   static_cast<void>(telling.try_lock_for(longest));
 }
 
+bool TinClient::isConnected() {
+  const std::lock_guard lock(mutex);
+  return socket != nullptr && !over && !closing;
+}
+
 template <class Event>
 void TinClient::tell(Event event) {
   const std::lock_guard lock(telling);
@@ -101,6 +105,7 @@ void TinClient::serveSocket(Lock& lock) {
   lock.lock();
   socket.reset();
   const auto unanswered = std::exchange(awaited, {});
+  if (!over && !peer.comesBack) over = TinClientInvalid;
   const TinClientEnd reason = over.value_or(TinClientInterrupted);
   if (closing) return;
   lock.unlock();
@@ -139,9 +144,9 @@ void TinClient::readReplies(const Socket& open) {
 }
 
 bool TinClient::admits(const Socket& open) {
-  const std::int32_t peer = virtualmac::hostsystem::peerProcess(open->descriptor());
+  const std::int32_t process = virtualmac::hostsystem::peerProcess(open->descriptor());
   const bool satisfies =
-      tinmac::machineHost().judge(peer, requirement) == virtualmac::PeerVerdict::Satisfies;
+      tinmac::machineHost().judge(process, requirement) == virtualmac::PeerVerdict::Satisfies;
   if (!satisfies) end(TinClientRefused);
   return satisfies;
 }

@@ -3,6 +3,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -19,13 +20,20 @@ struct TinAnswer {
   std::vector<virtualmac::XPCValue> values;
 };
 
+/// The way to a peer.
+struct TinPeer {
+  /// None: it cannot be reached, and never will be.
+  std::function<std::optional<virtualmac::FrameSocket>()> connect;
+  bool comesBack;  ///< Once it has gone away, the next message may find it again.
+};
+
 /// A connection to the service over its socket. A new socket takes the place of one that the peer
 /// has closed as soon as there is something to send. Any thread; the events come on a thread of the
 /// connection, which deletes it after `close`.
 struct TinClient {
  public:
-  /// Without a path there is no such service.
-  TinClient(std::string servicePath, std::string codeRequirement, const TinClientEvents& told);
+  /// Without a way to connect there is no such peer.
+  TinClient(TinPeer wanted, std::string codeRequirement, const TinClientEvents& told);
   TinClient(const TinClient&) = delete;
   TinClient& operator=(const TinClient&) = delete;
 
@@ -36,6 +44,8 @@ struct TinClient {
   void close();
   /// Waits for an event that is being told, for a few seconds at most, and tells none any more.
   void beQuiet();
+  /// Whether the peer can still hear of its end.
+  bool isConnected();
 
  private:
   using Lock = std::unique_lock<std::mutex>;
@@ -56,7 +66,7 @@ struct TinClient {
   template <class Event>
   void tell(Event event);
 
-  const std::string path;
+  const TinPeer peer;
   const std::string requirement;
   const TinClientEvents events;
   std::recursive_timed_mutex telling;  ///< Held while an event is told.

@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <array>
 #include <memory>
+#include <mutex>
 #include <set>
 #include <string>
 
 #include "Platform/XPCListener.h"
 #include "TinMac/Frameworks/BelowServices.h"
+#include "TinMac/Glue/Endpoints.h"
 #include "TinMac/Glue/Forwarding.h"
 #include "TinMac/Glue/Machine.h"
 #include "TinMac/System/Trap.h"
@@ -28,9 +30,11 @@ TinConnection& checked(TinConnection* connection) {
   return *connection;
 }
 
-/// A text that stays: the seam's interface descriptions only point at theirs. Accepting thread.
+/// A text that stays: the seam's interface descriptions only point at theirs.
 std::string_view kept(const char* text) {
+  static std::mutex mutex;
   static std::set<std::string, std::less<>> texts;
+  const std::lock_guard lock(mutex);
   return *texts.emplace(text).first;
 }
 
@@ -79,11 +83,16 @@ class KeptHandler {
 
 }  // namespace
 
+std::shared_ptr<korvel::XPCListenerDelegate> tinmac::makeAskingDelegate(
+    const TinListener& listener) {
+  return std::make_shared<AskingDelegate>(listener);
+}
+
 extern "C" {
 
 void tinListen(const char* serviceName, const TinListener* listener) {
   // Both stay, as a service that is published stays until the process ends.
-  static const auto delegate = std::make_shared<AskingDelegate>(*listener);
+  static const auto delegate = tinmac::makeAskingDelegate(*listener);
   static const auto published = tinmac::machine().xpc.makeListener(serviceName);
   published->setDelegate(delegate);
   published->resume();
