@@ -16,11 +16,13 @@
 @implementation KorvelTestServer
 - (BOOL)listener:(NSXPCListener*)listener
     shouldAcceptNewConnection:(NSXPCConnection*)newConnection {
-  newConnection.exportedInterface =
-      korvel::macos::makeNSXPCInterface(korvel::makeHelperInterface());
-  newConnection.exportedObject = self.exported;
-  [newConnection resume];
-  return YES;
+  @autoreleasepool {
+    newConnection.exportedInterface =
+        korvel::macos::makeNSXPCInterface(korvel::makeHelperInterface());
+    newConnection.exportedObject = self.exported;
+    [newConnection resume];
+    return YES;
+  }
 }
 @end
 
