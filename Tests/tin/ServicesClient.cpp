@@ -31,10 +31,16 @@ TinClient* tinClientOpen(const char* service, const char* requirement,
   client().events = *events;
   return &client();
 }
+TinClient* tinClientOpenWithin(std::uint32_t endpoint, const TinClientEvents* events) {
+  note("open within " + std::to_string(endpoint));
+  client().events = *events;
+  return &client();
+}
 std::uint32_t tinClientSend(TinClient*, std::uint32_t ticket, const char* selector,
                             std::uint32_t unsent) {
   note("send " + std::to_string(ticket) + " " + selector + " " + takeOutgoing() + " or " +
        std::to_string(unsent));
+  if (machine().whileSending != nullptr) machine().whileSending(unsent);
   return machine().clientCannotSend ? 0 : 1;
 }
 void tinClientInvalidate(TinClient*) { note("invalidate"); }
@@ -58,6 +64,7 @@ void endClient(TinClientEnd end) { client().events.ended(client().events.context
 void* clientFunction(std::string_view name) {
   TIN_MACHINE(tinRequirementParses);
   TIN_MACHINE(tinClientOpen);
+  TIN_MACHINE(tinClientOpenWithin);
   TIN_MACHINE(tinClientSend);
   TIN_MACHINE(tinClientInvalidate);
   TIN_MACHINE(tinClientClose);

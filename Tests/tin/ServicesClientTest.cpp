@@ -214,6 +214,67 @@ TEST_F(ServicesClientTest, SettlingWaitsForConnectionsAndLetsGoOfThem) {
   EXPECT_EQ(heard(), "");
 }
 
+TEST_F(ServicesClientTest, AMessageThatWaitsIsAnsweredToItsSender) {
+  open();
+  services::machine().whileSending = [](std::uint32_t ticket) {
+    services::replyToClient(ticket, tellNumber);
+    EXPECT_EQ(heard(), "") << "the reply block was called by another than the sender";
+  };
+  call("askForSwitchAndWait");
+  EXPECT_EQ(heard(), "caller 77, and on");
+}
+TEST_F(ServicesClientTest, AMessageThatWaitsFailsToItsSender) {
+  open();
+  services::machine().whileSending = [](std::uint32_t ticket) {
+    services::failMessage(ticket, TinClientInterrupted);
+    EXPECT_EQ(heard(), "") << "the error handler was called by another than the sender";
+  };
+  call("askForSwitchAndWait");
+  EXPECT_EQ(heard(), "failure NSCocoaErrorDomain 4097, and on");
+}
+TEST_F(ServicesClientTest, AWaitingSenderHearsThatTheReplyHasOtherValues) {
+  open();
+  services::machine().whileSending = [](std::uint32_t ticket) {
+    services::replyToClient(ticket, tellText);
+  };
+  call("askForSwitchAndWait");
+  EXPECT_EQ(heard(), "failure NSCocoaErrorDomain 4101, and on");
+}
+TEST_F(ServicesClientTest, NobodyWaitsForAMessageWithoutAReplyThatWasSent) {
+  open();
+  call("leaveServiceAndWait");
+  EXPECT_EQ(heard(), "and on");
+}
+TEST_F(ServicesClientTest, AMessageWithoutAReplyWaitsForItsFailure) {
+  open();
+  services::machine().clientCannotSend = true;
+  services::machine().whileSending = [](std::uint32_t ticket) {
+    services::failMessage(ticket, TinClientInvalid);
+  };
+  call("leaveServiceAndWait");
+  EXPECT_EQ(heard(), "failure NSCocoaErrorDomain 4099, and on");
+}
+TEST_F(ServicesClientTest, AClientWithinTheProcessIsOpenedByTheListenersEndpoint) {
+  call("listenWithin");
+  call("connectWithin");
+  EXPECT_EQ(services::takeJournal(), "open within 90\n");
+  call("endListener");
+  EXPECT_EQ(services::takeJournal(), "end of endpoint 90\n");
+  services::endClient(TinClientInvalid);
+  call("dropListener");
+  EXPECT_EQ(services::takeJournal(), "close\n");
+  expectNothingLeft();
+  EXPECT_EQ(liveObjects("NSXPCListener"), 0);
+  EXPECT_EQ(liveObjects("NSXPCListenerEndpoint"), 0);
+}
+TEST_F(ServicesClientTest, AListenerWithoutANameKeepsItselfUntilItsEnd) {
+  call("listenWithin");
+  call("dropListener");
+  EXPECT_EQ(liveObjects("NSXPCListener"), 1);
+  settle();
+  EXPECT_EQ(liveObjects("NSXPCListener"), 0);
+}
+
 TEST_F(ServicesClientTest, FormatsAreWrittenAsAMacWritesThem) {
   EXPECT_EQ(probe("probeFormats"), "");
 }
@@ -241,6 +302,19 @@ TEST_F(ServicesClientDeathTest, AClientThatExportsAnObjectEndsTheProcess) {
 }
 TEST_F(ServicesClientDeathTest, ASecondRequirementEndsTheProcess) {
   EXPECT_DEATH(call("breakSecondRequirement"), "requirement is set twice");
+}
+TEST_F(ServicesClientDeathTest, WaitingOnTheConnectionsOwnThreadEndsTheProcess) {
+  open();
+  services::endClient(TinClientInterrupted);
+  EXPECT_DEATH(call("askForSwitchAndWait"), "on the connection's own thread is not built");
+}
+TEST_F(ServicesClientDeathTest, WhatAListenerWithoutANameLacksEndsTheProcess) {
+  EXPECT_DEATH(call("breakEndpointBeforeResume"), "that was not resumed is not built");
+  EXPECT_DEATH(call("breakEndpointOfService"), "endpoint of a published service is not built");
+  EXPECT_DEATH(call("breakEndBeforeResume"), "that was never resumed is not built");
+  EXPECT_DEATH(call("breakEndOfService"), "invalidating a published service is not built");
+  call("listenWithin");
+  EXPECT_DEATH(call("breakRequirementWithin"), "within the process is not built");
 }
 TEST_F(ServicesClientDeathTest, AnInvalidationBeforeTheResumptionEndsTheProcess) {
   EXPECT_DEATH(call("breakInvalidationBeforeResume"), "that was never resumed is not built");

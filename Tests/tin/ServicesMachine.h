@@ -46,6 +46,8 @@ struct Machine {
   TinListener listener{};
   std::string service;
   bool clientCannotSend = false;
+  /// Happens to each message of a client before its sender goes on.
+  void (*whileSending)(std::uint32_t ticket) = nullptr;
 };
 
 /// As it is at first.

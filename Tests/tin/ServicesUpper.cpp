@@ -105,6 +105,11 @@ void tinListen(const char* serviceName, const TinListener* listener) {
   machine().service = serviceName;
   machine().listener = *listener;
 }
+std::uint32_t tinListenWithin(const TinListener* listener) {
+  machine().listener = *listener;
+  return 90;
+}
+void tinEndpointEnd(std::uint32_t endpoint) { note("end of endpoint " + number(endpoint)); }
 void tinConnectionExport(TinConnection* to, const char* protocolName, const TinExported* exported) {
   note(std::string("export ") + protocolName);
   to->exported = std::make_unique<TinExported>(*exported);
@@ -196,6 +201,8 @@ void* serviceFunction(std::string_view name) {
   TIN_MACHINE(tinPowerUISetUInt8);
   TIN_MACHINE(tinPowerUIRelease);
   TIN_MACHINE(tinListen);
+  TIN_MACHINE(tinListenWithin);
+  TIN_MACHINE(tinEndpointEnd);
   TIN_MACHINE(tinConnectionExport);
   TIN_MACHINE(tinConnectionReplyClasses);
   TIN_MACHINE(tinConnectionRequirement);

@@ -39,6 +39,12 @@ id proxy() {
   }];
 }
 
+id waitingProxy() {
+  return [connection synchronousRemoteObjectProxyWithErrorHandler:^(NSError* error) {
+    hearError("failure", error);
+  }];
+}
+
 }  // namespace
 
 ACTION(openClient) {
@@ -83,6 +89,21 @@ ACTION(askForSwitch) {
                  reply:^(uint64_t caller) {
                    hear("caller " + std::to_string(caller));
                  }];
+  }
+}
+ACTION(askForSwitchAndWait) {
+  @autoreleasepool {
+    [waitingProxy() setSwitch:YES
+                        reply:^(uint64_t caller) {
+                          hear("caller " + std::to_string(caller));
+                        }];
+    hear("and on");
+  }
+}
+ACTION(leaveServiceAndWait) {
+  @autoreleasepool {
+    [waitingProxy() leave];
+    hear("and on");
   }
 }
 ACTION(leaveService) {
