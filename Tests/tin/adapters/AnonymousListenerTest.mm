@@ -44,9 +44,9 @@ NSXPCInterface* helperInterface() {
 @interface TinDecider : NSObject <NSXPCListenerDelegate> {
  @public
   std::shared_ptr<Counts> counts;
+  TinPinged* exported;
+  BOOL refuses;
 }
-@property(nonatomic) BOOL refuses;
-@property(nonatomic) TinPinged* exported;
 @end
 
 @implementation TinDecider
@@ -56,7 +56,7 @@ NSXPCInterface* helperInterface() {
     const std::shared_ptr<Counts> told = counts;
     ++told->asked;
     newConnection.exportedInterface = helperInterface();
-    newConnection.exportedObject = self.exported;
+    newConnection.exportedObject = exported;
     newConnection.interruptionHandler = ^{
       ++told->interruptions;
     };
@@ -64,7 +64,7 @@ NSXPCInterface* helperInterface() {
       ++told->serverEnds;
     };
     [newConnection resume];
-    return !self.refuses;
+    return !refuses;
   }
 }
 @end
@@ -78,7 +78,7 @@ class AnonymousListenerTest : public testing::Test {
  protected:
   AnonymousListenerTest() {
     decider->counts = counts;
-    decider.exported = [TinPinged new];
+    decider->exported = [TinPinged new];
     listener.delegate = decider;
     [listener resume];
   }
@@ -149,7 +149,7 @@ TEST_F(AnonymousListenerTest, AnEndpointWhoseListenerHasEndedReachesNobody) {
 }
 
 TEST_F(AnonymousListenerTest, ARefusedClientIsInvalid) {
-  decider.refuses = YES;
+  decider->refuses = YES;
   NSXPCConnection* connection = connect();
   // The answer may be quicker than the no.
   ping(connection);
@@ -163,7 +163,7 @@ TEST_F(AnonymousListenerTest, EachConnectionHasAThreadOfItsOwn) {
   NSXPCConnection* inner = connect();
   __block std::int64_t heardInside = 0;
   const auto isOuter = std::make_shared<std::atomic<bool>>(true);
-  decider.exported->before = ^{
+  decider->exported->before = ^{
     if (isOuter->exchange(false)) heardInside = ping(inner);
   };
   EXPECT_EQ(ping(outer), 7);
