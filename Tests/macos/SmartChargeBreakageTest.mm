@@ -79,7 +79,7 @@ namespace korvel::macos {
 namespace {
 
 class SmartChargeBreakageTest : public testing::Test {
- protected:
+ public:
   ~SmartChargeBreakageTest() override {
     raisedIn = nil;
     if (object != 0) runtime->release(object);
@@ -87,6 +87,7 @@ class SmartChargeBreakageTest : public testing::Test {
     offeredError = nil;
   }
 
+ protected:
   HandleRef make() {
     const HandleRef cls = runtime->classFromString("KorvelBrokenCharge");
     const HandleRef fresh = runtime->callAlloc(runtime->getClassMethod(cls, "alloc"), cls);
