@@ -14,7 +14,7 @@ namespace processtests {
 
 namespace {
 
-constexpr double speed = 600;
+constexpr double usualSpeed = 600;
 constexpr int limit = 80;
 
 // The address sanitizer delays the reuse of freed memory, and both sanitizers shadow all memory
@@ -102,7 +102,7 @@ std::vector<int> highestOnTheAdapter(const Mac& mac) {
   return all;
 }
 
-/// The machine's time also runs while its helper has no processor; at this speed a tenth of a
+/// The machine's time also runs while its helper has no processor; at the usual speed a tenth of a
 /// second is most of a percent. So the median stretch is judged here, and a slow last one below.
 void expectTheLimitHeld(const Mac& mac) {
   std::vector<int> highest = highestOnTheAdapter(mac);
@@ -129,6 +129,8 @@ void expectTheHelperStillGates(const Mac& mac) {
 }  // namespace
 
 void endure(double virtualHours) {
+  // A helper that is slow to look must have the time for it, though not for each of two hours.
+  const double speed = usualSpeed / std::min(slowness(), 4.0);
   const Mac mac;
   mac.tell({"set", "battery", "72"});
   const Background application("korvel-app", {"--root", mac.root(), "watch", "--every", "0.1"});
