@@ -283,7 +283,7 @@ TEST(LoaderRefusal, OfUnwindTables) {
   EXPECT_THAT(unwindRefusal(odd), HasSubstr("common rules of another kind"));
 }
 
-/// Whatever one byte is spoiled, loading ends with an image or a text.
+/// Loading ends with an image or a text, also when any one byte is spoiled.
 TEST(LoaderRefusal, NeverReadsBeyondASpoiledFile) {
   const Copy whole("basics.dylib");
   Copy copy = whole;

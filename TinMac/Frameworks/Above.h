@@ -3,7 +3,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
-/// What the frameworks offer to the rooms below them, which find it by name in the loaded library.
+/// The frameworks offer this to the rooms below them, which find it by name in the loaded library.
 #ifdef __cplusplus
 extern "C" {
 #endif

@@ -5,7 +5,7 @@
 
 #include "TinMac/Frameworks/Values.h"
 
-/// What the frameworks ask of the rooms below them. The frameworks are compiled against Apple's
+/// The frameworks ask this of the rooms below them. The frameworks are compiled against Apple's
 /// headers and those rooms against Linux's, for the same processor; so only integers of 32 bits or
 /// more, doubles, pointers and plain structures cross: Apple's compiler trusts the caller to widen a
 /// shorter argument, and Linux's does not.

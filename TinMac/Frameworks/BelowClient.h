@@ -5,7 +5,7 @@
 
 #include "TinMac/Frameworks/Values.h"
 
-/// What the frameworks of a client ask of the rooms below them. The rules of Below.h hold.
+/// The frameworks of a client ask this of the rooms below them. The rules of Below.h hold.
 #ifdef __cplusplus
 extern "C" {
 #endif

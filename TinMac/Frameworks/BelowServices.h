@@ -5,7 +5,7 @@
 
 #include "TinMac/Frameworks/Values.h"
 
-/// What the frameworks ask of the rooms below them, continued: services above the kernel. The rules
+/// The frameworks ask this of the rooms below them, continued: services above the kernel. The rules
 /// of Below.h hold.
 #ifdef __cplusplus
 extern "C" {
@@ -28,7 +28,7 @@ void tinBundleInfo(const char* key, const struct TinValueSink* sink);
 
 // --- PowerUI. The machine says which classes and methods there are, and what each call does.
 
-/// What a call left in its error slot: nothing, or a description.
+/// Hears what a call left in its error slot: nothing, or a description.
 typedef void (*TinErrorSlot)(void* context, const char* description, size_t length);
 
 uint64_t tinPowerUILoad(const char* path, int32_t mode);

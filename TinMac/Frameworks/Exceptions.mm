@@ -72,7 +72,7 @@ bool isThrownType(const void* type) {
 }
 
 void nothing(const void*) {}
-/// What is thrown is a pointer to an object, so a handler gets the object itself.
+/// A pointer to an object is thrown, so a handler gets the object itself.
 std::uint32_t isPointer(const void*) { return 1; }
 std::uint32_t isFunction(const void*) { return 0; }
 /// A handler for `handler` takes what was thrown as `thrown`.

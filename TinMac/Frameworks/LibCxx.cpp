@@ -1,4 +1,4 @@
-// What Apple's libc++ holds for the programs that were compiled with its headers, made from those
+// The part of Apple's libc++ for the programs that were compiled with its headers, made from those
 // very headers, so that every layout is theirs.
 #include <cstring>
 #include <memory>

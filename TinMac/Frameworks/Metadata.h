@@ -5,7 +5,7 @@
 
 #import "TinMac/Frameworks/Apple.h"
 
-/// What the compiler writes into an image for Objective-C: the words as they lie in memory.
+/// The compiler writes these into an image for Objective-C: the words as they lie in memory.
 namespace tinmac {
 
 struct MethodListRecord {

@@ -15,7 +15,7 @@ constexpr std::uint32_t relativeList = 0x80000000;
 constexpr std::uint32_t directSelectors = 0x40000000;
 constexpr std::uint32_t entrySizeMask = 0x0000fffc;
 
-/// What an offset that stands at `word` points at.
+/// Follows an offset that stands at `word`.
 const std::byte* relative(const std::byte* word) {
   std::int32_t offset = 0;
   std::memcpy(&offset, word, sizeof offset);

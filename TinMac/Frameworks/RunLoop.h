@@ -2,7 +2,7 @@
 
 #import "TinMac/Frameworks/Objects.h"
 
-/// What a notification port gives to a run loop.
+/// A notification port gives this to a run loop.
 @interface TinRunLoopSource : NSObject {
  @public
   uint64_t name;

@@ -12,7 +12,7 @@ struct objc_method {
   IMP implementation;
 };
 
-/// What the parts of the runtime ask of each other. Any thread.
+/// The parts of the runtime ask this of each other. Any thread.
 namespace tinmac {
 
 // --- Selectors
@@ -22,7 +22,7 @@ inline const char* nameOf(SEL selector) { return reinterpret_cast<const char*>(s
 /// Lets all images share one selector for a name.
 void shareSelectors(const TinImage& image);
 
-/// What objc_msgSend calls; traps when the receiver does not understand.
+/// Finds what objc_msgSend calls; traps when the receiver does not understand.
 extern "C" IMP tinMessageLookup(id receiver, SEL selector);
 
 // --- Methods

@@ -1,4 +1,4 @@
-// What a program does with texts, sets and lists beside making them.
+// A program does this with texts, sets and lists beside making them.
 
 #include <algorithm>
 #include <cstdarg>
@@ -34,7 +34,7 @@ std::string_view ascii(NSString* text) {
   const std::string_view text = utf8(self);
   return autoreleased(makeData({reinterpret_cast<const std::uint8_t*>(text.data()), text.size()}));
 }
-/// What does not begin with a number is 0; a number beyond the range is its end.
+/// A text that does not begin with a number is 0; a number beyond the range is its end.
 - (NSInteger)integerValue {
   return std::strtol(std::string(utf8(self)).c_str(), nullptr, 10);
 }

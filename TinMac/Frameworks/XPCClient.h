@@ -27,7 +27,7 @@ void quietClients();
 
 }  // namespace tinmac
 
-/// What a connection to a service has beside the connection object, which owns it. Any thread;
+/// A connection to a service has this beside the connection object, which owns it. Any thread;
 /// replies and handlers come on the connection's own.
 @interface TinClientSide : NSObject {
   NSString* service;

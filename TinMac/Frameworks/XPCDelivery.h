@@ -3,7 +3,7 @@
 #include "TinMac/Frameworks/BelowServices.h"
 #import "TinMac/Frameworks/Objects.h"
 
-/// What a connection exports, as the machine holds it: an object, and the protocol by which peers
+/// A connection's exports, as the machine holds them: an object, and the protocol by which peers
 /// send it messages.
 @interface TinExport : NSObject {
  @public

@@ -34,7 +34,7 @@ using AnyMessage = void (*)(id, SEL, std::uint64_t, std::uint64_t, std::uint64_t
 
 os_unfair_lock callsLock = OS_UNFAIR_LOCK_INIT;
 
-/// What each thread's running message is sent to, by the place of the thread's pools, which tells
+/// The receivers of each thread's running message, by the place of the thread's pools, which tells
 /// threads apart.
 std::map<void**, TinExport*>& calls() {
   static auto& running = *new std::map<void**, TinExport*>;

@@ -18,7 +18,7 @@ namespace tinmac {
 
 namespace {
 
-/// Whatever its types are, a message's integers and objects come in these registers, one each.
+/// A message's integers and objects come in these registers, one each, of any type.
 void sendOn(TinProxy* proxy, SEL selector, std::uint64_t first, std::uint64_t second,
             std::uint64_t third, std::uint64_t fourth, std::uint64_t fifth, std::uint64_t sixth) {
   const std::array registers{first, second, third, fourth, fifth, sixth};

@@ -14,7 +14,7 @@ namespace {
 /// As many arguments as registers hold beside the block itself.
 constexpr std::size_t mostArguments = 7;
 using Registers = std::array<std::uint64_t, mostArguments>;
-/// Whatever its types are, a block's integers and objects come in these registers, one each.
+/// A block's integers and objects come in these registers, one each, of any type.
 using AnyReply = void (^)(std::uint64_t, std::uint64_t, std::uint64_t, std::uint64_t, std::uint64_t,
                           std::uint64_t, std::uint64_t);
 

@@ -100,7 +100,7 @@ void tinClientsQuiet() {
     open = openClients().all;
   }
   for (TinClient* client : open) client->beQuiet();
-  // What the others told their listeners of this process is heard there soon.
+  // The listeners of this process hear soon what the others have told them.
   tinmac::awaitConnections(static_cast<std::size_t>(
       std::ranges::count_if(open, [](TinClient* client) { return client->isConnected(); })));
 }

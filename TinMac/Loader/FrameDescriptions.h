@@ -11,7 +11,7 @@
 
 namespace tinmac {
 
-/// What the functions of a description share: rules that hold at once, and who handles exceptions.
+/// The functions of a description share this: rules that hold at once, and who handles exceptions.
 struct CommonRules {
   std::uint64_t codeFactor = 1;
   std::int64_t dataFactor = -8;

@@ -42,7 +42,7 @@ struct SymbolTable {
   FilePart text;
 };
 
-/// What the header and the load commands say.
+/// The header and the load commands say this.
 struct Layout {
   /// In the commands' order, which is how the fixups number them; the reserve included.
   std::vector<Segment> segments;

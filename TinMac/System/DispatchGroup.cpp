@@ -9,7 +9,7 @@
 
 namespace tinmac {
 
-/// What a wait shares with its alarm, which may run after the wait and after the group.
+/// A wait shares this with its alarm, which may run after the wait and after the group.
 struct DispatchGroup::Deadline {
   std::mutex mutex;
   DispatchGroup* group = nullptr;

@@ -52,7 +52,7 @@ class DispatchTimer final : public DispatchSource {
   void set(DispatchTime first, std::uint64_t interval);
 
  private:
-  /// What the timer shares with its alarm, which may run after the timer's end.
+  /// The timer shares this with its alarm, which may run after the timer's end.
   struct Link;
 
   static void rise(const std::shared_ptr<Link>& link);

@@ -11,9 +11,9 @@ struct Export {
   void* address;
 };
 
-/// What a program finds in libSystem and in the C++ runtime.
+/// A program finds these in libSystem and in the C++ runtime.
 std::span<const Export> systemExports();
-/// What only the frameworks find: the functions of Frameworks/Below.h that need no machine.
+/// Only the frameworks find these: the functions of Frameworks/Below.h that need no machine.
 std::span<const Export> supportExports();
 
 }  // namespace tinmac

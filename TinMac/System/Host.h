@@ -15,7 +15,7 @@ struct FileResult {
   int error = 0;
 };
 
-/// What the system's libraries ask of the machine that they run on. Paths are the program's own.
+/// The system's libraries ask this of the machine that they run on. Paths are the program's own.
 /// Any thread.
 class Host {
  public:

@@ -24,7 +24,7 @@ struct Listener {
   std::function<void()> heard;
 };
 
-/// What the handler reads, by the Mac's numbers.
+/// The handler reads these, by the Mac's numbers.
 std::array<std::atomic<SignalAction>, macSignals> actions{};
 std::array<std::atomic<int>, macSignals> listening{};
 std::atomic<int> pipeEnd = -1;

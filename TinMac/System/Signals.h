@@ -5,7 +5,7 @@
 
 namespace tinmac {
 
-/// What a program does about a signal: a function, or the Mac's SIG_DFL (0) or SIG_IGN (1).
+/// A program's way with a signal: a function, or the Mac's SIG_DFL (0) or SIG_IGN (1).
 using SignalAction = void (*)(int);
 
 /// signal(), with the Mac's numbers. Gives the former action; SIG_ERR (-1) with the error set for a

@@ -94,7 +94,7 @@ class Mac:
         self.environment = dict(os.environ, TIN_MAC_PROGRAM=str(program),
                                 TIN_MAC_BOOKS=str(self.books_place))
         self.wrapper, self.sessions = wrapper, []
-        # What else the program may own when it ends: the scene says so.
+        # The scene says what else the program may own when it ends.
         self.furniture = dict(FURNITURE)
 
     def words(self, program, *words):

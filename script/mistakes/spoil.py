@@ -70,7 +70,7 @@ class Build:
         if before not in self.link or LIBRARY not in self.link:
             raise Stale(f"the link command is of another form: {self.link}")
         command = self.link.replace(before, f"-o {shlex.quote(str(program))} ")
-        # What an object defines is not taken from a library behind it.
+        # Nothing that an object defines is taken from a library behind it.
         if former in command:
             command = command.replace(former, shlex.quote(str(made)))
         else:
