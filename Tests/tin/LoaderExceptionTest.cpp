@@ -1,9 +1,9 @@
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <ucontext.h>
 #include <unwind.h>
 
 #include <cxxabi.h>
+#include <csignal>
 #include <exception>
 #include <typeinfo>
 
@@ -11,6 +11,7 @@
 
 // The C++ runtime of this process has them; the image's code asks for them by these names.
 extern "C" {
+// NOLINTNEXTLINE(*-reserved-identifier,readability-identifier-naming): the name is the runtime's
 int __gxx_personality_v0(...);
 extern std::byte classTypeTable[] asm("_ZTVN10__cxxabiv117__class_type_infoE");
 extern std::byte derivedTypeTable[] asm("_ZTVN10__cxxabiv120__si_class_type_infoE");

@@ -31,15 +31,19 @@ std::string booksIn(const std::string& folder) {
 }
 
 class SystemBooks : public testing::Test {
+ public:
+  ~SystemBooks() override {
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): the test has one thread
+    ::unsetenv("TIN_MAC_BOOKS");
+    std::filesystem::remove_all(folder);
+  }
+
  protected:
   SystemBooks() {
     std::string pattern = testing::TempDir() + "tin-books-XXXXXX";
     folder = ::mkdtemp(pattern.data());
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): the test has one thread
     ::setenv("TIN_MAC_BOOKS", folder.c_str(), 1);
-  }
-  ~SystemBooks() override {
-    ::unsetenv("TIN_MAC_BOOKS");
-    std::filesystem::remove_all(folder);
   }
   /// True when the child's books hold the text.
   [[nodiscard]] testing::AssertionResult hold(const std::string& part) const {

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include <cstddef>
 #include <new>
 #include <set>
 #include <stdexcept>
@@ -16,6 +16,11 @@ namespace tinmac::test {
 
 namespace {
 
+/// The value that an object of the class has for its table of virtual functions.
+const void* firstFunctionOf(const char* table) {
+  return static_cast<const std::byte*>(boundAddress(table)) + 2 * sizeof(void*);
+}
+
 /// Builds an exception as a Mac's program does: it calls the constructors that it binds and sets
 /// the table of virtual functions itself.
 template <class Exception>
@@ -23,8 +28,7 @@ void throwBuilt(const char* constructor, const char* table, const char* text) {
   void* const thrown = bound<void*(std::size_t)>("___cxa_allocate_exception")(sizeof(Exception));
   bound<void(void*, const char*)>(constructor)(thrown, text);
   if (table != nullptr) {
-    void* const firstFunction = static_cast<void**>(boundAddress(table)) + 2;
-    std::memcpy(thrown, &firstFunction, sizeof(firstFunction));
+    *static_cast<const void**>(thrown) = firstFunctionOf(table);
   }
   bound<void(void*, const std::type_info*, void*)>("___cxa_throw")(thrown, &typeid(Exception),
                                                                    nullptr);
@@ -49,9 +53,8 @@ TEST(SystemCxxRuntime, TypeInformationIsTheOneThatCatches) {
   EXPECT_EQ(boundAddress("__ZTISt9exception"), &typeid(std::exception));
   EXPECT_EQ(boundAddress("__ZTISt18bad_variant_access"), &typeid(std::bad_variant_access));
   const std::bad_variant_access sample;
-  void* table = nullptr;
-  std::memcpy(&table, &sample, sizeof(table));
-  EXPECT_EQ(static_cast<void**>(boundAddress("__ZTVSt18bad_variant_access")) + 2, table);
+  EXPECT_EQ(firstFunctionOf("__ZTVSt18bad_variant_access"),
+            *reinterpret_cast<const void* const*>(&sample));
 }
 
 TEST(SystemCxxRuntime, ABadArrayLengthIsBuiltInPlace) {

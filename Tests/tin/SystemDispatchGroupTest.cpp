@@ -22,9 +22,10 @@ bool wait(void* group, std::uint64_t until) {
 }
 
 class SystemDispatchGroup : public testing::Test {
- protected:
+ public:
   ~SystemDispatchGroup() override { EXPECT_EQ(liveObjects("dispatch_group"), 0); }
 
+ protected:
   TestHost host;
 };
 using SystemDispatchGroupDeathTest = SystemDispatchGroup;

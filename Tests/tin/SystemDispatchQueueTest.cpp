@@ -15,11 +15,12 @@ namespace {
 constexpr const char* queueClass = "dispatch_queue";
 
 class SystemDispatchQueue : public testing::Test {
- protected:
+ public:
   ~SystemDispatchQueue() override {
     EXPECT_TRUE(eventually([] { return liveObjects(queueClass) == 0; }));
   }
 
+ protected:
   TestHost host;
 };
 using SystemDispatchQueueDeathTest = SystemDispatchQueue;

@@ -16,9 +16,10 @@ namespace {
 constexpr std::int64_t second = 1'000'000'000;
 
 class SystemDispatchSemaphore : public testing::Test {
- protected:
+ public:
   ~SystemDispatchSemaphore() override { tinSemaphoreFree(semaphore); }
 
+ protected:
   [[nodiscard]] bool wait(std::uint64_t until) { return tinSemaphoreWait(semaphore, until) != 0; }
 
   TestHost host;

@@ -21,13 +21,15 @@ void hear(void* context) { ++static_cast<Record*>(context)->heard; }
 void finalize(void* context) { ++static_cast<Record*>(context)->finalized; }
 
 class SystemDispatchTimer : public testing::Test {
- protected:
-  SystemDispatchTimer() : queue(makeQueue()) {}
+ public:
   ~SystemDispatchTimer() override {
     release(queue);
     EXPECT_TRUE(eventually(
         [] { return liveObjects("dispatch_queue") == 0 && liveObjects("dispatch_source") == 0; }));
   }
+
+ protected:
+  SystemDispatchTimer() : queue(makeQueue()) {}
 
   void* timer(Record& record, Function* handler = hear) {
     void* const source = makeTimer(queue);

@@ -19,13 +19,15 @@ constexpr std::uint64_t macCreate = 0x200;
 constexpr std::uint64_t macExclusive = 0x800;
 
 class SystemFiles : public testing::Test {
+ public:
+  ~SystemFiles() override { std::filesystem::remove_all(folder); }
+
  protected:
   SystemFiles() {
     std::string pattern = testing::TempDir() + "tin-files-XXXXXX";
     folder = ::mkdtemp(pattern.data());
     setMask(022);
   }
-  ~SystemFiles() override { std::filesystem::remove_all(folder); }
 
   static std::uint32_t setMask(std::uint32_t mask) {
     return bound<std::uint32_t(std::uint32_t)>("_umask")(mask);

@@ -25,7 +25,7 @@ class Buffer {
   }
   template <class Value>
   Buffer& add(int descriptor, Value value) {
-    return add(descriptor, &value, sizeof(value));
+    return add(descriptor, static_cast<const void*>(&value), sizeof(value));
   }
   [[nodiscard]] std::string with(const char* format) const { return osLogText(format, bytes); }
 

@@ -25,12 +25,14 @@ std::atomic<int> handled = 0;
 void handle(int number) { handled = number; }
 
 class SystemSignals : public testing::Test {
- protected:
-  SystemSignals() { handled = 0; }
+ public:
   ~SystemSignals() override {
     setAction(macTerminate, SIG_DFL);
     setAction(macUser2, SIG_DFL);
   }
+
+ protected:
+  SystemSignals() { handled = 0; }
 
   /// An active source on the main queue that counts into `heard`.
   void* listen(int number) {

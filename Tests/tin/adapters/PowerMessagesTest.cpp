@@ -18,6 +18,13 @@ using tinmac::test::tellMachine;
 constexpr double quietSeconds = 0.2;
 
 class PowerMessagesTest : public testing::Test {
+ public:
+  ~PowerMessagesTest() override {
+    tellMachine("wake");
+    giveBack();
+    serveFor(quietSeconds);
+  }
+
  protected:
   struct Heard {
     std::uint32_t type;
@@ -28,11 +35,6 @@ class PowerMessagesTest : public testing::Test {
     connection = domain->registerForSystemPower(this, port, hear, notifier);
     source = domain->notificationPortGetRunLoopSource(port);
     domain->runLoopAddSource(domain->mainRunLoop(), source);
-  }
-  ~PowerMessagesTest() override {
-    tellMachine("wake");
-    giveBack();
-    serveFor(quietSeconds);
   }
 
   static void hear(void* refcon, ObjectRef, std::uint32_t type, std::uintptr_t argument) {

@@ -17,11 +17,13 @@ namespace processtests {
 /// test is over, the books of every one of these processes are read: none may have broken a rule or
 /// left an object behind.
 class ClientMac : public testing::Test {
- protected:
-  ClientMac();
+ public:
   ~ClientMac() override;
   ClientMac(const ClientMac&) = delete;
   ClientMac& operator=(const ClientMac&) = delete;
+
+ protected:
+  ClientMac();
 
   /// Waits until the helper is ready.
   void SetUp() override;

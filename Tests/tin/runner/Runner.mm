@@ -118,6 +118,7 @@ bool addInstantiation(std::function<void()> instantiate) {
   return true;
 }
 
+// NOLINTNEXTLINE(misc-unconventional-assign-operator): its declaration says why
 void Failure::operator=(const Message& message) const {
   std::string text = std::string(file) + ":" + std::to_string(line) + ": Failure\n  " + why;
   if (!message.words().empty()) text += "\n  " + message.words();

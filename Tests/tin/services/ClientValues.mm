@@ -10,7 +10,7 @@ namespace {
 id json(const char* text) {
   return [NSJSONSerialization JSONObjectWithData:[@(text) dataUsingEncoding:NSUTF8StringEncoding]
                                          options:0
-                                           error:NULL];
+                                           error:nil];
 }
 
 bool isOrder(NSString* first, NSString* second, NSComparisonResult order) {
