@@ -71,10 +71,6 @@ bool acquire(const Shared& semaphore, DispatchTime until) {
 
 }  // namespace
 
-}  // namespace tinmac
-
-using namespace tinmac;
-
 extern "C" {
 
 void* tinSemaphoreMake(std::int64_t value) {
@@ -107,3 +103,5 @@ void tinPause(double seconds) {
 }
 
 }  // extern "C"
+
+}  // namespace tinmac
