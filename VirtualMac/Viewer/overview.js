@@ -1,0 +1,76 @@
+// The whole run at a glance: its charge, failures and cursor, and the stretch that the chart shows
+// as a window, which can be dragged.
+
+import {element} from 'viewer/dom';
+import {Palette, preparedContext} from 'viewer/lanes';
+import {scaleOf} from 'viewer/view';
+
+const height = 34;
+
+export class Overview {
+  constructor(place, view) {
+    this.view = view;
+    this.canvas = element('canvas', {
+      role: 'img', 'aria-label': 'The charge over the whole run; a window shows what the chart shows',
+    });
+    this.node = element('div', {class: 'overview'}, this.canvas);
+    place.append(this.node);
+    this.palette = new Palette();
+    this.node.addEventListener('pointerdown', (event) => this.drag(event));
+    this.node.addEventListener('pointermove', (event) => event.buttons === 1 && this.drag(event));
+  }
+
+  recolour() {
+    this.palette = new Palette();
+  }
+
+  drag(event) {
+    this.node.setPointerCapture?.(event.pointerId);
+    const x = event.clientX - this.node.getBoundingClientRect().left;
+    const {from, to} = this.view.range;
+    const middle = scaleOf(this.view.whole, this.node.clientWidth).time(x);
+    if (!this.view.isWhole) this.view.set(middle - (to - from) / 2, middle + (to - from) / 2);
+  }
+
+  draw(run, columns, cursorTime) {
+    const width = this.node.clientWidth;
+    if (width === 0) return;
+    const {words} = this.palette;
+    const context = preparedContext(this.canvas, width, height);
+    const scale = scaleOf(this.view.whole, width);
+    this.drawCharge(context, columns, scale);
+    const {from, to} = this.view.range;
+    if (!this.view.isWhole) {
+      context.fillStyle = words.panel;
+      context.globalAlpha = 0.7;
+      context.fillRect(0, 0, scale.x(from), height);
+      context.fillRect(scale.x(to), 0, width - scale.x(to), height);
+      context.globalAlpha = 1;
+      context.strokeStyle = words.ink;
+      context.strokeRect(scale.x(from) + 0.5, 0.5, Math.max(2, scale.x(to) - scale.x(from) - 1), height - 1);
+    }
+    for (const failure of run.failures) {
+      context.fillStyle = words.bad;
+      context.fillRect(scale.x(failure.time) - 1, 0, 2, height);
+    }
+    context.fillStyle = words.ink;
+    context.fillRect(scale.x(cursorTime) - 0.5, 0, 1, height);
+  }
+
+  drawCharge(context, [times, charges], scale) {
+    const y = (percent) => height - 3 - percent / 100 * (height - 6);
+    context.beginPath();
+    let drawn = -1;
+    times.forEach((time, place) => {
+      const next = times[place + 1] ?? time;
+      if (charges[place] === null || (scale.x(next) - drawn < 0.5 && place < times.length - 1)) return;
+      drawn = scale.x(next);
+      const act = place === 0 ? 'moveTo' : 'lineTo';
+      context[act](scale.x(time), y(charges[place]));
+      context.lineTo(drawn, y(charges[place]));
+    });
+    context.strokeStyle = this.palette.words.charge;
+    context.lineWidth = 1.5;
+    context.stroke();
+  }
+}
