@@ -1,99 +1,96 @@
 // The page begins here: it shows the trace that it holds, and else the machine that serves it.
 
-import {Chart} from 'viewer/chart';
 import {byId, setText} from 'viewer/dom';
-import {EntryList} from 'viewer/list';
+import {takeToken, valuesFrom} from 'viewer/link';
 import {Run} from 'viewer/model';
-import {Overview} from 'viewer/overview';
-import {Panes} from 'viewer/panes';
-import {Pointer} from 'viewer/pointer';
-import {initialValues, Store} from 'viewer/store';
+import {Page} from 'viewer/page';
 import {runsFromTrace} from 'viewer/trace';
-import {View} from 'viewer/view';
 
-class Page {
-  constructor() {
-    this.store = new Store(initialValues());
-    this.view = new View(this.store);
-    this.overview = new Overview(byId('overview'), this.view);
-    this.chart = new Chart(byId('plot'), this.view);
-    this.list = new EntryList(byId('list'), this.store, (index) => this.choose(index));
-    this.panes = new Panes(byId('panel-state'), this.store, (index) => this.choose(index));
-    this.pointer = new Pointer(this.chart, this.view, {
-      hover: () => {}, leave: () => {}, choose: (index) => this.choose(index),
-    });
-    this.listen();
+// Lines come in pieces; the page takes them in once a frame.
+class LiveRun {
+  constructor(page, values) {
+    Object.assign(this, {page, values, waiting: []});
   }
 
-  listen() {
-    this.store.on(['run'], () => this.chart.setRun(this.store.get('run')));
-    this.store.on(['data'], () => this.chart.refresh());
-    this.store.on(['range'], () => this.chart.draw());
-    this.store.on(['cursor', 'run'], () => this.chart.placeCursor(this.cursorTime));
-    this.store.on(['data', 'range', 'cursor', 'run'], () => {
-      this.overview.draw(this.store.get('run'), this.chart.columns, this.cursorTime);
-    });
-    new ResizeObserver(() => this.chart.draw()).observe(byId('plot'));
+  begin(head) {
+    this.waiting = [];
+    const {page} = this;
+    const {range, follow, ...kept} = this.values;
+    page.show(new Run({title: 'Virtual Mac', head}), {...kept, cursor: kept.cursor ?? -1});
+    page.store.set({follow: kept.cursor === undefined});
+    this.values = {};
   }
 
-  get cursorTime() {
-    return this.store.get('run').timeOf(this.store.get('cursor'));
+  take(lines) {
+    for (const line of lines) this.waiting.push(line);
+    this.due ??= requestAnimationFrame(() => this.flush());
   }
 
-  choose(index) {
-    this.store.set({cursor: index, follow: false});
-  }
-
-  show(run) {
-    setText(byId('title'), run.title || 'Virtual Mac');
-    this.store.set({run, cursor: run.entries.length - 1, range: null});
-  }
-
-  linesCame(lines) {
-    const run = this.store.get('run');
+  flush() {
+    this.due = undefined;
+    const lines = this.waiting;
+    this.waiting = [];
+    const {store} = this.page;
+    const run = store.get('run');
     run.addLines(lines);
-    if (this.store.get('follow')) this.store.set({cursor: run.entries.length - 1});
-    this.store.touch('data');
+    if (store.get('follow')) store.set({cursor: run.entries.length - 1});
+    store.touch('data');
+  }
+
+  // Temperatures are told by nobody but the machine itself.
+  takeStatus({seconds, temperatureCelsius}) {
+    const run = this.page.store.get('run');
+    if (typeof seconds !== 'number' || typeof temperatureCelsius !== 'number') return;
+    run.addReading(seconds, temperatureCelsius);
+    this.page.store.touch('data');
   }
 }
 
-function tokenOfAddress() {
-  const found = /[#&]token=([^&]*)/.exec(location.hash);
-  if (found) {
-    sessionStorage.setItem('token', decodeURIComponent(found[1]));
-    history.replaceState(null, '', location.pathname + location.search);
-  }
-  return sessionStorage.getItem('token') ?? '';
+function showConnection({state, text}) {
+  const place = byId('connection');
+  place.hidden = false;
+  place.dataset.state = state;
+  setText(place, text);
 }
 
-async function goLive(page) {
-  const {startLive} = await import('viewer/live');
-  page.store.set({follow: true});
-  page.show(new Run({title: 'Virtual Mac'}));
+async function goLive(page, values) {
+  const [{startLive}, {mountControls}] = await Promise.all([import('viewer/live'), import('viewer/controls')]);
+  const run = new LiveRun(page, values);
+  run.begin(null);
+  run.values = values;
+  byId('follow').hidden = false;
+  page.tabs.offer('controls', true);
   const live = startLive({
-    token: tokenOfAddress(),
-    onRun: (head) => page.show(new Run({title: 'Virtual Mac', head})),
-    onLines: (lines) => page.linesCame(lines),
-    onConnection: ({state, text}) => {
-      const place = byId('connection');
-      place.hidden = false;
-      place.dataset.state = state;
-      setText(place, text);
-    },
+    token: takeToken(),
+    onRun: (head) => run.begin(head),
+    onLines: (lines) => run.take(lines),
+    onConnection: showConnection,
   });
-  const {mountControls} = await import('viewer/controls');
+  page.acts.live = live;
+  live.addEventListener('status', (event) => run.takeStatus(event.detail));
   mountControls(byId('panel-controls'), live);
 }
 
+function showTrace(page, text, values) {
+  const {runs, problems} = runsFromTrace(text);
+  page.tell(problems);
+  if (runs.length === 2) {
+    page.compare(...runs, values);
+  } else if (runs.length === 1) {
+    page.show(runs[0], values);
+  }
+}
+
 function boot() {
+  const values = valuesFrom(location.hash);
   const page = new Page();
-  const trace = document.getElementById('trace');
+  const trace = byId('trace');
   if (trace) {
-    const {runs, problems} = runsFromTrace(trace.textContent);
-    setText(byId('messages'), problems.join('\n'));
-    if (runs.length > 0) page.show(runs[0]);
-  } else if (location.protocol !== 'file:') {
-    goLive(page);
+    showTrace(page, trace.textContent, values);
+  } else if (location.protocol === 'file:') {
+    page.tell(['This page holds no trace. Open one, or a journal, with "Compare…", or drop it here.']);
+  } else {
+    goLive(page, values);
   }
 }
 

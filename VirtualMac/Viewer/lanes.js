@@ -43,7 +43,7 @@ export class Palette {
     this.tones = new Map();
     this.words = {};
     for (const name of ['ink', 'faint', 'line', 'lane', 'panel', 'charge', 'limit', 'warmth', 'bad',
-                        'deed', 'event', 'request']) {
+                        'deed', 'event', 'request', 'band']) {
       this.words[name] = token(name);
     }
   }

@@ -1,6 +1,6 @@
 // The one place where the page keeps what it shows: the run, the cursor, zoom, filter, search,
-// theme and pane. Whoever changes something says it here; those who show it hear of all changes of
-// a frame at once.
+// theme and pane. Changes are made here, and those who show something hear of all changes of a
+// frame at once.
 
 export class Store {
   constructor(values) {
@@ -65,5 +65,8 @@ export function initialValues() {
     search: '',
     theme: 'auto',
     tab: 'state',
+    row: -1,       // The row at the cursor where two runs stand side by side.
+    onlyDifferences: false,
+    ignoresNumbers: true,  // Numbers that the system hands out are no difference.
   };
 }

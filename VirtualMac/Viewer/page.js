@@ -1,0 +1,215 @@
+// The page: its parts, and who hears of which change.
+
+import {Acts} from 'viewer/acts';
+import {Chart} from 'viewer/chart';
+import {Comparison} from 'viewer/compare';
+import {button, byId, element, setText} from 'viewer/dom';
+import {drawFailures} from 'viewer/failures';
+import {FilterBar} from 'viewer/filterBar';
+import {lineOf} from 'viewer/journal';
+import {Keys} from 'viewer/keys';
+import {drawLegend} from 'viewer/legend';
+import {Address, valuesFrom} from 'viewer/link';
+import {EntryList} from 'viewer/list';
+import {MomentBar} from 'viewer/momentBar';
+import {Opening} from 'viewer/opening';
+import {Overview} from 'viewer/overview';
+import {Panes} from 'viewer/panes';
+import {Pointer} from 'viewer/pointer';
+import {Search} from 'viewer/search';
+import {initialValues, Store} from 'viewer/store';
+import {StoryPane} from 'viewer/story';
+import {TablePane} from 'viewer/tablePane';
+import {Tabs} from 'viewer/tabs';
+import {followTheme} from 'viewer/theme';
+import {clockText} from 'viewer/time';
+import {stateLine, Tooltip} from 'viewer/tooltip';
+import {View} from 'viewer/view';
+
+export class Page {
+  constructor() {
+    const store = this.store = new Store(initialValues());
+    store.set(valuesFrom(location.hash));
+    this.say = (text) => this.announce(text);
+    this.view = new View(store);
+    this.opening = new Opening((opened) => this.opened(opened));
+    this.makeParts(store);
+    this.acts = new Acts(this);
+    this.makeBars(store);
+    this.keys = new Keys(this.acts);
+    this.keys.fillHelp(byId('help'));
+    this.listen();
+    followTheme(store, () => this.recolour());
+  }
+
+  makeParts(store) {
+    const choose = (index) => this.acts.choose(index);
+    this.overview = new Overview(byId('overview'), this.view);
+    this.charts = [];
+    this.tooltip = new Tooltip();
+    this.list = new EntryList(byId('list'), store, choose);
+    this.comparison = new Comparison(byId('list'), byId('panel-compare'), store);
+    this.search = new Search(store, this.list);
+    this.tabs = new Tabs(byId('tabs'), store);
+    this.panes = new Panes(byId('panel-state'), store, {
+      choose, goBack: () => this.acts.goBack(), besideState: () => this.besideState(),
+    });
+    this.table = new TablePane(byId('panel-table'), store, choose);
+    this.story = new StoryPane(byId('panel-story'), store, (time) => this.acts.goTo(time));
+    this.address = new Address(store);
+    this.line = element('p', {id: 'line-text'});
+    byId('list-section').append(element('div', {id: 'line', 'aria-label': 'The line at the cursor', role: 'group'}, this.line));
+  }
+
+  makeBars(store) {
+    const {acts} = this;
+    new MomentBar(byId('chart-bar'), store, this.view, acts);
+    new FilterBar(byId('filters'), store, this.list, {next: () => acts.nextMatch(), previous: () => acts.previousMatch()});
+    const action = (words, act, title) => button(words, () => acts[act](), {'data-act': act, title});
+    byId('actions').append(
+        action('Compare…', 'open', 'Open a second run beside this one (o)'),
+        action('Copy link', 'copyLink', 'Copy the link to this view (c)'),
+        action('Dark / light', 'theme', 'Dark or light (t)'),
+        action('Keys ?', 'help', 'All keys (?)'));
+  }
+
+  listen() {
+    const {store} = this;
+    store.on(['run', 'other'], () => this.layCharts());
+    store.on(['run'], () => this.describe());
+    store.on(['data'], () => this.charts.forEach((chart) => chart.refresh()));
+    store.on(['range'], () => this.charts.forEach((chart) => chart.draw()));
+    store.on(['data', 'range', 'cursor', 'row', 'run', 'other'], () => this.drawCursor());
+    store.on(['tab'], () => this.panes.draw());
+    store.on(['cursor', 'data', 'run', 'search', 'filter', 'kinds', 'categories', 'level'],
+             () => setText(byId('matches'), this.search.text()));
+    new ResizeObserver(() => this.redraw()).observe(byId('plot'));
+    addEventListener('hashchange', () => this.store.set({follow: false, ...valuesFrom(location.hash)}));
+  }
+
+  // The charts of the run, and of the one beside it.
+  layCharts() {
+    for (const chart of this.charts) chart.destroy();
+    const runs = [this.store.get('run'), this.store.get('other')].filter((run) => run);
+    const isPair = runs.length === 2;
+    document.body.classList.toggle('comparing', isPair);
+    this.list.rows.node.hidden = isPair;
+    this.tabs.offer('compare', isPair);
+    this.charts = runs.map((run, place) => {
+      const chart = new Chart(byId('plot'), this.view, isPair ? `${'AB'[place]}  ${run.title}` : '');
+      chart.setRun(run);
+      this.pointTo(chart, place);
+      return chart;
+    });
+  }
+
+  pointTo(chart, place) {
+    new Pointer(chart, this.view, {
+      hover: (time, event) => this.hover(chart, time, event),
+      leave: () => this.hover(null),
+      choose: (index) => place === 0 ? this.acts.choose(index) : this.comparison.chooseRight(index),
+    });
+    Object.entries({role: 'slider', tabindex: 0, 'aria-label': 'Moment', 'aria-valuemin': 0})
+        .forEach(([name, value]) => chart.area.setAttribute(name, value));
+  }
+
+  hover(chart, time, event) {
+    for (const each of this.charts) each.placePole(each.hover, chart ? time : null);
+    if (chart) {
+      this.tooltip.show(chart, time, event);
+    } else {
+      this.tooltip.hide();
+    }
+  }
+
+  besideState() {
+    return this.comparison.isOn ? this.store.get('other').stateAt(this.comparison.rightIndex) : null;
+  }
+
+  drawCursor() {
+    const {run, other, cursor} = this.store.values;
+    if (!run || this.charts.length === 0) return;
+    const indices = [cursor, this.comparison.rightIndex];
+    this.charts.forEach((chart, place) => this.tellMoment(chart, place === 0 ? run : other, indices[place]));
+    const [chart] = this.charts;
+    this.overview.draw(run, chart.columns, run.timeOf(cursor));
+    const entry = run.entries[cursor];
+    setText(this.line, entry ? lineOf(entry) : 'the start, before the first line');
+  }
+
+  tellMoment(chart, run, index) {
+    const time = run.timeOf(index);
+    chart.placeCursor(time);
+    const words = `${clockText(time)}, ${stateLine(run.stateAt(index))}`;
+    Object.entries({'aria-valuemax': run.end, 'aria-valuenow': time, 'aria-valuetext': words})
+        .forEach(([name, value]) => chart.area.setAttribute(name, value));
+  }
+
+  redraw() {
+    for (const chart of this.charts) chart.draw();
+    this.drawCursor();
+  }
+
+  recolour() {
+    for (const chart of this.charts) chart.recolour();
+    this.overview.recolour();
+    drawLegend(byId('legend'));
+    this.drawCursor();
+  }
+
+  describe() {
+    const run = this.store.get('run');
+    setText(byId('title'), run.title || 'Virtual Mac');
+    document.title = run.title ? `${run.title} – Virtual Mac` : 'Virtual Mac';
+    const {head} = run;
+    setText(byId('subtitle'), head ? [head.profile, head.run ? `run ${head.run}` : ''].filter((word) => word).join(' · ') : '');
+    this.tabs.offer('story', run.story !== null);
+    drawFailures(byId('failures'), run, {
+      choose: (index) => this.acts.choose(index), showStory: () => this.acts.showStory(),
+    });
+  }
+
+  // Shows a run, at the end, at its first failure, or where the address says.
+  show(run, values = {}) {
+    const cursor = values.cursor ?? run.failures[0]?.index ?? run.entries.length - 1;
+    this.store.set({other: null, row: -1, range: null, ...values, run, cursor: Math.min(cursor, run.entries.length - 1)});
+  }
+
+  // Shows two runs, at their first difference where the address names no place.
+  compare(one, other, values = {}) {
+    this.show(one, values);
+    this.store.set({other});
+    this.store.flush();
+    if (values.cursor === undefined) this.comparison.goToFirst();
+    if (values.tab === undefined) this.store.set({tab: 'compare'});
+  }
+
+  opened({runs, problems}) {
+    this.tell(problems);
+    if (runs.length === 0) return;
+    const run = this.store.get('run');
+    if (runs.length === 2 || !run || run.entries.length === 0) {
+      runs.length === 2 ? this.compare(...runs) : this.show(runs[0]);
+    } else {
+      this.compare(run, runs[0]);
+    }
+  }
+
+  // Messages stay until a person closes them.
+  tell(texts) {
+    for (const text of texts) {
+      const message = element('div', {class: 'message'}, element('span', {}, text),
+                              button('Close', () => message.remove()));
+      byId('messages').append(message);
+    }
+  }
+
+  // A short answer to a key, for eyes and ears.
+  announce(text) {
+    const place = byId('announcer');
+    setText(place, text);
+    place.classList.toggle('unseen', text === '');
+    clearTimeout(this.silence);
+    if (text !== '') this.silence = setTimeout(() => this.announce(''), 4000);
+  }
+}
