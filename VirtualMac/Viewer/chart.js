@@ -3,8 +3,8 @@
 
 import {curvesOf, percentRange} from 'viewer/curves';
 import {element, token} from 'viewer/dom';
-import {drawLane, drawMark, drawMarks, laneStep, laneHeight, markRows, markStep, Palette,
-        preparedContext} from 'viewer/lanes';
+import {drawLane, drawMark, drawMarks, laneStep, laneHeight, markRows, markStep, overhang,
+        Palette, preparedContext} from 'viewer/lanes';
 import {lastUpTo} from 'viewer/history';
 import {tickLabel, tickSeconds} from 'viewer/time';
 import {Tracks} from 'viewer/tracks';
@@ -118,7 +118,7 @@ export class Chart {
     const axis = {stroke: words.faint, grid: {stroke: words.line, width: 1},
                   ticks: {show: false}, font: `11px ${token('face')}`};
     return {
-      width, height, legend: {show: false}, cursor: {show: false}, padding: [topRoom, 0, 0, 0],
+      width, height, legend: {show: false}, cursor: {show: false}, padding: [topRoom, this.warm ? 0 : right, 0, 0],
       scales: {x: {time: false, auto: false}, percent: {auto: false}, celsius: {range: warmthRange}},
       series: [
         {},
@@ -131,8 +131,8 @@ export class Chart {
       axes: [
         {...axis, size: axisHeight, splits: (u, i, min, max) => ticks(min, max, this.width),
          values: (u, splits) => splits.map((each) => tickLabel(each, splits[1] - splits[0] || 1))},
-        {...axis, scale: 'percent', size: left, values: (u, splits) => splits.map((each) => `${each} %`)},
-        {...axis, scale: 'celsius', side: 1, size: right, show: this.warm, grid: {show: false},
+        {...axis, scale: 'percent', size: left, space: 26, values: (u, splits) => splits.map((each) => `${each} %`)},
+        {...axis, scale: 'celsius', side: 1, size: right, space: 30, show: this.warm, grid: {show: false},
          values: (u, splits) => splits.map((each) => `${each}°`)},
       ],
       hooks: {drawClear: [(plot) => this.shadeSleep(plot)]},
@@ -162,8 +162,9 @@ export class Chart {
     const marksTop = tracks.length * laneStep + 2;
     const height = marksTop + markRows.length * markStep;
     const {left} = this.gutters;
-    const context = preparedContext(this.canvas, this.width, height);
-    this.canvas.style.marginLeft = `${left}px`;
+    const context = preparedContext(this.canvas, this.width + 2 * overhang, height);
+    context.translate(overhang, 0);
+    this.canvas.style.marginLeft = `${left - overhang}px`;
     const {scale, palette} = this;
     tracks.forEach((track, place) => drawLane(context, palette, track, scale, place * laneStep, this.run.end));
     markRows.forEach((row, place) => drawMarks(

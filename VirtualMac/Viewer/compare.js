@@ -160,7 +160,7 @@ export class Comparison {
         element('p', {id: 'difference-count', 'data-differences': total},
                 total === 0 ? 'No difference.' : `${total} difference${total === 1 ? '' : 's'}.`),
         element('div', {class: 'buttons'},
-                button('First (d from the start)', () => this.goToFirst(), {'data-act': 'firstDifference', disabled: total === 0}),
+                button('First', () => this.goToFirst(), {'data-act': 'firstDifference', disabled: total === 0}),
                 button('Previous (D)', () => this.goToDifference(-1), {disabled: total === 0}),
                 button('Next (d)', () => this.goToDifference(1), {disabled: total === 0})),
         check('onlyDifferences', 'only differences'),

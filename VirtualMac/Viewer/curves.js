@@ -3,6 +3,7 @@
 
 import {atStart} from 'viewer/history';
 
+const justBefore = 0.0004;
 const smallestBand = 1;
 const largestBand = 20;
 
@@ -28,7 +29,15 @@ function indicesOf(run, fields) {
   return [...all].sort((one, other) => one - other);
 }
 
-const lineFields = ['charge', 'enforcing', 'limit', 'band', 'temperature'];
+const lineFields = ['charge', 'enforcing', 'limit', 'band', 'heldTemperature'];
+
+// Where a value ends, it still holds until just before.
+function endStretches(columns, time, values) {
+  const last = columns[0].length - 1;
+  const ends = last >= 0 && values.some((value, place) => value === null && columns[place + 1][last] !== null);
+  const before = Math.max((columns[0][last] + time) / 2, time - justBefore);
+  if (ends) columns.forEach((column, place) => column.push(place === 0 ? before : column[last]));
+}
 
 // [seconds, charge, limit, low, temperature], with null where there is no value.
 export function curvesOf(run) {
@@ -37,6 +46,7 @@ export function curvesOf(run) {
   const add = (time, values) => {
     const last = columns[0].length - 1;
     if (columns[0][last] === time) columns.forEach((column) => column.pop());
+    endStretches(columns, time, values);
     [time, ...values].forEach((value, place) => columns[place].push(value));
   };
   let values = [null, null, null, null];

@@ -33,10 +33,11 @@ export class FilterBar {
     place.append(
         this.chips, this.category, this.level,
         element('label', {class: 'field'}, 'Filter', this.filter),
+        element('div', {class: 'search-group'},
         element('label', {class: 'field'}, 'Search', this.search),
         button('↑', steps.previous, {'aria-label': 'Previous match (N)', title: 'Previous match (N)', id: 'search-previous'}),
         button('↓', steps.next, {'aria-label': 'Next match (n)', title: 'Next match (n)', id: 'search-next'}),
-        this.matches, this.error);
+        this.matches), this.error);
     store.on(['run', 'data', 'kinds', 'categories', 'level', 'filter', 'search'], () => this.draw());
   }
 

@@ -233,6 +233,12 @@ function markDeed(run, entry) {
   run.mark(lost ? 'loss' : 'deed', entry.text);
 }
 
+// A temperature that a person or a fault holds stays; one that is only told moves on by itself.
+function holdTemperature(run, degrees) {
+  run.set('temperature', degrees);
+  run.set('heldTemperature', degrees);
+}
+
 function hearFault(run, text) {
   const found = /^fault (.+) (on|off)((?: \(in place of [^)]*\))*)$/.exec(text);
   if (!found) return;
@@ -245,16 +251,16 @@ function hearFault(run, text) {
   if (way === 'on') left.push(Object.freeze({text: line, cause: run.entries.length - 1}));
   run.set('faults', Object.freeze(left));
   const degrees = numberAfter(line, 'temperature-override ');
-  if (degrees !== null) run.set('temperature', way === 'on' ? degrees : undefined);
+  if (degrees !== null && way === 'on') holdTemperature(run, degrees);
+  if (degrees !== null && way === 'off') run.set('heldTemperature', undefined);
 }
 
 const toldOfMac = [
   [/^display (connected|disconnected)$/, (run, [, value]) =>
       run.change('display', value, value === 'connected' ? 'disconnected' : 'connected')],
   [/^ambient set to (\S+) C$/, (run, [, degrees]) => run.set('ambient', parseFloat(degrees))],
-  [/^temperature set to (\S+) C$/,
-   (run, [, degrees]) => run.set('temperature', parseFloat(degrees))],
-  [/^temperature free$/, (run) => run.set('temperature', undefined)],
+  [/^temperature set to (\S+) C$/, (run, [, degrees]) => holdTemperature(run, parseFloat(degrees))],
+  [/^temperature free$/, (run) => run.set('heldTemperature', undefined)],
   [/^idle sleep off$/, (run) => run.set('idleSleep', 0)],
   [/^idle sleep after (\d+) min$/, (run, [, minutes]) => run.set('idleSleep', Number(minutes))],
   [/^speed (\S+)$/, (run, [, factor]) => run.set('speed', parseFloat(factor))],
@@ -280,6 +286,8 @@ const endsToHold = [
 ];
 
 function hearCore(run, text) {
+  const degrees = /\bbattery (\d+)°C/.exec(text);
+  if (degrees) run.set('temperature', Number(degrees[1]));
   if (beginsToHold.some((words) => text.includes(words))) run.set('enforcing', true);
   const limit = numberAfter(text, 'loop at limit=');
   if (limit !== null) run.set('limit', limit);

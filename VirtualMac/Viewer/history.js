@@ -35,7 +35,9 @@ export class History {
       this.causes.pop();
       this.values.pop();
     }
-    if (this.values.length > 0 && this.last === value) return;
+    // The first line that tells what was only assumed counts, even when it changes nothing.
+    const isNews = this.assumed && this.values.length === 1;
+    if (this.values.length > 0 && this.last === value && !isNews) return;
     this.causes.push(cause);
     this.values.push(value);
   }

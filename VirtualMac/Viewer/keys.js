@@ -53,7 +53,7 @@ function remembered() {
 }
 
 function isTyping(target) {
-  return target.matches('input:not([type="checkbox"]), select, textarea, [contenteditable]');
+  return target instanceof Element && target.matches('input:not([type="checkbox"]), select, textarea, [contenteditable]');
 }
 
 export class Keys {
@@ -75,7 +75,7 @@ export class Keys {
     if (!act || (!this.letters && event.key.length === 1)) return;
     // The panes scroll by these keys when they have the focus, and controls use them.
     const moves = /^(?:Arrow(?:Up|Down)|Page|Home|End)/.test(event.key);
-    if (moves && event.target.closest('#side, #help')) return;
+    if (moves && event.target.closest?.('#side, #help')) return;
     event.preventDefault();
     this.acts[act](event.key);
   }
@@ -90,12 +90,12 @@ export class Keys {
     const letters = element('input', {type: 'checkbox', change: () => this.remember(letters.checked)});
     letters.checked = this.letters;
     dialog.replaceChildren(
+        button('Close', () => dialog.close(), {class: 'close', autofocus: true}),
         element('h2', {id: 'help-heading'}, 'Keys'),
         element('dl', {class: 'shortcuts'}, ...items),
         element('p', {}, 'Chart: a click moves the cursor, dragging zooms, the wheel zooms, Shift and the wheel move, ' +
                 'a double click shows the whole run; with fingers, one moves and two zoom.'),
-        element('p', {}, element('label', {}, letters, ' keys that are single letters and signs')),
-        button('Close', () => dialog.close()));
+        element('p', {}, element('label', {}, letters, ' keys that are single letters and signs')));
   }
 
   remember(isOn) {

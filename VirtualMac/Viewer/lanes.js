@@ -4,9 +4,11 @@
 import {token} from 'viewer/dom';
 import {lastUpTo} from 'viewer/history';
 
-export const laneHeight = 18;
-export const laneStep = 22;
-export const markStep = 18;
+export const laneHeight = 16;
+export const laneStep = 19;
+export const markStep = 17;
+// Marks at the edges stick out so far.
+export const overhang = 10;
 
 // The rows of marks: their name, and the kinds of marks that stand in them.
 export const markRows = [
@@ -173,7 +175,7 @@ export function drawMark(context, palette, kind, x, y) {
 // Draws a row of marks; where several have one place, the gravest is drawn and they are counted.
 export function drawMarks(context, palette, {marks, run, row, scale, top}) {
   const spacing = 11;
-  const first = Math.max(0, lastUpTo(marks, scale.from, (mark) => run.timeOf(mark.index)));
+  const first = lastUpTo(marks, scale.from - 0.0005, (mark) => run.timeOf(mark.index)) + 1;
   let crowd = null;
   const middle = top + markStep / 2;
   const flush = () => {

@@ -33,8 +33,11 @@ function bandSign() {
 
 export function drawLegend(place) {
   const item = (sign, words) => element('span', {class: 'legend-item'}, sign, words);
-  place.replaceChildren(
+  const isOpen = place.querySelector('details')?.open ?? false;
+  const items = element(
+      'div', {class: 'legend-items'},
       ...lines.map(([words, colour, dash, width]) => item(lineSign(colour, dash, width), words)),
       item(bandSign(), 'band: no decision'),
       ...signs.map(([kind, words]) => item(signOf(kind), words)));
+  place.replaceChildren(element('details', {open: isOpen}, element('summary', {}, 'Signs and lines'), items));
 }

@@ -14,12 +14,14 @@ export class MomentBar {
     this.shown = element('span', {class: 'moment-rest', id: 'shown-range'});
     this.follow = button('Follow the end', () => acts.follow(), {id: 'follow', hidden: true});
     this.goTo = element('input', {
-      type: 'text', id: 'go-to', placeholder: 'go to 00:27:30', 'aria-label': 'Go to a time',
+      type: 'text', id: 'go-to', placeholder: 'go to time', 'aria-label': 'Go to a time',
       autocomplete: 'off', spellcheck: 'false', keydown: (event) => this.typed(event),
     });
     const group = (label, ...buttons) => element('div', {class: 'group', role: 'group', 'aria-label': label}, ...buttons);
     place.append(
-        element('div', {class: 'moment'}, this.clock, this.seconds, this.wall, this.shown),
+        element('div', {class: 'moment'},
+                element('div', {class: 'moment-line'}, this.clock, this.shown),
+                element('div', {class: 'moment-line'}, this.seconds, this.wall)),
         this.goTo,
         group('Line', this.make('‹', 'Previous line (←)', 'previous'), this.make('›', 'Next line (→)', 'next')),
         group('Event', this.make('« event', 'Previous event ([)', 'previousMark'),

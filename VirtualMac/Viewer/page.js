@@ -84,6 +84,7 @@ export class Page {
     store.on(['cursor', 'data', 'run', 'search', 'filter', 'kinds', 'categories', 'level'],
              () => setText(byId('matches'), this.search.text()));
     new ResizeObserver(() => this.redraw()).observe(byId('plot'));
+    document.addEventListener('keydown', () => this.hover(null));
     addEventListener('hashchange', () => this.store.set({follow: false, ...valuesFrom(location.hash)}));
   }
 
@@ -92,7 +93,7 @@ export class Page {
     for (const chart of this.charts) chart.destroy();
     const runs = [this.store.get('run'), this.store.get('other')].filter((run) => run);
     const isPair = runs.length === 2;
-    document.body.classList.toggle('comparing', isPair);
+    document.documentElement.classList.toggle('comparing', isPair);
     this.list.rows.node.hidden = isPair;
     this.tabs.offer('compare', isPair);
     this.charts = runs.map((run, place) => {

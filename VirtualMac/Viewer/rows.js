@@ -26,7 +26,12 @@ export class Rows {
     this.empty = element('p', {class: 'list-empty', hidden: true});
     this.node = element('div', {class: 'list-frame'}, this.box, this.empty);
     place.append(this.node);
-    new ResizeObserver(() => this.layOut(this.length)).observe(this.box);
+    new ResizeObserver(() => this.resized()).observe(this.box);
+  }
+
+  resized() {
+    this.layOut(this.length);
+    if (this.place !== undefined) this.select(this.selected, this.place);
   }
 
   // There are so many rows now; `nothing` says why there are none.
@@ -84,6 +89,7 @@ export class Rows {
   // Makes a row the selected one, -1: none, and brings `place` into sight.
   select(selected, place = selected) {
     this.selected = selected;
+    this.place = place;
     if (this.rowHeight && this.box.clientHeight > 0) this.reveal(Math.max(0, place));
     this.draw();
   }

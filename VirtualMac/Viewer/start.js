@@ -33,8 +33,9 @@ function give(run, field, value, assumed = false) {
 function giveKeys(run, keys) {
   for (const [name, bytes] of Object.entries(keys)) give(run, `key.${name}`, hexText(bytes));
   const anySet = (names) => names.some((name) => isSet(run.latest(`key.${name}`) ?? ''));
-  if (anySet(gateKeys)) give(run, 'gate', 'paused');
-  if (anySet(inflowKeys)) give(run, 'inflow', 'inhibited');
+  const isHeld = run.latest('nativeLimit') > 0 && run.latest('nativeLimit') < 100;
+  give(run, 'gate', isHeld || anySet(gateKeys) ? 'paused' : 'allowed');
+  give(run, 'inflow', anySet(inflowKeys) ? 'inhibited' : 'flows');
 }
 
 function giveRecord(run, text) {
@@ -62,7 +63,7 @@ function giveTold(run, start) {
   give(run, 'sleepDisabled', start.sleepDisabled === true);
   give(run, 'idleSleep', start.idleSleepMinutes);
   give(run, 'nativeLimit', start.nativeLimit);
-  if (start.nativeLimit > 0 && start.nativeLimit < 100) give(run, 'gate', 'paused');
+  give(run, 'sleep', 'awake');
   giveKeys(run, start.smcKeys ?? {});
   const faults = (start.faults ?? []).map((text) => ({text, cause: atStart}));
   give(run, 'faults', Object.freeze(faults));

@@ -14,7 +14,7 @@ const plain = (value) => String(value);
 function row(state, field, label, textOf = plain, note = '') {
   const change = state.change(field);
   if (change === undefined || change.value === undefined || change.value === null) return null;
-  const assumed = change.assumed ? 'not told; this is usual' : '';
+  const assumed = change.assumed ? 'assumed' : '';
   return {field, label, value: String(change.value), text: textOf(change.value),
           note: [note, assumed].filter((words) => words !== '').join('; '), cause: change.cause};
 }
@@ -48,11 +48,15 @@ function machineRows(state) {
     row(state, 'power', 'power'),
     row(state, 'sleep', 'sleep'),
     row(state, 'heldOff', 'sleep held off'),
-    row(state, 'temperature', 'temperature', degrees),
+    row(state, 'temperature', 'temperature', degrees, temperatureNote(state)),
     row(state, 'ambient', 'ambient', degrees),
     row(state, 'nativeLimit', 'native limit', (value) => value === 0 ? 'none' : percent(value)),
     row(state, 'speed', 'speed', (value) => `${value}×`),
   ];
+}
+
+function temperatureNote(state) {
+  return state.get('heldTemperature') === undefined ? 'when it was last told; it moves by itself' : 'held there';
 }
 
 function limitRows(state) {

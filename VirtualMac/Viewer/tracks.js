@@ -146,14 +146,15 @@ export class Tracks {
     this.clients.update();
   }
 
-  // [{name, segments}], where a client's segment ends at `to`.
+  // The lanes that have anything to show: [{name, segments}], where a client's segment ends at `to`.
   get all() {
+    const shown = this.tracks.filter((track) => track.segments.some((segment) => segment.text !== ''));
     const clientRows = this.clients.rows.map((row) => ({
       name: row.name,
       segments: row.stretches.map((stretch) => ({
         time: stretch.from, to: stretch.to, text: clientName(stretch), tone: 'client',
       })),
     }));
-    return [...this.tracks, ...clientRows];
+    return [...shown, ...clientRows];
   }
 }

@@ -5,6 +5,7 @@ import {lastUpTo} from 'viewer/history';
 
 // The helper looks at the battery every so many seconds, so its reason is no older.
 const tickSeconds = 5;
+const ofHelper = ['smc', 'disk', 'log', 'reply', 'power'];
 const mostLinesBack = 400;
 
 // Lines that are reasons: decisions and requests that the core logs, deeds and levels of the
@@ -39,6 +40,8 @@ function requestBefore(run, cause) {
 export function whyOf(run, index) {
   if (index < 0) return {cause: null, before: null, request: null};
   const cause = run.entries[index];
+  // A person, the hardware or a client did this; nothing in the journal led to it.
+  if (!ofHelper.includes(cause.kind)) return {cause, before: null, request: null};
   const before = reasonBefore(run, index);
   const request = requestBefore(run, index);
   const isNew = request !== null && request !== cause && request !== before;
