@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Checks that every C++ file is as clang-format 19 writes it (.clang-format).
+"""Checks that every C++ and JavaScript file is as clang-format 19 writes it (.clang-format).
 
 usage: format.py [--fix] REPOSITORY [FILE...]
        format.py --self-test
@@ -9,6 +9,7 @@ import subprocess
 import sys
 
 import tree
+import web
 
 FORMATTER = "clang-format-19"
 BATCH = 20
@@ -28,14 +29,21 @@ def formatted(root, names, fix):
     return found
 
 
+def all_names(root):
+    return [n for n in tree.files(root) if not n.endswith(".def")] + tree.files(root, web.SCRIPTS)
+
+
 def check(root):
-    return formatted(root, [n for n in tree.files(root) if not n.endswith(".def")], False)
+    return formatted(root, all_names(root), False)
 
 
 def self_test():
     style = {".clang-format": "BasedOnStyle: Google\n"}
     tree.expect(check, style | {"KorvelHelper/A.cpp": "int a = 1;\n"})
     tree.expect(check, style | {"KorvelHelper/A.cpp": "int  a=1;\n"}, "A.cpp:1:4: warning: not formatted")
+    tree.expect(check, style | {"VirtualMac/Viewer/a.js": "const a = 1;\n",
+                                "VirtualMac/Viewer/lib/b.js": "const  b=1\n"})
+    tree.expect(check, style | {"VirtualMac/Viewer/a.js": "const  a = 1;\n"}, "a.js:1:6: warning: not")
 
 
 def main(arguments):
@@ -49,8 +57,8 @@ def main(arguments):
         sys.exit(__doc__.strip())
     root = pathlib.Path(rest[0]).resolve()
     names = [str(pathlib.Path(f).resolve().relative_to(root)) for f in rest[1:]]
-    names = names or [n for n in tree.files(root) if not n.endswith(".def")]
-    tree.report(formatted(root, names, fix), len(names), "C++ files", "every file is formatted")
+    names = names or all_names(root)
+    tree.report(formatted(root, names, fix), len(names), "files", "every file is formatted")
 
 
 if __name__ == "__main__":

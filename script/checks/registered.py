@@ -1,11 +1,12 @@
 #!/usr/bin/env python3
 """Checks that every test written in the sources is one that the runner knows, and that every test
-program was built. The tests of the Mac's adapters are built on a Mac only, and asked for only there.
+program was built; and that the runner knows every class of browser tests. The tests of the Mac's adapters are built on a Mac only, and asked for only there.
 Those of the tin Mac's rooms have a build of their own, which script/tin-mac runs whole.
 
 usage: registered.py REPOSITORY BUILD
        registered.py --self-test
 """
+import ast
 import json
 import pathlib
 import re
@@ -20,6 +21,7 @@ WRITTEN = re.compile(r"^(TEST|TEST_F|TEST_P|TYPED_TEST|TYPED_TEST_P|RC_GTEST_PRO
 
 
 MAC_FOLDER = "Tests/macos/"
+BROWSER_FOLDER = "Tests/viewer/"
 TIN_FOLDER = "Tests/tin/"
 TIN_CLIENTS = "Tests/tin/client/"  # Native tests of both ends of a connection; not built on a Mac.
 
@@ -37,6 +39,16 @@ def written(root, on_mac=sys.platform == "darwin"):
             code = tree.blanked(tree.read(root, name))
             for match in WRITTEN.finditer(code):
                 yield (name, tree.line_of(code, match.start())) + match.groups()
+
+
+def browser_classes(root):
+    """(file, line, name) of every class of browser tests; each is one test of the runner's."""
+    for path in sorted((root / BROWSER_FOLDER).glob("*_test.py")):
+        for node in ast.parse(path.read_text(encoding="utf-8")).body:
+            if isinstance(node, ast.ClassDef) and any(
+                    isinstance(each, ast.FunctionDef) and each.name.startswith("test_")
+                    for each in node.body):
+                yield path.relative_to(root).as_posix(), node.lineno, node.name
 
 
 def known_to(build, *words):
@@ -65,6 +77,10 @@ def check(root, known, on_mac=sys.platform == "darwin"):
             why = ("no instance of it exists" if kind.endswith("_P") else "the test runner does not "
                    "know it; add its file to a test program")
             found.append(f"{file}:{line}: {suite}.{name}: {why}")
+    for file, line, name in browser_classes(root):
+        if f"Browser.{name}" not in known:
+            found.append(f"{file}:{line}: Browser.{name}: the test runner does not know it; add it to "
+                         f"{BROWSER_FOLDER}CMakeLists.txt")
     return found
 
 
@@ -82,6 +98,10 @@ def self_test():
     clients = tin | {TIN_CLIENTS + "C.cpp": "TEST(Both, Ends) {}\n"}
     tree.expect(lambda root: check(root, known, False), clients, "C.cpp:1: Both.Ends: the test runner")
     tree.expect(lambda root: check(root, known, True), clients)
+    browser = {BROWSER_FOLDER + "live_test.py": "class Base:\n    pass\nclass Live(Base):\n"
+                                                "    def test_it(self):\n        pass\n"}
+    tree.expect(lambda root: check(root, ["Browser.Live"]), browser)
+    tree.expect(lambda root: check(root, known), browser, "live_test.py:3: Browser.Live: the test runner")
     tree.expect(lambda root: check(root, known[:2] + known[3:]), source, "Par.D: no instance of it")
     tree.expect(lambda root: check(root, known + ["unit_tests_NOT_BUILT"]), source,
                 "unit_tests: the test program is not built")
@@ -95,7 +115,8 @@ def main(arguments):
     if len(arguments) != 2:
         sys.exit(__doc__.strip())
     root, build = (pathlib.Path(a).resolve() for a in arguments)
-    tree.report(check(root, known_to(build)), len(list(written(root))), "tests in the sources",
+    tree.report(check(root, known_to(build)), len(list(written(root)) + list(browser_classes(root))),
+                "tests in the sources",
                 "the runner knows them all")
 
 

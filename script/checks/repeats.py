@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Checks that no passage of code stands twice: the same lines, one after another, in two places.
 
-Blank lines, comments, include directives and white space do not count, nor do declarations of
+Blank lines, comments, include directives, imports and white space do not count, nor do declarations of
 overrides, which every class over an interface has to repeat. Tests are left out: a test may tell
 its story again.
 
@@ -11,15 +11,21 @@ usage: repeats.py REPOSITORY
 import re
 
 import tree
+import web
 
 FOLDERS = ("KorvelHelper/", "VirtualMac/")
 LINES = 12  # A passage may be this long and stand twice.
+ENDINGS = tree.SOURCES + tree.HEADERS + web.SCRIPTS + web.STYLES
+IMPORT = re.compile(r"^import\b[^;]*;", re.M)
 OVERRIDE = re.compile(r"(?<=[;{}:])[^;{}]*\boverride\s*;")
 
 
-def code_lines(text):
+def code_lines(name, text):
     """(line number, line) of every line that counts. Literals count with what they say."""
-    code = OVERRIDE.sub(lambda match: "\n" * match.group(0).count("\n"), tree.blanked(text))
+    if name.endswith(web.SCRIPTS):
+        code = IMPORT.sub(lambda match: "\n" * match.group(0).count("\n"), web.blanked(text))
+    else:
+        code = OVERRIDE.sub(lambda match: "\n" * match.group(0).count("\n"), tree.blanked(text))
     for number, (line, bare) in enumerate(zip(text.splitlines(), code.splitlines()), 1):
         if bare.strip() and not bare.lstrip().startswith("#include"):
             yield number, "".join(line.split())
@@ -27,8 +33,8 @@ def code_lines(text):
 
 def check(root):
     seen, found = {}, []
-    for name in (name for name in tree.files(root) if name.startswith(FOLDERS)):
-        lines = list(code_lines(tree.read(root, name)))
+    for name in (name for name in tree.files(root, ENDINGS) if name.startswith(FOLDERS)):
+        lines = list(code_lines(name, tree.read(root, name)))
         skipped = 0  # The windows that belong to the passage reported last.
         for start in range(len(lines) - LINES):
             window = tuple(line for _, line in lines[start:start + LINES + 1])
@@ -61,9 +67,13 @@ def self_test():
     declared = "class A {\n" + "".join(f"  int f{n}(int a,\n  int b) override;\n"
                                        for n in range(LINES)) + "};\n"
     tree.expect(check, {"VirtualMac/A.h": declared, "VirtualMac/B.h": declared})
+    imported = "import {\n" + "".join(f"  name{n},\n" for n in range(LINES)) + "} from 'viewer/a';\n"
+    tree.expect(check, {"VirtualMac/Viewer/a.js": imported, "VirtualMac/Viewer/b.js": imported})
+    tree.expect(check, {"VirtualMac/Viewer/a.js": longer, "VirtualMac/Viewer/b.js": "f();\n" + longer},
+                "b.js:2: more than 12 lines that also begin at VirtualMac/Viewer/a.js:1")
 
 
 if __name__ == "__main__":
-    tree.run(__doc__, self_test, check, "C++ files",
+    tree.run(__doc__, self_test, check, "files",
              f"no passage of more than {LINES} lines stands twice",
-             lambda root: sum(name.startswith(FOLDERS) for name in tree.files(root)))
+             lambda root: sum(name.startswith(FOLDERS) for name in tree.files(root, ENDINGS)))

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Checks lengths: of functions, sources, headers, tables, Python and shell files.
+"""Checks lengths: of functions, sources, headers, tables, JavaScript, styles, Python and shell files.
 
 usage: sizes.py REPOSITORY
        sizes.py --self-test
@@ -8,6 +8,7 @@ import ast
 import re
 
 import tree
+import web
 
 FUNCTION_LINES = 70
 SEAM_HEADER_LINES, HEADER_LINES, SOURCE_LINES, SHELL_LINES = 80, 150, 400, 150
@@ -45,6 +46,12 @@ def function_bodies(code):
             head_start = offset + 1
 
 
+def script_functions(text):
+    """(first line, last line) of every outermost function of a JavaScript file."""
+    return function_bodies(re.sub(r"\bexport (?:default )?", lambda match: " " * len(match.group(0)),
+                                  web.blanked(text)))
+
+
 def python_functions(text):
     """(first line, last line) of every function of a Python file."""
     return [(node.lineno, node.end_lineno) for node in ast.walk(ast.parse(text))
@@ -73,6 +80,10 @@ def check(root):
     for name in tree.files(root):
         text = tree.read(root, name)
         found += findings(name, text, lines_of_source(name), function_bodies(tree.blanked(text)))
+    for name in tree.files(root, web.SCRIPTS + web.STYLES):
+        text = tree.read(root, name)
+        functions = script_functions(text) if name.endswith(web.SCRIPTS) else []
+        found += findings(name, text, SOURCE_LINES, functions)
     for name, language in tree.scripts(root):
         text = tree.read(root, name)
         if language == "python":
@@ -98,6 +109,12 @@ def self_test():
                         "script/c": "text\n" * 999, "script/d.sh": "\n" * 150},
                 "a.py: 401 lines, 400 at most", "b: 151 lines, 150 at most")
     tree.expect(check, {"Tests/t.py": "\ndef f():\n" + "    pass\n" * 70}, "t.py:2: a function of 71")
+    statements = "    f({a: `${b}}`}, /[{]/);\n"
+    methods = "export class A {\n" + ("  m(a = {}) {\n" + statements * 34 + "  }\n") * 2 + "}\n"
+    tree.expect(check, {"VirtualMac/Viewer/a.js": methods, "VirtualMac/Viewer/lib/b.js": "\n" * 999})
+    tree.expect(check, {"VirtualMac/Viewer/a.js": "const a = {};\nexport function f({b}) {\n"
+                        + statements * 69 + "}\n" + "\n" * 330, "VirtualMac/Viewer/a.css": "\n" * 401},
+                "a.css: 401 lines", "a.js: 402 lines, 400 at most", "a.js:2: a function of 71 lines")
     tree.expect(check, {"KorvelHelper/Platform/P.h": "\n" * 81}, "81 lines, 80 at most")
     assert list(function_bodies(tree.blanked("struct A { int x = 1; };\nint f() { return '{'; }\n"
                                              "int g() {\n}\n"))) == [(2, 2), (3, 4)]
@@ -105,4 +122,5 @@ def self_test():
 
 if __name__ == "__main__":
     tree.run(__doc__, self_test, check, "files", "every file and function is short enough",
-             lambda root: len(tree.files(root)) + len(tree.scripts(root)))
+             lambda root: len(tree.files(root, tree.SOURCES + tree.HEADERS + web.SCRIPTS + web.STYLES))
+             + len(tree.scripts(root)))

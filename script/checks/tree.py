@@ -10,6 +10,7 @@ SCRIPT_FOLDERS = (".ci", "cmake", "script")
 TOP_FOLDERS = ("KorvelHelper", "VirtualMac", "Tests", "Benchmarks", "Packaging")
 SOURCES = (".cpp", ".mm", ".cc", ".m")
 HEADERS = (".h", ".hpp", ".def")
+THIRD_PARTY = ("VirtualMac/Viewer/lib/", "Tests/viewer/lib/")
 # A quote after a digit is a digit separator and begins no character.
 LITERAL_OR_COMMENT = re.compile(
     r'R"(?P<mark>[^()\\ ]{0,16})\(.*?\)(?P=mark)"'
@@ -21,13 +22,14 @@ LITERAL_OR_COMMENT = re.compile(
 
 
 def files(root, suffixes=SOURCES + HEADERS):
-    """Paths of the tree's C++ files relative to `root`, sorted."""
+    """Paths of the tree's own files with one of these endings, C++ by default, relative to `root`,
+    sorted."""
     found = []
     for folder in TOP_FOLDERS:
         for path in (root / folder).rglob("*"):
             if path.suffix in suffixes and path.is_file():
                 found.append(path.relative_to(root).as_posix())
-    return sorted(found)
+    return sorted(name for name in found if not name.startswith(THIRD_PARTY))
 
 
 def scripts(root):

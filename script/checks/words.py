@@ -9,7 +9,9 @@ usage: words.py REPOSITORY
 import re
 
 import tree
+import web
 
+ENDINGS = tree.SOURCES + tree.HEADERS + web.SCRIPTS + web.STYLES
 CONDITIONAL = re.compile(r"^\s*#\s*(?:if|ifdef|ifndef|elif|else)\b", re.M)
 CONDITIONAL_ALLOWED = {"KorvelHelper/Base/Annotations.h", "KorvelHelper/Logger.h"}
 UNFINISHED = re.compile(r"\b(?:TODO|FIXME|XXX|HACK)\b")
@@ -31,6 +33,17 @@ def empty_questions(text):
         inside = bool(comment)
 
 
+def commented(name, text):
+    """A style's comments as those of C++, for the rules about comments."""
+    if not name.endswith(web.STYLES):
+        return text
+    return re.sub(r"/\*(.*?)(?:\*/|$)", r"//\1", text, flags=re.M)
+
+
+def code_of(name, text):
+    return web.blanked(text) if name.endswith(web.SCRIPTS) else tree.blanked(text)
+
+
 def check(root):
     found = []
 
@@ -39,9 +52,9 @@ def check(root):
             start = match.end() - len(match.group(0).lstrip())
             found.append(f"{name}:{tree.line_of(text, start)}: {match.group(0).strip()}: {why}")
 
-    for name in tree.files(root):
-        text = tree.read(root, name)
-        code = tree.blanked(text)
+    for name in tree.files(root, ENDINGS):
+        text = commented(name, tree.read(root, name))
+        code = code_of(name, text)
         core = name.startswith("KorvelHelper/") and not name.startswith("KorvelHelper/macOS/")
         if core and name not in CONDITIONAL_ALLOWED:
             each(CONDITIONAL, code, "no conditional compilation in the helper; platforms differ below "
@@ -81,8 +94,18 @@ def self_test():
         tree.expect(check, {name: text}, word)
     tree.expect(check, {"KorvelHelper/A.h": "int a();\n"}, "without #pragma once")
     tree.expect(check, {"KorvelHelper/A.h": "#pragma once\nusing namespace std;\n"}, "a namespace")
+    script, style = "VirtualMac/Viewer/a.js", "VirtualMac/Viewer/a.css"
+    tree.expect(check, {script: "// Why is it so?\nf(/a_ TODO_/, `b_`);\n".replace("TODO", "x"),
+                        style: "/* A colour that both sides share. */\n",
+                        "VirtualMac/Viewer/lib/b.js": "a_\t// TODO"})
+    for text, word in [("// TODO: more\n", "finish it"), ("// const a = 1;\n", "commented-out code"),
+                       ("let a_ = `${b}`;\n", "trailing underscore"), ("a\t\n", "a tab"),
+                       ("// What it shows.\n", "a.js:1: What it shows.: give the comment a subject"),
+                       ("f(`${b_}`);\n", "trailing underscore"), ("f();", "no end")]:
+        tree.expect(check, {script: text}, word)
+    tree.expect(check, {style: "/* What the list shows. */\na {}\n"}, "a subject and a verb")
 
 
 if __name__ == "__main__":
-    tree.run(__doc__, self_test, check, "C++ files", "no unwanted words",
-             lambda root: len(tree.files(root)))
+    tree.run(__doc__, self_test, check, "files", "no unwanted words",
+             lambda root: len(tree.files(root, ENDINGS)))
