@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """Checks that every test written in the sources is one that the runner knows, and that every test
-program was built; and that the runner knows every class of browser tests. The tests of the Mac's adapters are built on a Mac only, and asked for only there.
-Those of the tin Mac's rooms have a build of their own, which script/tin-mac runs whole.
+program was built; and that the runner knows every class of browser tests. The tests of the Mac's
+adapters are built on a Mac only, and asked for only there. Those of the tin Mac's rooms have a build
+of their own, which script/tin-mac runs whole.
 
 usage: registered.py REPOSITORY BUILD
        registered.py --self-test
