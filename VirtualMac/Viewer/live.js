@@ -41,9 +41,9 @@ export function headFrom(line) {
 
 // Events: "connection" when its state changes, "status" when the machine was asked for it.
 class Live extends EventTarget {
-  constructor({token, onRun, onLines, onConnection}) {
+  constructor({token, onRun, onLines, onConnection, silence = silenceLimit}) {
     super();
-    Object.assign(this, {token, onRun, onLines, onConnection});
+    Object.assign(this, {token, onRun, onLines, onConnection, silence});
     this.connection = {state: '', text: ''};
     this.stopped = false;
     this.stream = null;
@@ -164,7 +164,7 @@ class Live extends EventTarget {
     let timer = 0;
     const heard = () => {
       clearTimeout(timer);
-      timer = setTimeout(() => controller.abort(), silenceLimit);
+      timer = setTimeout(() => controller.abort(), this.silence);
     };
     heard();
     return {heard, end: () => clearTimeout(timer)};

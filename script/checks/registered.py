@@ -79,7 +79,7 @@ def check(root, known, on_mac=sys.platform == "darwin"):
                    "know it; add its file to a test program")
             found.append(f"{file}:{line}: {suite}.{name}: {why}")
     for file, line, name in browser_classes(root):
-        if f"Browser.{name}" not in known:
+        if f"Browser.{name}" not in known and not on_mac:
             found.append(f"{file}:{line}: Browser.{name}: the test runner does not know it; add it to "
                          f"{BROWSER_FOLDER}CMakeLists.txt")
     return found
@@ -102,7 +102,8 @@ def self_test():
     browser = {BROWSER_FOLDER + "live_test.py": "class Base:\n    pass\nclass Live(Base):\n"
                                                 "    def test_it(self):\n        pass\n"}
     tree.expect(lambda root: check(root, ["Browser.Live"]), browser)
-    tree.expect(lambda root: check(root, known), browser, "live_test.py:3: Browser.Live: the test runner")
+    tree.expect(lambda root: check(root, known, True), browser)
+    tree.expect(lambda root: check(root, known, False), browser, "live_test.py:3: Browser.Live: the test runner")
     tree.expect(lambda root: check(root, known[:2] + known[3:]), source, "Par.D: no instance of it")
     tree.expect(lambda root: check(root, known + ["unit_tests_NOT_BUILT"]), source,
                 "unit_tests: the test program is not built")

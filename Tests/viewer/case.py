@@ -1,0 +1,50 @@
+"""The base of browser tests: one browser a class, a new tab a test."""
+import types
+import unittest
+
+from browser import Browser
+from machine import LiveMac
+
+SETTINGS = types.SimpleNamespace(programs=None, pictures=None)
+
+
+class BrowserTest(unittest.TestCase):
+    """A page must not complain: whatever it logs as an error fails the test, unless the test says
+    which words it expects."""
+
+    @classmethod
+    def setUpClass(cls):
+        cls.browser = Browser()
+        cls.addClassCleanup(cls.browser.end)
+
+    def setUp(self):
+        self.expected_complaints = []
+        self.browser.fresh_tab()
+        self.browser.look()
+
+    def tearDown(self):
+        complaints = [entry["message"] for entry in self.browser.logged("browser")
+                      if entry["level"] == "SEVERE"]
+        self.assertEqual([text for text in complaints
+                          if not any(word in text for word in self.expected_complaints)], [])
+
+    def picture(self, name):
+        self.browser.picture(SETTINGS.pictures / f"{name}.png")
+
+    def assert_accessible(self):
+        self.assertEqual(self.browser.violations(), [])
+
+
+class LiveTest(BrowserTest):
+    """With a machine of its own, that every test of the class shares."""
+    words = ("--speed", "60")
+
+    @classmethod
+    def setUpClass(cls):
+        super().setUpClass()
+        cls.mac = LiveMac(SETTINGS.programs)
+        cls.addClassCleanup(cls.mac.end)
+        cls.mac.up(*cls.words)
+
+    def open_live(self):
+        self.browser.open(self.mac.link)
