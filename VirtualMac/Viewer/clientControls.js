@@ -1,6 +1,7 @@
 // Applications: clients that connect as one identity or another, and send the helper its commands.
 
-import {button, choices, element, labelled, numberForm, Outcome, section, selectOf} from 'viewer/fields';
+import {button, element} from 'viewer/dom';
+import {choices, labelled, numberForm, Outcome, section, selectOf} from 'viewer/fields';
 
 const listedEvery = 1000;  // Milliseconds.
 const answersKept = 20;
@@ -21,8 +22,9 @@ function indented(data) {
 }
 
 class ClientControls {
-  constructor(live, vocabulary) {
+  constructor(live, vocabulary, signal) {
     this.live = live;
+    this.signal = signal;
     this.vocabulary = vocabulary;
     this.connectOutcome = new Outcome();
     this.shown = '';
@@ -47,7 +49,7 @@ class ClientControls {
   }
 
   async keepListed() {
-    while (!this.live.stopped) {
+    while (!this.live.stopped && !this.signal.aborted) {
       if (this.live.connection.state === 'live' && document.visibilityState === 'visible') {
         await this.refresh();
       }
@@ -110,8 +112,7 @@ class ClientControls {
       this.note(`${client || 'nobody'}: ${request}: ${answerText(answer)}`, answer.data);
     };
     const parts = {
-      percent:
-          () => [numberForm({label: word, least: 0, most: 255, word: 'Send', act: send, outcome})],
+      percent: () => [numberForm({label: word, word: 'Send', act: send, outcome})],
       boolean:
           () => [element('span', {class: 'row-name'}, word), choices(word, ['on', 'off'], send)],
       none: () => [button(word, () => send())],
@@ -128,6 +129,6 @@ class ClientControls {
   }
 }
 
-export function clientControls(live, vocabulary) {
-  return new ClientControls(live, vocabulary).sections();
+export function clientControls(live, vocabulary, signal) {
+  return new ClientControls(live, vocabulary, signal).sections();
 }

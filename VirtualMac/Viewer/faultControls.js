@@ -1,6 +1,7 @@
 // Faults: those that are on, and the catalogue of all, searched by name and by what goes wrong.
 
-import {button, element, freshId, labelled, Outcome, section} from 'viewer/fields';
+import {button, element} from 'viewer/dom';
+import {freshId, labelled, Outcome, section} from 'viewer/fields';
 
 // The arguments of a fault as its use tells them: "KEY CODE", "[CODE]" for one that may be left
 // out, "TEXT..." for any number of words.
@@ -79,7 +80,7 @@ class FaultChooser {
   }
 }
 
-function activeFaults(live) {
+function activeFaults(live, signal) {
   const outcome = new Outcome();
   const list = element('ul', {class: 'active-faults'});
   const none = element('p', {class: 'note', id: freshId('none')}, 'No fault is on.');
@@ -99,11 +100,11 @@ function activeFaults(live) {
         (line) => element(
             'li', {}, element('code', {}, line), ' ',
             button('Switch off', () => off(line), {'aria-label': `Switch off ${line}`}))));
-  });
+  }, {signal});
   return section('Faults that are on', none, list, outcome.node);
 }
 
-export function faultControls(live, vocabulary) {
+export function faultControls(live, vocabulary, signal) {
   const chooser = new FaultChooser(live, vocabulary.faults);
-  return [activeFaults(live), section('Switch a fault', ...chooser.nodes())];
+  return [activeFaults(live, signal), section('Switch a fault', ...chooser.nodes())];
 }

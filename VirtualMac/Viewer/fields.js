@@ -1,22 +1,8 @@
 // Labelled buttons and fields, each with a place beside it for what came of it.
 
-let made = 0;
+import {button, element} from 'viewer/dom';
 
-// An element with its attributes and children; an attribute that is a function listens.
-export function element(tag, attributes = {}, ...children) {
-  const node = document.createElement(tag);
-  for (const [name, value] of Object.entries(attributes)) {
-    if (typeof value === 'function') {
-      node.addEventListener(name, value);
-    } else if (value === true) {
-      node.setAttribute(name, '');
-    } else if (value !== false && value !== undefined) {
-      node.setAttribute(name, value);
-    }
-  }
-  node.append(...children);
-  return node;
-}
+let made = 0;
 
 export function freshId(word) {
   return `${word}-${++made}`;
@@ -54,10 +40,6 @@ export class Outcome {
       this.field.removeAttribute('aria-invalid');
     }
   }
-}
-
-export function button(text, act, attributes = {}) {
-  return element('button', {type: 'button', click: act, ...attributes}, text);
 }
 
 // A group of buttons, one a word, under one name. `act(word)` runs on a click.

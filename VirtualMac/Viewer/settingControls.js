@@ -1,6 +1,7 @@
 // Controls of a person's own deeds: settings, signals to the helper, and the speed.
 
-import {button, choices, element, numberForm, Outcome, section} from 'viewer/fields';
+import {button, element} from 'viewer/dom';
+import {choices, numberForm, Outcome, section} from 'viewer/fields';
 
 const speeds = [1, 60, 600];
 // Some deeds do more than their name says.
@@ -41,7 +42,7 @@ function signalsSection(live, signals) {
   return section('Signal to the helper', choices('Signal', signals, act), outcome.node);
 }
 
-function speedSection(live) {
+function speedSection(live, signal) {
   const outcome = new Outcome();
   const act = async (speed) => outcome.show(
       await live.command(['speed', speed]), `a real second is ${speed} of the machine's`);
@@ -50,13 +51,13 @@ function speedSection(live) {
     for (const each of presets.children) {
       each.setAttribute('aria-pressed', String(Number(each.dataset.word) === detail.speed));
     }
-  });
+  }, {signal});
   return section('Speed', presets, numberForm({label: 'speed', act, outcome}), outcome.node);
 }
 
-export function settingControls(live, vocabulary) {
+export function settingControls(live, vocabulary, signal) {
   return [
-    speedSection(live),
+    speedSection(live, signal),
     section('Settings', ...vocabulary.settings.map((setting) => settingRow(live, setting))),
     deedsSection(live, vocabulary.deeds),
     signalsSection(live, vocabulary.signals),
