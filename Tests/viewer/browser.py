@@ -174,4 +174,5 @@ ROLES = {
     "link": "a[href]",
     "option": "option, [role=option]",
     "region": "section, [role=region]",
+    "tab": "[role=tab]",
 }

@@ -1,10 +1,12 @@
 """The base of browser tests: one browser a class, a new tab a test."""
+import pathlib
 import types
 import unittest
 
 from browser import Browser
 from machine import LiveMac
 
+ROOT = pathlib.Path(__file__).resolve().parents[2]
 SETTINGS = types.SimpleNamespace(programs=None, pictures=None)
 
 
@@ -48,3 +50,9 @@ class LiveTest(BrowserTest):
 
     def open_live(self):
         self.browser.open(self.mac.link)
+        self.browser.until_text("#connection", "connected to the machine")
+
+    def open_controls(self):
+        self.open_live()
+        self.browser.until(lambda: self.browser.named("tab", "Controls"), "the controls' tab").click()
+        self.browser.until(lambda: self.browser.all("[data-setting]"), "the controls")

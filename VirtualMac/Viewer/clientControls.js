@@ -31,8 +31,7 @@ class ClientControls {
     this.list = element('ul', {class: 'clients'});
     this.none = element('p', {class: 'note'}, 'No application is connected from this page.');
     this.sender = selectOf([], {});
-    this.answers =
-        element('ol', {class: 'answers', 'aria-live': 'polite', 'aria-label': 'Answers'});
+    this.answers = element('ol', {class: 'answers', 'aria-label': 'Answers'});
   }
 
   sections() {
