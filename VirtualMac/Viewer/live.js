@@ -2,6 +2,8 @@
 // the journal; it is taken up again where it ended when the connection is lost, and from the start
 // when the machine has begun another run meanwhile. Commands and questions are single requests.
 
+import {headFrom} from 'viewer/journal';
+
 const silenceLimit = 15_000;  // Milliseconds. The machine gives a sign of life every 5 seconds.
 const firstPause = 250;
 const longestPause = 4000;
@@ -26,16 +28,6 @@ export class LineCutter {
     const all = this.decoder.decode(bytes.subarray(0, end)).split('\n').slice(0, -1);
     const lines = all.filter((line) => line !== '');
     return {lines, bytes: end - (all.length - lines.length)};
-  }
-}
-
-// The object in a journal's first line, or null: the line is no head.
-export function headFrom(line) {
-  if (!line.startsWith('# ')) return null;
-  try {
-    return JSON.parse(line.slice(2));
-  } catch {
-    return null;
   }
 }
 

@@ -17,13 +17,14 @@ BEGIN = "app"
 NETWORK_MODULE = "live"
 STATEMENT = re.compile(r"^(?:import|export)\b(?:[^;'\"]*?\bfrom)?\s*(?P<quote>['\"])(?P<name>[^'\"\n]*)"
                        r"(?P=quote)", re.M)
+LATER = re.compile(r"(?<![\w.])import\s*\(\s*(?P<quote>['\"])(?P<name>[^'\"\n]*)(?P=quote)\s*\)")
 RULES = (
-    (re.compile(r"\b(?:innerHTML|outerHTML|insertAdjacentHTML|srcdoc|createContextualFragment|DOMParser"
+    (re.compile(r"\b(?:innerHTML|outerHTML|insertAdjacentHTML|srcdoc|createContextualFragment"
                 r"|setHTMLUnsafe)\b|\bdocument\s*\.\s*write(?:ln)?\b"),
      "makes a page of text; make elements"),
     (re.compile(r"(?<![\w.])eval\s*\(|\bnew\s+Function\b|(?<![\w.])Function\s*\("),
      "makes code of text"),
-    (re.compile(r"(?<![\w.])import\s*\("), "imports while it runs; import at the top"),
+    (re.compile(r"(?<![\w.])import\s*\(\s*(?!['\"])"), "imports what no reader can see; name the module"),
     (re.compile(r"(?<![=!<>])[=!]=(?!=)"), "compares loosely; use === or !=="),
     (re.compile(r"(?<![\w.])var\s"), "declares with var; use const or let"),
     (re.compile(r"(?<![\w.])(?:console\s*\.|debugger\b|(?:window\s*\.\s*)?(?:alert|confirm|prompt)\s*\()"),
@@ -47,7 +48,7 @@ def modules(root):
 def imports(text):
     """(line, name) of everything that a module imports."""
     code = web.blanked(text)
-    for match in STATEMENT.finditer(text):
+    for match in [*STATEMENT.finditer(text), *LATER.finditer(text)]:
         if code[match.start()] != " ":
             yield tree.line_of(text, match.start()), match["name"]
 
@@ -120,9 +121,10 @@ def check(root):
 def self_test():
     app, other = FOLDER + "app.js", FOLDER + "other.js"
     clean = {app: "// fetch('x') and a == b in a comment\nimport {f} from 'viewer/other';\n"
-                  "f(`eval( ${'innerHTML'}`, /fetch(/, a === b, a / b, 'var x');\n",
+                  "import('viewer/late');f(`eval( ${'innerHTML'}`, /fetch(/, a === b, a / b, 'var x');\n",
              other: "import {\n  startLive,\n} from 'viewer/live';\nexport const f = startLive;\n",
              FOLDER + "live.js": "export const startLive = () => fetch('/api');\n",
+             FOLDER + "late.js": "",
              FOLDER + "lib/big.js": "eval('x'); var y;\n",
              FOLDER + "a.css": "a { background: url(data:image/png;base64,AA); }\n",
              FOLDER + "index.html": '<a href="#token">x</a>\n'}
@@ -130,7 +132,8 @@ def self_test():
     for line, word in [
             ("node.innerHTML = text;", "makes a page of text"), ("x = `${eval('1')}`;", "code of text"),
             ("document.write('x');", "makes a page"), ("new Function('x');", "code of text"),
-            ("await import('viewer/other');", "while it runs"), ("if (a == b) f();", "loosely"),
+            ("await import(name);", "what no reader can see"),
+            ("await import('viewer/none');", "is no viewer/NAME"), ("if (a == b) f();", "loosely"),
             ("var a = 1;", "with var"), ("console.log(1);", "past the page"),
             ("window.fetch('x');", "uses the network"), ("new EventSource('x');", "uses the network"),
             ("const s = navigator.sendBeacon;", "uses the network"),
