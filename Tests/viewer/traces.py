@@ -16,9 +16,9 @@ def virtual_mac(*words):
                           capture_output=True, timeout=PATIENCE, check=False, cwd=ROOT)
 
 
-def of_story(story, page):
+def of_story(story, page, *words):
     """Plays a story in process, passing or not, and leaves its trace in `page`."""
-    done = virtual_mac("run", story, "--trace", page)
+    done = virtual_mac("run", story, "--trace", page, *words)
     if not pathlib.Path(page).exists():
         raise AssertionError(f"no trace of {story}: {done.stdout} {done.stderr}")
     return done
