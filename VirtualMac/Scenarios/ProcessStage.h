@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "VirtualMac/Scenarios/ClientProcess.h"
 #include "VirtualMac/Scenarios/Scenario.h"
 #include "VirtualMac/Scenarios/Stage.h"
+#include "VirtualMac/Server/ClientProcess.h"
 #include "VirtualMac/Server/ControlServer.h"
 #include "VirtualMac/Server/MachineServer.h"
 

@@ -6,8 +6,8 @@
 
 #include "VirtualMac/Remote/FrameSocket.h"
 #include "VirtualMac/Remote/XPCMessages.h"
+#include "VirtualMac/Server/ControlClient.h"
 #include "VirtualMac/Server/RootDirectory.h"
-#include "VirtualMac/Tools/ControlClient.h"
 
 namespace virtualmac {
 

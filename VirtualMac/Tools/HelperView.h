@@ -4,9 +4,9 @@
 #include <string>
 #include <utility>
 
+#include "VirtualMac/Server/ControlClient.h"
 #include "VirtualMac/Server/RootDirectory.h"
 #include "VirtualMac/Tools/AppConnection.h"
-#include "VirtualMac/Tools/ControlClient.h"
 #include "VirtualMac/Tools/StateText.h"
 
 namespace virtualmac {

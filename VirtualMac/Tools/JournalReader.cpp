@@ -8,8 +8,8 @@
 #include <nlohmann/json.hpp>
 
 #include "VirtualMac/Schedule/Journal.h"
+#include "VirtualMac/Server/ControlClient.h"
 #include "VirtualMac/Tools/CommandLine.h"
-#include "VirtualMac/Tools/ControlClient.h"
 
 namespace virtualmac {
 

@@ -8,8 +8,8 @@
 #include <nlohmann/json.hpp>
 #include <system_error>
 
+#include "VirtualMac/Server/ControlClient.h"
 #include "VirtualMac/Tools/CommandLine.h"
-#include "VirtualMac/Tools/ControlClient.h"
 
 namespace virtualmac {
 

@@ -6,9 +6,9 @@
 #include <nlohmann/json.hpp>
 
 #include "VirtualMac/Machine/Deeds.h"
+#include "VirtualMac/Server/ControlClient.h"
 #include "VirtualMac/Server/ControlCommands.h"
 #include "VirtualMac/Tools/CommandLine.h"
-#include "VirtualMac/Tools/ControlClient.h"
 #include "VirtualMac/Tools/HelperProgram.h"
 #include "VirtualMac/Tools/JournalReader.h"
 #include "VirtualMac/Tools/LaunchCommand.h"

@@ -1,4 +1,4 @@
-#include "VirtualMac/Tools/ControlClient.h"
+#include "VirtualMac/Server/ControlClient.h"
 
 #include <nlohmann/json.hpp>
 #include <utility>

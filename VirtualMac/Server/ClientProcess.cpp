@@ -1,4 +1,4 @@
-#include "VirtualMac/Scenarios/ClientProcess.h"
+#include "VirtualMac/Server/ClientProcess.h"
 
 #include <spawn.h>
 #include <unistd.h>
