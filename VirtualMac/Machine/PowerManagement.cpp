@@ -167,6 +167,10 @@ void PowerManagement::setIdleSleepMinutes(std::int64_t minutes) {
                                     : "idle sleep after " + std::to_string(minutes) + " min");
 }
 
+std::int64_t PowerManagement::idleSleepMinutes() const {
+  return idleSleepAfter / (60 * nanosecondsPerSecond);
+}
+
 void PowerManagement::addRegistration(std::int32_t pid, korvel::ObjectRef notifier,
                                       Deliver deliver) {
   registrations.push_back({.pid = pid, .notifier = notifier, .deliver = std::move(deliver)});

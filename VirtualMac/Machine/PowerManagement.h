@@ -71,6 +71,7 @@ class PowerManagement {
   /// still being asked for.
   void userActivity();
   void setIdleSleepMinutes(std::int64_t minutes);  ///< 0: never.
+  [[nodiscard]] std::int64_t idleSleepMinutes() const;
   [[nodiscard]] SleepPhase phase() const { return sleepPhase; }
   [[nodiscard]] bool isAsleep() const { return sleepPhase == SleepPhase::Asleep; }
 

@@ -179,10 +179,12 @@ std::expected<Profile, std::string> parseProfile(std::string_view text, std::str
   return profile;
 }
 
+bool isProfileFile(std::string_view nameOrPath) {
+  return nameOrPath.find('/') != std::string_view::npos || nameOrPath.ends_with(".json");
+}
+
 std::expected<Profile, std::string> loadProfile(std::string_view nameOrPath) {
-  const bool isPath =
-      nameOrPath.find('/') != std::string_view::npos || nameOrPath.ends_with(".json");
-  if (!isPath) {
+  if (!isProfileFile(nameOrPath)) {
     for (const BuiltInProfile& each : builtInProfiles()) {
       if (each.name == nameOrPath) return parseProfile(each.text, each.name);
     }

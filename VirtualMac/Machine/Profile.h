@@ -86,8 +86,11 @@ struct Profile {
 /// The names of the built-in profiles, sorted.
 std::vector<std::string> builtInProfileNames();
 
-/// `nameOrPath`: a built-in profile, or a JSON file (anything with a '/' or ending in ".json"). The
-/// error is one line that names the file, the key and what it may hold.
+/// Whether this names a JSON file, which has a '/' or ends in ".json", and no built-in profile.
+bool isProfileFile(std::string_view nameOrPath);
+
+/// `nameOrPath`: a built-in profile, or a JSON file. The error is one line that names the file, the
+/// key and what it may hold.
 std::expected<Profile, std::string> loadProfile(std::string_view nameOrPath);
 
 /// The same from text; `origin` stands for the file in errors.

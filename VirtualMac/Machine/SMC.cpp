@@ -107,6 +107,13 @@ std::optional<std::vector<std::uint8_t>> SMC::value(std::string_view key) const 
   return found->bytes;
 }
 
+std::vector<std::string> SMC::names() const {
+  std::vector<std::string> all;
+  all.reserve(keys.size());
+  for (const auto& [code, key] : keys) all.push_back(key.profile.name);
+  return all;
+}
+
 bool SMC::setValue(std::string_view key, std::vector<std::uint8_t> bytes) {
   Key* found = this->key(key);
   if (found == nullptr) return false;

@@ -56,6 +56,8 @@ class SMC {
 
   /// The key's bytes; none: no such key.
   [[nodiscard]] std::optional<std::vector<std::uint8_t>> value(std::string_view key) const;
+  /// Of all keys, in their order.
+  [[nodiscard]] std::vector<std::string> names() const;
   /// Sets a value as the hardware does, without a journal line. False: no such key.
   bool setValue(std::string_view key, std::vector<std::uint8_t> bytes);
   /// Adds a key or replaces it.

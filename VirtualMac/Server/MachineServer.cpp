@@ -5,9 +5,13 @@
 #include <algorithm>
 #include <csignal>
 #include <filesystem>
+#include <fstream>
 #include <system_error>
 #include <utility>
 
+#include "HelperPersistence.h"
+#include "VirtualMac/Machine/Bounds.h"
+#include "VirtualMac/Machine/JournalHead.h"
 #include "VirtualMac/Remote/RemoteInterface.h"
 
 namespace virtualmac {
@@ -31,6 +35,19 @@ bool isForClients(CallNumber number) {
          number == callNumber(HostCall::requirementError);
 }
 
+/// A byte more than the head takes is enough to tell that it is too long.
+std::optional<std::string> stateFileIn(const RootDirectory& root) {
+  const std::string path = root.disk() + std::string(korvel::HelperPersistence::statePath);
+  std::error_code error;
+  if (!std::filesystem::is_regular_file(path, error)) return std::nullopt;
+  std::ifstream file(path, std::ios::binary);
+  if (!file) return std::nullopt;
+  std::string bytes(bounds::longestText + 1, '\0');
+  file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  bytes.resize(static_cast<std::size_t>(file.gcount()));
+  return bytes;
+}
+
 }  // namespace
 
 MachineServer::MachineServer(asio::io_context& mainLoop, MachineOptions options)
@@ -38,6 +55,10 @@ MachineServer::MachineServer(asio::io_context& mainLoop, MachineOptions options)
       chosen(std::move(options)),
       effects([this] { return mac.totalSeconds(); }),
       mac(chosen.profile, effects),
+      head(journalHead(mac, {.run = chosen.run,
+                             .profileFile = chosen.profileFile,
+                             .speed = chosen.speed,
+                             .savedState = stateFileIn(chosen.root)})),
       disk(effects, chosen.root.disk()),
       keeper(loop, mac, chosen.speed),
       jobs(loop, chosen.root, chosen.helperProgram, chosen.verboseHelper, keeper, mac) {
@@ -86,6 +107,7 @@ std::optional<std::string> MachineServer::start() {
   if (error) return chosen.root.applicationSupport() + ": " + error.message();
   if (!journalFile.open(chosen.root.journal()))
     return chosen.root.journal() + ": cannot be written";
+  journalFile.append(head);
   if (auto problem = jobs.listen()) return problem;
   signServiceAsHelper();
   return std::nullopt;

@@ -22,6 +22,8 @@ namespace virtualmac {
 
 struct MachineOptions {
   Profile profile;
+  std::string profileFile;  ///< Absolute; empty: the profile is built in.
+  std::string run;          ///< Names this run in the journal's head; empty: it has no name.
   double speed = 1;
   RootDirectory root;
   std::string helperProgram;
@@ -32,8 +34,8 @@ struct MachineOptions {
 /// outlives the helper and runs on the context's one thread. Every change of the machine goes
 /// through `change`.
 ///
-/// Effects are appended to the journal file in the root directory as they happen, and handed to the
-/// followers; none is kept in memory.
+/// Effects are appended to the journal file in the root directory as they happen, after a line that
+/// tells the machine's start, and handed to the followers; none is kept in memory.
 class MachineServer {
  public:
   using JournalListener = std::function<void(const Journal::Entry&)>;
@@ -102,6 +104,7 @@ class MachineServer {
   EnforcementTrail trail;
   Journal effects;
   Machine mac;
+  std::string head;  ///< Of the journal file; told before any time has passed.
   DiskWatch disk;
   RealTimeDriver keeper;
   JobRunner jobs;

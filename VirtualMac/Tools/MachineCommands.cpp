@@ -3,11 +3,13 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
+#include <filesystem>
 #include <nlohmann/json.hpp>
 
 #include "VirtualMac/Machine/Deeds.h"
 #include "VirtualMac/Server/ControlClient.h"
 #include "VirtualMac/Server/ControlCommands.h"
+#include "VirtualMac/Server/RandomName.h"
 #include "VirtualMac/Tools/CommandLine.h"
 #include "VirtualMac/Tools/HelperProgram.h"
 #include "VirtualMac/Tools/JournalReader.h"
@@ -39,6 +41,9 @@ int complain(const Choices& choices, const std::string& text, int exitCode) {
   return virtualmac::complain("virtual-mac", choices.asJSON, text, exitCode);
 }
 
+/// So many make 16 digits.
+constexpr std::size_t bytesOfRun = 8;
+
 int up(const Choices& choices) {
   auto helper = choices.helper.empty() ? helperProgram(choices.tin) : choices.helper;
   if (!helper) return complain(choices, helper.error(), exitFailed);
@@ -46,6 +51,11 @@ int up(const Choices& choices) {
   if (!profile) return complain(choices, profile.error(), exitUsage);
   MachineOptions options;
   options.profile = *std::move(profile);
+  if (isProfileFile(choices.profile))
+    options.profileFile = std::filesystem::absolute(choices.profile).lexically_normal().string();
+  const auto run = randomName(bytesOfRun);
+  if (!run) return complain(choices, "the system gives no random bytes", exitFailed);
+  options.run = *run;
   options.speed = choices.speed;
   options.root = RootDirectory::at(choices.root);
   options.helperProgram = *std::move(helper);
