@@ -32,6 +32,22 @@ inline constexpr std::size_t longestRequest = std::size_t{64} << 10U;
 inline constexpr std::size_t mostUnread = 64;
 /// Bytes that a follower of the journal has not read yet; with more, it is disconnected.
 inline constexpr std::size_t mostUnreadBytes = std::size_t{16} << 20U;
+/// Connections to a machine's page that are served at once; others are refused.
+inline constexpr std::size_t mostPageConnections = 64;
+/// Those of them that follow the journal.
+inline constexpr std::size_t mostPageStreams = 16;
+/// Bytes of a request to the page: its line, headers and body.
+inline constexpr std::size_t longestPageRequest = longestRequest + (std::size_t{16} << 10U);
+/// Seconds in which such a request must have come.
+inline constexpr double longestPageArrival = 10;
+/// Seconds for which a browser may take nothing of what it is sent; then it is let go.
+inline constexpr double longestPageStall = 5;
+/// Applications that the page has started and not ended.
+inline constexpr std::size_t mostPageClients = 16;
+/// Bytes of such an application's name, and of one of its requests.
+inline constexpr std::size_t longestPageWord = 256;
+/// Requests of an application that are not answered yet.
+inline constexpr std::size_t mostPageRequests = 16;
 /// Nesting of lists and mappings in a scenario: as deep as its YAML reader goes.
 inline constexpr std::size_t deepestStory = 498;
 /// Steps of a scenario, once its repetitions are unrolled.

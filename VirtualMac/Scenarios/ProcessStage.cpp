@@ -18,6 +18,7 @@
 #include "HelperPersistence.h"
 #include "Operations.h"
 #include "VirtualMac/Remote/HostSystem.h"
+#include "VirtualMac/Server/ProgramBeside.h"
 
 namespace virtualmac {
 
@@ -32,10 +33,6 @@ constexpr double graceRealSeconds = 0.5;   // real processes may be late by this
 constexpr double quietRealSeconds = 0.02;  // work due at a moment has come by then
 constexpr double longestRealSeconds = 10;  // until a process starts, ends or answers
 constexpr std::chrono::milliseconds lookEvery{2};
-
-std::string programBeside(const char* name) {
-  return (hostsystem::ownProgram().parent_path() / name).string();
-}
 
 MachineOptions optionsOf(const Scenario& scenario, const std::string& helper,
                          const std::string& root) {

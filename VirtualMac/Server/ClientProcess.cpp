@@ -67,6 +67,7 @@ ClientProcess::ClientProcess(asio::io_context& context, const std::string& progr
   said->waiting.emplace_back([saying = said.get()](const std::string& line) {
     saying->firstLine = line;
     saying->connected = line.find("\"connected\":true") != std::string::npos;
+    if (saying->opened) std::exchange(saying->opened, nullptr)(line);
   });
   readNext(said);
 }
@@ -89,6 +90,11 @@ void ClientProcess::send(const std::string& line, Answered answered) {
 
 void ClientProcess::kill() {
   if (pid > 0 && !said->over) ::kill(pid, SIGKILL);
+}
+
+void ClientProcess::whenOpen(Answered told) {
+  if (said->over || !said->firstLine.empty()) return told(said->firstLine);
+  said->opened = std::move(told);
 }
 
 void ClientProcess::readNext(const std::shared_ptr<Saying>& saying) {

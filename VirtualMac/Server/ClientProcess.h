@@ -31,6 +31,8 @@ class ClientProcess {
   /// Sends a line. `answered` gets the line that comes back; an empty one when none ever will.
   void send(const std::string& line, Answered answered);
   void kill();
+  /// `told` gets the session's first line as soon as it has come; an empty one when none ever will.
+  void whenOpen(Answered told);
 
   /// True once the session said that it is connected.
   [[nodiscard]] bool isConnected() const { return said->connected; }
@@ -46,6 +48,7 @@ class ClientProcess {
     asio::streambuf buffer;
     std::deque<Answered> waiting;
     std::string firstLine;
+    Answered opened;
     bool connected = false;
     bool over = false;
   };

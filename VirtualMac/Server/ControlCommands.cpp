@@ -11,6 +11,7 @@
 #include "VirtualMac/Machine/Nearest.h"
 #include "VirtualMac/Server/MachineServer.h"
 #include "VirtualMac/Server/MachineStatus.h"
+#include "VirtualMac/Server/Vocabulary.h"
 
 namespace virtualmac {
 
@@ -44,19 +45,25 @@ ControlReply fault(MachineServer& server, const Words& words) {
   return set ? done("") : usage(set.error());
 }
 
+const std::map<std::string, int, std::less<>>& signals() {
+  static const std::map<std::string, int, std::less<>> all = {{"KILL", SIGKILL}, {"TERM", SIGTERM},
+                                                              {"INT", SIGINT},   {"ABRT", SIGABRT},
+                                                              {"STOP", SIGSTOP}, {"CONT", SIGCONT}};
+  return all;
+}
+
+Words signalNames() {
+  Words names;
+  for (const auto& [name, number] : signals()) names.push_back(name);
+  return names;
+}
+
 ControlReply killHelper(MachineServer& server, const Words& words) {
-  static const std::map<std::string, int, std::less<>> signals = {
-      {"KILL", SIGKILL}, {"TERM", SIGTERM}, {"INT", SIGINT},
-      {"ABRT", SIGABRT}, {"STOP", SIGSTOP}, {"CONT", SIGCONT}};
   if (words.size() > 1)
     return usage(fmt::format("kill takes one signal, not also \"{}\"", words[1]));
   const std::string name = words.empty() ? "KILL" : words.front();
-  const auto found = signals.find(name);
-  if (found == signals.end()) {
-    Words names;
-    for (const auto& [each, number] : signals) names.push_back(each);
-    return usage(unknownWord("signal", name, names));
-  }
+  const auto found = signals().find(name);
+  if (found == signals().end()) return usage(unknownWord("signal", name, signalNames()));
   const auto pid = server.launchd().helper();
   if (!pid || !server.signalHelper(found->second)) return failed("the helper is not running");
   return done(fmt::format("{} to helper {}\n", name, *pid));
@@ -88,38 +95,54 @@ ControlReply losePower(MachineServer& server, const Words&) {
   return done("");
 }
 
+constexpr std::string_view rebootWord = "reboot";
+constexpr std::string_view powerLossWord = "power-loss";
+
+ControlReply vocabulary(MachineServer& server, const Words&) {
+  return {Outcome::Done,
+          {},
+          vocabularyJSON(server.machine(), signalNames(), {rebootWord, powerLossWord})};
+}
+
 using Simple = ControlReply (*)(MachineServer&, const Words&);
 const std::map<std::string, Simple, std::less<>>& simpleCommands() {
   static const std::map<std::string, Simple, std::less<>> all = {
-      {"fault", fault}, {"identities", identities}, {"kill", killHelper}, {"power-loss", losePower},
-      {"set", set},     {"speed", speed},           {"status", status}};
+      {"fault", fault},     {"identities", identities},
+      {"kill", killHelper}, {std::string(powerLossWord), losePower},
+      {"set", set},         {"speed", speed},
+      {"status", status},   {"vocabulary", vocabulary}};
   return all;
 }
 
 }  // namespace
 
+nlohmann::ordered_json faultsJSON() {
+  nlohmann::ordered_json all = nlohmann::ordered_json::array();
+  for (const Fault& fault : faultCatalogue())
+    all.push_back({{"name", fault.name}, {"arguments", fault.arguments}, {"text", fault.text}});
+  return all;
+}
+
 ControlReply faultList(const Words& active) {
   ControlReply reply;
-  nlohmann::ordered_json all = nlohmann::ordered_json::array();
   for (const Fault& fault : faultCatalogue()) {
     const std::string use = std::string(fault.name) + (fault.arguments.empty() ? "" : " ") +
                             std::string(fault.arguments);
     reply.text += fmt::format("{:<36} {}\n", use, fault.text);
-    all.push_back({{"name", fault.name}, {"arguments", fault.arguments}, {"text", fault.text}});
   }
   for (const std::string& line : active) reply.text += "on: " + line + '\n';
-  reply.json = nlohmann::ordered_json{{"faults", all}, {"on", active}}.dump();
+  reply.json = nlohmann::ordered_json{{"faults", faultsJSON()}, {"on", active}}.dump();
   return reply;
 }
 
 void runControlCommand(MachineServer& server, const std::string& command, const Words& arguments,
                        const ControlAnswer& answer) {
-  if (command == "reboot") return server.reboot([answer] { answer(done("")); });
+  if (command == rebootWord) return server.reboot([answer] { answer(done("")); });
   const auto found = simpleCommands().find(command);
   if (found != simpleCommands().end()) return answer(found->second(server, arguments));
   const Deed* deed = deedNamed(command);
   if (deed != nullptr && !deed->values) return answer(perform(server, *deed, {}));
-  Words names{"reboot"};
+  Words names{std::string(rebootWord)};
   for (const auto& [name, function] : simpleCommands()) names.push_back(name);
   for (const std::string_view name : deedNames(false)) names.emplace_back(name);
   answer(usage(unknownWord("command", command, names)));

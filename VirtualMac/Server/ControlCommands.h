@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <vector>
 
@@ -18,7 +19,9 @@ struct ControlReply {
 
 using ControlAnswer = std::function<void(const ControlReply&)>;
 
-/// Every fault that a machine can have, and the lines of those that are `active`.
+/// Every fault that a machine can have: an object each with its name, arguments and text.
+nlohmann::ordered_json faultsJSON();
+/// The same for a person and for a program, and the lines of those that are `active`.
 ControlReply faultList(const std::vector<std::string>& active);
 
 /// Runs one command on the machine. The answer may come later (a reboot waits for the helper).

@@ -28,6 +28,8 @@ struct MachineOptions {
   RootDirectory root;
   std::string helperProgram;
   bool verboseHelper = false;
+  int pagePort = 0;      ///< 0: the machine has no page.
+  std::string pageLink;  ///< Empty then.
 };
 
 /// A virtual Mac that runs: the machine, its time, its launchd and its one helper. Everything here

@@ -58,6 +58,11 @@ std::string nativeText(const PowerUI& powerUI) {
   return powerUI.currentLimit() == 0 ? "none" : fmt::format("{} %", powerUI.currentLimit());
 }
 
+nlohmann::ordered_json pageJSON(const MachineOptions& options) {
+  if (options.pageLink.empty()) return nullptr;
+  return {{"port", options.pagePort}, {"link", options.pageLink}};
+}
+
 }  // namespace
 
 std::string statusText(MachineServer& server) {
@@ -80,6 +85,7 @@ std::string statusText(MachineServer& server) {
       {"helper", helperText(server)},
       {"enforcement", enforcementText(server.enforcement())},
       {"faults", faults.empty() ? "none" : fmt::format("{}", fmt::join(faults, "; "))},
+      {"page", server.options().pageLink.empty() ? "none" : server.options().pageLink},
   };
   std::string text;
   for (const auto& [label, value] : rows) text += fmt::format("{:<14} {}\n", label, value);
@@ -123,6 +129,7 @@ std::string statusJSON(MachineServer& server) {
       {"enforcement", enforcementJSON(server.enforcement())},
       {"faults", activeFaults(machine)},
       {"root", server.options().root.path},
+      {"web", pageJSON(server.options())},
   };
   return status.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }

@@ -2,19 +2,9 @@
 
 #include <filesystem>
 
-#include "VirtualMac/Remote/HostSystem.h"
+#include "VirtualMac/Server/ProgramBeside.h"
 
 namespace virtualmac {
-
-namespace {
-
-/// The programs are built beside each other.
-std::string programBeside(const char* name) {
-  const std::filesystem::path self = hostsystem::ownProgram();
-  return self.empty() ? name : (self.parent_path() / name).string();
-}
-
-}  // namespace
 
 std::expected<std::string, std::string> helperProgram(bool tin) {
   if (!tin) return programBeside("KorvelHelper");

@@ -3,8 +3,12 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
+#include <charconv>
+#include <csignal>
+#include <expected>
 #include <filesystem>
 #include <nlohmann/json.hpp>
+#include <optional>
 
 #include "VirtualMac/Machine/Deeds.h"
 #include "VirtualMac/Server/ControlClient.h"
@@ -15,6 +19,8 @@
 #include "VirtualMac/Tools/JournalReader.h"
 #include "VirtualMac/Tools/LaunchCommand.h"
 #include "VirtualMac/Tools/MachineDaemon.h"
+#include "VirtualMac/Web/PageLaunch.h"
+#include "VirtualMac/Web/PagePlace.h"
 
 namespace virtualmac {
 
@@ -31,6 +37,7 @@ struct Choices {
   bool foreground = false;
   bool verbose = false;
   std::string helper;
+  std::optional<int> pagePort;  ///< None: no page.
   bool tin = false;
   std::vector<std::string> words;  ///< The arguments of a forwarded command, or a program's.
   std::string identity = "app";
@@ -41,8 +48,51 @@ int complain(const Choices& choices, const std::string& text, int exitCode) {
   return virtualmac::complain("virtual-mac", choices.asJSON, text, exitCode);
 }
 
+constexpr int highestPort = 65535;
 /// So many make 16 digits.
 constexpr std::size_t bytesOfRun = 8;
+
+/// Opens the page of a machine that is to come up, and tells the machine of it.
+std::expected<ComingPage, std::string> pageOf(MachineOptions& options, int port) {
+  if (ControlClient::connect(options.root)) return std::unexpected(alreadyUpText(options.root));
+  auto page = preparePage(options.root, port);
+  if (!page) return page;
+  options.pagePort = page->port;
+  options.pageLink = page->link;
+  return page;
+}
+
+void tellUp(const Choices& choices, const MachineOptions& options, const std::string& note,
+            pid_t pid) {
+  if (choices.asJSON) {
+    nlohmann::ordered_json answer{
+        {"profile", options.profile.name}, {"root", options.root.path}, {"pid", pid}};
+    if (!options.pageLink.empty())
+      answer["web"] = {{"port", options.pagePort}, {"link", options.pageLink}};
+    if (!note.empty()) answer["note"] = note;
+    fmt::print("{}\n", answer.dump());
+  } else {
+    if (!note.empty()) fmt::print(stderr, "virtual-mac: {}\n", note);
+    fmt::print("{} is up at {:g}x, root {}\n", options.profile.name, options.speed,
+               options.root.path);
+    if (!options.pageLink.empty()) fmt::print("{}\n", options.pageLink);
+  }
+  std::fflush(stdout);
+}
+
+int runInForeground(const Choices& choices, const MachineOptions& options,
+                    const std::function<std::optional<std::string>(pid_t)>& announce) {
+  bool failed = false;
+  const int status = runMachine(options, [&](const std::string& problem) {
+    const auto trouble = problem.empty() ? announce(::getpid()) : problem;
+    if (!trouble) return;
+    complain(choices, *trouble, exitFailed);
+    failed = true;
+    // Its own way to end a machine that is up.
+    if (problem.empty()) ::raise(SIGTERM);
+  });
+  return failed ? exitFailed : status;
+}
 
 int up(const Choices& choices) {
   auto helper = choices.helper.empty() ? helperProgram(choices.tin) : choices.helper;
@@ -62,27 +112,27 @@ int up(const Choices& choices) {
   options.verboseHelper = choices.verbose;
   const auto made = options.root.make();
   if (!made) return complain(choices, made.error(), exitFailed);
-  const auto announce = [&](pid_t pid) {
-    if (choices.asJSON) {
-      nlohmann::ordered_json answer{
-          {"profile", options.profile.name}, {"root", options.root.path}, {"pid", pid}};
-      if (!made->empty()) answer["note"] = *made;
-      fmt::print("{}\n", answer.dump());
-    } else {
-      if (!made->empty()) fmt::print(stderr, "virtual-mac: {}\n", *made);
-      fmt::print("{} is up at {:g}x, root {}\n", options.profile.name, options.speed,
-                 options.root.path);
+  std::optional<ComingPage> page;
+  if (choices.pagePort) {
+    auto prepared = pageOf(options, *choices.pagePort);
+    if (!prepared) return complain(choices, prepared.error(), exitFailed);
+    page = *std::move(prepared);
+  }
+  // None: the machine is up, and so is its page; else its page is not.
+  const auto announce = [&](pid_t pid) -> std::optional<std::string> {
+    if (page) {
+      if (auto problem = startPage(options.root, *page)) return problem;
     }
-    std::fflush(stdout);
+    tellUp(choices, options, *made, pid);
+    return std::nullopt;
   };
-  if (choices.foreground)
-    return runMachine(options, [&](const std::string& problem) {
-      problem.empty() ? announce(::getpid()) : void(complain(choices, problem, exitFailed));
-    });
+  if (choices.foreground) return runInForeground(choices, options, announce);
   const auto started = startMachine(options);
   if (!started) return complain(choices, started.error(), exitFailed);
-  announce(*started);
-  return exitDone;
+  const auto problem = announce(*started);
+  if (!problem) return exitDone;
+  ::kill(*started, SIGTERM);
+  return complain(choices, *problem, exitFailed);
 }
 
 /// The list of faults is the same for every machine, so it needs none that runs.
@@ -130,6 +180,25 @@ int listProfiles(const Choices& choices) {
   return exitDone;
 }
 
+void addPageOption(CLI::App& command, Choices& choices) {
+  const auto read = [&choices](const std::string& text) {
+    int port = -1;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), port);
+    if (error != std::errc() || end != text.data() + text.size() || port < 0 || port > highestPort)
+      throw CLI::ValidationError(fmt::format(
+          "--web: \"{}\" is no port: a whole number from 1024 to {}, or 0 for any that is free",
+          text, highestPort));
+    choices.pagePort = port;
+  };
+  command
+      .add_option_function<std::string>(
+          "--web", read,
+          fmt::format("Show the machine in a browser: --web=PORT (default {}; 0: any)",
+                      usualPagePort))
+      ->expected(0, 1)
+      ->default_str(std::to_string(usualPagePort));
+}
+
 void addUp(CLI::App& program, Choices& choices, std::function<int()>& chosen) {
   CLI::App* command = program.add_subcommand("up", "Start a virtual Mac");
   command->add_option("--profile", choices.profile, "Kind of Mac, or a JSON file of one")
@@ -137,6 +206,7 @@ void addUp(CLI::App& program, Choices& choices, std::function<int()>& chosen) {
   command->add_option("--speed", choices.speed, "Virtual seconds in a real one")
       ->capture_default_str()
       ->check(numberBetween(0.01, 10000));
+  addPageOption(*command, choices);
   command->add_flag("--foreground", choices.foreground, "Stay in the foreground");
   command->add_flag("--verbose", choices.verbose, "The helper logs to helper.stderr too");
   CLI::Option* helper = command->add_option("--helper", choices.helper, "The helper's program")

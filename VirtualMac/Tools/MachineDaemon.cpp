@@ -15,6 +15,10 @@
 
 namespace virtualmac {
 
+std::string alreadyUpText(const RootDirectory& root) {
+  return "a virtual Mac is already up in " + root.path;
+}
+
 namespace {
 
 /// Held for as long as a machine is up: two in one root directory would share a disk.
@@ -30,8 +34,7 @@ class RootLock {
   /// None: held now; else why not.
   [[nodiscard]] std::optional<std::string> take(const RootDirectory& root) const {
     if (descriptor < 0) return root.path + ": " + std::system_category().message(reason);
-    if (::flock(descriptor, LOCK_EX | LOCK_NB) != 0)
-      return "a virtual Mac is already up in " + root.path;
+    if (::flock(descriptor, LOCK_EX | LOCK_NB) != 0) return alreadyUpText(root);
     return std::nullopt;
   }
 

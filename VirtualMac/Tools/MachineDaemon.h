@@ -8,6 +8,9 @@
 
 namespace virtualmac {
 
+/// Why no machine can be started in this root directory.
+std::string alreadyUpText(const RootDirectory& root);
+
 /// Runs a machine in this process, in an existing root directory, until a command, SIGTERM or
 /// SIGINT ends it. Returns an exit code. `ready` is told once: nothing when the machine is up, else
 /// why it is not.

@@ -64,4 +64,4 @@ list(PREPEND CMAKE_MODULE_PATH ${CMAKE_CURRENT_LIST_DIR}/modules)
 set(CMAKE_GTEST_DISCOVER_TESTS_DISCOVERY_MODE PRE_TEST)
 # yaml-cpp and RapidCheck are no header-only libraries, and this system has neither for a Mac.
 set(KORVEL_COMPILED_ONLY
-  virtual_mac_run scenario_engine_tests scenario_player korvel_property_tests)
+  virtual_mac_run virtual-mac-page scenario_engine_tests scenario_player korvel_property_tests)

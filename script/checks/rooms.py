@@ -67,7 +67,7 @@ PORTABLE = (LINUX_ALONE,)  # These rooms are built for a Mac as well.
 LIBRARIES = {"nlohmann/": "nlohmann/json", "asio/": "Asio", "fmt/": "{fmt}", "CLI/": "CLI11",
              "yaml-cpp/": "yaml-cpp", "gtest/": "GoogleTest", "gmock/": "GoogleMock",
              "rapidcheck/": "RapidCheck", "rapidcheck.h/": "RapidCheck",
-             "benchmark/": "Google Benchmark"}
+             "benchmark/": "Google Benchmark", "httplib.h/": "cpp-httplib"}
 
 
 class Room:
@@ -138,7 +138,13 @@ ROOMS = [  # The first that matches a file is its room.
          system=True),
     Room("VirtualMac/Scenarios/", SCENARIOS, ("asio/", "fmt/", "nlohmann/", "yaml-cpp/"),
          calls=FEW_CALLS + PORTABLE, system=True),
-    Room("VirtualMac/Tools/", SCENARIOS + ("VirtualMac/Tools/",),
+    Room("VirtualMac/Viewer/", ("VirtualMac/Viewer/",), ("nlohmann/",), THREADS | TIME,
+         MODEL_CALLS + PORTABLE, helper_root=False),
+    Room("VirtualMac/Web/", SERVER + ("VirtualMac/Viewer/", "VirtualMac/Web/"),
+         ("asio/", "httplib.h/", "nlohmann/"), calls=FEW_CALLS + PORTABLE, system=True,
+         helper_root=False),
+    Room("VirtualMac/Tools/", SCENARIOS + ("VirtualMac/Viewer/", "VirtualMac/Web/",
+                                           "VirtualMac/Tools/"),
          ("asio/", "CLI/", "fmt/", "nlohmann/"), calls=FEW_CALLS + PORTABLE, system=True),
     # The frameworks know the rooms below them by C functions, and those rooms one another not at all.
     Room("TinMac/Loader/", ("TinMac/Loader/",), system=True, helper_root=False),
