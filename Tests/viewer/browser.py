@@ -1,5 +1,6 @@
 """A headless browser with a profile of its own, and what tests ask of it."""
 import json
+import os
 import pathlib
 import shutil
 import tempfile
@@ -10,7 +11,8 @@ from selenium.common.exceptions import StaleElementReferenceException, WebDriver
 from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common.by import By
 
-PATIENCE = 60  # Seconds: a busy machine is slow, and a wait ends at once when the thing has happened.
+# Seconds. A busy machine is slow, and a wait ends at once when the thing has happened.
+PATIENCE = float(os.environ.get("BROWSER_TEST_PATIENCE", "60"))
 BETWEEN = 0.05
 AXE = pathlib.Path(__file__).resolve().parent / "lib/axe.min.js"
 AXE_RULES = ("wcag2a", "wcag2aa", "wcag21a", "wcag21aa", "best-practice")
@@ -108,12 +110,13 @@ class Browser:
         return self.one(selector).text
 
     def named(self, role, name, within=None):
-        """The one element that a person who uses a screen reader would find by this."""
-        found = [each for each in self.all(ROLES[role], within)
-                 if each.accessible_name == name and each.is_displayed()]
-        if len(found) != 1:
-            raise AssertionError(f'{len(found)} of role {role} are named "{name}"')
-        return found[0]
+        """The one element that a person who uses a screen reader would find by this, once there."""
+        def find():
+            found = [each for each in self.all(ROLES[role], within)
+                     if each.accessible_name == name and each.is_displayed()]
+            return found[0] if len(found) == 1 else None
+
+        return self.until(find, f'one of role {role} that is named "{name}"')
 
     def until(self, condition, what, patience=PATIENCE):
         """Waits until `condition()` gives something true, and returns it."""
@@ -135,7 +138,7 @@ class Browser:
         return self.until(lambda: text in self.text(selector), f'"{text}" in {selector}')
 
     def page(self):
-        return self.script("return document.body ? document.body.innerText : ''")[:3000]
+        return self.script("return document.body ? document.body.innerText : ''")[:1500]
 
     def logged(self, kind):
         return self.driver.get_log(kind)

@@ -101,11 +101,11 @@ class ApplicationClients(LiveTest):
         self.assertIn("chargeLimit", json.loads(self.browser.text(".answers li:first-child pre")))
 
     def test_a_program_that_is_not_the_application_is_cut_off_and_told_so(self):
-        self.connect("intruder", "stranger")
+        self.connect("intruder", "other-team")
         self.browser.until(lambda: "Error: " in self.browser.page()
-                           or "intruder as stranger, not connected" in self.browser.page(),
+                           or "intruder as other-team, not connected" in self.browser.page(),
                            "a client that is cut off")
-        self.assertNotIn("intruder as stranger, connected", self.browser.page())
+        self.assertNotIn("intruder as other-team, connected", self.browser.page())
 
     def test_a_client_disconnects_and_another_is_killed(self):
         self.connected("one")

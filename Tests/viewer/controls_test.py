@@ -85,8 +85,7 @@ class LiveControls(LiveTest):
         self.mac.until(lambda status: status["speed"] == 60, "speed 60")
         self.browser.until(lambda: preset.get_attribute("aria-pressed") == "false", "600 is not")
 
-    def test_the_controls_wait_for_a_machine_that_sleeps_not_at_all(self):
-        """The page's commands act in the order in which they are given."""
+    def test_commands_act_in_the_order_in_which_they_are_given(self):
         adapter = self.browser.one("[data-setting=adapter]")
         before = len(self.mac.journal())
         for word in ("off", "on", "off", "on"):

@@ -7,7 +7,7 @@ class Restarts(LiveTest):
         self.expected_complaints = ["Failed to load", "ERR_", "409"]
         self.mac.command("set", "ambient", 31)
         self.open_controls()
-        self.browser.until(lambda: "ambient 31" in self.list_text(), "the first run's line")
+        self.browser.until(lambda: "ambient set to 31" in self.list_text(), "the first run's line")
         port = self.mac.port
         token = self.mac.token
         self.mac.down()
@@ -17,8 +17,8 @@ class Restarts(LiveTest):
         self.assertEqual(self.mac.token, token)
         self.browser.until_text("#connection", "connected to the machine")
         self.mac.command("set", "ambient", 32)
-        self.browser.until(lambda: "ambient 32" in self.list_text(), "the second run's line")
-        self.assertNotIn("ambient 31", self.list_text())
+        self.browser.until(lambda: "ambient set to 32" in self.list_text(), "the second run's line")
+        self.assertNotIn("ambient set to 31", self.list_text())
         self.assertTrue(self.browser.one("fieldset.controls").is_enabled())
 
     def list_text(self):

@@ -10,7 +10,7 @@ export function freshId(word) {
 
 // The words of a machine's answer, of one that did something.
 export function wordsOf(answer, done) {
-  return answer.ok === false ? answer.error : done;
+  return answer.ok === false ? `Error: ${answer.error}` : done;
 }
 
 // A line that says what came of something, also to those who do not see it.
