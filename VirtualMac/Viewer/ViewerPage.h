@@ -11,7 +11,7 @@ std::string_view viewerFile(std::string_view name);
 /// The page of a machine that runs, which loads the viewer's files from `/viewer/NAME`. Its one
 /// script that stands in the page has this nonce, and no other may run.
 std::string livePage(const std::string& nonce);
-/// What the page may load and run, as a Content-Security-Policy.
+/// The Content-Security-Policy of that page: it names all that the page may load and run.
 std::string livePolicy(const std::string& nonce);
 
 /// The page with everything in it, and `trace`, which is JSON without any `<`. It loads nothing.

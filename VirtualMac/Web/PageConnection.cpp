@@ -12,7 +12,7 @@ namespace virtualmac {
 
 namespace {
 
-/// What the system keeps for a browser that does not read.
+/// The system keeps so many bytes for a browser that does not read.
 constexpr int sendBuffer = 64 * 1024;
 
 bool becomes(int socket, short event, double seconds) {

@@ -7,7 +7,7 @@
 
 namespace virtualmac {
 
-/// Who may ask the page what.
+/// The facts that a request is held against.
 struct PageRules {
   int port = 0;
   std::string token;

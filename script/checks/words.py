@@ -15,7 +15,8 @@ ENDINGS = tree.SOURCES + tree.HEADERS + web.SCRIPTS + web.STYLES
 CONDITIONAL = re.compile(r"^\s*#\s*(?:if|ifdef|ifndef|elif|else)\b", re.M)
 CONDITIONAL_ALLOWED = {"KorvelHelper/Base/Annotations.h", "KorvelHelper/Logger.h"}
 UNFINISHED = re.compile(r"\b(?:TODO|FIXME|XXX|HACK)\b")
-UNDERSCORE = re.compile(r"\b[A-Za-z]\w*_\b(?!\s*\()")
+# A library's own name is left to it.
+UNDERSCORE = re.compile(r"\b(?!svr_sock_\b)[A-Za-z]\w*_\b(?!\s*\()")
 USING_NAMESPACE = re.compile(r"^\s*using\s+namespace\b", re.M)
 COMMENTED_CODE = re.compile(r"^\s*//(?!/)\s*(?:[\w:.<>\->*&]+\s*\(.*\);|[\w:<>]+ \w+ = .*;|(?:if|for"
                             r"|while) \(.*\) \{|return\b.*;|#\s*include\b.*|\})\s*$", re.M)
