@@ -13,6 +13,7 @@
 #include "VirtualMac/Machine/Bounds.h"
 #include "VirtualMac/Machine/JournalHead.h"
 #include "VirtualMac/Remote/RemoteInterface.h"
+#include "VirtualMac/Server/JournalArchive.h"
 
 namespace virtualmac {
 
@@ -105,6 +106,7 @@ std::optional<std::string> MachineServer::start() {
   std::error_code error;
   std::filesystem::create_directories(chosen.root.applicationSupport(), error);
   if (error) return chosen.root.applicationSupport() + ": " + error.message();
+  if (auto kept = keepJournal(chosen.root); !kept) return kept.error();
   if (!journalFile.open(chosen.root.journal()))
     return chosen.root.journal() + ": cannot be written";
   journalFile.append(head);

@@ -20,6 +20,8 @@ struct RootDirectory {
     return disk() + "/Library/Application Support";
   }
   [[nodiscard]] std::string journal() const { return path + "/journal"; }
+  /// Holds the journals of earlier runs.
+  [[nodiscard]] std::string journals() const { return path + "/journals"; }
   [[nodiscard]] std::string helperErrors() const { return path + "/helper.stderr"; }
   [[nodiscard]] std::string machineErrors() const { return path + "/virtual-mac.stderr"; }
 

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <nlohmann/json.hpp>
 
+#include "VirtualMac/Machine/SavedJournal.h"
 #include "VirtualMac/Schedule/Journal.h"
 #include "VirtualMac/Server/ControlClient.h"
 #include "VirtualMac/Tools/CommandLine.h"
@@ -38,11 +39,24 @@ void print(const JournalQuery& query, std::string_view line, const Journal::Entr
 }
 
 /// True: this was the line to stop at.
+bool take(const JournalQuery& query, std::string_view line, const Journal::Entry& entry) {
+  if (!wanted(query, entry)) return false;
+  print(query, line, entry);
+  return !query.until.empty() && line.find(query.until) != std::string_view::npos;
+}
+
 bool take(const JournalQuery& query, std::string_view line) {
   const std::optional<Journal::Entry> entry = journalEntryFrom(line);
-  if (!entry || !wanted(query, *entry)) return false;
-  print(query, line, *entry);
-  return !query.until.empty() && line.find(query.until) != std::string_view::npos;
+  return entry && take(query, line, *entry);
+}
+
+int printSaved(const JournalQuery& query) {
+  const auto saved = SavedJournal::read(query.file);
+  if (!saved) return complain("virtual-mac", query.asJSON, saved.error(), exitFailed);
+  for (const Journal::Entry& entry : saved->entries) {
+    if (take(query, journalLine(entry), entry)) return exitDone;
+  }
+  return query.until.empty() ? exitDone : exitFailed;
 }
 
 /// The lines in the file's first `size` bytes. True: stopped.
@@ -76,6 +90,7 @@ int follow(ControlClient& machine, const JournalQuery& query) {
 }  // namespace
 
 int printJournal(const RootDirectory& root, const JournalQuery& query) {
+  if (!query.file.empty()) return printSaved(query);
   auto machine = ControlClient::connect(root);
   std::size_t size = static_cast<std::size_t>(-1);
   if (machine && machine->send({{"command", "follow"}})) {

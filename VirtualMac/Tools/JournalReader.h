@@ -18,10 +18,11 @@ struct JournalQuery {
   std::string until;                     ///< Stops after a line that contains this; empty: never.
   std::optional<double> timeoutSeconds;  ///< Real seconds to follow.
   bool asJSON = false;
+  std::string file;  ///< A saved journal, which cannot be followed; empty: the machine's own.
 };
 
 /// Prints the wanted lines, skipping any that is no journal line. Returns an exit code: 1 when
-/// `until` was not met.
+/// `until` was not met, or nothing can be read.
 int printJournal(const RootDirectory& root, const JournalQuery& query);
 
 }  // namespace virtualmac

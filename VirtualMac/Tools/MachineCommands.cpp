@@ -16,6 +16,7 @@
 #include "VirtualMac/Server/RandomName.h"
 #include "VirtualMac/Tools/CommandLine.h"
 #include "VirtualMac/Tools/HelperProgram.h"
+#include "VirtualMac/Tools/JournalOption.h"
 #include "VirtualMac/Tools/JournalReader.h"
 #include "VirtualMac/Tools/LaunchCommand.h"
 #include "VirtualMac/Tools/MachineDaemon.h"
@@ -231,7 +232,9 @@ void addJournal(CLI::App& program, Choices& choices, std::function<int()>& chose
   const auto common = [&](CLI::App* command) {
     CLI::Option* follow =
         command->add_flag("-f,--follow", choices.query.follow, "Go on as lines come");
-    command->add_flag("--new", choices.query.onlyNew, "Leave out the lines that are there");
+    CLI::Option* onlyNew =
+        command->add_flag("--new", choices.query.onlyNew, "Leave out the lines that are there");
+    addJournalOption(*command, choices.query.file)->excludes(follow)->excludes(onlyNew);
     command->add_option("--until", choices.query.until, "Stop after a line with this text");
     command->add_option("--timeout", choices.query.timeoutSeconds, "Follow so many real seconds")
         ->needs(follow)

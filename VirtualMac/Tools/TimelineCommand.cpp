@@ -2,15 +2,14 @@
 
 #include <CLI/CLI.hpp>
 #include <cmath>
-#include <fstream>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "VirtualMac/Server/RootDirectory.h"
 #include "VirtualMac/Timeline/Timeline.h"
 #include "VirtualMac/Tools/CommandLine.h"
+#include "VirtualMac/Tools/JournalOption.h"
 
 namespace virtualmac {
 
@@ -18,39 +17,39 @@ namespace {
 
 struct Choices {
   std::string file;
+  std::string journal;
   std::string title = "A virtual Mac";
   double from = 0;
   std::optional<double> percent;
 };
 
-/// Half full when no level is told.
-double firstLevel(const std::vector<Journal::Entry>& entries) {
-  for (const Journal::Entry& entry : entries) {
-    if (const std::optional<int> percent = batteryLevelIn(entry)) return *percent;
+/// The state that a head tells, or the usual one, half full when no level is told.
+TimelineState startOf(const SavedJournal& journal, const std::optional<double>& percent) {
+  TimelineState start;
+  start.adapterConnected = true;
+  std::optional<double> level = percent;
+  if (journal.head) {
+    const JournalHead::Start& told = journal.head->start;
+    start.adapterConnected = told.adapterConnected;
+    start.lidClosed = told.lid == "closed";
+    if (!level) level = told.batteryPercent;
   }
-  return 50;
+  for (const Journal::Entry& entry : journal.entries) {
+    if (!level) level = batteryLevelIn(entry);
+  }
+  start.percent = std::round(level.value_or(50));
+  return start;
 }
 
 int draw(const std::string& root, bool asJSON, const Choices& choices) {
   const auto failed = [asJSON](const std::string& text) {
     return complain("virtual-mac", asJSON, text, exitFailed);
   };
-  const RootDirectory place = RootDirectory::at(root);
-  if (const auto problem = place.distrust()) return failed(*problem);
-  const std::string journal = place.journal();
-  std::ifstream lines(journal);
-  if (!lines) return failed(journal + " cannot be read");
-  std::vector<Journal::Entry> entries;
-  for (std::string line; std::getline(lines, line);) {
-    if (std::optional<Journal::Entry> entry = journalEntryFrom(line)) {
-      entries.push_back(*std::move(entry));
-    }
-  }
+  const auto journal = chosenJournal(root, choices.journal);
+  if (!journal) return failed(journal.error());
+  const std::vector<Journal::Entry>& entries = journal->entries;
   // The entries before the picture's first moment give the state that it starts from.
-  TimelineState start;
-  start.percent = std::round(choices.percent.value_or(firstLevel(entries)));
-  start.adapterConnected = true;
-  TimelineBuilder before("", 0, start);
+  TimelineBuilder before("", 0, startOf(*journal, choices.percent));
   std::optional<TimelineBuilder> shown;
   double end = choices.from;
   for (const Journal::Entry& entry : entries) {
@@ -60,7 +59,7 @@ int draw(const std::string& root, bool asJSON, const Choices& choices) {
     (shown ? *shown : before).add(entry);
     end = entry.time;
   }
-  if (!shown) return failed(journal + " tells nothing from then on");
+  if (!shown) return failed(journal->file + " tells nothing from then on");
   if (!writeTimeline(choices.file, shown->finish(end)))
     return failed(choices.file + " cannot be written");
   return exitDone;
@@ -77,8 +76,9 @@ void addTimeline(CLI::App& program, std::function<int()>& chosen) {
       ->check(numberBetween(0, longestWaitSeconds));
   command
       ->add_option("--percent", choices->percent,
-                   "Charge at the start; default: the first level that is told")
+                   "Charge at the start; default: what the journal tells")
       ->check(numberBetween(0, 100));
+  addJournalOption(*command, choices->journal);
   command->callback([choices, &program, &chosen] {
     const std::string root = program.get_option("--root")->as<std::string>();
     const bool asJSON = program.get_option("--json")->as<bool>();
