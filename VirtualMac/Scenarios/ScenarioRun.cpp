@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "VirtualMac/Machine/JournalHead.h"
 #include "VirtualMac/Machine/Machine.h"
 
 namespace virtualmac {
@@ -94,6 +95,10 @@ class ScenarioRun {
     outcome.journalHash = stage.journal().hash();
     outcome.expectations = held;
     if (failure) outcome.report = report();
+    if (failure) outcome.failure = *failure;
+    outcome.head = head;
+    for (std::size_t index = storyBegan; index < ears->size(); ++index)
+      outcome.lines += journalLine((*ears)[index]) + '\n';
     if (timeline && failure) {
       timeline->fail(failure->time, failure->stopped
                                         ? failure->text
@@ -112,10 +117,7 @@ class ScenarioRun {
     bool waiting = false;  ///< Its step is not done yet: it hears, but is not judged.
     bool over = false;
   };
-  struct Failure {
-    int line = 0;
-    double time = 0;
-    std::string text;
+  struct Failure : ScenarioFailure {
     bool stopped = false;  ///< Nothing went wrong: the onlooker ended the run.
   };
 
@@ -124,6 +126,10 @@ class ScenarioRun {
     for (const ToldAction& told : scenario.start) perform(told, {});
     timeline.emplace(scenario.name, stage.now(), stateOf(stage.machine(), stage.helperRunning()));
     heardUpTo = ears->size();
+    storyBegan = heardUpTo;
+    head = journalHead(stage.machine(), {.seed = scenario.seed,
+                                         .savedState = scenario.savedState,
+                                         .restartAfterCrash = scenario.restartAfterCrash});
     for (const Expectation& expectation : scenario.never) {
       watches.push_back({Watching::Never, expectation, endless});
     }
@@ -278,14 +284,14 @@ class ScenarioRun {
 
   /// Keeps the first failure only. Errors while the run is being stopped are no failure.
   void fail(int line, std::string text) {
-    if (!isOver()) failure = Failure{line, stage.now(), std::move(text)};
+    if (!isOver()) failure = Failure{{line, stage.now(), std::move(text)}, false};
   }
 
   /// Calls the onlooker; true: the run is over, stopped or failed.
   bool isOver() {
     if (failure || !onlooker) return failure.has_value();
     if (const std::optional<std::string> who = onlooker(stage.now()))
-      failure = Failure{stepLine, stage.now(), "stopped by " + *who, true};
+      failure = Failure{{stepLine, stage.now(), "stopped by " + *who}, true};
     return failure.has_value();
   }
 
@@ -318,6 +324,8 @@ class ScenarioRun {
   std::optional<Failure> failure;
   std::size_t held = 0;
   std::size_t heardUpTo = 0;
+  std::size_t storyBegan = 0;  ///< The machine was set up by then.
+  std::string head;
   int stepLine = 1;           ///< Of the latest step that began.
   std::size_t stepBegan = 0;  ///< Index in the ears where the latest step with actions began.
   std::optional<TimelineBuilder> timeline;

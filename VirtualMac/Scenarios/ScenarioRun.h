@@ -11,6 +11,13 @@
 
 namespace virtualmac {
 
+/// An expectation that did not hold, or the end of a run that was stopped.
+struct ScenarioFailure {
+  int line = 0;  ///< Of the scenario's file.
+  double time = 0;
+  std::string text;
+};
+
 /// How a scenario went.
 struct ScenarioOutcome {
   bool passed = false;
@@ -20,6 +27,9 @@ struct ScenarioOutcome {
   std::uint64_t journalHash = 0;
   std::size_t expectations = 0;  ///< How many were judged to hold.
   Timeline timeline;
+  std::string head;   ///< The machine at the story's start, as a journal's head tells it.
+  std::string lines;  ///< The journal from there on.
+  std::optional<ScenarioFailure> failure;
 };
 
 /// Called with the virtual time after each piece of work. When it returns the name of somebody, the

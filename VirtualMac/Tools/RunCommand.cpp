@@ -19,6 +19,7 @@
 #include <utility>
 #include <vector>
 
+#include "VirtualMac/Machine/Bounds.h"
 #include "VirtualMac/Scenarios/InProcessStage.h"
 #include "VirtualMac/Scenarios/ProcessStage.h"
 #include "VirtualMac/Scenarios/ScenarioRun.h"
@@ -26,6 +27,7 @@
 #include "VirtualMac/Tools/HelperProgram.h"
 #include "VirtualMac/Tools/ProgressLine.h"
 #include "VirtualMac/Tools/StopSignals.h"
+#include "VirtualMac/Viewer/TraceFile.h"
 
 namespace virtualmac {
 
@@ -34,6 +36,7 @@ namespace {
 struct Choices {
   std::vector<std::string> files;
   std::string timeline;
+  std::string trace;
   bool inProcess = false;
   bool processes = false;
   bool tin = false;
@@ -131,6 +134,29 @@ std::string howPlayed(const Choices& choices) {
   return fmt::format(" --processes{} --speed {:g}", choices.tin ? " --tin" : "", choices.speed);
 }
 
+/// The page that shows a run; false: it could not be written, which was told.
+bool writeTraceOf(const Scenario& scenario, const ScenarioOutcome& outcome,
+                  const Choices& choices) {
+  TraceRun run;
+  run.title = scenario.name;
+  run.head = outcome.head;
+  run.lines = outcome.lines;
+  run.end = outcome.virtualSeconds;
+  if (const auto text = readTextFile(scenario.file)) run.story = TraceStory{scenario.file, *text};
+  if (const auto& failure = outcome.failure)
+    run.failures.push_back({failure->time, failure->line, failure->text});
+  const auto problem = writeTrace(choices.trace, {run});
+  if (problem) failed(choices, *problem);
+  return !problem;
+}
+
+/// The last line of a failure's report. It names the page that shows the failure.
+std::string whereToLook(const std::string& again, const Choices& choices) {
+  return choices.trace.empty()
+             ? fmt::format("  see it in a browser: {} --trace trace.html\n", again)
+             : fmt::format("  see it in a browser: {}\n", choices.trace);
+}
+
 /// Plays one file; `place` says which one of how many.
 Fate play(const std::string& file, const std::string& place, const Choices& choices,
           const StopSignals& signals) {
@@ -155,9 +181,11 @@ Fate play(const std::string& file, const std::string& place, const Choices& choi
     stage->journal().addListener(
         [](const Journal::Entry& entry) { fmt::print("{}\n", journalLine(entry)); });
   }
-  const ScenarioOutcome outcome = playScenario(
-      *scenario, *stage, fmt::format("virtual-mac run {}{}", file, howPlayed(choices)), look);
+  const std::string again = fmt::format("virtual-mac run {}{}", file, howPlayed(choices));
+  ScenarioOutcome outcome = playScenario(*scenario, *stage, again, look);
   progress.reset();
+  const bool traced = choices.trace.empty() || writeTraceOf(*scenario, outcome, choices);
+  if (!outcome.passed) outcome.report += whereToLook(again, choices);
   tell(*scenario, outcome, choices.asJSON);
   if (outcome.passed && choices.linger > 0) {
     stage->runUntil(stage->now() + choices.linger, [&] { return signals.caught().has_value(); });
@@ -165,7 +193,7 @@ Fate play(const std::string& file, const std::string& place, const Choices& choi
   const bool drawn = choices.timeline.empty() || writeTimeline(choices.timeline, outcome.timeline);
   if (!drawn) failed(choices, choices.timeline + " cannot be written");
   if (outcome.stopped) return Fate::Stopped;
-  return outcome.passed && drawn ? Fate::Passed : Fate::Failed;
+  return outcome.passed && drawn && traced ? Fate::Passed : Fate::Failed;
 }
 
 Tally playEach(const std::vector<std::string>& files, const Choices& choices,
@@ -189,9 +217,9 @@ Tally playEach(const std::vector<std::string>& files, const Choices& choices,
 int playAll(const Choices& choices) {
   const auto files = chosenFiles(choices.files);
   if (!files) return complain("virtual-mac", choices.asJSON, files.error(), exitUsage);
-  if (files->size() > 1 && !choices.timeline.empty())
-    return complain("virtual-mac", choices.asJSON, "--timeline draws one scenario, not several",
-                    exitUsage);
+  if (files->size() > 1 && !(choices.timeline.empty() && choices.trace.empty()))
+    return complain("virtual-mac", choices.asJSON,
+                    "--timeline and --trace show one scenario, not several", exitUsage);
   // Among processes no second signal may end the program: it must clear away what they leave.
   std::optional<StopSignals> signals(std::in_place, !choices.processes);
   const Tally tally = playEach(*files, choices, *signals);
@@ -227,6 +255,8 @@ void addRun(CLI::App& program, std::function<int()>& chosen) {
       ->check(numberBetween(1, 10000))
       ->needs(processes);
   command->add_option("--timeline", choices->timeline, "Draw the run into this SVG file");
+  command->add_option("--trace", choices->trace, "Write the run into this HTML file, for a browser")
+      ->check(notEmpty());
   command
       ->add_option("--linger", choices->linger,
                    "Virtual seconds that the machine runs on after a story that held")

@@ -1,9 +1,10 @@
 #include "VirtualMac/Tools/MachineCommands.h"
 #include "VirtualMac/Tools/RunCommand.h"
 #include "VirtualMac/Tools/TimelineCommand.h"
+#include "VirtualMac/Tools/TraceCommand.h"
 
 int main(int argc, char** argv) {
-  std::vector<virtualmac::AddCommand> more{virtualmac::addTimeline};
+  std::vector<virtualmac::AddCommand> more{virtualmac::addTimeline, virtualmac::addTrace};
   // The program is built without the command if the scenarios' library does not exist.
 #if defined(VIRTUALMAC_WITH_SCENARIOS)
   more.emplace_back(virtualmac::addRun);

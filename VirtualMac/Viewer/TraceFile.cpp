@@ -13,9 +13,13 @@ namespace {
 
 using nlohmann::ordered_json;
 
+/// A journal's head is one JSON object behind this.
+constexpr std::string_view headMark = "# ";
+
 ordered_json objectOf(const TraceRun& run) {
-  // A head that makes no sense is as good as none.
-  ordered_json head = ordered_json::parse(run.head, nullptr, false);
+  ordered_json head;
+  if (run.head.starts_with(headMark))
+    head = ordered_json::parse(run.head.substr(headMark.size()), nullptr, false);
   ordered_json story;
   if (run.story) story = {{"file", run.story->file}, {"text", run.story->text}};
   ordered_json failures = ordered_json::array();

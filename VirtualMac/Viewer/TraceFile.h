@@ -22,7 +22,7 @@ struct TraceStory {
 /// A run as the viewer shows it.
 struct TraceRun {
   std::string title;
-  std::string head;   ///< The JSON object of the journal's head; empty: there is none.
+  std::string head;   ///< The journal's head, `# {…}`; empty: there is none.
   std::string lines;  ///< The journal's lines, each with its newline.
   std::optional<TraceStory> story;
   std::vector<TraceFailure> failures;
