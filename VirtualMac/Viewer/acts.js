@@ -56,25 +56,42 @@ export class Acts {
     if (index !== null) this.place(index);
   }
 
-  next() { this.step(1); }
-  previous() { this.step(-1); }
-  pageForward() { this.step(this.list.rows.rowsInSight); }
-  pageBack() { this.step(-this.list.rows.rowsInSight); }
-  first() { this.step(-Infinity); }
-  last() { this.step(Infinity); }
+  next() {
+    this.step(1);
+  }
+  previous() {
+    this.step(-1);
+  }
+  pageForward() {
+    this.step(this.list.rows.rowsInSight);
+  }
+  pageBack() {
+    this.step(-this.list.rows.rowsInSight);
+  }
+  first() {
+    this.step(-Infinity);
+  }
+  last() {
+    this.step(Infinity);
+  }
 
   goTo(seconds) {
     this.choose(this.run.indexAt(seconds));
     this.view.include(seconds);
   }
 
-  nextMark() { this.toMark(1); }
-  previousMark() { this.toMark(-1); }
+  nextMark() {
+    this.toMark(1);
+  }
+  previousMark() {
+    this.toMark(-1);
+  }
 
   toMark(way) {
     const {marks} = this.run;
     const cursor = this.store.get('cursor');
-    let place = lastUpTo(marks, way > 0 ? cursor : cursor - 1, (mark) => mark.index) + (way > 0 ? 1 : 0);
+    let place =
+        lastUpTo(marks, way > 0 ? cursor : cursor - 1, (mark) => mark.index) + (way > 0 ? 1 : 0);
     while (marks[place] && !eventKinds.includes(marks[place].kind)) place += way;
     if (marks[place]) {
       this.place(marks[place].index);
@@ -83,8 +100,12 @@ export class Acts {
     }
   }
 
-  failure() { this.toFailure(-2); }
-  nextFailure() { this.toFailure(this.store.get('cursor')); }
+  failure() {
+    this.toFailure(-2);
+  }
+  nextFailure() {
+    this.toFailure(this.store.get('cursor'));
+  }
 
   toFailure(index) {
     const failure = failureAfter(this.run, index);
@@ -106,16 +127,37 @@ export class Acts {
     this.view.zoom(factor, time >= from && time <= to ? time : (from + to) / 2);
   }
 
-  zoomIn() { this.zoom(zoomStep); }
-  zoomOut() { this.zoom(1 / zoomStep); }
-  zoomAll() { this.view.all(); }
-  panLeft() { this.view.move(-panShare); }
-  panRight() { this.view.move(panShare); }
+  zoomIn() {
+    this.zoom(zoomStep);
+  }
+  zoomOut() {
+    this.zoom(1 / zoomStep);
+  }
+  zoomAll() {
+    this.view.all();
+  }
+  panLeft() {
+    this.view.move(-panShare);
+  }
+  panRight() {
+    this.view.move(panShare);
+  }
 
-  focusTime() { byId('go-to').select(); byId('go-to').focus(); }
-  focusSearch() { byId('search-text').select(); byId('search-text').focus(); }
-  focusFilter() { byId('filter-text').select(); byId('filter-text').focus(); }
-  clearFilter() { this.store.set({kinds: null, categories: null, level: 'all', filter: ''}); }
+  focusTime() {
+    byId('go-to').select();
+    byId('go-to').focus();
+  }
+  focusSearch() {
+    byId('search-text').select();
+    byId('search-text').focus();
+  }
+  focusFilter() {
+    byId('filter-text').select();
+    byId('filter-text').focus();
+  }
+  clearFilter() {
+    this.store.set({kinds: null, categories: null, level: 'all', filter: ''});
+  }
 
   focusWhy() {
     this.store.set({tab: 'state'});
@@ -124,8 +166,12 @@ export class Acts {
     (buttons.find((each) => !each.hidden) ?? byId('panel-state')).focus();
   }
 
-  nextMatch() { this.toMatch(1); }
-  previousMatch() { this.toMatch(-1); }
+  nextMatch() {
+    this.toMatch(1);
+  }
+  previousMatch() {
+    this.toMatch(-1);
+  }
 
   toMatch(way) {
     const index = this.search.neighbour(way);
@@ -136,8 +182,12 @@ export class Acts {
     }
   }
 
-  nextDifference() { this.toDifference(1); }
-  previousDifference() { this.toDifference(-1); }
+  nextDifference() {
+    this.toDifference(1);
+  }
+  previousDifference() {
+    this.toDifference(-1);
+  }
 
   toDifference(way) {
     if (!this.comparison.isOn) {
@@ -181,7 +231,11 @@ export class Acts {
     }
   }
 
-  open() { this.opening.ask(); }
+  open() {
+    this.opening.ask();
+  }
 
-  help() { byId('help').showModal(); }
+  help() {
+    byId('help').showModal();
+  }
 }

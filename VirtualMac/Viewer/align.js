@@ -9,13 +9,17 @@ const datePattern = /\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ/g;
 
 // Numbers that the system hands out, which another run has otherwise: processes, assertions, ports.
 const handedOut = [
-  [/\bpid[= ]\d+/g, 'pid #'], [/\bhelper \d+/g, 'helper #'], [/\b(app|client) \d+ /g, '$1 # '],
-  [/\bassertion \d+/g, 'assertion #'], [/\b(id|paired|rootPort)=\d+/g, '$1=#'],
+  [/\bpid[= ]\d+/g, 'pid #'],
+  [/\bhelper \d+/g, 'helper #'],
+  [/\b(app|client) \d+ /g, '$1 # '],
+  [/\bassertion \d+/g, 'assertion #'],
+  [/\b(id|paired|rootPort)=\d+/g, '$1=#'],
 ];
 
 function keyOf(entry, ignoresNumbers) {
   let text = entry.text.replace(datePattern, '#date');
-  if (ignoresNumbers) for (const [form, word] of handedOut) text = text.replace(form, word);
+  if (ignoresNumbers)
+    for (const [form, word] of handedOut) text = text.replace(form, word);
   return `${entry.kind} ${text}`;
 }
 
@@ -54,7 +58,8 @@ function exact(left, right, {from, to, start, end}) {
   for (let one = to - from - 1; one >= 0; --one) {
     for (let other = end - start - 1; other >= 0; --other) {
       const at = one * width + other;
-      table[at] = left[from + one] === right[start + other] ? table[at + width + 1] + 1 :
+      table[at] = left[from + one] === right[start + other] ?
+          table[at + width + 1] + 1 :
           Math.max(table[at + width], table[at + 1]);
     }
   }
@@ -124,15 +129,17 @@ function nearest(left, right, {from, to, start, end}) {
 }
 
 function datesAreNear(one, other) {
-  const dates = [one, other].map(({text}) => (text.match(datePattern) ?? []).map((date) => Date.parse(date)));
+  const dates =
+      [one, other].map(({text}) => (text.match(datePattern) ?? []).map((date) => Date.parse(date)));
   return dates[0].every((date, place) => Math.abs(date - dates[1][place]) <= tickSeconds * 1000);
 }
 
 function rowOf(one, other) {
   const shift = other.time - one.time;
   if (!datesAreNear(one, other)) return {left: one, right: other, kind: 'changed', shift};
-  const kind = Math.abs(shift) > tickSeconds + 0.0005 ? 'late' :
-      Math.abs(shift) > 0.0005 || one.text !== other.text ? 'near' : 'same';
+  const kind = Math.abs(shift) > tickSeconds + 0.0005     ? 'late' :
+      Math.abs(shift) > 0.0005 || one.text !== other.text ? 'near' :
+                                                            'same';
   return {left: one, right: other, kind, shift};
 }
 
@@ -141,12 +148,14 @@ function lonelyRows(lefts, rights) {
   const rows = [];
   const rest = [...rights];
   for (const left of lefts) {
-    const place = rest.findIndex((right) => right.kind === left.kind && right.category === left.category);
+    const place =
+        rest.findIndex((right) => right.kind === left.kind && right.category === left.category);
     if (place < 0) {
       rows.push({left, right: null, kind: 'left', shift: 0});
       continue;
     }
-    for (const right of rest.splice(0, place)) rows.push({left: null, right, kind: 'right', shift: 0});
+    for (const right of rest.splice(0, place))
+      rows.push({left: null, right, kind: 'right', shift: 0});
     const right = rest.shift();
     rows.push({left, right, kind: 'changed', shift: right.time - left.time});
   }

@@ -1,1 +1,99 @@
-document.getElementById("app").textContent = "A virtual Mac.";
+// The page begins here: it shows the trace that it holds, and else the machine that serves it.
+
+import {byId, setText} from 'viewer/dom';
+import {takeToken, valuesFrom} from 'viewer/link';
+import {Run} from 'viewer/model';
+import {Page} from 'viewer/page';
+import {runsFromTrace} from 'viewer/trace';
+
+// Lines come in pieces; the page takes them in once a frame.
+class LiveRun {
+  constructor(page, values) {
+    Object.assign(this, {page, values, waiting: []});
+  }
+
+  begin(head) {
+    this.waiting = [];
+    const {page} = this;
+    const {range, follow, ...kept} = this.values;
+    page.show(new Run({title: 'Virtual Mac', head}), {...kept, cursor: kept.cursor ?? -1});
+    page.store.set({follow: kept.cursor === undefined});
+    this.values = {};
+  }
+
+  take(lines) {
+    for (const line of lines) this.waiting.push(line);
+    this.due ??= requestAnimationFrame(() => this.flush());
+  }
+
+  flush() {
+    this.due = undefined;
+    const lines = this.waiting;
+    this.waiting = [];
+    const {store} = this.page;
+    const run = store.get('run');
+    run.addLines(lines);
+    if (store.get('follow')) store.set({cursor: run.entries.length - 1});
+    store.touch('data');
+  }
+
+  // Temperatures are told by nobody but the machine itself.
+  takeStatus({seconds, temperatureCelsius}) {
+    const run = this.page.store.get('run');
+    if (typeof seconds !== 'number' || typeof temperatureCelsius !== 'number') return;
+    run.addReading(seconds, temperatureCelsius);
+    this.page.store.touch('data');
+  }
+}
+
+function showConnection({state, text}) {
+  const place = byId('connection');
+  place.hidden = false;
+  place.dataset.state = state;
+  setText(place, text);
+}
+
+async function goLive(page, values) {
+  const [{startLive}, {mountControls}] =
+      await Promise.all([import('viewer/live'), import('viewer/controls')]);
+  const run = new LiveRun(page, values);
+  run.begin(null);
+  run.values = values;
+  byId('follow').hidden = false;
+  page.tabs.offer('controls', true);
+  const live = startLive({
+    token: takeToken(),
+    onRun: (head) => run.begin(head),
+    onLines: (lines) => run.take(lines),
+    onConnection: showConnection,
+  });
+  page.acts.live = live;
+  live.addEventListener('status', (event) => run.takeStatus(event.detail));
+  mountControls(byId('panel-controls'), live);
+}
+
+function showTrace(page, text, values) {
+  const {runs, problems} = runsFromTrace(text);
+  page.tell(problems);
+  if (runs.length === 2) {
+    page.compare(...runs, values);
+  } else if (runs.length === 1) {
+    page.show(runs[0], values);
+  }
+}
+
+function boot() {
+  const values = valuesFrom(location.hash);
+  const page = new Page();
+  const trace = byId('trace');
+  if (trace) {
+    showTrace(page, trace.textContent, values);
+  } else if (location.protocol === 'file:') {
+    page.tell(
+        ['This page holds no trace. Open one, or a journal, with "Compare…", or drop it here.']);
+  } else {
+    goLive(page, values);
+  }
+}
+
+boot();

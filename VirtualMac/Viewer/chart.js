@@ -3,9 +3,8 @@
 
 import {curvesOf, percentRange} from 'viewer/curves';
 import {element, token} from 'viewer/dom';
-import {drawLane, drawMark, drawMarks, laneStep, laneHeight, markRows, markStep, overhang,
-        Palette, preparedContext} from 'viewer/lanes';
 import {lastUpTo} from 'viewer/history';
+import {drawLane, drawMark, drawMarks, laneHeight, laneStep, markRows, markStep, overhang, Palette, preparedContext} from 'viewer/lanes';
 import {tickLabel, tickSeconds} from 'viewer/time';
 import {Tracks} from 'viewer/tracks';
 import {scaleOf} from 'viewer/view';
@@ -84,7 +83,8 @@ export class Chart {
     this.drawLanes();
     const {left} = this.gutters;
     Object.assign(this.area.style, {
-      left: `${left}px`, width: `${this.width}px`,
+      left: `${left}px`,
+      width: `${this.width}px`,
     });
     this.placeCursor();
   }
@@ -113,13 +113,22 @@ export class Chart {
     const {words} = this.palette;
     const {left, right} = this.gutters;
     const stepped = uPlot.paths.stepped({align: 1});
-    const line = (colour, extra) => (
-        {stroke: colour, width: 2, paths: stepped, points: {show: false}, ...extra});
-    const axis = {stroke: words.faint, grid: {stroke: words.line, width: 1},
-                  ticks: {show: false}, font: `11px ${token('face')}`};
+    const line = (colour, extra) =>
+        ({stroke: colour, width: 2, paths: stepped, points: {show: false}, ...extra});
+    const axis = {
+      stroke: words.faint,
+      grid: {stroke: words.line, width: 1},
+      ticks: {show: false},
+      font: `11px ${token('face')}`
+    };
     return {
-      width, height, legend: {show: false}, cursor: {show: false}, padding: [topRoom, this.warm ? 0 : right, 0, 0],
-      scales: {x: {time: false, auto: false}, percent: {auto: false}, celsius: {range: warmthRange}},
+      width,
+      height,
+      legend: {show: false},
+      cursor: {show: false},
+      padding: [topRoom, this.warm ? 0 : right, 0, 0],
+      scales:
+          {x: {time: false, auto: false}, percent: {auto: false}, celsius: {range: warmthRange}},
       series: [
         {},
         line(words.charge, {scale: 'percent', width: 2.5}),
@@ -129,11 +138,29 @@ export class Chart {
       ],
       bands: [{series: [2, 3], fill: token('band')}],
       axes: [
-        {...axis, size: axisHeight, splits: (u, i, min, max) => ticks(min, max, this.width),
-         values: (u, splits) => splits.map((each) => tickLabel(each, splits[1] - splits[0] || 1))},
-        {...axis, scale: 'percent', size: left, space: 26, values: (u, splits) => splits.map((each) => `${each} %`)},
-        {...axis, scale: 'celsius', side: 1, size: right, space: 30, show: this.warm, grid: {show: false},
-         values: (u, splits) => splits.map((each) => `${each}°`)},
+        {
+          ...axis,
+          size: axisHeight,
+          splits: (u, i, min, max) => ticks(min, max, this.width),
+          values: (u, splits) => splits.map((each) => tickLabel(each, splits[1] - splits[0] || 1))
+        },
+        {
+          ...axis,
+          scale: 'percent',
+          size: left,
+          space: 26,
+          values: (u, splits) => splits.map((each) => `${each} %`)
+        },
+        {
+          ...axis,
+          scale: 'celsius',
+          side: 1,
+          size: right,
+          space: 30,
+          show: this.warm,
+          grid: {show: false},
+          values: (u, splits) => splits.map((each) => `${each}°`)
+        },
       ],
       hooks: {drawClear: [(plot) => this.shadeSleep(plot)]},
     };
@@ -166,10 +193,12 @@ export class Chart {
     context.translate(overhang, 0);
     this.canvas.style.marginLeft = `${left - overhang}px`;
     const {scale, palette} = this;
-    tracks.forEach((track, place) => drawLane(context, palette, track, scale, place * laneStep, this.run.end));
-    markRows.forEach((row, place) => drawMarks(
-        context, palette,
-        {marks: this.run.marks, run: this.run, row, scale, top: marksTop + place * markStep}));
+    tracks.forEach(
+        (track, place) => drawLane(context, palette, track, scale, place * laneStep, this.run.end));
+    markRows.forEach(
+        (row, place) => drawMarks(
+            context, palette,
+            {marks: this.run.marks, run: this.run, row, scale, top: marksTop + place * markStep}));
     this.drawFailures(context, height);
     this.nameRows(tracks, marksTop, left);
   }

@@ -7,9 +7,11 @@ const ends = /^(\S+) (\d+) (disconnects|disconnected|dies|refused|cut off: .*)$/
 const unnamed = 'client';
 
 function publish(run) {
-  run.set('clients', Object.freeze(run.openClients.map(
-      ({pid, identity, signingID, from, fromIndex}) =>
-          Object.freeze({pid, identity, signingID, since: from, cause: fromIndex}))));
+  run.set(
+      'clients',
+      Object.freeze(run.openClients.map(
+          ({pid, identity, signingID, from, fromIndex}) =>
+              Object.freeze({pid, identity, signingID, since: from, cause: fromIndex}))));
 }
 
 function end(run, stretch, entry, how) {

@@ -25,7 +25,9 @@ export class Comparison {
     this.frame.append(this.names);
     listPlace.append(this.frame);
     this.list = new Rows(this.frame, {
-      id: 'pairs', label: 'Both runs, line by line', rowOf: (place) => this.row(this.shown[place]),
+      id: 'pairs',
+      label: 'Both runs, line by line',
+      rowOf: (place) => this.row(this.shown[place]),
       clicked: (place) => this.choose(this.shown[place]),
     });
     this.finder = finderOf('');
@@ -57,7 +59,8 @@ export class Comparison {
       if (row.right) this.places.right.set(right, place);
       if (isDifference(row)) this.differences.push(place);
     });
-    this.names.replaceChildren(element('span', {}, `A  ${one.title}`), element('span', {}, `B  ${other.title}`));
+    this.names.replaceChildren(
+        element('span', {}, `A  ${one.title}`), element('span', {}, `B  ${other.title}`));
     this.filter();
     this.drawPane();
   }
@@ -66,9 +69,14 @@ export class Comparison {
     if (!this.isOn) return;
     const passes = entryTest(this.store.values);
     const only = this.store.get('onlyDifferences');
-    this.shown = this.rows.filter((row) => (!only || isDifference(row)) &&
-        [row.left, row.right].some((entry) => entry !== null && passes(entry))).map((row) => row.place);
-    this.list.layOut(this.shown.length, only ? 'No difference passes the filter.' : 'Nothing passes the filter.');
+    this.shown = this.rows
+                     .filter(
+                         (row) => (!only || isDifference(row)) &&
+                             [row.left, row.right].some((entry) => entry !== null && passes(entry)))
+                     .map((row) => row.place);
+    this.list.layOut(
+        this.shown.length,
+        only ? 'No difference passes the filter.' : 'Nothing passes the filter.');
     this.follow();
   }
 
@@ -85,12 +93,18 @@ export class Comparison {
         ...(entry ? cellsOf(entry, this.finder) : ['–']));
     const late = row.kind === 'near' || row.kind === 'late' || row.kind === 'changed';
     const shift = late && Math.abs(row.shift) > 0.0005 ?
-        `${row.shift > 0 ? '+' : '−'}${durationText(row.shift)}` : '';
+        `${row.shift > 0 ? '+' : '−'}${durationText(row.shift)}` :
+        '';
     return element(
-        'div', {class: `row pair pair-${row.kind}`, id: `pair-${place}`, 'data-pair': place, 'data-kind': row.kind,
-                title: `${meaning}\nA  ${row.left?.text ?? '–'}\nB  ${row.right?.text ?? '–'}`},
-        element('span', {class: 'pair-sign', 'aria-label': meaning}, sign),
-        side(row.left, 'left'), side(row.right, 'right'), element('span', {class: 'pair-shift'}, shift));
+        'div', {
+          class: `row pair pair-${row.kind}`,
+          id: `pair-${place}`,
+          'data-pair': place,
+          'data-kind': row.kind,
+          title: `${meaning}\nA  ${row.left?.text ?? '–'}\nB  ${row.right?.text ?? '–'}`
+        },
+        element('span', {class: 'pair-sign', 'aria-label': meaning}, sign), side(row.left, 'left'),
+        side(row.right, 'right'), element('span', {class: 'pair-shift'}, shift));
   }
 
   choose(place) {
@@ -151,23 +165,36 @@ export class Comparison {
     const {store} = this;
     const count = (kind) => this.rows.filter((row) => row.kind === kind).length;
     const check = (name, label) => {
-      const box = element('input', {type: 'checkbox', 'data-option': name, change: () => store.set({[name]: box.checked})});
+      const box = element(
+          'input',
+          {type: 'checkbox', 'data-option': name, change: () => store.set({[name]: box.checked})});
       box.checked = store.get(name);
       return element('label', {class: 'check'}, box, ` ${label}`);
     };
     const total = this.differences.length;
     this.panePlace.replaceChildren(
-        element('p', {id: 'difference-count', 'data-differences': total},
-                total === 0 ? 'No difference.' : `${total} difference${total === 1 ? '' : 's'}.`),
-        element('div', {class: 'buttons'},
-                button('First', () => this.goToFirst(), {'data-act': 'firstDifference', disabled: total === 0}),
-                button('Previous (D)', () => this.goToDifference(-1), {disabled: total === 0}),
-                button('Next (d)', () => this.goToDifference(1), {disabled: total === 0})),
+        element(
+            'p', {id: 'difference-count', 'data-differences': total},
+            total === 0 ? 'No difference.' : `${total} difference${total === 1 ? '' : 's'}.`),
+        element(
+            'div', {class: 'buttons'},
+            button(
+                'First', () => this.goToFirst(),
+                {'data-act': 'firstDifference', disabled: total === 0}),
+            button('Previous (D)', () => this.goToDifference(-1), {disabled: total === 0}),
+            button('Next (d)', () => this.goToDifference(1), {disabled: total === 0})),
         check('onlyDifferences', 'only differences'),
-        check('ignoresNumbers', 'numbers that the system hands out (processes, assertions) are no difference'),
-        element('table', {class: 'plain-table'}, element('tbody', {}, ...Object.entries(words).map(([kind, [sign, meaning]]) => element(
-            'tr', {}, element('td', {}, sign), element('td', {}, meaning),
-            element('td', {'data-count': kind}, String(count(kind))))))),
+        check(
+            'ignoresNumbers',
+            'numbers that the system hands out (processes, assertions) are no difference'),
+        element(
+            'table', {class: 'plain-table'},
+            element(
+                'tbody', {},
+                ...Object.entries(words).map(
+                    ([kind, [sign, meaning]]) => element(
+                        'tr', {}, element('td', {}, sign), element('td', {}, meaning),
+                        element('td', {'data-count': kind}, String(count(kind))))))),
         button('End the comparison', () => store.set({other: null, row: -1})));
   }
 }

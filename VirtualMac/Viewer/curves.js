@@ -18,14 +18,16 @@ class Reader {
   // The value at a moment, when asked for moments in order.
   at(index) {
     const {causes, values} = this.history;
-    while (this.next < causes.length && causes[this.next] <= index) this.value = values[this.next++];
+    while (this.next < causes.length && causes[this.next] <= index)
+      this.value = values[this.next++];
     return this.value;
   }
 }
 
 function indicesOf(run, fields) {
   const all = new Set([atStart]);
-  for (const field of fields) for (const cause of run.history(field).causes) all.add(cause);
+  for (const field of fields)
+    for (const cause of run.history(field).causes) all.add(cause);
   return [...all].sort((one, other) => one - other);
 }
 
@@ -34,7 +36,8 @@ const lineFields = ['charge', 'enforcing', 'limit', 'band', 'heldTemperature'];
 // Where a value ends, it still holds until just before.
 function endStretches(columns, time, values) {
   const last = columns[0].length - 1;
-  const ends = last >= 0 && values.some((value, place) => value === null && columns[place + 1][last] !== null);
+  const ends = last >= 0 &&
+      values.some((value, place) => value === null && columns[place + 1][last] !== null);
   const before = Math.max((columns[0][last] + time) / 2, time - justBefore);
   if (ends) columns.forEach((column, place) => column.push(place === 0 ? before : column[last]));
 }
@@ -54,7 +57,8 @@ export function curvesOf(run) {
     const [charge, enforcing, limit, band, warmth] = readers.map((reader) => reader.at(index));
     const held = enforcing && limit !== undefined ? limit : null;
     const width = Math.min(largestBand, Math.max(smallestBand, band));
-    values = [charge ?? null, held, held !== null && held < 100 ? held - width : null, warmth ?? null];
+    values =
+        [charge ?? null, held, held !== null && held < 100 ? held - width : null, warmth ?? null];
     add(run.timeOf(index), values);
   }
   add(run.end, values);

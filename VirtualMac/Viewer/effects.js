@@ -1,6 +1,6 @@
-// The lines that a journal can hold, as `VirtualMac/Schedule/Effects.def` has them, in its order: {}
-// stands for a value, {*} for the others, with spaces between. Where two patterns fit a text, the
-// first holds.
+// The lines that a journal can hold, as `VirtualMac/Schedule/Effects.def` has them, in its
+// order: {} stands for a value, {*} for the others, with spaces between. Where two patterns fit a
+// text, the first holds.
 
 export const effectRows = [
   ['keyRefused', 'smc', '{} <- {} refused (result {})'],
@@ -88,7 +88,9 @@ function match({texts, takesOthers}, text) {
   for (let number = 1; number < texts.length; ++number) {
     const next = texts[number];
     const last = number === texts.length - 1 && !takesOthers;
-    const end = !last ? text.indexOf(next, at) : text.endsWith(next) ? text.length - next.length : -1;
+    const end = !last       ? text.indexOf(next, at) :
+        text.endsWith(next) ? text.length - next.length :
+                              -1;
     if (end < at) return null;
     values.push(text.slice(at, end));
     at = end + next.length;
@@ -97,7 +99,10 @@ function match({texts, takesOthers}, text) {
   return at === text.length ? values : null;
 }
 
-const told = {id: 'told', values: []};
+const told = {
+  id: 'told',
+  values: []
+};
 
 // The effect that a line tells, and its values; `told` where no pattern fits.
 export function effectOf(kind, text) {

@@ -32,7 +32,8 @@ export class EnforcementTrail {
 
   // The text after an entry; null: the entry changes nothing.
   hear(entry) {
-    const matters = entry.kind === 'proc' || entry.kind === 'reply' || entry.category === 'HelperImpl';
+    const matters =
+        entry.kind === 'proc' || entry.kind === 'reply' || entry.category === 'HelperImpl';
     if (!matters) return null;
     const before = this.text();
     const id = entry.effect;
@@ -84,8 +85,8 @@ export class EnforcementTrail {
   hearCore(text) {
     const begins = (words) => text.startsWith(words);
     if (begins('charge enforcement ')) {
-      this.outcome = text.slice('charge enforcement '.length)
-                         .replace(/ — limit is NOT being applied$/, '');
+      this.outcome =
+          text.slice('charge enforcement '.length).replace(/ — limit is NOT being applied$/, '');
     } else if (begins('setChargeLimit(')) {
       // Other limits are refused without being queued.
       const limit = numberAfter(text, '(');

@@ -1,6 +1,11 @@
 // Which entries are shown: by kind, category, level and text. And finding a text in them.
 
-const levels = {all: 0, default: 1, error: 2, fault: 3};
+const levels = {
+  all: 0,
+  default: 1,
+  error: 2,
+  fault: 3
+};
 
 // A person's words as a test: plain words without regard to case, or `/pattern/flags`.
 // {error}: it is no pattern. {find(text)} gives the stretches [from, to] that it finds.
@@ -12,8 +17,12 @@ export function finderOf(words) {
     const flags = form ? form[2].replace(/[gy]/g, '') : 'i';
     const pattern = new RegExp(source, flags + 'g');
     const one = new RegExp(source, flags);
-    return {empty: false, error: '', test: (text) => one.test(text),
-            find: (text) => stretchesOf(pattern, text)};
+    return {
+      empty: false,
+      error: '',
+      test: (text) => one.test(text),
+      find: (text) => stretchesOf(pattern, text)
+    };
   } catch (error) {
     return {empty: false, error: error.message, test: () => false, find: () => []};
   }

@@ -4,9 +4,15 @@ import {button, element, setText} from 'viewer/dom';
 import {finderOf} from 'viewer/filter';
 
 const kindTitles = {
-  smc: 'writes that reached the hardware', disk: 'the state file', log: 'the log of the helper',
-  reply: 'answers to clients', power: 'assertions, settings, sleep', app: 'clients',
-  mac: 'done to the machine, or by it', proc: 'the process of the helper', fail: 'failures of the story',
+  smc: 'writes that reached the hardware',
+  disk: 'the state file',
+  log: 'the log of the helper',
+  reply: 'answers to clients',
+  power: 'assertions, settings, sleep',
+  app: 'clients',
+  mac: 'done to the machine, or by it',
+  proc: 'the process of the helper',
+  fail: 'failures of the story',
 };
 
 export class FilterBar {
@@ -14,14 +20,24 @@ export class FilterBar {
   constructor(place, store, list, steps) {
     Object.assign(this, {store, list});
     this.chips = element('div', {class: 'chips', role: 'group', 'aria-label': 'Kinds'});
-    this.all = button('All', () => store.set({kinds: null, categories: null, level: 'all', filter: ''}), {class: 'chip', id: 'filter-all'});
-    this.onlyLog = button('Only log', () => store.set({kinds: ['log']}), {class: 'chip', id: 'filter-log'});
+    this.all = button(
+        'All', () => store.set({kinds: null, categories: null, level: 'all', filter: ''}),
+        {class: 'chip', id: 'filter-all'});
+    this.onlyLog =
+        button('Only log', () => store.set({kinds: ['log']}), {class: 'chip', id: 'filter-log'});
     this.kinds = element('span', {class: 'chips'});
     this.chips.append(this.all, this.onlyLog, this.kinds);
-    this.category = element('select', {id: 'filter-category', 'aria-label': 'Category of the log', change: () => this.chose()});
+    this.category = element(
+        'select',
+        {id: 'filter-category', 'aria-label': 'Category of the log', change: () => this.chose()});
     this.level = element(
-        'select', {id: 'filter-level', 'aria-label': 'Level of the log', change: () => store.set({level: this.level.value})},
-        element('option', {value: 'all'}, 'every level'), element('option', {value: 'error'}, 'error, fault'),
+        'select', {
+          id: 'filter-level',
+          'aria-label': 'Level of the log',
+          change: () => store.set({level: this.level.value})
+        },
+        element('option', {value: 'all'}, 'every level'),
+        element('option', {value: 'error'}, 'error, fault'),
         element('option', {value: 'fault'}, 'fault'));
     this.filter = this.input('filter-text', 'filter', 'text or /regex/');
     this.search = this.input('search-text', 'search', 'text or /regex/');
@@ -33,16 +49,25 @@ export class FilterBar {
     place.append(
         this.chips, this.category, this.level,
         element('label', {class: 'field'}, 'Filter', this.filter),
-        element('div', {class: 'search-group'},
-        element('label', {class: 'field'}, 'Search', this.search),
-        button('↑', steps.previous, {'aria-label': 'Previous match (N)', title: 'Previous match (N)', id: 'search-previous'}),
-        button('↓', steps.next, {'aria-label': 'Next match (n)', title: 'Next match (n)', id: 'search-next'}),
-        this.matches), this.error);
-    store.on(['run', 'data', 'kinds', 'categories', 'level', 'filter', 'search'], () => this.draw());
+        element(
+            'div', {class: 'search-group'},
+            element('label', {class: 'field'}, 'Search', this.search), button('↑', steps.previous, {
+              'aria-label': 'Previous match (N)',
+              title: 'Previous match (N)',
+              id: 'search-previous'
+            }),
+            button(
+                '↓', steps.next,
+                {'aria-label': 'Next match (n)', title: 'Next match (n)', id: 'search-next'}),
+            this.matches),
+        this.error);
+    store.on(
+        ['run', 'data', 'kinds', 'categories', 'level', 'filter', 'search'], () => this.draw());
   }
 
   input(id, name, placeholder) {
-    const field = element('input', {type: 'search', id, placeholder, autocomplete: 'off', spellcheck: 'false'});
+    const field = element(
+        'input', {type: 'search', id, placeholder, autocomplete: 'off', spellcheck: 'false'});
     field.addEventListener('input', () => this.store.set({[name]: field.value}));
     return field;
   }
@@ -61,7 +86,8 @@ export class FilterBar {
       if (this[name].value !== this.store.get(name)) this[name].value = this.store.get(name);
     }
     const errors = ['filter', 'search'].map((name) => [name, finderOf(this.store.get(name)).error]);
-    for (const [name, error] of errors) this[name].setAttribute('aria-invalid', String(error !== ''));
+    for (const [name, error] of errors)
+      this[name].setAttribute('aria-invalid', String(error !== ''));
     const [wrong] = errors.filter(([, error]) => error !== '');
     setText(this.error, wrong ? `The ${wrong[0]} is no regular expression: ${wrong[1]}` : '');
   }
@@ -72,8 +98,10 @@ export class FilterBar {
     if (names.join() !== this.shownKinds) {
       this.shownKinds = names.join();
       this.kinds.replaceChildren(...names.map((kind) => button('', () => this.toggle(kind), {
-        class: 'chip', 'data-kind': kind, title: kindTitles[kind] ?? 'other lines',
-      })));
+                                                class: 'chip',
+                                                'data-kind': kind,
+                                                title: kindTitles[kind] ?? 'other lines',
+                                              })));
     }
     const shown = this.store.get('kinds');
     counts.forEach(([kind, count], place) => {
@@ -95,7 +123,8 @@ export class FilterBar {
     const all = [...this.list.counts.kinds.keys()];
     const shown = this.store.get('kinds') ?? all;
     const now = shown.includes(kind) ? shown.filter((each) => each !== kind) : [...shown, kind];
-    this.store.set({kinds: now.length === 0 || all.every((each) => now.includes(each)) ? null : now.sort()});
+    this.store.set(
+        {kinds: now.length === 0 || all.every((each) => now.includes(each)) ? null : now.sort()});
   }
 
   drawCategories() {

@@ -2,8 +2,8 @@
 // The chart's fields and marks are read as `VirtualMac/Timeline` reads them.
 
 import {numberAfter} from 'viewer/journal';
-import {requestIn} from 'viewer/requests';
 import {changesIn} from 'viewer/record';
+import {requestIn} from 'viewer/requests';
 import {gateKeys, inflowKeys, isSet} from 'viewer/smcKeys';
 import {assumeCharge} from 'viewer/start';
 
@@ -66,7 +66,7 @@ function setRecord(run, file, words) {
   }
 }
 
-// What an effect does to the run, by its name; the values are those of its pattern.
+// The change that an effect makes, by its name; the values are those of its pattern.
 const effects = {
   keyWritten(run, [key, bytes]) {
     run.set(`key.${key}`, bytes);
@@ -256,8 +256,11 @@ function hearFault(run, text) {
 }
 
 const toldOfMac = [
-  [/^display (connected|disconnected)$/, (run, [, value]) =>
-      run.change('display', value, value === 'connected' ? 'disconnected' : 'connected')],
+  [
+    /^display (connected|disconnected)$/,
+    (run, [, value]) =>
+        run.change('display', value, value === 'connected' ? 'disconnected' : 'connected')
+  ],
   [/^ambient set to (\S+) C$/, (run, [, degrees]) => run.set('ambient', parseFloat(degrees))],
   [/^temperature set to (\S+) C$/, (run, [, degrees]) => holdTemperature(run, parseFloat(degrees))],
   [/^temperature free$/, (run) => run.set('heldTemperature', undefined)],
@@ -278,10 +281,17 @@ function hearTold(run, values, entry) {
 
 // Words of the core's log with which it begins, and ends, to hold a limit.
 const beginsToHold = [
-  'setChargeLimit(', 'arming polling loop', 'arming watchdog', 'restored limit', 'restoring limit',
+  'setChargeLimit(',
+  'arming polling loop',
+  'arming watchdog',
+  'restored limit',
+  'restoring limit',
 ];
 const endsToHold = [
-  /^clearChargeLimit /, /^resetAllSMCKeys /, /suspending enforcement/, /stopped enforcement/,
+  /^clearChargeLimit /,
+  /^resetAllSMCKeys /,
+  /suspending enforcement/,
+  /stopped enforcement/,
   /^releaseLimitUntilFullThenRestore /,
 ];
 

@@ -38,7 +38,12 @@ export const shortcuts = [
 ];
 
 const names = {
-  ArrowRight: '→', ArrowLeft: '←', ArrowUp: '↑', ArrowDown: '↓', PageDown: 'Page ↓', PageUp: 'Page ↑',
+  ArrowRight: '→',
+  ArrowLeft: '←',
+  ArrowUp: '↑',
+  ArrowDown: '↓',
+  PageDown: 'Page ↓',
+  PageUp: 'Page ↑',
 };
 const hidden = ['Shift++', '=', 'Shift+?'];
 const memory = 'letterKeys';
@@ -53,7 +58,8 @@ function remembered() {
 }
 
 function isTyping(target) {
-  return target instanceof Element && target.matches('input:not([type="checkbox"]), select, textarea, [contenteditable]');
+  return target instanceof Element &&
+      target.matches('input:not([type="checkbox"]), select, textarea, [contenteditable]');
 }
 
 export class Keys {
@@ -81,19 +87,33 @@ export class Keys {
   }
 
   fillHelp(dialog) {
-    const items = shortcuts.flatMap(([keys, , words]) => [
-      element('dt', {}, ...keys.filter((key) => !hidden.includes(key)).flatMap((key, place) => [
-        place > 0 ? ' ' : '', element('kbd', {}, key.split('+').filter((part) => part !== '').map((part) => names[part] ?? part).join(' ') || key),
-      ])),
-      element('dd', {}, words),
+    const items = shortcuts.flatMap(
+        ([keys, , words]) =>
+            [element(
+                 'dt', {},
+                 ...keys.filter((key) => !hidden.includes(key))
+                     .flatMap(
+                         (key, place) =>
+                             [place > 0 ? ' ' : '',
+                              element(
+                                  'kbd', {},
+                                  key.split('+')
+                                          .filter((part) => part !== '')
+                                          .map((part) => names[part] ?? part)
+                                          .join(' ') ||
+                                      key),
+    ])),
+             element('dd', {}, words),
     ]);
-    const letters = element('input', {type: 'checkbox', change: () => this.remember(letters.checked)});
+    const letters =
+        element('input', {type: 'checkbox', change: () => this.remember(letters.checked)});
     letters.checked = this.letters;
     dialog.replaceChildren(
         button('Close', () => dialog.close(), {class: 'close', autofocus: true}),
-        element('h2', {id: 'help-heading'}, 'Keys'),
-        element('dl', {class: 'shortcuts'}, ...items),
-        element('p', {}, 'Chart: a click moves the cursor, dragging zooms, the wheel zooms, Shift and the wheel move, ' +
+        element('h2', {id: 'help-heading'}, 'Keys'), element('dl', {class: 'shortcuts'}, ...items),
+        element(
+            'p', {},
+            'Chart: a click moves the cursor, dragging zooms, the wheel zooms, Shift and the wheel move, ' +
                 'a double click shows the whole run; with fingers, one moves and two zoom.'),
         element('p', {}, element('label', {}, letters, ' keys that are single letters and signs')));
   }

@@ -18,7 +18,12 @@ export const markRows = [
 ];
 
 const hatches = {
-  paused: 'diagonal', inflow: 'cross', sleep: 'dots', off: 'cross', topoff: 'upright', fault: 'back',
+  paused: 'diagonal',
+  inflow: 'cross',
+  sleep: 'dots',
+  off: 'cross',
+  topoff: 'upright',
+  fault: 'back',
   lid: 'level',
 };
 
@@ -44,8 +49,9 @@ export class Palette {
   constructor() {
     this.tones = new Map();
     this.words = {};
-    for (const name of ['ink', 'faint', 'line', 'lane', 'panel', 'charge', 'limit', 'warmth', 'bad',
-                        'deed', 'event', 'request', 'band']) {
+    for (const name
+             of ['ink', 'faint', 'line', 'lane', 'panel', 'charge', 'limit', 'warmth', 'bad',
+                 'deed', 'event', 'request', 'band']) {
       this.words[name] = token(name);
     }
   }
@@ -137,8 +143,14 @@ export function drawLane(context, palette, track, scale, top, end) {
 }
 
 const markColours = {
-  request: 'request', refusal: 'bad', event: 'event', loss: 'bad', deed: 'deed', error: 'bad',
-  log: 'faint', failure: 'bad',
+  request: 'request',
+  refusal: 'bad',
+  event: 'event',
+  loss: 'bad',
+  deed: 'deed',
+  error: 'bad',
+  log: 'faint',
+  failure: 'bad',
 };
 
 // Each kind of mark has its own shape.
@@ -147,8 +159,9 @@ export function drawMark(context, palette, kind, x, y) {
   context.lineWidth = 2;
   const path = (points, close) => {
     context.beginPath();
-    points.forEach(([dx, dy], place) =>
-        place === 0 ? context.moveTo(x + dx, y + dy) : context.lineTo(x + dx, y + dy));
+    points.forEach(
+        ([dx, dy], place) =>
+            place === 0 ? context.moveTo(x + dx, y + dy) : context.lineTo(x + dx, y + dy));
     if (close) {
       context.closePath();
       context.fill();

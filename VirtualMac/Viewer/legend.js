@@ -4,10 +4,19 @@ import {element} from 'viewer/dom';
 import {Palette, preparedContext} from 'viewer/lanes';
 import {signOf} from 'viewer/tooltip';
 
-const lines = [['charge', 'charge', [], 2.5], ['limit', 'limit', [6, 4], 2], ['temperature', 'warmth', [2, 3], 1.5]];
+const lines = [
+  ['charge', 'charge', [], 2.5], ['limit', 'limit', [6, 4], 2],
+  ['temperature', 'warmth', [2, 3], 1.5]
+];
 const signs = [
-  ['request', 'request'], ['refusal', 'refused'], ['deed', 'done to it'], ['event', 'helper starts, ends'],
-  ['loss', 'killed, power lost'], ['log', 'log'], ['error', 'error, fault'], ['failure', 'failure'],
+  ['request', 'request'],
+  ['refusal', 'refused'],
+  ['deed', 'done to it'],
+  ['event', 'helper starts, ends'],
+  ['loss', 'killed, power lost'],
+  ['log', 'log'],
+  ['error', 'error, fault'],
+  ['failure', 'failure'],
 ];
 
 function lineSign(colour, dash, width) {
@@ -39,5 +48,6 @@ export function drawLegend(place) {
       ...lines.map(([words, colour, dash, width]) => item(lineSign(colour, dash, width), words)),
       item(bandSign(), 'band: no decision'),
       ...signs.map(([kind, words]) => item(signOf(kind), words)));
-  place.replaceChildren(element('details', {open: isOpen}, element('summary', {}, 'Signs and lines'), items));
+  place.replaceChildren(
+      element('details', {open: isOpen}, element('summary', {}, 'Signs and lines'), items));
 }

@@ -8,14 +8,30 @@ const listFrom = (text) => text.split(' ').filter((word) => word !== '');
 
 // For each part of the fragment: the value's text, or null when it is the usual one, and back.
 const parts = {
-  e: {name: 'cursor', write: (cursor) => cursor === null ? null : String(cursor), read: (text) => /^-?\d+$/.test(text) ? Number(text) : undefined},
-  zoom: {name: 'range', write: (range) => range && `${range.from.toFixed(3)}-${range.to.toFixed(3)}`, read: rangeFrom},
+  e: {
+    name: 'cursor',
+    write: (cursor) => cursor === null ? null : String(cursor),
+    read: (text) => /^-?\d+$/.test(text) ? Number(text) : undefined
+  },
+  zoom: {
+    name: 'range',
+    write: (range) => range && `${range.from.toFixed(3)}-${range.to.toFixed(3)}`,
+    read: rangeFrom
+  },
   kinds: {name: 'kinds', write: (kinds) => kinds && listText(kinds), read: listFrom},
   category: {name: 'categories', write: (names) => names && listText(names), read: listFrom},
-  level: {name: 'level', write: (level) => level === 'all' ? null : level, read: (text) => ['error', 'fault'].includes(text) ? text : 'all'},
+  level: {
+    name: 'level',
+    write: (level) => level === 'all' ? null : level,
+    read: (text) => ['error', 'fault'].includes(text) ? text : 'all'
+  },
   filter: {name: 'filter', write: (text) => text || null, read: (text) => text},
   search: {name: 'search', write: (text) => text || null, read: (text) => text},
-  theme: {name: 'theme', write: (theme) => theme === 'auto' ? null : theme, read: (text) => ['dark', 'light'].includes(text) ? text : 'auto'},
+  theme: {
+    name: 'theme',
+    write: (theme) => theme === 'auto' ? null : theme,
+    read: (text) => ['dark', 'light'].includes(text) ? text : 'auto'
+  },
   pane: {name: 'tab', write: (tab) => tab === 'state' ? null : tab, read: (text) => text},
 };
 
@@ -53,7 +69,8 @@ export function takeToken() {
   sessionStorage.setItem(tokenName, given);
   words.delete(tokenName);
   const rest = words.toString();
-  history.replaceState(null, '', location.pathname + location.search + (rest === '' ? '' : `#${rest}`));
+  history.replaceState(
+      null, '', location.pathname + location.search + (rest === '' ? '' : `#${rest}`));
   return given;
 }
 

@@ -13,14 +13,16 @@ export function cellsOf(entry, finder) {
   return [
     element('span', {class: 'row-time'}, clockText(entry.time)),
     element('span', {class: 'row-kind'}, entry.kind),
-    element('span', {class: 'row-text'},
-            about === '' ? null : element('span', {class: 'row-about'}, about + ' '),
-            markedText(textOf(entry), finder.find(textOf(entry)))),
+    element(
+        'span', {class: 'row-text'},
+        about === '' ? null : element('span', {class: 'row-about'}, about + ' '),
+        markedText(textOf(entry), finder.find(textOf(entry)))),
   ];
 }
 
 export function classOf(entry) {
-  return `row kind-${entry.kind}${entry.level === 'error' || entry.level === 'fault' ? ' bad' : ''}`;
+  return `row kind-${entry.kind}${
+      entry.level === 'error' || entry.level === 'fault' ? ' bad' : ''}`;
 }
 
 export class EntryList {
@@ -31,7 +33,9 @@ export class EntryList {
     this.counts = new Counts();
     this.finder = finderOf('');
     this.rows = new Rows(place, {
-      id: 'entries', label: 'Journal and log', rowOf: (number) => this.row(number),
+      id: 'entries',
+      label: 'Journal and log',
+      rowOf: (number) => this.row(number),
       clicked: (number) => choose(this.selection.indices[number]),
     });
     store.on(['run', 'kinds', 'categories', 'level', 'filter'], () => this.begin());
@@ -59,7 +63,8 @@ export class EntryList {
 
   layOut() {
     const isEmpty = this.selection.run.entries.length === 0;
-    this.rows.layOut(this.length, isEmpty ? 'Nothing has happened yet.' : 'Nothing passes the filter.');
+    this.rows.layOut(
+        this.length, isEmpty ? 'Nothing has happened yet.' : 'Nothing passes the filter.');
   }
 
   search() {
@@ -74,10 +79,15 @@ export class EntryList {
   row(number) {
     const index = this.selection.indices[number];
     const entry = this.selection.run.entries[index];
-    return element('div', {
-      class: classOf(entry), id: `entry-${index}`, 'data-index': index, 'data-kind': entry.kind,
-      title: `${secondsText(entry.time)}  ${entry.kind}  ${entry.text}`,
-    }, ...cellsOf(entry, this.finder));
+    return element(
+        'div', {
+          class: classOf(entry),
+          id: `entry-${index}`,
+          'data-index': index,
+          'data-kind': entry.kind,
+          title: `${secondsText(entry.time)}  ${entry.kind}  ${entry.text}`,
+        },
+        ...cellsOf(entry, this.finder));
   }
 
   // The place in the list of an entry, or of the last one before it that is shown.

@@ -149,7 +149,8 @@ export class Run {
   // The marks from one moment to another.
   marksBetween(from, to) {
     const timeOf = (mark) => this.timeOf(mark.index);
-    return this.marks.slice(lastUpTo(this.marks, from, timeOf) + 1, lastUpTo(this.marks, to, timeOf) + 1);
+    return this.marks.slice(
+        lastUpTo(this.marks, from, timeOf) + 1, lastUpTo(this.marks, to, timeOf) + 1);
   }
 
   // The temperature that the machine gave when it was asked.

@@ -14,26 +14,39 @@ export class MomentBar {
     this.shown = element('span', {class: 'moment-rest', id: 'shown-range'});
     this.follow = button('Follow the end', () => acts.follow(), {id: 'follow', hidden: true});
     this.goTo = element('input', {
-      type: 'text', id: 'go-to', placeholder: 'go to time', 'aria-label': 'Go to a time',
-      autocomplete: 'off', spellcheck: 'false', keydown: (event) => this.typed(event),
+      type: 'text',
+      id: 'go-to',
+      placeholder: 'go to time',
+      'aria-label': 'Go to a time',
+      autocomplete: 'off',
+      spellcheck: 'false',
+      keydown: (event) => this.typed(event),
     });
-    const group = (label, ...buttons) => element('div', {class: 'group', role: 'group', 'aria-label': label}, ...buttons);
+    const group = (label, ...buttons) =>
+        element('div', {class: 'group', role: 'group', 'aria-label': label}, ...buttons);
     place.append(
-        element('div', {class: 'moment'},
-                element('div', {class: 'moment-line'}, this.clock, this.shown),
-                element('div', {class: 'moment-line'}, this.seconds, this.wall)),
+        element(
+            'div', {class: 'moment'},
+            element('div', {class: 'moment-line'}, this.clock, this.shown),
+            element('div', {class: 'moment-line'}, this.seconds, this.wall)),
         this.goTo,
-        group('Line', this.make('‹', 'Previous line (←)', 'previous'), this.make('›', 'Next line (→)', 'next')),
-        group('Event', this.make('« event', 'Previous event ([)', 'previousMark'),
-              this.make('event »', 'Next event (])', 'nextMark')),
-        group('Zoom', this.make('−', 'Show more time (−)', 'zoomOut'), this.make('+', 'Show less time (+)', 'zoomIn'),
-              this.make('all', 'Show the whole run (0)', 'zoomAll')),
+        group(
+            'Line', this.make('‹', 'Previous line (←)', 'previous'),
+            this.make('›', 'Next line (→)', 'next')),
+        group(
+            'Event', this.make('« event', 'Previous event ([)', 'previousMark'),
+            this.make('event »', 'Next event (])', 'nextMark')),
+        group(
+            'Zoom', this.make('−', 'Show more time (−)', 'zoomOut'),
+            this.make('+', 'Show less time (+)', 'zoomIn'),
+            this.make('all', 'Show the whole run (0)', 'zoomAll')),
         this.follow);
     store.on(['cursor', 'run', 'data', 'range', 'follow'], () => this.draw());
   }
 
   make(words, label, act) {
-    return button(words, () => this.acts[act](), {'aria-label': label, title: label, 'data-act': act});
+    return button(
+        words, () => this.acts[act](), {'aria-label': label, title: label, 'data-act': act});
   }
 
   draw() {
@@ -45,8 +58,10 @@ export class MomentBar {
     const clock = run.clockAt(time);
     setText(this.wall, clock === null ? '' : wallText(clock, time));
     const {from, to} = this.view.range;
-    setText(this.shown, this.view.isWhole ? `of ${durationText(run.end)}` :
-        `${durationText(to - from)} of ${durationText(run.end)} shown`);
+    setText(
+        this.shown,
+        this.view.isWhole ? `of ${durationText(run.end)}` :
+                            `${durationText(to - from)} of ${durationText(run.end)} shown`);
     this.follow.setAttribute('aria-pressed', String(this.store.get('follow')));
   }
 
@@ -54,8 +69,9 @@ export class MomentBar {
     if (event.key !== 'Enter') return;
     const seconds = secondsFrom(this.goTo.value);
     this.goTo.setAttribute('aria-invalid', String(seconds === null));
-    this.acts.say(seconds === null ?
-        `"${this.goTo.value}" is no time; write 00:27:30, 1d 02:00 or 1650.5` : '');
+    this.acts.say(
+        seconds === null ? `"${this.goTo.value}" is no time; write 00:27:30, 1d 02:00 or 1650.5` :
+                           '');
     if (seconds !== null) this.acts.goTo(seconds);
   }
 }

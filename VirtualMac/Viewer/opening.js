@@ -8,8 +8,12 @@ export class Opening {
   constructor(opened) {
     this.opened = opened;
     this.field = element('input', {
-      type: 'file', hidden: true, id: 'file', 'aria-label': 'A trace or a journal',
-      accept: '.html,.json,.journal,.log,.txt,text/*', change: () => this.chosen(),
+      type: 'file',
+      hidden: true,
+      id: 'file',
+      'aria-label': 'A trace or a journal',
+      accept: '.html,.json,.journal,.log,.txt,text/*',
+      change: () => this.chosen(),
     });
     document.body.append(this.field);
     this.takeDrops();

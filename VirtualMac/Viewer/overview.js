@@ -11,7 +11,8 @@ export class Overview {
   constructor(place, view) {
     this.view = view;
     this.canvas = element('canvas', {
-      role: 'img', 'aria-label': 'The charge over the whole run; a window shows what the chart shows',
+      role: 'img',
+      'aria-label': 'The charge over the whole run; a window shows what the chart shows',
     });
     this.node = element('div', {class: 'overview'}, this.canvas);
     place.append(this.node);
@@ -47,7 +48,8 @@ export class Overview {
       context.fillRect(scale.x(to), 0, width - scale.x(to), height);
       context.globalAlpha = 1;
       context.strokeStyle = words.ink;
-      context.strokeRect(scale.x(from) + 0.5, 0.5, Math.max(2, scale.x(to) - scale.x(from) - 1), height - 1);
+      context.strokeRect(
+          scale.x(from) + 0.5, 0.5, Math.max(2, scale.x(to) - scale.x(from) - 1), height - 1);
     }
     for (const failure of run.failures) {
       context.fillStyle = words.bad;
@@ -63,7 +65,8 @@ export class Overview {
     let drawn = -1;
     times.forEach((time, place) => {
       const next = times[place + 1] ?? time;
-      if (charges[place] === null || (scale.x(next) - drawn < 0.5 && place < times.length - 1)) return;
+      if (charges[place] === null || (scale.x(next) - drawn < 0.5 && place < times.length - 1))
+        return;
       drawn = scale.x(next);
       const act = place === 0 ? 'moveTo' : 'lineTo';
       context[act](scale.x(time), y(charges[place]));

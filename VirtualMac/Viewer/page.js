@@ -52,20 +52,27 @@ export class Page {
     this.search = new Search(store, this.list);
     this.tabs = new Tabs(byId('tabs'), store);
     this.panes = new Panes(byId('panel-state'), store, {
-      choose, goBack: () => this.acts.goBack(), besideState: () => this.besideState(),
+      choose,
+      goBack: () => this.acts.goBack(),
+      besideState: () => this.besideState(),
     });
     this.table = new TablePane(byId('panel-table'), store, choose);
     this.story = new StoryPane(byId('panel-story'), store, (time) => this.acts.goTo(time));
     this.address = new Address(store);
     this.line = element('p', {id: 'line-text'});
-    byId('list-section').append(element('div', {id: 'line', 'aria-label': 'The line at the cursor', role: 'group'}, this.line));
+    byId('list-section')
+        .append(element(
+            'div', {id: 'line', 'aria-label': 'The line at the cursor', role: 'group'}, this.line));
   }
 
   makeBars(store) {
     const {acts} = this;
     new MomentBar(byId('chart-bar'), store, this.view, acts);
-    new FilterBar(byId('filters'), store, this.list, {next: () => acts.nextMatch(), previous: () => acts.previousMatch()});
-    const action = (words, act, title) => button(words, () => acts[act](), {'data-act': act, title});
+    new FilterBar(
+        byId('filters'), store, this.list,
+        {next: () => acts.nextMatch(), previous: () => acts.previousMatch()});
+    const action = (words, act, title) =>
+        button(words, () => acts[act](), {'data-act': act, title});
     byId('actions').append(
         action('Compare…', 'open', 'Open a second run beside this one (o)'),
         action('Copy link', 'copyLink', 'Copy the link to this view (c)'),
@@ -81,11 +88,13 @@ export class Page {
     store.on(['range'], () => this.charts.forEach((chart) => chart.draw()));
     store.on(['data', 'range', 'cursor', 'row', 'run', 'other'], () => this.drawCursor());
     store.on(['tab'], () => this.panes.draw());
-    store.on(['cursor', 'data', 'run', 'search', 'filter', 'kinds', 'categories', 'level'],
-             () => setText(byId('matches'), this.search.text()));
+    store.on(
+        ['cursor', 'data', 'run', 'search', 'filter', 'kinds', 'categories', 'level'],
+        () => setText(byId('matches'), this.search.text()));
     new ResizeObserver(() => this.redraw()).observe(byId('plot'));
     document.addEventListener('keydown', () => this.hover(null));
-    addEventListener('hashchange', () => this.store.set({follow: false, ...valuesFrom(location.hash)}));
+    addEventListener(
+        'hashchange', () => this.store.set({follow: false, ...valuesFrom(location.hash)}));
   }
 
   // The charts of the run, and of the one beside it.
@@ -97,7 +106,8 @@ export class Page {
     this.list.rows.node.hidden = isPair;
     this.tabs.offer('compare', isPair);
     this.charts = runs.map((run, place) => {
-      const chart = new Chart(byId('plot'), this.view, isPair ? `${'AB'[place]}  ${run.title}` : '');
+      const chart =
+          new Chart(byId('plot'), this.view, isPair ? `${'AB'[place]}  ${run.title}` : '');
       chart.setRun(run);
       this.pointTo(chart, place);
       return chart;
@@ -124,14 +134,16 @@ export class Page {
   }
 
   besideState() {
-    return this.comparison.isOn ? this.store.get('other').stateAt(this.comparison.rightIndex) : null;
+    return this.comparison.isOn ? this.store.get('other').stateAt(this.comparison.rightIndex) :
+                                  null;
   }
 
   drawCursor() {
     const {run, other, cursor} = this.store.values;
     if (!run || this.charts.length === 0) return;
     const indices = [cursor, this.comparison.rightIndex];
-    this.charts.forEach((chart, place) => this.tellMoment(chart, place === 0 ? run : other, indices[place]));
+    this.charts.forEach(
+        (chart, place) => this.tellMoment(chart, place === 0 ? run : other, indices[place]));
     const [chart] = this.charts;
     this.overview.draw(run, chart.columns, run.timeOf(cursor));
     const entry = run.entries[cursor];
@@ -163,17 +175,29 @@ export class Page {
     setText(byId('title'), run.title || 'Virtual Mac');
     document.title = run.title ? `${run.title} – Virtual Mac` : 'Virtual Mac';
     const {head} = run;
-    setText(byId('subtitle'), head ? [head.profile, head.run ? `run ${head.run}` : ''].filter((word) => word).join(' · ') : '');
+    setText(
+        byId('subtitle'),
+        head ?
+            [head.profile, head.run ? `run ${head.run}` : ''].filter((word) => word).join(' · ') :
+            '');
     this.tabs.offer('story', run.story !== null);
     drawFailures(byId('failures'), run, {
-      choose: (index) => this.acts.choose(index), showStory: () => this.acts.showStory(),
+      choose: (index) => this.acts.choose(index),
+      showStory: () => this.acts.showStory(),
     });
   }
 
   // Shows a run, at the end, at its first failure, or where the address says.
   show(run, values = {}) {
     const cursor = values.cursor ?? run.failures[0]?.index ?? run.entries.length - 1;
-    this.store.set({other: null, row: -1, range: null, ...values, run, cursor: Math.min(cursor, run.entries.length - 1)});
+    this.store.set({
+      other: null,
+      row: -1,
+      range: null,
+      ...values,
+      run,
+      cursor: Math.min(cursor, run.entries.length - 1)
+    });
   }
 
   // Shows two runs, at their first difference where the address names no place.
@@ -199,8 +223,9 @@ export class Page {
   // Messages stay until a person closes them.
   tell(texts) {
     for (const text of texts) {
-      const message = element('div', {class: 'message'}, element('span', {}, text),
-                              button('Close', () => message.remove()));
+      const message = element(
+          'div', {class: 'message'}, element('span', {}, text),
+          button('Close', () => message.remove()));
       byId('messages').append(message);
     }
   }

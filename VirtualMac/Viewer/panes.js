@@ -118,16 +118,20 @@ export class Panes {
     const row = groups.flatMap((group) => group.rows).find((each) => each.field === field);
     if (!row || row.cause < 0) return;
     const {cause, before, request} = whyOf(run, row.cause);
-    const line = (words, entry) => entry === null ? null : element(
-        'li', {}, element('span', {}, words),
-        button(`${clockText(entry.time)} ${lineOf(entry).replace(/^\S+ /, '')}`,
-               () => this.choose(entry.index),
-               {class: 'jump', 'data-jump': entry.index}));
+    const line = (words, entry) => entry === null ?
+        null :
+        element(
+            'li', {}, element('span', {}, words),
+            button(
+                `${clockText(entry.time)} ${lineOf(entry).replace(/^\S+ /, '')}`,
+                () => this.choose(entry.index), {class: 'jump', 'data-jump': entry.index}));
     this.reason.replaceChildren(
         element('h3', {}, `${row.label}: ${row.text}`),
-        element('ol', {}, line('set by', cause), line('before it', before), line('asked for', request)),
-        element('div', {class: 'buttons'}, button('Back', () => this.goBack()),
-                button('Close', () => this.closeReason(field))));
+        element(
+            'ol', {}, line('set by', cause), line('before it', before), line('asked for', request)),
+        element(
+            'div', {class: 'buttons'}, button('Back', () => this.goBack()),
+            button('Close', () => this.closeReason(field))));
     this.reason.hidden = false;
     this.choose(row.cause);
   }

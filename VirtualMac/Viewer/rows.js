@@ -15,14 +15,20 @@ export class Rows {
     this.selected = -1;
     this.rows = element('div', {class: 'rows', role: 'presentation'});
     this.space = element('div', {class: 'rows-space', role: 'presentation'}, this.rows);
-    this.box = element('div', {
-      class: 'list-box', role: 'listbox', tabindex: 0, id, 'aria-label': label,
-      scroll: () => this.draw(),
-      click: (event) => {
-        const row = event.target.closest('[data-place]');
-        if (row) clicked(Number(row.dataset.place));
-      },
-    }, this.space);
+    this.box = element(
+        'div', {
+          class: 'list-box',
+          role: 'listbox',
+          tabindex: 0,
+          id,
+          'aria-label': label,
+          scroll: () => this.draw(),
+          click: (event) => {
+            const row = event.target.closest('[data-place]');
+            if (row) clicked(Number(row.dataset.place));
+          },
+        },
+        this.space);
     this.empty = element('p', {class: 'list-empty', hidden: true});
     this.node = element('div', {class: 'list-frame'}, this.box, this.empty);
     place.append(this.node);
@@ -57,7 +63,8 @@ export class Rows {
     if (!this.rowHeight || clientHeight === 0) return;
     const {stretch} = this;
     const first = Math.max(0, Math.floor(scrollTop * stretch / this.rowHeight) - spareRows);
-    const last = Math.min(this.length, first + Math.ceil(clientHeight / this.rowHeight) + 2 * spareRows);
+    const last =
+        Math.min(this.length, first + Math.ceil(clientHeight / this.rowHeight) + 2 * spareRows);
     const shift = first * this.rowHeight - scrollTop * stretch + scrollTop;
     this.rows.style.transform = `translateY(${shift}px)`;
     const made = [];
@@ -69,11 +76,15 @@ export class Rows {
   made(place) {
     const row = this.rowOf(place);
     const facts = {
-      role: 'option', 'data-place': place, 'aria-selected': String(place === this.selected),
-      'aria-setsize': this.length, 'aria-posinset': place + 1,
+      role: 'option',
+      'data-place': place,
+      'aria-selected': String(place === this.selected),
+      'aria-setsize': this.length,
+      'aria-posinset': place + 1,
     };
     for (const [name, value] of Object.entries(facts)) row.setAttribute(name, value);
-    row.prepend(element('span', {class: 'row-mark', 'aria-hidden': 'true'}, place === this.selected ? '▶' : ''));
+    row.prepend(element(
+        'span', {class: 'row-mark', 'aria-hidden': 'true'}, place === this.selected ? '▶' : ''));
     return row;
   }
 
@@ -103,7 +114,9 @@ export class Rows {
     const below = at > top + view - this.rowHeight - margin;
     if (!above && !below) return;
     const isNear = Math.abs(at - top) < 2 * view;
-    const wanted = !isNear ? at - view / 2 : above ? at - margin : at - view + this.rowHeight + margin;
+    const wanted = !isNear ? at - view / 2 :
+        above              ? at - margin :
+                             at - view + this.rowHeight + margin;
     this.box.scrollTop = Math.max(0, wanted) / this.stretch;
   }
 

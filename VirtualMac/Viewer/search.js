@@ -20,7 +20,8 @@ export class Search {
     for (; this.read < this.indices.length; ++this.read) {
       const index = this.indices[this.read];
       const entry = selection.run.entries[index];
-      if (this.finder.test(textOf(entry)) || this.finder.test(entry.category)) this.matches.push(index);
+      if (this.finder.test(textOf(entry)) || this.finder.test(entry.category))
+        this.matches.push(index);
     }
   }
 

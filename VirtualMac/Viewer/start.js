@@ -53,7 +53,8 @@ function giveRecord(run, text) {
 }
 
 function giveTold(run, start) {
-  if (start.batteryPercent !== undefined) give(run, 'charge', Math.floor(start.batteryPercent + 0.5));
+  if (start.batteryPercent !== undefined)
+    give(run, 'charge', Math.floor(start.batteryPercent + 0.5));
   give(run, 'battery', start.batteryPercent === undefined ? 'none' : 'present');
   give(run, 'temperature', start.temperatureCelsius);
   give(run, 'ambient', start.ambientCelsius);

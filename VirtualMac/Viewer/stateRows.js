@@ -1,9 +1,9 @@
 // The machine's state as rows for people: groups of fields, each with its label, its value as text
 // and as a plain value, and the entry that caused it.
 
+import {gateKeys, inflowKeys} from 'viewer/smcKeys';
 import {clockText, secondsText} from 'viewer/time';
 import {clientName} from 'viewer/tracks';
-import {gateKeys, inflowKeys} from 'viewer/smcKeys';
 
 const percent = (value) => `${value} %`;
 const degrees = (value) => `${Number(value.toFixed(2))} °C`;
@@ -15,8 +15,14 @@ function row(state, field, label, textOf = plain, note = '') {
   const change = state.change(field);
   if (change === undefined || change.value === undefined || change.value === null) return null;
   const assumed = change.assumed ? 'assumed' : '';
-  return {field, label, value: String(change.value), text: textOf(change.value),
-          note: [note, assumed].filter((words) => words !== '').join('; '), cause: change.cause};
+  return {
+    field,
+    label,
+    value: String(change.value),
+    text: textOf(change.value),
+    note: [note, assumed].filter((words) => words !== '').join('; '),
+    cause: change.cause
+  };
 }
 
 function keysNote(state, names) {
@@ -24,13 +30,16 @@ function keysNote(state, names) {
   return shown.map((name) => `${name} ${state.get(`key.${name}`)}`).join(', ');
 }
 
-// What the battery does follows from several fields; the latest of them caused it.
+// The battery follows from several fields; the latest of them caused what it does.
 function chargingRow(state) {
   const fields = ['battery', 'adapter', 'inflow', 'gate', 'charge'];
   const get = (field) => state.get(field);
   const draining = get('adapter') === 'disconnected' || get('inflow') === 'inhibited';
-  const text = get('battery') === 'none' ? 'no battery' : draining ? 'draining' :
-      get('gate') === 'paused' ? 'holding' : get('charge') === 100 ? 'full' : 'charging';
+  const text = get('battery') === 'none' ? 'no battery' :
+      draining                           ? 'draining' :
+      get('gate') === 'paused'           ? 'holding' :
+      get('charge') === 100              ? 'full' :
+                                           'charging';
   const decisive = text === 'full' ? fields : fields.slice(0, text === 'draining' ? 3 : 4);
   const cause = Math.max(...decisive.map((field) => state.change(field)?.cause ?? -1));
   return {field: 'charging', label: 'battery is', value: text, text, note: '', cause};
@@ -56,7 +65,8 @@ function machineRows(state) {
 }
 
 function temperatureNote(state) {
-  return state.get('heldTemperature') === undefined ? 'when it was last told; it moves by itself' : 'held there';
+  return state.get('heldTemperature') === undefined ? 'when it was last told; it moves by itself' :
+                                                      'held there';
 }
 
 function limitRows(state) {
@@ -99,9 +109,13 @@ function listRows(state, field, rowOf) {
 }
 
 function assertionRows(state) {
-  return listRows(state, 'assertions', ({id, type, reason, pid, timeout}) => (
-      {field: `assertion.${id}`, label: id, value: type, text: type,
-       note: `"${reason}", pid ${pid}, ${timeout}`}));
+  return listRows(state, 'assertions', ({id, type, reason, pid, timeout}) => ({
+                                         field: `assertion.${id}`,
+                                         label: id,
+                                         value: type,
+                                         text: type,
+                                         note: `"${reason}", pid ${pid}, ${timeout}`
+                                       }));
 }
 
 function helperRows(state) {
@@ -112,9 +126,13 @@ function helperRows(state) {
     row(state, 'helperStarts', 'starts'),
     row(state, 'helperVersion', 'installed version'),
     row(state, 'clientCount', 'clients it counts'),
-    ...listRows(state, 'clients', (client) => (
-        {field: `client.${client.pid}`, label: clientName(client), value: 'connected',
-         text: 'connected', note: client.identity ? client.signingID : ''})),
+    ...listRows(state, 'clients', (client) => ({
+                                    field: `client.${client.pid}`,
+                                    label: clientName(client),
+                                    value: 'connected',
+                                    text: 'connected',
+                                    note: client.identity ? client.signingID : ''
+                                  })),
   ];
 }
 
@@ -124,8 +142,9 @@ function sinceNote(state) {
 }
 
 function faultRows(state) {
-  return listRows(state, 'faults', ({text}) => (
-      {field: `fault.${text}`, label: text, value: 'on', text: 'on'}));
+  return listRows(
+      state, 'faults',
+      ({text}) => ({field: `fault.${text}`, label: text, value: 'on', text: 'on'}));
 }
 
 const groups = [
@@ -141,6 +160,7 @@ const groups = [
 
 // [{id, title, nothing, rows: [{field, label, value, text, note, cause}]}]
 export function groupsOf(state) {
-  return groups.map(({id, title, nothing, rows}) => (
-      {id, title, nothing: nothing ?? '', rows: rows(state).filter((each) => each !== null)}));
+  return groups.map(
+      ({id, title, nothing, rows}) =>
+          ({id, title, nothing: nothing ?? '', rows: rows(state).filter((each) => each !== null)}));
 }

@@ -52,20 +52,20 @@ export class Store {
 
 export function initialValues() {
   return {
-    run: null,     // The run that is shown.
-    other: null,   // The run beside it.
-    data: 0,       // Touched whenever a run has new lines.
-    cursor: -1,    // The entry at the cursor; -1: the start.
-    follow: false, // The cursor goes with the end of a live run.
-    range: null,   // {from, to}: the seconds that the chart shows; null: all.
-    kinds: null,   // The kinds that are shown, as a sorted list; null: all.
+    run: null,      // The run that is shown.
+    other: null,    // The run beside it.
+    data: 0,        // Touched whenever a run has new lines.
+    cursor: -1,     // The entry at the cursor; -1: the start.
+    follow: false,  // The cursor goes with the end of a live run.
+    range: null,    // {from, to}: the seconds that the chart shows; null: all.
+    kinds: null,    // The kinds that are shown, as a sorted list; null: all.
     categories: null,
     level: 'all',  // `all`, `error` or `fault`: the least that is shown of the log.
     filter: '',
     search: '',
     theme: 'auto',
     tab: 'state',
-    row: -1,       // The row at the cursor where two runs stand side by side.
+    row: -1,  // The row at the cursor where two runs stand side by side.
     onlyDifferences: false,
     ignoresNumbers: true,  // Numbers that the system hands out are no difference.
   };

@@ -4,7 +4,12 @@ import {button, element} from 'viewer/dom';
 import {lastUpTo} from 'viewer/history';
 import {clockText, secondsFrom} from 'viewer/time';
 
-const units = {s: 1, m: 60, h: 3600, d: 86400};
+const units = {
+  s: 1,
+  m: 60,
+  h: 3600,
+  d: 86400
+};
 
 // The seconds of `42m`, `1h 30m`, `00:00:10`; null: it is no length of time.
 function lengthFrom(words) {
@@ -43,11 +48,13 @@ export class StoryPane {
     const run = this.store.get('run');
     this.steps = run.story ? stepsOf(run.story.text) : [];
     if (!run.story) {
-      this.place.replaceChildren(element('p', {class: 'nothing'}, 'This run was not played from a story.'));
+      this.place.replaceChildren(
+          element('p', {class: 'nothing'}, 'This run was not played from a story.'));
       this.lines = [];
       return;
     }
-    this.lines = run.story.text.replace(/\n$/, '').split('\n').map((words, place) => this.line(words, place + 1, run));
+    this.lines = run.story.text.replace(/\n$/, '').split('\n').map(
+        (words, place) => this.line(words, place + 1, run));
     this.place.replaceChildren(
         element('div', {class: 'story-head'}, element('strong', {}, run.story.file ?? 'the story')),
         element('div', {class: 'story', 'data-story': ''}, ...this.lines));
@@ -57,11 +64,15 @@ export class StoryPane {
     const step = this.steps.find((each) => each.line === number);
     const failures = run.failures.filter((each) => each.line === number);
     return element(
-        'div', {class: `story-line${failures.length > 0 ? ' failed' : ''}`, 'data-line': number,
-                'data-failed': failures.length > 0},
+        'div', {
+          class: `story-line${failures.length > 0 ? ' failed' : ''}`,
+          'data-line': number,
+          'data-failed': failures.length > 0
+        },
         element('span', {class: 'number'}, String(number)),
-        step ? button(clockText(step.time).slice(0, -4), () => this.goTo(step.time),
-                      {class: 'step-time', 'aria-label': `Go to ${clockText(step.time)}`}) :
+        step ? button(
+                   clockText(step.time).slice(0, -4), () => this.goTo(step.time),
+                   {class: 'step-time', 'aria-label': `Go to ${clockText(step.time)}`}) :
                element('span'),
         element('span', {class: 'words'}, words),
         ...failures.map((each) => element('span', {class: 'verdict'}, `✕ ${each.text}`)));

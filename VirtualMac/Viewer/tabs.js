@@ -2,7 +2,13 @@
 
 import {element} from 'viewer/dom';
 
-const titles = {state: 'State', table: 'Table', story: 'Story', compare: 'Compare', controls: 'Controls'};
+const titles = {
+  state: 'State',
+  table: 'Table',
+  story: 'Story',
+  compare: 'Compare',
+  controls: 'Controls'
+};
 
 export class Tabs {
   constructor(place, store) {
@@ -10,10 +16,17 @@ export class Tabs {
     this.panels = [...document.querySelectorAll('[role="tabpanel"]')];
     this.tabs = this.panels.map((panel) => {
       const name = panel.dataset.tab;
-      const tab = element('button', {
-        type: 'button', role: 'tab', id: `tab-${name}`, 'data-tab': name, 'aria-controls': panel.id,
-        click: () => store.set({tab: name}), keydown: (event) => this.pressed(event),
-      }, titles[name]);
+      const tab = element(
+          'button', {
+            type: 'button',
+            role: 'tab',
+            id: `tab-${name}`,
+            'data-tab': name,
+            'aria-controls': panel.id,
+            click: () => store.set({tab: name}),
+            keydown: (event) => this.pressed(event),
+          },
+          titles[name]);
       panel.setAttribute('aria-labelledby', tab.id);
       return tab;
     });

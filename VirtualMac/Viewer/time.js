@@ -3,9 +3,9 @@
 
 const daySeconds = 86400;
 const roundSteps = [
-  0.001, 0.002, 0.005, 0.01, 0.02,  0.05,  0.1,   0.2,   0.5,    1,      2,       5,      10, 15,
-  30,    60,    120,   300,  600,   900,   1800,  3600,  7200,   10800,  21600,   43200,  86400,
-  172800, 604800, 1209600, 2592000,
+  0.001, 0.002, 0.005, 0.01,  0.02,  0.05,   0.1,    0.2,     0.5,     1,    2,
+  5,     10,    15,    30,    60,    120,    300,    600,     900,     1800, 3600,
+  7200,  10800, 21600, 43200, 86400, 172800, 604800, 1209600, 2592000,
 ];
 
 const padded = (number, digits) => String(number).padStart(digits, '0');
@@ -62,7 +62,8 @@ export function secondsFrom(text) {
 
 // The step between two time labels: the smallest round one that leaves room for `most` of them.
 export function tickSeconds(duration, most) {
-  return roundSteps.find((step) => duration / step <= most) ?? Math.ceil(duration / most / 2592000) * 2592000;
+  return roundSteps.find((step) => duration / step <= most) ??
+      Math.ceil(duration / most / 2592000) * 2592000;
 }
 
 // A time as exact as the step needs: in days, in hours and minutes, with seconds, with a fraction.

@@ -12,8 +12,10 @@ export function stateLine(state) {
   const get = (field) => state.get(field);
   const words = [];
   if (get('charge') !== undefined) words.push(`${get('charge')} %`);
-  words.push(get('toppingOff') ? 'topping off' :
-      get('enforcing') && get('limit') !== undefined ? `limit ${get('limit')} %` : 'no limit held');
+  words.push(
+      get('toppingOff')                                  ? 'topping off' :
+          get('enforcing') && get('limit') !== undefined ? `limit ${get('limit')} %` :
+                                                           'no limit held');
   words.push(`charging ${get('gate')}`);
   if (get('adapter') !== 'connected') words.push('on battery');
   if (get('inflow') !== 'flows') words.push('inflow inhibited');
@@ -22,7 +24,8 @@ export function stateLine(state) {
   if (get('sleep') !== 'awake') words.push(get('sleep'));
   if (get('helper') !== 'running') words.push(`helper ${get('helper')}`);
   if (get('clients').length > 0) words.push(`${get('clients').length} connected`);
-  if (get('faults').length > 0) words.push(`faults: ${get('faults').map((each) => each.text).join(', ')}`);
+  if (get('faults').length > 0)
+    words.push(`faults: ${get('faults').map((each) => each.text).join(', ')}`);
   return words.join(' · ');
 }
 
@@ -52,8 +55,11 @@ export class Tooltip {
     const clock = run.clockAt(time);
     const wall = clock === null ? '' : `  ${wallText(clock, time)}`;
     const marks = marksNear(run, scale, scale.x(time));
-    const items = marks.slice(0, mostMarks).map(({kind, text, index}) => element(
-        'li', {}, signOf(kind), element('span', {}, `${clockText(run.timeOf(index))} ${text}`)));
+    const items = marks.slice(0, mostMarks)
+                      .map(
+                          ({kind, text, index}) => element(
+                              'li', {}, signOf(kind),
+                              element('span', {}, `${clockText(run.timeOf(index))} ${text}`)));
     if (marks.length > mostMarks) {
       items.push(element('li', {}, element('span', {}, `and ${marks.length - mostMarks} more`)));
     }

@@ -1,7 +1,7 @@
 // Recorded runs: the trace that a page holds, and traces or journals that a person opens. Whatever
 // is wrong with them is said in words, and what can be read is shown.
 
-import {headFrom, entryFrom} from 'viewer/journal';
+import {entryFrom, headFrom} from 'viewer/journal';
 import {Run} from 'viewer/model';
 
 const version = 1;
@@ -24,7 +24,8 @@ function runFrom(told, number, problems) {
     title: name,
     head: told?.head !== null && typeof told?.head === 'object' ? told.head : null,
     story,
-    failures: failures.filter((each) => isNumber(each?.time) && isText(each?.text)).map((each) => ({...each})),
+    failures: failures.filter((each) => isNumber(each?.time) && isText(each?.text))
+                  .map((each) => ({...each})),
     end: isNumber(told?.end) ? told.end : 0,
   });
   run.addLines(linesOf(isText(told?.lines) ? told.lines : ''));
@@ -38,8 +39,9 @@ function tellDamage(run, problems) {
   if (count === 0) return;
   const [first] = lines;
   const rest = count === 1 ? '' : ` (the first of ${count})`;
-  problems.push(`${run.title}: line ${first.number}${rest} is no line of a journal and is left out: ` +
-                `"${first.text.slice(0, 80)}"`);
+  problems.push(
+      `${run.title}: line ${first.number}${rest} is no line of a journal and is left out: ` +
+      `"${first.text.slice(0, 80)}"`);
 }
 
 // {runs, problems}: the runs of a trace's text, and what is wrong with it, in words.
@@ -52,13 +54,17 @@ export function runsFromTrace(text) {
     return {runs: [], problems: [`The trace is damaged and cannot be read: ${error.message}`]};
   }
   if (isNumber(trace?.version) && trace.version > version) {
-    problems.push(`The trace has version ${trace.version}, and this page knows version ${version}: ` +
-                  'it may show only a part of it.');
+    problems.push(
+        `The trace has version ${trace.version}, and this page knows version ${version}: ` +
+        'it may show only a part of it.');
   }
   if (!Array.isArray(trace?.runs) || trace.runs.length === 0) {
     return {runs: [], problems: [...problems, 'The trace holds no runs.']};
   }
-  return {runs: trace.runs.slice(0, 2).map((told, number) => runFrom(told, number, problems)), problems};
+  return {
+    runs: trace.runs.slice(0, 2).map((told, number) => runFrom(told, number, problems)),
+    problems
+  };
 }
 
 // The same for a file that a person opens: a trace as a page or as JSON, or a journal.
@@ -72,7 +78,10 @@ export function runsFromFile(name, text) {
   const problems = [];
   const lines = linesOf(text);
   if (!lines.some((line) => entryFrom(line) !== null)) {
-    return {runs: [], problems: [`${name} is neither a trace nor a journal: no line of it is one of a journal.`]};
+    return {
+      runs: [],
+      problems: [`${name} is neither a trace nor a journal: no line of it is one of a journal.`]
+    };
   }
   const run = new Run({title: name, head: headFrom(lines[0])});
   run.addLines(lines);

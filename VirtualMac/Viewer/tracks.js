@@ -9,7 +9,8 @@ const lanes = [
     name: 'limit',
     fields: ['toppingOff', 'enforcing', 'limit'],
     show: (get) => get('toppingOff') ? ['topping off', 'topoff'] :
-        get('enforcing') ? [get('limit') === undefined ? '?' : `${get('limit')} %`, 'limit'] : ['', ''],
+        get('enforcing') ? [get('limit') === undefined ? '?' : `${get('limit')} %`, 'limit'] :
+                           ['', ''],
   },
   {
     name: 'charging',
@@ -40,7 +41,8 @@ const lanes = [
     name: 'sleep',
     fields: ['sleep', 'power'],
     show: (get) => get('power') === 'off' ? ['off', 'off'] :
-        get('sleep') === 'awake' ? ['', ''] : [get('sleep'), 'sleep'],
+        get('sleep') === 'awake'          ? ['', ''] :
+                                            [get('sleep'), 'sleep'],
   },
   {
     name: 'faults',
@@ -146,15 +148,21 @@ export class Tracks {
     this.clients.update();
   }
 
-  // The lanes that have anything to show: [{name, segments}], where a client's segment ends at `to`.
+  // The lanes that have anything to show: [{name, segments}], where a client's segment ends at
+  // `to`.
   get all() {
-    const shown = this.tracks.filter((track) => track.segments.some((segment) => segment.text !== ''));
-    const clientRows = this.clients.rows.map((row) => ({
-      name: row.name,
-      segments: row.stretches.map((stretch) => ({
-        time: stretch.from, to: stretch.to, text: clientName(stretch), tone: 'client',
-      })),
-    }));
+    const shown =
+        this.tracks.filter((track) => track.segments.some((segment) => segment.text !== ''));
+    const clientRows =
+        this.clients.rows.map((row) => ({
+                                name: row.name,
+                                segments: row.stretches.map((stretch) => ({
+                                                              time: stretch.from,
+                                                              to: stretch.to,
+                                                              text: clientName(stretch),
+                                                              tone: 'client',
+                                                            })),
+                              }));
     return [...shown, ...clientRows];
   }
 }
