@@ -1,12 +1,14 @@
 // The page begins here: it shows the trace that it holds, and else the machine that serves it.
 
 import {byId, setText} from 'viewer/dom';
+import {atStart} from 'viewer/history';
 import {takeToken, valuesFrom} from 'viewer/link';
 import {Run} from 'viewer/model';
 import {Page} from 'viewer/page';
 import {runsFromTrace} from 'viewer/trace';
 
-// Lines come in pieces; the page takes them in once a frame.
+// The run of the machine that serves the page. Lines come in pieces; the page takes them in once a
+// frame.
 class LiveRun {
   constructor(page, values) {
     Object.assign(this, {page, values, waiting: []});
@@ -14,10 +16,11 @@ class LiveRun {
 
   begin(head) {
     this.waiting = [];
-    const {page} = this;
-    const {range, follow, ...kept} = this.values;
-    page.show(new Run({title: 'Virtual Mac', head}), {...kept, cursor: kept.cursor ?? -1});
-    page.store.set({follow: kept.cursor === undefined});
+    const {cursor, ...kept} = this.values;
+    this.wanted = cursor ?? null;
+    this.page.show(new Run({title: 'Virtual Mac', head}), {...kept, cursor: atStart});
+    this.page.store.set({follow: this.wanted === null});
+    // The next run is another machine's: the moment in the address is none of it.
     this.values = {};
   }
 
@@ -33,8 +36,20 @@ class LiveRun {
     const {store} = this.page;
     const run = store.get('run');
     run.addLines(lines);
-    if (store.get('follow')) store.set({cursor: run.entries.length - 1});
+    if (store.get('follow')) this.follow(run);
+    if (this.wanted !== null && this.wanted < run.entries.length) {
+      store.set({cursor: this.wanted});
+      this.wanted = null;
+    }
     store.touch('data');
+  }
+
+  // The cursor goes with the end, and so does what the chart shows when it shows a part.
+  follow(run) {
+    const {store, view} = this.page;
+    store.set({cursor: run.entries.length - 1});
+    const range = store.get('range');
+    if (range !== null) view.set(run.end - (range.to - range.from), run.end);
   }
 
   // Temperatures are told by nobody but the machine itself.
@@ -57,8 +72,7 @@ async function goLive(page, values) {
   const [{startLive}, {mountControls}] =
       await Promise.all([import('viewer/live'), import('viewer/controls')]);
   const run = new LiveRun(page, values);
-  run.begin(null);
-  run.values = values;
+  page.show(new Run({title: 'Virtual Mac'}));
   byId('follow').hidden = false;
   page.tabs.offer('controls', true);
   const live = startLive({

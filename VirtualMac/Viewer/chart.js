@@ -1,7 +1,7 @@
 // The chart of one run: charge, limit, band and temperature as curves, the lanes and marks under
 // them, and one cursor through all of it. uPlot draws the curves.
 
-import {curvesOf, percentRange} from 'viewer/curves';
+import {Curves} from 'viewer/curves';
 import {element, token} from 'viewer/dom';
 import {lastUpTo} from 'viewer/history';
 import {drawLane, drawMark, drawMarks, laneHeight, laneStep, markRows, markStep, overhang, Palette, preparedContext} from 'viewer/lanes';
@@ -39,30 +39,32 @@ export class Chart {
   setRun(run) {
     this.run = run;
     this.tracks = new Tracks(run);
-    this.plot?.destroy();
-    this.plot = null;
+    this.lines = new Curves(run);
+    this.dropPlot();
     this.refresh();
   }
 
   // The colours have changed.
   recolour() {
     this.palette = new Palette();
-    this.plot?.destroy();
-    this.plot = null;
+    this.dropPlot();
     if (this.run) this.draw();
   }
 
   // The run has new lines.
   refresh() {
     this.tracks.update();
-    this.columns = curvesOf(this.run);
-    this.warm = this.columns[4].some((value) => value !== null);
-    if (this.plot && this.plot.warm !== this.warm) {
-      this.plot.destroy();
-      this.plot = null;
-    }
+    this.lines.update();
     this.plot?.setData(this.columns, false);
     this.draw();
+  }
+
+  get columns() {
+    return this.lines.columns;
+  }
+
+  get warm() {
+    return this.lines.warm;
   }
 
   get gutters() {
@@ -93,18 +95,29 @@ export class Chart {
     return parseFloat(token('curves-height')) || 170;
   }
 
+  get gutterText() {
+    return Object.values(this.gutters).join();
+  }
+
+  dropPlot() {
+    this.plot?.destroy();
+    this.plot = null;
+  }
+
   drawCurves() {
     const {from, to} = this.view.range;
     const size = {width: this.node.clientWidth, height: this.curvesHeight};
+    // The library keeps the gutters that it was made with.
+    if (this.plot && this.plot.gutterText !== this.gutterText) this.dropPlot();
     if (!this.plot) {
       this.plot = new uPlot(this.options(size), this.columns, this.curves);
-      this.plot.warm = this.warm;
+      this.plot.gutterText = this.gutterText;
     } else if (this.plot.width !== size.width || this.plot.height !== size.height) {
       this.plot.setSize(size);
     }
     this.plot.batch(() => {
       this.plot.setScale('x', {min: from, max: to});
-      const [min, max] = percentRange(this.columns);
+      const [min, max] = this.lines.range;
       this.plot.setScale('percent', {min, max});
     });
   }

@@ -1,93 +1,129 @@
 // The lines of the chart, as columns for the drawing library: seconds, charge, limit, the band's
-// lower end, temperature. Each value holds until the next second of its column.
+// lower end, temperature. Each value holds until the next second of its column. The columns grow
+// with the run, so that a long run that goes on costs no more than a short one.
 
 import {atStart} from 'viewer/history';
 
-const justBefore = 0.0004;
 const smallestBand = 1;
 const largestBand = 20;
-
-class Reader {
-  constructor(run, field) {
-    this.run = run;
-    this.history = run.history(field);
-    this.next = 0;
-    this.value = undefined;
-  }
-
-  // The value at a moment, when asked for moments in order.
-  at(index) {
-    const {causes, values} = this.history;
-    while (this.next < causes.length && causes[this.next] <= index)
-      this.value = values[this.next++];
-    return this.value;
-  }
-}
-
-function indicesOf(run, fields) {
-  const all = new Set([atStart]);
-  for (const field of fields)
-    for (const cause of run.history(field).causes) all.add(cause);
-  return [...all].sort((one, other) => one - other);
-}
-
+const justBefore = 0.0004;
 const lineFields = ['charge', 'enforcing', 'limit', 'band', 'heldTemperature'];
+const columnCount = 5;
+const lowestShown = 0;
+const highestShown = 100;
 
-// Where a value ends, it still holds until just before.
-function endStretches(columns, time, values) {
-  const last = columns[0].length - 1;
-  const ends = last >= 0 &&
-      values.some((value, place) => value === null && columns[place + 1][last] !== null);
-  const before = Math.max((columns[0][last] + time) / 2, time - justBefore);
-  if (ends) columns.forEach((column, place) => column.push(place === 0 ? before : column[last]));
-}
+export class Curves {
+  constructor(run) {
+    this.run = run;
+    this.begin();
+  }
 
-// [seconds, charge, limit, low, temperature], with null where there is no value.
-export function curvesOf(run) {
-  const columns = [[], [], [], [], []];
-  const readers = lineFields.map((field) => new Reader(run, field));
-  const add = (time, values) => {
-    const last = columns[0].length - 1;
-    if (columns[0][last] === time) columns.forEach((column) => column.pop());
-    endStretches(columns, time, values);
-    [time, ...values].forEach((value, place) => columns[place].push(value));
-  };
-  let values = [null, null, null, null];
-  for (const index of indicesOf(run, lineFields)) {
-    const [charge, enforcing, limit, band, warmth] = readers.map((reader) => reader.at(index));
-    const held = enforcing && limit !== undefined ? limit : null;
+  begin() {
+    this.columns = Array.from({length: columnCount}, () => []);
+    this.places = lineFields.map(() => 0);
+    this.read = atStart - 1;
+    this.readings = 0;
+    this.hasTail = false;
+    this.least = highestShown;
+    this.most = lowestShown;
+    this.warm = false;
+    this.starts = this.startValues();
+  }
+
+  startValues() {
+    return lineFields.map((field) => this.run.history(field).values[0]);
+  }
+
+  // Takes in what the run has got since.
+  update() {
+    // The first level that is told counts for the time before it too.
+    if (this.startValues().some((value, place) => value !== this.starts[place])) this.begin();
+    if (this.hasTail) this.columns.forEach((column) => column.pop());
+    for (const event of this.events()) this.add(event.time, this.valuesAt(event));
+    this.read = this.run.entries.length - 1;
+    this.hasTail = true;
+    const last = this.columns[0].length - 1;
+    this.columns.forEach((column, place) => column.push(place === 0 ? this.run.end : column[last]));
+  }
+
+  // The changes since the last time, in order: {time, index} of an entry, {time, celsius} of a
+  // reading.
+  events() {
+    const indices = new Set(this.read < atStart ? [atStart] : []);
+    for (const field of lineFields) {
+      const {causes} = this.run.history(field);
+      for (let place = causes.length - 1; place >= 0 && causes[place] > this.read; --place) {
+        indices.add(causes[place]);
+      }
+    }
+    const events = [...indices]
+                       .sort((one, other) => one - other)
+                       .map((index) => ({time: this.run.timeOf(index), index}));
+    const {times, celsius} = this.run.readings;
+    if (this.readings === times.length) return events;
+    for (; this.readings < times.length; ++this.readings) {
+      events.push({time: times[this.readings], celsius: celsius[this.readings]});
+    }
+    return events.sort((one, other) => one.time - other.time);
+  }
+
+  // The values of the columns behind the first from an event on.
+  valuesAt({index, celsius}) {
+    if (celsius !== undefined) {
+      const last = this.columns[0].length - 1;
+      return [1, 2, 3].map((column) => this.columns[column][last] ?? null).concat(celsius);
+    }
+    const [charge, enforcing, limit, band, held] =
+        lineFields.map((field, place) => this.valueOf(field, place, index));
+    const shown = enforcing && limit !== undefined ? limit : null;
     const width = Math.min(largestBand, Math.max(smallestBand, band));
-    values =
-        [charge ?? null, held, held !== null && held < 100 ? held - width : null, warmth ?? null];
-    add(run.timeOf(index), values);
+    const low = shown !== null && shown < highestShown ? shown - width : null;
+    const measured = this.readings > 0 ? this.columns[columnCount - 1].at(-1) : null;
+    return [charge ?? null, shown, low, held ?? measured ?? null];
   }
-  add(run.end, values);
-  return run.readings.times.length > 0 ? withReadings(columns, run.readings) : columns;
-}
 
-// The temperatures that a live machine gave take the place of those that the journal tells.
-function withReadings(columns, readings) {
-  const told = columns.slice(0, 4);
-  const times = [...new Set([...columns[0], ...readings.times])].sort((one, other) => one - other);
-  const result = [times, [], [], [], []];
-  let place = 0;
-  let reading = -1;
-  for (const time of times) {
-    while (place + 1 < columns[0].length && columns[0][place + 1] <= time) ++place;
-    while (reading + 1 < readings.times.length && readings.times[reading + 1] <= time) ++reading;
-    for (let column = 1; column < 4; ++column) result[column].push(told[column][place]);
-    result[4].push(reading < 0 ? null : readings.celsius[reading]);
+  // The value of a field, when asked for entries in order.
+  valueOf(field, place, index) {
+    const {causes, values} = this.run.history(field);
+    while (this.places[place] < causes.length && causes[this.places[place]] <= index) {
+      ++this.places[place];
+    }
+    return values[this.places[place] - 1];
   }
-  return result;
-}
 
-// The percents that the chart has to show: all that is told, with some room.
-export function percentRange(columns) {
-  const told = [...columns[1], ...columns[2], ...columns[3]].filter((value) => value !== null);
-  if (told.length === 0) return [0, 100];
-  const least = told.reduce((one, other) => Math.min(one, other));
-  const most = told.reduce((one, other) => Math.max(one, other));
-  const room = Math.max(2, (most - least) * 0.08);
-  const bottom = Math.max(0, Math.floor((least - room) / 5) * 5);
-  return [bottom, Math.min(100, Math.max(bottom + 10, Math.ceil((most + room) / 5) * 5))];
+  add(time, values) {
+    const {columns} = this;
+    const last = columns[0].length - 1;
+    // A reading may be ahead of lines that are still on their way.
+    const moment = last < 0 ? time : Math.max(time, columns[0][last]);
+    if (columns[0][last] === moment) columns.forEach((column) => column.pop());
+    this.endStretches(moment, values);
+    [moment, ...values].forEach((value, place) => columns[place].push(value));
+    for (const percent of values.slice(0, 3)) {
+      if (percent === null) continue;
+      this.least = Math.min(this.least, percent);
+      this.most = Math.max(this.most, percent);
+    }
+    this.warm ||= values[3] !== null;
+  }
+
+  // Where a value ends, it still holds until just before.
+  endStretches(time, values) {
+    const {columns} = this;
+    const last = columns[0].length - 1;
+    const ends = last >= 0 &&
+        values.some((value, place) => value === null && columns[place + 1][last] !== null);
+    if (!ends) return;
+    const before = Math.max((columns[0][last] + time) / 2, time - justBefore);
+    columns.forEach((column, place) => column.push(place === 0 ? before : column[last]));
+  }
+
+  // The percents that the chart has to show: all that is told, with some room.
+  get range() {
+    if (this.least > this.most) return [lowestShown, highestShown];
+    const room = Math.max(2, (this.most - this.least) * 0.08);
+    const bottom = Math.max(lowestShown, Math.floor((this.least - room) / 5) * 5);
+    const top = Math.ceil((this.most + room) / 5) * 5;
+    return [bottom, Math.min(highestShown, Math.max(bottom + 10, top))];
+  }
 }

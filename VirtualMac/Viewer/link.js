@@ -1,6 +1,7 @@
 // The address that restores what is shown: cursor, zoom, filter, search, theme and pane. It stands
 // in the fragment, so that it works from a file. A token never gets into it.
 
+const panes = ['state', 'table', 'story', 'compare', 'controls'];
 const tokenName = 'token';
 
 const listText = (list) => list.join(' ');
@@ -32,7 +33,11 @@ const parts = {
     write: (theme) => theme === 'auto' ? null : theme,
     read: (text) => ['dark', 'light'].includes(text) ? text : 'auto'
   },
-  pane: {name: 'tab', write: (tab) => tab === 'state' ? null : tab, read: (text) => text},
+  pane: {
+    name: 'tab',
+    write: (tab) => tab === 'state' ? null : tab,
+    read: (text) => panes.includes(text) ? text : undefined
+  },
 };
 
 function rangeFrom(text) {
@@ -96,7 +101,9 @@ export class Address {
   }
 
   write() {
-    history.replaceState(null, '', location.pathname + location.search + `#${this.fragment}`);
+    history.replaceState(
+        null, '',
+        location.pathname + location.search + (this.fragment === '' ? '' : `#${this.fragment}`));
   }
 
   // The whole address, for somebody else.

@@ -10,6 +10,7 @@ import {entryFrom} from 'viewer/journal';
 import {setStart} from 'viewer/start';
 
 const mostDamagedKept = 20;
+const smallestWarming = 0.05;
 
 // The machine after one entry.
 class State {
@@ -153,12 +154,15 @@ export class Run {
         lastUpTo(this.marks, from, timeOf) + 1, lastUpTo(this.marks, to, timeOf) + 1);
   }
 
-  // The temperature that the machine gave when it was asked.
+  // The moment, and the temperature then, that the machine gave when it was asked.
   addReading(time, celsius) {
-    const {times} = this.readings;
-    if (times.length > 0 && times[times.length - 1] >= time) return;
+    const {times, celsius: before} = this.readings;
+    this.givenEnd = Math.max(this.givenEnd, time);
+    const last = times.length - 1;
+    if (last >= 0 && (times[last] >= time || Math.abs(before[last] - celsius) < smallestWarming))
+      return;
     times.push(time);
-    this.readings.celsius.push(celsius);
+    before.push(celsius);
   }
 
   // The state after entry number `index`; -1: the start.

@@ -1,7 +1,7 @@
 // The bar above the chart: the moment of the cursor in every form, steps from line to line and
 // from event to event, zooming, and going to a time.
 
-import {button, element, setText} from 'viewer/dom';
+import {button, byId, element, setText} from 'viewer/dom';
 import {clockText, durationText, secondsFrom, secondsText, wallText} from 'viewer/time';
 
 export class MomentBar {
@@ -39,8 +39,8 @@ export class MomentBar {
         group(
             'Zoom', this.make('−', 'Show more time (−)', 'zoomOut'),
             this.make('+', 'Show less time (+)', 'zoomIn'),
-            this.make('all', 'Show the whole run (0)', 'zoomAll')),
-        this.follow);
+            this.make('all', 'All: show the whole run (0)', 'zoomAll')));
+    byId('actions').prepend(this.follow);
     store.on(['cursor', 'run', 'data', 'range', 'follow'], () => this.draw());
   }
 

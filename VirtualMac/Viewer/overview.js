@@ -23,6 +23,7 @@ export class Overview {
 
   recolour() {
     this.palette = new Palette();
+    this.image = null;
   }
 
   drag(event) {
@@ -39,7 +40,7 @@ export class Overview {
     const {words} = this.palette;
     const context = preparedContext(this.canvas, width, height);
     const scale = scaleOf(this.view.whole, width);
-    this.drawCharge(context, columns, scale);
+    context.drawImage(this.chargeImage(columns, scale), 0, 0, width, height);
     const {from, to} = this.view.range;
     if (!this.view.isWhole) {
       context.fillStyle = words.panel;
@@ -57,6 +58,19 @@ export class Overview {
     }
     context.fillStyle = words.ink;
     context.fillRect(scale.x(cursorTime) - 0.5, 0, 1, height);
+  }
+
+  // The charge of a long run takes long to draw, so it is kept until it changes.
+  chargeImage(columns, scale) {
+    const {image} = this;
+    if (image && image.columns === columns && image.length === columns[0].length &&
+        image.width === scale.width && image.to === scale.to) {
+      return image.canvas;
+    }
+    const canvas = document.createElement('canvas');
+    this.drawCharge(preparedContext(canvas, scale.width, height), columns, scale);
+    this.image = {canvas, columns, length: columns[0].length, width: scale.width, to: scale.to};
+    return canvas;
   }
 
   drawCharge(context, [times, charges], scale) {

@@ -6,6 +6,7 @@ import {Comparison} from 'viewer/compare';
 import {button, byId, element, setText} from 'viewer/dom';
 import {drawFailures} from 'viewer/failures';
 import {FilterBar} from 'viewer/filterBar';
+import {atStart} from 'viewer/history';
 import {lineOf} from 'viewer/journal';
 import {Keys} from 'viewer/keys';
 import {drawLegend} from 'viewer/legend';
@@ -25,6 +26,8 @@ import {followTheme} from 'viewer/theme';
 import {clockText} from 'viewer/time';
 import {stateLine, Tooltip} from 'viewer/tooltip';
 import {View} from 'viewer/view';
+
+const restShare = 4;
 
 export class Page {
   constructor() {
@@ -84,17 +87,46 @@ export class Page {
     const {store} = this;
     store.on(['run', 'other'], () => this.layCharts());
     store.on(['run'], () => this.describe());
-    store.on(['data'], () => this.charts.forEach((chart) => chart.refresh()));
+    store.on(['data'], () => this.refreshCharts());
     store.on(['range'], () => this.charts.forEach((chart) => chart.draw()));
-    store.on(['data', 'range', 'cursor', 'row', 'run', 'other'], () => this.drawCursor());
+    store.on(['range', 'cursor', 'row', 'run', 'other'], () => this.drawCursor());
     store.on(['tab'], () => this.panes.draw());
     store.on(
         ['cursor', 'data', 'run', 'search', 'filter', 'kinds', 'categories', 'level'],
         () => setText(byId('matches'), this.search.text()));
     new ResizeObserver(() => this.redraw()).observe(byId('plot'));
     document.addEventListener('keydown', () => this.hover(null));
-    addEventListener(
-        'hashchange', () => this.store.set({follow: false, ...valuesFrom(location.hash)}));
+    addEventListener('hashchange', () => this.restore(valuesFrom(location.hash)));
+    document.querySelector('.skip').addEventListener('click', (event) => {
+      event.preventDefault();
+      byId(this.comparison.isOn ? 'pairs' : 'entries').focus();
+    });
+  }
+
+  // Shows what an address says; a part that it does not name is as usual.
+  restore(values) {
+    const run = this.store.get('run');
+    if (!run) return;
+    if (values.cursor !== undefined) {
+      values.cursor = Math.max(atStart, Math.min(values.cursor, run.entries.length - 1));
+      values.follow = false;
+    }
+    const {range, kinds, categories, level, filter, search, theme, tab} = initialValues();
+    this.store.set({range, kinds, categories, level, filter, search, theme, tab, ...values});
+  }
+
+  // Long runs take long to draw, so that a chart with new lines rests longer than it works.
+  refreshCharts() {
+    const now = performance.now();
+    if (now < (this.restUntil ?? 0)) {
+      this.later ??= setTimeout(() => this.refreshCharts(), this.restUntil - now);
+      return;
+    }
+    clearTimeout(this.later);
+    this.later = undefined;
+    for (const chart of this.charts) chart.refresh();
+    this.drawCursor();
+    this.restUntil = now + (performance.now() - now) * restShare;
   }
 
   // The charts of the run, and of the one beside it.
@@ -196,7 +228,7 @@ export class Page {
       range: null,
       ...values,
       run,
-      cursor: Math.min(cursor, run.entries.length - 1)
+      cursor: Math.max(atStart, Math.min(cursor, run.entries.length - 1)),
     });
   }
 

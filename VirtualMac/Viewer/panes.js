@@ -23,7 +23,7 @@ class Row {
         element('td', {class: 'cause'}, this.why, this.start));
   }
 
-  show({label, value, text, note, cause}, {run, cursor, beside, isBeside}) {
+  show({label, value, text, note, cause, origin}, {run, cursor, beside, isBeside}) {
     setText(this.label, label);
     setText(this.value, text);
     this.value.dataset.value = value;
@@ -36,6 +36,7 @@ class Row {
     this.node.classList.toggle('changed', cause >= 0 && cause === cursor);
     this.why.hidden = cause < 0;
     this.start.hidden = cause >= 0;
+    setText(this.start, origin ?? 'at the start');
     if (cause >= 0 && this.cause !== cause) {
       const line = lineOf(run.entries[cause]);
       setText(this.why, clockText(run.entries[cause].time));

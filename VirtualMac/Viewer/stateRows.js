@@ -1,6 +1,7 @@
 // The machine's state as rows for people: groups of fields, each with its label, its value as text
 // and as a plain value, and the entry that caused it.
 
+import {lastUpTo} from 'viewer/history';
 import {gateKeys, inflowKeys} from 'viewer/smcKeys';
 import {clockText, secondsText} from 'viewer/time';
 import {clientName} from 'viewer/tracks';
@@ -57,16 +58,34 @@ function machineRows(state) {
     row(state, 'power', 'power'),
     row(state, 'sleep', 'sleep'),
     row(state, 'heldOff', 'sleep held off'),
-    row(state, 'temperature', 'temperature', degrees, temperatureNote(state)),
+    temperatureRow(state),
     row(state, 'ambient', 'ambient', degrees),
     row(state, 'nativeLimit', 'native limit', (value) => value === 0 ? 'none' : percent(value)),
     row(state, 'speed', 'speed', (value) => `${value}×`),
   ];
 }
 
-function temperatureNote(state) {
-  return state.get('heldTemperature') === undefined ? 'when it was last told; it moves by itself' :
-                                                      'held there';
+// A live machine was asked for its temperature; a journal tells it now and then.
+function temperatureRow(state) {
+  const {run, index} = state;
+  const {times, celsius} = run.readings;
+  const isLast = index === run.entries.length - 1;
+  const place = lastUpTo(times, isLast ? Infinity : run.timeOf(index));
+  const isHeld = state.get('heldTemperature') !== undefined;
+  if (place >= 0 && !isHeld) {
+    const value = celsius[place];
+    return {
+      field: 'temperature',
+      label: 'temperature',
+      value: String(value),
+      text: degrees(value),
+      note: '',
+      cause: -1,
+      origin: 'measured'
+    };
+  }
+  const note = isHeld ? 'held there' : 'when it was last told; it moves by itself';
+  return row(state, 'temperature', 'temperature', degrees, note);
 }
 
 function limitRows(state) {
@@ -158,7 +177,8 @@ const groups = [
   {id: 'settings', title: 'Settings', rows: settingRows},
 ];
 
-// [{id, title, nothing, rows: [{field, label, value, text, note, cause}]}]
+// [{id, title, nothing, rows: [{field, label, value, text, note, cause, origin}]}]; `origin` says
+// where a value is from that no entry caused, unless it is from the start.
 export function groupsOf(state) {
   return groups.map(
       ({id, title, nothing, rows}) =>

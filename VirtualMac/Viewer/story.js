@@ -46,6 +46,7 @@ export class StoryPane {
 
   begin() {
     const run = this.store.get('run');
+    if (!run) return;
     this.steps = run.story ? stepsOf(run.story.text) : [];
     if (!run.story) {
       this.place.replaceChildren(
@@ -81,6 +82,7 @@ export class StoryPane {
   // Marks the step that the cursor is in.
   mark() {
     const run = this.store.get('run');
+    if (!run) return;
     const time = run.timeOf(this.store.get('cursor'));
     const place = lastUpTo(this.steps, time, (step) => step.time);
     const line = place < 0 ? null : this.steps[place].line;
