@@ -131,14 +131,14 @@ class Browser:
             except (StaleElementReferenceException, AssertionError) as error:
                 last = error
             if time.monotonic() > end:
-                raise NotSeen(f"not seen in {patience} s: {what}; last: {last}; the page:\n{self.page()}")
+                raise NotSeen(f"not seen in {patience} s: {what}; last: {last}; the page:\n{self.page()[:1500]}")
             time.sleep(BETWEEN)
 
     def until_text(self, selector, text):
         return self.until(lambda: text in self.text(selector), f'"{text}" in {selector}')
 
     def page(self):
-        return self.script("return document.body ? document.body.innerText : ''")[:1500]
+        return self.script("return document.body ? document.body.innerText : ''")
 
     def logged(self, kind):
         return self.driver.get_log(kind)

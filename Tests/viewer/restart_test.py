@@ -12,14 +12,14 @@ class Restarts(LiveTest):
         token = self.mac.token
         self.mac.down()
         self.browser.until_text("#connection", "asked again")
-        self.assertFalse(self.browser.one("fieldset.controls").is_enabled())
+        self.browser.one("fieldset.controls:disabled")
         self.mac.up(*self.words, port=port)
         self.assertEqual(self.mac.token, token)
         self.browser.until_text("#connection", "connected to the machine")
         self.mac.command("set", "ambient", 32)
         self.browser.until(lambda: "ambient set to 32" in self.list_text(), "the second run's line")
         self.assertNotIn("ambient set to 31", self.list_text())
-        self.assertTrue(self.browser.one("fieldset.controls").is_enabled())
+        self.browser.one("fieldset.controls:enabled")
 
     def list_text(self):
         return self.browser.text("#list")
