@@ -34,6 +34,13 @@ export class Chart {
     this.node = element('div', {class: 'chart'}, heading, this.curves, this.lanes, this.area);
     place.append(this.node);
     this.palette = new Palette();
+    this.leftOut = [];
+  }
+
+  // Leaves lanes out, by their names.
+  leaveOut(names) {
+    this.leftOut = names;
+    this.draw();
   }
 
   setRun(run) {
@@ -198,7 +205,7 @@ export class Chart {
   }
 
   drawLanes() {
-    const tracks = this.tracks.all;
+    const tracks = this.tracks.all.filter((track) => !this.leftOut.includes(track.name));
     const marksTop = tracks.length * laneStep + 2;
     const height = marksTop + markRows.length * markStep;
     const {left} = this.gutters;

@@ -195,6 +195,9 @@ export class Comparison {
                     ([kind, [sign, meaning]]) => element(
                         'tr', {}, element('td', {}, sign), element('td', {}, meaning),
                         element('td', {'data-count': kind}, String(count(kind))))))),
+        element(
+            'p', {class: 'nothing'},
+            'The charts leave out the lanes that are the same in both runs.'),
         button('End the comparison', () => store.set({other: null, row: -1})));
   }
 }

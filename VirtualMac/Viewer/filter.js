@@ -51,12 +51,14 @@ export function entryTest({kinds, categories, level, filter}) {
       if (categories !== null && !categories.includes(entry.category)) return false;
       if (least > 0 && (levels[entry.level] ?? 0) < least) return false;
     }
-    return finder.empty || finder.test(searched(entry));
+    return finder.empty || searched(entry).some((text) => finder.test(text));
   };
 }
 
+// The texts of an entry of which one has to fit the filter.
 function searched(entry) {
-  return entry.kind === 'log' ? `${entry.category} ${entry.level} ${entry.message}` : entry.text;
+  if (entry.kind !== 'log') return [entry.text, entry.kind];
+  return [entry.message, `${entry.category} ${entry.level} ${entry.message}`, entry.kind];
 }
 
 // The indices of a run's entries that pass a filter, kept while lines come in.

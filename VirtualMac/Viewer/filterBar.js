@@ -2,6 +2,7 @@
 
 import {button, element, setText} from 'viewer/dom';
 import {finderOf} from 'viewer/filter';
+import {rove} from 'viewer/roving';
 
 const kindTitles = {
   smc: 'writes that reached the hardware',
@@ -19,7 +20,7 @@ export class FilterBar {
   // `steps`: {next(), previous()} of the search. `list` knows what is there to filter.
   constructor(place, store, list, steps) {
     Object.assign(this, {store, list});
-    this.chips = element('div', {class: 'chips', role: 'group', 'aria-label': 'Kinds'});
+    this.chips = element('div', {class: 'chips', role: 'toolbar', 'aria-label': 'Kinds'});
     this.all = button(
         'All', () => store.set({kinds: null, categories: null, level: 'all', filter: ''}),
         {class: 'chip', id: 'filter-all'});
@@ -27,6 +28,7 @@ export class FilterBar {
         button('Only log', () => store.set({kinds: ['log']}), {class: 'chip', id: 'filter-log'});
     this.kinds = element('span', {class: 'chips'});
     this.chips.append(this.all, this.onlyLog, this.kinds);
+    rove(this.chips);
     this.category = element(
         'select',
         {id: 'filter-category', 'aria-label': 'Category of the log', change: () => this.chose()});

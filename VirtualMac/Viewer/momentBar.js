@@ -2,6 +2,7 @@
 // from event to event, zooming, and going to a time.
 
 import {button, byId, element, setText} from 'viewer/dom';
+import {rove} from 'viewer/roving';
 import {clockText, durationText, secondsFrom, secondsText, wallText} from 'viewer/time';
 
 export class MomentBar {
@@ -41,6 +42,7 @@ export class MomentBar {
             this.make('+', 'Show less time (+)', 'zoomIn'),
             this.make('all', 'All: show the whole run (0)', 'zoomAll')));
     byId('actions').prepend(this.follow);
+    rove(place);
     store.on(['cursor', 'run', 'data', 'range', 'follow'], () => this.draw());
   }
 

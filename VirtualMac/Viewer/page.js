@@ -1,6 +1,7 @@
 // The page: its parts, and who hears of which change.
 
 import {Acts} from 'viewer/acts';
+import {tickSeconds} from 'viewer/align';
 import {Chart} from 'viewer/chart';
 import {Comparison} from 'viewer/compare';
 import {button, byId, element, setText} from 'viewer/dom';
@@ -17,6 +18,7 @@ import {Opening} from 'viewer/opening';
 import {Overview} from 'viewer/overview';
 import {Panes} from 'viewer/panes';
 import {Pointer} from 'viewer/pointer';
+import {rove} from 'viewer/roving';
 import {Search} from 'viewer/search';
 import {initialValues, Store} from 'viewer/store';
 import {StoryPane} from 'viewer/story';
@@ -25,6 +27,7 @@ import {Tabs} from 'viewer/tabs';
 import {followTheme} from 'viewer/theme';
 import {clockText} from 'viewer/time';
 import {stateLine, Tooltip} from 'viewer/tooltip';
+import {alikeLanes} from 'viewer/tracks';
 import {View} from 'viewer/view';
 
 const restShare = 4;
@@ -81,6 +84,7 @@ export class Page {
         action('Copy link', 'copyLink', 'Copy the link to this view (c)'),
         action('Dark / light', 'theme', 'Dark or light (t)'),
         action('Keys ?', 'help', 'All keys (?)'));
+    rove(byId('actions'));
   }
 
   listen() {
@@ -144,6 +148,15 @@ export class Page {
       this.pointTo(chart, place);
       return chart;
     });
+    if (isPair) this.leaveAlikeLanesOut();
+  }
+
+  // Two charts have no room for what is the same in both; limit and charging stay.
+  leaveAlikeLanesOut() {
+    const [one, other] = this.charts.map((chart) => chart.tracks);
+    const alike = alikeLanes(one, other, tickSeconds);
+    const left = alike.filter((name) => name !== 'limit' && name !== 'charging');
+    for (const chart of this.charts) chart.leaveOut(left);
   }
 
   pointTo(chart, place) {

@@ -4,6 +4,7 @@
 
 import {button, element, setText} from 'viewer/dom';
 import {lineOf} from 'viewer/journal';
+import {rove} from 'viewer/roving';
 import {groupsOf} from 'viewer/stateRows';
 import {clockText} from 'viewer/time';
 import {whyOf} from 'viewer/why';
@@ -92,6 +93,7 @@ export class Panes {
     this.reason = element('section', {id: 'why', hidden: true, 'aria-live': 'polite'});
     this.place = element('div', {});
     place.append(this.reason, this.place);
+    rove(this.place);
     store.on(['cursor', 'run', 'data', 'other'], () => this.draw());
     store.on(['run'], () => this.closeReason());
   }

@@ -104,6 +104,29 @@ class Track {
 
 const mostClientRows = 4;
 
+// The name of a client: its identity or signature as far as it is known, and its process.
+export function clientName({identity, signingID, pid}) {
+  const who = identity || signingID || 'client';
+  return `${who} ${pid}`;
+}
+
+// A client's stretch in a lane; it ends at `to`, and goes on while that is null.
+class ClientSegment {
+  constructor(stretch) {
+    this.stretch = stretch;
+    this.time = stretch.from;
+    this.tone = 'client';
+  }
+
+  get to() {
+    return this.stretch.to;
+  }
+
+  get text() {
+    return clientName(this.stretch);
+  }
+}
+
 // The clients in as few lanes as they fit in, one of them a stretch; those that do not fit share
 // the last.
 class ClientTracks {
@@ -117,23 +140,17 @@ class ClientTracks {
     for (; this.read < this.run.clients.length; ++this.read) {
       const stretch = this.run.clients[this.read];
       const isFree = (row) => {
-        const last = row.stretches[row.stretches.length - 1];
+        const last = row.segments[row.segments.length - 1];
         return last.to !== null && last.to <= stretch.from;
       };
       let row = this.rows.find(isFree);
       if (!row && this.rows.length < mostClientRows) {
-        row = {name: this.rows.length === 0 ? 'clients' : '', stretches: []};
+        row = {name: this.rows.length === 0 ? 'clients' : '', segments: []};
         this.rows.push(row);
       }
-      (row ?? this.rows[mostClientRows - 1]).stretches.push(stretch);
+      (row ?? this.rows[mostClientRows - 1]).segments.push(new ClientSegment(stretch));
     }
   }
-}
-
-// The name of a client: its identity or signature as far as it is known, and its process.
-export function clientName({identity, signingID, pid}) {
-  const who = identity || signingID || 'client';
-  return `${who} ${pid}`;
 }
 
 export class Tracks {
@@ -148,21 +165,25 @@ export class Tracks {
     this.clients.update();
   }
 
-  // The lanes that have anything to show: [{name, segments}], where a client's segment ends at
-  // `to`.
+  // The lanes that have anything to show: [{name, segments}]. A client's segment has an end of its
+  // own, `to`; any other is in force until the next.
   get all() {
-    const shown =
-        this.tracks.filter((track) => track.segments.some((segment) => segment.text !== ''));
-    const clientRows =
-        this.clients.rows.map((row) => ({
-                                name: row.name,
-                                segments: row.stretches.map((stretch) => ({
-                                                              time: stretch.from,
-                                                              to: stretch.to,
-                                                              text: clientName(stretch),
-                                                              tone: 'client',
-                                                            })),
-                              }));
-    return [...shown, ...clientRows];
+    const shows = (track) => track.segments.some((segment) => segment.text !== '');
+    return [...this.tracks.filter(shows), ...this.clients.rows];
   }
+}
+
+// Whether a lane shows the same in two runs, but for times that are `tolerance` seconds apart.
+function isAlike(one, other, tolerance) {
+  return one.segments.length === other.segments.length && one.segments.every((segment, place) => {
+    const beside = other.segments[place];
+    return segment.tone === beside.tone && Math.abs(segment.time - beside.time) <= tolerance &&
+        (segment.tone === 'helper' || segment.tone === 'client' || segment.text === beside.text);
+  });
+}
+
+// The names of the lanes that two runs have alike.
+export function alikeLanes(one, other, tolerance) {
+  return one.tracks.filter((track, place) => isAlike(track, other.tracks[place], tolerance))
+      .map((track) => track.name);
 }
