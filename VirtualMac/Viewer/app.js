@@ -93,6 +93,8 @@ function showTrace(page, text, values) {
     page.compare(...runs, values);
   } else if (runs.length === 1) {
     page.show(runs[0], values);
+  } else {
+    page.show(new Run({title: 'Virtual Mac'}));
   }
 }
 
@@ -103,6 +105,7 @@ function boot() {
   if (trace) {
     showTrace(page, trace.textContent, values);
   } else if (location.protocol === 'file:') {
+    page.show(new Run({title: 'Virtual Mac'}));
     page.tell(
         ['This page holds no trace. Open one, or a journal, with "Compare…", or drop it here.']);
   } else {

@@ -28,6 +28,7 @@ export class Comparison {
       id: 'pairs',
       label: 'Both runs, line by line',
       rowOf: (place) => this.row(this.shown[place]),
+      keyOf: (place) => this.shown[place],
       clicked: (place) => this.choose(this.shown[place]),
     });
     this.finder = finderOf('');
@@ -45,6 +46,7 @@ export class Comparison {
     this.frame.hidden = !this.isOn;
     this.rows = [];
     this.shown = [];
+    this.list.forget();
     if (!this.isOn) return;
     const [one, other] = [this.store.get('run'), this.store.get('other')];
     this.rows = alignedRows(one, other, this.store.get('ignoresNumbers'));
@@ -82,6 +84,7 @@ export class Comparison {
 
   search() {
     this.finder = finderOf(this.store.get('search'));
+    this.list.forget();
     this.list.draw();
   }
 

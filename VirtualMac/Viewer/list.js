@@ -36,6 +36,7 @@ export class EntryList {
       id: 'entries',
       label: 'Journal and log',
       rowOf: (number) => this.row(number),
+      keyOf: (number) => this.selection.indices[number],
       clicked: (number) => choose(this.selection.indices[number]),
     });
     store.on(['run', 'kinds', 'categories', 'level', 'filter'], () => this.begin());
@@ -50,6 +51,7 @@ export class EntryList {
     if (this.counts.run !== run) this.counts.begin(run);
     this.counts.extend();
     this.selection.begin(run, this.store.values);
+    this.rows.forget();
     this.layOut();
     this.showCursor();
   }
@@ -69,6 +71,7 @@ export class EntryList {
 
   search() {
     this.finder = finderOf(this.store.get('search'));
+    this.rows.forget();
     this.rows.draw();
   }
 

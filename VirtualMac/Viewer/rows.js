@@ -1,16 +1,17 @@
 // A long list of rows as a list box. Only the rows in sight are in the page, so that a hundred
 // thousand of them scroll like ten. The list box has the focus; its selected row is the cursor.
 
-import {element, token} from 'viewer/dom';
+import {element, setText, token} from 'viewer/dom';
 
 const spareRows = 8;
 // Browsers cannot lay out more than some millions of pixels; a longer list scrolls in larger steps.
 const tallest = 8_000_000;
 
 export class Rows {
-  // `rowOf(place)` makes the row at a place; `clicked(place)` is told which one was clicked.
-  constructor(place, {id, label, rowOf, clicked}) {
-    this.rowOf = rowOf;
+  // `rowOf(place)` makes the row at a place, which `keyOf(place)` names; `clicked(place)` is told
+  // which one was clicked.
+  constructor(place, {id, label, rowOf, keyOf, clicked}) {
+    Object.assign(this, {rowOf, keyOf, made: new Map()});
     this.length = 0;
     this.selected = -1;
     this.rows = element('div', {class: 'rows', role: 'presentation'});
@@ -67,25 +68,57 @@ export class Rows {
         Math.min(this.length, first + Math.ceil(clientHeight / this.rowHeight) + 2 * spareRows);
     const shift = first * this.rowHeight - scrollTop * stretch + scrollTop;
     this.rows.style.transform = `translateY(${shift}px)`;
-    const made = [];
-    for (let place = first; place < last; ++place) made.push(this.made(place));
-    this.rows.replaceChildren(...made);
+    const shown = new Map();
+    for (let place = first; place < last; ++place) {
+      const key = this.keyOf(place);
+      shown.set(key, this.told(this.made.get(key) ?? this.newRow(place), place));
+    }
+    this.put(shown);
     this.tellSelected();
   }
 
-  made(place) {
+  // Rows that stay are left in the page, so that a click on one counts while others come.
+  put(shown) {
+    for (const [key, row] of this.made) {
+      if (shown.get(key) !== row) row.remove();
+    }
+    this.made = shown;
+    let next = this.rows.firstChild;
+    for (const row of shown.values()) {
+      if (row === next) {
+        next = next.nextSibling;
+      } else {
+        this.rows.insertBefore(row, next);
+      }
+    }
+  }
+
+  newRow(place) {
     const row = this.rowOf(place);
+    row.setAttribute('role', 'option');
+    row.prepend(element('span', {class: 'row-mark', 'aria-hidden': 'true'}));
+    return row;
+  }
+
+  // Says where a row stands and whether it is the selected one.
+  told(row, place) {
+    const isSelected = place === this.selected;
     const facts = {
-      role: 'option',
       'data-place': place,
-      'aria-selected': String(place === this.selected),
+      'aria-selected': isSelected,
       'aria-setsize': this.length,
       'aria-posinset': place + 1,
     };
-    for (const [name, value] of Object.entries(facts)) row.setAttribute(name, value);
-    row.prepend(element(
-        'span', {class: 'row-mark', 'aria-hidden': 'true'}, place === this.selected ? '▶' : ''));
+    for (const [name, value] of Object.entries(facts)) {
+      if (row.getAttribute(name) !== String(value)) row.setAttribute(name, value);
+    }
+    setText(row.firstChild, isSelected ? '▶' : '');
     return row;
+  }
+
+  // The rows are others now, or look otherwise.
+  forget() {
+    this.put(new Map());
   }
 
   tellSelected() {
