@@ -54,5 +54,5 @@ class LiveTest(BrowserTest):
 
     def open_controls(self):
         self.open_live()
-        self.browser.script("document.getElementById('panel-controls').hidden = false")
+        self.browser.named("tab", "Controls").click()
         self.browser.until(lambda: self.browser.all("[data-setting]"), "the controls")

@@ -4,6 +4,7 @@ import {button, element} from 'viewer/dom';
 import {choices, labelled, numberForm, Outcome, section, selectOf} from 'viewer/fields';
 
 const listedEvery = 1000;  // Milliseconds.
+const usualIdentity = 'app';
 const answersKept = 20;
 
 // A session's answer in words.
@@ -85,7 +86,9 @@ class ClientControls {
   connectForm() {
     const name =
         element('input', {type: 'text', value: 'app', autocomplete: 'off', spellcheck: 'false'});
-    const identity = selectOf(this.vocabulary.identities);
+    const {identities} = this.vocabulary;
+    const identity = selectOf(identities);
+    if (identities.includes(usualIdentity)) identity.value = usualIdentity;
     this.connectOutcome.of(name);
     const connect = async (event) => {
       event.preventDefault();
