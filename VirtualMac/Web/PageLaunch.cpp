@@ -17,11 +17,18 @@
 
 namespace virtualmac {
 
+namespace {
+
+/// A page that has lost its machine is gone by then.
+constexpr double longestEndSeconds = 10;
+
+}  // namespace
+
 std::expected<ComingPage, std::string> preparePage(const RootDirectory& root, int port) {
   const std::string program = programBeside(pageProgramName);
   if (::access(program.c_str(), X_OK) != 0)
     return std::unexpected("the page's program is missing: there is no " + program);
-  auto claim = claimPage(root);
+  auto claim = claimPage(root, longestEndSeconds);
   if (!claim) return std::unexpected(claim.error());
   auto place = openPagePlace(port);
   if (!place) return std::unexpected(place.error());

@@ -79,13 +79,15 @@ std::optional<int> portOf(const Descriptor& socket) {
   return ntohs(address.sin_port);
 }
 
-std::expected<Descriptor, std::string> claimPage(const RootDirectory& root) {
-  constexpr int tries = 500;
+std::expected<Descriptor, std::string> claimPage(const RootDirectory& root, double seconds) {
+  using Clock = std::chrono::steady_clock;
   constexpr auto pause = std::chrono::milliseconds(10);
+  const auto begun = Clock::now();
   Descriptor claim(::open((root.path + "/page.lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
   if (claim.get() < 0) return std::unexpected(root.path + ": " + reason(errno));
-  for (int left = tries; ::flock(claim.get(), LOCK_EX | LOCK_NB) != 0; --left) {
-    if (left == 0) return std::unexpected("another page is still there for " + root.path);
+  while (::flock(claim.get(), LOCK_EX | LOCK_NB) != 0) {
+    if (std::chrono::duration<double>(Clock::now() - begun).count() > seconds)
+      return std::unexpected("another page is still there for " + root.path);
     std::this_thread::sleep_for(pause);
   }
   return claim;

@@ -24,7 +24,7 @@ std::expected<PagePlace, std::string> openPagePlace(int port);
 
 /// Waits until no other page belongs to the root, for a page may outlive its machine by a moment.
 /// The page holds the descriptor for as long as it is there. Error: one was there all the time.
-std::expected<Descriptor, std::string> claimPage(const RootDirectory& root);
+std::expected<Descriptor, std::string> claimPage(const RootDirectory& root, double seconds);
 
 /// The word that a page's questions are allowed by. It is kept in the root, so that a link serves
 /// for the next machine there too; the first call makes it. Error: it cannot be kept.

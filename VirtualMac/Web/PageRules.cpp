@@ -87,8 +87,8 @@ std::optional<PageRefusal> refusalOf(const httplib::Request& request, const Page
                        "--web printed, or that virtual-mac status names"};
   const Place* place = placeOf(request.path);
   if (place == nullptr) return PageRefusal{404, "there is no " + request.path};
-  const bool isAllowed = place->methods.find(request.method) != std::string_view::npos;
-  if (!isAllowed)
+  const std::string methods = std::string(place->methods) + ",";
+  if (!(" " + methods).contains(" " + request.method + ","))
     return PageRefusal{405,
                        request.method + " is not for " + request.path +
                            " (allowed: " + std::string(place->methods) + ")",

@@ -62,6 +62,8 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 list(PREPEND CMAKE_MODULE_PATH ${CMAKE_CURRENT_LIST_DIR}/modules)
 # The tests run only on a Mac, so their names can be discovered only there.
 set(CMAKE_GTEST_DISCOVER_TESTS_DISCOVERY_MODE PRE_TEST)
-# yaml-cpp and RapidCheck are no header-only libraries, and this system has neither for a Mac.
+# cpp-httplib, yaml-cpp and RapidCheck are no header-only libraries, and this system has none of them
+# for a Mac.
 set(KORVEL_COMPILED_ONLY
-  virtual_mac_run virtual-mac-page scenario_engine_tests scenario_player korvel_property_tests)
+  virtual_mac_run virtual-mac-page vmac_web_tests scenario_engine_tests scenario_player
+  korvel_property_tests)
