@@ -28,8 +28,9 @@ add_test(NAME Small.Test COMMAND ${CMAKE_COMMAND} -E echo fine)
 PRESETS = """{"version": 6, "configurePresets": [
   {"name": "clang", "generator": "Ninja", "binaryDir": "${sourceDir}/build/clang"}]}"""
 DEMO = """import pathlib, sys
-pathlib.Path(sys.argv[2]).write_text("drawn")
-print("shown", sys.argv[2])
+for file in sys.argv[2:4]:
+    pathlib.Path(file).write_text("drawn")
+    print("shown", file)
 """
 
 
@@ -84,9 +85,11 @@ class ReadOnlyTree(unittest.TestCase):
         self.build()
         done = self.script("demo")
         self.assertEqual(done.returncode, 0, done.stdout + done.stderr)
-        self.assertRegex(done.stdout, rf"^shown {self.elsewhere}/virtual-mac-\w+/timeline.svg\n$")
-        picture = self.elsewhere / "chosen.svg"
-        self.assertIn(f"shown {picture}\n", self.script("demo", "--timeline", str(picture)).stdout)
+        self.assertRegex(done.stdout, rf"^shown ({self.elsewhere}/virtual-mac-\w+)/timeline.svg\n"
+                                      r"shown \1/trace.html\n$")
+        for option, name in (("--timeline", "chosen.svg"), ("--trace", "chosen.html")):
+            file = self.elsewhere / name
+            self.assertIn(f"shown {file}\n", self.script("demo", option, str(file)).stdout)
 
     def test_tests_that_are_built_run_and_leave_nothing(self):
         self.build()
@@ -119,7 +122,8 @@ class ReadOnlyTree(unittest.TestCase):
         done = subprocess.run([str(self.tree / "script/demo")], cwd=self.tree, text=True,
                               capture_output=True, check=False, timeout=120)
         self.assertEqual(done.returncode, 0, done.stdout + done.stderr)
-        self.assertEqual(done.stdout.splitlines()[-1], f"shown {self.tree}/timeline.svg")
+        self.assertEqual(done.stdout.splitlines()[-2:],
+                         [f"shown {self.tree}/timeline.svg", f"shown {self.tree}/trace.html"])
         self.assertTrue((self.tree / "build/clang/virtual-mac.made").exists())
 
 

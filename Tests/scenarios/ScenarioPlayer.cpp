@@ -1,18 +1,34 @@
-// Plays one scenario of the gallery twice; both runs must meet its expectations and be alike.
+// Plays one scenario of the gallery twice; both runs must meet its expectations and be alike, and
+// the page that shows one must be small enough to be sent to somebody.
 #include <fmt/format.h>
 
 #include <cstdio>
 #include <exception>
 
+#include "VirtualMac/Machine/Bounds.h"
 #include "VirtualMac/Scenarios/InProcessStage.h"
 #include "VirtualMac/Scenarios/ScenarioRun.h"
+#include "VirtualMac/Viewer/TraceFile.h"
 
 namespace {
+
+constexpr std::size_t largestPage = 1'000'000;
 
 virtualmac::ScenarioOutcome play(const virtualmac::Scenario& scenario) {
   virtualmac::InProcessStage stage(scenario);
   return virtualmac::playScenario(scenario, stage,
                                   "virtual-mac run " + scenario.file + " --in-process");
+}
+
+std::size_t pageSize(const virtualmac::Scenario& scenario,
+                     const virtualmac::ScenarioOutcome& outcome) {
+  virtualmac::TraceRun run;
+  run.title = scenario.name;
+  run.head = outcome.head;
+  run.lines = outcome.lines;
+  run.story = virtualmac::TraceStory{
+      scenario.file, virtualmac::readTextFile(scenario.file).value_or(std::string())};
+  return virtualmac::traceHTML({run}).size();
 }
 
 int playFile(const char* file) {
@@ -32,9 +48,11 @@ int playFile(const char* file) {
                first.journalHash, second.journalHash);
     return 1;
   }
-  fmt::print("{}: {} expectations held over {}\n", scenario->name, first.expectations,
-             virtualmac::timelineClock(first.virtualSeconds));
-  return first.expectations > 0 ? 0 : 1;
+  const std::size_t page = pageSize(*scenario, first);
+  fmt::print("{}: {} expectations held over {}; its page has {} bytes\n", scenario->name,
+             first.expectations, virtualmac::timelineClock(first.virtualSeconds), page);
+  if (page >= largestPage) fmt::print(stderr, "{}: the page is too large\n", file);
+  return first.expectations > 0 && page < largestPage ? 0 : 1;
 }
 
 }  // namespace

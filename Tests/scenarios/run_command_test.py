@@ -310,7 +310,8 @@ def a_directory_is_its_stories_in_the_order_of_their_names(programs):
 
 
 def demo(programs, timeline, *words):
-    return subprocess.run([sys.executable, str(ROOT / "script/demo.py"), str(programs), str(timeline), *words],
+    words = [programs, timeline, timeline.with_suffix(".html"), *words]
+    return subprocess.run([sys.executable, str(ROOT / "script/demo.py"), *map(str, words)],
                           capture_output=True, text=True, timeout=170, check=False)
 
 
@@ -320,6 +321,9 @@ def the_demonstration_sees_every_step(programs):
         done = demo(programs, picture)
         expect(done.returncode == 0 and "Every step was seen in the machine" in done.stdout, done)
         xml.dom.minidom.parse(str(picture))
+        page = picture.with_suffix(".html")
+        expect(done.stdout.endswith(f"no server is needed: {page.as_uri()}\n"), done)
+        expect('"title":"Held at 80 %: a walk' in page.read_text(encoding="utf-8"), done)
 
 
 def the_demonstration_fails_without_a_working_helper(programs):
@@ -329,15 +333,17 @@ def the_demonstration_fails_without_a_working_helper(programs):
         picture = apart / "out.svg"
         done = demo(apart, picture)
         expect(done.returncode == 1 and "NOT SEEN" in done.stdout and not picture.exists(), done)
+        page = picture.with_suffix(".html")
+        expect(page.as_uri() in done.stdout and "exited 1" in page.read_text(encoding="utf-8"), done)
 
 
 def a_demonstration_cleans_up_after_a_machine_that_hangs(programs):
     with tempfile.TemporaryDirectory() as folder:
         script(pathlib.Path(folder, "virtual-mac"),
                'echo no such Mac >&2\n[ "$3" = down ] && exec sleep 60\nexit 1')
-        done = subprocess.run([sys.executable, str(ROOT / "script/demo.py"), folder, f"{folder}/out.svg"],
-                              capture_output=True, text=True, timeout=170, check=False,
-                              env={**os.environ, "TMPDIR": folder})
+        words = [ROOT / "script/demo.py", folder, f"{folder}/out.svg", f"{folder}/out.html"]
+        done = subprocess.run([sys.executable, *map(str, words)], capture_output=True, text=True,
+                              timeout=170, check=False, env={**os.environ, "TMPDIR": folder})
         expect(done.returncode == 1 and "NOT SEEN" in done.stdout and "Traceback" not in done.stderr, done)
         expect(not list(pathlib.Path(folder).glob("virtual-mac-*")), done)
 
