@@ -30,6 +30,12 @@ export class Acts {
     this.place(index);
   }
 
+  // The same from the chart, which stays as it is.
+  point(index) {
+    this.remember();
+    this.store.set({cursor: index, follow: false});
+  }
+
   place(index) {
     this.store.set({cursor: index, follow: false});
     this.view.include(this.run.timeOf(index));

@@ -35,11 +35,12 @@ export class Chart {
     place.append(this.node);
     this.palette = new Palette();
     this.leftOut = [];
+    this.besideWarm = false;  // The chart beside it has an axis of temperatures.
   }
 
-  // Leaves lanes out, by their names.
-  leaveOut(names) {
-    this.leftOut = names;
+  // Takes a place under another chart: without the lanes of these names, and as wide as that one.
+  standWith(leftOut, besideWarm) {
+    Object.assign(this, {leftOut, besideWarm});
     this.draw();
   }
 
@@ -75,7 +76,8 @@ export class Chart {
   }
 
   get gutters() {
-    return {left: parseFloat(token('gutter')) || 84, right: this.warm ? 46 : 14};
+    const isWide = this.warm || this.besideWarm;
+    return {left: parseFloat(token('gutter')) || 84, right: isWide ? 46 : 14};
   }
 
   get width() {
@@ -103,7 +105,7 @@ export class Chart {
   }
 
   get gutterText() {
-    return Object.values(this.gutters).join();
+    return [...Object.values(this.gutters), this.warm].join();
   }
 
   dropPlot() {

@@ -148,22 +148,24 @@ export class Page {
       this.pointTo(chart, place);
       return chart;
     });
-    if (isPair) this.leaveAlikeLanesOut();
+    if (isPair) this.standTogether();
   }
 
-  // Two charts have no room for what is the same in both; limit and charging stay.
-  leaveAlikeLanesOut() {
+  // Two charts have one axis of time, and no room for the lanes that are the same in both; limit
+  // and charging stay.
+  standTogether() {
     const [one, other] = this.charts.map((chart) => chart.tracks);
     const alike = alikeLanes(one, other, tickSeconds);
     const left = alike.filter((name) => name !== 'limit' && name !== 'charging');
-    for (const chart of this.charts) chart.leaveOut(left);
+    const isWarm = this.charts.some((chart) => chart.warm);
+    for (const chart of this.charts) chart.standWith(left, isWarm);
   }
 
   pointTo(chart, place) {
     new Pointer(chart, this.view, {
       hover: (time, event) => this.hover(chart, time, event),
       leave: () => this.hover(null),
-      choose: (index) => place === 0 ? this.acts.choose(index) : this.comparison.chooseRight(index),
+      choose: (index) => place === 0 ? this.acts.point(index) : this.comparison.chooseRight(index),
     });
     Object.entries({role: 'slider', tabindex: 0, 'aria-label': 'Moment', 'aria-valuemin': 0})
         .forEach(([name, value]) => chart.area.setAttribute(name, value));
@@ -251,7 +253,7 @@ export class Page {
     this.store.set({other});
     this.store.flush();
     if (values.cursor === undefined) this.comparison.goToFirst();
-    if (values.tab === undefined) this.store.set({tab: 'compare'});
+    if (values.tab === undefined && values.cursor === undefined) this.store.set({tab: 'compare'});
   }
 
   opened({runs, problems}) {

@@ -1,11 +1,13 @@
 #!/usr/bin/env python3
 """Checks the walls of the viewer: plain modules that import one another by `viewer/NAME`, without a
 circle and without one that nobody imports; no page made of text, no code made of text; the network
-in live.js alone, and nothing loaded from elsewhere by a style or a page.
+in live.js alone, and nothing loaded from elsewhere by a style or a page. And that the viewer knows
+the lines of a journal as the machine does.
 
 usage: viewer.py REPOSITORY
        viewer.py --self-test
 """
+import itertools
 import pathlib
 import re
 
@@ -14,6 +16,9 @@ import web
 
 FOLDER = "VirtualMac/Viewer/"
 BEGIN = "app"
+EFFECTS, EFFECTS_HERE = "VirtualMac/Schedule/Effects.def", FOLDER + "effects.js"
+EFFECT = re.compile(r'^EFFECT\((\w+), (\w+), "((?:\\.|[^"\\])*)"\)$', re.M)
+EFFECT_HERE = re.compile(r"^  \['(\w+)', '(\w+)', '((?:\\.|[^'\\])*)'\],$", re.M)
 NETWORK_MODULE = "live"
 STATEMENT = re.compile(r"^(?:import|export)\b(?:[^;'\"]*?\bfrom)?\s*(?P<quote>['\"])(?P<name>[^'\"\n]*)"
                        r"(?P=quote)", re.M)
@@ -104,8 +109,22 @@ def import_findings(root):
     return found
 
 
+def effect_findings(root):
+    """Rows of the table of effects that the viewer's own copy lacks, has otherwise or elsewhere."""
+    here = next((path for path in tree.files(root, web.SCRIPTS) if path == EFFECTS_HERE), None)
+    if here is None:
+        return []
+    rows = [(name, kind, text.replace('\\"', '"'))
+            for name, kind, text in EFFECT.findall(tree.read(root, EFFECTS))]
+    copies = EFFECT_HERE.findall(tree.read(root, here))
+    for place, (row, copy) in enumerate(itertools.zip_longest(rows, copies)):
+        if row != copy:
+            return [f"{here}: row {place + 1} is {copy}, and {row} in {EFFECTS}"]
+    return []
+
+
 def check(root):
-    found = import_findings(root)
+    found = import_findings(root) + effect_findings(root)
     for name, text in sorted(modules(root).items()):
         code = web.blanked(text)
         rules = RULES if name == NETWORK_MODULE else RULES + (NETWORK,)
@@ -142,6 +161,13 @@ def self_test():
             ("export {a} from 'viewer/none';", "is no viewer/NAME")]:
         tree.expect(check, clean | {app: clean[app] + line + "\n"}, "app.js:4: ")
         tree.expect(check, clean | {app: clean[app] + line + "\n"}, word)
+    effects = clean | {EFFECTS: '// Rows.\nEFFECT(logged, log, "{} \\"{}\\"")\nEFFECT(woke, power, "awake")\n',
+                       app: "import 'viewer/other';\nimport 'viewer/late';\nimport 'viewer/effects';\n"}
+    copies = "export const effectRows = [\n  ['logged', 'log', '{} \"{}\"'],\n  ['woke', 'power', 'awake'],\n];\n"
+    tree.expect(check, effects | {EFFECTS_HERE: copies})
+    tree.expect(check, effects | {EFFECTS_HERE: copies.replace("'awake'", "'awoke'")}, "effects.js: row 2 is")
+    tree.expect(check, effects | {EFFECTS_HERE: copies.replace("  ['woke', 'power', 'awake'],\n", "")},
+                "effects.js: row 2 is None")
     tree.expect(check, clean | {FOLDER + "lone.js": ""}, "lone.js: nothing that app.js reaches")
     tree.expect(check, clean | {FOLDER + "live.js": "import 'viewer/other';\n"},
                 "other.js: imports itself: other → live → other")
