@@ -34,6 +34,7 @@ void Mac::bringUp() {
   speed << options.speed;
   std::vector<std::string> words{"up",      "--json",   "--profile", options.profile,
                                  "--speed", speed.str()};
+  words.insert(words.end(), options.more.begin(), options.more.end());
   if (!options.helper.empty()) {
     const std::string program = directory + "/helper";
     writeFile(program, "#!/bin/sh\n" + options.helper + "\n");
@@ -55,6 +56,8 @@ Mac::~Mac() {
     while (isAlive(machine) && clockNow() < deadline) pauseFor(0.01);
     EXPECT_FALSE(isAlive(machine)) << "the machine does not go down: " << down.err;
   }
+  // Others may have been brought up by the test's own commands.
+  if (std::filesystem::exists(controlPath())) static_cast<void>(command({"down"}));
   if (testing::Test::HasFailure()) {
     std::cout << "journal of the failed test:\n" << readFile(directory + "/journal");
     std::cout << readFile(directory + "/helper.stderr");

@@ -14,6 +14,7 @@ struct MacOptions {
   double speed = 1;
   std::string profile = "newer-keys";
   std::string helper = {};  ///< A shell command to run as the helper; empty: the built one.
+  std::vector<std::string> more = {};  ///< Further words of `up`.
   /// False: the test brings it up once its disk is prepared.
   bool up = true;
 };

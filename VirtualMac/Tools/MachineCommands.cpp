@@ -64,12 +64,12 @@ std::expected<ComingPage, std::string> pageOf(MachineOptions& options, int port)
 }
 
 void tellUp(const Choices& choices, const MachineOptions& options, const std::string& note,
-            pid_t pid) {
+            pid_t pid, pid_t pagePid) {
   if (choices.asJSON) {
     nlohmann::ordered_json answer{
         {"profile", options.profile.name}, {"root", options.root.path}, {"pid", pid}};
     if (!options.pageLink.empty())
-      answer["web"] = {{"port", options.pagePort}, {"link", options.pageLink}};
+      answer["web"] = {{"port", options.pagePort}, {"link", options.pageLink}, {"pid", pagePid}};
     if (!note.empty()) answer["note"] = note;
     fmt::print("{}\n", answer.dump());
   } else {
@@ -121,10 +121,10 @@ int up(const Choices& choices) {
   }
   // None: the machine is up, and so is its page; else its page is not.
   const auto announce = [&](pid_t pid) -> std::optional<std::string> {
-    if (page) {
-      if (auto problem = startPage(options.root, *page)) return problem;
-    }
-    tellUp(choices, options, *made, pid);
+    std::expected<pid_t, std::string> pagePid = 0;
+    if (page) pagePid = startPage(options.root, *page);
+    if (!pagePid) return pagePid.error();
+    tellUp(choices, options, *made, pid, *pagePid);
     return std::nullopt;
   };
   if (choices.foreground) return runInForeground(choices, options, announce);

@@ -36,6 +36,23 @@ bool PageConnection::awaitRequest() {
   return taken < filled || fill() > 0;
 }
 
+void PageConnection::letGo() {
+  const linger atOnce{1, 0};
+  ::setsockopt(socket(), SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
+  isLetGo = true;
+}
+
+void PageConnection::finish() {
+  constexpr double patience = 0.5;
+  if (isLetGo) return;
+  ::shutdown(socket(), SHUT_WR);
+  for (std::size_t dropped = 0; dropped < bounds::longestPageRequest; dropped += filled) {
+    left = chunk.size();
+    due = Clock::now();
+    if (!becomes(socket(), POLLIN, patience) || fill() <= 0) return;
+  }
+}
+
 bool PageConnection::is_readable() const { return taken < filled || becomes(socket(), POLLIN, 0); }
 
 bool PageConnection::hasGone() const {
@@ -43,9 +60,7 @@ bool PageConnection::hasGone() const {
   return becomes(socket(), POLLIN, 0) && ::recv(socket(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) <= 0;
 }
 
-bool PageConnection::is_writable() const {
-  return !hasGone() && becomes(socket(), POLLOUT, bounds::longestPageStall);
-}
+bool PageConnection::is_writable() const { return !hasGone() && !isLetGo; }
 
 ssize_t PageConnection::fill() {
   const std::chrono::duration<double> patience = due - Clock::now();
@@ -70,7 +85,10 @@ ssize_t PageConnection::read(char* bytes, std::size_t size) {
 
 ssize_t PageConnection::write(const char* bytes, std::size_t size) {
   for (;;) {
-    if (!becomes(socket(), POLLOUT, bounds::longestPageStall)) return -1;
+    if (!becomes(socket(), POLLOUT, bounds::longestPageStall)) {
+      letGo();
+      return -1;
+    }
     const ssize_t sent = ::send(socket(), bytes, size, MSG_DONTWAIT);
     if (sent >= 0 || (errno != EAGAIN && errno != EINTR)) return sent;
   }

@@ -18,8 +18,12 @@ class PageConnection final : public httplib::Stream {
   /// Waits for the first byte of a request. False: none came in time, or the browser has gone.
   bool awaitRequest();
 
+  /// Ends what is sent, and takes what is still on its way for a moment: a connection that is
+  /// closed with something unread takes its last answer with it.
+  void finish();
+
   [[nodiscard]] bool is_readable() const override;
-  /// False: the browser has gone, or does not read.
+  /// False: the browser has gone, or was let go.
   [[nodiscard]] bool is_writable() const override;
   ssize_t read(char* bytes, std::size_t size) override;
   ssize_t write(const char* bytes, std::size_t size) override;
@@ -31,6 +35,8 @@ class PageConnection final : public httplib::Stream {
   using Clock = std::chrono::steady_clock;
 
   [[nodiscard]] bool hasGone() const;
+  /// Drops what the browser does not take, when the connection is closed.
+  void letGo();
   ssize_t fill();
 
   Descriptor handle;
@@ -39,6 +45,7 @@ class PageConnection final : public httplib::Stream {
   std::size_t filled = 0;  ///< Of the chunk.
   std::size_t left = 0;    ///< Bytes that this request may still have.
   Clock::time_point due;   ///< When this request must have come.
+  bool isLetGo = false;
 };
 
 }  // namespace virtualmac

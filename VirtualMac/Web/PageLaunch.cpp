@@ -38,7 +38,7 @@ std::expected<ComingPage, std::string> preparePage(const RootDirectory& root, in
                     pageLink(place->port, *token)};
 }
 
-std::optional<std::string> startPage(const RootDirectory& root, ComingPage& page) {
+std::expected<pid_t, std::string> startPage(const RootDirectory& root, ComingPage& page) {
   const std::string program = programBeside(pageProgramName);
   // Copies beyond the numbers that the program knows: no move there overwrites the other's source.
   constexpr int firstNotGiven = pageClaimNumber + 1;
@@ -77,8 +77,8 @@ std::optional<std::string> startPage(const RootDirectory& root, ComingPage& page
   ::posix_spawn_file_actions_destroy(&files);
   page.socket = Descriptor();
   page.claim = Descriptor();
-  if (error == 0) return std::nullopt;
-  return program + " cannot be started: " + std::system_category().message(error);
+  if (error == 0) return pid;
+  return std::unexpected(program + " cannot be started: " + std::system_category().message(error));
 }
 
 }  // namespace virtualmac

@@ -1,7 +1,8 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <expected>
-#include <optional>
 #include <string>
 
 #include "VirtualMac/Server/RootDirectory.h"
@@ -22,8 +23,8 @@ struct ComingPage {
 std::expected<ComingPage, std::string> preparePage(const RootDirectory& root, int port);
 
 /// Starts the page's program, which ends with the machine, and closes the page's descriptors here.
-/// None: done; else what went wrong.
-std::optional<std::string> startPage(const RootDirectory& root, ComingPage& page);
+/// Returns its pid, or what went wrong.
+std::expected<pid_t, std::string> startPage(const RootDirectory& root, ComingPage& page);
 
 /// How the page's program is told its descriptors.
 inline constexpr const char* pageProgramName = "virtual-mac-page";

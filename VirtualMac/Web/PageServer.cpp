@@ -86,7 +86,13 @@ void PageServer::serve(Descriptor listening) {
   accepting.join();
   ::close(socket);
   std::unique_lock held(lock);
-  left.wait_for(held, endSeconds, [this] { return connections == 0; });
+  idle.wait_for(held, endSeconds, [this] { return busy == 0; });
+}
+
+void PageServer::count(std::size_t& counter, bool more) {
+  const std::lock_guard held(lock);
+  more ? ++counter : --counter;
+  idle.notify_all();
 }
 
 void PageServer::accept() {
@@ -106,9 +112,7 @@ void PageServer::accept() {
     // The thread ends before this object: `serve` waits for it, or the program ends.
     std::thread([this, given = std::make_shared<Descriptor>(std::move(accepted))] {
       converse(std::move(*given));
-      const std::lock_guard held(lock);
-      --connections;
-      left.notify_all();
+      count(connections, false);
     }).detach();
   }
 }
@@ -118,6 +122,9 @@ void PageServer::converse(Descriptor accepted) {
   bool last = false;
   while (!last && connection.awaitRequest()) {
     bool closed = false;
+    // Nothing follows a request that could not be understood.
+    last = true;
+    count(busy, true);
     const bool done = process_request(connection, false, closed, [this, &last](Request& request) {
       // The answers are small, and a stream that is compressed would come late.
       request.headers.erase("Accept-Encoding");
@@ -125,8 +132,10 @@ void PageServer::converse(Descriptor accepted) {
       last = refusalOf(request, rules).has_value();
       if (last) request.set_header("Connection", "close");
     });
+    count(busy, false);
     last = last || closed || !done;
   }
+  connection.finish();
 }
 
 httplib::Server::HandlerResponse PageServer::refuse(const Request& request,
@@ -212,9 +221,11 @@ void PageServer::serveVocabulary(Response& response) const {
 void PageServer::command(const Request& request, Response& response) const {
   const auto wish = objectIn(request, response);
   if (!wish) return;
-  const std::string word = wish->value("command", std::string());
-  if (std::ranges::find(kept, word) != kept.end())
-    return answerError(response, 400, word + " is not for a page");
+  const auto name = wish->find("command");
+  for (const std::string_view word : kept) {
+    if (name != wish->end() && *name == word)
+      return answerError(response, 400, std::string(word) + " is not for a page");
+  }
   const auto answer = askMachine(root, *wish, response);
   if (answer) answerWith(response, *answer);
 }

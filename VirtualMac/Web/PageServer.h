@@ -36,6 +36,7 @@ class PageServer final : public httplib::Server {
 
   void accept();
   void converse(Descriptor accepted);
+  void count(std::size_t& counter, bool more);
   HandlerResponse refuse(const Request& request, Response& response) const;
   void servePage(Response& response) const;
   void serveFile(const std::string& name, Response& response) const;
@@ -52,8 +53,9 @@ class PageServer final : public httplib::Server {
   PageClients clients;
   std::atomic<std::size_t> streams = 0;
   std::mutex lock;
-  std::condition_variable left;
+  std::condition_variable idle;
   std::size_t connections = 0;
+  std::size_t busy = 0;  ///< Connections with a request that is being answered.
 };
 
 }  // namespace virtualmac
