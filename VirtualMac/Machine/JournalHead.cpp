@@ -118,6 +118,7 @@ JournalHead JournalHead::of(const Machine& machine, const JournalOrigin& origin)
   for (const std::string& name : machine.smc.names())
     start.smcKeys[name] = *machine.smc.value(name);
   start.faults = activeFaults(machine);
+  start.savedStateUntold = origin.savedStateUntold;
   takeSavedState(start, origin.savedState);
   const auto version = machine.bundleInformation.find(versionKey);
   if (version != machine.bundleInformation.end() && version->second.text() != nullptr)

@@ -18,6 +18,7 @@ struct JournalOrigin {
   std::optional<double> speed = {};            ///< None: as fast as it goes, in virtual time.
   std::optional<std::uint64_t> seed = {};      ///< Of a story.
   std::optional<std::string> savedState = {};  ///< The helper's state file; none: there is none.
+  std::string savedStateUntold = {};           ///< Why one that is there is not told; else empty.
   std::optional<bool> restartAfterCrash = {};  ///< None: as launchd's job says.
 };
 

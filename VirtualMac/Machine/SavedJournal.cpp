@@ -3,10 +3,21 @@
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
+#include <string_view>
 #include <system_error>
 #include <utility>
 
 namespace virtualmac {
+
+namespace {
+
+constexpr std::string_view endWords = "# ended at ";
+
+}  // namespace
+
+std::string SavedJournal::endLine(double seconds) {
+  return std::string(endWords) + journalTime(seconds);
+}
 
 std::expected<SavedJournal, std::string> SavedJournal::from(std::istream& text,
                                                             const std::string& file) {
@@ -18,6 +29,10 @@ std::expected<SavedJournal, std::string> SavedJournal::from(std::istream& text,
     if (std::optional<Journal::Entry> entry = journalEntryFrom(line)) {
       journal.entries.push_back(*std::move(entry));
       journal.lines.push_back(number);
+    } else if (line.starts_with(endWords)) {
+      // It is read as an entry's time is.
+      const auto told = journalEntryFrom(line.substr(endWords.size()) + " mac end");
+      if (told) journal.end = told->time;
     } else if (!journal.head && journal.entries.empty()) {
       journal.head = JournalHead::from(line);
     }

@@ -35,6 +35,14 @@ void DiskWatch::look() {
   known = std::move(now);
 }
 
+void DiskWatch::lookForOthers() {
+  std::optional<FileCopy> now = stateFile();
+  if (now == known) return;
+  const char* what = !now ? " removed" : known ? " changed" : " created";
+  journal.record("disk", std::string(stateName) + what + " by another program");
+  known = std::move(now);
+}
+
 void DiskWatch::tell(const std::optional<FileCopy>& now) {
   if (now) journal.record(changeOfFile(stateName, known, *now));
   known = now;

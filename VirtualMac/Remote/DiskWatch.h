@@ -20,6 +20,11 @@ class DiskWatch {
   void replaced(std::string_view path);
   /// Called when a helper has ended: journals a replacement that it could not report any more.
   void look();
+  /// Called when a helper starts, because it reads the file then: journals a change that none made,
+  /// as `disk  state.json changed by another program`.
+  void lookForOthers();
+  /// Takes the file as it is for one that was there from the beginning.
+  void takeAsFound() { known = stateFile(); }
 
  private:
   void tell(const std::optional<FileCopy>& now);

@@ -107,12 +107,6 @@ Act perform(Phrase& phrase, const Deed& deed) {
   };
 }
 
-/// A story asks for what changes something; for what the helper knows it has conditions.
-bool canBeAsked(const Operation& operation) {
-  return operation.answer == korvel::OperationAnswer::Outcome ||
-         operation.answer == korvel::OperationAnswer::None;
-}
-
 Act ask(Phrase& phrase, const Operation& operation) {
   std::uint8_t argument = 0;
   if (operation.argument != korvel::OperationArgument::None) {
@@ -132,7 +126,6 @@ Act read(Phrase& phrase, const std::string& name) {
     names.push_back(verb.name);
   }
   for (const Operation& operation : korvel::operations) {
-    if (!canBeAsked(operation)) continue;
     if (operation.word == name) return ask(phrase, operation);
     names.push_back(operation.word);
   }
@@ -155,7 +148,7 @@ std::expected<Action, std::string> Action::parse(std::string_view text) {
   phrase.takeEnd();
   if (phrase.complaint()) return std::unexpected(*phrase.complaint());
   const Operation* operation = korvel::operationWith(&Operation::word, name);
-  action.request = operation != nullptr && operation->answer == korvel::OperationAnswer::Outcome;
+  action.request = operation != nullptr && operation->answer != korvel::OperationAnswer::None;
   return action;
 }
 

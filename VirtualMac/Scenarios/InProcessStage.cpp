@@ -15,9 +15,16 @@ namespace {
 
 constexpr double reportSeconds = 2;
 
+/// A record or a number has no outcome: it succeeds when it comes.
+bool hasOutcome(const korvel::Operation& operation) {
+  return operation.answer == korvel::OperationAnswer::Outcome;
+}
+
 Answer answerOf(const AppCall& call) {
   if (call.failed) return {Answer::Kind::Lost, std::nullopt};
-  return {call.success ? Answer::Kind::Ok : Answer::Kind::Failed, call.error};
+  const auto* operation = korvel::operationWith(&korvel::Operation::selector, call.selector);
+  const bool good = call.success || (operation != nullptr && !hasOutcome(*operation));
+  return {good ? Answer::Kind::Ok : Answer::Kind::Failed, call.error};
 }
 
 WorldOptions optionsOf(const Scenario& scenario) {

@@ -20,8 +20,15 @@ constexpr double dayHours = 24, hourSeconds = 3600, minuteSeconds = 60;
 
 bool isDigit(char character) { return character >= '0' && character <= '9'; }
 
-/// `hh:mm` or `hh:mm:ss` in seconds, each part of two digits.
+/// `hh:mm`, `hh:mm:ss` or `hh:mm:ss.fff` in seconds, each part of two digits but the last.
 std::optional<double> clockFrom(std::string_view text) {
+  double fraction = 0;
+  if (const std::size_t point = text.find('.'); point == 8) {
+    const std::optional<double> part = numberFrom("0" + std::string(text.substr(point)));
+    if (!part) return std::nullopt;
+    fraction = *part;
+    text = text.substr(0, point);
+  }
   if (text.size() != 5 && text.size() != 8) return std::nullopt;
   std::array<int, 3> parts{};
   for (std::size_t at = 0, part = 0; at < text.size(); at += 3, ++part) {
@@ -30,7 +37,7 @@ std::optional<double> clockFrom(std::string_view text) {
     parts[part] = (text[at] - '0') * 10 + (text[at + 1] - '0');
   }
   if (parts[0] >= dayHours || parts[1] >= 60 || parts[2] >= 60) return std::nullopt;
-  return parts[0] * hourSeconds + parts[1] * minuteSeconds + parts[2];
+  return parts[0] * hourSeconds + parts[1] * minuteSeconds + parts[2] + fraction;
 }
 
 }  // namespace
@@ -120,7 +127,8 @@ std::expected<double, std::string> momentFrom(std::string_view text) {
   const std::optional<double> clock = clockFrom(rest);
   if (!clock || days < 0 || days != std::floor(days)) {
     return std::unexpected(fmt::format(
-        "\"{}\" is not a moment; moments look like 00:42, 00:42:10 or 1d 02:00:05", text));
+        "\"{}\" is not a moment; moments look like 00:42, 00:42:10, 00:42:10.5 or 1d 02:00:05",
+        text));
   }
   const double seconds = days * dayHours * hourSeconds + *clock;
   if (seconds > bounds::longestSeconds) {

@@ -53,8 +53,8 @@ class Phrase {
   std::optional<std::string> first;
 };
 
-/// A moment in seconds from the scenario's start: `00:42`, `00:42:10`, `1d 02:00:05` (hours up to
-/// 23 once days are given). The error says what a moment looks like.
+/// A moment in seconds from the scenario's start: `00:42`, `00:42:10`, `00:42:10.5`, `1d 02:00:05`
+/// (hours up to 23 once days are given). The error says what a moment looks like.
 std::expected<double, std::string> momentFrom(std::string_view text);
 
 /// A length of time in seconds: `5s`, `0.5s`, `90m`, `1h30m`, `2d`.

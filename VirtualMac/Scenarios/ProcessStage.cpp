@@ -244,6 +244,7 @@ std::optional<std::string> ProcessStage::savedState() {
 void ProcessStage::setSavedState(const std::string& content) {
   std::filesystem::create_directories(std::filesystem::path(statePath()).parent_path());
   std::ofstream(statePath(), std::ios::binary) << content;
+  server->takeDiskAsFound();
 }
 
 std::string ProcessStage::statePath() const {

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "VirtualMac/Machine/JournalHead.h"
 #include "VirtualMac/Scenarios/Action.h"
 #include "VirtualMac/Scenarios/Condition.h"
 
@@ -84,6 +85,9 @@ struct Scenario {
   std::vector<Expectation> always;
   double end = 0;  ///< When it is over.
 };
+
+/// What begins the saved journal of a scenario's run. `speed`: none in virtual time.
+JournalOrigin originOf(const Scenario& scenario, std::optional<double> speed);
 
 /// Reads a scenario file. The error has a line for every defect: `file:line: what, what is
 /// allowed`.

@@ -138,6 +138,7 @@ class Session final : public std::enable_shared_from_this<Session> {
     if (signatures.identity(identity) == nullptr)
       return refuse(unknownWord("identity", identity, signatures.names()));
     signatures.setPid(peer, identity);
+    server.tellClient(peer, identity);
     const std::shared_ptr<Shared> alive = shared.lock();
     if (pid == 0 && alive) {
       pid = peer;

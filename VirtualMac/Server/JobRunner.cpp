@@ -101,6 +101,7 @@ void JobRunner::act(LaunchdAction action) {
       if (!start()) machine.launchd.exited(false);
       break;
     case LaunchdAction::Terminate:
+      if (running) machine.tellSignal(*running, SIGTERM);
       signal(SIGTERM);
       break;
     case LaunchdAction::Kill:

@@ -36,11 +36,21 @@ bool isForClients(CallNumber number) {
          number == callNumber(HostCall::requirementError);
 }
 
+/// Why the helper finds something in its state file's place that is no file; empty: it does not.
+std::string stateFileDefect(const RootDirectory& root) {
+  const std::string path = root.disk() + std::string(korvel::HelperPersistence::statePath);
+  std::error_code error;
+  const auto status = std::filesystem::symlink_status(path, error);
+  const bool usual = std::filesystem::is_regular_file(status) || !std::filesystem::exists(status);
+  return usual ? "" : "it is no plain file";
+}
+
 /// A byte more than the head takes is enough to tell that it is too long.
 std::optional<std::string> stateFileIn(const RootDirectory& root) {
   const std::string path = root.disk() + std::string(korvel::HelperPersistence::statePath);
   std::error_code error;
-  if (!std::filesystem::is_regular_file(path, error)) return std::nullopt;
+  const auto status = std::filesystem::symlink_status(path, error);
+  if (!std::filesystem::is_regular_file(status)) return std::nullopt;
   std::ifstream file(path, std::ios::binary);
   if (!file) return std::nullopt;
   std::string bytes(bounds::longestText + 1, '\0');
@@ -59,7 +69,8 @@ MachineServer::MachineServer(asio::io_context& mainLoop, MachineOptions options)
       head(journalHead(mac, {.run = chosen.run,
                              .profileFile = chosen.profileFile,
                              .speed = chosen.speed,
-                             .savedState = stateFileIn(chosen.root)})),
+                             .savedState = stateFileIn(chosen.root),
+                             .savedStateUntold = stateFileDefect(chosen.root)})),
       disk(effects, chosen.root.disk()),
       keeper(loop, mac, chosen.speed),
       jobs(loop, chosen.root, chosen.helperProgram, chosen.verboseHelper, keeper, mac) {
@@ -120,6 +131,7 @@ void MachineServer::boot() {
 }
 
 void MachineServer::helperStarted(const JobRunner::Started& started) {
+  disk.lookForOthers();
   HelperLink::Socket socket(loop);
   socket.assign(asio::local::stream_protocol(), started.machineDescriptor);
   link = std::make_shared<HelperLink>(std::move(socket), mac, keeper, mac.startProcess(started.pid),
@@ -151,6 +163,12 @@ void MachineServer::join(HelperLink::Socket socket, std::int32_t pid,
   clients.insert(client);
   client->start([this, pid](const std::string& reason) {
     effects.record("proc", "client " + std::to_string(pid) + " loses its machine: " + reason);
+  });
+}
+
+void MachineServer::tellClient(std::int32_t pid, const std::string& identity) {
+  change([&](Machine&) {
+    effects.record("app", "client " + std::to_string(pid) + " identifies as " + identity);
   });
 }
 

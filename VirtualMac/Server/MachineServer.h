@@ -77,6 +77,11 @@ class MachineServer {
   /// Sends the helper a signal. False: none runs. Journalled as `proc  signal 19 to helper 412`,
   /// except a kill, which shows as the helper's end.
   bool signalHelper(int number);
+  /// Journals `app   client 815 identifies as app`: the helper, which tells the rest of a client's
+  /// life, does not know this.
+  void tellClient(std::int32_t pid, const std::string& identity);
+  /// The state file was put there for the helper to find, and by no other program.
+  void takeDiskAsFound() { disk.takeAsFound(); }
   /// Serves a client that was launched as a program of the machine: its clock and the signatures
   /// of code, and nothing that takes a privilege. It ends with the machine, at a reboot too.
   /// `identity` is let go when the client has ended.

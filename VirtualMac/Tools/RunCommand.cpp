@@ -25,6 +25,7 @@
 #include "VirtualMac/Scenarios/ScenarioRun.h"
 #include "VirtualMac/Tools/CommandLine.h"
 #include "VirtualMac/Tools/HelperProgram.h"
+#include "VirtualMac/Tools/JournalSaver.h"
 #include "VirtualMac/Tools/ProgressLine.h"
 #include "VirtualMac/Tools/StopSignals.h"
 #include "VirtualMac/Viewer/TraceFile.h"
@@ -43,6 +44,7 @@ struct Choices {
   double speed = 600;
   double linger = 0;
   bool journal = false;
+  std::string savedJournal;
   bool asJSON = false;
 };
 
@@ -181,8 +183,11 @@ Fate play(const std::string& file, const std::string& place, const Choices& choi
     stage->journal().addListener(
         [](const Journal::Entry& entry) { fmt::print("{}\n", journalLine(entry)); });
   }
-  const std::string again = fmt::format("virtual-mac run {}{}", file, howPlayed(choices));
-  ScenarioOutcome outcome = playScenario(*scenario, *stage, again, look);
+  JournalSaver saver(
+      choices.savedJournal, *stage,
+      originOf(*scenario, choices.processes ? std::optional(choices.speed) : std::nullopt));
+  const ScenarioOutcome outcome = playScenario(
+      *scenario, *stage, fmt::format("virtual-mac run {}{}", file, howPlayed(choices)), look);
   progress.reset();
   const bool traced = choices.trace.empty() || writeTraceOf(*scenario, outcome, choices);
   if (!outcome.passed) outcome.report += whereToLook(again, choices);
@@ -190,10 +195,12 @@ Fate play(const std::string& file, const std::string& place, const Choices& choi
   if (outcome.passed && choices.linger > 0) {
     stage->runUntil(stage->now() + choices.linger, [&] { return signals.caught().has_value(); });
   }
+  const bool saved = saver.finish(stage->now());
+  if (!saved) failed(choices, choices.savedJournal + " cannot be written");
   const bool drawn = choices.timeline.empty() || writeTimeline(choices.timeline, outcome.timeline);
   if (!drawn) failed(choices, choices.timeline + " cannot be written");
   if (outcome.stopped) return Fate::Stopped;
-  return outcome.passed && drawn && traced ? Fate::Passed : Fate::Failed;
+  return outcome.passed && drawn && saved ? Fate::Passed : Fate::Failed;
 }
 
 Tally playEach(const std::vector<std::string>& files, const Choices& choices,
@@ -217,9 +224,13 @@ Tally playEach(const std::vector<std::string>& files, const Choices& choices,
 int playAll(const Choices& choices) {
   const auto files = chosenFiles(choices.files);
   if (!files) return complain("virtual-mac", choices.asJSON, files.error(), exitUsage);
-  if (files->size() > 1 && !(choices.timeline.empty() && choices.trace.empty()))
+  const bool several = files->size() > 1;
+  if (several && !choices.timeline.empty())
+    return complain("virtual-mac", choices.asJSON, "--timeline draws one scenario, not several",
+                    exitUsage);
+  if (several && !choices.savedJournal.empty())
     return complain("virtual-mac", choices.asJSON,
-                    "--timeline and --trace show one scenario, not several", exitUsage);
+                    "--save-journal saves one scenario's journal, not several", exitUsage);
   // Among processes no second signal may end the program: it must clear away what they leave.
   std::optional<StopSignals> signals(std::in_place, !choices.processes);
   const Tally tally = playEach(*files, choices, *signals);
@@ -262,6 +273,11 @@ void addRun(CLI::App& program, std::function<int()>& chosen) {
                    "Virtual seconds that the machine runs on after a story that held")
       ->check(numberBetween(0, 3600));
   command->add_flag("--journal", choices->journal, "Print what happens, as it happens");
+  command
+      ->add_option("--save-journal", choices->savedJournal,
+                   "Write what happens into this file, for --journal of the other commands")
+      ->check(notEmpty())
+      ->type_name("FILE");
   command->callback([choices, &program, &chosen] {
     choices->asJSON = program.get_option("--json")->as<bool>();
     chosen = [choices] { return playAll(*choices); };

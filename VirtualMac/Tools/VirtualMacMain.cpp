@@ -1,4 +1,5 @@
 #include "VirtualMac/Tools/MachineCommands.h"
+#include "VirtualMac/Tools/RecordCommand.h"
 #include "VirtualMac/Tools/RunCommand.h"
 #include "VirtualMac/Tools/TimelineCommand.h"
 #include "VirtualMac/Tools/TraceCommand.h"
@@ -7,6 +8,7 @@ int main(int argc, char** argv) {
   std::vector<virtualmac::AddCommand> more{virtualmac::addTimeline, virtualmac::addTrace};
   // The program is built without the command if the scenarios' library does not exist.
 #if defined(VIRTUALMAC_WITH_SCENARIOS)
+  more.emplace_back(virtualmac::addRecord);
   more.emplace_back(virtualmac::addRun);
 #endif
   return virtualmac::runVirtualMac(argc, argv, more);
