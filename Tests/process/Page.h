@@ -8,7 +8,7 @@
 
 namespace processtests {
 
-/// What a page answers to one request.
+/// The answer of a page to one request.
 struct PageAnswer {
   int status = 0;
   std::string head;

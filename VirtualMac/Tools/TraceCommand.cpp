@@ -26,7 +26,7 @@ TraceRun runOf(const SavedJournal& journal, const std::string& title) {
   run.title = title;
   if (journal.head) run.head = journal.head->line();
   for (const Journal::Entry& entry : journal.entries) run.lines += journalLine(entry) + '\n';
-  run.end = journal.entries.back().time;
+  run.end = journal.end.value_or(journal.entries.back().time);
   return run;
 }
 
