@@ -40,7 +40,7 @@ export class MomentBar {
         group(
             'Zoom', this.make('−', 'Show more time (−)', 'zoomOut'),
             this.make('+', 'Show less time (+)', 'zoomIn'),
-            this.make('all', 'All: show the whole run (0)', 'zoomAll')));
+            this.make('whole', 'Show the whole run (0)', 'zoomAll')));
     byId('actions').prepend(this.follow);
     rove(place);
     store.on(['cursor', 'run', 'data', 'range', 'follow'], () => this.draw());
