@@ -5,6 +5,7 @@ import {Curves} from 'viewer/curves';
 import {element, token} from 'viewer/dom';
 import {lastUpTo} from 'viewer/history';
 import {drawLane, drawMark, drawMarks, laneHeight, laneStep, markRows, markStep, overhang, Palette, preparedContext} from 'viewer/lanes';
+import {thinned} from 'viewer/thinning';
 import {tickLabel, tickSeconds} from 'viewer/time';
 import {Tracks} from 'viewer/tracks';
 import {scaleOf} from 'viewer/view';
@@ -63,7 +64,6 @@ export class Chart {
   refresh() {
     this.tracks.update();
     this.lines.update();
-    this.plot?.setData(this.columns, false);
     this.draw();
   }
 
@@ -118,13 +118,15 @@ export class Chart {
     const size = {width: this.node.clientWidth, height: this.curvesHeight};
     // The library keeps the gutters that it was made with.
     if (this.plot && this.plot.gutterText !== this.gutterText) this.dropPlot();
+    const shown = thinned(this.columns, from, to, this.width);
     if (!this.plot) {
-      this.plot = new uPlot(this.options(size), this.columns, this.curves);
+      this.plot = new uPlot(this.options(size), shown, this.curves);
       this.plot.gutterText = this.gutterText;
     } else if (this.plot.width !== size.width || this.plot.height !== size.height) {
       this.plot.setSize(size);
     }
     this.plot.batch(() => {
+      this.plot.setData(shown, false);
       this.plot.setScale('x', {min: from, max: to});
       const [min, max] = this.lines.range;
       this.plot.setScale('percent', {min, max});

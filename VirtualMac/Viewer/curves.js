@@ -2,8 +2,6 @@
 // lower end, temperature. Each value holds until the next second of its column. The columns grow
 // with the run, so that a long run that goes on costs no more than a short one.
 
-import {atStart} from 'viewer/history';
-
 const smallestBand = 1;
 const largestBand = 20;
 const justBefore = 0.0004;
@@ -20,8 +18,10 @@ export class Curves {
 
   begin() {
     this.columns = Array.from({length: columnCount}, () => []);
+    this.histories = lineFields.map((field) => this.run.history(field));
     this.places = lineFields.map(() => 0);
-    this.read = atStart - 1;
+    this.now = lineFields.map(() => undefined);
+    this.measured = null;
     this.readings = 0;
     this.hasTail = false;
     this.least = highestShown;
@@ -31,7 +31,7 @@ export class Curves {
   }
 
   startValues() {
-    return lineFields.map((field) => this.run.history(field).values[0]);
+    return this.histories.map((history) => history.values[0]);
   }
 
   // Takes in what the run has got since.
@@ -39,56 +39,42 @@ export class Curves {
     // The first level that is told counts for the time before it too.
     if (this.startValues().some((value, place) => value !== this.starts[place])) this.begin();
     if (this.hasTail) this.columns.forEach((column) => column.pop());
-    for (const event of this.events()) this.add(event.time, this.valuesAt(event));
-    this.read = this.run.entries.length - 1;
+    while (this.takeNext());
     this.hasTail = true;
     const last = this.columns[0].length - 1;
     this.columns.forEach((column, place) => column.push(place === 0 ? this.run.end : column[last]));
   }
 
-  // The changes since the last time, in order: {time, index} of an entry, {time, celsius} of a
-  // reading.
-  events() {
-    const indices = new Set(this.read < atStart ? [atStart] : []);
-    for (const field of lineFields) {
-      const {causes} = this.run.history(field);
-      for (let place = causes.length - 1; place >= 0 && causes[place] > this.read; --place) {
-        indices.add(causes[place]);
-      }
+  // Takes in the next entry with a change, or the next reading; false: there is none.
+  takeNext() {
+    const {run, histories, places, now} = this;
+    let index = Infinity;
+    for (let field = 0; field < histories.length; ++field) {
+      index = Math.min(index, histories[field].causes[places[field]] ?? Infinity);
     }
-    const events = [...indices]
-                       .sort((one, other) => one - other)
-                       .map((index) => ({time: this.run.timeOf(index), index}));
-    const {times, celsius} = this.run.readings;
-    if (this.readings === times.length) return events;
-    for (; this.readings < times.length; ++this.readings) {
-      events.push({time: times[this.readings], celsius: celsius[this.readings]});
+    const readAt = run.readings.times[this.readings];
+    if (index === Infinity && readAt === undefined) return false;
+    const time = index === Infinity ? Infinity : run.timeOf(index);
+    if (readAt !== undefined && readAt < time) {
+      this.measured = run.readings.celsius[this.readings++];
+      this.add(readAt, this.values());
+      return true;
     }
-    return events.sort((one, other) => one.time - other.time);
+    for (let field = 0; field < histories.length; ++field) {
+      const {causes, values} = histories[field];
+      if (causes[places[field]] === index) now[field] = values[places[field]++];
+    }
+    this.add(time, this.values());
+    return true;
   }
 
-  // The values of the columns behind the first from an event on.
-  valuesAt({index, celsius}) {
-    if (celsius !== undefined) {
-      const last = this.columns[0].length - 1;
-      return [1, 2, 3].map((column) => this.columns[column][last] ?? null).concat(celsius);
-    }
-    const [charge, enforcing, limit, band, held] =
-        lineFields.map((field, place) => this.valueOf(field, place, index));
+  // The values of the columns behind the first.
+  values() {
+    const [charge, enforcing, limit, band, held] = this.now;
     const shown = enforcing && limit !== undefined ? limit : null;
     const width = Math.min(largestBand, Math.max(smallestBand, band));
     const low = shown !== null && shown < highestShown ? shown - width : null;
-    const measured = this.readings > 0 ? this.columns[columnCount - 1].at(-1) : null;
-    return [charge ?? null, shown, low, held ?? measured ?? null];
-  }
-
-  // The value of a field, when asked for entries in order.
-  valueOf(field, place, index) {
-    const {causes, values} = this.run.history(field);
-    while (this.places[place] < causes.length && causes[this.places[place]] <= index) {
-      ++this.places[place];
-    }
-    return values[this.places[place] - 1];
+    return [charge ?? null, shown, low, this.measured ?? held ?? null];
   }
 
   add(time, values) {
@@ -98,11 +84,12 @@ export class Curves {
     const moment = last < 0 ? time : Math.max(time, columns[0][last]);
     if (columns[0][last] === moment) columns.forEach((column) => column.pop());
     this.endStretches(moment, values);
-    [moment, ...values].forEach((value, place) => columns[place].push(value));
-    for (const percent of values.slice(0, 3)) {
-      if (percent === null) continue;
-      this.least = Math.min(this.least, percent);
-      this.most = Math.max(this.most, percent);
+    columns[0].push(moment);
+    for (let place = 1; place < columnCount; ++place) columns[place].push(values[place - 1]);
+    for (let place = 0; place < 3; ++place) {
+      if (values[place] === null) continue;
+      this.least = Math.min(this.least, values[place]);
+      this.most = Math.max(this.most, values[place]);
     }
     this.warm ||= values[3] !== null;
   }

@@ -3,6 +3,7 @@
 
 import {element} from 'viewer/dom';
 import {Palette, preparedContext} from 'viewer/lanes';
+import {thinned} from 'viewer/thinning';
 import {scaleOf} from 'viewer/view';
 
 const height = 34;
@@ -68,7 +69,8 @@ export class Overview {
       return image.canvas;
     }
     const canvas = document.createElement('canvas');
-    this.drawCharge(preparedContext(canvas, scale.width, height), columns, scale);
+    const shown = thinned(columns, scale.from, scale.to, scale.width);
+    this.drawCharge(preparedContext(canvas, scale.width, height), shown, scale);
     this.image = {canvas, columns, length: columns[0].length, width: scale.width, to: scale.to};
     return canvas;
   }
@@ -76,15 +78,11 @@ export class Overview {
   drawCharge(context, [times, charges], scale) {
     const y = (percent) => height - 3 - percent / 100 * (height - 6);
     context.beginPath();
-    let drawn = -1;
     times.forEach((time, place) => {
-      const next = times[place + 1] ?? time;
-      if (charges[place] === null || (scale.x(next) - drawn < 0.5 && place < times.length - 1))
-        return;
-      drawn = scale.x(next);
+      if (charges[place] === null) return;
       const act = place === 0 ? 'moveTo' : 'lineTo';
       context[act](scale.x(time), y(charges[place]));
-      context.lineTo(drawn, y(charges[place]));
+      context.lineTo(scale.x(times[place + 1] ?? time), y(charges[place]));
     });
     context.strokeStyle = this.palette.words.charge;
     context.lineWidth = 1.5;

@@ -98,7 +98,7 @@ export class Page {
     store.on(
         ['cursor', 'data', 'run', 'search', 'filter', 'kinds', 'categories', 'level'],
         () => setText(byId('matches'), this.search.text()));
-    new ResizeObserver(() => this.redraw()).observe(byId('plot'));
+    new ResizeObserver(() => this.resized()).observe(byId('plot'));
     document.addEventListener('keydown', () => this.hover(null));
     addEventListener('hashchange', () => this.restore(valuesFrom(location.hash)));
     document.querySelector('.skip').addEventListener('click', (event) => {
@@ -205,7 +205,10 @@ export class Page {
         .forEach(([name, value]) => chart.area.setAttribute(name, value));
   }
 
-  redraw() {
+  resized() {
+    const width = byId('plot').clientWidth;
+    if (width === this.drawnWidth) return;
+    this.drawnWidth = width;
     for (const chart of this.charts) chart.draw();
     this.drawCursor();
   }
