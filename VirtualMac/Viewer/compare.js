@@ -1,12 +1,14 @@
 // Two runs side by side: their lines in rows, the first difference and the way to the others.
 
 import {alignedRows, isDifference, tickSeconds} from 'viewer/align';
-import {button, element} from 'viewer/dom';
+import {button, element, setText} from 'viewer/dom';
 import {entryTest, finderOf} from 'viewer/filter';
 import {lastUpTo} from 'viewer/history';
 import {cellsOf, classOf} from 'viewer/list';
 import {Rows} from 'viewer/rows';
 import {durationText} from 'viewer/time';
+
+const pauseMilliseconds = 2000;
 
 const words = {
   same: ['=', 'the same'],
@@ -32,7 +34,9 @@ export class Comparison {
       clicked: (place) => this.choose(this.shown[place]),
     });
     this.finder = finderOf('');
+    this.makePane();
     store.on(['run', 'other', 'ignoresNumbers'], () => this.begin());
+    store.on(['data'], () => this.extend());
     store.on(['kinds', 'categories', 'level', 'filter', 'onlyDifferences'], () => this.filter());
     store.on(['search'], () => this.search());
     store.on(['cursor', 'row'], () => this.follow());
@@ -164,43 +168,56 @@ export class Comparison {
     if (this.isOn && this.differences.length > 0) this.choose(this.differences[0]);
   }
 
-  drawPane() {
+  makePane() {
     const {store} = this;
-    const count = (kind) => this.rows.filter((row) => row.kind === kind).length;
-    const check = (name, label) => {
-      const box = element(
-          'input',
-          {type: 'checkbox', 'data-option': name, change: () => store.set({[name]: box.checked})});
-      box.checked = store.get(name);
-      return element('label', {class: 'check'}, box, ` ${label}`);
-    };
-    const total = this.differences.length;
-    this.panePlace.replaceChildren(
-        element(
-            'p', {id: 'difference-count', 'data-differences': total},
-            total === 0 ? 'No difference.' : `${total} difference${total === 1 ? '' : 's'}.`),
-        element(
-            'div', {class: 'buttons'},
-            button(
-                'First', () => this.goToFirst(),
-                {'data-act': 'firstDifference', disabled: total === 0}),
-            button('Previous (D)', () => this.goToDifference(-1), {disabled: total === 0}),
-            button('Next (d)', () => this.goToDifference(1), {disabled: total === 0})),
-        check('onlyDifferences', 'only differences'),
-        check(
-            'ignoresNumbers',
-            'numbers that the system hands out (processes, assertions) are no difference'),
-        element(
-            'table', {class: 'plain-table'},
-            element(
-                'tbody', {},
-                ...Object.entries(words).map(
-                    ([kind, [sign, meaning]]) => element(
-                        'tr', {}, element('td', {}, sign), element('td', {}, meaning),
-                        element('td', {'data-count': kind}, String(count(kind))))))),
+    this.boxes = ['onlyDifferences', 'ignoresNumbers'].map(
+        (name) => element('input', {
+          type: 'checkbox',
+          'data-option': name,
+          change: (event) => store.set({[name]: event.target.checked}),
+        }));
+    this.total = element('p', {id: 'difference-count'});
+    const step = (label, act, name) => button(label, act, {'data-act': name});
+    this.ways = [
+      step('First', () => this.goToFirst(), 'firstDifference'),
+      step('Previous (D)', () => this.goToDifference(-1), 'previousDifference'),
+      step('Next (d)', () => this.goToDifference(1), 'nextDifference'),
+    ];
+    this.counts = Object.keys(words).map((kind) => element('td', {'data-count': kind}));
+    const kinds = Object.values(words).map(
+        ([sign, meaning], place) => element(
+            'tr', {}, element('td', {}, sign), element('td', {}, meaning), this.counts[place]));
+    const check = (place, label) =>
+        element('label', {class: 'check'}, this.boxes[place], ` ${label}`);
+    this.panePlace.append(
+        this.total, element('div', {class: 'buttons'}, ...this.ways), check(0, 'only differences'),
+        check(1, 'numbers that the system hands out (processes, assertions) are no difference'),
+        element('table', {class: 'plain-table'}, element('tbody', {}, ...kinds)),
         element(
             'p', {class: 'nothing'},
             'The charts leave out the lanes that are the same in both runs.'),
         button('End the comparison', () => store.set({other: null, row: -1})));
+  }
+
+  drawPane() {
+    const total = this.differences.length;
+    setText(
+        this.total,
+        total === 0 ? 'No difference.' : `${total} difference${total === 1 ? '' : 's'}.`);
+    this.total.dataset.differences = total;
+    for (const way of this.ways) way.disabled = total === 0;
+    for (const box of this.boxes) box.checked = this.store.get(box.dataset.option);
+    const numbers = new Map();
+    for (const {kind} of this.rows) numbers.set(kind, (numbers.get(kind) ?? 0) + 1);
+    for (const count of this.counts) setText(count, String(numbers.get(count.dataset.count) ?? 0));
+  }
+
+  // A run that goes on is compared anew now and then.
+  extend() {
+    if (!this.isOn || this.due) return;
+    this.due = setTimeout(() => {
+      this.due = null;
+      this.begin();
+    }, pauseMilliseconds);
   }
 }
