@@ -3,6 +3,8 @@ import pathlib
 import types
 import unittest
 
+from selenium.webdriver.common.action_chains import ActionChains
+
 from browser import Browser
 from machine import LiveMac
 
@@ -29,6 +31,12 @@ class BrowserTest(unittest.TestCase):
                       if entry["level"] == "SEVERE"]
         self.assertEqual([text for text in complaints
                           if not any(word in text for word in self.expected_complaints)], [])
+
+    def press(self, *keys):
+        ActionChains(self.browser.driver).send_keys(*keys).perform()
+
+    def hold(self, key, *keys):
+        ActionChains(self.browser.driver).key_down(key).send_keys(*keys).key_up(key).perform()
 
     def picture(self, name):
         self.browser.picture(SETTINGS.pictures / f"{name}.png")

@@ -3,7 +3,6 @@ import pathlib
 import tempfile
 import time
 
-from selenium.webdriver.common.action_chains import ActionChains
 from selenium.webdriver.common.keys import Keys
 
 import traces
@@ -42,9 +41,6 @@ class LongJournal(BrowserTest):
         self.assert_at(lines[last])
         self.browser.until(lambda: self.browser.one("#entries [aria-selected=true]").get_attribute(
             "aria-posinset") == str(last + 1), "the selected row")
-
-    def press(self, key):
-        ActionChains(self.browser.driver).send_keys(key).perform()
 
     def assert_at(self, line):
         self.browser.until(lambda: self.browser.one("#line-text").get_attribute("textContent") == line,

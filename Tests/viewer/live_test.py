@@ -1,7 +1,6 @@
 """A live page beside its machine: what is shown is what the machine says, and it keeps up."""
 import json
 
-from selenium.webdriver.common.action_chains import ActionChains
 from selenium.webdriver.common.keys import Keys
 
 from case import LiveTest
@@ -122,7 +121,7 @@ class LiveState(LiveTest):
 
     def test_a_moment_in_the_past_stays_while_the_machine_goes_on(self):
         self.browser.until(lambda: self.browser.all("#entries [role=option]"), "the list")
-        ActionChains(self.browser.driver).send_keys(Keys.HOME).perform()
+        self.press(Keys.HOME)
         first = self.mac.journal()[0]
         line = self.browser.one("#line-text")
         self.browser.until(lambda: line.get_attribute("textContent") == first, "the first line")
@@ -130,7 +129,7 @@ class LiveState(LiveTest):
         self.mac.command("set", "ambient", 28)
         self.browser.until(lambda: self.size() > before, "a new line")
         self.assertEqual(line.get_attribute("textContent"), first)
-        ActionChains(self.browser.driver).send_keys("l").perform()
+        self.press("l")
         self.browser.until(lambda: line.get_attribute("textContent") != first, "the end again")
 
 

@@ -36,12 +36,6 @@ class RecordedTest(BrowserTest):
         self.browser.open(self.page.as_uri() + fragment)
         self.browser.until(lambda: self.browser.all("#entries [role=option]"), "the list")
 
-    def press(self, *keys):
-        ActionChains(self.browser.driver).send_keys(*keys).perform()
-
-    def hold(self, key, *keys):
-        ActionChains(self.browser.driver).key_down(key).send_keys(*keys).key_up(key).perform()
-
     def line(self):
         """The line at the cursor, as the journal has it."""
         return self.browser.one("#line-text").get_attribute("textContent")

@@ -2,7 +2,7 @@
 
 import {byId, setText} from 'viewer/dom';
 import {atStart} from 'viewer/history';
-import {takeToken, valuesFrom} from 'viewer/link';
+import {holdsToken, takeToken, valuesFrom} from 'viewer/link';
 import {Run} from 'viewer/model';
 import {Page} from 'viewer/page';
 import {runsFromTrace} from 'viewer/trace';
@@ -71,6 +71,10 @@ function showConnection({state, text}) {
 async function goLive(page, values) {
   const [{startLive}, {mountControls}] =
       await Promise.all([import('viewer/live'), import('viewer/controls')]);
+  // A link with a token that is opened in this tab changes nothing but the fragment.
+  addEventListener('hashchange', () => {
+    if (holdsToken(location.hash)) location.reload();
+  });
   const run = new LiveRun(page, values);
   page.show(new Run({title: 'Virtual Mac'}));
   byId('follow').hidden = false;

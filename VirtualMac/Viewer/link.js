@@ -66,6 +66,10 @@ export function valuesFrom(fragment) {
   return values;
 }
 
+export function holdsToken(fragment) {
+  return new URLSearchParams(fragment.replace(/^#/, '')).has(tokenName);
+}
+
 // Takes the token out of the address, into this tab's own memory. Empty: there is none.
 export function takeToken() {
   const words = new URLSearchParams(location.hash.replace(/^#/, ''));
