@@ -24,14 +24,13 @@ namespace virtualmac {
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
 constexpr double nearSeconds = 30;  // virtual: an event is near within this time
 // The helper's slowness divides the first of these figures and multiplies the others.
 constexpr double slowestNeeded = 30;       // virtual seconds in a real one, while an event is near
 constexpr double graceRealSeconds = 0.5;   // real processes may be late by this
 constexpr double quietRealSeconds = 0.02;  // work due at a moment has come by then
 constexpr double longestRealSeconds = 10;  // until a process starts, ends or answers
+constexpr double busyRealSeconds = 0.04;   // an effect of the helper's work has others follow it
 constexpr std::chrono::milliseconds lookEvery{2};
 
 MachineOptions optionsOf(const Scenario& scenario, const std::string& helper,
@@ -145,7 +144,8 @@ void ProcessStage::runUntil(double moment, const std::function<bool()>& afterEac
     if (left <= 0 && Clock::now() - quietSince >= quiet) {
       return;
     }
-    setSpeed(left > nearSeconds ? fastSpeed : slowSpeed);
+    const bool isQuiet = left > nearSeconds && Clock::now() >= busyUntil;
+    setSpeed(isQuiet ? fastSpeed : slowSpeed);
     context.run_one_for(lookEvery);
   }
 }
@@ -252,6 +252,9 @@ std::string ProcessStage::statePath() const {
 }
 
 void ProcessStage::hear(const Journal::Entry& entry) {
+  const std::chrono::duration<double> busy(busyRealSeconds * slowness);
+  if (entry.kind != "mac")
+    busyUntil = Clock::now() + std::chrono::duration_cast<Clock::duration>(busy);
   if (entry.tells(EffectID::helperExited)) exitStatus = static_cast<int>(entry.effect.number(1));
   if (entry.tells(EffectID::helperStarted) || entry.tells(EffectID::helperKilled)) {
     exitStatus.reset();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <asio/io_context.hpp>
+#include <chrono>
 #include <functional>
 #include <map>
 #include <memory>
@@ -25,9 +26,9 @@ struct StagedHelper {
 /// Plays a scenario among real processes: the machine in this one, the helper and the applications
 /// in processes of their own, in a temporary directory.
 ///
-/// Virtual time follows real time. It runs fast while nothing is near, and slowly around deeds and
-/// expectations, so that the milliseconds of real processes matter little. Expectations get a grace
-/// for what they still cost.
+/// Virtual time follows real time. It runs fast while nothing is near, and slowly around deeds,
+/// expectations and what the helper does, so that the milliseconds of real processes matter little.
+/// Expectations get a grace for what they still cost.
 class ProcessStage final : public Stage {
  public:
   /// `fastest` is in virtual seconds in a real one. While `stopped` returns true, every wait ends
@@ -58,6 +59,7 @@ class ProcessStage final : public Stage {
   void setSavedState(const std::string& content) override;
 
  private:
+  using Clock = std::chrono::steady_clock;
   struct TemporaryDirectory {
     TemporaryDirectory();
     ~TemporaryDirectory();
@@ -82,6 +84,7 @@ class ProcessStage final : public Stage {
   std::unique_ptr<ControlServer> control;
   std::map<std::string, std::unique_ptr<ClientProcess>> apps;
   std::optional<int> exitStatus;
+  Clock::time_point busyUntil;  ///< Something has just happened, and more may follow.
   std::vector<std::string> broken;
 };
 

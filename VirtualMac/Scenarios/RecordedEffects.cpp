@@ -26,11 +26,15 @@ constexpr double steadySeconds = 120;
 constexpr std::array<std::string_view, 6> runsOwn{
     " (pid ", " pid=", " id=", "assertion 3", " to pid ", " by pid "};
 
+/// What follows these words is the system's own.
+constexpr std::string_view beforeSystemsWords = "persistence.write failed";
+
 /// Lines of the core that tell what other lines tell better.
 constexpr std::array<std::string_view, 3> routine{"HelperImpl boot ", "client connected (",
                                                   "client disconnected ("};
 
 std::string withoutRunsOwn(std::string_view text) {
+  if (text.starts_with(beforeSystemsWords)) text = beforeSystemsWords;
   for (const std::string_view each : runsOwn) text = text.substr(0, text.find(each));
   return std::string(text);
 }
@@ -81,12 +85,20 @@ class EffectReader {
     if (entry.kind == "reply" || byItself) addLine(entry.kind + " " + entry.text);
   }
 
-  void addLine(std::string_view text) { add("journal " + quotedText(withoutRunsOwn(text)), {}); }
+  /// Empty: the text has nothing that two runs have the same.
+  static std::string lineOf(std::string_view text) {
+    const std::string kept = withoutRunsOwn(text);
+    return kept.empty() ? std::string() : "journal " + quotedText(kept);
+  }
+
+  void addLine(std::string_view text) {
+    if (std::string line = lineOf(text); !line.empty()) add(std::move(line), {});
+  }
 
   void add(std::string phrase, std::string state) {
     const Entry& entry = entries[at];
-    found.effects.push_back({entry.time, at, std::move(phrase), std::move(state),
-                             "journal " + quotedText(withoutRunsOwn(entry.text))});
+    found.effects.push_back(
+        {entry.time, at, std::move(phrase), std::move(state), lineOf(entry.text)});
   }
 
   /// A state, or the entry's line if the state soon changes again.

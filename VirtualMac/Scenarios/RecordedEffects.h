@@ -17,7 +17,7 @@ struct RecordedEffect {
   /// The state that it speaks of: two of one state cannot be told apart in one step. Empty: it
   /// speaks of a line, which is heard whenever it comes.
   std::string state;
-  std::string line;  ///< Says the same of the journal's line.
+  std::string line;  ///< Says the same of the journal's line; empty: it cannot.
 };
 
 /// A time in which charging was not switched.

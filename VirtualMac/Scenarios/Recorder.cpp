@@ -25,12 +25,15 @@ namespace {
 constexpr double tickSeconds = 5;
 /// An effect that comes longer after what was done has a step of its own.
 constexpr double nearSeconds = 30;
-/// Real actions so near to each other are one step's.
-constexpr double together = 1;
+/// Real actions so near to each other are one step's. Further ones are told apart, because a second
+/// more on the adapter is felt for hours.
+constexpr double together = 0.3;
+/// Effects that came about in real time may be so much earlier or later.
+constexpr double lateSeconds = 10;
 /// A level may differ by so much at the end.
 constexpr int nearPercent = 2;
 /// A steady time is looked at from so much after its begin, to so much before its end.
-constexpr double marginSeconds = 10;
+constexpr double marginSeconds = 15;
 
 /// A round time, which is at least as long.
 double roundTime(double seconds) {
@@ -127,9 +130,11 @@ class Recorder {
 
   // ---- the steps
 
+  /// Tenths are exact enough for real time, and read well.
   [[nodiscard]] double stepTime(double seconds) const {
-    return isLive ? std::floor(seconds) : seconds;
+    return isLive ? std::floor(seconds * 10) / 10 : seconds;
   }
+  [[nodiscard]] double slackSeconds() const { return isLive ? lateSeconds : tickSeconds; }
 
   /// What is done before the helper first starts belongs to the start, if it can stand there.
   bool takesAsStart(const RecordedDeed& deed, double firstStart, std::size_t firstIndex) {
@@ -219,24 +224,33 @@ class Recorder {
         said.clear();
         states.clear();
       }
-      const bool isNear = step != nullptr && effect.time - step->time <= nearSeconds;
-      if (effect.state.empty() && said.contains(effect.phrase)) continue;
-      if (!isNear) {
+      // A line that repeats itself is told once for what was done.
+      if (effect.state.empty() && !said.insert(effect.phrase).second) continue;
+      if (step == nullptr || effect.time - step->time > nearSeconds) {
         const double before = step == nullptr ? 0 : step->time;
-        own.push_back({.time = std::max(before, std::floor(effect.time - tickSeconds))});
+        own.push_back({.time = std::max(before, std::floor(effect.time - slackSeconds()))});
         step = &own.back();
         states.clear();
       }
       const bool repeats = !effect.state.empty() && !states.insert(effect.state).second;
-      tell(*step, repeats ? effect.line : effect.phrase, effect.time, said);
+      WrittenStep& listening = effect.state.empty() ? listener(*step, next, effect.time) : *step;
+      tell(listening, repeats ? effect.line : effect.phrase, effect.time);
     }
     story.steps.insert(story.steps.end(), own.begin(), own.end());
   }
 
-  void tell(WrittenStep& step, const std::string& phrase, double time,
-            std::set<std::string>& said) {
-    if (!said.insert(phrase).second && !phrase.starts_with("saved ")) return;
-    double seconds = roundTime(time - step.time + tickSeconds);
+  /// The step that listens for a line. In real time a line may come before an action that it came
+  /// after, so that an earlier step has to, if it is near.
+  WrittenStep& listener(WrittenStep& latest, std::size_t next, double time) {
+    if (!isLive || next == 0 || &latest != &story.steps[next - 1]) return latest;
+    while (next > 1 && story.steps[next - 2].time >= time - tickSeconds) --next;
+    return story.steps[next - 1];
+  }
+
+  void tell(WrittenStep& step, const std::string& phrase, double time) {
+    const auto says = [&](const std::string& each) { return each.ends_with(' ' + phrase); };
+    if (phrase.empty() || std::ranges::any_of(step.within, says)) return;
+    double seconds = roundTime(time - step.time + slackSeconds());
     if (!isLive) seconds = std::min(seconds, story.end - step.time);
     step.within.push_back(durationText(seconds) + ' ' + phrase);
     story.end = std::max(story.end, step.time + seconds);

@@ -6,7 +6,6 @@
 #include <string>
 #include <vector>
 
-#include "VirtualMac/Machine/JournalHead.h"
 #include "VirtualMac/Scenarios/Action.h"
 #include "VirtualMac/Scenarios/Condition.h"
 
@@ -86,8 +85,9 @@ struct Scenario {
   double end = 0;  ///< When it is over.
 };
 
-/// What begins the saved journal of a scenario's run. `speed`: none in virtual time.
-JournalOrigin originOf(const Scenario& scenario, std::optional<double> speed);
+/// The first line of the saved journal of a scenario's run, whose profile loads. `speed`: none in
+/// virtual time.
+std::string journalHead(const Scenario& scenario, std::optional<double> speed);
 
 /// Reads a scenario file. The error has a line for every defect: `file:line: what, what is
 /// allowed`.

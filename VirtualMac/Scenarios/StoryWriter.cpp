@@ -95,6 +95,13 @@ std::string startText(const std::vector<std::pair<std::string, std::string>>& st
   return all;
 }
 
+/// `.5`; nothing for a whole second.
+std::string fractionText(long long milliseconds) {
+  if (milliseconds == 0) return {};
+  std::string text = fmt::format(".{:03}", milliseconds);
+  return text.substr(0, text.find_last_not_of('0') + 1);
+}
+
 }  // namespace
 
 std::string WrittenStory::text() const {
@@ -117,8 +124,7 @@ std::string momentText(double seconds) {
   const long long rest = all % dayMilliseconds;
   std::string text = days > 0 ? fmt::format("{}d ", days) : "";
   text += fmt::format("{:02}:{:02}:{:02}", rest / 3'600'000, rest / 60'000 % 60, rest / 1000 % 60);
-  if (rest % 1000 != 0) text += fmt::format(".{:03}", rest % 1000);
-  return text;
+  return text + fractionText(rest % 1000);
 }
 
 std::string durationText(double seconds) {
@@ -131,7 +137,7 @@ std::string durationText(double seconds) {
   add(3'600'000, 'h', 0);
   add(60'000, 'm', 60);
   const long long rest = all % 60'000;
-  if (rest % 1000 != 0) return text + fmt::format("{}.{:03}s", rest / 1000, rest % 1000);
+  if (rest % 1000 != 0) return text + fmt::format("{}{}s", rest / 1000, fractionText(rest % 1000));
   add(1000, 's', 60);
   return text.empty() ? "0s" : text;
 }

@@ -2,7 +2,6 @@
 
 #include <fstream>
 
-#include "VirtualMac/Machine/Machine.h"
 #include "VirtualMac/Machine/SavedJournal.h"
 
 namespace virtualmac {
@@ -12,11 +11,12 @@ struct JournalSaver::Output {
   bool ended = false;
 };
 
-JournalSaver::JournalSaver(const std::string& file, Stage& stage, const JournalOrigin& origin) {
+JournalSaver::JournalSaver(const std::string& file, Stage& stage, const Scenario& scenario,
+                           std::optional<double> speed) {
   if (file.empty()) return;
   output = std::make_shared<Output>();
   output->stream.open(file, std::ios::binary);
-  output->stream << journalHead(stage.machine(), origin) << '\n';
+  output->stream << journalHead(scenario, speed) << '\n';
   stage.journal().addListener([written = output](const Journal::Entry& entry) {
     if (!written->ended) written->stream << journalLine(entry) << '\n';
   });

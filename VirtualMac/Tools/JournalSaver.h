@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "VirtualMac/Scenarios/Scenario.h"
@@ -14,7 +15,8 @@ namespace virtualmac {
 class JournalSaver {
  public:
   /// An empty file name: nothing is written.
-  JournalSaver(const std::string& file, Stage& stage, const JournalOrigin& origin);
+  JournalSaver(const std::string& file, Stage& stage, const Scenario& scenario,
+               std::optional<double> speed);
   /// Ends it, at this virtual second. False: some of it could not be written.
   bool finish(double seconds);
 

@@ -183,9 +183,8 @@ Fate play(const std::string& file, const std::string& place, const Choices& choi
     stage->journal().addListener(
         [](const Journal::Entry& entry) { fmt::print("{}\n", journalLine(entry)); });
   }
-  JournalSaver saver(
-      choices.savedJournal, *stage,
-      originOf(*scenario, choices.processes ? std::optional(choices.speed) : std::nullopt));
+  const auto speed = choices.processes ? std::optional(choices.speed) : std::nullopt;
+  JournalSaver saver(choices.savedJournal, *stage, *scenario, speed);
   const ScenarioOutcome outcome = playScenario(
       *scenario, *stage, fmt::format("virtual-mac run {}{}", file, howPlayed(choices)), look);
   progress.reset();
