@@ -66,11 +66,14 @@ TEST(PhraseTest, MomentsCountFromTheStart) {
   EXPECT_EQ(momentFrom("00:00:05"), 5);
   EXPECT_EQ(momentFrom("23:59:59"), 86399);
   EXPECT_EQ(momentFrom("1d 02:00:05"), 86400 + 7205);
-  for (const char* wrong : {"", "42", "24:00", "00:60", "00:00:60", "0:42", "1d", "xd 00:00",
-                            "1.5d 00:00", "00-42", "-1d 00:00", "00:42:1"}) {
+  EXPECT_EQ(momentFrom("00:42:10.5"), 42 * 60 + 10.5);
+  for (const char* wrong :
+       {"", "42", "24:00", "00:60", "00:00:60", "0:42", "1d", "xd 00:00", "1.5d 00:00", "00-42",
+        "-1d 00:00", "00:42:1", "00:42:10.", "00:42.5", "00:42:10.x", "00:42:10.5.5"}) {
     EXPECT_FALSE(momentFrom(wrong)) << wrong;
   }
-  EXPECT_THAT(momentFrom("soon").error(), testing::HasSubstr("00:42, 00:42:10 or 1d 02:00:05"));
+  EXPECT_THAT(momentFrom("soon").error(),
+              testing::HasSubstr("00:42, 00:42:10, 00:42:10.5 or 1d 02:00:05"));
 }
 
 TEST(PhraseTest, DurationsHaveUnits) {
