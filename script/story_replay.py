@@ -13,6 +13,7 @@ time:
 - Which comes first of the helper's power calls and what the machine makes of them: here it settles
   when the helper has done all of its work, there after each call.
 - The words of an error of the disk.
+- The level that a story sets at its start: a machine in real time has left its own by then.
 - Lines near the end of the recorded journal and after it, which the recording may run on to.
 """
 import itertools
@@ -29,7 +30,8 @@ LEAVES = re.compile(r"^[\d.]+ app   client \d+ disconnected\n", re.M)
 STARTED = re.compile(r"^[\d.]+ proc  helper (\d+) started$", re.M)
 OF_THE_MACHINE = re.compile(r"(?:sleep \(|asleep$|awake|message )")
 DISK_ERROR = re.compile(r"(atomic rename failed: ).*(?= \[)")
-DEEDS_OF_CLIENTS = [
+PASSED_OVER = [
+    (re.compile(r"^0\.\d+ mac   battery set to .*\n", re.M), ""),
     (re.compile(r"^([\d.]+ app   )client \d+ identifies as .*\n", re.M), ""),
     (re.compile(r"^([\d.]+ app   )\S+ \d+ dies\n", re.M), ""),
     (re.compile(r"^([\d.]+ app   )[\w-]+ (\d+) connects$", re.M), r"\1client \2 connected"),
@@ -58,7 +60,7 @@ class Journal(story_journals.Journal):
 def adapted(text):
     text = REBOOT.sub(lambda found: LEAVES.sub("", found[0]), text)
     text = DISK_ERROR.sub(r"\1an error", text)
-    for pattern, replacement in DEEDS_OF_CLIENTS:
+    for pattern, replacement in PASSED_OVER:
         text = pattern.sub(replacement, text)
     return text
 

@@ -30,25 +30,33 @@ void DiskWatch::replaced(std::string_view path) {
 }
 
 void DiskWatch::look() {
-  std::optional<FileCopy> now = stateFile();
-  if (now != known && now) tell(now);
-  known = std::move(now);
+  const std::optional<State> now = stateFile();
+  if (isKnown(now) || !now) return;
+  known && known->node == now->node ? tellOthers(now) : tell(now);
 }
 
 void DiskWatch::lookForOthers() {
-  std::optional<FileCopy> now = stateFile();
-  if (now == known) return;
-  const char* what = !now ? " removed" : known ? " changed" : " created";
-  journal.record("disk", std::string(stateName) + what + " by another program");
-  known = std::move(now);
+  const std::optional<State> now = stateFile();
+  if (!isKnown(now)) tellOthers(now);
 }
 
-void DiskWatch::tell(const std::optional<FileCopy>& now) {
-  if (now) journal.record(changeOfFile(stateName, known, *now));
+bool DiskWatch::isKnown(const std::optional<State>& now) const {
+  return now && known ? now->copy == known->copy : now.has_value() == known.has_value();
+}
+
+void DiskWatch::tellOthers(const std::optional<State>& now) {
+  const char* what = !now ? " removed" : known ? " changed" : " created";
+  journal.record("disk", std::string(stateName) + what + " by another program");
   known = now;
 }
 
-std::optional<FileCopy> DiskWatch::stateFile() const {
+void DiskWatch::tell(const std::optional<State>& now) {
+  const auto before = known ? std::optional(known->copy) : std::nullopt;
+  if (now) journal.record(changeOfFile(stateName, before, now->copy));
+  known = now;
+}
+
+std::optional<DiskWatch::State> DiskWatch::stateFile() const {
   const std::string path = root + std::string(statePath);
   struct stat facts{};
   if (::lstat(path.c_str(), &facts) != 0 || !S_ISREG(facts.st_mode)) return std::nullopt;
@@ -58,7 +66,7 @@ std::optional<FileCopy> DiskWatch::stateFile() const {
   file.read(copy.bytes.data(), static_cast<std::streamsize>(copy.bytes.size()));
   copy.bytes.resize(static_cast<std::size_t>(file.gcount()));
   copy.size = std::max<std::uint64_t>(copy.bytes.size(), static_cast<std::uint64_t>(facts.st_size));
-  return copy;
+  return State{std::move(copy), static_cast<std::uint64_t>(facts.st_ino)};
 }
 
 }  // namespace virtualmac

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -18,7 +19,8 @@ class DiskWatch {
 
   /// A helper says that it replaced the file at `path`.
   void replaced(std::string_view path);
-  /// Called when a helper has ended: journals a replacement that it could not report any more.
+  /// Called when a helper has ended: journals a replacement that it could not report any more. It
+  /// always puts a new file in the place of the old one; a change in the same file is another's.
   void look();
   /// Called when a helper starts, because it reads the file then: journals a change that none made,
   /// as `disk  state.json changed by another program`.
@@ -27,12 +29,19 @@ class DiskWatch {
   void takeAsFound() { known = stateFile(); }
 
  private:
-  void tell(const std::optional<FileCopy>& now);
-  [[nodiscard]] std::optional<FileCopy> stateFile() const;
+  /// The file at one moment.
+  struct State {
+    FileCopy copy;
+    std::uint64_t node = 0;  ///< The file system's number of it.
+  };
+  void tell(const std::optional<State>& now);
+  void tellOthers(const std::optional<State>& now);
+  [[nodiscard]] bool isKnown(const std::optional<State>& now) const;
+  [[nodiscard]] std::optional<State> stateFile() const;
 
   Journal& journal;
   std::string root;
-  std::optional<FileCopy> known;
+  std::optional<State> known;
 };
 
 }  // namespace virtualmac
