@@ -27,7 +27,7 @@ std::string quotedWord(std::string_view word);
 /// A text in quotes, as `log` and `journal` take it.
 std::string quotedText(std::string_view text);
 
-/// What `text` has between a beginning and an end; none: it is not so.
+/// The part of `text` between a beginning and an end; none: it has no such ones.
 std::optional<std::string> between(std::string_view text, std::string_view begin,
                                    std::string_view end);
 

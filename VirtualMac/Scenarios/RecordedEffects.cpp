@@ -26,7 +26,7 @@ constexpr double steadySeconds = 120;
 constexpr std::array<std::string_view, 6> runsOwn{
     " (pid ", " pid=", " id=", "assertion 3", " to pid ", " by pid "};
 
-/// What follows these words is the system's own.
+/// The system's own words follow these.
 constexpr std::string_view beforeSystemsWords = "persistence.write failed";
 
 /// Lines of the core that tell what other lines tell better.
@@ -87,6 +87,9 @@ class EffectReader {
 
   /// Empty: the text has nothing that two runs have the same.
   static std::string lineOf(std::string_view text) {
+    constexpr std::string_view helper = "helper ";
+    if (text.starts_with(helper))
+      text.remove_prefix(std::min(text.find(' ', helper.size()), text.size()));
     const std::string kept = withoutRunsOwn(text);
     return kept.empty() ? std::string() : "journal " + quotedText(kept);
   }
@@ -243,7 +246,7 @@ class EffectReader {
   void addExit(const std::string& status) {
     const auto restarts = [](const Entry& later) { return stateOf(later) == "helper"; };
     if (lasts(restarts)) return add("helper exited " + status, "helper");
-    add(fmt::format("journal \" exited {}\"", status), {});
+    addLine(entries[at].text);
   }
 
   void takeLog(const Entry& entry) {

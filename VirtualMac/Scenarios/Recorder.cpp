@@ -136,7 +136,7 @@ class Recorder {
   }
   [[nodiscard]] double slackSeconds() const { return isLive ? lateSeconds : tickSeconds; }
 
-  /// What is done before the helper first starts belongs to the start, if it can stand there.
+  /// Actions before the helper's first start belong to the story's start, if they can stand there.
   bool takesAsStart(const RecordedDeed& deed, double firstStart, std::size_t firstIndex) {
     if (deed.time > firstStart || deed.index > firstIndex) return false;
     const std::size_t space = std::min(deed.phrase.find(' '), deed.phrase.size());
@@ -190,8 +190,8 @@ class Recorder {
     return isLive ? story.steps[step].time <= effect.time : firsts[step] < effect.index;
   }
 
-  /// What comes before the first action is looked for afterwards: a story listens from its first
-  /// step on, and the helper starts before.
+  /// Effects before the first action are looked for afterwards: a story listens from its first step
+  /// on, and the helper starts before.
   void takeBoot(std::size_t& next) {
     WrittenStep boot;
     const double first = story.steps.empty() ? story.end : story.steps.front().time;
