@@ -68,7 +68,7 @@ function showConnection({state, text}) {
   setText(place, text);
 }
 
-async function goLive(page, values) {
+async function goLive(page, token, values) {
   const [{startLive}, {mountControls}] =
       await Promise.all([import('viewer/live'), import('viewer/controls')]);
   // A link with a token that is opened in this tab changes nothing but the fragment.
@@ -80,7 +80,7 @@ async function goLive(page, values) {
   byId('follow').hidden = false;
   page.tabs.offer('controls', true);
   const live = startLive({
-    token: takeToken(),
+    token,
     onRun: (head) => run.begin(head),
     onLines: (lines) => run.take(lines),
     onConnection: showConnection,
@@ -104,16 +104,19 @@ function showTrace(page, text, values) {
 
 function boot() {
   const values = valuesFrom(location.hash);
-  const page = new Page();
   const trace = byId('trace');
-  if (trace) {
+  const isLive = trace === null && location.protocol !== 'file:';
+  // The page writes the address anew, and nothing may be lost then.
+  const token = isLive ? takeToken() : '';
+  const page = new Page();
+  if (isLive) {
+    goLive(page, token, values);
+  } else if (trace) {
     showTrace(page, trace.textContent, values);
-  } else if (location.protocol === 'file:') {
+  } else {
     page.show(new Run({title: 'Virtual Mac'}));
     page.tell(
         ['This page holds no trace. Open one, or a journal, with "Compare…", or drop it here.']);
-  } else {
-    goLive(page, values);
   }
 }
 
