@@ -59,6 +59,16 @@ bool matches(const ExpectedReply& reply, const Answer& answer) {
                                              std::string::npos);
 }
 
+/// A saved journal begins before the machine is set up; what a run tells begins afterwards.
+std::string headAtStart(const Scenario& scenario, const Machine& machine) {
+  std::optional<JournalHead> head = JournalHead::from(journalHead(scenario, std::nullopt));
+  if (!head) return {};
+  head->start = JournalHead::of(machine, {.savedState = scenario.savedState,
+                                          .restartAfterCrash = scenario.restartAfterCrash})
+                    .start;
+  return head->line();
+}
+
 /// One playing of a scenario.
 class ScenarioRun {
  public:
@@ -127,9 +137,7 @@ class ScenarioRun {
     timeline.emplace(scenario.name, stage.now(), stateOf(stage.machine(), stage.helperRunning()));
     heardUpTo = ears->size();
     storyBegan = heardUpTo;
-    head = journalHead(stage.machine(), {.seed = scenario.seed,
-                                         .savedState = scenario.savedState,
-                                         .restartAfterCrash = scenario.restartAfterCrash});
+    head = headAtStart(scenario, stage.machine());
     for (const Expectation& expectation : scenario.never) {
       watches.push_back({Watching::Never, expectation, endless});
     }
