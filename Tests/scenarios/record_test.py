@@ -146,11 +146,13 @@ def among_processes(programs, story, *options):
             recorder = Recorder(programs, folder)
             first = recorder.play(GALLERY / f"{story}.yaml", "first", "--processes", "--linger",
                                   LINGER_SECONDS, *options)
-            again = recorder.play(recorder.record(first, "first"), "again")
+            again = recorder.folder / "again.journal"
+            done = recorder.run("run", recorder.record(first, "first"), "--save-journal", again)
             other, late = story_replay.differences(*(path.read_text(encoding="utf-8")
                                                      for path in (first, again)))
-            if not other and not late:
+            if done.returncode == 0 and not other and not late:
                 return
+            other.insert(0, done.stdout)
             print(f"playing {playing + 1}:", *other, *late, sep="\n")
     sys.exit(1)
 

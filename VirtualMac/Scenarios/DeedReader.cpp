@@ -109,7 +109,8 @@ void DeedReader::takeProcess(const Entry& entry) {
   const bool exited = entry.tells(EffectID::helperExited);
   if (!exited && !entry.tells(EffectID::helperKilled)) return refuse(entry.text);
   if (!exited) takeKill(entry);
-  crashed = restarts && !isDown && !(exited && entry.effect.number(1) == 0);
+  const bool inOrder = exited && entry.effect.number(1) == 0;
+  crashed = restarts && !isDown && !inOrder;
   running = false;
   signalled.clear();
   loseOpen();

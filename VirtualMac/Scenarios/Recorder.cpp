@@ -28,12 +28,12 @@ constexpr double nearSeconds = 30;
 /// Real actions so near to each other are one step's. Further ones are told apart, because a second
 /// more on the adapter is felt for hours.
 constexpr double together = 0.3;
-/// Effects that came about in real time may be so much earlier or later.
-constexpr double lateSeconds = 10;
+/// Real processes may be late by so much real time.
+constexpr double lateRealSeconds = 0.05;
 /// A level may differ by so much at the end.
 constexpr int nearPercent = 2;
-/// A steady time is looked at from so much after its begin, to so much before its end.
-constexpr double marginSeconds = 15;
+/// A steady time is looked at from so much and a slack after its begin, to as much before its end.
+constexpr double marginSeconds = 10;
 
 /// A round time, which is at least as long.
 double roundTime(double seconds) {
@@ -134,7 +134,11 @@ class Recorder {
   [[nodiscard]] double stepTime(double seconds) const {
     return isLive ? std::floor(seconds * 10) / 10 : seconds;
   }
-  [[nodiscard]] double slackSeconds() const { return isLive ? lateSeconds : tickSeconds; }
+  /// How much earlier or later an effect may come.
+  [[nodiscard]] double slackSeconds() const {
+    const double speed = journal.head ? journal.head->speed.value_or(0) : 0;
+    return tickSeconds + lateRealSeconds * speed;
+  }
 
   /// Actions before the helper's first start belong to the story's start, if they can stand there.
   bool takesAsStart(const RecordedDeed& deed, double firstStart, std::size_t firstIndex) {
@@ -258,8 +262,10 @@ class Recorder {
 
   void takeSteadyTimes() {
     for (const SteadyTime& each : effects.steady) {
-      const double begin = std::ceil(each.begin) + marginSeconds;
-      const double length = std::floor(each.end - marginSeconds - begin);
+      const double margin = std::ceil(marginSeconds + slackSeconds());
+      const double begin = std::ceil(each.begin) + margin;
+      const double length = std::floor(each.end - margin - begin);
+      if (length <= 0) continue;
       story.steps.push_back({.time = begin, .holds = {durationText(length) + ' ' + each.phrase}});
     }
   }
