@@ -112,8 +112,8 @@ class Browser:
     def named(self, role, name, within=None):
         """The one element that a person who uses a screen reader would find by this, once there."""
         def find():
-            found = [each for each in self.all(ROLES[role], within)
-                     if each.accessible_name == name and each.is_displayed()]
+            found = [each for each in self.script(MAYBE_NAMED, ROLES[role], name, within)
+                     if each.accessible_name == name]
             return found[0] if len(found) == 1 else None
 
         return self.until(find, f'one of role {role} that is named "{name}"')
@@ -169,6 +169,14 @@ class Browser:
             raise AssertionError(f"no picture {path}")
 
 
+# Elements in sight of which something says the name; whether it is theirs, the browser knows.
+MAYBE_NAMED = """
+  const [selector, name, within] = arguments;
+  return [...(within ?? document).querySelectorAll(selector)].filter((each) =>
+      each.checkVisibility({visibilityProperty: true}) &&
+      [each.getAttribute('aria-label') ?? '', each.textContent, ...[...(each.labels ?? [])].map(
+          (label) => label.textContent)].some((text) => text.includes(name)));
+"""
 ROLES = {
     "button": "button, [role=button]",
     "checkbox": "input[type=checkbox], [role=checkbox]",

@@ -5,6 +5,7 @@ import tempfile
 
 import traces
 from case import ROOT, BrowserTest, LiveTest
+from stub import Stub
 
 WIDE, NARROW = 1280, 390
 HEIGHTS = {WIDE: 900, NARROW: 844}
@@ -105,3 +106,19 @@ class RecordedViews(Views, BrowserTest):
         self.open(traces.GALLERY / "quit.yaml")
         self.browser.script("document.getElementById('help').showModal()")
         self.look_at("help")
+
+
+class Checker(BrowserTest):
+    def test_it_finds_what_is_not_accessible_and_what_is_too_wide(self):
+        stub = Stub()
+        self.addCleanup(stub.end)
+        self.browser.open(stub.address)
+        self.browser.script("document.body.innerHTML = '<main><h1>A page</h1></main>'")
+        self.assertEqual(self.browser.violations(), [])
+        self.assertLessEqual(self.browser.overflow(), 0)
+        self.browser.script("document.querySelector('main').innerHTML +="
+                            " '<button></button><p style=\"color: #ccc; width: 3000px\">pale</p>'")
+        told = " ".join(self.browser.violations())
+        self.assertIn("button-name", told)
+        self.assertIn("color-contrast", told)
+        self.assertGreater(self.browser.overflow(), 0)
