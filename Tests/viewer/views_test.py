@@ -8,7 +8,7 @@ from case import ROOT, BrowserTest, LiveTest
 from stub import Stub
 
 WIDE, NARROW = 1280, 390
-HEIGHTS = {WIDE: 900, NARROW: 844}
+HEIGHTS = {WIDE: 780, NARROW: 844}
 
 
 class Views:
