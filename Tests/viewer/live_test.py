@@ -102,19 +102,20 @@ class LiveState(LiveTest):
         # Time all but stands still, so that the journal does too.
         self.mac.command("speed", 0.01)
         self.addCleanup(self.mac.command, "speed", 60)
-        journal = self.browser.until(lambda: self.told_alike(), "the journal's last line, in sight")
+        journal = self.browser.until(self.told_alike, "the journal's last line, in sight")
         self.assertIn("speed 0.01", journal[-1])
-        self.assertEqual(self.size(), len(journal))
 
     def told_alike(self):
+        """The journal, once the page's list is as long, and its last line is chosen and in sight."""
         journal = self.mac.journal()
         line = self.browser.one("#line-text").get_attribute("textContent")
+        self.assertEqual((line, self.size()), (journal[-1], len(journal)))
         chosen = self.browser.one("#entries [aria-selected=true]")
-        in_sight = self.browser.script("""
+        self.assertTrue(self.browser.script("""
           const [row, box] = [arguments[0], document.getElementById('entries')].map(
               (each) => each.getBoundingClientRect());
-          return row.top >= box.top - 1 && row.bottom <= box.bottom + 1""", chosen)
-        return journal if line == journal[-1] and in_sight and self.size() == len(journal) else None
+          return row.top >= box.top - 1 && row.bottom <= box.bottom + 1""", chosen), "out of sight")
+        return journal
 
     def size(self):
         return int(self.browser.all("#entries [role=option]")[0].get_attribute("aria-setsize"))
