@@ -188,7 +188,10 @@ TEST(DiskWatchTest, TellsWhatReplacementsChanged) {
   std::filesystem::create_directories(root + folder);
   Journal journal([] { return 0.0; });
   DiskWatch watch(journal, root);
-  const auto put = [&](const char* text) { std::ofstream(root + folder + "/state.json") << text; };
+  const auto put = [&](const char* text) {
+    std::ofstream(root + folder + "/state.json.tmp") << text;
+    std::filesystem::rename(root + folder + "/state.json.tmp", root + folder + "/state.json");
+  };
   put(R"({"chargeLimit": 80, "topUpActive": false})");
   watch.replaced(folder + "/state.json");
   put(R"({"chargeLimit": 70, "topUpActive": false})");
