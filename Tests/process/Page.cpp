@@ -25,6 +25,7 @@ std::string PageAnswer::header(const std::string& name) const {
 namespace {
 
 bool connectTo(int socket, const char* address, int port) {
+  if (socket < 0) return false;
   sockaddr_in place{};
   place.sin_family = AF_INET;
   ::inet_pton(AF_INET, address, &place.sin_addr);

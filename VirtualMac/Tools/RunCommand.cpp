@@ -185,8 +185,8 @@ Fate play(const std::string& file, const std::string& place, const Choices& choi
   }
   const auto speed = choices.processes ? std::optional(choices.speed) : std::nullopt;
   JournalSaver saver(choices.savedJournal, *stage, *scenario, speed);
-  const ScenarioOutcome outcome = playScenario(
-      *scenario, *stage, fmt::format("virtual-mac run {}{}", file, howPlayed(choices)), look);
+  const std::string again = fmt::format("virtual-mac run {}{}", file, howPlayed(choices));
+  ScenarioOutcome outcome = playScenario(*scenario, *stage, again, look);
   progress.reset();
   const bool traced = choices.trace.empty() || writeTraceOf(*scenario, outcome, choices);
   if (!outcome.passed) outcome.report += whereToLook(again, choices);
@@ -199,7 +199,7 @@ Fate play(const std::string& file, const std::string& place, const Choices& choi
   const bool drawn = choices.timeline.empty() || writeTimeline(choices.timeline, outcome.timeline);
   if (!drawn) failed(choices, choices.timeline + " cannot be written");
   if (outcome.stopped) return Fate::Stopped;
-  return outcome.passed && drawn && saved ? Fate::Passed : Fate::Failed;
+  return outcome.passed && drawn && traced && saved ? Fate::Passed : Fate::Failed;
 }
 
 Tally playEach(const std::vector<std::string>& files, const Choices& choices,
@@ -224,9 +224,9 @@ int playAll(const Choices& choices) {
   const auto files = chosenFiles(choices.files);
   if (!files) return complain("virtual-mac", choices.asJSON, files.error(), exitUsage);
   const bool several = files->size() > 1;
-  if (several && !choices.timeline.empty())
-    return complain("virtual-mac", choices.asJSON, "--timeline draws one scenario, not several",
-                    exitUsage);
+  if (several && !(choices.timeline.empty() && choices.trace.empty()))
+    return complain("virtual-mac", choices.asJSON,
+                    "--timeline and --trace show one scenario, not several", exitUsage);
   if (several && !choices.savedJournal.empty())
     return complain("virtual-mac", choices.asJSON,
                     "--save-journal saves one scenario's journal, not several", exitUsage);

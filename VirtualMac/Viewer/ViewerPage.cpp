@@ -72,6 +72,9 @@ std::string startOf(std::string_view nonce) {
          "\">import \"viewer/app\";</script>\n";
 }
 
+/// Without it a browser asks for one.
+constexpr std::string_view icon = "<link rel=\"icon\" href=\"data:,\">\n";
+
 /// index.html with its marked places filled.
 std::string filled(const std::string& styles, const std::string& trace,
                    const std::string& scripts) {
@@ -93,7 +96,7 @@ std::string_view viewerFile(std::string_view name) {
 }
 
 std::string livePage(const std::string& nonce) {
-  std::string styles;
+  std::string styles(icon);
   for (const ViewerFile& file : filesThatEnd(".css"))
     styles.append("<link rel=\"stylesheet\" href=\"/viewer/").append(file.name).append("\">\n");
   std::string scripts;
@@ -119,7 +122,8 @@ std::string recordedPage(const std::string& trace) {
       "script-src 'nonce-" +
       nonce +
       "' data:; style-src 'unsafe-inline'; img-src data:; base-uri 'none'; "
-      "form-action 'none'\">\n";
+      "form-action 'none'\">\n" +
+      std::string(icon);
   for (const ViewerFile& file : filesThatEnd(".css"))
     styles.append("<style>\n").append(file.content).append("</style>\n");
   std::string scripts;

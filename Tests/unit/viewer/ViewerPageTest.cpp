@@ -88,7 +88,9 @@ TEST(ViewerPageTest, TheLivePageNamesFilesThatAreThere) {
   }
   std::set<std::string> files{"index.html"};
   for (const ViewerFile& file : viewerFiles()) {
-    if (file.name != "index.html") EXPECT_TRUE(named.contains(std::string(file.name))) << file.name;
+    if (file.name != "index.html") {
+      EXPECT_TRUE(named.contains(std::string(file.name))) << file.name;
+    }
     files.emplace(file.name);
   }
   for (const std::string& name : named) EXPECT_TRUE(files.contains(name)) << name;
