@@ -38,6 +38,14 @@ class BrowserTest(unittest.TestCase):
     def hold(self, key, *keys):
         ActionChains(self.browser.driver).key_down(key).send_keys(*keys).key_up(key).perform()
 
+    def chosen_is_in_sight(self):
+        """Whether the row at the cursor is one that a person sees."""
+        return self.browser.script("""
+          const [row, box] = [arguments[0], document.getElementById('entries')].map(
+              (each) => each.getBoundingClientRect());
+          return row.top >= box.top - 1 && row.bottom <= box.bottom + 1""",
+                                   self.browser.one("#entries [aria-selected=true]"))
+
     def picture(self, name):
         self.browser.picture(SETTINGS.pictures / f"{name}.png")
 

@@ -110,11 +110,7 @@ class LiveState(LiveTest):
         journal = self.mac.journal()
         line = self.browser.one("#line-text").get_attribute("textContent")
         self.assertEqual((line, self.size()), (journal[-1], len(journal)))
-        chosen = self.browser.one("#entries [aria-selected=true]")
-        self.assertTrue(self.browser.script("""
-          const [row, box] = [arguments[0], document.getElementById('entries')].map(
-              (each) => each.getBoundingClientRect());
-          return row.top >= box.top - 1 && row.bottom <= box.bottom + 1""", chosen), "out of sight")
+        self.assertTrue(self.chosen_is_in_sight(), "out of sight")
         return journal
 
     def size(self):

@@ -134,17 +134,8 @@ export class Rows {
   select(selected, place = selected) {
     this.selected = selected;
     this.place = place;
-    this.revealPlace();
+    if (this.rowHeight && this.box.clientHeight > 0) this.reveal(Math.max(0, place));
     this.draw();
-    // The list can have another height for a moment, while other parts of the page are filled.
-    this.again ??= requestAnimationFrame(() => {
-      this.again = undefined;
-      this.revealPlace();
-    });
-  }
-
-  revealPlace() {
-    if (this.rowHeight && this.box.clientHeight > 0) this.reveal(Math.max(0, this.place));
   }
 
   reveal(place) {
