@@ -87,10 +87,7 @@ using namespace tinmac;
   return elements.empty() ? nil : elements.front();
 }
 - (BOOL)containsObject:(id)object {
-  for (const id element : elements) {
-    if ([element isEqual:object]) return YES;
-  }
-  return NO;
+  return isAmong(elements, object);
 }
 - (NSUInteger)countByEnumeratingWithState:(NSFastEnumerationState*)state
                                   objects:(id __unsafe_unretained[])buffer

@@ -7,11 +7,12 @@
 
 /// The frameworks ask this of the rooms below them. The frameworks are compiled against Apple's
 /// headers and those rooms against Linux's, for the same processor; so only integers of 32 bits or
-/// more, doubles, pointers and plain structures cross: Apple's compiler trusts the caller to widen a
-/// shorter argument, and Linux's does not.
+/// more, doubles, pointers and plain structures cross: Apple's compiler trusts the caller to widen
+/// a shorter argument, and Linux's does not.
 ///
-/// Handles are names that the machine gave; 0 is none. A function that takes a sink tells it exactly
-/// one value. Statuses are Apple's own numbers. Any thread, unless a function says otherwise.
+/// Handles are names that the machine gave; 0 is none. A function that takes a sink tells it
+/// exactly one value. Statuses are Apple's own numbers. Any thread, unless a function says
+/// otherwise.
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -67,7 +68,8 @@ int32_t tinCallStruct(uint32_t connection, const uint8_t* input, uint8_t* output
 // --- Power sources, assertions, settings
 
 uint64_t tinPowerSourcesInfo(void);
-/// Gives each element's name to `element`. Returns the list's handle; `isArray` is 0 for anything else.
+/// Gives each element's name to `element`. Returns the list's handle; `isArray` is 0 for anything
+/// else.
 uint64_t tinPowerSourcesList(uint64_t info, uint32_t* isArray,
                              void (*element)(void* context, uint64_t source), void* context);
 void tinPowerSourceDescription(uint64_t info, uint64_t source, const struct TinValueSink* sink);

@@ -18,6 +18,13 @@ inline NSUInteger enumerate(NSFastEnumerationState* state, const std::vector<id>
   return elements.size();
 }
 
+inline bool isAmong(std::span<const id> elements, id object) {
+  for (const id element : elements) {
+    if ([element isEqual:object]) return true;
+  }
+  return false;
+}
+
 inline bool haveEqualElements(std::span<const id> some, std::span<const id> others) {
   if (some.size() != others.size()) return false;
   for (std::size_t index = 0; index < some.size(); ++index) {

@@ -9,8 +9,8 @@ namespace tinmac {
 
 namespace {
 
-/// Reads one value. Whatever it gives has one reference that is the caller's; nil: the text is none,
-/// and where it stopped reading is not told.
+/// Reads one value. Whatever it gives has one reference that is the caller's; nil: the text is
+/// none, and where it stopped reading is not told.
 class JsonReader {
  public:
   explicit JsonReader(std::string_view json) : rest(json) {}
@@ -29,9 +29,7 @@ class JsonReader {
  private:
   static constexpr int deepest = 512;
 
-  void skipSpace() {
-    rest.remove_prefix(std::min(rest.find_first_not_of(" \t\r\n"), rest.size()));
-  }
+  void skipSpace() { rest.remove_prefix(std::min(rest.find_first_not_of(" \t\r\n"), rest.size())); }
 
   bool take(std::string_view word) {
     skipSpace();
@@ -163,7 +161,9 @@ class JsonReader {
 using namespace tinmac;
 
 @implementation NSJSONSerialization
-+ (id)JSONObjectWithData:(NSData*)data options:(NSJSONReadingOptions)options error:(NSError**)error {
++ (id)JSONObjectWithData:(NSData*)data
+                 options:(NSJSONReadingOptions)options
+                   error:(NSError**)error {
   expectNumber<NSUInteger>(options, 0, "JSONObjectWithData:options:error:");
   if (data == nil) raise("NSInvalidArgumentException", "data parameter is nil");
   const std::span<const std::uint8_t> bytes = bytesOf(data);

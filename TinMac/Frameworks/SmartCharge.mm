@@ -48,8 +48,8 @@ Class classFor(std::uint64_t machineName, const char* className) {
   return cls.cls;
 }
 
-/// A thing that is no class by the machine's word is an object here, so that the runtime says the same of
-/// it.
+/// A thing that is no class by the machine's word is an object here, so that the runtime says the
+/// same of it.
 id findClass(const char* name) {
   const std::uint64_t found = tinPowerUIClass(name);
   if (found == 0) return nil;

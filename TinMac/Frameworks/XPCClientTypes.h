@@ -5,14 +5,14 @@
 #include <span>
 
 #include "TinMac/Frameworks/BelowClient.h"
-#include "TinMac/Frameworks/XPCTypes.h"
 #import "TinMac/Frameworks/Objects.h"
+#include "TinMac/Frameworks/XPCTypes.h"
 
 /// Messages of a client and their replies, between registers and values.
 namespace tinmac {
 
-/// Tells the values of a message's registers as one array, for the next call to take with it. Leaves
-/// out the reply block. Traps on what no message may have.
+/// Tells the values of a message's registers as one array, for the next call to take with it.
+/// Leaves out the reply block. Traps on what no message may have.
 void tellArguments(const Signature& signature, std::span<const std::uint64_t> registers,
                    const char* selector);
 

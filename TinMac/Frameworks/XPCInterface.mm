@@ -113,7 +113,8 @@ std::vector<const char*> namesOf(NSSet* classes, SEL selector) {
       argument:(std::uint32_t)index
       declared:(std::string_view)className {
   if (value == nil) return YES;
-  const ClassSetting wanted{.selector = selector, .argument = index, .ofReply = true, .classes = {}};
+  const ClassSetting wanted{
+      .selector = selector, .argument = index, .ofReply = true, .classes = {}};
   for (const ClassSetting& setting : settings) {
     if (!setting.isForSameArgument(wanted)) continue;
     return isOneOf(value, setting.classes) && holdsOnly(value, setting.classes);

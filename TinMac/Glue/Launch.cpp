@@ -77,7 +77,8 @@ void announce(const Image& frameworks, const Image& image) {
   static_cast<void>(sections.release());
 }
 
-/// Runs main() with what a Mac hands it: the arguments, no environment, and no word of the kernel's.
+/// Runs main() with what a Mac hands it: the arguments, no environment, and no word of the
+/// kernel's.
 int runMain(const Image& program, const Launch& launch) {
   std::vector<std::string> words = launch.words;
   words.insert(words.begin(), launch.program);

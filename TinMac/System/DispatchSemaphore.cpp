@@ -26,8 +26,8 @@ using Shared = std::shared_ptr<Semaphore>;
 
 Shared& shared(void* semaphore) { return *static_cast<Shared*>(semaphore); }
 
-/// An alarm of the machine's clock that wakes the semaphore's waiters; none for a wait for ever, and
-/// for a moment that is here already.
+/// An alarm of the machine's clock that wakes the semaphore's waiters; none for a wait for ever,
+/// and for a moment that is here already.
 class WakeUp {
  public:
   WakeUp(const Shared& semaphore, DispatchTime until) {

@@ -50,9 +50,12 @@ namespace tinmac {
 
 std::span<const Export> supportExports() {
   static const Export table[] = {
-      {"_tinTrap", code(tinTrap)},           {"_tinBooksCount", code(tinBooksCount)},
-      {"_tinBooksNote", code(tinBooksNote)}, {"_tinThreadPools", code(tinThreadPools)},
-      {"_tinMainRun", code(tinMainRun)},     {"_tinMainRunFor", code(tinMainRunFor)},
+      {"_tinTrap", code(tinTrap)},
+      {"_tinBooksCount", code(tinBooksCount)},
+      {"_tinBooksNote", code(tinBooksNote)},
+      {"_tinThreadPools", code(tinThreadPools)},
+      {"_tinMainRun", code(tinMainRun)},
+      {"_tinMainRunFor", code(tinMainRunFor)},
       {"_tinSemaphoreMake", code(tinSemaphoreMake)},
       {"_tinSemaphoreFree", code(tinSemaphoreFree)},
       {"_tinSemaphoreSignal", code(tinSemaphoreSignal)},

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Checks that every C++ and JavaScript file is as clang-format 19 writes it (.clang-format).
 
-usage: format.py [--fix] REPOSITORY [FILE...]
+usage: format.py [--fix] REPOSITORY [FILE...]    files that are neither are passed over
        format.py --self-test
 """
 import pathlib
@@ -56,8 +56,10 @@ def main(arguments):
     if not rest or rest[0].startswith("-"):
         sys.exit(__doc__.strip())
     root = pathlib.Path(rest[0]).resolve()
-    names = [str(pathlib.Path(f).resolve().relative_to(root)) for f in rest[1:]]
-    names = names or all_names(root)
+    names = all_names(root)
+    if rest[1:]:  # A changed file of another kind has no format.
+        asked = {pathlib.Path(f).resolve().relative_to(root).as_posix() for f in rest[1:]}
+        names = [name for name in names if name in asked]
     tree.report(formatted(root, names, fix), len(names), "files", "every file is formatted")
 
 

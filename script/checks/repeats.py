@@ -13,7 +13,7 @@ import re
 import tree
 import web
 
-FOLDERS = ("KorvelHelper/", "VirtualMac/")
+FOLDERS = ("KorvelHelper/", "VirtualMac/", "TinMac/")
 LINES = 12  # A passage may be this long and stand twice.
 ENDINGS = tree.SOURCES + tree.HEADERS + web.SCRIPTS + web.STYLES
 IMPORT = re.compile(r"^import\b[^;]*;", re.M)

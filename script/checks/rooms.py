@@ -153,7 +153,7 @@ ROOMS = [  # The first that matches a file is its room.
     Room("TinMac/Frameworks/", ("TinMac/Frameworks/",), system=True, helper_root=False),
     Room("TinMac/Glue/", MODEL + ("VirtualMac/Remote/", "VirtualMac/Tools/LaunchArguments.h",
                                   "TinMac/Loader/", "TinMac/System/", "TinMac/Frameworks/",
-                                  "TinMac/Glue/"), ("CLI/",), system=True),
+                                  "TinMac/Glue/"), ("asio/", "CLI/"), system=True),
     Room("Tests/tin/adapters/", SEAM + ("Tests/", "macOS/"), ANY_LIBRARY, system=True),
     Room("Tests/tin/", ("TinMac/", "Tests/"), ANY_LIBRARY, system=True, helper_root=False),
     # The tests of the real processes see the programs only from outside.

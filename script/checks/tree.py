@@ -7,7 +7,7 @@ import sys
 import tempfile
 
 SCRIPT_FOLDERS = (".ci", "cmake", "script")
-TOP_FOLDERS = ("KorvelHelper", "VirtualMac", "Tests", "Benchmarks", "Packaging")
+TOP_FOLDERS = ("KorvelHelper", "VirtualMac", "TinMac", "Tests", "Benchmarks", "Packaging")
 SOURCES = (".cpp", ".mm", ".cc", ".m")
 HEADERS = (".h", ".hpp", ".def")
 THIRD_PARTY = ("VirtualMac/Viewer/lib/", "Tests/viewer/lib/")
