@@ -84,7 +84,7 @@ TEST(TraceFileTest, AHeadThatIsNoneIsNull) {
   }
 }
 
-// Whatever a client or a file puts into a journal stays data.
+// Clients and files can put anything into a journal, and it must stay data.
 TEST(TraceFileTest, NoTextEndsTheElementThatHoldsIt) {
   const std::string hostile =
       "</script><script>alert(1)</script><!-- <script> ]]> -->\u2028\u2029&lt;\"'\\u003c\n";
