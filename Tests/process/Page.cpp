@@ -6,7 +6,6 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <array>
 #include <csignal>
 #include <stdexcept>
 
@@ -66,25 +65,11 @@ bool PageVisit::send(const std::string& bytes) {
   return true;
 }
 
-bool PageVisit::fill(double deadline) {
-  for (;;) {
-    const double left = deadline - clockNow();
-    if (left <= 0) return false;
-    pollfd watched{.fd = socket, .events = POLLIN, .revents = 0};
-    if (::poll(&watched, 1, static_cast<int>(left * 1000) + 1) <= 0) continue;
-    std::array<char, 65536> chunk{};
-    const ssize_t got = ::recv(socket, chunk.data(), chunk.size(), 0);
-    if (got <= 0) return false;
-    input.append(chunk.data(), static_cast<std::size_t>(got));
-    return true;
-  }
-}
-
 PageAnswer PageVisit::begin(double timeoutSeconds) {
   const double deadline = clockNow() + timeoutSeconds;
   std::size_t end = input.find("\r\n\r\n");
   while (end == std::string::npos) {
-    if (!fill(deadline)) return {};
+    if (!receiveMore(socket, input, deadline)) return {};
     end = input.find("\r\n\r\n");
   }
   PageAnswer answer;
@@ -100,7 +85,7 @@ PageAnswer PageVisit::answer(double timeoutSeconds) {
   const std::string length = answer.header("Content-Length");
   if (length.empty()) return answer;
   while (input.size() < std::stoul(length)) {
-    if (!fill(deadline)) return {};
+    if (!receiveMore(socket, input, deadline)) return {};
   }
   answer.body = input.substr(0, std::stoul(length));
   input.erase(0, answer.body.size());
@@ -129,7 +114,7 @@ bool PageVisit::waitFor(const std::string& text, double timeoutSeconds) {
       searched = at + text.size();
       return true;
     }
-    if (ended || !fill(deadline)) return false;
+    if (ended || !receiveMore(socket, input, deadline)) return false;
   }
 }
 
@@ -139,14 +124,14 @@ bool PageVisit::comesToItsEnd(double timeoutSeconds) {
     while (unpack()) {
     }
     if (ended) return true;
-    if (!fill(deadline)) return false;
+    if (!receiveMore(socket, input, deadline)) return false;
   }
 }
 
 bool PageVisit::isCutOff(double timeoutSeconds) {
   const double deadline = clockNow() + timeoutSeconds;
   while (clockNow() < deadline)
-    if (!fill(deadline)) return clockNow() < deadline;
+    if (!receiveMore(socket, input, deadline)) return clockNow() < deadline;
   return false;
 }
 

@@ -50,7 +50,6 @@ class PageVisit {
   [[nodiscard]] const std::string& stream() const { return content; }
 
  private:
-  bool fill(double deadline);
   bool unpack();
 
   int socket;

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -130,6 +131,20 @@ Background::Background(const std::string& program, const std::vector<std::string
 Background::~Background() {
   ::kill(child, SIGKILL);
   while (::waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
+  }
+}
+
+bool receiveMore(int socket, std::string& input, double deadline) {
+  for (;;) {
+    const double left = deadline - clockNow();
+    if (left <= 0) return false;
+    pollfd watched{.fd = socket, .events = POLLIN, .revents = 0};
+    if (::poll(&watched, 1, static_cast<int>(left * 1000) + 1) <= 0) continue;
+    std::array<char, 65536> chunk{};
+    const ssize_t got = ::recv(socket, chunk.data(), chunk.size(), 0);
+    if (got <= 0) return false;
+    input.append(chunk.data(), static_cast<std::size_t>(got));
+    return true;
   }
 }
 

@@ -50,5 +50,8 @@ double slowness();
 void pauseFor(double seconds);
 /// Reads a monotonic clock, in seconds.
 double clockNow();
+/// Waits until a socket has bytes, and takes them. False: it ended, or the clock reached
+/// `deadline`.
+bool receiveMore(int socket, std::string& input, double deadline);
 
 }  // namespace processtests

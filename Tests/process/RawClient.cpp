@@ -1,11 +1,9 @@
 #include "Tests/process/RawClient.h"
 
-#include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <array>
 #include <bit>
 #include <stdexcept>
 
@@ -153,20 +151,6 @@ std::size_t RawClient::sendWithoutWaiting(const std::string& bytes) {
 
 void RawClient::finish() { ::shutdown(socket, SHUT_WR); }
 
-bool RawClient::fill(double deadline) {
-  for (;;) {
-    const double left = deadline - clockNow();
-    if (left <= 0) return false;
-    pollfd watched{.fd = socket, .events = POLLIN, .revents = 0};
-    if (::poll(&watched, 1, static_cast<int>(left * 1000) + 1) <= 0) continue;
-    std::array<char, 65536> chunk{};
-    const ssize_t got = ::recv(socket, chunk.data(), chunk.size(), 0);
-    if (got <= 0) return false;
-    input.append(chunk.data(), static_cast<std::size_t>(got));
-    return true;
-  }
-}
-
 std::optional<RawReply> RawClient::receive(double timeoutSeconds) {
   const double deadline = clockNow() + timeoutSeconds;
   for (;;) {
@@ -183,14 +167,14 @@ std::optional<RawReply> RawClient::receive(double timeoutSeconds) {
         return reply;
       }
     }
-    if (!fill(deadline)) return std::nullopt;
+    if (!receiveMore(socket, input, deadline)) return std::nullopt;
   }
 }
 
 bool RawClient::isCutOff(double timeoutSeconds) {
   const double deadline = clockNow() + timeoutSeconds;
   while (clockNow() < deadline)
-    if (!fill(deadline)) return clockNow() < deadline;
+    if (!receiveMore(socket, input, deadline)) return clockNow() < deadline;
   return false;
 }
 

@@ -68,8 +68,6 @@ class RawClient {
   std::optional<nlohmann::json> getState();
 
  private:
-  bool fill(double deadline);
-
   std::unique_ptr<LineSocket> identityHolder;
   int socket;
   std::uint32_t lastTicket = 0;

@@ -18,8 +18,8 @@ using testing::Not;
 /// A story's journal in this process; `speed` makes it one that came about in real time.
 SavedJournal saved(const std::string& lines, std::optional<double> speed = std::nullopt) {
   Scenario scenario;
-  std::istringstream text(journalHead(scenario, speed) + "\n0.000 proc  helper 501 started\n" +
-                          lines);
+  std::istringstream text(journalHead(scenario, speed).line() +
+                          "\n0.000 proc  helper 501 started\n" + lines);
   return *SavedJournal::from(text, "a.journal");
 }
 
@@ -159,7 +159,7 @@ TEST(RecorderTest, WhatIsDoneBeforeTheHelperStartsIsTheStart) {
   scenario.seed = 7;
   scenario.helperVersion.reset();
   scenario.restartAfterCrash = true;
-  std::istringstream text(journalHead(scenario, std::nullopt) +
+  std::istringstream text(journalHead(scenario, std::nullopt).line() +
                           "\n0.000 mac   battery set to 80 %\n0.000 mac   fault disk-full on\n"
                           "0.000 proc  helper 501 started\n");
   const Recording recording = record(*SavedJournal::from(text, "a.journal"));

@@ -1,5 +1,6 @@
 """The base of browser tests: one browser a class, a new tab a test."""
 import pathlib
+import tempfile
 import types
 import unittest
 
@@ -51,6 +52,17 @@ class BrowserTest(unittest.TestCase):
 
     def assert_accessible(self):
         self.assertEqual(self.browser.violations(), [])
+
+
+class FolderTest(BrowserTest):
+    """With a folder for the traces of the class."""
+
+    @classmethod
+    def setUpClass(cls):
+        super().setUpClass()
+        folder = tempfile.TemporaryDirectory(prefix="viewer-traces-")
+        cls.addClassCleanup(folder.cleanup)
+        cls.folder = pathlib.Path(folder.name)
 
 
 class LiveTest(BrowserTest):

@@ -1,28 +1,23 @@
 """A recorded run, opened as a file with no network: what it shows, and every way through it."""
-import pathlib
 import re
-import tempfile
 
 from selenium.webdriver.common.action_chains import ActionChains
 from selenium.webdriver.common.actions.wheel_input import ScrollOrigin
 from selenium.webdriver.common.keys import Keys
 
 import traces
-from case import ROOT, BrowserTest
+from case import ROOT, FolderTest
 
 FAILING = ROOT / "Tests/scenarios/data/fails.yaml"
 
 
-class RecordedTest(BrowserTest):
+class RecordedTest(FolderTest):
     """With the trace of one story, opened from a file while the browser is offline."""
     story = traces.GALLERY / "working-day.yaml"
 
     @classmethod
     def setUpClass(cls):
         super().setUpClass()
-        folder = tempfile.TemporaryDirectory(prefix="viewer-traces-")
-        cls.addClassCleanup(folder.cleanup)
-        cls.folder = pathlib.Path(folder.name)
         cls.page = cls.folder / "trace.html"
         traces.of_story(cls.story, cls.page)
         cls.run_told = traces.told_in(cls.page)["runs"][0]

@@ -1,10 +1,8 @@
 """Every view of the page in both themes and at both widths: accessible, no wider than its window,
 and kept as a picture."""
-import pathlib
-import tempfile
 
 import traces
-from case import ROOT, BrowserTest, LiveTest
+from case import ROOT, BrowserTest, FolderTest, LiveTest
 from stub import Stub
 
 WIDE, NARROW = 1280, 390
@@ -64,14 +62,7 @@ class LiveViews(Views, LiveTest):
         self.look_at("refused")
 
 
-class RecordedViews(Views, BrowserTest):
-    @classmethod
-    def setUpClass(cls):
-        super().setUpClass()
-        folder = tempfile.TemporaryDirectory(prefix="viewer-traces-")
-        cls.addClassCleanup(folder.cleanup)
-        cls.folder = pathlib.Path(folder.name)
-
+class RecordedViews(Views, FolderTest):
     def open(self, story):
         page = self.folder / f"{story.stem}.html"
         traces.of_story(story, page)

@@ -176,8 +176,9 @@ class Recorder {
       latest = deed.time;
       WrittenStep& step = story.steps.back();
       step.actions.push_back(deed.phrase);
-      if (!deed.reply.empty())
-        step.reply = deed.reply == "ok" ? "" : deed.reply, asked = deed.reply;
+      if (deed.reply.empty()) continue;
+      step.reply = deed.reply == "ok" ? "" : deed.reply;
+      asked = deed.reply;
     }
   }
 

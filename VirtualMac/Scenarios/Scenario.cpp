@@ -10,7 +10,7 @@
 
 namespace virtualmac {
 
-std::string journalHead(const Scenario& scenario, std::optional<double> speed) {
+JournalHead journalHead(const Scenario& scenario, std::optional<double> speed) {
   JournalOrigin origin;
   if (isProfileFile(scenario.profile))
     origin.profileFile = std::filesystem::absolute(scenario.profile).lexically_normal().string();
@@ -26,7 +26,7 @@ std::string journalHead(const Scenario& scenario, std::optional<double> speed) {
   constexpr const char* version = "CFBundleShortVersionString";
   machine.bundleInformation.erase(version);
   if (scenario.helperVersion) machine.bundleInformation[version] = *scenario.helperVersion;
-  return journalHead(machine, origin);
+  return JournalHead::of(machine, origin);
 }
 
 }  // namespace virtualmac

@@ -11,6 +11,8 @@
 
 namespace virtualmac {
 
+struct JournalHead;
+
 /// An action with the line it stands on.
 struct ToldAction {
   Action action;
@@ -85,9 +87,9 @@ struct Scenario {
   double end = 0;  ///< When it is over.
 };
 
-/// The first line of the saved journal of a scenario's run, whose profile loads. `speed`: none in
-/// virtual time.
-std::string journalHead(const Scenario& scenario, std::optional<double> speed);
+/// The head of the saved journal of a scenario's run, whose profile loads. `speed`: none in virtual
+/// time.
+JournalHead journalHead(const Scenario& scenario, std::optional<double> speed);
 
 /// Reads a scenario file. The error has a line for every defect: `file:line: what, what is
 /// allowed`.

@@ -61,12 +61,11 @@ bool matches(const ExpectedReply& reply, const Answer& answer) {
 
 /// A saved journal begins before the machine is set up; what a run tells begins afterwards.
 std::string headAtStart(const Scenario& scenario, const Machine& machine) {
-  std::optional<JournalHead> head = JournalHead::from(journalHead(scenario, std::nullopt));
-  if (!head) return {};
-  head->start = JournalHead::of(machine, {.savedState = scenario.savedState,
-                                          .restartAfterCrash = scenario.restartAfterCrash})
-                    .start;
-  return head->line();
+  JournalHead head = journalHead(scenario, std::nullopt);
+  head.start = JournalHead::of(machine, {.savedState = scenario.savedState,
+                                         .restartAfterCrash = scenario.restartAfterCrash})
+                   .start;
+  return head.line();
 }
 
 /// One playing of a scenario.

@@ -2,6 +2,7 @@
 
 #include <fstream>
 
+#include "VirtualMac/Machine/JournalHead.h"
 #include "VirtualMac/Machine/SavedJournal.h"
 
 namespace virtualmac {
@@ -16,7 +17,7 @@ JournalSaver::JournalSaver(const std::string& file, Stage& stage, const Scenario
   if (file.empty()) return;
   output = std::make_shared<Output>();
   output->stream.open(file, std::ios::binary);
-  output->stream << journalHead(scenario, speed) << '\n';
+  output->stream << journalHead(scenario, speed).line() << '\n';
   stage.journal().addListener([written = output](const Journal::Entry& entry) {
     if (!written->ended) written->stream << journalLine(entry) << '\n';
   });
