@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <stdexcept>
 #include <thread>
+#include <utility>
 
 namespace processtests {
 
@@ -23,11 +24,16 @@ std::string pathOf(const std::string& program) {
   return std::string(PROGRAM_DIRECTORY) + '/' + program;
 }
 
-pid_t spawn(const std::string& program, const std::vector<std::string>& arguments, int out,
-            int err) {
+/// `in` is its standard input; -1: it has none.
+pid_t spawn(const std::string& program, const std::vector<std::string>& arguments, int out, int err,
+            int in = -1) {
   posix_spawn_file_actions_t files;
   ::posix_spawn_file_actions_init(&files);
-  ::posix_spawn_file_actions_addopen(&files, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+  if (in >= 0) {
+    ::posix_spawn_file_actions_adddup2(&files, in, STDIN_FILENO);
+  } else {
+    ::posix_spawn_file_actions_addopen(&files, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+  }
   ::posix_spawn_file_actions_adddup2(&files, out, STDOUT_FILENO);
   ::posix_spawn_file_actions_adddup2(&files, err, STDERR_FILENO);
   const std::string path = pathOf(program);
@@ -69,6 +75,14 @@ bool drain(std::array<int, 2> pipes, std::array<std::string*, 2> texts, double d
   return true;
 }
 
+/// Waits for a program's end; -1: a signal ended it.
+int statusAtEnd(pid_t pid) {
+  int status = 0;
+  while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+  }
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
 /// Starts the program with these outputs, reads `ends`, and waits for its exit.
 Result runWith(const std::string& program, const std::vector<std::string>& arguments,
                std::array<int, 2> outputs, std::array<int, 2> ends, double timeoutSeconds) {
@@ -79,10 +93,7 @@ Result runWith(const std::string& program, const std::vector<std::string>& argum
   if (!drain(ends, {&result.out, &result.err}, clockNow() + timeoutSeconds)) ::kill(pid, SIGKILL);
   ::close(ends[0]);
   ::close(ends[1]);
-  int status = 0;
-  while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-  }
-  if (WIFEXITED(status)) result.status = WEXITSTATUS(status);
+  result.status = statusAtEnd(pid);
   return result;
 }
 
@@ -130,8 +141,60 @@ Background::Background(const std::string& program, const std::vector<std::string
 
 Background::~Background() {
   ::kill(child, SIGKILL);
-  while (::waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
+  statusAtEnd(child);
+}
+
+Conversation::Conversation(const std::string& program, const std::vector<std::string>& arguments) {
+  std::array<int, 2> in{};
+  std::array<int, 2> out{};
+  if (!virtualmac::hostsystem::pipe(in) || !virtualmac::hostsystem::pipe(out))
+    throw std::runtime_error("no pipes");
+  child = spawn(program, arguments, out[1], STDERR_FILENO, in[0]);
+  ::close(in[0]);
+  ::close(out[1]);
+  input = in[1];
+  output = out[0];
+}
+
+Conversation::~Conversation() {
+  ::kill(child, SIGKILL);
+  finish();
+  ::close(output);
+}
+
+void Conversation::say(const std::string& line) const {
+  const std::string bytes = line + '\n';
+  pollfd watched{.fd = input, .events = POLLOUT, .revents = 0};
+  // A signal would end the test where nobody listens.
+  const bool isHeard = ::poll(&watched, 1, 0) > 0 && (watched.revents & POLLERR) == 0;
+  if (!isHeard || ::write(input, bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size()))
+    throw std::runtime_error("the program does not listen");
+}
+
+std::optional<std::string> Conversation::hear(double timeoutSeconds) {
+  const double deadline = clockNow() + timeoutSeconds;
+  for (;;) {
+    if (const std::size_t end = heard.find('\n'); end != std::string::npos) {
+      std::string line = heard.substr(0, end);
+      heard.erase(0, end + 1);
+      return line;
+    }
+    pollfd watched{.fd = output, .events = POLLIN, .revents = 0};
+    const double left = deadline - clockNow();
+    if (left <= 0 || ::poll(&watched, 1, static_cast<int>(left * 1000) + 1) == 0) {
+      return std::nullopt;
+    }
+    std::array<char, 4096> chunk{};
+    const ssize_t got = ::read(output, chunk.data(), chunk.size());
+    if (got == 0) return std::nullopt;
+    if (got > 0) heard.append(chunk.data(), static_cast<std::size_t>(got));
   }
+}
+
+int Conversation::finish() {
+  if (input < 0) return -1;
+  ::close(std::exchange(input, -1));
+  return statusAtEnd(child);
 }
 
 bool receiveMore(int socket, std::string& input, double deadline) {

@@ -38,6 +38,26 @@ class Background {
   pid_t child;
 };
 
+/// A program that a test talks to line by line; it is killed with the object.
+class Conversation {
+ public:
+  Conversation(const std::string& program, const std::vector<std::string>& arguments);
+  ~Conversation();
+  Conversation(const Conversation&) = delete;
+  Conversation& operator=(const Conversation&) = delete;
+  void say(const std::string& line) const;
+  /// The next line of its output; none: the program has ended, or says nothing for so long.
+  std::optional<std::string> hear(double timeoutSeconds = 20);
+  /// Ends its input, waits for its end, and returns its exit status; -1: a signal ended it.
+  int finish();
+
+ private:
+  pid_t child = 0;
+  int input = -1;
+  int output = -1;
+  std::string heard;
+};
+
 using virtualmac::hostsystem::factsOf;
 using virtualmac::hostsystem::isAlive;
 using virtualmac::hostsystem::ProcessFacts;

@@ -84,14 +84,17 @@ class Application:
         self.process = subprocess.Popen(
             [str(mac.programs / "korvel-app"), "--root", str(mac.root), "session"], text=True,
             stdin=subprocess.PIPE, stdout=subprocess.PIPE, env=os.environ)
-        answer = json.loads(self.process.stdout.readline())
-        if not answer.get("connected"):
-            raise AssertionError(answer)
+        first = json.loads(self.process.stdout.readline())
+        if first.get("event") != "connected":
+            raise AssertionError(first)
 
     def ask(self, request):
         self.process.stdin.write(request + "\n")
         self.process.stdin.flush()
-        return json.loads(self.process.stdout.readline())
+        while True:
+            line = json.loads(self.process.stdout.readline())
+            if "event" not in line:
+                return line
 
     def end(self):
         self.process.stdin.close()

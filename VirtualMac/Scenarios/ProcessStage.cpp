@@ -202,8 +202,9 @@ std::optional<std::string> ProcessStage::reportedState() {
     throw std::runtime_error("nobody answers for the helper's state");
   }
   const auto said = nlohmann::json::parse(**answer, nullptr, false);
-  if (!said.is_object() || !said.contains("data")) return std::nullopt;
-  return said["data"].get<std::string>();
+  const std::string name(korvel::operation::getState.word);
+  if (!said.is_object() || !said.contains(name)) return std::nullopt;
+  return said[name].dump();
 }
 
 void ProcessStage::startHelper() {

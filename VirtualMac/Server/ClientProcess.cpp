@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <csignal>
 #include <istream>
+#include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
@@ -44,9 +45,17 @@ ClientProcess::ClientProcess(asio::io_context& context, const std::string& progr
   ::posix_spawnattr_setpgroup(&attributes, 0);
   const short closing = hostsystem::closeFromAtSpawn(files, firstNotGiven);
   ::posix_spawnattr_setflags(&attributes, static_cast<short>(closing | POSIX_SPAWN_SETPGROUP));
-  std::vector<std::string> words{
-      program,  "--root", root.path, "--as", identity, "--timeout", std::to_string(replySeconds),
-      "session"};
+  // A story says itself when a client connects.
+  std::vector<std::string> words{program,
+                                 "--root",
+                                 root.path,
+                                 "--as",
+                                 identity,
+                                 "--timeout",
+                                 std::to_string(replySeconds),
+                                 "session",
+                                 "--reconnect",
+                                 "never"};
   std::vector<char*> arguments;
   for (std::string& word : words) arguments.push_back(word.data());
   arguments.push_back(nullptr);
@@ -63,12 +72,6 @@ ClientProcess::ClientProcess(asio::io_context& context, const std::string& progr
     throw std::runtime_error(program +
                              " cannot be started: " + std::system_category().message(error));
   }
-  // The first line says that it is connected; it answers to nothing that was sent.
-  said->waiting.emplace_back([saying = said.get()](const std::string& line) {
-    saying->firstLine = line;
-    saying->connected = line.find("\"connected\":true") != std::string::npos;
-    if (saying->opened) std::exchange(saying->opened, nullptr)(line);
-  });
   readNext(said);
 }
 
@@ -76,6 +79,7 @@ ClientProcess::~ClientProcess() {
   // The session ends with its input; nobody listens any more.
   ::close(input);
   said->waiting.clear();
+  said->opened = nullptr;
   std::error_code ignored;
   static_cast<void>(said->output.close(ignored));
 }
@@ -97,11 +101,26 @@ void ClientProcess::whenOpen(Answered told) {
   said->opened = std::move(told);
 }
 
+void ClientProcess::hear(Saying& saying, const std::string& line) {
+  const auto told = nlohmann::json::parse(line, nullptr, false);
+  const bool isEvent = told.is_object() && told.contains("event");
+  if (isEvent) saying.connected = told["event"] == "connected";
+  if (saying.firstLine.empty()) {
+    saying.firstLine = line;
+    if (saying.opened) std::exchange(saying.opened, nullptr)(line);
+  } else if (!isEvent && !saying.waiting.empty()) {
+    const Answered answered = std::move(saying.waiting.front());
+    saying.waiting.pop_front();
+    answered(line);
+  }
+}
+
 void ClientProcess::readNext(const std::shared_ptr<Saying>& saying) {
   asio::async_read_until(saying->output, saying->buffer, '\n',
                          [saying](const std::error_code& ended, std::size_t /*length*/) {
                            if (ended) {
                              saying->over = true;
+                             if (saying->opened) std::exchange(saying->opened, nullptr)("");
                              for (const Answered& answered : std::exchange(saying->waiting, {}))
                                answered("");
                              return;
@@ -109,11 +128,7 @@ void ClientProcess::readNext(const std::shared_ptr<Saying>& saying) {
                            std::string line;
                            std::istream stream(&saying->buffer);
                            std::getline(stream, line);
-                           if (!saying->waiting.empty()) {
-                             const Answered answered = std::move(saying->waiting.front());
-                             saying->waiting.pop_front();
-                             answered(line);
-                           }
+                           hear(*saying, line);
                            readNext(saying);
                          });
 }

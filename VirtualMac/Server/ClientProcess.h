@@ -34,8 +34,12 @@ class ClientProcess {
   /// `told` gets the session's first line as soon as it has come; an empty one when none ever will.
   void whenOpen(Answered told);
 
-  /// True once the session said that it is connected.
-  [[nodiscard]] bool isConnected() const { return said->connected; }
+  /// True from when the session said that it is connected until it says that it is not any more.
+  [[nodiscard]] bool isConnected() const { return said->connected && !said->over; }
+  /// True once it was connected, or could not be, and is not any more.
+  [[nodiscard]] bool isGone() const {
+    return said->over || (!said->firstLine.empty() && !said->connected);
+  }
   [[nodiscard]] bool isOver() const { return said->over; }
   /// The session's first line, which says that it is connected, or why not; empty until then.
   [[nodiscard]] const std::string& firstLine() const { return said->firstLine; }
@@ -52,6 +56,8 @@ class ClientProcess {
     bool connected = false;
     bool over = false;
   };
+  /// Takes a line: an event, or the answer to what was sent first.
+  static void hear(Saying& saying, const std::string& line);
   static void readNext(const std::shared_ptr<Saying>& saying);
 
   std::shared_ptr<Saying> said;

@@ -41,6 +41,7 @@ struct Choices {
   std::string argument;      ///< Of the operation that was chosen.
   double watchSeconds = -1;  ///< Below 0: until it is ended.
   double everySeconds = 0.5;
+  std::string reconnect = reconnectWords().front();
 };
 
 int complain(const Choices& choices, const std::string& text,
@@ -226,9 +227,17 @@ void addOtherCommands(CLI::App& program, Choices& choices, std::function<int()>&
     return command;
   };
   add("status", "What becomes of the limit, and why", [&] { return status(choices); });
-  add("session", "Answer requests from standard input over one connection", [&] {
-    return runSession(RootDirectory::at(choices.root), choices.identity, choices.timeoutSeconds);
-  });
+  CLI::App* session = add(
+      "session", "For programs: answer requests from standard input, a JSON object a line", [&] {
+        const auto when = std::ranges::find(reconnectWords(), choices.reconnect);
+        return runSession(RootDirectory::at(choices.root),
+                          {choices.identity, choices.timeoutSeconds,
+                           static_cast<Reconnect>(std::distance(reconnectWords().begin(), when))});
+      });
+  session
+      ->add_option("--reconnect", choices.reconnect, "When to connect again once the helper went")
+      ->capture_default_str()
+      ->check(CLI::IsMember(reconnectWords()));
   CLI::App* watching =
       add("watch", "Stay connected and say what becomes of the limit when it changes",
           [&] { return watch(choices); });

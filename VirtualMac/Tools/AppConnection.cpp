@@ -20,12 +20,6 @@ const korvel::XPCInterface& helperInterface() {
   return interface;
 }
 
-std::string textOf(const FrameSocket::Error& error) {
-  if (error.kind == FrameSocket::Failure::Late) return "no reply in time";
-  if (error.kind == FrameSocket::Failure::Closed) return cutOff;
-  return "the helper sent an oversized message: " + error.text;
-}
-
 }  // namespace
 
 std::expected<AppConnection, AppConnection::OpenError> AppConnection::open(
@@ -45,24 +39,51 @@ std::expected<AppConnection, AppConnection::OpenError> AppConnection::open(
   return failed("the service cannot be reached: " + socket.error().message());
 }
 
+std::unexpected<std::string> AppConnection::end(const std::string& reason) {
+  if (!ended) {
+    ended = reason;
+    socket.shutDown();
+  }
+  return std::unexpected(reason);
+}
+
+std::unexpected<std::string> AppConnection::failed(const FrameSocket::Error& error) {
+  if (error.kind == FrameSocket::Failure::Late)
+    return std::unexpected(std::string("no reply in time"));
+  if (error.kind == FrameSocket::Failure::Closed) return end(cutOff);
+  return end("the helper sent an oversized message: " + error.text);
+}
+
+bool AppConnection::isThere() {
+  while (!ended) {
+    const auto late = socket.receiveFrame(FrameSocket::deadlineIn(0));
+    if (late) continue;
+    static_cast<void>(failed(late.error()));
+    if (late.error().kind == FrameSocket::Failure::Late) return true;
+  }
+  return false;
+}
+
 std::expected<std::vector<XPCValue>, std::string> AppConnection::call(
     const korvel::Operation& operation, std::uint8_t argument, double timeoutSeconds) {
   const bool oneWay = operation.answer == korvel::OperationAnswer::None;
   const std::uint32_t ticket = oneWay ? 0 : ++lastTicket;
-  if (!socket.sendFrame(encode(callOf(operation, argument, ticket)))) {
-    return std::unexpected(cutOff);
-  }
+  if (!socket.sendFrame(encode(callOf(operation, argument, ticket)))) return end(cutOff);
   const FrameSocket::Deadline deadline = FrameSocket::deadlineIn(timeoutSeconds);
   for (;;) {
     const auto body = socket.receiveFrame(deadline);
-    if (!body && oneWay && body.error().kind == FrameSocket::Failure::Closed)
-      return std::vector<XPCValue>();
-    if (!body) return std::unexpected(textOf(body.error()));
+    if (!body) {
+      const auto failure = failed(body.error());
+      if (oneWay && body.error().kind == FrameSocket::Failure::Closed) {
+        return std::vector<XPCValue>();
+      }
+      return failure;
+    }
     const auto reply = decodeXPCReply(*body);
-    if (!reply) return std::unexpected("a reply that makes no sense: " + reply.error());
+    if (!reply) return end("a reply that makes no sense: " + reply.error());
     if (reply->ticket != ticket) continue;
     const auto fits = checkReply(operation, reply->values, helperInterface());
-    if (!fits) return std::unexpected(fits.error());
+    if (!fits) return end(fits.error());
     return reply->values;
   }
 }

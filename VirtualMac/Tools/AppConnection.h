@@ -1,6 +1,7 @@
 #pragma once
 
 #include <expected>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -32,14 +33,25 @@ class AppConnection {
                                                          double timeoutSeconds);
   /// Waits. True: the connection is still there afterwards.
   [[nodiscard]] bool stayConnected(double seconds) const { return socket.staysOpen(seconds); }
+  /// Takes what came unasked: a reply that was late, the end. True: the connection is still there.
+  [[nodiscard]] bool isThere();
+  /// Why the connection is over; none: it is not, as far as anybody has looked.
+  [[nodiscard]] const std::optional<std::string>& ending() const { return ended; }
+  /// To wait for, beside other descriptors: it can be read when `isThere` has something to take.
+  [[nodiscard]] int descriptor() const { return socket.descriptor(); }
 
  private:
   AppConnection(FrameSocket connected, ControlClient machineDoor)
       : socket(std::move(connected)), machine(std::move(machineDoor)) {}
 
+  /// Ends it from this side, when the helper has not. Returns the reason.
+  std::unexpected<std::string> end(const std::string& reason);
+  std::unexpected<std::string> failed(const FrameSocket::Error& error);
+
   FrameSocket socket;
   ControlClient machine;  ///< Held: the identity lasts as long as it.
   std::uint32_t lastTicket = 0;
+  std::optional<std::string> ended;
 };
 
 }  // namespace virtualmac

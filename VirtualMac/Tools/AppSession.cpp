@@ -1,17 +1,21 @@
 #include "VirtualMac/Tools/AppSession.h"
 
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <expected>
-#include <iostream>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <variant>
-#include <vector>
 
 #include "Operations.h"
+#include "VirtualMac/Machine/Bounds.h"
+#include "VirtualMac/Machine/Nearest.h"
 #include "VirtualMac/Tools/AppConnection.h"
 #include "VirtualMac/Tools/CommandLine.h"
+#include "VirtualMac/Tools/LineInput.h"
 
 namespace virtualmac {
 
@@ -21,11 +25,23 @@ using korvel::PropertyValue;
 namespace {
 
 using nlohmann::ordered_json;
+using Clock = std::chrono::steady_clock;
 
-void say(const ordered_json& answer) {
+/// How soon a session comes back at once: to a helper that had answered, and to another.
+constexpr double soonSeconds = 0.02;
+constexpr double laterSeconds = 0.5;
+
+void say(const ordered_json& line) {
   // Texts come from the other side; what is not UTF-8 in them must not end the session.
-  fmt::print("{}\n", answer.dump(-1, ' ', false, ordered_json::error_handler_t::replace));
+  fmt::print("{}\n", line.dump(-1, ' ', false, ordered_json::error_handler_t::replace));
   flushOutput();
+}
+
+/// The fields of a payload. A helper that cannot encode its record sends no bytes.
+ordered_json fieldsOf(const PropertyValue& value) {
+  const auto* bytes = value.data();
+  const std::string text(bytes->begin(), bytes->end());
+  return jsonDefect(text) ? ordered_json() : ordered_json::parse(text);
 }
 
 ordered_json answerTo(const Operation& operation, const std::vector<XPCValue>& values) {
@@ -34,8 +50,7 @@ ordered_json answerTo(const Operation& operation, const std::vector<XPCValue>& v
     answer["pid"] = std::get<PropertyValue>(values.front()).integer().value_or(0);
   }
   if (operation.answer == korvel::OperationAnswer::Data) {
-    const auto* bytes = std::get<PropertyValue>(values.front()).data();
-    answer["data"] = std::string(bytes->begin(), bytes->end());
+    answer[std::string(operation.word)] = fieldsOf(std::get<PropertyValue>(values.front()));
   }
   if (operation.answer != korvel::OperationAnswer::Outcome ||
       std::get<PropertyValue>(values.front()).boolean().value_or(false)) {
@@ -49,32 +64,113 @@ ordered_json answerTo(const Operation& operation, const std::vector<XPCValue>& v
   return answer;
 }
 
-ordered_json perform(AppConnection& helper, const std::string& line, double timeoutSeconds) {
+struct Request {
+  const Operation& operation;
+  std::uint8_t argument;
+};
+
+std::expected<Request, std::string> requestIn(const std::string& line) {
   const std::size_t space = std::min(line.find(' '), line.size());
   const std::string word = line.substr(0, space);
-  const std::string rest = line.substr(std::min(space + 1, line.size()));
   const Operation* operation = korvel::operationWith(&Operation::word, word);
-  const auto argument =
-      operation == nullptr ? std::unexpected(std::string()) : argumentFrom(*operation, rest);
-  if (!argument) return {{"ok", false}, {"usage", true}, {"error", "no such request: " + line}};
-  const auto values = helper.call(*operation, *argument, timeoutSeconds);
-  if (!values) return {{"ok", false}, {"lost", true}, {"error", values.error()}};
-  return answerTo(*operation, *values);
+  if (operation == nullptr) {
+    std::vector<std::string> allowed;
+    for (const Operation& known : korvel::operations) allowed.emplace_back(known.word);
+    return std::unexpected(unknownWord("request", word, allowed));
+  }
+  const auto argument = argumentFrom(*operation, line.substr(std::min(space + 1, line.size())));
+  if (!argument) return std::unexpected(argument.error());
+  return Request{*operation, *argument};
 }
+
+ordered_json lost(const std::string& why) {
+  return {{"ok", false}, {"lost", true}, {"error", why}};
+}
+
+class Session {
+ public:
+  Session(const RootDirectory& machineRoot, const SessionOptions& chosen)
+      : root(machineRoot), options(chosen) {}
+
+  int run() {
+    if (const auto error = connect()) {
+      return complain("korvel-app", true, error->text, error->isUsage ? exitUsage : exitFailed);
+    }
+    for (LineInput input(STDIN_FILENO); !input.isOver();) {
+      while (std::optional<std::string> line = input.take()) {
+        if (line->ends_with('\r')) line->pop_back();
+        if (!line->empty()) say(perform(*line));
+      }
+      if (!input.isOver()) input.wait(helper ? helper->descriptor() : -1, untilNextTry());
+      notice();
+      comeBack();
+    }
+    return exitDone;
+  }
+
+ private:
+  std::optional<AppConnection::OpenError> connect() {
+    auto made = AppConnection::open(root, options.identity);
+    if (!made) return made.error();
+    helper.emplace(*std::move(made));
+    wasAnswered = false;
+    say({{"event", "connected"}});
+    return std::nullopt;
+  }
+
+  /// Tells the connection's end, if it is over.
+  void notice() {
+    if (!helper || helper->isThere()) return;
+    say({{"event", "disconnected"}, {"error", *helper->ending()}});
+    helper.reset();
+    tryAgainIn(wasAnswered ? soonSeconds : laterSeconds);
+  }
+
+  void tryAgainIn(double seconds) {
+    nextTry = Clock::now() +
+              std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
+  }
+
+  /// Real seconds; below 0: nothing is tried.
+  [[nodiscard]] double untilNextTry() const {
+    if (helper || options.reconnect != Reconnect::AtOnce) return -1;
+    return std::max(0.0, std::chrono::duration<double>(nextTry - Clock::now()).count());
+  }
+
+  void comeBack() {
+    if (untilNextTry() == 0 && connect()) tryAgainIn(laterSeconds);
+  }
+
+  ordered_json perform(const std::string& line) {
+    const auto request = requestIn(line);
+    if (!request) return {{"ok", false}, {"usage", true}, {"error", request.error()}};
+    notice();
+    if (!helper && options.reconnect == Reconnect::Never) return lost("not connected any more");
+    if (!helper) {
+      if (const auto error = connect()) return lost(error->text);
+    }
+    const auto values = helper->call(request->operation, request->argument, options.timeoutSeconds);
+    wasAnswered = wasAnswered || values.has_value();
+    notice();
+    return values ? answerTo(request->operation, *values) : lost(values.error());
+  }
+
+  RootDirectory root;
+  SessionOptions options;
+  std::optional<AppConnection> helper;
+  bool wasAnswered = false;  ///< Since the connection was made.
+  Clock::time_point nextTry;
+};
 
 }  // namespace
 
-int runSession(const RootDirectory& root, const std::string& identity, double timeoutSeconds) {
-  auto helper = AppConnection::open(root, identity);
-  if (!helper) {
-    say({{"connected", false}, {"error", helper.error().text}});
-    return helper.error().isUsage ? exitUsage : exitFailed;
-  }
-  say({{"connected", true}});
-  for (std::string line; std::getline(std::cin, line);) {
-    if (!line.empty()) say(perform(*helper, line, timeoutSeconds));
-  }
-  return exitDone;
+const std::vector<std::string>& reconnectWords() {
+  static const std::vector<std::string> words{"at-request", "at-once", "never"};
+  return words;
+}
+
+int runSession(const RootDirectory& root, const SessionOptions& options) {
+  return Session(root, options).run();
 }
 
 }  // namespace virtualmac

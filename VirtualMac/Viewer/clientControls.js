@@ -14,14 +14,6 @@ export function answerText(answer) {
   return answer.error ?? 'refused without an error';
 }
 
-function indented(data) {
-  try {
-    return JSON.stringify(JSON.parse(data), null, 2);
-  } catch {
-    return data;
-  }
-}
-
 class ClientControls {
   constructor(live, vocabulary, signal) {
     this.live = live;
@@ -111,7 +103,7 @@ class ClientControls {
       const answer = client ? await this.live.client({do: 'send', client, request}) :
                               {ok: false, error: 'connect an application first'};
       outcome.show({...answer, error: answerText(answer)}, answerText(answer));
-      this.note(`${client || 'nobody'}: ${request}: ${answerText(answer)}`, answer.data);
+      this.note(`${client || 'nobody'}: ${request}: ${answerText(answer)}`, answer[word]);
     };
     const parts = {
       percent: () => [numberForm({label: word, word: 'Send', act: send, outcome})],
@@ -123,9 +115,9 @@ class ClientControls {
         'div', {class: 'control-row', 'data-operation': word}, ...parts[argument](), outcome.node);
   }
 
-  note(text, data) {
+  note(text, fields) {
     const item = element('li', {}, text);
-    if (data !== undefined) item.append(element('pre', {tabindex: 0}, indented(data)));
+    if (fields) item.append(element('pre', {tabindex: 0}, JSON.stringify(fields, null, 2)));
     this.answers.prepend(item);
     while (this.answers.children.length > answersKept) this.answers.lastChild.remove();
   }

@@ -68,9 +68,9 @@ json PageClients::list() {
   return await([this](const Answer& answer) {
     json all = json::array();
     for (const auto& [name, client] : clients) {
-      const bool connected =
-          client.process->isConnected() && !client.process->isOver() && !client.lost;
-      all.push_back({{"name", name}, {"identity", client.identity}, {"connected", connected}});
+      all.push_back({{"name", name},
+                     {"identity", client.identity},
+                     {"connected", client.process->isConnected()}});
     }
     answer({{"clients", std::move(all)}});
   });
@@ -106,7 +106,7 @@ json PageClients::unknown(const std::string& name) const {
 void PageClients::connect(const std::string& name, const std::string& identity,
                           const Answer& answer) {
   const auto found = clients.find(name);
-  if (found != clients.end() && !found->second.process->isOver() && !found->second.lost)
+  if (found != clients.end() && !found->second.process->isGone())
     return answer(refused("client \"" + name + "\" is connected already"));
   if (found == clients.end() && clients.size() >= bounds::mostPageClients)
     return answer(
@@ -119,8 +119,9 @@ void PageClients::connect(const std::string& name, const std::string& identity,
     clients[name] = {identity, std::move(process), {{ticket, answer}}};
     session.whenOpen([this, name, ticket](const std::string& line) {
       const json said = json::parse(line, nullptr, false);
-      const bool connected = said.is_object() && said.value("connected", false);
-      if (connected) return answered(name, ticket, {{"ok", true}, {"connected", true}});
+      const auto client = clients.find(name);
+      if (client != clients.end() && client->second.process->isConnected())
+        return answered(name, ticket, {{"ok", true}, {"connected", true}});
       answered(name, ticket,
                refused(said.is_object() ? said.value("error", "it did not connect")
                                         : "the client ended before it was connected"));
@@ -148,7 +149,6 @@ void PageClients::send(const std::string& name, const std::string& request, cons
 void PageClients::answered(const std::string& name, std::uint64_t ticket, const json& said) {
   const auto client = clients.find(name);
   if (client == clients.end()) return;
-  if (said.value("lost", false)) client->second.lost = true;
   if (const auto waiting = client->second.waiting.extract(ticket)) waiting.mapped()(said);
 }
 

@@ -38,7 +38,6 @@ class PageClients {
     std::string identity;
     std::unique_ptr<ClientProcess> process;
     std::map<std::uint64_t, Answer> waiting;  ///< By ticket: who waits for what it says.
-    bool lost = false;  ///< A request was not answered, because the connection had ended.
   };
 
   nlohmann::json await(const std::function<void(const Answer&)>& work);

@@ -29,13 +29,13 @@ class Session:
     def __init__(self, mac):
         self.mac = mac
         self.process = subprocess.Popen(
-            mac.words("korvel-app", "--timeout", str(mac.patience), "session"), text=True,
-            stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+            mac.words("korvel-app", "--timeout", str(mac.patience), "session", "--reconnect", "never"),
+            text=True, stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
         self.answers = queue.Queue()
 
     def begin(self):
         threading.Thread(target=self.read, daemon=True).start()
-        self.mac.expect("the application connects", self.answer().get("connected") is True)
+        self.mac.expect("the application connects", self.line() == {"event": "connected"})
 
     def read(self):
         for line in self.process.stdout:
@@ -43,6 +43,12 @@ class Session:
         self.answers.put(None)
 
     def answer(self):
+        while True:
+            told = self.line()
+            if "event" not in told:
+                return told
+
+    def line(self):
         deadline = time.monotonic() + self.mac.patience
         while time.monotonic() < deadline:
             try:
@@ -66,10 +72,10 @@ class Session:
         return self.answer()
 
     def does(self, words):
-        """Asks for a thing that must succeed; its data, when it has any."""
+        """Asks for a thing that must succeed; the record's or the capabilities' fields, if asked for."""
         answer = self.ask(words)
         self.mac.expect(f"{words}: yes", answer.get("ok") is True, answer)
-        return json.loads(answer["data"]) if "data" in answer else answer
+        return answer.get(words, answer)
 
     def refuses(self, words, code, text):
         answer = self.ask(words)
