@@ -166,6 +166,7 @@ ROOMS = [  # The first that matches a file is its room.
     Room("Tests/", ALL_VIRTUAL + ("Tests/",), ANY_LIBRARY, system=True,
          calls=(CHANCE,) + PORTABLE),
     Room("Benchmarks/", ALL_VIRTUAL + ("Benchmarks/",), ANY_LIBRARY, system=True, calls=(CHANCE,)),
+    Room("Packaging/samples/cpp/", SEAM + ("VirtualMac/Tools/",)),
     Room("Packaging/", SEAM, system=True),
 ]
 # Each of these files is its room's only access to the resource that the others must not touch.
