@@ -238,6 +238,10 @@ void addOtherCommands(CLI::App& program, Choices& choices, std::function<int()>&
       ->add_option("--reconnect", choices.reconnect, "When to connect again once the helper went")
       ->capture_default_str()
       ->check(CLI::IsMember(reconnectWords()));
+  session->footer(
+      "A line of input is a request in the words of the other commands: set-limit 80, state.\n"
+      "A line of output with \"ok\" answers it; one with \"event\" tells that the session has\n"
+      "connected or was disconnected. docs/client.md has all of them.");
   CLI::App* watching =
       add("watch", "Stay connected and say what becomes of the limit when it changes",
           [&] { return watch(choices); });

@@ -39,6 +39,8 @@ static void complain(NSString *text) {
       writeData:[[text stringByAppendingString:@"\n"] dataUsingEncoding:NSUTF8StringEncoding]];
 }
 
+// docs/client.md shows this as "Connecting".
+
 /// Returns the team in this program's own signature; nil without one.
 static NSString *_Nullable ownTeam(void) {
   SecCodeRef code = NULL;
@@ -98,6 +100,8 @@ static NSXPCConnection *_Nullable connectToHelper(void) {
   [connection resume];
   return connection;
 }
+
+// docs/client.md shows up to here.
 
 /// Sends one call to the helper, waits for the reply or an error, and keeps the result.
 @interface Call : NSObject
@@ -214,21 +218,69 @@ static NSDictionary *_Nullable fetchState(NSXPCConnection *connection) {
   return [call wait] ? decoded(call.data) : nil;
 }
 
+// docs/client.md shows this as "Staying".
+
+/// Stays with the helper. An interrupted connection serves again, but the next helper counts this
+/// client only from its next message on, so one is sent at once. An invalid one is replaced.
+@interface Stay : NSObject
+@property(atomic) BOOL isOver;
+- (void)lookAfter:(NSXPCConnection *)connection;
+/// Waits so long, or until the helper has gone.
+- (void)pauseFor:(int64_t)seconds;
+@end
+
+@implementation Stay {
+  dispatch_semaphore_t gone;
+}
+
+- (instancetype)init {
+  self = [super init];
+  if (self != nil) gone = dispatch_semaphore_create(0);
+  return self;
+}
+
+- (void)lookAfter:(NSXPCConnection *)connection {
+  self.isOver = NO;
+  connection.interruptionHandler = ^{
+    dispatch_semaphore_signal(self->gone);
+  };
+  connection.invalidationHandler = ^{
+    self.isOver = YES;
+    dispatch_semaphore_signal(self->gone);
+  };
+}
+
+- (void)pauseFor:(int64_t)seconds {
+  dispatch_semaphore_wait(gone, dispatch_time(DISPATCH_TIME_NOW, seconds * (int64_t)NSEC_PER_SEC));
+}
+
+@end
+
+/// Shows the record whenever it changes; gives up when three calls in a row have failed.
 static BOOL watch(NSXPCConnection *connection) {
+  Stay *stay = [[Stay alloc] init];
+  [stay lookAfter:connection];
   NSDictionary *shown = nil;
-  while (true) {
+  for (int failures = 0; failures < 3;) {
     @autoreleasepool {
+      if (stay.isOver) {
+        connection = connectToHelper();
+        [stay lookAfter:connection];
+      }
       NSDictionary *state = fetchState(connection);
-      if (state == nil) return NO;
-      if (![state isEqual:shown]) {
+      failures = state == nil ? failures + 1 : 0;
+      if (state != nil && ![state isEqual:shown]) {
         say([@"--- " stringByAppendingString:dateText(@(NSDate.timeIntervalSinceReferenceDate))]);
         showState(state);
         shown = state;
       }
-      [NSThread sleepForTimeInterval:2];
+      [stay pauseFor:2];
     }
   }
+  return NO;
 }
+
+// docs/client.md shows up to here.
 
 static BOOL query(NSXPCConnection *connection, NSString *command) {
   if ([command isEqual:@"state"]) {

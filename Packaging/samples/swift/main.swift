@@ -10,6 +10,8 @@ import Foundation
 import KorvelHelperXPC
 import Security
 
+// docs/client.md shows this as "The record".
+
 /// The helper's state as it replies it. Dates are seconds since 2001, the decoder's own default.
 struct HelperState: Decodable, Equatable {
   var chargeLimit: Int
@@ -24,6 +26,8 @@ struct HelperState: Decodable, Equatable {
   var sleepDisabledByKorvel: Bool
   var helperVersion: String?
 }
+
+// docs/client.md shows up to here.
 
 enum ClientError: Error, CustomStringConvertible {
   case unsigned
@@ -66,6 +70,8 @@ func connectToHelper() throws -> NSXPCConnection {
   return connection
 }
 
+// docs/client.md shows this as "Asking".
+
 /// Waits for a call's outcome. Either the reply or the connection's error resumes it; the lock
 /// ensures that only the first of them does.
 final class Waiter<Value: Sendable>: @unchecked Sendable {
@@ -102,6 +108,8 @@ func fetchState(_ connection: NSXPCConnection) async throws -> HelperState {
   }
   return state
 }
+
+// docs/client.md shows up to here.
 
 func setLimit(_ connection: NSXPCConnection, to percent: UInt8) async throws {
   let done: Bool = try await call(connection) { helper, waiter in
