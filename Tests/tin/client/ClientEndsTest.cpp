@@ -1,3 +1,4 @@
+#include <csignal>
 #include <memory>
 #include <vector>
 
@@ -96,6 +97,21 @@ TEST_F(ClientEndsTest, AMessageThatTheHelperHasNotTakenIsServedByTheNext) {
   const auto second = mac().helper();
   EXPECT_NE(second, first);
   EXPECT_EQ(result.out, std::to_string(second.value_or(0)) + "\n");
+}
+
+// The watcher's call is lost with the helper; the next one starts another, on the same connection.
+TEST_F(ClientEndsTest, AWatcherWhoseCallIsLostSaysSoAndAsksAgain) {
+  auto watcher = clientBeside({"watch"});
+  ASSERT_GE(mac().journalCount("getState ok", 1), 1U);
+  const pid_t process = lastClient();
+  RawClient stopping(mac());
+  static_cast<void>(stopHelper(mac(), stopping));
+  pauseFor(5);
+  const std::size_t before = mac().journalCount("getState ok");
+  mac().tell({"kill"});
+  ASSERT_GE(mac().journalCount("getState ok", before + 1), before + 1);
+  ASSERT_EQ(::kill(process, SIGTERM), 0);
+  EXPECT_EQ(watcher.get().err, std::string(lost) + "\n");
 }
 
 TEST_F(ClientEndsTest, AClientEndsWithItsMachine) {
