@@ -75,7 +75,7 @@ def main(arguments):
     presets = {preset["name"] for preset in settings["testPresets"]}
 
     found, count = [], 0
-    for path in [root / "README.md", *sorted((root / "docs").glob("**/*.md"))]:
+    for path in [*sorted(root.glob("*.md")), *sorted((root / "docs").glob("**/*.md"))]:
         document = path.read_text(encoding="utf-8")
         count += sum(1 for _ in calls_in(document))
         found += defects(path.relative_to(root), document, presets,

@@ -3,7 +3,7 @@
 with what the document shows. A command follows `$ `; `…` stands for anything, alone on a line for any
 number of lines. A block after `<!-- on a Mac -->` or `<!-- a script's -->` is not run.
 
-usage: console_test.py REPOSITORY PROGRAMS DOCUMENT
+usage: console_test.py REPOSITORY PROGRAMS DOCUMENT...
        console_test.py --self-test
 """
 import os
@@ -99,25 +99,32 @@ def self_test():
     print("the check finds commands that print something else, or nothing")
 
 
-def main(arguments):
-    if arguments == ["--self-test"]:
-        return self_test()
-    if len(arguments) != 3:
-        sys.exit(__doc__)
-    root, programs = (pathlib.Path(argument).resolve() for argument in arguments[:2])
-    document = (root / arguments[2]).read_text(encoding="utf-8")
+def findings(root, programs, name):
+    document = (root / name).read_text(encoding="utf-8")
     # The name is short because the path of a socket in it has to fit.
-    with tempfile.TemporaryDirectory(prefix="vm-") as name:
-        folder = pathlib.Path(name)
+    with tempfile.TemporaryDirectory(prefix="vm-") as place:
+        folder = pathlib.Path(place)
         try:
             said = play(document, programs, folder)
         finally:
             subprocess.run([programs / "virtual-mac", "--root", folder / "run/virtual-mac", "down"],
                            check=False, capture_output=True)
-    found = [*strangers(document), *differences(document, said)]
-    if found or not said:
-        sys.exit("\n".join([*found, f"{len(found)} findings in {arguments[2]}"]))
-    print(f"{len(said)} commands of {arguments[2]} print what it shows")
+    yield from strangers(document)
+    yield from differences(document, said)
+    if not said:
+        yield f"{name} has no commands"
+    print(f"{len(said)} commands of {name} were run")
+
+
+def main(arguments):
+    if arguments == ["--self-test"]:
+        return self_test()
+    if len(arguments) < 3:
+        sys.exit(__doc__)
+    root, programs = (pathlib.Path(argument).resolve() for argument in arguments[:2])
+    found = [finding for name in arguments[2:] for finding in findings(root, programs, name)]
+    if found:
+        sys.exit("\n".join([*found, f"{len(found)} findings in {', '.join(arguments[2:])}"]))
 
 
 if __name__ == "__main__":

@@ -143,6 +143,7 @@ TEST(SessionTest, NeverComesBackWhenToldSo) {
   const Mac mac({.speed = fast});
   Session session(mac, {"--reconnect", "never"});
   EXPECT_EQ(session.line(), connectedEvent);
+  EXPECT_EQ(session.ask("set-limit 80"), done) << "the helper has taken the connection";
   mac.tell({"kill"});
   EXPECT_EQ(session.line(), disconnectedEvent);
   EXPECT_EQ(session.ask("state"),
