@@ -26,7 +26,7 @@ using virtualmac::AppConnection;
 using virtualmac::RootDirectory;
 using virtualmac::XPCValue;
 
-void say(const std::string& line) { std::cout << line << std::endl; }
+void say(const std::string& line) { std::cout << line << '\n' << std::flush; }
 
 constexpr double replySeconds = 20;
 constexpr std::chrono::milliseconds beforeAnotherTry{500};
