@@ -69,9 +69,19 @@ def differences(document, said):
             yield f"$ {command}\nshown:\n" + "\n".join(shown) + f"\nprinted:\n{output}"
 
 
+def make_patient(folder, programs):
+    """Gives the application more time for a reply than a person would: the machine may be busy."""
+    (folder / "bin").mkdir()
+    program = folder / "bin/korvel-app"
+    program.write_text(f'#!/bin/sh\nexec {programs}/korvel-app --timeout {SECONDS} "$@"\n', encoding="utf-8")
+    program.chmod(0o700)
+    return program.parent
+
+
 def play(document, programs, folder):
     """What each command printed, in a shell that has these programs and a place of its own."""
     (folder / "run").mkdir()
+    patient = make_patient(folder, programs)
     script = "".join(f"{command}\nprintf '{MARK}'\n" for command, _ in steps(document))
     said = folder / "said"
     # A program in the background would hold a pipe open.
@@ -79,7 +89,7 @@ def play(document, programs, folder):
         subprocess.run(["bash"], cwd=folder, input=script, text=True, check=False, timeout=SECONDS,
                        stdout=output, stderr=subprocess.STDOUT,
                        env={**os.environ, "XDG_RUNTIME_DIR": str(folder / "run"),
-                            "PATH": f"{programs}:{os.environ['PATH']}"})
+                            "PATH": f"{patient}:{programs}:{os.environ['PATH']}"})
     return said.read_text(encoding="utf-8").split(MARK)[:-1]
 
 

@@ -39,6 +39,8 @@ TEST(SampleTest, HoldsTheLimitAgainAfterTheHelperWasLost) {
   const Mac mac({.speed = fast});
   Sample sample(mac, "80");
   EXPECT_EQ(sample.line(), "limit 80 %, band 5 %, last write verified");
+  ASSERT_EQ(mac.journalCount("client connected (count=1)", 1), 1U);
+  ASSERT_EQ(mac.journalCount("setChargeLimit ok", 1), 1U);
   mac.tell({"kill"});
   EXPECT_EQ(sample.line(), gone);
   EXPECT_EQ(sample.line(), "limit 80 %, band 5 %, last write verified");

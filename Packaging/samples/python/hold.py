@@ -13,8 +13,8 @@ import sys
 
 def hold(percent):
     """Sets the limit whenever the helper is there, until the helper refuses it."""
-    session = subprocess.Popen(["korvel-app", "session", "--reconnect", "at-once"], text=True,
-                               stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+    words = ["korvel-app", "--timeout", "20", "session", "--reconnect", "at-once"]
+    session = subprocess.Popen(words, text=True, stdin=subprocess.PIPE, stdout=subprocess.PIPE)
     for line in session.stdout:
         told = json.loads(line)
         if told.get("event") == "connected":
