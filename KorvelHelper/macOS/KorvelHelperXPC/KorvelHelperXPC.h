@@ -1,6 +1,7 @@
 // The helper and its clients share the service's name, the identifiers that both sides put
 // into their code-signing requirements, the error domain with its codes, and the protocol. For
-// Objective-C and, through the module map beside this file, for Swift.
+// Objective-C and, through the module map beside this file, for Swift. docs/client.md tells the
+// rest: what each method changes, when it fails, and how a connection is kept.
 
 #pragma once
 

@@ -43,6 +43,8 @@ enum ClientError: Error, CustomStringConvertible {
   }
 }
 
+// docs/client.md shows this as "Connecting".
+
 func ownTeam() throws -> String {
   var code: SecCode?
   var staticCode: SecStaticCode?
@@ -69,6 +71,8 @@ func connectToHelper() throws -> NSXPCConnection {
   connection.resume()
   return connection
 }
+
+// docs/client.md shows up to here.
 
 // docs/client.md shows this as "Asking".
 
