@@ -1,3 +1,4 @@
+#include "VirtualMac/Tools/ExplainCommand.h"
 #include "VirtualMac/Tools/MachineCommands.h"
 #include "VirtualMac/Tools/RecordCommand.h"
 #include "VirtualMac/Tools/RunCommand.h"
@@ -5,7 +6,8 @@
 #include "VirtualMac/Tools/TraceCommand.h"
 
 int main(int argc, char** argv) {
-  std::vector<virtualmac::AddCommand> more{virtualmac::addTimeline, virtualmac::addTrace};
+  std::vector<virtualmac::AddCommand> more{virtualmac::addTimeline, virtualmac::addTrace,
+                                           virtualmac::addExplain};
   // The program is built without the command if the scenarios' library does not exist.
 #if defined(VIRTUALMAC_WITH_SCENARIOS)
   more.emplace_back(virtualmac::addRecord);
