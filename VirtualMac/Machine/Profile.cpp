@@ -183,14 +183,16 @@ bool isProfileFile(std::string_view nameOrPath) {
   return nameOrPath.find('/') != std::string_view::npos || nameOrPath.ends_with(".json");
 }
 
-std::expected<Profile, std::string> loadProfile(std::string_view nameOrPath) {
-  if (!isProfileFile(nameOrPath)) {
-    for (const BuiltInProfile& each : builtInProfiles()) {
-      if (each.name == nameOrPath) return parseProfile(each.text, each.name);
-    }
-    return std::unexpected(unknownWord("profile", nameOrPath, builtInProfileNames()));
+std::expected<std::string, std::string> profileText(std::string_view nameOrPath) {
+  if (isProfileFile(nameOrPath)) return readTextFile(std::string(nameOrPath));
+  for (const BuiltInProfile& each : builtInProfiles()) {
+    if (each.name == nameOrPath) return std::string(each.text);
   }
-  const auto text = readTextFile(std::string(nameOrPath));
+  return std::unexpected(unknownWord("profile", nameOrPath, builtInProfileNames()));
+}
+
+std::expected<Profile, std::string> loadProfile(std::string_view nameOrPath) {
+  const auto text = profileText(nameOrPath);
   if (!text) return std::unexpected(text.error());
   return parseProfile(*text, nameOrPath);
 }

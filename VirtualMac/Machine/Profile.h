@@ -93,6 +93,9 @@ bool isProfileFile(std::string_view nameOrPath);
 /// key and what it may hold.
 std::expected<Profile, std::string> loadProfile(std::string_view nameOrPath);
 
+/// The JSON of the same, not looked into.
+std::expected<std::string, std::string> profileText(std::string_view nameOrPath);
+
 /// The same from text; `origin` stands for the file in errors.
 std::expected<Profile, std::string> parseProfile(std::string_view text, std::string_view origin);
 

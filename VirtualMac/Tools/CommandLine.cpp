@@ -1,6 +1,7 @@
 #include "VirtualMac/Tools/CommandLine.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -16,24 +17,35 @@ namespace virtualmac {
 
 namespace {
 
-/// The first word that is neither an option nor an option's value must be a command.
+std::vector<std::string> namesOf(const CLI::App& command) {
+  std::vector<std::string> names;
+  for (const CLI::App* each : command.get_subcommands(nullptr)) names.push_back(each->get_name());
+  return names;
+}
+
+/// The first word that is neither an option nor an option's value must be a command, and the next
+/// one too where that has commands of its own.
 std::optional<std::string> unknownCommand(const CLI::App& program,
                                           const std::vector<const char*>& optionsWithValue,
                                           int argc, char** argv) {
+  const CLI::App* command = &program;
   for (int index = 1; index < argc; ++index) {
     const std::string word = argv[index];
+    if (word == "--help" || word == "-h") return std::nullopt;
     if (std::find(optionsWithValue.begin(), optionsWithValue.end(), word) !=
         optionsWithValue.end()) {
       ++index;
     } else if (!word.starts_with('-')) {
-      std::vector<std::string> names;
-      for (const CLI::App* each : program.get_subcommands(nullptr))
-        names.push_back(each->get_name());
-      if (std::find(names.begin(), names.end(), word) != names.end()) return std::nullopt;
-      return unknownWord("command", word, names);
+      const std::vector<std::string> names = namesOf(*command);
+      if (std::find(names.begin(), names.end(), word) == names.end())
+        return unknownWord("command", word, names);
+      command = command->get_subcommand(word);
+      if (namesOf(*command).empty()) return std::nullopt;
     }
   }
-  return std::nullopt;
+  if (command == &program) return std::nullopt;
+  return fmt::format("{} takes one of these commands: {}", command->get_name(),
+                     fmt::join(namesOf(*command), ", "));
 }
 
 int parseAndRun(CLI::App& program, const std::vector<const char*>& optionsWithValue, int argc,

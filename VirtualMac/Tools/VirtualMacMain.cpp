@@ -1,5 +1,6 @@
 #include "VirtualMac/Tools/ExplainCommand.h"
 #include "VirtualMac/Tools/MachineCommands.h"
+#include "VirtualMac/Tools/ProfileCommand.h"
 #include "VirtualMac/Tools/RecordCommand.h"
 #include "VirtualMac/Tools/RunCommand.h"
 #include "VirtualMac/Tools/TimelineCommand.h"
@@ -7,7 +8,7 @@
 
 int main(int argc, char** argv) {
   std::vector<virtualmac::AddCommand> more{virtualmac::addTimeline, virtualmac::addTrace,
-                                           virtualmac::addExplain};
+                                           virtualmac::addExplain, virtualmac::addProfile};
   // The program is built without the command if the scenarios' library does not exist.
 #if defined(VIRTUALMAC_WITH_SCENARIOS)
   more.emplace_back(virtualmac::addRecord);

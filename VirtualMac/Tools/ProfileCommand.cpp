@@ -1,0 +1,124 @@
+#include "VirtualMac/Tools/ProfileCommand.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <CLI/CLI.hpp>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "VirtualMac/Machine/Bounds.h"
+#include "VirtualMac/Machine/Profile.h"
+#include "VirtualMac/Tools/CommandLine.h"
+#include "VirtualMac/Tools/ProfileImport.h"
+
+namespace virtualmac {
+
+namespace {
+
+constexpr const char* never = "SMC keys, lid, display, the charge limit of macOS";
+
+struct Choices {
+  std::string dump;
+  std::string like = "newer-keys";
+  std::string output;
+  bool asJSON = false;
+};
+
+std::expected<std::string, std::string> dumpText(const std::string& path) {
+  if (path != "-") return readTextFile(path);
+  std::string text(bounds::longestText + 1, '\0');
+  std::cin.read(text.data(), static_cast<std::streamsize>(text.size()));
+  text.resize(static_cast<std::size_t>(std::cin.gcount()));
+  if (text.size() <= bounds::longestText) return text;
+  return std::unexpected(fmt::format("standard input: larger than {} bytes", bounds::longestText));
+}
+
+std::string valuesText(const nlohmann::ordered_json& values) {
+  std::string text;
+  for (const auto& [key, value] : values.items())
+    text += fmt::format("{}{} {}", text.empty() ? "" : ", ", key, value.dump());
+  return text;
+}
+
+/// Says where each field is from, on standard error, as the profile may be on standard output.
+void tell(const Choices& choices, const ImportedProfile& made) {
+  fmt::print(stderr, "from the dump:   {}\n", valuesText(made.taken));
+  fmt::print(stderr, "as in {}: {}; {}\n", choices.like, never, fmt::join(made.kept, ", "));
+  for (const std::string& odd : made.odd) fmt::print(stderr, "odd in the dump: {}\n", odd);
+}
+
+bool writeFile(const std::string& path, const std::string& text) {
+  std::ofstream file(path, std::ios::binary);
+  file << text;
+  file.close();
+  return !file.fail();
+}
+
+int report(const Choices& choices, const ImportedProfile& made) {
+  const std::string text = made.profile.dump(2) + '\n';
+  const auto failed = [&](const std::string& problem) {
+    return complain("virtual-mac", choices.asJSON, problem, exitFailed);
+  };
+  if (!choices.output.empty() && !writeFile(choices.output, text))
+    return failed(choices.output + " cannot be written");
+  if (!choices.asJSON) {
+    tell(choices, made);
+    if (choices.output.empty()) fmt::print("{}", text);
+    return exitDone;
+  }
+  nlohmann::ordered_json answer{{"ok", true}};
+  if (!choices.output.empty()) answer["file"] = choices.output;
+  answer["like"] = choices.like;
+  answer["taken"] = made.taken;
+  answer["kept"] = made.kept;
+  answer["odd"] = made.odd;
+  answer["profile"] = made.profile;
+  fmt::print("{}\n", answer.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
+  return exitDone;
+}
+
+int import(const Choices& choices) {
+  const auto wrong = [&](const std::string& problem) {
+    return complain("virtual-mac", choices.asJSON, problem, exitUsage);
+  };
+  if (!choices.output.empty() && !choices.output.ends_with(".json"))
+    return wrong(choices.output + " must end in .json, as a profile's file does");
+  const auto base = profileText(choices.like);
+  if (!base) return wrong(base.error());
+  const auto text = dumpText(choices.dump);
+  if (!text) return wrong(text.error());
+  const std::string name = choices.dump == "-" ? "standard input" : choices.dump;
+  const auto dump = batteryDumpFrom(*text);
+  if (!dump) return wrong(name + ' ' + dump.error());
+  const auto made = importProfile(*dump, *base);
+  return made ? report(choices, *made) : wrong(name + ' ' + made.error());
+}
+
+}  // namespace
+
+void addProfile(CLI::App& program, std::function<int()>& chosen) {
+  const auto choices = std::make_shared<Choices>();
+  CLI::App* profile = program.add_subcommand("profile", "Make a kind of Mac: profile import FILE");
+  profile->require_subcommand(1);
+  CLI::App* command =
+      profile->add_subcommand("import",
+                              "Make a profile from a dump of a real Mac's battery (ioreg -a -r -c "
+                              "AppleSmartBattery)");
+  command->add_option("dump", choices->dump, "The dump; - reads it from input")->required();
+  command->add_option("--like", choices->like, "Profile, or JSON file, for what no dump tells")
+      ->capture_default_str()
+      ->check(notEmpty());
+  command->add_option("--output", choices->output, "JSON file to write; default: standard output")
+      ->check(notEmpty());
+  command->callback([choices, &program, &chosen] {
+    choices->asJSON = program.get_option("--json")->as<bool>();
+    chosen = [choices] { return import(*choices); };
+  });
+}
+
+}  // namespace virtualmac
