@@ -78,6 +78,16 @@ ControlReply speed(MachineServer& server, const Words& words) {
   return done("");
 }
 
+/// Puts another program in the helper's place. One that runs goes on as it is, as on a Mac.
+ControlReply install(MachineServer& server, const Words& words) {
+  if (words.size() != 1 || words.front().empty()) return usage("install takes one version");
+  server.change([&](Machine& mac) {
+    mac.bundleInformation["CFBundleShortVersionString"] = words.front();
+    mac.tell("helper version " + words.front() + " installed");
+  });
+  return done("");
+}
+
 ControlReply identities(MachineServer& server, const Words&) {
   ControlReply reply;
   for (const std::string& name : server.machine().signatures.names()) reply.text += name + '\n';
@@ -107,10 +117,15 @@ ControlReply vocabulary(MachineServer& server, const Words&) {
 using Simple = ControlReply (*)(MachineServer&, const Words&);
 const std::map<std::string, Simple, std::less<>>& simpleCommands() {
   static const std::map<std::string, Simple, std::less<>> all = {
-      {"fault", fault},     {"identities", identities},
-      {"kill", killHelper}, {std::string(powerLossWord), losePower},
-      {"set", set},         {"speed", speed},
-      {"status", status},   {"vocabulary", vocabulary}};
+      {"fault", fault},
+      {"identities", identities},
+      {"install", install},
+      {"kill", killHelper},
+      {std::string(powerLossWord), losePower},
+      {"set", set},
+      {"speed", speed},
+      {"status", status},
+      {"vocabulary", vocabulary}};
   return all;
 }
 

@@ -99,6 +99,9 @@ std::string statusJSON(MachineServer& server) {
   for (const SMCKeyProfile& key : machine.profile().smcKeys) {
     if (const auto bytes = machine.smc.value(key.name)) keys[key.name] = *bytes;
   }
+  const auto& information = machine.bundleInformation;
+  const auto stated = information.find("CFBundleShortVersionString");
+  const std::string* version = stated == information.end() ? nullptr : stated->second.text();
   nlohmann::ordered_json assertions = nlohmann::ordered_json::array();
   for (const Assertion& each : machine.power.assertions())
     assertions.push_back({{"id", each.id}, {"pid", each.owner}, {"type", each.type}});
@@ -126,6 +129,8 @@ std::string statusJSON(MachineServer& server) {
       {"assertions", assertions},
       {"helperPid", pid ? nlohmann::ordered_json(*pid) : nlohmann::ordered_json(nullptr)},
       {"helperStarts", server.launchd().starts()},
+      {"installedVersion",
+       version == nullptr ? nlohmann::ordered_json() : nlohmann::ordered_json(*version)},
       {"enforcement", enforcementJSON(server.enforcement())},
       {"faults", activeFaults(machine)},
       {"root", server.options().root.path},

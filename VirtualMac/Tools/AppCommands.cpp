@@ -16,6 +16,7 @@
 #include "VirtualMac/Tools/AppConnection.h"
 #include "VirtualMac/Tools/AppSession.h"
 #include "VirtualMac/Tools/CommandLine.h"
+#include "VirtualMac/Tools/Doctor.h"
 #include "VirtualMac/Tools/HelperView.h"
 #include "VirtualMac/Tools/StateText.h"
 
@@ -125,6 +126,19 @@ int status(const Choices& choices) {
   return exitDone;
 }
 
+/// One line, or one object, on standard output, whatever the state is.
+int doctor(const Choices& choices) {
+  const auto found =
+      examine(RootDirectory::at(choices.root), choices.identity, choices.timeoutSeconds);
+  if (!found) return virtualmac::complain("korvel-app", choices.asJSON, found.error(), exitUsage);
+  const Diagnosis diagnosis = diagnosisOf(*found);
+  fmt::print("{}", choices.asJSON ? diagnosisJSON(diagnosis).dump(
+                                        -1, ' ', false, ordered_json::error_handler_t::replace) +
+                                        '\n'
+                                  : diagnosisText(diagnosis));
+  return diagnosis.state == DoctorState::inOrder ? exitDone : exitFailed;
+}
+
 void say(const std::string& line) {
   fmt::print("{}\n", line);
   flushOutput();
@@ -227,6 +241,8 @@ void addOtherCommands(CLI::App& program, Choices& choices, std::function<int()>&
     return command;
   };
   add("status", "What becomes of the limit, and why", [&] { return status(choices); });
+  add("doctor", "Name the one state that keeps the limit from being held, and its remedy",
+      [&] { return doctor(choices); });
   CLI::App* session = add(
       "session", "For programs: answer requests from standard input, a JSON object a line", [&] {
         const auto when = std::ranges::find(reconnectWords(), choices.reconnect);

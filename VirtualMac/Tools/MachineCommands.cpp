@@ -292,6 +292,8 @@ void addForwarded(CLI::App& program, Choices& choices, std::function<int()>& cho
   addWithWords("fault", "Switch a fault: NAME [ARGUMENT...] on|off; or list", "NAME");
   addWithWords("kill", "Send the helper a signal: KILL (default), TERM, INT, ABRT, STOP, CONT",
                "SIGNAL");
+  addWithWords("install", "Put another version in the helper's place; one that runs goes on",
+               "VERSION");
   add("sleep", "Ask the machine to sleep");
   add("wake", "Wake the machine");
   add("touch", "Touch the keyboard");
