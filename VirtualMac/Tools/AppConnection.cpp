@@ -48,7 +48,7 @@ std::unexpected<std::string> AppConnection::end(const std::string& reason) {
 std::unexpected<std::string> AppConnection::failed(const FrameSocket::Error& error) {
   if (error.kind == FrameSocket::Failure::Late)
     return std::unexpected(std::string("no reply in time"));
-  if (error.kind == FrameSocket::Failure::Closed) return end(std::string(cutOff));
+  if (error.kind == FrameSocket::Failure::Closed) return end(cutOff);
   return end("the helper sent an oversized message: " + error.text);
 }
 
@@ -66,7 +66,7 @@ std::expected<std::vector<XPCValue>, std::string> AppConnection::call(
     const korvel::Operation& operation, std::uint8_t argument, double timeoutSeconds) {
   const bool oneWay = operation.answer == korvel::OperationAnswer::None;
   const std::uint32_t ticket = oneWay ? 0 : ++lastTicket;
-  if (!socket.sendFrame(encode(callOf(operation, argument, ticket)))) return end(std::string(cutOff));
+  if (!socket.sendFrame(encode(callOf(operation, argument, ticket)))) return end(cutOff);
   const FrameSocket::Deadline deadline = FrameSocket::deadlineIn(timeoutSeconds);
   for (;;) {
     const auto body = socket.receiveFrame(deadline);

@@ -3,7 +3,6 @@
 #include <expected>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "VirtualMac/Remote/FrameSocket.h"
@@ -23,7 +22,7 @@ class AppConnection {
     bool isUsage = false;  ///< The machine knows no such identity.
   };
   /// The text of the error when the helper has hung up.
-  static constexpr std::string_view cutOff = "the helper ended the connection";
+  static constexpr const char* cutOff = "the helper ended the connection";
   /// The helper is started when it does not run; nothing is known of that here.
   static std::expected<AppConnection, OpenError> open(const RootDirectory& root,
                                                       const std::string& identity);

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <fstream>
 #include <iostream>
 #include <nlohmann/json.hpp>
 #include <system_error>
@@ -104,6 +105,13 @@ void flushOutput() {
   std::cout.flush();
   if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0 && std::cout) return;
   throw std::system_error(errno != 0 ? errno : EIO, std::generic_category());
+}
+
+bool writeTextFile(const std::string& path, const std::string& text) {
+  std::ofstream file(path, std::ios::binary);
+  file << text;
+  file.close();
+  return !file.fail();
 }
 
 int runCommandLine(CLI::App& program, const std::vector<const char*>& optionsWithValue, int argc,

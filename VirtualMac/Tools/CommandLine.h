@@ -37,6 +37,9 @@ CLI::Validator notEmpty();
 /// For programs that print as they go: one that nobody can hear any more ends.
 void flushOutput();
 
+/// Writes a file that a person asked for. False: it cannot be written.
+bool writeTextFile(const std::string& path, const std::string& text);
+
 /// Parses, and runs what the command's callback put into `chosen`. Returns an exit code: help is 0,
 /// a wrong command line 2, with the nearest command for a word that is none. Wrong command lines
 /// are told as JSON too, where `--json` is among the words. Output that cannot be written is a

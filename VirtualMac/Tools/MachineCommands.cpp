@@ -14,6 +14,7 @@
 #include "VirtualMac/Server/ControlClient.h"
 #include "VirtualMac/Server/ControlCommands.h"
 #include "VirtualMac/Server/RandomName.h"
+#include "VirtualMac/Tools/Bundle.h"
 #include "VirtualMac/Tools/CommandLine.h"
 #include "VirtualMac/Tools/HelperProgram.h"
 #include "VirtualMac/Tools/JournalOption.h"
@@ -95,6 +96,13 @@ int runInForeground(const Choices& choices, const MachineOptions& options,
   return failed ? exitFailed : status;
 }
 
+/// Keeps the profile's text beside the journal, for a bundle.
+void keepProfile(const RootDirectory& root, const std::string& profile) {
+  const auto text = profileText(profile);
+  // A machine without it runs just as well.
+  if (text) static_cast<void>(writeTextFile(profileFileOf(root), *text));
+}
+
 int up(const Choices& choices) {
   auto helper = choices.helper.empty() ? helperProgram(choices.tin) : choices.helper;
   if (!helper) return complain(choices, helper.error(), exitFailed);
@@ -121,6 +129,7 @@ int up(const Choices& choices) {
   }
   // None: the machine is up, and so is its page; else its page is not.
   const auto announce = [&](pid_t pid) -> std::optional<std::string> {
+    keepProfile(options.root, choices.profile);
     std::expected<pid_t, std::string> pagePid = 0;
     if (page) pagePid = startPage(options.root, *page);
     if (!pagePid) return pagePid.error();

@@ -4,7 +4,6 @@
 #include <fmt/ranges.h>
 
 #include <CLI/CLI.hpp>
-#include <fstream>
 #include <iostream>
 #include <iterator>
 #include <memory>
@@ -52,19 +51,12 @@ void tell(const Choices& choices, const ImportedProfile& made) {
   for (const std::string& odd : made.odd) fmt::print(stderr, "odd in the dump: {}\n", odd);
 }
 
-bool writeFile(const std::string& path, const std::string& text) {
-  std::ofstream file(path, std::ios::binary);
-  file << text;
-  file.close();
-  return !file.fail();
-}
-
 int report(const Choices& choices, const ImportedProfile& made) {
   const std::string text = made.profile.dump(2) + '\n';
   const auto failed = [&](const std::string& problem) {
     return complain("virtual-mac", choices.asJSON, problem, exitFailed);
   };
-  if (!choices.output.empty() && !writeFile(choices.output, text))
+  if (!choices.output.empty() && !writeTextFile(choices.output, text))
     return failed(choices.output + " cannot be written");
   if (!choices.asJSON) {
     tell(choices, made);

@@ -1,3 +1,4 @@
+#include "VirtualMac/Tools/BundleCommand.h"
 #include "VirtualMac/Tools/ExplainCommand.h"
 #include "VirtualMac/Tools/MachineCommands.h"
 #include "VirtualMac/Tools/ProfileCommand.h"
@@ -8,7 +9,8 @@
 
 int main(int argc, char** argv) {
   std::vector<virtualmac::AddCommand> more{virtualmac::addTimeline, virtualmac::addTrace,
-                                           virtualmac::addExplain, virtualmac::addProfile};
+                                           virtualmac::addExplain, virtualmac::addProfile,
+                                           virtualmac::addBundle};
   // The program is built without the command if the scenarios' library does not exist.
 #if defined(VIRTUALMAC_WITH_SCENARIOS)
   more.emplace_back(virtualmac::addRecord);
