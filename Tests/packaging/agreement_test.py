@@ -154,12 +154,21 @@ class Samples(unittest.TestCase):
         lists = client.split("NSArray<NSString *> *plain")[1].split("const BOOL known")[0]
         taken, former = lists.split("former =")
         words = {word for _, word in operations()}
-        self.assertEqual(set(re.findall(r'@"([^"]+)"', taken)), words | {"watch"})
-        self.assertEqual(set(re.findall(r'^ +"  ([a-z-]+) ', client, re.M)), words | {"watch"})
+        others = {"watch", "doctor", "bundle"}
+        self.assertEqual(set(re.findall(r'@"([^"]+)"', taken)), words | others)
+        self.assertEqual(set(re.findall(r'^ +"  ([a-z-]+) ', client, re.M)), words | others)
         older = dict(re.findall(r'@"([^"]+)" : @"([^"]+)"', former))
         self.assertEqual(set(older), {"limit", "clear", "cancel"})
         self.assertLessEqual(set(older.values()), words)
         self.assertFalse(set(older) & words)
+
+    def test_clients_doctor_knows_every_state_but_the_virtual_machines(self):
+        doctor = read("Packaging/samples/objc/korvel-doctor.m")
+        self.assertEqual(doctor.count('#include "VirtualMac/Tools/DoctorStates.def"'), 2)
+        states = set(re.findall(r"^DOCTOR_STATE\((\w+)", read("VirtualMac/Tools/DoctorStates.def"),
+                                re.M))
+        told = set(re.findall(r"\btell\(\s*(\w+),", doctor))
+        self.assertEqual(told, states - {"noMachine"})
 
     def test_samples_take_the_names_from_the_header(self):
         for file in self.FILES:
@@ -207,7 +216,11 @@ class Checklist(unittest.TestCase):
 
     def test_lines_referred_to_by_number_are_the_ones_meant(self):
         meant = {"after line {}, `korvel-swift-client": "sudo Packaging/install KorvelHelper",
-                 "From line {} on `client watch`": "`client set-limit 60`"}
+                 "From line {} on `client watch`": "`client set-limit 60`",
+                 "`client doctor` before line {}": "sudo Packaging/install KorvelHelper",
+                 "; after line {}; with the job": "`client ping` | the identifier",
+                 "the client of line {};": "com.example.other",
+                 "during line {}, before": "of a newer build"}
         text = read("docs/macos.md")
         for words, piece in meant.items():
             number = int(re.search(re.escape(words).replace(r"\{\}", r"(\d+)"), text).group(1))

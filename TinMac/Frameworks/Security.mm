@@ -95,6 +95,7 @@ TIN_EXPORT OSStatus SecCodeCopyStaticCode(SecCodeRef code, SecCSFlags flags,
 }
 
 TIN_EXPORT const CFStringRef kSecCodeInfoIdentifier = CFSTR("identifier");
+TIN_EXPORT const CFStringRef kSecCodeInfoPList = CFSTR("info-plist");
 
 TIN_EXPORT OSStatus SecCodeCopySigningInformation(SecStaticCodeRef code, SecCSFlags flags,
                                                   CFDictionaryRef* information) {

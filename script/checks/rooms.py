@@ -168,7 +168,8 @@ ROOMS = [  # The first that matches a file is its room.
          calls=(CHANCE,) + PORTABLE),
     Room("Benchmarks/", ALL_VIRTUAL + ("Benchmarks/",), ANY_LIBRARY, system=True, calls=(CHANCE,)),
     Room("Packaging/samples/cpp/", SEAM + ("VirtualMac/Tools/",)),
-    Room("Packaging/", SEAM, system=True),
+    # The Mac's client names the states of the helper in the virtual client's words.
+    Room("Packaging/", SEAM + ("VirtualMac/Tools/DoctorStates.def",), system=True),
 ]
 # Each of these files is its room's only access to the resource that the others must not touch.
 SANCTIONED = {

@@ -7,6 +7,8 @@
 #import <Foundation/Foundation.h>
 #import <Security/Security.h>
 
+#import "korvel-doctor.h"
+
 @import KorvelHelperXPC;
 
 static NSString *const usage =
@@ -22,6 +24,8 @@ static NSString *const usage =
      "  top-off                charge once to 100 percent\n"
      "  cancel-top-off         give that up\n"
      "  watch                  show the state whenever it changes; the limit is held meanwhile\n"
+     "  doctor                 name what keeps the limit from being held, and its remedy\n"
+     "  bundle FILE            put all that is known of the helper into one file\n"
      "  reset                  put every charging key back to the system's default\n"
      "  quit                   end the helper in order\n"
      "\n"
@@ -365,9 +369,9 @@ int main(int argc, const char *argv[]) {
   @autoreleasepool {
     NSArray<NSString *> *plain = @[
       @"state", @"ping", @"capabilities", @"clear-limit", @"top-off", @"cancel-top-off", @"watch",
-      @"reset", @"quit"
+      @"reset", @"quit", @"doctor"
     ];
-    NSArray<NSString *> *withArgument = @[ @"set-limit", @"discharge", @"keep-awake" ];
+    NSArray<NSString *> *withArgument = @[ @"set-limit", @"discharge", @"keep-awake", @"bundle" ];
     // Commands of earlier versions, and those that took their place.
     NSDictionary<NSString *, NSString *> *former =
         @{@"limit" : @"set-limit", @"clear" : @"clear-limit", @"cancel" : @"cancel-top-off"};
@@ -384,6 +388,8 @@ int main(int argc, const char *argv[]) {
       return asked ? 0 : 2;
     }
     NSXPCConnection *connection = connectToHelper();
+    if ([command isEqual:@"doctor"]) return korvelDoctor(connection, ownTeam()) ? 0 : 1;
+    if ([command isEqual:@"bundle"]) return korvelBundle(connection, @(argv[2])) ? 0 : 1;
     if (connection == nil) return 1;
     return run(connection, command, argc == 3 ? @(argv[2]) : nil) ? 0 : 1;
   }
