@@ -107,6 +107,7 @@ void redact(ordered_json& value, const std::vector<std::pair<std::string, std::s
 
 std::vector<std::pair<std::string, std::string>> privatePlaces(const RootDirectory& root) {
   std::vector<std::pair<std::string, std::string>> places{{root.path, "ROOT"}};
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody changes the environment
   const char* home = std::getenv("HOME");
   if (home != nullptr && std::string_view(home).size() > 1) places.emplace_back(home, "HOME");
   return places;

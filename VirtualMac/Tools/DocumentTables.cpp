@@ -66,8 +66,12 @@ std::vector<DocumentTable> tablesIn(std::string_view document) {
     const std::string_view line = takeLine(document);
     if (!line.starts_with('|')) {
       inside = false;
-      if (line.starts_with("## ")) section = line.substr(3), subsection.clear(), words.clear();
-      if (line.starts_with("### ")) subsection = line.substr(4), words.clear();
+      const bool isSection = line.starts_with("## ");
+      if (isSection) section = line.substr(3);
+      if (isSection || line.starts_with("### ")) {
+        subsection = isSection ? "" : line.substr(4);
+        words.clear();
+      }
       for (std::string& span : codeSpans(line)) words.push_back(std::move(span));
     } else if (!inside) {
       inside = true;
