@@ -16,7 +16,7 @@
 #include "VirtualMac/Machine/Bounds.h"
 #include "VirtualMac/Schedule/Journal.h"
 #include "VirtualMac/Tools/AppConnection.h"
-#include "VirtualMac/Tools/ControlClient.h"
+#include "VirtualMac/Server/ControlClient.h"
 
 namespace virtualmac {
 
