@@ -26,37 +26,45 @@ def calls_in(document):
         yield text.count("\n", 0, match.start(1)) + 1, match.group(1).split()
 
 
+def commands_in(text):
+    return set(COMMAND.findall(text.split("Subcommands:", 1)[1])) if "Subcommands:" in text else set()
+
+
 def defects(name, document, help_of):
-    """`help_of(program, command)` is the help of a command, or of the program when it is empty."""
+    """`help_of(program, commands)` is the help of a command; with none, that of the program."""
     for line, (program, *words) in calls_in(document):
         said = f"{name}:{line}: {' '.join([program, *words])}"
-        general = help_of(program, "")
-        known = set(COMMAND.findall(general.split("Subcommands:", 1)[-1]))
-        options = set(OPTION.findall(general))
-        command = next((word for word in words if word in known), "")
-        first = next((word for word in words if not word.startswith("-")), "")
+        text, chosen, plain = help_of(program, ""), [], [word for word in words if word[0] != "-"]
+        options = set(OPTION.findall(text))
+        while command := next((word for word in plain if word in commands_in(text)), ""):
+            chosen.append(command)
+            plain = plain[plain.index(command) + 1:]
+            text = help_of(program, " ".join(chosen))
+            options |= set(OPTION.findall(text))
         # Without a known command the first plain word may be an option's value.
-        if first and not command and not PLACEHOLDER.search(first) and not words[0].startswith("-"):
+        first = plain[0] if plain and commands_in(text) else ""
+        if first and not PLACEHOLDER.search(first) and (chosen or words[0][0] != "-"):
             yield f"{said}: there is no command {first}"
-        if command:
-            options |= set(OPTION.findall(help_of(program, command)))
         for option in OPTION.findall(" ".join(words)):
             if option not in options:
                 yield f"{said}: there is no option {option}"
 
 
 def self_test():
-    helps = {"": "Options:\n  --root TEXT  x\nSubcommands:\n  up   starts\n  set  sets\n",
-             "up": "Options:\n  --speed N  x\n"}
+    helps = {"": "Options:\n  --root TEXT  x\nSubcommands:\n  up   starts\n  set  sets\n  kind  makes\n",
+             "up": "Options:\n  --speed N  x\n", "kind": "Subcommands:\n  import  reads\n",
+             "kind import": "Options:\n  --like KIND\n"}
 
     def found(document):
         return list(defects("d", document, lambda _, command: helps.get(command, "")))
     for good in ("`virtual-mac up --speed 60`", "    virtual-mac --root x up --speed 6   starts", "`virtual-mac`",
                  "```\n$ virtual-mac set battery 5\n```", "`virtual-mac NAME`", "the virtual-mac, as it is",
-                 "`virtual-mac up\n--speed 60`"):
+                 "`virtual-mac up\n--speed 60`", "`virtual-mac kind import file --like up`"):
         assert not found(good), (good, found(good))
     for bad, word in (("`virtual-mac down`", "no command down"), ("`virtual-mac up --fast`", "no option --fast"),
                       ("x\n$ virtual-mac set --speed 5\n", "d:2: virtual-mac set --speed 5: there is no option"),
+                      ("`virtual-mac kind export x`", "no command export"),
+                      ("`virtual-mac kind --like up`", "no option --like"),
                       ("a\n    virtual-mac dwon   ends it\n", "no command dwon")):
         assert any(word in line for line in found(bad)), (bad, found(bad))
     print("the check finds commands and options that are none")

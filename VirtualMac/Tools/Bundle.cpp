@@ -15,8 +15,8 @@
 #include "Operations.h"
 #include "VirtualMac/Machine/Bounds.h"
 #include "VirtualMac/Schedule/Journal.h"
-#include "VirtualMac/Tools/AppConnection.h"
 #include "VirtualMac/Server/ControlClient.h"
+#include "VirtualMac/Tools/AppConnection.h"
 
 namespace virtualmac {
 
