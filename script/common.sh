@@ -44,6 +44,8 @@ onlyHelp() {
 configure() {
   if command -v ccache >/dev/null; then
     export CMAKE_CXX_COMPILER_LAUNCHER=ccache CCACHE_BASEDIR=$root CCACHE_NOHASHDIR=1
+    # Without these it would keep nothing that uses precompiled headers.
+    export CCACHE_SLOPPINESS=pch_defines,time_macros
   fi
   local words
   words=$(cd "$root" && cmake --preset "$1" -Wno-dev 2>&1) || {

@@ -25,7 +25,7 @@ bool needsQuotes(std::string_view text) {
          text.ends_with(':') || text.ends_with(' ') || text == "~" || text == "null";
 }
 
-std::string quoted(std::string_view text) {
+std::string inQuotes(std::string_view text) {
   if (std::ranges::any_of(text, isControl)) {
     std::string all = "\"";
     for (const char character : text) {
@@ -42,7 +42,7 @@ std::string quoted(std::string_view text) {
 
 std::string scalar(std::string_view text) {
   const bool plain = !needsQuotes(text) && std::ranges::none_of(text, isControl);
-  return plain ? std::string(text) : quoted(text);
+  return plain ? std::string(text) : inQuotes(text);
 }
 
 /// A text of several lines as they are, where YAML keeps them so.
@@ -50,7 +50,7 @@ std::string block(const std::string& text, std::string_view margin) {
   const auto odd = [](char character) { return character != '\n' && isControl(character); };
   const bool asItIs = !text.empty() && text.front() != ' ' && text.front() != '\n' &&
                       text.find("\n\n") == std::string::npos && std::ranges::none_of(text, odd);
-  if (!asItIs) return quoted(text);
+  if (!asItIs) return inQuotes(text);
   std::string all = text.ends_with('\n') ? "|" : "|-";
   for (std::size_t at = 0; at < text.size();) {
     const std::size_t end = std::min(text.find('\n', at), text.size());

@@ -11,11 +11,14 @@ import pathlib
 import re
 import subprocess
 import sys
+import tempfile
 
 TIDY = "clang-tidy-19"
 # clang is told what the commands of another compiler mean.
 WORDS = {"tin": ("--extra-arg=--target=aarch64-linux-gnu",
                  "--extra-arg=-Wno-unknown-warning-option")}
+# A file of parsed headers may not be built yet, and says nothing about a source.
+PRECOMPILED = re.compile(r" -Winvalid-pch| -Xclang -include(?:-pch)? -Xclang \S+/cmake_pch\.hxx\S*")
 FINDING = re.compile(r"^(?=\S+:\d+:\d+: (?:error|warning): )", re.M)
 
 
@@ -26,8 +29,17 @@ def compiled(root, build):
     return [n for n in names if n.is_relative_to(root) and not n.is_relative_to(root / "build")]
 
 
-def tidy(root, build, source):
-    done = subprocess.run([TIDY, "--quiet", *WORDS.get(build.name, ()), "-p", str(build),
+def plain_commands(build, folder):
+    """A folder with the build's commands, without precompiled headers."""
+    place = pathlib.Path(folder, build.name)
+    place.mkdir()
+    commands = (build / "compile_commands.json").read_text(encoding="utf-8")
+    (place / "compile_commands.json").write_text(PRECOMPILED.sub("", commands), encoding="utf-8")
+    return place
+
+
+def tidy(root, commands, source):
+    done = subprocess.run([TIDY, "--quiet", *WORDS.get(commands.name, ()), "-p", str(commands),
                            str(source)], cwd=root, capture_output=True, text=True, check=False)
     return done.returncode, done.stdout
 
@@ -44,8 +56,10 @@ def main(arguments):
         sys.exit("no source to tidy: none of the files is compiled")
     failed, said = 0, set()  # A header's finding comes with every source that includes it.
     workers = int(os.environ.get("JOBS", os.cpu_count() or 1))
-    with concurrent.futures.ThreadPoolExecutor(workers) as pool:
-        for status, text in pool.map(lambda s: tidy(root, build_of[s], s), sources):
+    with (concurrent.futures.ThreadPoolExecutor(workers) as pool,
+          tempfile.TemporaryDirectory() as folder):
+        commands = {build: plain_commands(build, folder) for build in builds}
+        for status, text in pool.map(lambda s: tidy(root, commands[build_of[s]], s), sources):
             failed += status != 0
             for finding in FINDING.split(text):
                 if finding.strip() and finding not in said:

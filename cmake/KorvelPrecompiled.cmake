@@ -1,0 +1,59 @@
+# Most of a build's time goes into the same headers of libraries, which nearly every source includes.
+# With this switch they are read once for each of three kinds of targets. Builds without it show that
+# every source includes what it uses.
+option(KORVEL_PRECOMPILED "Read the headers of libraries once for many sources" OFF)
+
+set(KORVEL_STANDARD_HEADERS
+  <algorithm> <array> <chrono> <cstdint> <expected> <filesystem> <functional> <map> <memory>
+  <optional> <set> <span> <string> <string_view> <utility> <variant> <vector>)
+set(KORVEL_MACHINE_HEADERS <asio/io_context.hpp> <asio/local/stream_protocol.hpp>
+  <asio/post.hpp> <asio/steady_timer.hpp> <fmt/format.h> <nlohmann/json.hpp>)
+set(KORVEL_TEST_HEADERS <gmock/gmock.h> <gtest/gtest.h> <nlohmann/json.hpp>)
+
+# korvel_precompile(KIND LIBRARIES HEADER...): the headers of one kind, for targets that link it.
+function(korvel_precompile kind libraries)
+  set(source ${CMAKE_BINARY_DIR}/headers/${kind}.cpp)
+  file(GENERATE OUTPUT ${source} CONTENT "")
+  add_library(headers_${kind} OBJECT ${source})
+  target_link_libraries(headers_${kind} PRIVATE korvel_flags ${libraries})
+  target_precompile_headers(headers_${kind} PRIVATE ${KORVEL_STANDARD_HEADERS} ${ARGN})
+  # A time in the file would make the compiler's cache miss.
+  target_compile_options(headers_${kind} PRIVATE -Xclang -fno-pch-timestamp)
+endfunction()
+
+# korvel_reuse_headers(DIRECTORY): gives every target there and below the headers of its kind.
+function(korvel_reuse_headers directory)
+  get_property(below DIRECTORY ${directory} PROPERTY SUBDIRECTORIES)
+  foreach(each ${below})
+    korvel_reuse_headers(${each})
+  endforeach()
+  get_property(targets DIRECTORY ${directory} PROPERTY BUILDSYSTEM_TARGETS)
+  foreach(target ${targets})
+    get_target_property(type ${target} TYPE)
+    get_target_property(libraries ${target} LINK_LIBRARIES)
+    if(NOT type MATCHES "^(STATIC|OBJECT)_LIBRARY$|^EXECUTABLE$" OR target MATCHES "^headers_")
+      continue()
+    endif()
+    set(kind machine)
+    if("GTest::gtest" IN_LIST libraries)
+      set(kind tests)
+    elseif(directory STREQUAL "${CMAKE_SOURCE_DIR}/KorvelHelper")
+      set(kind helper)
+    endif()
+    target_precompile_headers(${target} REUSE_FROM headers_${kind})
+  endforeach()
+endfunction()
+
+# korvel_precompile_headers(): for all targets that are known so far.
+function(korvel_precompile_headers)
+  find_package(asio REQUIRED)
+  find_package(fmt REQUIRED)
+  find_package(nlohmann_json 3.11 REQUIRED)
+  find_package(GTest REQUIRED)
+  korvel_precompile(helper "")
+  korvel_precompile(machine "asio::asio;fmt::fmt;nlohmann_json::nlohmann_json"
+    ${KORVEL_MACHINE_HEADERS})
+  korvel_precompile(tests "GTest::gtest;GTest::gmock;nlohmann_json::nlohmann_json"
+    ${KORVEL_TEST_HEADERS})
+  korvel_reuse_headers(${CMAKE_SOURCE_DIR})
+endfunction()
