@@ -52,12 +52,6 @@ const std::map<std::string, int, std::less<>>& signals() {
   return all;
 }
 
-Words signalNames() {
-  Words names;
-  for (const auto& [name, number] : signals()) names.push_back(name);
-  return names;
-}
-
 ControlReply killHelper(MachineServer& server, const Words& words) {
   if (words.size() > 1)
     return usage(fmt::format("kill takes one signal, not also \"{}\"", words[1]));
@@ -130,6 +124,12 @@ const std::map<std::string, Simple, std::less<>>& simpleCommands() {
 }
 
 }  // namespace
+
+std::vector<std::string> signalNames() {
+  Words names;
+  for (const auto& [name, number] : signals()) names.push_back(name);
+  return names;
+}
 
 nlohmann::ordered_json faultsJSON() {
   nlohmann::ordered_json all = nlohmann::ordered_json::array();

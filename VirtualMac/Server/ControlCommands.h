@@ -19,6 +19,8 @@ struct ControlReply {
 
 using ControlAnswer = std::function<void(const ControlReply&)>;
 
+/// The signals that `kill` takes.
+std::vector<std::string> signalNames();
 /// Every fault that a machine can have: an object each with its name, arguments and text.
 nlohmann::ordered_json faultsJSON();
 /// The same for a person and for a program, and the lines of those that are `active`.

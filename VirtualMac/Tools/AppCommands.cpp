@@ -16,6 +16,7 @@
 #include "VirtualMac/Tools/AppConnection.h"
 #include "VirtualMac/Tools/AppSession.h"
 #include "VirtualMac/Tools/CommandLine.h"
+#include "VirtualMac/Tools/CompletionCommand.h"
 #include "VirtualMac/Tools/Doctor.h"
 #include "VirtualMac/Tools/HelperView.h"
 #include "VirtualMac/Tools/StateText.h"
@@ -230,6 +231,7 @@ void addOperations(CLI::App& program, Choices& choices, std::function<int()>& ch
     const bool isSwitch = operation.argument == OperationArgument::Boolean;
     command->add_option(argument, choices.argument, isSwitch ? "on or off" : "Percent")
         ->required()
+        ->type_name(isSwitch ? "SWITCH" : "PERCENT")
         ->check(argumentFor(operation));
   }
 }
@@ -277,8 +279,10 @@ int runKorvelApp(int argc, char** argv) {
   program.require_subcommand(1);
   program.fallthrough();
   program.add_option("--root", choices.root, "The machine's directory, as for virtual-mac")
+      ->type_name("FOLDER")
       ->check(notEmpty());
   program.add_option("--as", choices.identity, "Signing identity (virtual-mac identities)")
+      ->type_name("IDENTITY")
       ->capture_default_str();
   program.add_flag("--json", choices.asJSON, "Answer as JSON");
   program.add_option("--timeout", choices.timeoutSeconds, "Real seconds to wait for a reply")
@@ -286,6 +290,7 @@ int runKorvelApp(int argc, char** argv) {
       ->check(numberBetween(0.001, longestWaitSeconds));
   addOperations(program, choices, chosen);
   addOtherCommands(program, choices, chosen);
+  addCompletion(program, chosen);
   return runCommandLine(program, {"--root", "--as", "--timeout"}, argc, argv,
                         [&] { return chosen(); });
 }

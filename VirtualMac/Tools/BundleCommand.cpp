@@ -48,6 +48,7 @@ void addBundle(CLI::App& program, std::function<int()>& chosen) {
   CLI::App* command = program.add_subcommand(
       "bundle", "Put all that is known of the machine and its helper into one file");
   command->add_option("file", choices->file, "JSON file to write; default: standard output")
+      ->type_name("FILE")
       ->check(notEmpty());
   command->add_flag("--ask-nothing", choices->leavesHelperAlone,
                     "Do not connect to the helper, which would arm its saved limit");

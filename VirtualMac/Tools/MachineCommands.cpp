@@ -212,6 +212,7 @@ void addPageOption(CLI::App& command, Choices& choices) {
 void addUp(CLI::App& program, Choices& choices, std::function<int()>& chosen) {
   CLI::App* command = program.add_subcommand("up", "Start a virtual Mac");
   command->add_option("--profile", choices.profile, "Kind of Mac, or a JSON file of one")
+      ->type_name("PROFILE")
       ->capture_default_str();
   command->add_option("--speed", choices.speed, "Virtual seconds in a real one")
       ->capture_default_str()
@@ -230,8 +231,11 @@ void addLaunch(CLI::App& program, Choices& choices, std::function<int()>& chosen
   CLI::App* command =
       program.add_subcommand("launch", "Run a program as a client: launch [--as IDENTITY] -- ...");
   command->add_option("--as", choices.identity, "Signing identity (virtual-mac identities)")
+      ->type_name("IDENTITY")
       ->capture_default_str();
-  command->add_option("program", choices.words, "The program and its arguments")->required();
+  command->add_option("program", choices.words, "The program and its arguments")
+      ->required()
+      ->type_name("FILE");
   command->callback([&] {
     chosen = [&] { return launchProgram({choices.root, choices.identity, choices.words}); };
   });
@@ -291,24 +295,24 @@ void addForwarded(CLI::App& program, Choices& choices, std::function<int()>& cho
         [&choices, &chosen, name] { chosen = [&choices, name] { return ask(choices, name); }; });
     return command;
   };
-  const auto addWithWords = [&](const char* name, const std::string& description,
-                                const char* words) {
-    add(name, description)->add_option("arguments", choices.words, words);
+  const auto addWithWords = [&](const char* name, const std::string& description, const char* words,
+                                const char* kind) {
+    add(name, description)->add_option("arguments", choices.words, words)->type_name(kind);
   };
   add("down", "End the virtual Mac, its helper first");
   add("status", "Show the machine at one glance");
-  addWithWords("set", settings(), "WHAT VALUE");
-  addWithWords("fault", "Switch a fault: NAME [ARGUMENT...] on|off; or list", "NAME");
+  addWithWords("set", settings(), "WHAT VALUE", "SETTING");
+  addWithWords("fault", "Switch a fault: NAME [ARGUMENT...] on|off; or list", "NAME", "FAULT");
   addWithWords("kill", "Send the helper a signal: KILL (default), TERM, INT, ABRT, STOP, CONT",
-               "SIGNAL");
+               "SIGNAL", "SIGNAL");
   addWithWords("install", "Put another version in the helper's place; one that runs goes on",
-               "VERSION");
+               "VERSION", "TEXT");
   add("sleep", "Ask the machine to sleep");
   add("wake", "Wake the machine");
   add("touch", "Touch the keyboard");
   add("reboot", "End the helper the orderly way and start the system anew");
   add("power-loss", "Take the power away, and give it back");
-  addWithWords("speed", "Let time run faster or slower", "FACTOR");
+  addWithWords("speed", "Let time run faster or slower", "FACTOR", "NUMBER");
   add("identities", "List the signing identities that clients may have");
 }
 
@@ -325,6 +329,7 @@ int runVirtualMac(int argc, char** argv, const std::vector<AddCommand>& more) {
       .add_option("--root", choices.root,
                   "The machine's directory (default: $XDG_RUNTIME_DIR/virtual-mac, or "
                   "/tmp/virtual-mac-UID)")
+      ->type_name("FOLDER")
       ->check(notEmpty());
   program.add_flag("--json", choices.asJSON, "Answer as JSON");
   addUp(program, choices, chosen);

@@ -101,11 +101,15 @@ void addProfile(CLI::App& program, std::function<int()>& chosen) {
       profile->add_subcommand("import",
                               "Make a profile from a dump of a real Mac's battery (ioreg -a -r -c "
                               "AppleSmartBattery)");
-  command->add_option("dump", choices->dump, "The dump; - reads it from input")->required();
+  command->add_option("dump", choices->dump, "The dump; - reads it from input")
+      ->required()
+      ->type_name("FILE");
   command->add_option("--like", choices->like, "Profile, or JSON file, for what no dump tells")
+      ->type_name("PROFILE")
       ->capture_default_str()
       ->check(notEmpty());
   command->add_option("--output", choices->output, "JSON file to write; default: standard output")
+      ->type_name("FILE")
       ->check(notEmpty());
   command->callback([choices, &program, &chosen] {
     choices->asJSON = program.get_option("--json")->as<bool>();

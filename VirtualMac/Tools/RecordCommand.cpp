@@ -67,7 +67,8 @@ void addRecord(CLI::App& program, std::function<int()>& chosen) {
       "record",
       "Make a scenario of the journal, which does the same again and expects what was seen. "
       "Status 1: it tells something that no scenario can, named on standard error");
-  command->add_option("file", choices->file, "YAML file to write; default: standard output");
+  command->add_option("file", choices->file, "YAML file to write; default: standard output")
+      ->type_name("FILE");
   addJournalOption(*command, choices->journal);
   command->callback([choices, &program, &chosen] {
     choices->root = program.get_option("--root")->as<std::string>();

@@ -248,7 +248,8 @@ void addRun(CLI::App& program, std::function<int()>& chosen) {
   const auto choices = std::make_shared<Choices>();
   CLI::App* command = program.add_subcommand("run", "Play scenarios and say how they went");
   command->add_option("files", choices->files, "Scenario files (YAML), and directories of them")
-      ->required();
+      ->required()
+      ->type_name("FILE");
   CLI::Option* here = command->add_flag("--in-process", choices->inProcess,
                                         "In this process and in virtual time (the default)");
   CLI::Option* processes = command->add_flag("--processes", choices->processes,
@@ -264,9 +265,11 @@ void addRun(CLI::App& program, std::function<int()>& chosen) {
       ->capture_default_str()
       ->check(numberBetween(1, 10000))
       ->needs(processes);
-  command->add_option("--timeline", choices->timeline, "Draw the run into this SVG file");
+  command->add_option("--timeline", choices->timeline, "Draw the run into this SVG file")
+      ->type_name("FILE");
   command->add_option("--trace", choices->trace, "Write the run into this HTML file, for a browser")
-      ->check(notEmpty());
+      ->check(notEmpty())
+      ->type_name("FILE");
   command
       ->add_option("--linger", choices->linger,
                    "Virtual seconds that the machine runs on after a story that held")

@@ -70,7 +70,7 @@ int draw(const std::string& root, bool asJSON, const Choices& choices) {
 void addTimeline(CLI::App& program, std::function<int()>& chosen) {
   const auto choices = std::make_shared<Choices>();
   CLI::App* command = program.add_subcommand("timeline", "Draw the journal as a picture");
-  command->add_option("file", choices->file, "SVG file to write")->required();
+  command->add_option("file", choices->file, "SVG file to write")->required()->type_name("FILE");
   command->add_option("--title", choices->title, "The picture's title")->capture_default_str();
   command->add_option("--from", choices->from, "First virtual second that is shown")
       ->check(numberBetween(0, longestWaitSeconds));

@@ -60,7 +60,7 @@ void addTrace(CLI::App& program, std::function<int()>& chosen) {
   const auto choices = std::make_shared<Choices>();
   CLI::App* command =
       program.add_subcommand("trace", "Write the journal as a page that any browser opens");
-  command->add_option("file", choices->file, "HTML file to write")->required();
+  command->add_option("file", choices->file, "HTML file to write")->required()->type_name("FILE");
   addJournalOption(*command, choices->journal);
   command->add_option("--beside", choices->beside, "Another saved journal, to compare with")
       ->check(notEmpty())

@@ -1,4 +1,5 @@
 #include "VirtualMac/Tools/BundleCommand.h"
+#include "VirtualMac/Tools/CompletionCommand.h"
 #include "VirtualMac/Tools/ExplainCommand.h"
 #include "VirtualMac/Tools/MachineCommands.h"
 #include "VirtualMac/Tools/ProfileCommand.h"
@@ -10,7 +11,7 @@
 int main(int argc, char** argv) {
   std::vector<virtualmac::AddCommand> more{virtualmac::addTimeline, virtualmac::addTrace,
                                            virtualmac::addExplain, virtualmac::addProfile,
-                                           virtualmac::addBundle};
+                                           virtualmac::addBundle, virtualmac::addCompletion};
   // The program is built without the command if the scenarios' library does not exist.
 #if defined(VIRTUALMAC_WITH_SCENARIOS)
   more.emplace_back(virtualmac::addRecord);
