@@ -49,7 +49,7 @@ class Installed(unittest.TestCase):
                          ["korvel-app", "virtual-mac"])
         machine, app = prefix / "bin/virtual-mac", prefix / "bin/korvel-app"
         root = self.folder / "root"
-        self.expect(run(machine, "--root", root, "up", "--speed", "60"))
+        self.expect(run(machine, "--root", root, "up", "--speed", "60", "--web=0"))
         try:
             self.assertEqual(self.expect(run(app, "--root", root, "set-limit", "80")), "ok\n")
         finally:
@@ -57,7 +57,10 @@ class Installed(unittest.TestCase):
         story = prefix / "share/virtual-mac/gallery/quit.yaml"
         self.assertIn("passed", self.expect(run(machine, "run", "--processes", story)))
         self.assertTrue((prefix / "share/virtual-mac/profiles/newer-keys.json").is_file())
-        self.assertTrue((prefix / "share/doc/virtual-mac/client.md").is_file())
+        for file in ("doc/virtual-mac/client.md", "man/man1/virtual-mac.1.gz", "man/man1/korvel-app.1.gz",
+                     "man/man5/virtual-mac-scenario.5.gz", "bash-completion/completions/korvel-app",
+                     "fish/vendor_completions.d/virtual-mac.fish", "zsh/vendor-completions/_virtual-mac"):
+            self.assertTrue((prefix / "share" / file).is_file(), file)
 
     def test_may_be_staged_for_a_package(self):
         staged = self.folder / "staged"
