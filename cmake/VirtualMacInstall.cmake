@@ -62,3 +62,6 @@ get_property(scripts GLOBAL PROPERTY virtual_mac_completions)
 add_custom_target(virtual-mac-papers DEPENDS ${pages} ${scripts})
 add_dependencies(virtual-mac-kit virtual-mac-papers)
 
+if(EXISTS /etc/debian_version)
+  include(VirtualMacPackage)
+endif()
