@@ -39,7 +39,7 @@ inRoot() {
     [[ ! -d $1/ccache ]] || mount --bind "$2" "$1/ccache"
     exec env -i PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin HOME=/root \
       LANG=C.UTF-8 DEBIAN_FRONTEND=noninteractive TERM=dumb "${@:3}"' \
-    inRoot "$1" "${CCACHE_DIR:-$HOME/.cache/ccache}" chroot "$@"
+    inRoot "$1" "$(ccache -k cache_dir 2>/dev/null)" chroot "$@"
 }
 
 # everyFile FOLDER: names all that the system has, but for records, caches and what the kernel keeps.
