@@ -10,8 +10,8 @@
 
 int main(int argc, char** argv) {
   std::vector<virtualmac::AddCommand> more{virtualmac::addTimeline, virtualmac::addTrace,
-                                           virtualmac::addExplain, virtualmac::addProfile,
-                                           virtualmac::addBundle, virtualmac::addCompletion};
+                                           virtualmac::addExplain,  virtualmac::addProfile,
+                                           virtualmac::addBundle,   virtualmac::addCompletion};
   // The program is built without the command if the scenarios' library does not exist.
 #if defined(VIRTUALMAC_WITH_SCENARIOS)
   more.emplace_back(virtualmac::addRecord);
