@@ -52,17 +52,19 @@ class Reader {
   void read(const std::string& word) {
     if (awaiting != nullptr) {
       awaiting = nullptr;
-    } else if (onlyPlain) {
-      plain.push_back(word);
-    } else if (word == "--") {
-      onlyPlain = true;
-    } else if (word.starts_with('-')) {
-      readOption(word);
-    } else if (const CLI::App* next = plain.empty() ? commandNamed(word) : nullptr) {
-      command = next;
-    } else {
-      plain.push_back(word);
+      return;
     }
+    if (!onlyPlain) {
+      onlyPlain = word == "--";
+      if (onlyPlain) return;
+      if (word.starts_with('-')) return readOption(word);
+      const CLI::App* next = plain.empty() ? commandNamed(word) : nullptr;
+      if (next != nullptr) {
+        command = next;
+        return;
+      }
+    }
+    plain.push_back(word);
   }
 
   [[nodiscard]] Offers offersTo(const std::string& begun) const {
