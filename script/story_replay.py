@@ -38,6 +38,7 @@ PASSED_OVER = [
     (re.compile(r"^([\d.]+ app   )[\w-]+ (\d+) disconnects$", re.M), r"\1client \2 disconnected"),
     (re.compile(r"^([\d.]+ app   )[\w-]+ (\d+) cut off: .*requirement.*$", re.M),
      r"\1client \2 cut off: requirement"),
+    (re.compile(r"^([\d.]+ app   )[\w-]+ (\d+) cut off: unknown", re.M), r"\1client \2 cut off: unknown"),
 ]
 
 

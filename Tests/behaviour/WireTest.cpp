@@ -89,12 +89,14 @@ TEST_F(WireTest, EightRepliesAreTypedAndKeepAwakeIsNot) {
                                     "resetAllSMCKeysWithReply: 1 4", "cancelTopUpWithReply: 1 4"));
 }
 
-TEST_F(WireTest, UnknownMessageReachesNothing) {
+TEST_F(WireTest, UnknownMessageEndsItsConnectionAndReachesNothing) {
   boot();
   const AppCallRef call = app->send("setChargeCurrent:reply:");
   world.runUntilIdle();
   EXPECT_TRUE(call->failed);
-  EXPECT_THAT(since("log smc disk"), IsEmpty());
+  EXPECT_FALSE(app->connected());
+  EXPECT_THAT(since("smc disk"), IsEmpty());
+  EXPECT_TRUE(world.connectApp()->state());
 }
 
 TEST_F(WireTest, EveryCallOfAnOrdinaryDayIsAnsweredExactlyOnce) {

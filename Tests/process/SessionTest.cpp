@@ -63,6 +63,23 @@ TEST(SessionTest, AnswersEachRequestOverOneConnection) {
   EXPECT_EQ(session.finish(), 0);
 }
 
+TEST(SessionTest, AMethodThatTheHelperLacksEndsTheConnectionAndNothingElse) {
+  const Mac mac;
+  const auto helper = mac.helper();
+  Session session(mac);
+  EXPECT_EQ(session.line(), connectedEvent);
+  session.say("call setSchedule");
+  EXPECT_EQ(session.line(), disconnectedEvent);
+  EXPECT_EQ(session.line().value("lost", false), true);
+  EXPECT_EQ(session.ask("call pingWithReply:").value("usage", false), true);
+  EXPECT_EQ(session.ask("call").value("usage", false), true);
+  session.say("set-limit 80");
+  EXPECT_EQ(session.line(), connectedEvent);
+  EXPECT_EQ(session.line(), done);
+  EXPECT_EQ(mac.helper(), helper);
+  EXPECT_EQ(session.finish(), 0);
+}
+
 TEST(SessionTest, TellsTheFieldsOfRecordAndCapabilitiesAsJSON) {
   const Mac mac;
   Session session(mac);

@@ -115,7 +115,8 @@ TEST_F(ActionTest, WhatIsDoneToTheMachineIsALineOfTheJournal) {
       {"touch", "touched"},
       {"fault smc-silent-refusal CHTE on", "fault smc-silent-refusal CHTE on"},
       {"fault smc-silent-refusal CHTE off", "fault smc-silent-refusal CHTE off"},
-      {"update 2.1.0", "helper version 2.1.0 installed"}};
+      {"update 2.1.0", "helper version 2.1.0 installed"},
+      {"install \"2.2 beta\"", "helper version 2.2 beta installed"}};
   for (const auto& [action, line] : deeds) {
     stage.journal().clear();
     perform(action);
@@ -133,6 +134,24 @@ TEST_F(ActionTest, TheHelperIsStartedSignalledAndUpdated) {
   perform("update 2.1.0");
   EXPECT_EQ(version(), "2.1.0");
   EXPECT_TRUE(stage.running);
+}
+
+TEST_F(ActionTest, AnInstalledHelperDoesNotDisturbTheOneThatRuns) {
+  perform("helper start");
+  perform("install 2.1.0");
+  EXPECT_EQ(version(), "2.1.0");
+  EXPECT_TRUE(stage.running);
+  EXPECT_EQ(stage.journal().text("proc"), "");
+}
+
+TEST_F(ActionTest, ACallIsOfAMethodThatTheHelperLacks) {
+  const auto call = Action::parse("call setSchedule by newer");
+  ASSERT_TRUE(call) << call.error();
+  EXPECT_TRUE(call->isRequest());
+  call->perform(stage, [](const Answer&) {});
+  EXPECT_THAT(stage.asked, testing::ElementsAre("newer call 0"));
+  EXPECT_THAT(Action::parse("call pingWithReply:").error(), HasSubstr("say ping"));
+  EXPECT_THAT(Action::parse("call").error(), HasSubstr("a method is missing"));
 }
 
 // On a stage in real time, an update also waits a while for the old helper's end.

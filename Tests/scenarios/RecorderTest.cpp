@@ -145,6 +145,25 @@ TEST(RecorderTest, AnUpdateARebootAndALossOfPowerAreOneActionEach) {
               ElementsAre("connect", "power-loss", "connect"));
 }
 
+TEST(RecorderTest, AnInstallationThatStartsNobodyIsNoUpdate) {
+  const std::string installed = "20.000 mac   helper version 2.1.0 installed\n";
+  EXPECT_THAT(actionsOf("10.000 proc  helper 501 started\n" + installed),
+              ElementsAre("helper start", "install 2.1.0"));
+  const std::string ends =
+      "20.000 proc  signal 15 to helper 501\n20.000 proc  helper 501 exited 0\n";
+  EXPECT_THAT(actionsOf(ends + installed + "30.000 proc  helper 502 started\n"),
+              ElementsAre("kill TERM", "install 2.1.0", "helper start"));
+  EXPECT_THAT(actionsOf("20.000 mac   helper version 2.2 beta installed\n"),
+              ElementsAre("install \"2.2 beta\""));
+}
+
+TEST(RecorderTest, AMethodThatTheHelperLacksIsACall) {
+  EXPECT_THAT(actionsOf("5.000 app   client 70 identifies as app\n5.100 app   client 70 connected\n"
+                        "7.000 app   client 70 cut off: unknown selector \"setSchedule\"\n",
+                        60),
+              ElementsAre("connect", "call setSchedule"));
+}
+
 TEST(RecorderTest, OneWhoIsCutOffAsksForSomething) {
   const std::string told =
       "5.000 app   unsigned 901 connects\n"

@@ -132,8 +132,10 @@ bool PeerConnection::peerIsAdmitted() {
 void PeerConnection::call(const ServiceMessage& message) {
   const korvel::Operation* operation =
       korvel::operationWith(&korvel::Operation::selector, message.call->selector);
-  if (operation == nullptr)
-    return client->failed(message.call, "the interface has no such selector");
+  if (operation == nullptr) {
+    client->cutOff("unknown selector \"" + message.call->selector + '"');
+    return invalidate();
+  }
   // Kept for the call: the connection may end meanwhile.
   const std::shared_ptr<korvel::KorvelHelperProtocol> object = exported;
   deliverCall({service.around, client, message.call, *operation, interface}, *object,

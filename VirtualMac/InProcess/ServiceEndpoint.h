@@ -81,7 +81,7 @@ class ClientEnd : public std::enable_shared_from_this<ClientEnd> {
   // Called from the helper's side
   void accepted(std::weak_ptr<ServerEnd> by);  ///< Sends the messages kept so far.
   void refused();                              ///< The listener refused: it is over.
-  void cutOff(const std::string& why);         ///< The requirement is not met: it is over.
+  void cutOff(const std::string& why);         ///< The helper does not serve it: it is over.
   void helperGone();  ///< Pending calls fail; the connection may come back.
   /// A reply arrived for a call, or none ever will.
   void answered(const AppCallRef& call);

@@ -198,6 +198,11 @@ void Machine::setDownHandler(std::function<void(std::string_view cause)> handler
   downHandler = std::move(handler);
 }
 
+void Machine::installHelper(const std::string& version) {
+  bundleInformation["CFBundleShortVersionString"] = version;
+  tell("helper version " + version + " installed");
+}
+
 double Machine::latencySeconds(SeamCall call) const {
   const double own = call == SeamCall::smcCallStruct ? smc.callLatencySeconds : 0;
   return own + latencies[static_cast<std::size_t>(call)];

@@ -121,6 +121,8 @@ class Machine {
 
   /// The main bundle's information; at first it holds "CFBundleShortVersionString" alone.
   korvel::PropertyValue::Dictionary bundleInformation;
+  /// Puts another version in the helper's place; one that runs goes on as it is.
+  void installHelper(const std::string& version);
   std::optional<std::string> bundleExecutablePath{std::string(helperProgramPath)};
   /// Every new connection of the helper's service breaks at this moment.
   std::optional<ConnectionBreak> connectionsBreak;

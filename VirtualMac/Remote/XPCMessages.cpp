@@ -140,6 +140,16 @@ std::expected<XPCReply, std::string> decodeXPCReply(std::string_view body) {
   return reply;
 }
 
+std::expected<Operation, std::string> foreignOperation(std::string_view selector) {
+  const std::string named(selector);
+  if (selector.empty()) return std::unexpected(std::string("call takes a method, by its selector"));
+  if (const auto* known = korvel::operationWith(&Operation::selector, selector))
+    return std::unexpected('"' + named + "\" is no foreign method: say " +
+                           std::string(known->word));
+  return Operation{selector, selector, OperationArgument::None, korvel::OperationAnswer::Outcome,
+                   foreignCallWord};
+}
+
 std::expected<std::uint8_t, std::string> argumentFrom(const Operation& operation,
                                                       const std::string& word) {
   const std::string what(operation.word);

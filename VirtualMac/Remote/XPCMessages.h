@@ -48,6 +48,12 @@ std::expected<XPCReply, std::string> decodeXPCReply(std::string_view body);
 std::expected<std::uint8_t, std::string> argumentFrom(const korvel::Operation& operation,
                                                       const std::string& word);
 
+/// The word of a request that names a method which the protocol lacks: `call setSchedule`.
+inline constexpr std::string_view foreignCallWord = "call";
+/// Such a method, as a newer client knows it; `selector` must outlive it. The error says why the
+/// selector names none.
+std::expected<korvel::Operation, std::string> foreignOperation(std::string_view selector);
+
 /// The call of an operation with such an argument, and back; else why the operation does not take
 /// what was `given`.
 XPCCall callOf(const korvel::Operation& operation, std::uint8_t argument, std::uint32_t ticket);

@@ -62,9 +62,15 @@ Act update(Phrase& phrase) {
     stage.runUntil(stage.now() + longestEndSeconds + stage.graceSeconds(),
                    [&stage] { return !stage.helperRunning(); });
     if (stage.helperRunning()) throw std::runtime_error("the old helper did not end");
-    stage.machine().bundleInformation["CFBundleShortVersionString"] = version;
-    stage.machine().tell("helper version " + version + " installed");
+    stage.machine().installHelper(version);
     stage.startHelper();
+  };
+}
+
+/// The middle of an update alone: the helper that runs, if one does, goes on as it is.
+Act install(Phrase& phrase) {
+  return [version = phrase.take("a version")](Stage& stage, const Answered&) {
+    stage.machine().installHelper(version);
   };
 }
 
@@ -90,10 +96,11 @@ struct Verb {
   std::string_view name;
   Act (*read)(Phrase&);
 };
-constexpr Verb verbs[] = {
-    {"connect", connect},    {"disconnect", disconnect}, {"kill-app", killClient},
-    {"helper", startHelper}, {"kill", killHelper},       {"update", update},
-    {"reboot", reboot},      {"power-loss", powerLoss},  {"fault", fault}};
+constexpr Verb verbs[] = {{"connect", connect},      {"disconnect", disconnect},
+                          {"kill-app", killClient},  {"helper", startHelper},
+                          {"kill", killHelper},      {"update", update},
+                          {"install", install},      {"reboot", reboot},
+                          {"power-loss", powerLoss}, {"fault", fault}};
 
 Act perform(Phrase& phrase, const Deed& deed) {
   GivenValue value;
@@ -119,6 +126,16 @@ Act ask(Phrase& phrase, const Operation& operation) {
   };
 }
 
+/// A request of a newer client: a method that this helper lacks.
+Act call(Phrase& phrase) {
+  const std::string method = phrase.take("a method");
+  if (const auto defect = foreignOperation(method); !defect) phrase.complain(defect.error());
+  const std::string client = phrase.takeIf("by") ? phrase.take("a client") : "app";
+  return [=](Stage& stage, Answered answered) {
+    stage.request(client, *foreignOperation(method), 0, std::move(answered));
+  };
+}
+
 Act read(Phrase& phrase, const std::string& name) {
   std::vector<std::string_view> names;
   for (const Verb& verb : verbs) {
@@ -129,6 +146,8 @@ Act read(Phrase& phrase, const std::string& name) {
     if (operation.word == name) return ask(phrase, operation);
     names.push_back(operation.word);
   }
+  if (name == foreignCallWord) return call(phrase);
+  names.push_back(foreignCallWord);
   for (const Deed& deed : deedCatalogue()) {
     if (deed.name == name) return perform(phrase, deed);
     names.push_back(deed.name);
@@ -148,7 +167,9 @@ std::expected<Action, std::string> Action::parse(std::string_view text) {
   phrase.takeEnd();
   if (phrase.complaint()) return std::unexpected(*phrase.complaint());
   const Operation* operation = korvel::operationWith(&Operation::word, name);
-  action.request = operation != nullptr && operation->answer != korvel::OperationAnswer::None;
+  const bool isAnswered =
+      operation != nullptr && operation->answer != korvel::OperationAnswer::None;
+  action.request = isAnswered || name == foreignCallWord;
   return action;
 }
 

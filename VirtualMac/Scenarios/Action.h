@@ -14,7 +14,9 @@ namespace virtualmac {
 ///   a request of the helper: the word of an operation, its value, [by CLIENT]
 ///   a deed of Machine/Deeds with its value
 ///   fault NAME [ARGUMENT...] on|off
-///   helper start    kill [KILL|TERM|INT|ABRT]    update VERSION    reboot    power-loss
+///   call METHOD [by CLIENT], which the helper lacks
+///   helper start    kill [KILL|TERM|INT|ABRT]    reboot    power-loss
+///   update VERSION    install VERSION
 /// A client that is not named is called "app".
 class Action {
  public:

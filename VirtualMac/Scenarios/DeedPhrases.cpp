@@ -33,15 +33,16 @@ struct Told {
   std::string_view begin, end, phrase;
 };
 /// A line that only a reader acts on. {} is what stands between its beginning and its end.
-constexpr std::array<Told, 9> told{{{"adapter renegotiated", "", "adapter renegotiate"},
-                                    {"display connected", "", "display on"},
-                                    {"display disconnected", "", "display off"},
-                                    {"temperature set to ", " C", "temperature {}"},
-                                    {"temperature free", "", "temperature free"},
-                                    {"ambient set to ", " C", "ambient {}"},
-                                    {"idle sleep off", "", "idle-sleep 0"},
-                                    {"idle sleep after ", " min", "idle-sleep {}"},
-                                    {"touched", "", "touch"}}};
+constexpr std::array<Told, 10> told{{{"adapter renegotiated", "", "adapter renegotiate"},
+                                     {"display connected", "", "display on"},
+                                     {"display disconnected", "", "display off"},
+                                     {"temperature set to ", " C", "temperature {}"},
+                                     {"temperature free", "", "temperature free"},
+                                     {"ambient set to ", " C", "ambient {}"},
+                                     {"helper version ", " installed", "install {}"},
+                                     {"idle sleep off", "", "idle-sleep 0"},
+                                     {"idle sleep after ", " min", "idle-sleep {}"},
+                                     {"touched", "", "touch"}}};
 
 std::string faultPhrase(std::string_view text) {
   // Switched on in place of another, a line tells that too.
@@ -64,7 +65,7 @@ std::string toldPhrase(const Journal::Entry& entry) {
   for (const Told& each : told) {
     const auto value = between(entry.text, each.begin, each.end);
     if (!value || (each.end.empty() && !value->empty())) continue;
-    return fmt::format(fmt::runtime(each.phrase), *value);
+    return fmt::format(fmt::runtime(each.phrase), quotedWord(*value));
   }
   return {};
 }
@@ -88,7 +89,7 @@ std::string quotedText(std::string_view text) {
 }
 
 std::string quotedWord(std::string_view word) {
-  return word.find('"') == std::string_view::npos ? std::string(word) : quotedText(word);
+  return word.find_first_of("\" ") == std::string_view::npos ? std::string(word) : quotedText(word);
 }
 
 std::string deedPhrase(const Journal::Entry& entry) {

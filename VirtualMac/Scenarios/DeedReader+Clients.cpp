@@ -92,8 +92,9 @@ void DeedReader::takeCutOff(std::int64_t pid, std::string_view what) {
   client->isOver = true;
   if (what.find("requirement") != std::string_view::npos)
     return add("ping" + RecordedClients::by(*client), at, "lost");
-  static constexpr std::array<std::string_view, 4> foreign{"malformed", "oversized", "truncated",
-                                                           "unknown selector"};
+  if (const auto method = between(what, "cut off: unknown selector \"", "\""))
+    return add("call " + quotedWord(*method) + RecordedClients::by(*client), at, "lost");
+  static constexpr std::array<std::string_view, 3> foreign{"malformed", "oversized", "truncated"};
   for (const std::string_view each : foreign) {
     if (what.find(each) == std::string_view::npos) continue;
     return refuse(fmt::format("client {} is {}: no client of a story sends that", pid, what));

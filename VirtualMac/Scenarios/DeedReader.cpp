@@ -138,8 +138,8 @@ void DeedReader::takeSignal(const Entry& entry) {
   const auto number = static_cast<int>(entry.effect.number(0));
   if (number == SIGTERM) {
     if (const auto reboot = rebootFrom(at)) return takeReboot(*reboot);
-    if (const auto installed = atItsEnd(at, isInstallation)) {
-      add("update " + *versionIn(entries[*installed]), at);
+    if (const auto installed = atItsEnd(at, isInstallation); installed && startsAt(*installed)) {
+      add("update " + quotedWord(*versionIn(entries[*installed])), at);
       found.isTold[*installed] = true;
       signalled.insert(number);
       boots = true;
@@ -175,6 +175,14 @@ std::optional<std::size_t> DeedReader::atItsEnd(std::size_t signal,
     if (entries[next].tells(EffectID::helperStarted)) break;
   }
   return std::nullopt;
+}
+
+bool DeedReader::startsAt(std::size_t index) const {
+  const double until = entries[index].time + (isLive() ? momentSeconds : 0);
+  for (std::size_t next = index; next < found.end && entries[next].time <= until; ++next) {
+    if (entries[next].tells(EffectID::helperStarted)) return true;
+  }
+  return false;
 }
 
 std::optional<std::size_t> DeedReader::rebootFrom(std::size_t signal) const {

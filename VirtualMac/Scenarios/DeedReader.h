@@ -65,6 +65,8 @@ class DeedReader {
   /// The first entry of the moment in which that helper ends, that `fits`.
   [[nodiscard]] std::optional<std::size_t> atItsEnd(std::size_t signal,
                                                     bool (*fits)(const Entry&)) const;
+  /// A helper starts in the moment of this entry.
+  [[nodiscard]] bool startsAt(std::size_t index) const;
   /// The reboot that a signal begins; none: it begins none.
   [[nodiscard]] std::optional<std::size_t> rebootFrom(std::size_t signal) const;
   void takeReboot(std::size_t reboot);

@@ -18,6 +18,7 @@
 #include "HelperPersistence.h"
 #include "Operations.h"
 #include "VirtualMac/Remote/HostSystem.h"
+#include "VirtualMac/Remote/XPCMessages.h"
 #include "VirtualMac/Server/ProgramBeside.h"
 
 namespace virtualmac {
@@ -48,6 +49,7 @@ std::string requestLine(const korvel::Operation& what, std::uint8_t argument) {
   std::string line(what.word);
   if (what.argument == korvel::OperationArgument::UInt8) line += ' ' + std::to_string(argument);
   if (what.argument == korvel::OperationArgument::Boolean) line += argument != 0 ? " on" : " off";
+  if (what.word == foreignCallWord) line += ' ' + std::string(what.selector);
   return line;
 }
 

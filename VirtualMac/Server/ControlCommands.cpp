@@ -75,10 +75,7 @@ ControlReply speed(MachineServer& server, const Words& words) {
 /// Puts another program in the helper's place. One that runs goes on as it is, as on a Mac.
 ControlReply install(MachineServer& server, const Words& words) {
   if (words.size() != 1 || words.front().empty()) return usage("install takes one version");
-  server.change([&](Machine& mac) {
-    mac.bundleInformation["CFBundleShortVersionString"] = words.front();
-    mac.tell("helper version " + words.front() + " installed");
-  });
+  server.change([&](Machine& mac) { mac.installHelper(words.front()); });
   return done("");
 }
 

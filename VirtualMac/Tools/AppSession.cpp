@@ -65,17 +65,25 @@ ordered_json answerTo(const Operation& operation, const std::vector<XPCValue>& v
 }
 
 struct Request {
-  const Operation& operation;
+  Operation operation;
   std::uint8_t argument;
 };
 
+/// What is returned refers to the line.
 std::expected<Request, std::string> requestIn(const std::string& line) {
   const std::size_t space = std::min(line.find(' '), line.size());
   const std::string word = line.substr(0, space);
+  if (word == foreignCallWord) {
+    const auto foreign =
+        foreignOperation(std::string_view(line).substr(std::min(space + 1, line.size())));
+    if (!foreign) return std::unexpected(foreign.error());
+    return Request{*foreign, 0};
+  }
   const Operation* operation = korvel::operationWith(&Operation::word, word);
   if (operation == nullptr) {
     std::vector<std::string> allowed;
     for (const Operation& known : korvel::operations) allowed.emplace_back(known.word);
+    allowed.emplace_back(foreignCallWord);
     return std::unexpected(unknownWord("request", word, allowed));
   }
   const auto argument = argumentFrom(*operation, line.substr(std::min(space + 1, line.size())));
