@@ -29,6 +29,10 @@ def expect(condition, done):
         sys.exit(f"status {done.returncode}\n{done.stdout}\n{done.stderr}")
 
 
+def total_of(done):
+    return done.stdout.splitlines()[-1]
+
+
 def passing_stories_end_with_0(programs):
     done = run(programs, GALLERY / "quit.yaml", GALLERY / "hand-back.yaml")
     expect(done.returncode == 0 and done.stdout.count("passed  ") == 2, done)
@@ -273,10 +277,63 @@ def on_a_terminal_a_long_run_says_how_far_it_is(programs):
         expect(re.search(r"\r\x1b\[K1/2  Ten years  \S+( \S+)? of 3650d 00:00:00 \(\d+ %\)", shown)
                and shown.endswith("\r\x1b[K"), done)
         expect(done.returncode == -signal.SIGINT and "stopped by SIGINT" in done.stdout, done)
-        expect(done.stdout.endswith("2 scenarios: 1 stopped, 1 not played\n"), done)
+        expect(total_of(done).startswith("2 scenarios: 1 stopped, 1 not played; "), done)
 
         done = finish(begin(programs, folder, GALLERY / "quit.yaml", errors=follower))
         expect(done.returncode == 0 and read_what_there_is(leader) == "", done)
+
+
+def a_check_reads_and_plays_nothing(programs):
+    with tempfile.TemporaryDirectory() as folder:
+        done = run(programs, "--check", GALLERY / "quit.yaml", "Tests/scenarios/data/fails.yaml")
+        expect(done.returncode == 0 and "in order  Tests/scenarios/data/fails.yaml: " in done.stdout
+               and total_of(done) == "2 scenarios: 2 in order, 0 unreadable", done)
+        path = "Tests/scenarios/data/defects.yaml"
+        done = run(programs, "--check", path, GALLERY / "quit.yaml")
+        expect(done.returncode == 2 and total_of(done) == "2 scenarios: 1 in order, 1 unreadable", done)
+        expect([line.split(": ")[0] for line in done.stderr.splitlines()] == [f"{path}:3", f"{path}:6"], done)
+        done = subprocess.run([str(programs / "virtual-mac"), "--json", "run", "--check", path,
+                               str(GALLERY / "quit.yaml")], cwd=ROOT, capture_output=True, text=True,
+                              timeout=120, check=False)
+        told = [json.loads(line) for line in done.stdout.splitlines()]
+        expect(done.returncode == 2 and [each["ok"] for each in told] == [False, True]
+               and f"{path}:6: " in told[0]["error"] and told[1]["steps"] > 1, done)
+        for more in (("--junit", f"{folder}/a.xml"), ("--processes",), ("--journal",)):
+            done = run(programs, "--check", path, *more)
+            expect(done.returncode == 2 and "--check" in done.stderr and path not in done.stderr, done)
+
+
+def a_build_server_gets_a_report(programs):
+    with tempfile.TemporaryDirectory() as folder:
+        report = pathlib.Path(folder, "out.xml")
+        odd = pathlib.Path(folder, "odd.yaml")
+        odd.write_text("name: 'Odd <&\" name'\ndescription: B\nsteps:\n  - at: 00:01\n"
+                       '    expect: "log \\"a\\u0007 <b>\\""\n', encoding="utf-8")
+        for way in ((), ("--processes",)):
+            done = run(programs, GALLERY / "quit.yaml", "Tests/scenarios/data/fails.yaml", odd,
+                       "Tests/scenarios/data/defects.yaml", "--junit", report, *way)
+            expect(done.returncode == 2, done)
+            suites = xml.dom.minidom.parse(str(report)).documentElement
+            counts = [suites.getAttribute(name) for name in ("tests", "failures", "errors", "skipped")]
+            expect(suites.tagName == "testsuites" and counts == ["4", "2", "1", "0"], done)
+            suite, = suites.getElementsByTagName("testsuite")
+            expect(suite.getAttribute("name") == ("among processes" if way else "in process"), done)
+            good, bad, strange, unread = suite.getElementsByTagName("testcase")
+            expect(good.getAttribute("name") == "Leaving for good" and float(good.getAttribute("time")) > 0
+                   and not good.getElementsByTagName("failure"), done)
+            spent, = good.getElementsByTagName("property")
+            expect(float(spent.getAttribute("value")) >= 360, done)
+            failure, = bad.getElementsByTagName("failure")
+            where = "Tests/scenarios/data/fails.yaml:10: at 00:01:"
+            expect(failure.getAttribute("message").startswith(where)
+                   and "the journal around it:\n" in failure.firstChild.data, done)
+            failure, = strange.getElementsByTagName("failure")
+            expect(strange.getAttribute("name") == 'Odd <&" name'
+                   and 'expected "log "a  <b>""' in failure.getAttribute("message"), done)
+            error, = unread.getElementsByTagName("error")
+            expect("defects.yaml:6: " in error.firstChild.data, done)
+        done = run(programs, GALLERY / "quit.yaml", "--junit", f"{folder}/no/out.xml")
+        expect(done.returncode == 1 and "out.xml cannot be written" in done.stderr, done)
 
 
 def a_failure_is_in_the_picture(programs):
@@ -297,11 +354,12 @@ def a_directory_is_its_stories_in_the_order_of_their_names(programs):
         told = re.findall(r"^(passed|FAILED)  (Story \d)", done.stdout, re.M)
         expect(done.returncode == 1 and told == [("passed", "Story 1"), ("passed", "Story 2"),
                                                  ("FAILED", "Story 3")], done)
-        expect(done.stdout.endswith("\n3 scenarios: 2 passed, 1 failed\n"), done)
+        expect(re.fullmatch(r"3 scenarios: 2 passed, 1 failed; 00:03:02 of virtual time in \d+\.\d s",
+                            total_of(done)), done)
         defects = "Tests/scenarios/data/defects.yaml"
         done = run(programs, defects, folder)
-        expect(done.returncode == 2 and done.stdout.endswith(
-            "\n4 scenarios: 2 passed, 1 failed, 1 unreadable\n"), done)
+        expect(done.returncode == 2 and total_of(done).startswith(
+            "4 scenarios: 2 passed, 1 failed, 1 unreadable; "), done)
         expect("scenarios" not in run(programs, f"{folder}/a.yaml").stdout, done)
         empty = pathlib.Path(folder, "empty")
         empty.mkdir()

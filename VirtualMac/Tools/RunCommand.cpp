@@ -5,7 +5,8 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
-#include <cstdint>
+#include <chrono>
+#include <cstdio>
 #include <exception>
 #include <expected>
 #include <filesystem>
@@ -27,6 +28,7 @@
 #include "VirtualMac/Tools/HelperProgram.h"
 #include "VirtualMac/Tools/JournalSaver.h"
 #include "VirtualMac/Tools/ProgressLine.h"
+#include "VirtualMac/Tools/RunReport.h"
 #include "VirtualMac/Tools/StopSignals.h"
 #include "VirtualMac/Viewer/TraceFile.h"
 
@@ -45,6 +47,8 @@ struct Choices {
   double linger = 0;
   bool journal = false;
   std::string savedJournal;
+  std::string junit;
+  bool checked = false;
   bool asJSON = false;
 };
 
@@ -54,11 +58,6 @@ constexpr double emulatedSlowness = 5;
 int failed(const Choices& choices, const std::string& text) {
   return complain("virtual-mac", choices.asJSON, text, exitFailed);
 }
-
-/// How the run of one file ended.
-enum class Fate : std::uint8_t { Passed, Failed, Unreadable, Stopped, NotPlayed };
-constexpr std::size_t fateCount = 5;
-using Tally = std::array<std::size_t, fateCount>;
 
 void tell(const Scenario& scenario, const ScenarioOutcome& outcome, bool asJSON) {
   if (asJSON) {
@@ -78,18 +77,6 @@ void tell(const Scenario& scenario, const ScenarioOutcome& outcome, bool asJSON)
   } else {
     fmt::print("FAILED  {}\n{}", scenario.name, outcome.report);
   }
-  std::fflush(stdout);
-}
-
-void tellTotal(const Tally& tally, std::size_t files) {
-  static constexpr std::array<std::string_view, fateCount> words{"passed", "failed", "unreadable",
-                                                                 "stopped", "not played"};
-  std::string text;
-  for (std::size_t fate = 0; fate < fateCount; ++fate) {
-    if (tally[fate] == 0) continue;
-    text += fmt::format("{}{} {}", text.empty() ? "" : ", ", tally[fate], words[fate]);
-  }
-  fmt::print("{} scenarios: {}\n", files, text);
   std::fflush(stdout);
 }
 
@@ -159,19 +146,30 @@ std::string whereToLook(const std::string& again, const Choices& choices) {
              : fmt::format("  see it in a browser: {}\n", choices.trace);
 }
 
-/// Plays one file; `place` says which one of how many.
-Fate play(const std::string& file, const std::string& place, const Choices& choices,
-          const StopSignals& signals) {
-  const auto scenario = loadScenario(file);
-  if (!scenario) {
-    // One line a defect, each beginning with its place.
-    if (choices.asJSON) {
-      complain("virtual-mac", true, scenario.error(), exitUsage);
-    } else {
-      fmt::print(stderr, "{}", scenario.error());
-    }
-    return Fate::Unreadable;
+/// Reads a story. One that cannot be read is told with its defects: one line each, which begins
+/// with its place.
+std::optional<Scenario> readStory(PlayedStory& story, bool asJSON) {
+  auto scenario = loadScenario(story.file);
+  if (scenario) {
+    story.name = scenario->name;
+    return *std::move(scenario);
   }
+  story.fate = Fate::Unreadable;
+  story.report = scenario.error();
+  story.trouble = story.report.substr(0, story.report.find('\n'));
+  if (asJSON) {
+    complain("virtual-mac", true, story.report, exitUsage);
+  } else {
+    fmt::print(stderr, "{}", story.report);
+  }
+  return std::nullopt;
+}
+
+/// Plays one story; `place` says which one of how many.
+void play(PlayedStory& story, const std::string& place, const Choices& choices,
+          const StopSignals& signals) {
+  const auto scenario = readStory(story, choices.asJSON);
+  if (!scenario) return;
   std::optional<ProgressLine> progress(std::in_place, place + scenario->name, !choices.journal);
   const auto look = [&](double now) -> std::optional<std::string> {
     progress->show(now, scenario->end);
@@ -185,12 +183,15 @@ Fate play(const std::string& file, const std::string& place, const Choices& choi
   }
   const auto speed = choices.processes ? std::optional(choices.speed) : std::nullopt;
   JournalSaver saver(choices.savedJournal, *stage, *scenario, speed);
-  const std::string again = fmt::format("virtual-mac run {}{}", file, howPlayed(choices));
+  const std::string again = fmt::format("virtual-mac run {}{}", story.file, howPlayed(choices));
   ScenarioOutcome outcome = playScenario(*scenario, *stage, again, look);
   progress.reset();
   const bool traced = choices.trace.empty() || writeTraceOf(*scenario, outcome, choices);
   if (!outcome.passed) outcome.report += whereToLook(again, choices);
   tell(*scenario, outcome, choices.asJSON);
+  story.virtualSeconds = outcome.virtualSeconds;
+  story.report = outcome.report;
+  story.trouble = outcome.report.substr(0, outcome.report.find('\n'));
   if (outcome.passed && choices.linger > 0) {
     stage->runUntil(stage->now() + choices.linger, [&] { return signals.caught().has_value(); });
   }
@@ -198,31 +199,70 @@ Fate play(const std::string& file, const std::string& place, const Choices& choi
   if (!saved) failed(choices, choices.savedJournal + " cannot be written");
   const bool drawn = choices.timeline.empty() || writeTimeline(choices.timeline, outcome.timeline);
   if (!drawn) failed(choices, choices.timeline + " cannot be written");
-  if (outcome.stopped) return Fate::Stopped;
-  return outcome.passed && drawn && traced && saved ? Fate::Passed : Fate::Failed;
+  const bool written = drawn && traced && saved;
+  if (outcome.passed && !written) story.trouble = "a file that was asked for cannot be written";
+  story.fate = outcome.passed && written ? Fate::Passed : Fate::Failed;
+  if (outcome.stopped) story.fate = Fate::Stopped;
 }
 
-Tally playEach(const std::vector<std::string>& files, const Choices& choices,
-               const StopSignals& signals) {
-  Tally tally{};
-  for (std::size_t index = 0; index < files.size(); ++index) {
-    Fate fate = Fate::NotPlayed;
+std::vector<PlayedStory> playEach(const std::vector<std::string>& files, const Choices& choices,
+                                  const StopSignals& signals) {
+  using Clock = std::chrono::steady_clock;
+  std::vector<PlayedStory> stories;
+  for (const std::string& file : files) {
+    PlayedStory& story = stories.emplace_back(PlayedStory{file});
     const std::string place =
-        files.size() > 1 ? fmt::format("{}/{}  ", index + 1, files.size()) : std::string();
+        files.size() > 1 ? fmt::format("{}/{}  ", stories.size(), files.size()) : std::string();
+    const auto began = Clock::now();
     try {
-      if (!signals.caught()) fate = play(files[index], place, choices, signals);
+      if (!signals.caught()) play(story, place, choices, signals);
     } catch (const std::exception& failure) {
-      fate = Fate::Failed;
-      failed(choices, files[index] + ": " + failure.what());
+      story.fate = Fate::Failed;
+      story.trouble = story.report = file + ": " + failure.what();
+      failed(choices, story.trouble);
     }
-    ++tally[static_cast<std::size_t>(fate)];
+    story.realSeconds = std::chrono::duration<double>(Clock::now() - began).count();
   }
-  return tally;
+  return stories;
+}
+
+int statusOf(const std::vector<PlayedStory>& stories) {
+  const auto any = [&](Fate fate) {
+    return std::ranges::find(stories, fate, &PlayedStory::fate) != stories.end();
+  };
+  if (any(Fate::Unreadable)) return exitUsage;
+  return any(Fate::Failed) ? exitFailed : exitDone;
+}
+
+/// Reads the files and plays none of them.
+int checkAll(const std::vector<std::string>& files, const Choices& choices) {
+  std::vector<PlayedStory> stories;
+  for (const std::string& file : files) {
+    PlayedStory& story = stories.emplace_back(PlayedStory{file});
+    const auto scenario = readStory(story, choices.asJSON);
+    if (!scenario) continue;
+    story.fate = Fate::Passed;
+    const std::size_t steps = scenario->steps.size();
+    if (choices.asJSON) {
+      const nlohmann::ordered_json object = {
+          {"ok", true}, {"file", file}, {"scenario", scenario->name}, {"steps", steps}};
+      fmt::print("{}\n", object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
+    } else {
+      fmt::print("in order  {}: {}, {} steps\n", file, scenario->name, steps);
+    }
+  }
+  if (files.size() > 1 && !choices.asJSON) {
+    const auto good = std::ranges::count(stories, Fate::Passed, &PlayedStory::fate);
+    fmt::print("{} scenarios: {} in order, {} unreadable\n", files.size(), good,
+               files.size() - static_cast<std::size_t>(good));
+  }
+  return statusOf(stories);
 }
 
 int playAll(const Choices& choices) {
   const auto files = chosenFiles(choices.files);
   if (!files) return complain("virtual-mac", choices.asJSON, files.error(), exitUsage);
+  if (choices.checked) return checkAll(*files, choices);
   const bool several = files->size() > 1;
   if (several && !(choices.timeline.empty() && choices.trace.empty()))
     return complain("virtual-mac", choices.asJSON,
@@ -232,14 +272,22 @@ int playAll(const Choices& choices) {
                     "--save-journal saves one scenario's journal, not several", exitUsage);
   // Among processes no second signal may end the program: it must clear away what they leave.
   std::optional<StopSignals> signals(std::in_place, !choices.processes);
-  const Tally tally = playEach(*files, choices, *signals);
-  if (files->size() > 1 && !choices.asJSON) tellTotal(tally, files->size());
+  const std::vector<PlayedStory> stories = playEach(*files, choices, *signals);
+  if (several && !choices.asJSON) {
+    fmt::print("{}\n", totalLine(stories));
+    std::fflush(stdout);
+  }
+  const std::string_view suite = choices.tin         ? "among processes, with the Mac's own program"
+                                 : choices.processes ? "among processes"
+                                                     : "in process";
+  const bool reported =
+      choices.junit.empty() || writeTextFile(choices.junit, junitXML(stories, suite));
+  if (!reported) failed(choices, choices.junit + " cannot be written");
   const std::optional<int> signal = signals->caught();
   signals.reset();
   if (signal) return endBySignal(*signal);
-  const auto count = [&tally](Fate fate) { return tally[static_cast<std::size_t>(fate)]; };
-  if (count(Fate::Unreadable) > 0) return exitUsage;
-  return count(Fate::Failed) > 0 ? exitFailed : exitDone;
+  const int status = statusOf(stories);
+  return status == exitDone && !reported ? exitFailed : status;
 }
 
 }  // namespace
@@ -265,21 +313,34 @@ void addRun(CLI::App& program, std::function<int()>& chosen) {
       ->capture_default_str()
       ->check(numberBetween(1, 10000))
       ->needs(processes);
-  command->add_option("--timeline", choices->timeline, "Draw the run into this SVG file")
-      ->type_name("FILE");
-  command->add_option("--trace", choices->trace, "Write the run into this HTML file, for a browser")
-      ->check(notEmpty())
-      ->type_name("FILE");
-  command
-      ->add_option("--linger", choices->linger,
-                   "Virtual seconds that the machine runs on after a story that held")
-      ->check(numberBetween(0, 3600));
-  command->add_flag("--journal", choices->journal, "Print what happens, as it happens");
-  command
-      ->add_option("--save-journal", choices->savedJournal,
-                   "Write what happens into this file, for --journal of the other commands")
-      ->check(notEmpty())
-      ->type_name("FILE");
+  CLI::Option* check =
+      command->add_flag("--check", choices->checked, "Read the files and play nothing");
+  const std::array shown{
+      command->add_option("--timeline", choices->timeline, "Draw the run into this SVG file")
+          ->type_name("FILE"),
+      command
+          ->add_option("--trace", choices->trace,
+                       "Write the run into this HTML file, for a browser")
+          ->check(notEmpty())
+          ->type_name("FILE"),
+      command
+          ->add_option("--linger", choices->linger,
+                       "Virtual seconds that the machine runs on after a story that held")
+          ->check(numberBetween(0, 3600)),
+      command->add_flag("--journal", choices->journal, "Print what happens, as it happens"),
+      command
+          ->add_option("--save-journal", choices->savedJournal,
+                       "Write what happens into this file, for --journal of the other commands")
+          ->check(notEmpty())
+          ->type_name("FILE"),
+      command
+          ->add_option("--junit", choices->junit,
+                       "Write how the stories went into this XML file, for build servers")
+          ->check(notEmpty())
+          ->type_name("FILE"),
+      here,
+      processes};
+  for (CLI::Option* each : shown) check->excludes(each);
   command->callback([choices, &program, &chosen] {
     choices->asJSON = program.get_option("--json")->as<bool>();
     chosen = [choices] { return playAll(*choices); };
