@@ -19,7 +19,7 @@ install(DIRECTORY ${CMAKE_SOURCE_DIR}/VirtualMac/Scenarios/gallery
   ${CMAKE_SOURCE_DIR}/VirtualMac/Machine/profiles
   DESTINATION ${CMAKE_INSTALL_DATADIR}/virtual-mac)
 install(DIRECTORY ${CMAKE_SOURCE_DIR}/docs/ DESTINATION ${documents}
-  FILES_MATCHING PATTERN "*.md" PATTERN "*.svg")
+  FILES_MATCHING PATTERN "*.md" PATTERN "*.svg" PATTERN "*.schema.json")
 install(FILES ${CMAKE_SOURCE_DIR}/CHANGELOG.md DESTINATION ${documents})
 
 add_custom_target(virtual-mac-kit ALL DEPENDS ${kit})

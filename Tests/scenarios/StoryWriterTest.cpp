@@ -54,7 +54,8 @@ TEST(StoryWriterTest, AStoryHasTheLayoutOfOneThatAPersonWrites) {
                          .actions = {"connect", "set-limit 80"},
                          .reply = "none",
                          .within = {"5s gate paused", "5s log \"a, b\""}});
-  EXPECT_EQ(story.text(), R"(name: A
+  EXPECT_EQ(story.text(), R"(# yaml-language-server: $schema=scenario.schema.json
+name: A
 description: 'B: c'
 profile: newer-keys
 seed: 7

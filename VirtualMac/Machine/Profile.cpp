@@ -133,6 +133,9 @@ void readIdentity(ProfileReader& reader, Profile& profile) {
 }
 
 void readProfile(ProfileReader& reader, Profile& profile) {
+  // An editor reads it.
+  std::string schema;
+  reader.read("$schema", schema);
   reader.read("description", profile.description);
   reader.readObject("smc", [&](ProfileReader& smc) {
     smc.read("present", profile.smcPresent);

@@ -105,8 +105,10 @@ std::string fractionText(long long milliseconds) {
 }  // namespace
 
 std::string WrittenStory::text() const {
-  std::string all = fmt::format("name: {}\ndescription: {}\nprofile: {}\n", scalar(name),
-                                scalar(description), scalar(profile));
+  // Editors find there which words are allowed; `virtual-mac schema scenario` prints it.
+  std::string all = "# yaml-language-server: $schema=scenario.schema.json\n";
+  all += fmt::format("name: {}\ndescription: {}\nprofile: {}\n", scalar(name), scalar(description),
+                     scalar(profile));
   if (seed) all += fmt::format("seed: {}\n", *seed);
   all += startText(start) + "steps:\n";
   for (const WrittenStep& step : steps) {
