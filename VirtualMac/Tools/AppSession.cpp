@@ -69,7 +69,7 @@ struct Request {
   std::uint8_t argument;
 };
 
-/// What is returned refers to the line.
+/// The request refers to the line.
 std::expected<Request, std::string> requestIn(const std::string& line) {
   const std::size_t space = std::min(line.find(' '), line.size());
   const std::string word = line.substr(0, space);
