@@ -174,7 +174,10 @@ class Teller {
     const std::string by = " by " + name;
     step(after, {"connect " + name});
     connected.insert(name);
-    if (about.client == Client::Newer) step(1, {"call setSchedule" + by}).reply = "lost";
+    if (about.client == Client::Newer) {
+      step(1, {"call setSchedule" + by}).reply = "lost";
+      step(1, {"disconnect " + name, "connect " + name});
+    }
     std::vector<std::string> asks{(about.client == Client::Older ? "ping" : "capabilities") + by};
     if (!promised) asks.push_back("set-limit 70" + by);
     step(1, asks);
