@@ -20,6 +20,7 @@
 #include "VirtualMac/Tools/Doctor.h"
 #include "VirtualMac/Tools/HelperView.h"
 #include "VirtualMac/Tools/StateText.h"
+#include "VirtualMac/Tools/Version.h"
 
 namespace virtualmac {
 
@@ -272,7 +273,7 @@ void addOtherCommands(CLI::App& program, Choices& choices, std::function<int()>&
 
 }  // namespace
 
-int runKorvelApp(int argc, char** argv) {
+int runKorvelApp(int argc, char** argv, const std::string& commit) {
   CLI::App program("The application's side of the helper, on a virtual Mac.", "korvel-app");
   Choices choices;
   std::function<int()> chosen;
@@ -288,6 +289,7 @@ int runKorvelApp(int argc, char** argv) {
   program.add_option("--timeout", choices.timeoutSeconds, "Real seconds to wait for a reply")
       ->capture_default_str()
       ->check(numberBetween(0.001, longestWaitSeconds));
+  addVersion(program, commit);
   addOperations(program, choices, chosen);
   addOtherCommands(program, choices, chosen);
   addCompletion(program, chosen);

@@ -21,6 +21,7 @@
 #include "VirtualMac/Tools/JournalReader.h"
 #include "VirtualMac/Tools/LaunchCommand.h"
 #include "VirtualMac/Tools/MachineDaemon.h"
+#include "VirtualMac/Tools/Version.h"
 #include "VirtualMac/Web/PageLaunch.h"
 #include "VirtualMac/Web/PagePlace.h"
 
@@ -318,7 +319,8 @@ void addForwarded(CLI::App& program, Choices& choices, std::function<int()>& cho
 
 }  // namespace
 
-int runVirtualMac(int argc, char** argv, const std::vector<AddCommand>& more) {
+int runVirtualMac(int argc, char** argv, const std::string& commit,
+                  const std::vector<AddCommand>& more) {
   CLI::App program("A virtual Mac: its charging hardware, power management and launchd.",
                    "virtual-mac");
   Choices choices;
@@ -332,6 +334,7 @@ int runVirtualMac(int argc, char** argv, const std::vector<AddCommand>& more) {
       ->type_name("FOLDER")
       ->check(notEmpty());
   program.add_flag("--json", choices.asJSON, "Answer as JSON");
+  addVersion(program, commit);
   addUp(program, choices, chosen);
   addForwarded(program, choices, chosen);
   addJournal(program, choices, chosen);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <string>
 #include <vector>
 
 namespace CLI {
@@ -12,7 +13,8 @@ namespace virtualmac {
 /// Adds a command, whose callback puts the work to do into the second argument.
 using AddCommand = std::function<void(CLI::App&, std::function<int()>&)>;
 
-/// The program `virtual-mac`, with commands of its own and `more`.
-int runVirtualMac(int argc, char** argv, const std::vector<AddCommand>& more);
+/// The program `virtual-mac`, with commands of its own and `more`; built from `commit`.
+int runVirtualMac(int argc, char** argv, const std::string& commit,
+                  const std::vector<AddCommand>& more);
 
 }  // namespace virtualmac

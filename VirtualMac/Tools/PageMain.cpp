@@ -7,6 +7,7 @@
 #include "VirtualMac/Server/RootDirectory.h"
 #include "VirtualMac/Tools/CommandLine.h"
 #include "VirtualMac/Tools/LaunchArguments.h"
+#include "VirtualMac/Tools/Version.h"
 #include "VirtualMac/Web/PageLaunch.h"
 #include "VirtualMac/Web/PagePlace.h"
 #include "VirtualMac/Web/PageServer.h"
@@ -42,6 +43,7 @@ int main(int argc, char** argv) {
                      virtualmac::pageProgramName);
   std::string root;
   arguments.add_option("--root", root, "The machine's directory")->required();
+  virtualmac::addVersion(arguments, virtualmac::builtCommit);
   if (const auto status = virtualmac::statusOfArguments(arguments, argc, argv)) return *status;
   return virtualmac::serve(virtualmac::RootDirectory::at(root));
 }

@@ -8,6 +8,7 @@
 #include "VirtualMac/Tools/SchemaCommand.h"
 #include "VirtualMac/Tools/TimelineCommand.h"
 #include "VirtualMac/Tools/TraceCommand.h"
+#include "VirtualMac/Tools/Version.h"
 
 int main(int argc, char** argv) {
   std::vector<virtualmac::AddCommand> more{virtualmac::addTimeline, virtualmac::addTrace,
@@ -19,5 +20,5 @@ int main(int argc, char** argv) {
   more.emplace_back(virtualmac::addRecord);
   more.emplace_back(virtualmac::addRun);
 #endif
-  return virtualmac::runVirtualMac(argc, argv, more);
+  return virtualmac::runVirtualMac(argc, argv, virtualmac::builtCommit, more);
 }
