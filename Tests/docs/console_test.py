@@ -88,7 +88,7 @@ def play(document, programs, folder):
     with open(said, "w", encoding="utf-8") as output:
         subprocess.run(["bash"], cwd=folder, input=script, text=True, check=False, timeout=SECONDS,
                        stdout=output, stderr=subprocess.STDOUT,
-                       env={**os.environ, "XDG_RUNTIME_DIR": str(folder / "run"),
+                       env={**os.environ, "XDG_RUNTIME_DIR": str(folder / "run"), "VIRTUAL_MAC_ROOT": "",
                             "PATH": f"{patient}:{programs}:{os.environ['PATH']}"})
     return said.read_text(encoding="utf-8").split(MARK)[:-1]
 

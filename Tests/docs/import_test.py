@@ -68,7 +68,7 @@ def main(arguments):
     with tempfile.TemporaryDirectory(prefix="vm-") as name:
         folder = pathlib.Path(name)
         (folder / "battery.plist").write_bytes(plistlib.dumps([FIGURES]))
-        environment = {**os.environ, "XDG_RUNTIME_DIR": name,
+        environment = {**os.environ, "XDG_RUNTIME_DIR": name, "VIRTUAL_MAC_ROOT": "",
                        "PATH": f"{programs}:{os.environ['PATH']}"}
         try:
             done = subprocess.run(["bash", "-e"], cwd=folder, input="\n".join(here), text=True,

@@ -21,7 +21,7 @@ class Sample(unittest.TestCase):
     def setUp(self):
         place = tempfile.TemporaryDirectory(prefix="vm-")
         self.addCleanup(place.cleanup)
-        self.environment = {**os.environ, "XDG_RUNTIME_DIR": place.name,
+        self.environment = {**os.environ, "XDG_RUNTIME_DIR": place.name, "VIRTUAL_MAC_ROOT": "",
                             "PATH": f"{PROGRAMS}:{os.environ['PATH']}"}
         self.tell("up", "--speed", "60")
         self.addCleanup(self.tell, "down")

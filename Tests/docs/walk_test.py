@@ -53,7 +53,7 @@ def paste(block, root, programs, folder):
     with open(said, "w", encoding="utf-8") as output:
         done = subprocess.run(["bash", "-e"], cwd=folder, input=block, text=True, check=False,
                               stdout=output, stderr=subprocess.STDOUT, timeout=SECONDS,
-                              env={**os.environ, "XDG_RUNTIME_DIR": str(folder / "run")})
+                              env={**os.environ, "XDG_RUNTIME_DIR": str(folder / "run"), "VIRTUAL_MAC_ROOT": ""})
     return said.read_text(encoding="utf-8"), done.returncode
 
 

@@ -10,19 +10,19 @@ namespace processtests {
 namespace {
 
 // NOLINTBEGIN(concurrency-mt-unsafe): the test has one thread
-/// Sets the directory in which started programs look for their default root.
-class RuntimeDirectory {
+/// Sets a variable for the programs that are started while it lives.
+class Variable {
  public:
-  explicit RuntimeDirectory(const std::string& path) {
+  Variable(const char* variable, const std::string& value) : name(variable) {
     if (const char* before = std::getenv(name)) kept = before;
-    ::setenv(name, path.c_str(), 1);
+    ::setenv(name, value.c_str(), 1);
   }
-  ~RuntimeDirectory() { kept ? ::setenv(name, kept->c_str(), 1) : ::unsetenv(name); }
-  RuntimeDirectory(const RuntimeDirectory&) = delete;
-  RuntimeDirectory& operator=(const RuntimeDirectory&) = delete;
+  ~Variable() { kept ? ::setenv(name, kept->c_str(), 1) : ::unsetenv(name); }
+  Variable(const Variable&) = delete;
+  Variable& operator=(const Variable&) = delete;
 
  private:
-  static constexpr const char* name = "XDG_RUNTIME_DIR";
+  const char* name;
   std::optional<std::string> kept;
 };
 // NOLINTEND(concurrency-mt-unsafe)
@@ -62,7 +62,8 @@ TEST(RootTest, ADefaultRootThatIsNotTheUsersAloneIsNotUsed) {
   const std::string place = mac.root() + "/runtime";
   std::filesystem::create_directory(place);
   std::filesystem::create_directory_symlink(mac.root(), place + "/virtual-mac");
-  const RuntimeDirectory known(place);
+  const Variable none("VIRTUAL_MAC_ROOT", "");
+  const Variable known("XDG_RUNTIME_DIR", place);
   const std::string words = place + "/virtual-mac is a link; remove it";
   expectSays(run("virtual-mac", {"up"}), 1, {words});
   expectSays(run("virtual-mac", {"status"}), 1, {words});
@@ -75,6 +76,37 @@ TEST(RootTest, ADefaultRootThatIsNotTheUsersAloneIsNotUsed) {
   EXPECT_EQ(std::filesystem::status(place + "/virtual-mac").permissions(),
             std::filesystem::perms{0700});
   expectSays(run("virtual-mac", {"down"}), 0, {});
+}
+
+TEST(RootTest, AVariableNamesTheRootWhereTheCommandDoesNot) {
+  const Mac mac;
+  const Variable root("VIRTUAL_MAC_ROOT", mac.root());
+  expectSays(run("virtual-mac", {"status"}), 0, {"newer-keys"});
+  expectSays(run("korvel-app", {"ping"}), 0, {"helper "});
+  expectSays(run("virtual-mac", {"log"}), 0, {"KorvelHelper starting"});
+  expectSays(run("virtual-mac", {"--root", mac.root() + "/none", "status"}), 1,
+             {"no virtual Mac is up in " + mac.root() + "/none (start one"});
+  expectSays(run("virtual-mac", {"--help"}), 0, {"$VIRTUAL_MAC_ROOT"});
+  expectSays(run("korvel-app", {"--help"}), 0, {"$VIRTUAL_MAC_ROOT"});
+}
+
+TEST(RootTest, AVariableThatCannotBeUsedIsNamedInTheError) {
+  const Mac mac;
+  const auto expectNamed = [](const std::string& value, const std::vector<std::string>& words) {
+    const Variable root("VIRTUAL_MAC_ROOT", value);
+    expectSays(run("virtual-mac", words), 1, {value, "(VIRTUAL_MAC_ROOT)"});
+  };
+  writeFile(mac.root() + "/file", "");
+  expectNamed(mac.root() + "/file", {"up"});
+  expectNamed(mac.root() + "/file", {"status"});
+  expectNamed("/proc/nowhere", {"up"});
+  expectNamed("/tmp/korvel-process-nowhere", {"status"});
+  expectNamed("/tmp/korvel-process-nowhere", {"journal"});
+  expectNamed("/tmp/korvel-process-nowhere", {"trace", mac.root() + "/out.html"});
+  expectNamed(mac.root(), {"up"});
+  expectNamed("/tmp/korvel-process-" + std::string(100, 'x'), {"status"});
+  const Variable root("VIRTUAL_MAC_ROOT", "/tmp/korvel-process-nowhere");
+  expectSays(run("korvel-app", {"ping"}), 1, {"nowhere (VIRTUAL_MAC_ROOT)"});
 }
 
 }  // namespace processtests

@@ -15,8 +15,10 @@ std::expected<ControlClient, std::string> ControlClient::connect(const RootDirec
   const bool nobodyListens = error == std::errc::connection_refused ||
                              error == std::errc::no_such_file_or_directory ||
                              error == std::errc::not_a_directory;
-  if (!nobodyListens) return std::unexpected(FrameSocket::problemText(root.control(), error));
-  return std::unexpected("no virtual Mac is up in " + root.path + " (start one: virtual-mac up)");
+  if (!nobodyListens)
+    return std::unexpected(FrameSocket::problemText(root.control(), error) + root.origin());
+  return std::unexpected("no virtual Mac is up in " + root.path + root.origin() +
+                         " (start one: virtual-mac up)");
 }
 
 bool ControlClient::send(const json& request) {

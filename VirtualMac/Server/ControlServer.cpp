@@ -248,9 +248,10 @@ ControlServer::~ControlServer() {
 }
 
 std::optional<std::string> ControlServer::listen() {
-  const std::string path = parts->shared->server.options().root.control();
-  auto listening = FrameSocket::listenAt(path);
-  if (!listening) return FrameSocket::problemText(path, listening.error());
+  const RootDirectory& root = parts->shared->server.options().root;
+  auto listening = FrameSocket::listenAt(root.control());
+  if (!listening)
+    return FrameSocket::problemText(root.control(), listening.error()) + root.origin();
   parts->acceptor.assign(Protocol(), listening->release());
   parts->accept();
   return std::nullopt;

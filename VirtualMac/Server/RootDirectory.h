@@ -10,8 +10,9 @@ namespace virtualmac {
 /// outlives the machine; the next one started there finds the disk as it was left. It is open to
 /// its owner only, because any program that connects to a socket in it acts as the Mac's user.
 struct RootDirectory {
-  std::string path;        ///< Absolute, without a slash at the end.
-  bool isDefault = false;  ///< Nobody named it. Others know its path, and may take it first.
+  std::string path;          ///< Absolute, without a slash at the end.
+  bool isDefault = false;    ///< Nobody named it. Others know its path, and may take it first.
+  bool isVariables = false;  ///< VIRTUAL_MAC_ROOT names it.
 
   [[nodiscard]] std::string control() const { return path + "/control.sock"; }
   [[nodiscard]] std::string service() const { return path + "/com.korvel.app.helper.sock"; }
@@ -25,7 +26,11 @@ struct RootDirectory {
   [[nodiscard]] std::string helperErrors() const { return path + "/helper.stderr"; }
   [[nodiscard]] std::string machineErrors() const { return path + "/virtual-mac.stderr"; }
 
-  /// `given`, or the default below $XDG_RUNTIME_DIR or /tmp.
+  /// Ends a text that tells of this directory's fault: the variable that names it; else empty.
+  [[nodiscard]] std::string origin() const { return isVariables ? " (VIRTUAL_MAC_ROOT)" : ""; }
+
+  /// `given`, or else what VIRTUAL_MAC_ROOT names, or else the default below $XDG_RUNTIME_DIR or
+  /// /tmp. A variable that is empty counts as not set.
   static RootDirectory at(const std::string& given);
 
   /// Why an existing default root must not be used: it is a link, belongs to another user or is

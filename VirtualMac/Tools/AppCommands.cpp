@@ -279,7 +279,9 @@ int runKorvelApp(int argc, char** argv, const std::string& commit) {
   std::function<int()> chosen;
   program.require_subcommand(1);
   program.fallthrough();
-  program.add_option("--root", choices.root, "The machine's directory, as for virtual-mac")
+  program
+      .add_option("--root", choices.root,
+                  "The machine's directory (default: $VIRTUAL_MAC_ROOT, else as for virtual-mac)")
       ->type_name("FOLDER")
       ->check(notEmpty());
   program.add_option("--as", choices.identity, "Signing identity (virtual-mac identities)")

@@ -25,7 +25,9 @@ std::expected<SavedJournal, std::string> chosenJournal(const std::string& root,
   if (!file.empty()) return SavedJournal::read(file);
   const RootDirectory place = RootDirectory::at(root);
   if (auto problem = place.distrust()) return std::unexpected(*std::move(problem));
-  return SavedJournal::read(place.journal());
+  auto journal = SavedJournal::read(place.journal());
+  if (!journal) return std::unexpected(journal.error() + place.origin());
+  return journal;
 }
 
 }  // namespace virtualmac

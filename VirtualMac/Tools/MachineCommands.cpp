@@ -329,8 +329,8 @@ int runVirtualMac(int argc, char** argv, const std::string& commit,
   program.fallthrough();
   program
       .add_option("--root", choices.root,
-                  "The machine's directory (default: $XDG_RUNTIME_DIR/virtual-mac, or "
-                  "/tmp/virtual-mac-UID)")
+                  "The machine's directory (default: $VIRTUAL_MAC_ROOT, else "
+                  "$XDG_RUNTIME_DIR/virtual-mac, or /tmp/virtual-mac-UID)")
       ->type_name("FOLDER")
       ->check(notEmpty());
   program.add_flag("--json", choices.asJSON, "Answer as JSON");

@@ -16,7 +16,7 @@
 namespace virtualmac {
 
 std::string alreadyUpText(const RootDirectory& root) {
-  return "a virtual Mac is already up in " + root.path;
+  return "a virtual Mac is already up in " + root.path + root.origin();
 }
 
 namespace {
@@ -33,7 +33,8 @@ class RootLock {
   RootLock& operator=(const RootLock&) = delete;
   /// None: held now; else why not.
   [[nodiscard]] std::optional<std::string> take(const RootDirectory& root) const {
-    if (descriptor < 0) return root.path + ": " + std::system_category().message(reason);
+    if (descriptor < 0)
+      return root.path + ": " + std::system_category().message(reason) + root.origin();
     if (::flock(descriptor, LOCK_EX | LOCK_NB) != 0) return alreadyUpText(root);
     return std::nullopt;
   }

@@ -45,12 +45,39 @@ class RootDirectoryTest : public testing::Test {
   RootDirectory standard;
 };
 
+// NOLINTBEGIN(concurrency-mt-unsafe): the test has one thread
+/// Sets a variable as long as it lives, and unsets it then.
+class Environment {
+ public:
+  Environment(const char* variable, const std::string& value) : name(variable) {
+    ::setenv(name, value.c_str(), 1);
+  }
+  ~Environment() { ::unsetenv(name); }
+  Environment(const Environment&) = delete;
+  Environment& operator=(const Environment&) = delete;
+
+ private:
+  const char* name;
+};
+// NOLINTEND(concurrency-mt-unsafe)
+
 }  // namespace
 
 TEST_F(RootDirectoryTest, OnlyTheOneThatNobodyNamedIsTheDefault) {
+  const Environment none("VIRTUAL_MAC_ROOT", "");
   EXPECT_TRUE(RootDirectory::at("").isDefault);
   EXPECT_FALSE(RootDirectory::at(place).isDefault);
   EXPECT_EQ(RootDirectory::at(place + "/").path, place);
+}
+
+TEST_F(RootDirectoryTest, AVariableNamesItWhereNobodyElseDoes) {
+  const Environment variable("VIRTUAL_MAC_ROOT", place + "/of-a-variable/");
+  const RootDirectory root = RootDirectory::at("");
+  EXPECT_EQ(root.path, place + "/of-a-variable");
+  EXPECT_FALSE(root.isDefault);
+  EXPECT_EQ(root.origin(), " (VIRTUAL_MAC_ROOT)");
+  EXPECT_EQ(RootDirectory::at(place).path, place);
+  EXPECT_EQ(RootDirectory::at(place).origin(), "");
 }
 
 TEST_F(RootDirectoryTest, ANewOneIsOpenToItsOwnerOnly) {
