@@ -69,6 +69,14 @@ class Line:
         return f"{self.seconds:.3f} {self.text}"
 
 
+def as_line(printed):
+    """A line of the journal, also where it was printed as an object; anything else as it is."""
+    if not printed.startswith("{"):
+        return printed
+    told = json.loads(printed)
+    return f"{told['seconds']:.3f} {told['kind']:5} {told['text']}" if "kind" in told else printed
+
+
 class Journal:
     """What one playing printed: the lines by kind, and how it went."""
 
@@ -78,7 +86,7 @@ class Journal:
         self.outcome = {"ok": False, "report": "it did not end; its last lines:\n" + last}
         self.processes, self.level, self.written = {}, None, None
         down = False
-        for text in printed.splitlines():
+        for text in map(as_line, printed.splitlines()):
             found = LINE.match(text)
             if found and down:
                 if BAD_END.match(found[3]):

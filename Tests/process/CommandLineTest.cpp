@@ -309,7 +309,7 @@ TEST(CommandLineTest, WhatIsNoJournalLineIsPassedOver) {
   std::istringstream lines(all.out);
   std::size_t count = 0;
   for (std::string line; std::getline(lines, line); ++count)
-    EXPECT_TRUE(nlohmann::json::parse(line).at("time").is_number()) << line;
+    EXPECT_TRUE(nlohmann::json::parse(line).at("seconds").is_number()) << line;
   EXPECT_GE(count, 5U);
   EXPECT_EQ(all.out.find("second line"), std::string::npos);
 }

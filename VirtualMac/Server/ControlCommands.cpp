@@ -82,7 +82,9 @@ ControlReply install(MachineServer& server, const Words& words) {
 ControlReply identities(MachineServer& server, const Words&) {
   ControlReply reply;
   for (const std::string& name : server.machine().signatures.names()) reply.text += name + '\n';
-  reply.json = nlohmann::json(server.machine().signatures.names()).dump();
+  reply.json =
+      nlohmann::ordered_json{{"ok", true}, {"identities", server.machine().signatures.names()}}
+          .dump();
   return reply;
 }
 
@@ -143,7 +145,8 @@ ControlReply faultList(const Words& active) {
     reply.text += fmt::format("{:<36} {}\n", use, fault.text);
   }
   for (const std::string& line : active) reply.text += "on: " + line + '\n';
-  reply.json = nlohmann::ordered_json{{"faults", faultsJSON()}, {"on", active}}.dump();
+  reply.json =
+      nlohmann::ordered_json{{"ok", true}, {"faults", faultsJSON()}, {"on", active}}.dump();
   return reply;
 }
 

@@ -106,6 +106,7 @@ std::string statusJSON(MachineServer& server) {
   for (const Assertion& each : machine.power.assertions())
     assertions.push_back({{"id", each.id}, {"pid", each.owner}, {"type", each.type}});
   nlohmann::ordered_json status = {
+      {"ok", true},
       {"profile", machine.profile().name},
       {"power", powerText(machine)},
       {"seconds", machine.totalSeconds()},

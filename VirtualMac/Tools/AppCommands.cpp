@@ -13,12 +13,14 @@
 
 #include "HelperRecords.h"
 #include "Operations.h"
+#include "VirtualMac/Tools/AppAnswer.h"
 #include "VirtualMac/Tools/AppConnection.h"
 #include "VirtualMac/Tools/AppSession.h"
 #include "VirtualMac/Tools/CommandLine.h"
 #include "VirtualMac/Tools/CompletionCommand.h"
 #include "VirtualMac/Tools/Doctor.h"
 #include "VirtualMac/Tools/HelperView.h"
+#include "VirtualMac/Tools/JSONLine.h"
 #include "VirtualMac/Tools/StateText.h"
 #include "VirtualMac/Tools/Version.h"
 
@@ -57,18 +59,14 @@ int complain(const Choices& choices, const AppConnection::OpenError& error) {
                               error.isUsage ? exitUsage : exitFailed);
 }
 
-int printPid(const Choices& choices, const PropertyValue& value) {
-  const std::int64_t pid = value.integer().value_or(0);
-  if (choices.asJSON)
-    fmt::print("{}\n", ordered_json{{"ok", true}, {"pid", pid}}.dump());
-  else
-    fmt::print("helper {}\n", pid);
+int printPid(const PropertyValue& value) {
+  fmt::print("helper {}\n", value.integer().value_or(0));
   return exitDone;
 }
 
 int printData(const Choices& choices, const Operation& operation, const PropertyValue& value) {
   const std::string payload(value.data()->begin(), value.data()->end());
-  if (choices.asJSON || operation.word != korvel::operation::capabilities.word) {
+  if (operation.word != korvel::operation::capabilities.word) {
     fmt::print("{}\n", payload);
     return exitDone;
   }
@@ -84,8 +82,22 @@ int printOutcome(const Choices& choices, const std::vector<XPCValue>& values) {
     if (error == nullptr) return complain(choices, "failed without an error");
     return complain(choices, error->localizedDescription(), error->code);
   }
-  fmt::print("{}\n", choices.asJSON ? R"({"ok":true})" : "ok");
+  fmt::print("ok\n");
   return exitDone;
+}
+
+int printAnswer(const Choices& choices, const Operation& operation,
+                const std::vector<XPCValue>& values) {
+  if (choices.asJSON) {
+    const ordered_json answer = answerJSON(operation, values);
+    printJSON(answer);
+    return answer.at("ok").get<bool>() ? exitDone : exitFailed;
+  }
+  if (operation.answer == OperationAnswer::Pid)
+    return printPid(std::get<PropertyValue>(values.front()));
+  if (operation.answer == OperationAnswer::Data)
+    return printData(choices, operation, std::get<PropertyValue>(values.front()));
+  return printOutcome(choices, values);
 }
 
 int perform(const Choices& choices, const Operation& operation) {
@@ -101,11 +113,7 @@ int perform(const Choices& choices, const Operation& operation) {
   if (!argument) return complain(choices, argument.error());
   const auto values = helper->call(operation, *argument, choices.timeoutSeconds);
   if (!values) return complain(choices, values.error());
-  if (operation.answer == OperationAnswer::Pid)
-    return printPid(choices, std::get<PropertyValue>(values->front()));
-  if (operation.answer == OperationAnswer::Data)
-    return printData(choices, operation, std::get<PropertyValue>(values->front()));
-  return printOutcome(choices, *values);
+  return printAnswer(choices, operation, *values);
 }
 
 std::expected<HelperView, AppConnection::OpenError> view(const Choices& choices) {
@@ -119,10 +127,10 @@ int status(const Choices& choices) {
   const auto seen = helper->look();
   if (!seen) return complain(choices, seen.error());
   if (choices.asJSON)
-    fmt::print(R"({{"state":{},"capabilities":{},"enforcement":{}}})"
-               "\n",
-               seen->statePayload, seen->capabilitiesPayload,
-               enforcementJSON(seen->told.enforcement).dump());
+    printJSON({{"ok", true},
+               {"state", valueOf(seen->statePayload)},
+               {"capabilities", valueOf(seen->capabilitiesPayload)},
+               {"enforcement", enforcementJSON(seen->told.enforcement)}});
   else
     fmt::print("{}", stateText(seen->told));
   return exitDone;
@@ -134,15 +142,21 @@ int doctor(const Choices& choices) {
       examine(RootDirectory::at(choices.root), choices.identity, choices.timeoutSeconds);
   if (!found) return virtualmac::complain("korvel-app", choices.asJSON, found.error(), exitUsage);
   const Diagnosis diagnosis = diagnosisOf(*found);
-  fmt::print("{}", choices.asJSON ? diagnosisJSON(diagnosis).dump(
-                                        -1, ' ', false, ordered_json::error_handler_t::replace) +
-                                        '\n'
-                                  : diagnosisText(diagnosis));
-  return diagnosis.state == DoctorState::inOrder ? exitDone : exitFailed;
+  const bool isInOrder = diagnosis.state == DoctorState::inOrder;
+  if (choices.asJSON)
+    printJSON(diagnosisJSON(diagnosis));
+  else
+    fmt::print("{}",
+               diagnosisText(diagnosis));
+  return isInOrder ? exitDone : exitFailed;
 }
 
-void say(const std::string& line) {
-  fmt::print("{}\n", line);
+/// Prints a line, or with --json the object in its place.
+void say(const Choices& choices, const std::string& line, const ordered_json& object) {
+  if (choices.asJSON)
+    printJSON(object);
+  else
+    fmt::print("{}\n", line);
   flushOutput();
 }
 
@@ -157,12 +171,13 @@ bool look(HelperView& helper, const Choices& choices, Watched& last) {
   const auto seen = helper.look();
   if (!seen) {
     if (std::exchange(last.loss, seen.error()) != seen.error())
-      say(choices.asJSON ? ordered_json{{"lost", seen.error()}}.dump() : seen.error());
+      say(choices, seen.error(), lostJSON(seen.error()));
     return false;
   }
   last.loss.clear();
   const std::string line = choices.asJSON ? seen->statePayload : stateLine(seen->told);
-  if (std::exchange(last.line, line) != line) say(line);
+  if (std::exchange(last.line, line) != line)
+    say(choices, line, {{"ok", true}, {"state", valueOf(seen->statePayload)}});
   return true;
 }
 

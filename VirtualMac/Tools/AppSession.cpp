@@ -1,6 +1,5 @@
 #include "VirtualMac/Tools/AppSession.h"
 
-#include <fmt/format.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -8,19 +7,18 @@
 #include <expected>
 #include <nlohmann/json.hpp>
 #include <optional>
-#include <variant>
 
 #include "Operations.h"
-#include "VirtualMac/Machine/Bounds.h"
 #include "VirtualMac/Machine/Nearest.h"
+#include "VirtualMac/Tools/AppAnswer.h"
 #include "VirtualMac/Tools/AppConnection.h"
 #include "VirtualMac/Tools/CommandLine.h"
+#include "VirtualMac/Tools/JSONLine.h"
 #include "VirtualMac/Tools/LineInput.h"
 
 namespace virtualmac {
 
 using korvel::Operation;
-using korvel::PropertyValue;
 
 namespace {
 
@@ -32,36 +30,8 @@ constexpr double soonSeconds = 0.02;
 constexpr double laterSeconds = 0.5;
 
 void say(const ordered_json& line) {
-  // Texts come from the other side; what is not UTF-8 in them must not end the session.
-  fmt::print("{}\n", line.dump(-1, ' ', false, ordered_json::error_handler_t::replace));
+  printJSON(line);
   flushOutput();
-}
-
-/// The fields of a payload. A helper that cannot encode its record sends no bytes.
-ordered_json fieldsOf(const PropertyValue& value) {
-  const auto* bytes = value.data();
-  const std::string text(bytes->begin(), bytes->end());
-  return jsonDefect(text) ? ordered_json() : ordered_json::parse(text);
-}
-
-ordered_json answerTo(const Operation& operation, const std::vector<XPCValue>& values) {
-  ordered_json answer{{"ok", true}};
-  if (operation.answer == korvel::OperationAnswer::Pid) {
-    answer["pid"] = std::get<PropertyValue>(values.front()).integer().value_or(0);
-  }
-  if (operation.answer == korvel::OperationAnswer::Data) {
-    answer[std::string(operation.word)] = fieldsOf(std::get<PropertyValue>(values.front()));
-  }
-  if (operation.answer != korvel::OperationAnswer::Outcome ||
-      std::get<PropertyValue>(values.front()).boolean().value_or(false)) {
-    return answer;
-  }
-  answer["ok"] = false;
-  if (const auto* error = std::get_if<korvel::ErrorObject>(&values[1])) {
-    answer["code"] = error->code;
-    answer["error"] = error->localizedDescription();
-  }
-  return answer;
 }
 
 struct Request {
@@ -89,10 +59,6 @@ std::expected<Request, std::string> requestIn(const std::string& line) {
   const auto argument = argumentFrom(*operation, line.substr(std::min(space + 1, line.size())));
   if (!argument) return std::unexpected(argument.error());
   return Request{*operation, *argument};
-}
-
-ordered_json lost(const std::string& why) {
-  return {{"ok", false}, {"lost", true}, {"error", why}};
 }
 
 class Session {
@@ -153,14 +119,14 @@ class Session {
     const auto request = requestIn(line);
     if (!request) return {{"ok", false}, {"usage", true}, {"error", request.error()}};
     notice();
-    if (!helper && options.reconnect == Reconnect::Never) return lost("not connected any more");
+    if (!helper && options.reconnect == Reconnect::Never) return lostJSON("not connected any more");
     if (!helper) {
-      if (const auto error = connect()) return lost(error->text);
+      if (const auto error = connect()) return lostJSON(error->text);
     }
     const auto values = helper->call(request->operation, request->argument, options.timeoutSeconds);
     wasAnswered = wasAnswered || values.has_value();
     notice();
-    return values ? answerTo(request->operation, *values) : lost(values.error());
+    return values ? answerJSON(request->operation, *values) : lostJSON(values.error());
   }
 
   RootDirectory root;

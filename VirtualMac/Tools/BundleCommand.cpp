@@ -9,6 +9,7 @@
 
 #include "VirtualMac/Tools/Bundle.h"
 #include "VirtualMac/Tools/CommandLine.h"
+#include "VirtualMac/Tools/JSONLine.h"
 
 namespace virtualmac {
 
@@ -27,6 +28,12 @@ int writeBundle(const Choices& choices) {
   };
   const auto bundle = bundleOf(choices.request);
   if (!bundle) return failed(bundle.error());
+  if (choices.file.empty() && choices.asJSON) {
+    nlohmann::ordered_json answer{{"ok", true}};
+    answer.update(*bundle);
+    printJSON(answer);
+    return exitDone;
+  }
   const std::string text =
       bundle->dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + '\n';
   if (choices.file.empty()) {
@@ -35,7 +42,7 @@ int writeBundle(const Choices& choices) {
   }
   if (!writeTextFile(choices.file, text)) return failed(choices.file + " cannot be written");
   if (choices.asJSON)
-    fmt::print("{}\n", nlohmann::ordered_json{{"ok", true}, {"file", choices.file}}.dump());
+    printJSON({{"ok", true}, {"file", choices.file}});
   else
     fmt::print("{} has it all; look through it before you pass it on\n", choices.file);
   return exitDone;

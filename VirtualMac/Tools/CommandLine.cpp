@@ -13,6 +13,7 @@
 #include <system_error>
 
 #include "VirtualMac/Machine/Nearest.h"
+#include "VirtualMac/Tools/JSONLine.h"
 
 namespace virtualmac {
 
@@ -72,14 +73,12 @@ int complain(std::string_view program, bool asJSON, const std::string& text, int
   if (asJSON) {
     nlohmann::ordered_json answer{{"ok", false}, {"error", text}};
     if (errorCode) answer["code"] = *errorCode;
-    // Bytes that are not UTF-8 are replaced, because dump would throw at them.
-    fmt::print("{}\n", answer.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
+    printJSON(answer);
   } else {
     // Not fmt::print, which throws: there is nowhere left to tell that this failed too.
-    std::fputs(fmt::format("{}: {}{}\n", program,
-                           errorCode ? fmt::format("error {}: ", *errorCode) : "", text)
-                   .c_str(),
-               stderr);
+    const std::string line = fmt::format(
+        "{}: {}{}", program, errorCode ? fmt::format("error {}: ", *errorCode) : "", text);
+    std::fputs((line + '\n').c_str(), stderr);
   }
   return exitCode;
 }

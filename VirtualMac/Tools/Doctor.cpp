@@ -173,10 +173,12 @@ std::string diagnosisText(const Diagnosis& diagnosis) {
 }
 
 nlohmann::ordered_json diagnosisJSON(const Diagnosis& diagnosis) {
-  return {{"ok", diagnosis.state == DoctorState::inOrder},
-          {"state", wordsOf(diagnosis.state).name},
-          {"text", diagnosis.text},
-          {"remedy", diagnosis.remedy}};
+  const bool isInOrder = diagnosis.state == DoctorState::inOrder;
+  nlohmann::ordered_json made{{"ok", isInOrder}, {"state", wordsOf(diagnosis.state).name}};
+  if (!isInOrder) made["error"] = diagnosis.text;
+  made["text"] = diagnosis.text;
+  made["remedy"] = diagnosis.remedy;
+  return made;
 }
 
 }  // namespace virtualmac

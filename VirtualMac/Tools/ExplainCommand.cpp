@@ -11,6 +11,7 @@
 
 #include "VirtualMac/Tools/CommandLine.h"
 #include "VirtualMac/Tools/Explain.h"
+#include "VirtualMac/Tools/JSONLine.h"
 
 namespace virtualmac {
 
@@ -19,12 +20,10 @@ namespace {
 int explainOne(const std::string& line, bool asJSON) {
   const auto explanation = explain(line);
   if (!explanation) return complain("virtual-mac", asJSON, explanation.error(), exitFailed);
-  // Bytes that are not UTF-8 are replaced, because dump would throw at them.
-  fmt::print("{}", asJSON
-                       ? explanationJSON(*explanation)
-                                 .dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) +
-                             '\n'
-                       : explanationText(*explanation));
+  if (asJSON)
+    printJSON(explanationJSON(*explanation));
+  else
+    fmt::print("{}", explanationText(*explanation));
   return exitDone;
 }
 

@@ -11,6 +11,7 @@
 #include "VirtualMac/Schedule/Journal.h"
 #include "VirtualMac/Server/ControlClient.h"
 #include "VirtualMac/Tools/CommandLine.h"
+#include "VirtualMac/Tools/JSONLine.h"
 
 namespace virtualmac {
 
@@ -28,14 +29,12 @@ bool wanted(const JournalQuery& query, const Journal::Entry& entry) {
          (query.level.empty() || entry.effect.word(1) == query.level);
 }
 
+/// A line of the journal as it stands there.
 void print(const JournalQuery& query, std::string_view line, const Journal::Entry& entry) {
-  if (!query.asJSON) {
+  if (query.asJSON)
+    printEntry(entry, true);
+  else
     fmt::print("{}\n", line);
-    return;
-  }
-  const nlohmann::ordered_json object = {
-      {"time", entry.time}, {"kind", entry.kind}, {"text", entry.text}};
-  fmt::print("{}\n", object.dump(-1, ' ', false, json::error_handler_t::replace));
 }
 
 /// True: this was the line to stop at.
@@ -50,13 +49,19 @@ bool take(const JournalQuery& query, std::string_view line) {
   return entry && take(query, line, *entry);
 }
 
+/// No further line comes.
+int ended(const JournalQuery& query) {
+  if (query.until.empty()) return exitDone;
+  return complain("virtual-mac", query.asJSON, "no line has \"" + query.until + '"', exitFailed);
+}
+
 int printSaved(const JournalQuery& query) {
   const auto saved = SavedJournal::read(query.file);
   if (!saved) return complain("virtual-mac", query.asJSON, saved.error(), exitFailed);
   for (const Journal::Entry& entry : saved->entries) {
     if (take(query, journalLine(entry), entry)) return exitDone;
   }
-  return query.until.empty() ? exitDone : exitFailed;
+  return ended(query);
 }
 
 /// The lines in the file's first `size` bytes. True: stopped.
@@ -79,7 +84,7 @@ int follow(ControlClient& machine, const JournalQuery& query) {
     std::optional<double> left = query.timeoutSeconds;
     if (left) *left -= std::chrono::duration<double>(Clock::now() - begun).count();
     const std::optional<json> message = machine.receive(left);
-    if (!message) return query.until.empty() ? exitDone : exitFailed;
+    if (!message) return ended(query);
     if (!message->contains("line")) continue;
     const bool stopped = take(query, (*message)["line"].get<std::string>());
     flushOutput();
@@ -88,6 +93,13 @@ int follow(ControlClient& machine, const JournalQuery& query) {
 }
 
 }  // namespace
+
+void printEntry(const Journal::Entry& entry, bool asJSON) {
+  if (asJSON)
+    printJSON({{"ok", true}, {"seconds", entry.time}, {"kind", entry.kind}, {"text", entry.text}});
+  else
+    fmt::print("{}\n", journalLine(entry));
+}
 
 int printJournal(const RootDirectory& root, const JournalQuery& query) {
   if (!query.file.empty()) return printSaved(query);
@@ -101,7 +113,7 @@ int printJournal(const RootDirectory& root, const JournalQuery& query) {
   }
   if (!query.onlyNew && printFile(query, root.journal(), size)) return exitDone;
   if (query.follow) return follow(*machine, query);
-  return query.until.empty() ? exitDone : exitFailed;
+  return ended(query);
 }
 
 }  // namespace virtualmac

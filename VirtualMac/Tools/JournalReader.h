@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "VirtualMac/Schedule/Journal.h"
 #include "VirtualMac/Server/RootDirectory.h"
 
 namespace virtualmac {
@@ -20,6 +21,9 @@ struct JournalQuery {
   bool asJSON = false;
   std::string file;  ///< A saved journal, which cannot be followed; empty: the machine's own.
 };
+
+/// Prints a line of the journal, or with `asJSON` as an object.
+void printEntry(const Journal::Entry& entry, bool asJSON);
 
 /// Prints the wanted lines, skipping any that is no journal line. Returns an exit code: 1 when
 /// `until` was not met, or nothing can be read.

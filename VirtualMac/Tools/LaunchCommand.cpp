@@ -17,18 +17,18 @@ namespace {
 
 constexpr const char* serviceName = "com.korvel.app.helper";
 
-int complain(const std::string& text, int exitCode) {
-  return virtualmac::complain("virtual-mac", false, text, exitCode);
+int complain(const ProgramLaunch& launch, const std::string& text, int exitCode) {
+  return virtualmac::complain("virtual-mac", launch.asJSON, text, exitCode);
 }
 
 /// Returns only when the program cannot be run.
-int become(const std::vector<std::string>& words) {
+int become(const ProgramLaunch& launch, const std::vector<std::string>& words) {
   std::vector<char*> arguments;
   for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
   arguments.push_back(nullptr);
   std::fflush(nullptr);
   ::execv(arguments.front(), arguments.data());
-  return complain(words.front() + ": " + std::system_category().message(errno), exitFailed);
+  return complain(launch, words.front() + ": " + std::system_category().message(errno), exitFailed);
 }
 
 }  // namespace
@@ -36,12 +36,12 @@ int become(const std::vector<std::string>& words) {
 int launchProgram(const ProgramLaunch& launch) {
   const RootDirectory root = RootDirectory::at(launch.root);
   auto machine = ControlClient::connect(root);
-  if (!machine) return complain(machine.error(), exitFailed);
+  if (!machine) return complain(launch, machine.error(), exitFailed);
   machine->send({{"command", "join"}, {"identity", launch.identity}});
   const auto reply = machine->receive();
-  if (!reply) return complain("the machine went down", exitFailed);
+  if (!reply) return complain(launch, "the machine went down", exitFailed);
   if (!reply->value("ok", false)) {
-    return complain(reply->value("error", std::string("no identity")),
+    return complain(launch, reply->value("error", std::string("no identity")),
                     reply->value("usage", false) ? exitUsage : exitFailed);
   }
   const int channel = machine->release();
@@ -57,7 +57,7 @@ int launchProgram(const ProgramLaunch& launch) {
                                  root.disk(),
                                  "--"};
   words.insert(words.end(), launch.words.begin() + 1, launch.words.end());
-  return become(words);
+  return become(launch, words);
 }
 
 }  // namespace virtualmac

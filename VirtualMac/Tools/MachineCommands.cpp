@@ -17,6 +17,7 @@
 #include "VirtualMac/Tools/Bundle.h"
 #include "VirtualMac/Tools/CommandLine.h"
 #include "VirtualMac/Tools/HelperProgram.h"
+#include "VirtualMac/Tools/JSONLine.h"
 #include "VirtualMac/Tools/JournalOption.h"
 #include "VirtualMac/Tools/JournalReader.h"
 #include "VirtualMac/Tools/LaunchCommand.h"
@@ -69,11 +70,11 @@ void tellUp(const Choices& choices, const MachineOptions& options, const std::st
             pid_t pid, pid_t pagePid) {
   if (choices.asJSON) {
     nlohmann::ordered_json answer{
-        {"profile", options.profile.name}, {"root", options.root.path}, {"pid", pid}};
+        {"ok", true}, {"profile", options.profile.name}, {"root", options.root.path}, {"pid", pid}};
     if (!options.pageLink.empty())
       answer["web"] = {{"port", options.pagePort}, {"link", options.pageLink}, {"pid", pagePid}};
     if (!note.empty()) answer["note"] = note;
-    fmt::print("{}\n", answer.dump());
+    printJSON(answer);
   } else {
     if (!note.empty()) fmt::print(stderr, "virtual-mac: {}\n", note);
     fmt::print("{} is up at {:g}x, root {}\n", options.profile.name, options.speed,
@@ -187,7 +188,7 @@ int listProfiles(const Choices& choices) {
     all.push_back({{"name", name}, {"description", profile->description}});
     if (!choices.asJSON) fmt::print("{:<22} {}\n", name, profile->description);
   }
-  if (choices.asJSON) fmt::print("{}\n", all.dump());
+  if (choices.asJSON) printJSON({{"ok", true}, {"profiles", all}});
   return exitDone;
 }
 
@@ -238,7 +239,9 @@ void addLaunch(CLI::App& program, Choices& choices, std::function<int()>& chosen
       ->required()
       ->type_name("FILE");
   command->callback([&] {
-    chosen = [&] { return launchProgram({choices.root, choices.identity, choices.words}); };
+    chosen = [&] {
+      return launchProgram({choices.root, choices.identity, choices.words, choices.asJSON});
+    };
   });
 }
 

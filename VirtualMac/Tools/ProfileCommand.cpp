@@ -13,6 +13,7 @@
 #include "VirtualMac/Machine/Bounds.h"
 #include "VirtualMac/Machine/Profile.h"
 #include "VirtualMac/Tools/CommandLine.h"
+#include "VirtualMac/Tools/JSONLine.h"
 #include "VirtualMac/Tools/ProfileImport.h"
 
 namespace virtualmac {
@@ -70,7 +71,7 @@ int report(const Choices& choices, const ImportedProfile& made) {
   answer["kept"] = made.kept;
   answer["odd"] = made.odd;
   answer["profile"] = made.profile;
-  fmt::print("{}\n", answer.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
+  printJSON(answer);
   return exitDone;
 }
 

@@ -11,6 +11,7 @@
 #include "VirtualMac/Scenarios/Recorder.h"
 #include "VirtualMac/Schedule/Journal.h"
 #include "VirtualMac/Tools/CommandLine.h"
+#include "VirtualMac/Tools/JSONLine.h"
 #include "VirtualMac/Tools/JournalOption.h"
 
 namespace virtualmac {
@@ -35,10 +36,17 @@ bool writeText(const std::string& file, const std::string& text) {
 void tellJSON(const Choices& choices, const Recording& recording) {
   nlohmann::ordered_json untold = nlohmann::ordered_json::array();
   for (const Unsayable& each : recording.unsayable)
-    untold.push_back({{"time", each.time}, {"line", each.line}, {"text", each.text}});
-  nlohmann::ordered_json object{{"ok", recording.unsayable.empty()}, {"untold", untold}};
-  if (choices.file.empty()) object["story"] = recording.story;
-  fmt::print("{}\n", object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
+    untold.push_back({{"seconds", each.time}, {"line", each.line}, {"text", each.text}});
+  nlohmann::ordered_json object{{"ok", recording.unsayable.empty()}};
+  if (!recording.unsayable.empty())
+    object["error"] = fmt::format("a story cannot say all of it: {} lines are left out",
+                                  recording.unsayable.size());
+  object["untold"] = untold;
+  if (choices.file.empty())
+    object["story"] = recording.story;
+  else
+    object["file"] = choices.file;
+  printJSON(object);
 }
 
 int recordStory(const Choices& choices) {

@@ -26,6 +26,8 @@
 #include "VirtualMac/Scenarios/ScenarioRun.h"
 #include "VirtualMac/Tools/CommandLine.h"
 #include "VirtualMac/Tools/HelperProgram.h"
+#include "VirtualMac/Tools/JSONLine.h"
+#include "VirtualMac/Tools/JournalReader.h"
 #include "VirtualMac/Tools/JournalSaver.h"
 #include "VirtualMac/Tools/ProgressLine.h"
 #include "VirtualMac/Tools/RunReport.h"
@@ -61,13 +63,14 @@ int failed(const Choices& choices, const std::string& text) {
 
 void tell(const Scenario& scenario, const ScenarioOutcome& outcome, bool asJSON) {
   if (asJSON) {
-    const nlohmann::ordered_json object = {{"ok", outcome.passed},
-                                           {"scenario", scenario.name},
-                                           {"expectations", outcome.expectations},
-                                           {"seconds", outcome.virtualSeconds},
-                                           {"stopped", outcome.stopped},
-                                           {"report", outcome.report}};
-    fmt::print("{}\n", object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
+    nlohmann::ordered_json object{{"ok", outcome.passed}};
+    if (!outcome.passed) object["error"] = outcome.failure ? outcome.failure->text : "stopped";
+    object["scenario"] = scenario.name;
+    object["expectations"] = outcome.expectations;
+    object["seconds"] = outcome.virtualSeconds;
+    object["stopped"] = outcome.stopped;
+    object["report"] = outcome.report;
+    printJSON(object);
   } else if (outcome.passed) {
     fmt::print("passed  {}: {} expectations held over {}\n", scenario.name, outcome.expectations,
                timelineClock(outcome.virtualSeconds));
@@ -179,7 +182,7 @@ void play(PlayedStory& story, const std::string& place, const Choices& choices,
   const std::unique_ptr<Stage> stage = stageFor(*scenario, choices, signals);
   if (choices.journal) {
     stage->journal().addListener(
-        [](const Journal::Entry& entry) { fmt::print("{}\n", journalLine(entry)); });
+        [&choices](const Journal::Entry& entry) { printEntry(entry, choices.asJSON); });
   }
   const auto speed = choices.processes ? std::optional(choices.speed) : std::nullopt;
   JournalSaver saver(choices.savedJournal, *stage, *scenario, speed);

@@ -3,12 +3,14 @@
 #include <CLI/CLI.hpp>
 #include <cmath>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "VirtualMac/Timeline/Timeline.h"
 #include "VirtualMac/Tools/CommandLine.h"
+#include "VirtualMac/Tools/JSONLine.h"
 #include "VirtualMac/Tools/JournalOption.h"
 
 namespace virtualmac {
@@ -62,6 +64,7 @@ int draw(const std::string& root, bool asJSON, const Choices& choices) {
   if (!shown) return failed(journal->file + " tells nothing from then on");
   if (!writeTimeline(choices.file, shown->finish(end)))
     return failed(choices.file + " cannot be written");
+  if (asJSON) printJSON({{"ok", true}, {"file", choices.file}});
   return exitDone;
 }
 

@@ -3,10 +3,12 @@
 #include <CLI/CLI.hpp>
 #include <filesystem>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
 #include "VirtualMac/Tools/CommandLine.h"
+#include "VirtualMac/Tools/JSONLine.h"
 #include "VirtualMac/Tools/JournalOption.h"
 #include "VirtualMac/Viewer/TraceFile.h"
 
@@ -51,7 +53,9 @@ int write(const std::string& root, bool asJSON, const Choices& choices) {
     runs.push_back(runOf(*other, usualTitle(*other, true)));
   }
   const auto problem = writeTrace(choices.file, runs);
-  return problem ? failed(*problem) : exitDone;
+  if (problem) return failed(*problem);
+  if (asJSON) printJSON({{"ok", true}, {"file", choices.file}});
+  return exitDone;
 }
 
 }  // namespace
