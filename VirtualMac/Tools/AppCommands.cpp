@@ -16,6 +16,7 @@
 #include "VirtualMac/Tools/AppAnswer.h"
 #include "VirtualMac/Tools/AppConnection.h"
 #include "VirtualMac/Tools/AppSession.h"
+#include "VirtualMac/Tools/Colour.h"
 #include "VirtualMac/Tools/CommandLine.h"
 #include "VirtualMac/Tools/CompletionCommand.h"
 #include "VirtualMac/Tools/Doctor.h"
@@ -147,7 +148,7 @@ int doctor(const Choices& choices) {
     printJSON(diagnosisJSON(diagnosis));
   else
     fmt::print("{}",
-               diagnosisText(diagnosis));
+               toned(isInOrder ? Tone::Plain : Tone::Error, diagnosisText(diagnosis), stdout));
   return isInOrder ? exitDone : exitFailed;
 }
 
@@ -171,7 +172,7 @@ bool look(HelperView& helper, const Choices& choices, Watched& last) {
   const auto seen = helper.look();
   if (!seen) {
     if (std::exchange(last.loss, seen.error()) != seen.error())
-      say(choices, seen.error(), lostJSON(seen.error()));
+      say(choices, toned(Tone::Error, seen.error(), stdout), lostJSON(seen.error()));
     return false;
   }
   last.loss.clear();

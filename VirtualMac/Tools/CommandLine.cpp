@@ -13,6 +13,7 @@
 #include <system_error>
 
 #include "VirtualMac/Machine/Nearest.h"
+#include "VirtualMac/Tools/Colour.h"
 #include "VirtualMac/Tools/JSONLine.h"
 
 namespace virtualmac {
@@ -78,7 +79,7 @@ int complain(std::string_view program, bool asJSON, const std::string& text, int
     // Not fmt::print, which throws: there is nowhere left to tell that this failed too.
     const std::string line = fmt::format(
         "{}: {}{}", program, errorCode ? fmt::format("error {}: ", *errorCode) : "", text);
-    std::fputs((line + '\n').c_str(), stderr);
+    std::fputs((toned(Tone::Error, line, stderr) + '\n').c_str(), stderr);
   }
   return exitCode;
 }

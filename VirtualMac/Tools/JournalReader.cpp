@@ -10,6 +10,7 @@
 #include "VirtualMac/Machine/SavedJournal.h"
 #include "VirtualMac/Schedule/Journal.h"
 #include "VirtualMac/Server/ControlClient.h"
+#include "VirtualMac/Tools/Colour.h"
 #include "VirtualMac/Tools/CommandLine.h"
 #include "VirtualMac/Tools/JSONLine.h"
 
@@ -29,12 +30,21 @@ bool wanted(const JournalQuery& query, const Journal::Entry& entry) {
          (query.level.empty() || entry.effect.word(1) == query.level);
 }
 
+Tone toneOf(const Journal::Entry& entry) {
+  if (entry.tells(EffectID::replyFailed) || entry.tells(EffectID::replyFailedSilently))
+    return Tone::Error;
+  if (entry.kind == "mac" && entry.text.starts_with("fault ")) return Tone::Warning;
+  if (!entry.tells(EffectID::logged)) return Tone::Plain;
+  const std::string& level = entry.effect.word(1);
+  return level == "fault" ? Tone::Fault : level == "error" ? Tone::Error : Tone::Plain;
+}
+
 /// A line of the journal as it stands there.
 void print(const JournalQuery& query, std::string_view line, const Journal::Entry& entry) {
   if (query.asJSON)
     printEntry(entry, true);
   else
-    fmt::print("{}\n", line);
+    fmt::print("{}\n", toned(toneOf(entry), line, stdout));
 }
 
 /// True: this was the line to stop at.
@@ -98,7 +108,7 @@ void printEntry(const Journal::Entry& entry, bool asJSON) {
   if (asJSON)
     printJSON({{"ok", true}, {"seconds", entry.time}, {"kind", entry.kind}, {"text", entry.text}});
   else
-    fmt::print("{}\n", journalLine(entry));
+    fmt::print("{}\n", toned(toneOf(entry), journalLine(entry), stdout));
 }
 
 int printJournal(const RootDirectory& root, const JournalQuery& query) {

@@ -22,7 +22,7 @@ struct JournalQuery {
   std::string file;  ///< A saved journal, which cannot be followed; empty: the machine's own.
 };
 
-/// Prints a line of the journal, or with `asJSON` as an object.
+/// Prints a line of the journal, toned by what it tells, or with `asJSON` as an object.
 void printEntry(const Journal::Entry& entry, bool asJSON);
 
 /// Prints the wanted lines, skipping any that is no journal line. Returns an exit code: 1 when

@@ -24,6 +24,7 @@
 #include "VirtualMac/Scenarios/InProcessStage.h"
 #include "VirtualMac/Scenarios/ProcessStage.h"
 #include "VirtualMac/Scenarios/ScenarioRun.h"
+#include "VirtualMac/Tools/Colour.h"
 #include "VirtualMac/Tools/CommandLine.h"
 #include "VirtualMac/Tools/HelperProgram.h"
 #include "VirtualMac/Tools/JSONLine.h"
@@ -75,10 +76,10 @@ void tell(const Scenario& scenario, const ScenarioOutcome& outcome, bool asJSON)
     fmt::print("passed  {}: {} expectations held over {}\n", scenario.name, outcome.expectations,
                timelineClock(outcome.virtualSeconds));
   } else if (outcome.stopped) {
-    fmt::print("STOPPED {}: {} expectations had held\n{}", scenario.name, outcome.expectations,
-               outcome.report);
+    fmt::print("{} {}: {} expectations had held\n{}", toned(Tone::Warning, "STOPPED", stdout),
+               scenario.name, outcome.expectations, outcome.report);
   } else {
-    fmt::print("FAILED  {}\n{}", scenario.name, outcome.report);
+    fmt::print("{}\n{}", toned(Tone::Fault, "FAILED  " + scenario.name, stdout), outcome.report);
   }
   std::fflush(stdout);
 }
