@@ -275,5 +275,11 @@ def self_test():
                 noticed = bool(found) or not (first.held and second.held)
                 if noticed != expected:
                     wrong.append(f"{what}: {'not noticed' if expected else found}")
+    objects = "".join(json.dumps({"ok": True, "seconds": float(line[1]), "kind": line[2], "text": line[3]})
+                      + "\n" if (line := LINE.match(text)) else text + "\n"
+                      for text in TOLD.splitlines())
+    found = differences(Journal(TOLD), Journal(objects), ("lines", "objects"))
+    if found or objects.count("{") < TOLD.count("\n"):
+        wrong.append(f"lines that were printed as objects: {found}")
     print("\n".join(wrong) or f"{len(NOTICED)} differences noticed, {len(PASSED_OVER)} passed over")
     return 1 if wrong else 0

@@ -24,8 +24,7 @@ ordered_json answerJSON(const korvel::Operation& operation, const std::vector<XP
     return answer;
   }
   answer["ok"] = false;
-  const auto* error =
-      values.size() > 1 ? std::get_if<korvel::ErrorObject>(&values[1]) : nullptr;
+  const auto* error = values.size() > 1 ? std::get_if<korvel::ErrorObject>(&values[1]) : nullptr;
   if (error != nullptr) answer["code"] = error->code;
   answer["error"] = error != nullptr ? error->localizedDescription() : "failed without an error";
   return answer;
