@@ -66,8 +66,9 @@ steps:
     do: lid closed
 )");
   EXPECT_FALSE(outcome.passed);
-  EXPECT_THAT(outcome.report, HasSubstr("a.yaml:8: at 00:01:00: expected \"gate paused\", but the "
-                                        "gate is charging\n"));
+  EXPECT_THAT(outcome.report,
+              HasSubstr("a.yaml:8: at 00:01:00, 60.000 s: expected \"gate paused\", but the "
+                        "gate is charging\n"));
   EXPECT_THAT(outcome.report, HasSubstr("10.000 mac   adapter disconnected"));
   EXPECT_THAT(outcome.report, HasSubstr("run it again: virtual-mac run a.yaml\n"));
   EXPECT_FALSE(stage.machine().lid.isClosed()) << "the run goes on after a failure";
@@ -81,7 +82,8 @@ steps:
     within: 1s )";
   const ScenarioOutcome never = play(story + "gate paused\n");
   EXPECT_FALSE(never.passed) << "what nobody saw counts as held";
-  EXPECT_THAT(never.report, HasSubstr("a.yaml:6: at 00:11:01: expected within 1s \"gate paused\""));
+  EXPECT_THAT(never.report,
+              HasSubstr("a.yaml:6: at 00:11:01, 661.000 s: expected within 1s \"gate paused\""));
   const ScenarioOutcome late = play(story + "battery 55\n");
   EXPECT_TRUE(late.passed) << late.report;
   EXPECT_EQ(late.expectations, 1U);
@@ -146,7 +148,7 @@ TEST(StoppedRunTest, WhatBreaksWhileTheRunIsStoppedIsNoFailure) {
   };
   const ScenarioOutcome outcome = playScenario(*scenario, stage, "again", look);
   EXPECT_TRUE(outcome.stopped);
-  EXPECT_THAT(outcome.report, HasSubstr("a.yaml:3: at 00:01:00: stopped by Somebody\n"));
+  EXPECT_THAT(outcome.report, HasSubstr("a.yaml:3: at 00:01:00, 60.000 s: stopped by Somebody\n"));
   EXPECT_THAT(outcome.report, Not(HasSubstr("nobody is there")));
   stage.stopped = false;
   const ScenarioOutcome failed = playScenario(*scenario, stage, "again");
@@ -174,7 +176,7 @@ steps:
   - at: 00:30
 )");
   EXPECT_FALSE(outcome.passed);
-  EXPECT_THAT(outcome.report, HasSubstr("at 00:02:30: expected within 90s \"asleep\""));
+  EXPECT_THAT(outcome.report, HasSubstr("at 00:02:30, 150.000 s: expected within 90s \"asleep\""));
 }
 
 TEST_F(ScenarioRunTest, HoldsFailsWhenItEnds) {
@@ -186,8 +188,9 @@ steps:
     do: adapter off
 )");
   EXPECT_FALSE(outcome.passed);
-  EXPECT_THAT(outcome.report, HasSubstr("at 00:05:00: expected for 600s \"adapter connected\", but "
-                                        "the adapter is disconnected"));
+  EXPECT_THAT(outcome.report,
+              HasSubstr("at 00:05:00, 300.000 s: expected for 600s \"adapter connected\", but "
+                        "the adapter is disconnected"));
 }
 
 TEST_F(ScenarioRunTest, NeverAndAlwaysAreJudgedAtEveryMoment) {
@@ -249,8 +252,9 @@ TEST_F(ScenarioRunTest, OtherRepliesAreExpectedByName) {
 }
 
 TEST_F(ScenarioRunTest, WhatCannotBeDoneFailsTheScenario) {
-  EXPECT_THAT(play("steps: [{at: 00:01, do: fault smc-result QQQQ 1 on}]\n").report,
-              HasSubstr("a.yaml:3: at 00:01:00: \"fault smc-result QQQQ 1 on\" cannot be done"));
+  EXPECT_THAT(
+      play("steps: [{at: 00:01, do: fault smc-result QQQQ 1 on}]\n").report,
+      HasSubstr("a.yaml:3: at 00:01:00, 60.000 s: \"fault smc-result QQQQ 1 on\" cannot be done"));
 }
 
 TEST_F(ScenarioRunTest, AViolationOfTheProtocolFailsTheScenario) {

@@ -42,7 +42,7 @@ def a_failing_story_ends_with_1_and_a_report(programs):
     path = "Tests/scenarios/data/fails.yaml"
     done = run(programs, path, GALLERY / "quit.yaml")
     expect(done.returncode == 1, done)
-    expect(f'{path}:10: at 00:01:00: expected "gate paused", but the gate is charging' in done.stdout,
+    expect(f'{path}:10: at 00:01:00, 60.000 s: expected "gate paused", but the gate is charging' in done.stdout,
            done)
     expect("the journal around it:\n" in done.stdout and "setChargeLimit ok" in done.stdout, done)
     expect(f"run it again: virtual-mac run {path} --in-process\n" in done.stdout, done)
@@ -241,7 +241,7 @@ def a_stopped_run_says_where_draws_what_there_is_and_leaves_nothing(programs):
             done = finish(running)
             expect(done.returncode == -number and done.stderr == "", done)
             expect(re.match(r"STOPPED Long: 1 expectations had held\n" + re.escape(str(story)) +
-                            rf":4: at \S+: stopped by {number.name}\n", done.stdout), done)
+                            rf":4: at \S+ \S+ s: stopped by {number.name}\n", done.stdout), done)
             expect("setChargeLimit ok" in done.stdout and "disconnected" not in done.stdout, done)
             texts = texts_of(picture)
             expect("limit 80 %" in texts and any(f"stopped by {number.name}" in t for t in texts), done)
@@ -287,7 +287,7 @@ def a_failure_is_in_the_picture(programs):
     with tempfile.TemporaryDirectory() as folder:
         picture = pathlib.Path(folder, "out.svg")
         done = run(programs, "Tests/scenarios/data/fails.yaml", "--timeline", picture)
-        expect(done.returncode == 1 and '00:01:00 line 10: expected "gate paused", but the gate is charging'
+        expect(done.returncode == 1 and '00:01:00, 60.000 s: line 10: expected "gate paused", but the gate is charging'
                in texts_of(picture), done)
 
 

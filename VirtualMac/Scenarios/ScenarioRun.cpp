@@ -11,6 +11,7 @@
 
 #include "VirtualMac/Machine/JournalHead.h"
 #include "VirtualMac/Machine/Machine.h"
+#include "VirtualMac/Timeline/TimelineText.h"
 
 namespace virtualmac {
 
@@ -304,7 +305,7 @@ class ScenarioRun {
 
   std::string report() const {
     std::string text = fmt::format("{}:{}: at {}: {}\n", scenario.file, failure->line,
-                                   timelineClock(failure->time), failure->text);
+                                   timelineMoment(failure->time), failure->text);
     const std::vector<Journal::Entry>& entries = *ears;
     const auto after =
         std::find_if(entries.begin(), entries.end(),

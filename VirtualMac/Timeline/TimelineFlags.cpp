@@ -67,7 +67,7 @@ TimelineFlags layFlags(const std::vector<TimelineMark>& marks,
 }
 
 std::string timelineTooltip(const TimelineMark& mark) {
-  return timelineClock(mark.time) + ' ' + mark.text;
+  return timelineMoment(mark.time) + ": " + mark.text;
 }
 
 }  // namespace virtualmac

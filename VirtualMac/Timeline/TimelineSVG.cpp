@@ -25,7 +25,7 @@ constexpr double failureBase = 54;
 constexpr double flagsTop = 64, flagRow = 17, crowdTop = flagsTop + flagRow * timelineFlagRows;
 constexpr double plotTop = 138, plotBottom = 378;
 constexpr double lanesTop = 394, laneStep = 24, laneHeight = 16;
-constexpr std::size_t listedLines = 14, lineColumns = 150, failureColumns = 130;
+constexpr std::size_t listedLines = 14, lineColumns = 137, failureColumns = 130;
 constexpr double listStep = 18;
 
 struct Colours {
@@ -337,13 +337,13 @@ class Drawing {
         badge(lastBadge, plotBottom - 8, fill, number);
       }
       badge(34, base - 4, fill, number);
-      text(50, base, 12, faint, timelineClock(mark.time));
-      text(128, base, 12, mark.kind == TimelineMarkKind::Error ? errorInk : ink,
+      text(50, base, 12, faint, timelineMoment(mark.time));
+      text(208, base, 12, mark.kind == TimelineMarkKind::Error ? errorInk : ink,
            shortened(mark.text, lineColumns));
       base += listStep;
     }
     if (unlisted > 0) {
-      text(128, base, 12, faint, fmt::format("and {} more log lines", unlisted));
+      text(208, base, 12, faint, fmt::format("and {} more log lines", unlisted));
       base += listStep;
     }
     return base + (number > 0 ? 4 : -12);

@@ -5,6 +5,7 @@
 #include <array>
 #include <cmath>
 
+#include "VirtualMac/Schedule/Journal.h"
 #include "VirtualMac/Timeline/Timeline.h"
 
 namespace virtualmac {
@@ -33,6 +34,10 @@ std::string shortened(std::string text, std::size_t bytes) {
 
 double textWidth(std::string_view text, double size) {
   return static_cast<double>(text.size()) * size * 0.52;
+}
+
+std::string timelineMoment(double seconds) {
+  return fmt::format("{}, {} s", timelineClock(seconds), journalTime(seconds));
 }
 
 double tickSeconds(double duration) {

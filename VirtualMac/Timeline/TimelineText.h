@@ -16,6 +16,9 @@ std::string shortened(std::string text, std::size_t bytes);
 /// Roughly how wide a text is in a common sans-serif face of that size.
 double textWidth(std::string_view text, double size);
 
+/// A moment in both forms: `00:01:40, 100.000 s`, the clock of stories and the journal's seconds.
+std::string timelineMoment(double seconds);
+
 /// The step between two time labels: the smallest round one that leaves room for them.
 double tickSeconds(double duration);
 

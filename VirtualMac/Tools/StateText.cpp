@@ -7,7 +7,7 @@
 #include <ctime>
 
 #include "EnforcementDecision.h"
-#include "VirtualMac/Timeline/Timeline.h"
+#include "VirtualMac/Timeline/TimelineText.h"
 
 namespace virtualmac {
 
@@ -97,7 +97,7 @@ std::string enforced(const Told& told) {
 }
 
 std::string loggedError(const Enforcement::LoggedError& error) {
-  return fmt::format("{} (at {})", error.text, timelineClock(error.time));
+  return fmt::format("{} (at {})", error.text, timelineMoment(error.time));
 }
 
 std::string chargingWay(const HelperCapabilities& capabilities) {

@@ -53,8 +53,8 @@ TEST(TimelineFlagsTest, MarksWithoutRoomAreCountedAndListed) {
   }
   const std::string svg = timelineSVG(builder.finish(1000));
   EXPECT_EQ(count(svg, ">+2 more<"), 3U);
-  EXPECT_THAT(svg, HasSubstr("<title>00:01:40 temperature set to 4 C &lt;&amp;&gt;\n"
-                             "00:01:40 temperature set to 5 C &lt;&amp;&gt;</title>"));
+  EXPECT_THAT(svg, HasSubstr("<title>00:01:40, 100.000 s: temperature set to 4 C &lt;&amp;&gt;\n"
+                             "00:01:40, 100.000 s: temperature set to 5 C &lt;&amp;&gt;</title>"));
   EXPECT_EQ(count(svg, "more<"), 3U) << "nothing is counted where there is room";
   builder.add({995, "mac", "touched"});
   EXPECT_THAT(timelineSVG(builder.finish(1000)), HasSubstr(">+3 more<"))
@@ -66,7 +66,7 @@ TEST(TimelineFlagsTest, AFlagThatIsCutShortTellsAllUnderThePointer) {
   const std::string text = "fault powerui-error a text that is longer than forty letters on";
   builder.add({60, "mac", text});
   const std::string svg = timelineSVG(builder.finish(1000));
-  EXPECT_THAT(svg, HasSubstr("<title>00:01:00 " + text + "</title>"));
+  EXPECT_THAT(svg, HasSubstr("<title>00:01:00, 60.000 s: " + text + "</title>"));
   EXPECT_THAT(svg, HasSubstr("…<"));
 }
 
@@ -77,7 +77,7 @@ TEST(TimelineFlagsTest, AFailureHasItsTextAndALineThroughEverything) {
     for (int second = 0; second < 10; ++second) builder.add({time, "mac", "touched"});
     builder.fail(time, words);
     const std::string svg = timelineSVG(builder.finish(1000));
-    EXPECT_THAT(svg, HasSubstr(">" + timelineClock(time) + " " + escapedXML(words) + "<"));
+    EXPECT_THAT(svg, HasSubstr(">" + timelineMoment(time) + ": " + escapedXML(words) + "<"));
     EXPECT_EQ(count(svg, "V586.0\" stroke=\"#dc2626\" stroke-width=\"2\"/>"), 1U);
     EXPECT_THAT(svg, HasSubstr(">+7 more<")) << "a failure takes no flag's room";
   }

@@ -256,6 +256,7 @@ TEST(TimelineTest, LabelsFollowTheStep) {
   EXPECT_EQ(tickSeconds(11), 2);
   EXPECT_EQ(tickSeconds(3600), 600);
   EXPECT_EQ(tickSeconds(7 * 86400.0), 86400);
+  EXPECT_EQ(timelineMoment(86400 + 61.25), "1d 00:01:01, 86461.250 s");
   EXPECT_EQ(tickLabel(65, 5), "00:01:05");
   EXPECT_EQ(tickLabel(3600, 600), "01:00");
   EXPECT_EQ(tickLabel(2 * 86400.0, 86400), "2d");
@@ -298,7 +299,7 @@ TEST(TimelineTest, ThePictureShowsEachPart) {
   EXPECT_THAT(svg, HasSubstr("A day of &lt;every&gt; &quot;kind&quot; &amp; more"));
   for (const char* words :
        {">limit 80 %<", ">charge enforcement pause:ok<", ">paused<", ">allowed<", ">connected<",
-        ">asleep<", ">running<", ">80 %<", ">00:06:40<"}) {
+        ">asleep<", ">running<", ">80 %<", ">00:06:40, 400.000 s<"}) {
     EXPECT_THAT(svg, HasSubstr(words)) << words;
   }
   EXPECT_THAT(svg, Not(HasSubstr(">inhibited<")));

@@ -110,7 +110,8 @@ TEST(StateTextTest, AWriteThatFailsIsToldWithItsError) {
   EXPECT_EQ(sentence(told), failing);
   EXPECT_THAT(
       stateText(told),
-      HasSubstr("last error     SMCWriter: kSMCWriteKey CHTE smcResult=130 (at 00:01:34)\n"));
+      HasSubstr(
+          "last error     SMCWriter: kSMCWriteKey CHTE smcResult=130 (at 00:01:34, 94.500 s)\n"));
   EXPECT_EQ(stateLine(told), "limit 80 %, " + failing) << "the reason once";
   told.state.lastWriteVerified = true;
   EXPECT_EQ(sentence(told), rule) << "a later write took hold";
@@ -126,7 +127,7 @@ TEST(StateTextTest, AWriteThatIsIgnoredIsToldWithTheLastError) {
   EXPECT_EQ(sentence(told), ignored);
   EXPECT_EQ(stateLine(told), "limit 80 %, " + ignored +
                                  ", last outcome pause:ok, last error HelperImpl: SMC write "
-                                 "unverified (at 00:00:05)");
+                                 "unverified (at 00:00:05, 5.000 s)");
 }
 
 TEST(StateTextTest, ADischargeIsToldAsWhatTheHardwareWasTold) {
