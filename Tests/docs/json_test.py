@@ -193,8 +193,11 @@ def play(programs, root, forms):
             play_machine(player, root)
         finally:
             player.machine("down")
+        player.machine("schema", "profile")
         for program in PROGRAMS:
             player.run(program, "--version")
+            player.run(program, "completion", "zsh")
+            player.run(program, "completion", "words", "--", "st")
     return player
 
 

@@ -6,11 +6,13 @@
 #include <algorithm>
 #include <map>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
 #include "VirtualMac/Tools/CommandLine.h"
 #include "VirtualMac/Tools/CompletionValues.h"
+#include "VirtualMac/Tools/JSONLine.h"
 
 namespace virtualmac {
 
@@ -117,6 +119,13 @@ void printOffers(const Offers& offers) {
   if (offers.folders) fmt::print(":folders\n");
 }
 
+void printOffersAsJSON(const Offers& offers) {
+  nlohmann::ordered_json words = nlohmann::json::array();
+  for (const Offer& offer : offers.words)
+    words.push_back({{"word", offer.word}, {"text", offer.text}});
+  printJSON({{"ok", true}, {"words", words}, {"files", offers.files}, {"folders", offers.folders}});
+}
+
 struct Choices {
   std::string shell;
   std::vector<std::string> words;
@@ -139,12 +148,19 @@ void addCompletion(CLI::App& program, std::function<int()>& chosen) {
                   "In fish: {0} completion fish > ~/.config/fish/completions/{0}.fish",
                   program.get_name()));
   command->callback([choices, &program, &chosen] {
-    chosen = [choices, &program] {
+    const bool asJSON = program.get_option("--json")->as<bool>();
+    chosen = [choices, asJSON, &program] {
       const auto script = scripts().find(choices->shell);
-      if (script != scripts().end())
-        fmt::print("{}", withNames(script->second, program.get_name()));
+      if (script == scripts().end()) {
+        const Offers offers = offersFor(program, choices->words, programValues());
+        asJSON ? printOffersAsJSON(offers) : printOffers(offers);
+        return exitDone;
+      }
+      const std::string text = withNames(script->second, program.get_name());
+      if (asJSON)
+        printJSON({{"ok", true}, {"script", text}});
       else
-        printOffers(offersFor(program, choices->words, programValues()));
+        fmt::print("{}", text);
       return exitDone;
     };
   });

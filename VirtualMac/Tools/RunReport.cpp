@@ -10,6 +10,7 @@
 
 #include "VirtualMac/Timeline/Timeline.h"
 #include "VirtualMac/Timeline/TimelineText.h"
+#include "VirtualMac/Tools/Colour.h"
 
 namespace virtualmac {
 
@@ -69,7 +70,10 @@ std::string totalLine(const std::vector<PlayedStory>& stories) {
   std::string fates;
   for (std::size_t fate = 0; fate < words.size(); ++fate) {
     const std::size_t number = count(stories, static_cast<Fate>(fate));
-    if (number > 0) fates += fmt::format("{}{} {}", fates.empty() ? "" : ", ", number, words[fate]);
+    if (number == 0) continue;
+    const bool isGood = fate == static_cast<std::size_t>(Fate::Passed);
+    fates += (fates.empty() ? "" : ", ") + toned(isGood ? Tone::Plain : Tone::Error,
+                                                 fmt::format("{} {}", number, words[fate]), stdout);
   }
   return fmt::format("{} scenarios: {}; {} of virtual time in {:.1f} s", stories.size(), fates,
                      timelineClock(sum(stories, &PlayedStory::virtualSeconds)),

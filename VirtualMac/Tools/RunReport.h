@@ -20,7 +20,7 @@ struct PlayedStory {
   std::string report = {};   ///< The same at length, with the lines of the file.
 };
 
-/// `3 scenarios: 2 passed, 1 failed; 02:10:00 of virtual time in 0.4 s`
+/// `3 scenarios: 2 passed, 1 failed; 02:10:00 of virtual time in 0.4 s`, for standard output.
 std::string totalLine(const std::vector<PlayedStory>& stories);
 
 /// The stories as JUnit XML, which build servers read: a test case each. `suite` says how they were

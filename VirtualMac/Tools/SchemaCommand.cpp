@@ -4,10 +4,12 @@
 
 #include <CLI/CLI.hpp>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <string>
 
 #include "VirtualMac/Tools/BuiltInDocuments.h"
 #include "VirtualMac/Tools/CommandLine.h"
+#include "VirtualMac/Tools/JSONLine.h"
 
 namespace virtualmac {
 
@@ -18,10 +20,15 @@ void addSchema(CLI::App& program, std::function<int()>& chosen) {
   command->add_option("kind", *kind, "scenario or profile")
       ->required()
       ->check(CLI::IsMember({"scenario", "profile"}));
-  command->callback([kind, &chosen] {
-    chosen = [kind] {
+  command->callback([kind, &program, &chosen] {
+    const bool asJSON = program.get_option("--json")->as<bool>();
+    chosen = [kind, asJSON] {
       const bool isStory = *kind == "scenario";
-      fmt::print("{}", isStory ? documents::scenarioSchema() : documents::profileSchema());
+      const std::string schema(isStory ? documents::scenarioSchema() : documents::profileSchema());
+      if (asJSON)
+        printJSON({{"ok", true}, {"schema", valueOf(schema)}});
+      else
+        fmt::print("{}", schema);
       return exitDone;
     };
   });
