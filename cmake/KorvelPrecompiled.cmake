@@ -1,5 +1,5 @@
 # Most of a build's time goes into the same headers of libraries, which nearly every source includes.
-# With this switch they are read once for each of three kinds of targets. Builds without it show that
+# With this switch they are read once for each of four kinds of targets. Builds without it show that
 # every source includes what it uses.
 option(KORVEL_PRECOMPILED "Read the headers of libraries once for many sources" OFF)
 
@@ -8,6 +8,7 @@ set(KORVEL_STANDARD_HEADERS
   <optional> <set> <span> <string> <string_view> <utility> <variant> <vector>)
 set(KORVEL_MACHINE_HEADERS <asio/io_context.hpp> <asio/local/stream_protocol.hpp>
   <asio/post.hpp> <asio/steady_timer.hpp> <fmt/format.h> <nlohmann/json.hpp>)
+set(KORVEL_PROGRAM_HEADERS <CLI/CLI.hpp> ${KORVEL_MACHINE_HEADERS})
 set(KORVEL_TEST_HEADERS <gmock/gmock.h> <gtest/gtest.h> <nlohmann/json.hpp>)
 
 # korvel_precompile(KIND LIBRARIES HEADER...): the headers of one kind, for targets that link it.
@@ -39,6 +40,8 @@ function(korvel_reuse_headers directory)
       set(kind tests)
     elseif(directory STREQUAL "${CMAKE_SOURCE_DIR}/KorvelHelper")
       set(kind helper)
+    elseif(directory STREQUAL "${CMAKE_SOURCE_DIR}/VirtualMac/Tools")
+      set(kind programs)
     endif()
     target_precompile_headers(${target} REUSE_FROM headers_${kind})
   endforeach()
@@ -47,12 +50,15 @@ endfunction()
 # korvel_precompile_headers(): for all targets that are known so far.
 function(korvel_precompile_headers)
   find_package(asio REQUIRED)
+  find_package(CLI11 REQUIRED)
   find_package(fmt REQUIRED)
   find_package(nlohmann_json 3.11 REQUIRED)
   find_package(GTest REQUIRED)
   korvel_precompile(helper "")
   korvel_precompile(machine "asio::asio;fmt::fmt;nlohmann_json::nlohmann_json"
     ${KORVEL_MACHINE_HEADERS})
+  korvel_precompile(programs "asio::asio;CLI11::CLI11;fmt::fmt;nlohmann_json::nlohmann_json"
+    ${KORVEL_PROGRAM_HEADERS})
   korvel_precompile(tests "GTest::gtest;GTest::gmock;nlohmann_json::nlohmann_json"
     ${KORVEL_TEST_HEADERS})
   korvel_reuse_headers(${CMAKE_SOURCE_DIR})

@@ -118,7 +118,10 @@ TEST_F(StatusTest, ADischargeIsTold) {
 // Asking connects, and that arms the saved limit, even during a top-off.
 TEST_F(StatusTest, AskingDuringATopOffArmsTheLimitAndSaysSo) {
   begin();
-  ASSERT_EQ(mac->app({"top-off"}).status, 0);
+  Conversation session("korvel-app", {"--root", mac->root(), "session"});
+  session.say("ping");
+  expectConnects(3);
+  session.say("top-off");
   expectMachine("enforcement    nothing: a top-off is under way\n");
   const std::string said = mac->app({"status"}).out;
   EXPECT_EQ(
