@@ -22,7 +22,7 @@ ONLY_OPTIONS_OF_THE_VIRTUAL_MAC = {
     "--timeout": "the sample has a fixed time, which docs/client.md tells",
     "--reconnect": "belongs to session", "--for": "the sample watches until it is ended",
     "--every": "the sample looks every two seconds"}
-# What stands first in a line of both, and what one alone says.
+# The outputs that are not the same, with what each of the two says.
 OUTPUTS = {
     "ping": "korvel-app says \"helper N\"; docs/macos.md takes the sample's bare number into a variable",
     "state": "korvel-app shows the record as it was sent; the sample explains it, as status does there",

@@ -22,7 +22,7 @@ NEVER = -63114076800
 # Why a row cannot be played here. One that can is a test.
 NOT_HERE = {"no helper": "a virtual Mac's launchd always has the job, so nobody has to register or allow it"}
 CONTROLS = ("tahoeCharging", "preTahoeCharging", "nativeCharging")
-# What an application knows, in the table's words and its order.
+# The facts that an application knows, in the table's words and its order.
 KNOWN = {
     "no helper": lambda seen: False,
     "refused": lambda seen: seen["refused"],

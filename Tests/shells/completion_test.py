@@ -17,7 +17,7 @@ import unittest
 
 PATIENCE = 60  # Seconds; the computer may be busy.
 
-# What is typed, and the words that may stand in the place of the last.
+# Each line as it is typed, with the words that may stand in the place of its last one.
 CASES = {
     "virtual-mac fau": ["fault"],
     "virtual-mac fault smc-si": ["smc-silent-refusal", "smc-size"],
