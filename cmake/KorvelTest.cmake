@@ -1,10 +1,15 @@
-# korvel_add_test(NAME sources... [LIBRARIES targets...] [LABELS labels...]) adds one GoogleTest
-# program and registers each of its tests with CTest by name.
+# korvel_add_test(NAME sources... [LIBRARIES targets...] [LABELS labels...] [WAITS]) adds one
+# GoogleTest program and registers each of its tests with CTest by name.
 include(GoogleTest)
 find_package(GTest REQUIRED)
 
+# Tests that only compute give way to those that wait for real time (WAITS), so that both kinds can
+# run side by side.
+find_program(KORVEL_NICE nice REQUIRED)
+set(KORVEL_GIVES_WAY ${KORVEL_NICE} -n 10)
+
 function(korvel_add_test name)
-  cmake_parse_arguments(ARG "" "TIMEOUT" "LIBRARIES;LABELS" ${ARGN})
+  cmake_parse_arguments(ARG "WAITS" "TIMEOUT" "LIBRARIES;LABELS" ${ARGN})
   if(NOT ARG_TIMEOUT)
     set(ARG_TIMEOUT 300)
   endif()
@@ -14,6 +19,9 @@ function(korvel_add_test name)
     GTest::gtest_main Threads::Threads)
   if(name IN_LIST KORVEL_COMPILED_ONLY)
     return()
+  endif()
+  if(NOT ARG_WAITS AND NOT CMAKE_CROSSCOMPILING)
+    set_target_properties(${name} PROPERTIES CROSSCOMPILING_EMULATOR "${KORVEL_GIVES_WAY}")
   endif()
   gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 TEST_LIST ${name}_tests
     PROPERTIES TIMEOUT ${ARG_TIMEOUT})

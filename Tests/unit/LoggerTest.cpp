@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <cwchar>
 #include <limits>
 #include <string>
 
@@ -90,8 +91,8 @@ TEST(LogTextTest, TextsOfAnyLengthComeOutWhole) {
 }
 
 TEST(LogTextTest, ATextThatCannotBeRenderedIsItsFormat) {
-  EXPECT_EQ(rendered("more than %{public}*d", std::numeric_limits<int>::max(), 7),
-            "more than %{public}*d");
+  constexpr wint_t outsideUnicode = 0x110000;
+  EXPECT_EQ(rendered("no %{public}lc", outsideUnicode), "no %{public}lc");
 }
 
 TEST(LoggerTest, EveryLevelReachesTheLogUnderItsCategory) {
