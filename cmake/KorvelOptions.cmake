@@ -2,6 +2,7 @@
 option(KORVEL_VIRTUAL_MAC "Build the virtual Mac and its tools" ON)
 option(KORVEL_TESTS "Build the tests" ON)
 option(KORVEL_BENCHMARKS "Build the benchmarks" OFF)
+option(KORVEL_FUZZ "Build the fuzzer, which needs clang and KORVEL_SANITIZE with fuzzer-no-link" OFF)
 option(KORVEL_TIN_MAC "Build the rooms that run the Mac's own program on Linux, and nothing else" OFF)
 set(KORVEL_SANITIZE "" CACHE STRING "Sanitizers for every target: address,undefined or thread")
 
