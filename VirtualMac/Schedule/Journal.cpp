@@ -13,9 +13,11 @@ namespace {
 constexpr std::uint64_t fnvPrime = 1099511628211ULL;
 constexpr std::size_t kindColumns = 5;
 constexpr unsigned char firstPrintable = 0x20;
+/// A double tells all milliseconds up to here apart.
+constexpr std::uint64_t latestSecond = (std::uint64_t{1} << 53U) / 1000 - 1;
 
-std::optional<std::int64_t> wholeNumber(std::string_view digits) {
-  std::int64_t number = 0;
+std::optional<std::uint64_t> wholeNumber(std::string_view digits) {
+  std::uint64_t number = 0;
   const auto [end, failure] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
   if (failure != std::errc() || end != digits.data() + digits.size()) return std::nullopt;
   return number;
@@ -25,9 +27,9 @@ std::optional<std::int64_t> wholeNumber(std::string_view digits) {
 std::optional<double> timeFrom(std::string_view text) {
   const std::size_t point = text.find('.');
   if (point == std::string_view::npos || text.size() - point != 4) return std::nullopt;
-  const std::optional<std::int64_t> whole = wholeNumber(text.substr(0, point));
-  const std::optional<std::int64_t> thousandths = wholeNumber(text.substr(point + 1));
-  if (!whole || !thousandths) return std::nullopt;
+  const std::optional<std::uint64_t> whole = wholeNumber(text.substr(0, point));
+  const std::optional<std::uint64_t> thousandths = wholeNumber(text.substr(point + 1));
+  if (!whole || !thousandths || *whole > latestSecond) return std::nullopt;
   // One rounding, so that it prints with the same three decimals again.
   return static_cast<double>(*whole * 1000 + *thousandths) / 1000.0;
 }
@@ -117,7 +119,9 @@ std::optional<Journal::Entry> journalEntryFrom(std::string_view line) {
   const std::size_t afterKind = line.find(' ');
   if (afterKind == std::string_view::npos) return std::nullopt;
   const std::string_view kind = line.substr(0, afterKind);
-  line.remove_prefix(std::min(line.find_first_not_of(' ', afterKind), line.size()));
+  // Spaces beyond the kind's column are the text's own.
+  const std::size_t column = std::max(kindColumns, kind.size()) + 1;
+  line.remove_prefix(std::min({line.find_first_not_of(' ', afterKind), column, line.size()}));
   return Journal::Entry{*time, kind, line};
 }
 

@@ -21,6 +21,27 @@ TEST(JournalTest, ATextOfSeveralLinesIsWrittenAsOne) {
   EXPECT_EQ(journal.text(), "0.000 log   one 0.000 proc  two\n");
 }
 
+TEST(JournalTest, ATextThatBeginsWithASpaceComesBackFromItsLine) {
+  for (const char* kind : {"mac", "reply", "notices"}) {
+    for (const char* text : {"one", " one", "     one", " ", ""}) {
+      const auto told = journalEntryFrom(journalLine({1, kind, text}));
+      ASSERT_TRUE(told);
+      EXPECT_EQ(told->kind, kind);
+      EXPECT_EQ(told->text, text);
+    }
+  }
+  EXPECT_EQ(journalEntryFrom("1.000 mac one")->text, "one") << "a kind without its padding";
+}
+
+TEST(JournalTest, ATimeThatNoJournalWritesIsNoLine) {
+  EXPECT_EQ(journalEntryFrom("9007199254739.999 mac   far")->time, 9007199254739.999);
+  for (const char* time : {"9007199254740.000", "9223372036854775.807", "9223372036854775807.000",
+                           "18446744073709551616.000", "-1.500", "-1.-50", "1.-50", "1.+50", ".500",
+                           "1.5", "1.5000", "1e3.000"}) {
+    EXPECT_FALSE(journalEntryFrom(std::string(time) + " mac   never")) << time;
+  }
+}
+
 TEST(JournalTest, TextHoldsAllLinesOrThoseOfSomeKinds) {
   double now = 0;
   Journal journal([&now] { return now; });
