@@ -55,6 +55,10 @@ class Examiner final : public nlohmann::json_sax<json> {
 std::optional<std::string> jsonDefect(std::string_view text) {
   Examiner examiner;
   json::sax_parse(text, &examiner);
+  // The parser takes a zero byte for the end of the text, whatever follows.
+  const std::size_t zero = text.find('\0');
+  if (!examiner.defect() && zero != std::string_view::npos)
+    return "not JSON at byte " + std::to_string(zero + 1);
   return examiner.defect();
 }
 

@@ -34,6 +34,14 @@ TEST(BoundsTest, ANumberOutOfRangeIsToldWithItsByte) {
   EXPECT_EQ(jsonDefect(R"({"a": 1e308})"), std::nullopt);
 }
 
+TEST(BoundsTest, NothingMayFollowTheTextBehindAZeroByte) {
+  using namespace std::string_view_literals;
+  EXPECT_EQ(jsonDefect("{}\0"sv), "not JSON at byte 3");
+  EXPECT_EQ(jsonDefect("{} \0 {\"lid\": false}"sv), "not JSON at byte 4");
+  EXPECT_EQ(jsonDefect("{\"a\": \"\0\"}"sv), "not JSON at byte 8");
+  EXPECT_EQ(jsonDefect("{\"a\": \"\\u0000\"}"sv), std::nullopt);
+}
+
 class TextFileTest : public testing::Test {
  public:
   ~TextFileTest() override { std::filesystem::remove(path); }
