@@ -56,6 +56,8 @@ inline constexpr std::size_t mostSteps = 100'000;
 inline constexpr std::size_t mostPhrases = 300'000;
 /// Any length of time, in seconds: a century, which fits into 64 bits of nanoseconds.
 inline constexpr double longestSeconds = 100.0 * 365 * 24 * 3600;
+/// Virtual seconds in a real one.
+inline constexpr double slowest = 0.01, fastest = 10000;
 
 }  // namespace bounds
 

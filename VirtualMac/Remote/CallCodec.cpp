@@ -1,10 +1,21 @@
 #include "VirtualMac/Remote/CallCodec.h"
 
+#include <limits>
+
+#include "VirtualMac/Machine/Bounds.h"
+
 namespace virtualmac {
 
 using korvel::HandleRef;
 using korvel::LogLevel;
 using korvel::PowerSourceList;
+
+namespace {
+
+/// Beyond it, no later moment would fit.
+constexpr std::int64_t latestMoment = std::numeric_limits<std::int64_t>::max() / 2;
+
+}  // namespace
 
 void put(WireWriter& to, const PowerSourceList& value) {
   put(to, value.handle);
@@ -55,7 +66,14 @@ void get(WireReader& from, MachineTime& value) {
   value.uptime = from.i64();
   value.speed = from.real();
   value.frozen = from.boolean();
-  if (!(value.speed > 0)) from.fail("a speed that is not above 0");
+  // Moments are computed from these, in 64 bits.
+  const auto isMoment = [](std::int64_t nanoseconds) {
+    return nanoseconds >= 0 && nanoseconds <= latestMoment;
+  };
+  if (!(value.speed >= bounds::slowest && value.speed <= bounds::fastest))
+    from.fail("a speed that no machine has");
+  if (!isMoment(value.steadyNanoseconds) || !isMoment(value.uptime))
+    from.fail("a moment that no clock tells");
 }
 
 void put(WireWriter& to, const Effect& value) {

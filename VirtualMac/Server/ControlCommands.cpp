@@ -6,6 +6,7 @@
 #include <map>
 #include <nlohmann/json.hpp>
 
+#include "VirtualMac/Machine/Bounds.h"
 #include "VirtualMac/Machine/Deeds.h"
 #include "VirtualMac/Machine/Faults.h"
 #include "VirtualMac/Machine/Nearest.h"
@@ -65,7 +66,8 @@ ControlReply killHelper(MachineServer& server, const Words& words) {
 
 ControlReply speed(MachineServer& server, const Words& words) {
   if (words.size() != 1) return usage("speed takes one number from 0.01 to 10000");
-  const auto factor = AllowedValues{{}, 0.01, 10000}.read("speed", words.front());
+  const auto factor =
+      AllowedValues{{}, bounds::slowest, bounds::fastest}.read("speed", words.front());
   if (!factor) return usage(factor.error());
   server.timeDriver().setSpeed(factor->number);
   server.machine().tell(fmt::format("speed {:g}", factor->number));

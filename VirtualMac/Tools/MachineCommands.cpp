@@ -10,6 +10,7 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 
+#include "VirtualMac/Machine/Bounds.h"
 #include "VirtualMac/Machine/Deeds.h"
 #include "VirtualMac/Server/ControlClient.h"
 #include "VirtualMac/Server/ControlCommands.h"
@@ -218,7 +219,7 @@ void addUp(CLI::App& program, Choices& choices, std::function<int()>& chosen) {
       ->capture_default_str();
   command->add_option("--speed", choices.speed, "Virtual seconds in a real one")
       ->capture_default_str()
-      ->check(numberBetween(0.01, 10000));
+      ->check(numberBetween(bounds::slowest, bounds::fastest));
   addPageOption(*command, choices);
   command->add_flag("--foreground", choices.foreground, "Stay in the foreground");
   command->add_flag("--verbose", choices.verbose, "The helper logs to helper.stderr too");

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cmath>
+#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -89,6 +91,26 @@ TEST_F(CallsTest, ANumberThatItsTypeCannotHoldIsAFailure) {
   call.i64(std::int64_t{1} << 40U);
   EXPECT_EQ(serve(SeamCall::registryObjectRelease, call).failure,
             "a number that its type cannot hold");
+}
+
+TEST_F(CallsTest, ATimeThatNoMachineHasIsAFailure) {
+  const auto failureOf = [](const MachineTime& time) {
+    WireWriter writer;
+    put(writer, time);
+    WireReader reader(writer.body());
+    MachineTime told;
+    get(reader, told);
+    return reader.failure();
+  };
+  constexpr std::int64_t latest = INT64_MAX / 2;
+  EXPECT_EQ(failureOf({.steadyNanoseconds = latest, .uptime = latest, .speed = 10000}), "");
+  EXPECT_EQ(failureOf({.speed = 0.01}), "");
+  for (const double speed : {0.0, -1.0, 0.001, 10001.0, 1e300, HUGE_VAL, std::nan("")})
+    EXPECT_EQ(failureOf({.speed = speed}), "a speed that no machine has") << speed;
+  for (const std::int64_t moment : {std::int64_t{-1}, INT64_MIN, latest + 1, INT64_MAX}) {
+    EXPECT_EQ(failureOf({.steadyNanoseconds = moment}), "a moment that no clock tells");
+    EXPECT_EQ(failureOf({.uptime = moment}), "a moment that no clock tells");
+  }
 }
 
 TEST_F(CallsTest, UnknownNumbersAndFileCallsAreFailures) {
