@@ -1,7 +1,10 @@
 #include "VirtualMac/Machine/JournalHead.h"
 
+#include <cstdint>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <utility>
+#include <vector>
 
 #include "VirtualMac/Machine/Bounds.h"
 #include "VirtualMac/Machine/Faults.h"
@@ -73,18 +76,43 @@ std::optional<std::string> textOrNull(const json& object, const char* key) {
   return value.is_null() ? std::nullopt : std::optional(value.get<std::string>());
 }
 
+/// A whole number as its type holds it; the library would bend one until it fits.
+template <class Number>
+Number numberIn(const json& value) {
+  const bool fits = value.is_number_unsigned()  ? std::in_range<Number>(value.get<std::uint64_t>())
+                    : value.is_number_integer() ? std::in_range<Number>(value.get<std::int64_t>())
+                                                : false;
+  if (!fits) throw json::type_error::create(302, "a number of another type", &value);
+  return value.get<Number>();
+}
+
+double realIn(const json& value) {
+  if (!value.is_number()) throw json::type_error::create(302, "no number", &value);
+  return value.get<double>();
+}
+
+std::map<std::string, std::vector<std::uint8_t>> keysIn(const json& object) {
+  std::map<std::string, std::vector<std::uint8_t>> keys;
+  for (const auto& [name, bytes] : object.get_ref<const json::object_t&>()) {
+    std::vector<std::uint8_t>& list = keys[name];
+    for (const json& byte : bytes.get_ref<const json::array_t&>())
+      list.push_back(numberIn<std::uint8_t>(byte));
+  }
+  return keys;
+}
+
 JournalHead::Start startIn(const json& object) {
   JournalHead::Start start;
-  if (object.contains("batteryPercent")) start.batteryPercent = object["batteryPercent"];
+  if (object.contains("batteryPercent")) start.batteryPercent = realIn(object["batteryPercent"]);
   object.at("temperatureCelsius").get_to(start.temperatureCelsius);
   object.at("ambientCelsius").get_to(start.ambientCelsius);
   object.at("adapterConnected").get_to(start.adapterConnected);
   object.at("lid").get_to(start.lid);
   object.at("displayConnected").get_to(start.displayConnected);
   object.at("sleepDisabled").get_to(start.sleepDisabled);
-  object.at("idleSleepMinutes").get_to(start.idleSleepMinutes);
-  object.at("nativeLimit").get_to(start.nativeLimit);
-  object.at("smcKeys").get_to(start.smcKeys);
+  start.idleSleepMinutes = numberIn<std::int64_t>(object.at("idleSleepMinutes"));
+  start.nativeLimit = numberIn<std::int64_t>(object.at("nativeLimit"));
+  start.smcKeys = keysIn(object.at("smcKeys"));
   object.at("faults").get_to(start.faults);
   start.savedState = textOrNull(object, "savedState");
   start.savedStateUntold = object.value("savedStateUntold", "");
@@ -153,8 +181,8 @@ std::optional<JournalHead> JournalHead::from(std::string_view line) {
     object.at("profile").get_to(head.profile);
     head.profileFile = object.value("profileFile", "");
     object.at("clock").get_to(head.clock);
-    if (object.contains("speed")) head.speed = object["speed"];
-    if (object.contains("seed")) head.seed = object["seed"];
+    if (object.contains("speed")) head.speed = realIn(object["speed"]);
+    if (object.contains("seed")) head.seed = numberIn<std::uint64_t>(object["seed"]);
     head.start = startIn(object.at("start"));
     return head;
   } catch (const json::exception&) {

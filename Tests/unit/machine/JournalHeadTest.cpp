@@ -96,6 +96,33 @@ TEST_F(JournalHeadTest, SaysWhyAStateFileIsNotTold) {
   EXPECT_EQ(JournalHead::from(head.line())->start, head.start);
 }
 
+TEST_F(JournalHeadTest, ANumberThatItsFieldCannotHoldIsRefusedAndNotBent) {
+  const auto reads = [](const nlohmann::json& told) {
+    return JournalHead::from("# " + told.dump()).has_value();
+  };
+  ASSERT_TRUE(reads(object()));
+  for (const char* key : {"idleSleepMinutes", "nativeLimit"}) {
+    for (const nlohmann::json& value : {nlohmann::json(1e300), nlohmann::json(1.5),
+                                        nlohmann::json(UINT64_MAX), nlohmann::json(true)}) {
+      nlohmann::json told = object();
+      told["start"][key] = value;
+      EXPECT_FALSE(reads(told)) << key << ' ' << value;
+    }
+  }
+  for (const nlohmann::json& byte :
+       {nlohmann::json(256), nlohmann::json(-1), nlohmann::json(true)}) {
+    nlohmann::json told = object();
+    told["start"]["smcKeys"]["CHTE"] = {byte};
+    EXPECT_FALSE(reads(told)) << byte;
+  }
+  nlohmann::json told = object();
+  told["seed"] = -1;
+  EXPECT_FALSE(reads(told));
+  told = object();
+  told["start"]["smcKeys"]["NONE"] = nlohmann::json::array();
+  EXPECT_EQ(JournalHead::from("# " + told.dump())->start.smcKeys.count("NONE"), 1U);
+}
+
 TEST_F(JournalHeadTest, WhatIsNoHeadIsRefused) {
   const std::string whole = journalHead(mac, origin);
   EXPECT_FALSE(JournalHead::from(""));
