@@ -46,6 +46,12 @@ std::size_t depthOf(const Json& value) {
   return deepest + 1;
 }
 
+/// Whether every whole number in it fits into 64 signed bits, as those of a property list do.
+bool wholeNumbersFit(const Json& value) {
+  if (value.is_structured()) return std::ranges::all_of(value, wholeNumbersFit);
+  return !value.is_number_unsigned() || value.get<std::uint64_t>() <= INT64_MAX;
+}
+
 /// Refuses an offer that fits into no frame: it would end every helper of this machine.
 void readOffer(ProfileReader& reader, PowerUIProfile& powerUI) {
   const Json* value = reader.field(
@@ -55,6 +61,10 @@ void readOffer(ProfileReader& reader, PowerUIProfile& powerUI) {
   if (value->dump().size() > bounds::longestOffer) {
     return reader.complain(reader.keyPath("offeredLimits"),
                            "at most " + std::to_string(bounds::longestOffer) + " bytes");
+  }
+  if (!wholeNumbersFit(*value)) {
+    return reader.complain(reader.keyPath("offeredLimits"),
+                           "without whole numbers above " + std::to_string(INT64_MAX));
   }
   powerUI.offeredLimits = propertyFrom(*value);
 }

@@ -85,6 +85,18 @@ TEST(ProfileTest, OfferedLimitsMayBeAnything) {
   EXPECT_NE((*limits)[5]["a"].array(), nullptr);
 }
 
+TEST(ProfileTest, AnOfferedNumberBeyondAPropertyListsIsRefused) {
+  const auto with = [](const std::string& offer) {
+    return R"({"powerUI": {"offeredLimits": )" + offer + "}}";
+  };
+  EXPECT_TRUE(parseProfile(with("[9223372036854775807]"), "mine.json"));
+  for (const std::string offer : {"9223372036854775808", R"([80, {"a": 18446744073709551615}])"}) {
+    EXPECT_EQ(errorOf(with(offer)),
+              "mine.json: powerUI.offeredLimits must be without whole numbers above "
+              "9223372036854775807");
+  }
+}
+
 TEST(ProfileTest, IdentitiesAndPowerSourcesAreRead) {
   const auto parsed = parseProfile(R"({
     "identities": [{"name": "tool", "anchorAppleGeneric": true, "identifier": "com.example.tool",
