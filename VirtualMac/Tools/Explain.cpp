@@ -27,7 +27,7 @@ struct Found {
 
 /// The message that fits; where several do, the one of the line's category and level with the most
 /// fixed text.
-Found messageOf(const LogLine& line) {
+Found messageOf(const PrintedLogLine& line) {
   Found best;
   std::tuple<bool, bool, std::size_t> bestRank;
   for (const LogMessage& each : logTable().messages) {
@@ -118,7 +118,7 @@ std::expected<Explanation, std::string> explain(std::string_view line) {
     return std::unexpected(fmt::format(
         "a line of {} bytes is none of the log's; at most {} are read", line.size(), longestLine));
   }
-  const LogLine asked = logLineFrom(line);
+  const PrintedLogLine asked = logLineFrom(line);
   if (!asked.otherSource.empty()) {
     return std::unexpected(
         fmt::format("\"{}\" is of {}; only lines of the helper's log, kind log, "

@@ -62,18 +62,19 @@ std::string_view levelIn(std::string_view head) {
 }
 
 /// `… KorvelHelper: [com.korvel.app.helper:SMCWriter] text`
-std::optional<LogLine> ofMac(std::string_view line) {
+std::optional<PrintedLogLine> ofMac(std::string_view line) {
   const std::size_t mark = line.find(subsystemMark);
   if (mark == std::string_view::npos) return std::nullopt;
   std::string_view rest = line.substr(mark + subsystemMark.size());
   const std::size_t end = rest.find(']');
   if (end == std::string_view::npos) return std::nullopt;
-  return LogLine{std::string(rest.substr(0, end)), std::string(levelIn(line.substr(0, mark))),
-                 std::string(trimmed(rest.substr(end + 1)))};
+  return PrintedLogLine{std::string(rest.substr(0, end)),
+                        std::string(levelIn(line.substr(0, mark))),
+                        std::string(trimmed(rest.substr(end + 1)))};
 }
 
 /// `… SMCWriter fault "text"`
-std::optional<LogLine> ofJournal(std::string_view line) {
+std::optional<PrintedLogLine> ofJournal(std::string_view line) {
   if (!line.ends_with('"')) return std::nullopt;
   for (const std::string& category : categories()) {
     for (const std::string_view level : {"default", "error", "fault"}) {
@@ -82,13 +83,13 @@ std::optional<LogLine> ofJournal(std::string_view line) {
       if (found == std::string_view::npos || (found > 0 && line[found - 1] != ' ')) continue;
       line.remove_prefix(found + head.size());
       line.remove_suffix(1);
-      return LogLine{category, std::string(level), std::string(line)};
+      return PrintedLogLine{category, std::string(level), std::string(line)};
     }
   }
   return std::nullopt;
 }
 
-std::optional<LogLine> ofJSON(std::string_view line) {
+std::optional<PrintedLogLine> ofJSON(std::string_view line) {
   if (!line.starts_with('{')) return std::nullopt;
   const json object = json::parse(line, nullptr, false);
   if (!object.is_object()) return std::nullopt;
@@ -97,15 +98,16 @@ std::optional<LogLine> ofJSON(std::string_view line) {
     return found != object.end() && found->is_string() ? found->get<std::string>() : std::string();
   };
   if (object.contains("eventMessage"))
-    return LogLine{text("category"), std::string(levelOf(text("messageType"))),
-                   text("eventMessage")};
+    return PrintedLogLine{text("category"), std::string(levelOf(text("messageType"))),
+                          text("eventMessage")};
   if (!object.contains("kind")) return std::nullopt;
-  if (text("kind") != "log") return LogLine{.otherSource = "the journal's kind " + text("kind")};
+  if (text("kind") != "log")
+    return PrintedLogLine{.otherSource = "the journal's kind " + text("kind")};
   return ofJournal(text("text"));
 }
 
 /// `SMCWriter: text`, as the helper prints it on its standard error.
-LogLine ofText(std::string_view line) {
+PrintedLogLine ofText(std::string_view line) {
   const std::size_t colon = line.find(": ");
   if (colon != std::string_view::npos && categories().contains(line.substr(0, colon)))
     return {.category = std::string(line.substr(0, colon)),
@@ -118,12 +120,12 @@ LogLine ofText(std::string_view line) {
 
 }  // namespace
 
-LogLine logLineFrom(std::string_view line) {
+PrintedLogLine logLineFrom(std::string_view line) {
   line = trimmed(line);
-  std::optional<LogLine> found = ofJSON(line);
+  std::optional<PrintedLogLine> found = ofJSON(line);
   if (!found) found = ofMac(line);
   if (!found) found = ofJournal(line);
-  LogLine made = found ? *std::move(found) : ofText(line);
+  PrintedLogLine made = found ? *std::move(found) : ofText(line);
   if (made.text.ends_with(cutMark)) {
     made.text.resize(made.text.size() - cutMark.size());
     made.wasCut = true;

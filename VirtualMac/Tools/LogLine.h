@@ -6,7 +6,7 @@
 namespace virtualmac {
 
 /// A line of the helper's log as some program printed it, taken apart.
-struct LogLine {
+struct PrintedLogLine {
   std::string category = {};  ///< Empty: the line does not say.
   std::string level = {};     ///< As above.
   std::string text = {};
@@ -16,6 +16,6 @@ struct LogLine {
 
 /// Takes the forms of `virtual-mac log` and `journal`, also with --json, of the helper's standard
 /// error, of a Mac's log in its styles, and the text alone.
-LogLine logLineFrom(std::string_view line);
+PrintedLogLine logLineFrom(std::string_view line);
 
 }  // namespace virtualmac

@@ -14,7 +14,7 @@ struct Form {
 class EveryForm : public testing::TestWithParam<Form> {};
 
 TEST_P(EveryForm, GivesTheTextAndWhatItSaysOfItsPlace) {
-  const LogLine line = logLineFrom(GetParam().line);
+  const PrintedLogLine line = logLineFrom(GetParam().line);
   EXPECT_EQ(line.text, "SMC write CHTE bytes=[1, 0, 0, 0]");
   EXPECT_EQ(line.category, GetParam().category);
   EXPECT_EQ(line.level, GetParam().level);
@@ -60,13 +60,13 @@ TEST(LogLineTest, ALineOfAnotherKindSaysSo) {
 }
 
 TEST(LogLineTest, AMessageThatNamesALevelIsNoFormOfItsOwn) {
-  const LogLine line = logLineFrom("a SMCWriter fault is told");
+  const PrintedLogLine line = logLineFrom("a SMCWriter fault is told");
   EXPECT_EQ(line.text, "a SMCWriter fault is told");
   EXPECT_EQ(line.level, "");
 }
 
 TEST(LogLineTest, TheMacsMarkOfACutIsNoText) {
-  const LogLine line = logLineFrom("setChargeLimit(80) pid=12 signi<…>");
+  const PrintedLogLine line = logLineFrom("setChargeLimit(80) pid=12 signi<…>");
   EXPECT_EQ(line.text, "setChargeLimit(80) pid=12 signi");
   EXPECT_TRUE(line.wasCut);
 }
