@@ -1,4 +1,4 @@
-"""The base of browser tests: one browser a class, a new tab a test."""
+"""The base of browser tests: one browser a class, an empty tab a test."""
 import pathlib
 import tempfile
 import types
@@ -16,15 +16,16 @@ SETTINGS = types.SimpleNamespace(programs=None, pictures=None)
 class BrowserTest(unittest.TestCase):
     """A page must not complain: whatever it logs as an error fails the test, unless the test says
     which words it expects."""
+    notes_addresses = False
 
     @classmethod
     def setUpClass(cls):
-        cls.browser = Browser()
+        cls.browser = Browser(cls.notes_addresses)
         cls.addClassCleanup(cls.browser.end)
 
     def setUp(self):
         self.expected_complaints = []
-        self.browser.fresh_tab()
+        self.browser.clear()
         self.browser.look()
 
     def tearDown(self):

@@ -61,6 +61,8 @@ ATTEMPTS = """
 
 
 class Doors(LiveTest):
+    notes_addresses = True
+
     def ask(self, path, method="GET", body=None, **headers):
         """Asks past the browser; names of headers are told with underscores."""
         connection = http.client.HTTPConnection("127.0.0.1", self.mac.port, timeout=60)

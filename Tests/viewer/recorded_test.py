@@ -62,6 +62,8 @@ class RecordedTest(FolderTest):
 
 
 class RecordedFile(RecordedTest):
+    notes_addresses = True
+
     def test_it_opens_from_a_file_and_asks_for_nothing(self):
         self.assertEqual(self.size(), len(self.lines))
         self.assertEqual(self.browser.text("#title"), "A working day at 80 %")

@@ -19,6 +19,8 @@ START = """
 
 
 class JournalStream(BrowserTest):
+    notes_addresses = True
+
     def setUp(self):
         super().setUp()
         self.over = threading.Event()  # Streams that would go on forever end with the test.
