@@ -231,17 +231,18 @@ def a_stopped_run_says_where_draws_what_there_is_and_leaves_nothing(programs):
             story = pathlib.Path(outside, "long.yaml")
             story.write_text("name: Long\ndescription: B\nsteps:\n"
                              "  - {at: 00:00:05, do: [connect, set-limit 80]}\n"
+                             "  - {at: 00:00:20, do: [lid closed]}\n"
                              "  - {at: 9d 00:00, expect: lid open}\n", encoding="utf-8")
             picture = pathlib.Path(outside, "out.svg")
             running = begin(programs, folder, story, "--processes", "--timeline", picture)
             journal = lambda: "".join(j.read_text() for j in pathlib.Path(folder).glob("*/journal*"))
-            wait_for("the limit", lambda: "setChargeLimit ok" in journal(), running)
+            wait_for("the step after the limit", lambda: "lid closed" in journal(), running)
             wait_for("helper and application", lambda: len(processes_about(folder)) > 1, running)
             os.killpg(running.pid, number)
             done = finish(running)
             expect(done.returncode == -number and done.stderr == "", done)
             expect(re.match(r"STOPPED Long: 1 expectations had held\n" + re.escape(str(story)) +
-                            rf":4: at \S+ \S+ s: stopped by {number.name}\n", done.stdout), done)
+                            rf":5: at \S+ \S+ s: stopped by {number.name}\n", done.stdout), done)
             expect("setChargeLimit ok" in done.stdout and "disconnected" not in done.stdout, done)
             texts = texts_of(picture)
             expect("limit 80 %" in texts and any(f"stopped by {number.name}" in t for t in texts), done)
