@@ -66,4 +66,4 @@ set(CMAKE_GTEST_DISCOVER_TESTS_DISCOVERY_MODE PRE_TEST)
 # for a Mac.
 set(KORVEL_COMPILED_ONLY
   virtual_mac_run virtual-mac-page vmac_web_tests scenario_engine_tests scenario_player
-  korvel_property_tests korvel_fuzz_replay)
+  upgrade_matrix_tests korvel_property_tests korvel_fuzz_replay)
