@@ -44,7 +44,7 @@ def words_of_the_sample(source):
     """{word: argument} of its help."""
     usage = source.split("static NSString *const usage", 1)[-1].split(";\n", 1)[0]
     return {word: argument for word, argument in
-            re.findall(r'"  ([\w-]+)(?: ([A-Z]+|on\|off))? {2,}\w', usage)}
+            re.findall(r'"  (\w[\w-]*)(?: ([A-Z]+|on\|off))? {2,}\w', usage)}
 
 
 def words_served(source):
@@ -59,7 +59,7 @@ def words_served(source):
 
 def words_handled(source):
     """Those that some line compares with the command, but for the ends of if-chains."""
-    return set(re.findall(r'\[command isEqual:@"([\w-]+)"\]', source))
+    return set(re.findall(r'\[command isEqual:@"(\w[\w-]*)"\]', source))
 
 
 def former_words(nearest):

@@ -28,8 +28,11 @@ static NSString *const usage =
      "  bundle FILE            put all that is known of the helper into one file\n"
      "  reset                  put every charging key back to the system's default\n"
      "  quit                   end the helper in order\n"
+     "  --version              this program's version and compiler\n"
      "\n"
      "The helper gives charging back to the system 30 seconds after its last client has gone.\n";
+
+static NSString *const built = @"korvel-client " KORVEL_VERSION ", " KORVEL_COMPILER;
 
 static const int64_t replyTimeoutSeconds = 20;
 
@@ -383,8 +386,9 @@ int main(int argc, const char *argv[]) {
       return 2;
     }
     if (!known) {
-      const BOOL asked = [@[ @"-h", @"--help" ] containsObject:command];
-      asked ? say(usage) : complain(usage);
+      const BOOL version = [command isEqual:@"--version"];
+      const BOOL asked = version || [@[ @"-h", @"--help" ] containsObject:command];
+      asked ? say(version ? built : usage) : complain(usage);
       return asked ? 0 : 2;
     }
     NSXPCConnection *connection = connectToHelper();

@@ -189,4 +189,11 @@ TEST_F(ClientCommandsTest, TheUsageIsToldWithoutAHelper) {
   EXPECT_EQ(mac().journalCount("connected"), 0U);
 }
 
+TEST_F(ClientCommandsTest, VersionAndCompilerAreToldWithoutAHelper) {
+  const Result asked = client({"--version"});
+  EXPECT_EQ(asked.status, 0);
+  EXPECT_TRUE(asked.out.starts_with("korvel-client 2.0.0, Clang ")) << asked.out;
+  EXPECT_EQ(mac().journalCount("connected"), 0U);
+}
+
 }  // namespace processtests
