@@ -45,14 +45,14 @@ class Walker {
   }
 
   [[nodiscard]] std::size_t position() const { return at; }
-  [[nodiscard]] bool startsObject() const { return next() == '{'; }
+  bool passObjectStart() { return pass('{'); }
   [[nodiscard]] bool passEnd() {
     passSpace();
     return at == text.size();
   }
 
-  bool passObject(const JSONMemberTaker& take) {
-    if (!pass('{')) return false;
+  /// The rest of an object, behind its brace.
+  bool passMembers(const JSONMemberTaker& take) {
     passSpace();
     if (pass('}')) return true;
     do {
@@ -161,8 +161,8 @@ class Walker {
 std::expected<void, std::string> forEachJSONMember(std::string_view text,
                                                    const JSONMemberTaker& take) {
   Walker walker(text);
-  const bool object = walker.startsObject();
-  const bool fits = object ? walker.passObject(take) : walker.passValue();
+  const bool object = walker.passObjectStart();
+  const bool fits = object ? walker.passMembers(take) : walker.passValue();
   if (!fits || !walker.passEnd()) {
     return std::unexpected("not valid JSON at byte " + std::to_string(walker.position() + 1));
   }

@@ -120,6 +120,39 @@ TEST_F(CoreGoneTest, SleepAndWakeAfterTheCoreIsGoneReachNobody) {
   EXPECT_THAT(since("log"), IsEmpty());
 }
 
+/// A command occupies the queue for longer than sleep is held up, so that the pause comes late.
+class LatePauseTest : public CoreGoneTest {
+ protected:
+  /// Gives the log from the wake on.
+  Lines logWithCore(bool kept) {
+    charge(90);
+    core->setChargeLimit(80, ignored());
+    world.runUntilIdle();
+    world.faults().setLatency(SeamCall::smcCallStruct, 10);
+    core->setChargeLimit(70, ignored());
+    run(1);
+    sleepNow();
+    if (!kept) core.reset();
+    mark();
+    mac().power.wake();
+    run(600);
+    return logs();
+  }
+  std::shared_ptr<HelperImpl> core = makeCore();
+};
+
+const char* const latePause = "default pre-sleep CHTE pause-write succeeded";
+
+TEST_F(LatePauseTest, IsMadeOnceTheQueueIsFree) {
+  EXPECT_THAT(logWithCore(true), ::testing::Contains(latePause));
+}
+
+TEST_F(LatePauseTest, IsNotMadeOnceTheCoreIsGone) {
+  const std::weak_ptr<HelperImpl> watched = core;
+  EXPECT_THAT(logWithCore(false), ::testing::Not(::testing::Contains(latePause)));
+  EXPECT_TRUE(watched.expired());
+}
+
 TEST_F(CoreGoneTest, SeveralCoresInOneProcessDoNotShareState) {
   excuse("no call under a lock");  // It assumes one probe per process; there are two.
   Platform& platform = world.startBareHelper();

@@ -240,6 +240,9 @@ TEST_F(CallerIdentityTest, EveryStepThatFailsLeavesAllThreeTextsEmpty) {
   signing.staticStatus = -67061;
   EXPECT_EQ(auditLine(), unknown);
   signing.staticStatus = 0;
+  signing.givesNoStatic = true;
+  EXPECT_EQ(auditLine(), unknown);
+  signing.givesNoStatic = false;
   signing.informationStatus = -67061;
   EXPECT_EQ(auditLine(), unknown);
   signing.informationStatus = 0;

@@ -234,4 +234,9 @@ TEST(DischargeDecisionTest, ReboundIsJudgedByTheDistanceOfAnyTwoReadings) {
   EXPECT_EQ(stop(0, least), rebound);
 }
 
+TEST(DischargeStopReasonDeathTest, OneThatIsNoneStopsTheProcess) {
+  constexpr auto none = static_cast<DischargeStopReason>(99);
+  EXPECT_DEATH(static_cast<void>(rawValue(none)), "a discharge stop reason out of range");
+}
+
 }  // namespace

@@ -21,6 +21,11 @@ TEST(BatteryMergeTest, WithoutPackAndBanksTheRootStaysAsItIs) {
   EXPECT_EQ(merged(root, {}, {}), root);
 }
 
+TEST(BatteryMergeTest, AnEntryWithoutAValueCountsAsNone) {
+  EXPECT_EQ(merged({{"BatteryData", PropertyValue()}}, {{"Qmax", 1}}, {}),
+            (Dictionary{{"BatteryData", Dictionary{{"Qmax", 1}}}}));
+}
+
 TEST(BatteryMergeTest, WithoutAnythingTheBatteryDataIsEmpty) {
   EXPECT_EQ(merged({{"a", 1}}, {}, {}), (Dictionary{{"a", 1}, {"BatteryData", Dictionary{}}}));
 }

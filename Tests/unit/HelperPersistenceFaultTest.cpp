@@ -238,5 +238,11 @@ TEST(PersistenceFaultTest, AWriteOfNothingThatSaysItsReasonCarriesIt) {
   expectPosix(bench.failedWrite(), Error::Kind::Write, ENOSPC, "write failed: ");
 }
 
+TEST(PersistenceFaultTest, AnErrorOfAnUnknownKindReadsAsThatOfTheLastStep) {
+  Error error;
+  error.kind = static_cast<Error::Kind>(99);
+  EXPECT_THAT(error.description(), StartsWith("read-back verify failed: "));
+}
+
 }  // namespace
 }  // namespace korvel

@@ -74,6 +74,10 @@ TEST(LogTextTest, LayoutsAreKept) {
   EXPECT_EQ(rendered("%c%c", 'o', 'k'), "ok");
 }
 
+TEST(LogTextTest, AFormatWhoseAnnotationHasNoEndIsTheText) {
+  EXPECT_EQ(rendered("100 %% of %{public"), "100 %% of %{public");
+}
+
 TEST(LogTextTest, ANullTextIsNamed) {
   const char* nothing = nullptr;
   EXPECT_EQ(rendered("%{public}s", nothing), "(null)");

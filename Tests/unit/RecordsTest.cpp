@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "Base/ErrorObject.h"
 #include "Tests/unit/SampleStates.h"
 
 namespace korvel {
@@ -206,6 +207,17 @@ TEST(CapabilitiesReplyTest, ARecordThatLacksAnyFlagDoesNotDecode) {
     ASSERT_FALSE(decoded) << key;
     EXPECT_EQ(decoded.error(), "missing key \"" + key + "\"");
   }
+}
+
+TEST(RecordsTest, DifferWhereOneFieldDoes) {
+  HelperState state;
+  state.sailingBand += 1;
+  EXPECT_FALSE(state == HelperState());
+  HelperCapabilities capabilities;
+  capabilities.nativeCharging = true;
+  EXPECT_FALSE(capabilities == HelperCapabilities());
+  ErrorObject error{.domain = "D", .code = 1, .userInfo = {}};
+  EXPECT_FALSE(error == (ErrorObject{.domain = "D", .code = 2, .userInfo = {}}));
 }
 
 TEST(CapabilitiesReplyTest, AFlagOfAnotherTypeDoesNotDecode) {
