@@ -3,6 +3,7 @@ option(KORVEL_VIRTUAL_MAC "Build the virtual Mac and its tools" ON)
 option(KORVEL_TESTS "Build the tests" ON)
 option(KORVEL_BENCHMARKS "Build the benchmarks" OFF)
 option(KORVEL_FUZZ "Build the fuzzer, which needs clang and KORVEL_SANITIZE with fuzzer-no-link" OFF)
+option(KORVEL_COVERAGE "Count what tests execute, which needs clang" OFF)
 option(KORVEL_TIN_MAC "Build the rooms that run the Mac's own program on Linux, and nothing else" OFF)
 set(KORVEL_SANITIZE "" CACHE STRING "Sanitizers for every target: address,undefined or thread")
 
@@ -16,6 +17,11 @@ if(KORVEL_SANITIZE)
   target_compile_options(korvel_flags INTERFACE
     -fsanitize=${KORVEL_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   target_link_options(korvel_flags INTERFACE -fsanitize=${KORVEL_SANITIZE})
+endif()
+if(KORVEL_COVERAGE)
+  target_compile_options(korvel_flags INTERFACE
+    -fprofile-instr-generate -fcoverage-mapping -fcoverage-mcdc)
+  target_link_options(korvel_flags INTERFACE -fprofile-instr-generate)
 endif()
 find_package(Threads REQUIRED)
 

@@ -4,7 +4,8 @@ include(GoogleTest)
 find_package(GTest REQUIRED)
 
 # Tests that only compute give way to those that wait for real time (WAITS), so that both kinds can
-# run side by side.
+# run side by side. CMake begins a test's command with the words of CROSSCOMPILING_EMULATOR, which is
+# how they get there.
 find_program(KORVEL_NICE nice REQUIRED)
 set(KORVEL_GIVES_WAY ${KORVEL_NICE} -n 10)
 
@@ -17,6 +18,9 @@ function(korvel_add_test name)
   target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR})
   target_link_libraries(${name} PRIVATE korvel_flags ${ARG_LIBRARIES} GTest::gtest GTest::gmock
     GTest::gtest_main Threads::Threads)
+  if(KORVEL_COVERAGE)
+    target_sources(${name} PRIVATE ${CMAKE_SOURCE_DIR}/Tests/CountsAtAbort.cpp)
+  endif()
   if(name IN_LIST KORVEL_COMPILED_ONLY)
     return()
   endif()

@@ -35,6 +35,10 @@ def twin(name):
     return re.sub(r"(Darwin|Linux)\.cpp$", lambda m: systems[m.group(1)] + ".cpp", name)
 
 
+# Sources that belong to an option.
+OPTIONAL = (("Benchmarks/", "KORVEL_BENCHMARKS"), ("Tests/CountsAtAbort.cpp", "KORVEL_COVERAGE"))
+
+
 def option_is_on(build, option):
     cache = (build / "CMakeCache.txt").read_text(encoding="utf-8")
     return re.search(rf"^{option}:BOOL=(?:ON|1|TRUE|YES)$", cache, re.M | re.I) is not None
@@ -49,7 +53,7 @@ def check(root, build):
         if folder:
             if name not in built and not {name[len(folder):], pathlib.Path(name).name} & listed[folder]:
                 found.append(f"{name}: not in the lists of {folder}")
-        elif name.startswith("Benchmarks/") and not option_is_on(build, "KORVEL_BENCHMARKS"):
+        elif any(name.startswith(start) and not option_is_on(build, option) for start, option in OPTIONAL):
             continue
         elif name not in built and twin(name) not in built:
             found.append(f"{name}: no target builds it")
