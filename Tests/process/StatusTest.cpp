@@ -159,6 +159,19 @@ TEST_F(StatusTest, AskingWaitsUntilTheHelperHasCountedTheConnection) {
   EXPECT_NE(said.find(rule), std::string::npos) << said;
 }
 
+TEST_F(StatusTest, ACallThatIsHeldIsToldAndAfterADeathIsTheLast) {
+  begin();
+  EXPECT_EQ(mac->status().at("lastCallOfEndedHelper"), nullptr);
+  mac->tell({"fault", "call-latency", "fileFsync", "100000", "on"});
+  Background late("korvel-app", {"--root", mac->root(), "set-limit", "70"});
+  EXPECT_TRUE(mac->becomes([](const auto& status) {
+    return status.at("callsUnderWay") == nlohmann::json{"fileFsync"};
+  }));
+  mac->tell({"kill"});
+  EXPECT_TRUE(mac->becomes(
+      [](const auto& status) { return status.at("lastCallOfEndedHelper") == "fileFsync"; }));
+}
+
 TEST_F(StatusTest, ChargingThatWasHandedBackIsTold) {
   begin();
   RawClient client(*mac);

@@ -121,13 +121,18 @@ void MachineHalf::setPowerHandler(PowerManagement::Deliver handler) {
   parts->process.rootDomain.setMessageHandler(std::move(handler));
 }
 
-double MachineHalf::latencySeconds(CallNumber number, std::string_view arguments) const {
-  if (number < seamCallCount) return parts->machine.latencySeconds(static_cast<SeamCall>(number));
-  if (number != callNumber(HostCall::announceFileCall)) return 0;
+std::optional<SeamCall> MachineHalf::seamCall(CallNumber number, std::string_view arguments) {
+  if (number < seamCallCount) return static_cast<SeamCall>(number);
+  if (number != callNumber(HostCall::announceFileCall)) return std::nullopt;
   WireReader reader(arguments);
   SeamCall announced{};
   get(reader, announced);
-  return reader.failed() ? 0 : parts->machine.latencySeconds(announced);
+  return reader.failed() ? std::nullopt : std::optional(announced);
+}
+
+double MachineHalf::latencySeconds(CallNumber number, std::string_view arguments) const {
+  const auto call = seamCall(number, arguments);
+  return call ? parts->machine.latencySeconds(*call) : 0;
 }
 
 void MachineHalf::serve(CallNumber number, WireReader& arguments, WireWriter& result) {

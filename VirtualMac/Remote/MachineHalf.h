@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string_view>
 
 #include "VirtualMac/Machine/PowerManagement.h"
@@ -34,6 +35,9 @@ class MachineHalf {
   /// The handler gets the root domain's messages for this process.
   void setPowerHandler(PowerManagement::Deliver handler);
 
+  /// The platform call that a message makes or, of a file, announces; none: it is of another kind.
+  [[nodiscard]] static std::optional<SeamCall> seamCall(CallNumber number,
+                                                        std::string_view arguments);
   /// The virtual seconds that must pass before a call may be served.
   [[nodiscard]] double latencySeconds(CallNumber number, std::string_view arguments) const;
   /// Makes the call and writes its result.

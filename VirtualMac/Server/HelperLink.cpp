@@ -71,6 +71,7 @@ void HelperLink::takeCall(const std::string& body) {
     return cutOff("call " + std::to_string(call.number) + " is not for this process");
   }
   call.arguments = body.substr(sizeof(std::uint8_t) + sizeof call.ticket + sizeof call.number);
+  if (const auto made = MachineHalf::seamCall(call.number, call.arguments)) last = made;
   timeDriver.catchUp();
   const double latency = half.latencySeconds(call.number, call.arguments);
   if (latency > 0)
@@ -80,15 +81,29 @@ void HelperLink::takeCall(const std::string& body) {
 }
 
 void HelperLink::delayCall(PendingCall call, double seconds) {
+  const std::uint64_t order = ++delayedCalls;
+  if (const auto made = MachineHalf::seamCall(call.number, call.arguments))
+    underWay.emplace(order, *made);
   const auto alarm = std::make_shared<asio::steady_timer>(socket.get_executor(),
                                                           timeDriver.real(fromSeconds(seconds)));
-  alarm->async_wait(
-      [self = weak_from_this(), alarm, late = std::move(call)](const std::error_code& cancelled) {
-        const std::shared_ptr<HelperLink> link = self.lock();
-        if (cancelled || !link || link->closed) return;
-        link->timeDriver.catchUp();
-        link->answer(late);
-      });
+  alarm->async_wait([self = weak_from_this(), alarm, order,
+                     late = std::move(call)](const std::error_code& cancelled) {
+    const std::shared_ptr<HelperLink> link = self.lock();
+    if (cancelled || !link || link->closed) return;
+    link->underWay.erase(order);
+    link->timeDriver.catchUp();
+    link->answer(late);
+  });
+}
+
+std::vector<SeamCall> HelperLink::callsUnderWay() const {
+  std::vector<SeamCall> calls;
+  for (const auto& [order, call] : underWay) calls.push_back(call);
+  return calls;
+}
+
+std::optional<SeamCall> HelperLink::lastCall() const {
+  return underWay.empty() ? last : std::optional(underWay.begin()->second);
 }
 
 void HelperLink::answer(const PendingCall& call) {

@@ -4,9 +4,12 @@
 #include <asio/local/stream_protocol.hpp>
 #include <deque>
 #include <functional>
+#include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "VirtualMac/Machine/PowerManagement.h"
 #include "VirtualMac/Remote/FrameSocket.h"
@@ -40,6 +43,10 @@ class HelperLink final : public std::enable_shared_from_this<HelperLink> {
   /// Answers nothing from now on.
   void close();
   void sendClock(const MachineTime& time);
+  /// The platform calls that wait for their latency to pass, in the order in which they came.
+  [[nodiscard]] std::vector<SeamCall> callsUnderWay() const;
+  /// The platform call that is under way, or else the one that the process made last.
+  [[nodiscard]] std::optional<SeamCall> lastCall() const;
 
  private:
   struct PendingCall {
@@ -67,6 +74,9 @@ class HelperLink final : public std::enable_shared_from_this<HelperLink> {
   std::function<void()> endHandler;
   std::array<char, 4096> chunk{};
   std::string incoming;
+  std::optional<SeamCall> last;
+  std::map<std::uint64_t, SeamCall> underWay;
+  std::uint64_t delayedCalls = 0;
   std::deque<std::string> outgoing;
   bool closed = false;
 };

@@ -146,6 +146,7 @@ void MachineServer::helperEnded(pid_t pid, const ProcessEnd& how) {
     // Calls from before the helper's end still take effect, but not without power.
     if (!losingPower) link->drain();
     link->close();
+    endedAfter = link->lastCall();
   }
   disk.look();
   link.reset();

@@ -60,6 +60,12 @@ class MachineServer {
   [[nodiscard]] const Enforcement& enforcement() const { return trail.now(); }
   [[nodiscard]] const MachineOptions& options() const { return chosen; }
   [[nodiscard]] asio::io_context& context() { return loop; }
+  /// The platform calls of the helper that wait for their latency to pass.
+  [[nodiscard]] std::vector<SeamCall> callsUnderWay() const {
+    return link ? link->callsUnderWay() : std::vector<SeamCall>();
+  }
+  /// The last platform call of the helper that ended last; none: no helper has ended.
+  [[nodiscard]] std::optional<SeamCall> lastCallOfEnded() const { return endedAfter; }
   /// How long the journal file is.
   [[nodiscard]] std::uint64_t journalSize() const { return journalFile.size(); }
 
@@ -116,6 +122,7 @@ class MachineServer {
   RealTimeDriver keeper;
   JobRunner jobs;
   std::shared_ptr<HelperLink> link;
+  std::optional<SeamCall> endedAfter;
   std::set<std::shared_ptr<HelperLink>> clients;
   bool losingPower = false;
 };

@@ -95,6 +95,9 @@ std::string statusText(MachineServer& server) {
 std::string statusJSON(MachineServer& server) {
   const Machine& machine = server.machine();
   const auto pid = server.launchd().helper();
+  const auto last = server.lastCallOfEnded();
+  nlohmann::ordered_json callsUnderWay = nlohmann::ordered_json::array();
+  for (const SeamCall call : server.callsUnderWay()) callsUnderWay.push_back(describe(call).id);
   nlohmann::ordered_json keys = nlohmann::ordered_json::object();
   for (const SMCKeyProfile& key : machine.profile().smcKeys) {
     if (const auto bytes = machine.smc.value(key.name)) keys[key.name] = *bytes;
@@ -130,6 +133,9 @@ std::string statusJSON(MachineServer& server) {
       {"assertions", assertions},
       {"helperPid", pid ? nlohmann::ordered_json(*pid) : nlohmann::ordered_json(nullptr)},
       {"helperStarts", server.launchd().starts()},
+      {"callsUnderWay", callsUnderWay},
+      {"lastCallOfEndedHelper",
+       last ? nlohmann::ordered_json(describe(*last).id) : nlohmann::ordered_json(nullptr)},
       {"installedVersion",
        version == nullptr ? nlohmann::ordered_json() : nlohmann::ordered_json(*version)},
       {"enforcement", enforcementJSON(server.enforcement())},
