@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <set>
@@ -52,9 +53,9 @@ TEST(FuzzCorpusTest, EveryTargetHasAFolderAndATest) {
 }
 
 TEST(FuzzCorpusTest, AMistakeIsToldWithTheFileThatReachesIt) {
-  const auto folder = std::filesystem::path(testing::TempDir()) / "korvel-planted-corpus";
-  std::filesystem::remove_all(folder);
-  std::filesystem::create_directories(folder);
+  std::string pattern = testing::TempDir() + "korvel-planted-corpus-XXXXXX";
+  ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
+  const std::filesystem::path folder = pattern;
   std::ofstream(folder / "harmless") << "nothing";
   std::ofstream(folder / "reaches-it") << "mistake";
   const Target planted{"planted", [](std::string_view input) {
