@@ -1,25 +1,12 @@
+#include "Tests/sweeps/Recovery.h"
 #include "Tests/sweeps/StoryTest.h"
 
 namespace sweeps {
 
 namespace {
 
-using korvel::HelperState;
-
 constexpr std::string_view alone = "alone";
 constexpr std::string_view withClient = "with-client";
-
-/// Returns the record that recovery makes of the leftovers.
-HelperState recovered(const Leftovers& left) {
-  HelperState record = left.record.value_or(HelperState::empty());
-  record.forceDischargeActive = false;
-  record.sleepDisabledByKorvel = false;
-  record.topUpActive = false;
-  record.lastDischargeAbortReason.reset();
-  record.lastDischargeAbortAt.reset();
-  record.helperVersion = "2.0.0";
-  return record;
-}
 
 /// Plays until the helper is killed at call k; returns false when it exited before.
 bool playUntilKilled(Stage& stage, std::uint64_t k, Findings& findings) {
@@ -32,38 +19,6 @@ bool playUntilKilled(Stage& stage, std::uint64_t k, Findings& findings) {
   checkAssertions(findings, stage.world);
   findings.expect(stage.mac().power.assertions().empty(), "an assertion is left without a helper");
   return true;
-}
-
-/// Starts the helper again, and gives it time and a Mac that is awake.
-void startAgain(Stage& stage) {
-  stage.world.startHelper();
-  stage.world.runFor(0.5);
-  stage.mac().lid.open();
-  stage.mac().power.wake();
-  stage.world.runFor(0.5);
-}
-
-void checkHardwareFollowsRecord(Findings& findings, Stage& stage, const Leftovers& left) {
-  virtualmac::Machine& mac = stage.mac();
-  const korvel::HelperCapabilities caps = trueCapabilities(mac);
-  const bool discharging = left.record && left.record->forceDischargeActive;
-  const bool owning = left.record && left.record->sleepDisabledByKorvel;
-  const bool cleared = discharging && caps.canForceDischarge();
-  findings.expect(mac.smc.inflowInhibited() == (left.inflowInhibited && !cleared),
-                  "the discharge keys are not as the record says");
-  findings.expect(mac.power.sleepDisabled() == (left.sleepDisabled && !owning),
-                  "SleepDisabled is not as the record says");
-}
-
-void recoverAlone(Stage& stage, Findings& findings) {
-  const Leftovers left = leftoversOn(stage.world);
-  startAgain(stage);
-  stage.world.runFor(11);
-  checkHardwareFollowsRecord(findings, stage, left);
-  findings.expect(chargingPaused(stage.mac()) == left.chargingPaused,
-                  "recovery moved the charging gate");
-  const auto now = recordOnDisk(stage.mac());
-  findings.expect(now == recovered(left), "the recovered record is another one");
 }
 
 void recoverWithClient(Stage& stage, Findings& findings) {
