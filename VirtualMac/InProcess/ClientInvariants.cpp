@@ -33,7 +33,7 @@ class ClientsCountedOnce final : public Invariant {
     if (lane.process() != nullptr) finish(*lane.process());
   }
 
-  void connectionOffered(const ThreadGroup& process) override {
+  void connectionOffered(const ThreadGroup& process, std::int32_t /*client*/) override {
     Presence& presence = presences[&process];
     presence.watched = true;
     ++presence.underWay;

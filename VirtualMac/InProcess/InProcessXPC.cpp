@@ -31,7 +31,7 @@ class ListenerCore final : public ConnectionAcceptor,
     const std::shared_ptr<korvel::XPCListenerDelegate> judge = delegate.lock();
     service.connections.push_back(connection);
     const ScheduleObservers& observers = service.around.observers;
-    observers.tell(&ScheduleObserver::connectionOffered, service.around.process);
+    observers.tell(&ScheduleObserver::connectionOffered, service.around.process, client->pid());
     const bool accepted = judge && judge->shouldAcceptNewConnection(*connection);
     observers.tell(&ScheduleObserver::connectionDecided, service.around.process, accepted);
     if (accepted) return;

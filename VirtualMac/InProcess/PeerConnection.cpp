@@ -92,7 +92,11 @@ void PeerConnection::clientGone() {
 
 void PeerConnection::clientInterrupted() {
   service.around.scheduler.post(*thread, [self = shared_from_this()] {
-    if (!self->invalid && self->interruptionHandler) self->interruptionHandler();
+    if (self->invalid || !self->interruptionHandler) return;
+    const auto& around = self->service.around;
+    around.observers.tell(&ScheduleObserver::connectionBreaking, around.process);
+    self->interruptionHandler();
+    around.observers.tell(&ScheduleObserver::connectionBroken, around.process);
   });
 }
 

@@ -40,13 +40,17 @@ class ScheduleObserver {
   /// `lane` begins to deliver a client's message ("setChargeLimit:reply:"), and has delivered it.
   virtual void messageBegins(const Lane& /*lane*/, std::string_view /*selector*/) {}
   virtual void messageEnds(const Lane& /*lane*/) {}
-  /// A new connection is offered to the delegate of `process`, which has then accepted it or not.
-  virtual void connectionOffered(const ThreadGroup& /*process*/) {}
+  /// A new connection of `client`, a process, is offered to the delegate of `process`, which has
+  /// then accepted it or not.
+  virtual void connectionOffered(const ThreadGroup& /*process*/, std::int32_t /*client*/) {}
   virtual void connectionDecided(const ThreadGroup& /*process*/, bool /*accepted*/) {}
   /// The invalidation handler of an ended connection is about to run, and has returned. This may
   /// come before the decision.
   virtual void connectionEnding(const ThreadGroup& /*process*/) {}
   virtual void connectionEnded(const ThreadGroup& /*process*/) {}
+  /// The interruption handler of a connection is about to run, and has returned.
+  virtual void connectionBreaking(const ThreadGroup& /*process*/) {}
+  virtual void connectionBroken(const ThreadGroup& /*process*/) {}
   virtual void timerStarted(const TimerFacts& /*timer*/) {}
   virtual void timerCancelled(const TimerFacts& /*timer*/) {}
   /// The body is about to run.

@@ -95,10 +95,12 @@ class Room:
         """What may be included, as the table of rooms in docs/architecture.md says it."""
         names, files = [], {}
         for prefix in self.own:
+            if self.folder.endswith(prefix):
+                continue
             parts = re.sub("^(VirtualMac|TinMac)/", "", prefix).removesuffix(".h").split("/")
             if parts[1]:
                 files.setdefault(parts[0], []).append(parts[1])
-            elif not self.folder.endswith(prefix):
+            else:
                 names.append(parts[0])
         names += [f"{room} ({' '.join(some)})" for room, some in files.items()]
         if self.helper_root and self.folder != "KorvelHelper/":
@@ -164,6 +166,9 @@ ROOMS = [  # The first that matches a file is its room.
          calls=PORTABLE),
     Room("Tests/files/", ALL_VIRTUAL + ("Tests/", "macOS/"), ANY_LIBRARY, system=True,
          calls=PORTABLE),
+    # The second opinion must not know the program.
+    Room("Tests/model/reference/", ("Tests/model/reference/",), banned=SYSTEM_OF_CORE,
+         calls=CORE_CALLS, helper_root=False),
     Room("Tests/", ALL_VIRTUAL + ("Tests/",), ANY_LIBRARY, system=True,
          calls=(CHANCE,) + PORTABLE),
     Room("Benchmarks/", ALL_VIRTUAL + ("Benchmarks/",), ANY_LIBRARY, system=True, calls=(CHANCE,)),
@@ -181,7 +186,7 @@ SANCTIONED = {
 
 
 DOCUMENT = "docs/architecture.md"
-DOCUMENTED = ("KorvelHelper/", "VirtualMac/", "TinMac/")  # The table has a row for each of these rooms.
+DOCUMENTED = ("KorvelHelper/", "VirtualMac/", "TinMac/", "Tests/model/")  # The table has a row for each of these rooms.
 
 
 def room_of(name):
@@ -192,7 +197,7 @@ def table_findings(root):
     """The rows of the document's table of rooms against the rules here, if there is a document."""
     if not (root / DOCUMENT).is_file():
         return
-    rows = dict(re.findall(r"^\| `((?:KorvelHelper|VirtualMac|TinMac)[\w/]*)` \|[^|]*\| ([^|]*) \|$",
+    rows = dict(re.findall(r"^\| `((?:KorvelHelper|VirtualMac|TinMac|Tests/model)[\w/]*)` \|[^|]*\| ([^|]*) \|$",
                            tree.read(root, DOCUMENT), re.M))
     reaches = {room.folder.rstrip("/"): room.reach() for room in ROOMS
                if room.folder.startswith(DOCUMENTED)}
