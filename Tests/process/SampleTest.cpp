@@ -9,8 +9,6 @@ namespace processtests {
 namespace {
 
 constexpr const char* gone = "the helper is gone; connecting again";
-/// The machines are fast, because launchd lets ten seconds pass between two starts.
-constexpr double fast = 60;
 
 /// The sample client in C++, whose code is shown in docs/client.md.
 class Sample {

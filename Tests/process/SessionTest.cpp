@@ -47,9 +47,6 @@ class Session {
   Conversation program;
 };
 
-/// The machines are fast, because launchd lets ten seconds pass between two starts.
-constexpr double fast = 60;
-
 }  // namespace
 
 TEST(SessionTest, AnswersEachRequestOverOneConnection) {

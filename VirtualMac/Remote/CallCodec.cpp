@@ -8,7 +8,6 @@ namespace virtualmac {
 
 using korvel::HandleRef;
 using korvel::LogLevel;
-using korvel::PowerSourceList;
 
 namespace {
 
@@ -17,14 +16,14 @@ constexpr std::int64_t latestMoment = std::numeric_limits<std::int64_t>::max() /
 
 }  // namespace
 
-void put(WireWriter& to, const PowerSourceList& value) {
+void put(WireWriter& to, const korvel::PowerSourceList& value) {
   put(to, value.handle);
   put(to, value.isArray);
   to.u32(static_cast<std::uint32_t>(value.elements.size()));
   for (const HandleRef element : value.elements) put(to, element);
 }
 
-void get(WireReader& from, PowerSourceList& value) {
+void get(WireReader& from, korvel::PowerSourceList& value) {
   get(from, value.handle);
   get(from, value.isArray);
   value.elements.clear();

@@ -14,9 +14,6 @@ using korvel::OperationAnswer;
 
 namespace {
 
-/// Processes tell a request and its answer each on its own way, within this time.
-constexpr double momentSeconds = 1;
-
 std::string replyText(const Journal::Entry& entry) {
   if (entry.tells(EffectID::replyFailedSilently)) return "failed";
   if (!entry.tells(EffectID::replyFailed)) return "ok";

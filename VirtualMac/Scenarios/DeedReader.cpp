@@ -13,8 +13,6 @@ namespace virtualmac {
 
 namespace {
 
-/// Lines of one moment that processes tell come within this time.
-constexpr double momentSeconds = 1;
 /// A restart by launchd may seem so much too early.
 constexpr double throttleSlack = 0.5;
 

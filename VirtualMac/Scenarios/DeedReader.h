@@ -34,6 +34,8 @@ class DeedReader {
 
  private:
   using Entry = Journal::Entry;
+  /// Processes tell the lines of one moment each on its own way, within this time.
+  static constexpr double momentSeconds = 1;
   /// A request whose answer has not been met.
   struct Open {
     std::size_t deed = 0;

@@ -39,7 +39,7 @@ using nlohmann::ordered_json;
 /// How soon a watcher comes back to a helper that went away.
 constexpr double soonSeconds = 0.02;
 
-struct Choices {
+struct AppChoices {
   std::string root;
   std::string identity = "app";
   bool asJSON = false;
@@ -50,14 +50,13 @@ struct Choices {
   std::string reconnect = reconnectWords().front();
 };
 
-int complain(const Choices& choices, const std::string& text,
-             std::optional<std::int64_t> errorCode = std::nullopt) {
-  return virtualmac::complain("korvel-app", choices.asJSON, text, exitFailed, errorCode);
+int complainFor(const AppChoices& choices, const std::string& text,
+                std::optional<std::int64_t> errorCode = std::nullopt) {
+  return complain("korvel-app", choices.asJSON, text, exitFailed, errorCode);
 }
 
-int complain(const Choices& choices, const AppConnection::OpenError& error) {
-  return virtualmac::complain("korvel-app", choices.asJSON, error.text,
-                              error.isUsage ? exitUsage : exitFailed);
+int complainFor(const AppChoices& choices, const AppConnection::OpenError& error) {
+  return complain("korvel-app", choices.asJSON, error.text, error.isUsage ? exitUsage : exitFailed);
 }
 
 int printPid(const PropertyValue& value) {
@@ -65,29 +64,29 @@ int printPid(const PropertyValue& value) {
   return exitDone;
 }
 
-int printData(const Choices& choices, const Operation& operation, const PropertyValue& value) {
+int printData(const AppChoices& choices, const Operation& operation, const PropertyValue& value) {
   const std::string payload(value.data()->begin(), value.data()->end());
   if (operation.word != korvel::operation::capabilities.word) {
     fmt::print("{}\n", payload);
     return exitDone;
   }
   const auto capabilities = korvel::decodeCapabilities(payload);
-  if (!capabilities) return complain(choices, capabilities.error());
+  if (!capabilities) return complainFor(choices, capabilities.error());
   fmt::print("{}", capabilitiesText(*capabilities));
   return exitDone;
 }
 
-int printOutcome(const Choices& choices, const std::vector<XPCValue>& values) {
+int printOutcome(const AppChoices& choices, const std::vector<XPCValue>& values) {
   if (values.size() == 2 && !*std::get<PropertyValue>(values.front()).boolean()) {
     const auto* error = std::get_if<korvel::ErrorObject>(&values[1]);
-    if (error == nullptr) return complain(choices, "failed without an error");
-    return complain(choices, error->localizedDescription(), error->code);
+    if (error == nullptr) return complainFor(choices, "failed without an error");
+    return complainFor(choices, error->localizedDescription(), error->code);
   }
   fmt::print("ok\n");
   return exitDone;
 }
 
-int printAnswer(const Choices& choices, const Operation& operation,
+int printAnswer(const AppChoices& choices, const Operation& operation,
                 const std::vector<XPCValue>& values) {
   if (choices.asJSON) {
     const ordered_json answer = answerJSON(operation, values);
@@ -101,32 +100,32 @@ int printAnswer(const Choices& choices, const Operation& operation,
   return printOutcome(choices, values);
 }
 
-int perform(const Choices& choices, const Operation& operation) {
+int perform(const AppChoices& choices, const Operation& operation) {
   auto helper = AppConnection::open(RootDirectory::at(choices.root), choices.identity);
-  if (!helper) return complain(choices, helper.error());
+  if (!helper) return complainFor(choices, helper.error());
   if (operation.answer == OperationAnswer::None) {
     // The closed connection stands for the reply. A ping first: a refused client's cut-off is not
     // to be taken for success.
     const auto alive = helper->call(korvel::operation::ping, 0, choices.timeoutSeconds);
-    if (!alive) return complain(choices, alive.error());
+    if (!alive) return complainFor(choices, alive.error());
   }
   const auto argument = argumentFrom(operation, choices.argument);
-  if (!argument) return complain(choices, argument.error());
+  if (!argument) return complainFor(choices, argument.error());
   const auto values = helper->call(operation, *argument, choices.timeoutSeconds);
-  if (!values) return complain(choices, values.error());
+  if (!values) return complainFor(choices, values.error());
   return printAnswer(choices, operation, *values);
 }
 
-std::expected<HelperView, AppConnection::OpenError> view(const Choices& choices) {
+std::expected<HelperView, AppConnection::OpenError> view(const AppChoices& choices) {
   return HelperView::open(RootDirectory::at(choices.root), choices.identity,
                           choices.timeoutSeconds);
 }
 
-int status(const Choices& choices) {
+int status(const AppChoices& choices) {
   auto helper = view(choices);
-  if (!helper) return complain(choices, helper.error());
+  if (!helper) return complainFor(choices, helper.error());
   const auto seen = helper->look();
-  if (!seen) return complain(choices, seen.error());
+  if (!seen) return complainFor(choices, seen.error());
   if (choices.asJSON)
     printJSON({{"ok", true},
                {"state", valueOf(seen->statePayload)},
@@ -138,10 +137,10 @@ int status(const Choices& choices) {
 }
 
 /// One line, or one object, on standard output, whatever the state is.
-int doctor(const Choices& choices) {
+int doctor(const AppChoices& choices) {
   const auto found =
       examine(RootDirectory::at(choices.root), choices.identity, choices.timeoutSeconds);
-  if (!found) return virtualmac::complain("korvel-app", choices.asJSON, found.error(), exitUsage);
+  if (!found) return complain("korvel-app", choices.asJSON, found.error(), exitUsage);
   const Diagnosis diagnosis = diagnosisOf(*found);
   const bool isInOrder = diagnosis.state == DoctorState::inOrder;
   if (choices.asJSON)
@@ -153,7 +152,7 @@ int doctor(const Choices& choices) {
 }
 
 /// Prints a line, or with --json the object in its place.
-void say(const Choices& choices, const std::string& line, const ordered_json& object) {
+void say(const AppChoices& choices, const std::string& line, const ordered_json& object) {
   if (choices.asJSON)
     printJSON(object);
   else
@@ -168,7 +167,7 @@ struct Watched {
 };
 
 /// Prints what is seen whenever it changes, and a loss once; true as long as the helper is there.
-bool look(HelperView& helper, const Choices& choices, Watched& last) {
+bool look(HelperView& helper, const AppChoices& choices, Watched& last) {
   const auto seen = helper.look();
   if (!seen) {
     if (std::exchange(last.loss, seen.error()) != seen.error())
@@ -184,7 +183,7 @@ bool look(HelperView& helper, const Choices& choices, Watched& last) {
 
 /// Stays connected, as the application does, and comes back when the helper went away: soon, and
 /// after a while when the helper gave nothing at all.
-int watch(const Choices& choices) {
+int watch(const AppChoices& choices) {
   using Clock = std::chrono::steady_clock;
   const auto begun = Clock::now();
   const auto over = [&] {
@@ -194,7 +193,7 @@ int watch(const Choices& choices) {
   Watched last;
   while (!over()) {
     auto helper = view(choices);
-    if (!helper) return complain(choices, helper.error());
+    if (!helper) return complainFor(choices, helper.error());
     double pause = choices.everySeconds;
     while (look(*helper, choices, last) && !over()) {
       pause = std::min(pause, soonSeconds);
@@ -238,7 +237,7 @@ constexpr Described described[] = {
 };
 static_assert(std::size(described) == korvel::operations.size());
 
-void addOperations(CLI::App& program, Choices& choices, std::function<int()>& chosen) {
+void addOperations(CLI::App& program, AppChoices& choices, std::function<int()>& chosen) {
   for (const auto& [operation, description, argument] : described) {
     CLI::App* command = program.add_subcommand(std::string(operation.word), description);
     command->callback([&choices, &chosen, &asked = operation] {
@@ -253,7 +252,7 @@ void addOperations(CLI::App& program, Choices& choices, std::function<int()>& ch
   }
 }
 
-void addOtherCommands(CLI::App& program, Choices& choices, std::function<int()>& chosen) {
+void addOtherCommands(CLI::App& program, AppChoices& choices, std::function<int()>& chosen) {
   const auto add = [&](const char* name, const char* description, std::function<int()> run) {
     CLI::App* command = program.add_subcommand(name, description);
     command->callback([&chosen, run = std::move(run)] { chosen = run; });
@@ -291,7 +290,7 @@ void addOtherCommands(CLI::App& program, Choices& choices, std::function<int()>&
 
 int runKorvelApp(int argc, char** argv, const std::string& commit) {
   CLI::App program("The application's side of the helper, on a virtual Mac.", "korvel-app");
-  Choices choices;
+  AppChoices choices;
   std::function<int()> chosen;
   program.require_subcommand(1);
   program.fallthrough();

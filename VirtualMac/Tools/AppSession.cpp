@@ -26,7 +26,7 @@ using nlohmann::ordered_json;
 using Clock = std::chrono::steady_clock;
 
 /// How soon a session comes back at once: to a helper that had answered, and to another.
-constexpr double soonSeconds = 0.02;
+constexpr double atOnceSeconds = 0.02;
 constexpr double laterSeconds = 0.5;
 
 void say(const ordered_json& line) {
@@ -97,7 +97,7 @@ class Session {
     if (!helper || helper->isThere()) return;
     say({{"event", "disconnected"}, {"error", *helper->ending()}});
     helper.reset();
-    tryAgainIn(wasAnswered ? soonSeconds : laterSeconds);
+    tryAgainIn(wasAnswered ? atOnceSeconds : laterSeconds);
   }
 
   void tryAgainIn(double seconds) {

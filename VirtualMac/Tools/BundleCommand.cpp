@@ -15,14 +15,14 @@ namespace virtualmac {
 
 namespace {
 
-struct Choices {
+struct BundleChoices {
   BundleRequest request;
   std::string file;
   bool leavesHelperAlone = false;
   bool asJSON = false;
 };
 
-int writeBundle(const Choices& choices) {
+int writeBundle(const BundleChoices& choices) {
   const auto failed = [&](const std::string& problem) {
     return complain("virtual-mac", choices.asJSON, problem, exitFailed);
   };
@@ -51,7 +51,7 @@ int writeBundle(const Choices& choices) {
 }  // namespace
 
 void addBundle(CLI::App& program, std::function<int()>& chosen) {
-  const auto choices = std::make_shared<Choices>();
+  const auto choices = std::make_shared<BundleChoices>();
   CLI::App* command = program.add_subcommand(
       "bundle", "Put all that is known of the machine and its helper into one file");
   command->add_option("file", choices->file, "JSON file to write; default: standard output")

@@ -126,7 +126,7 @@ void printOffersAsJSON(const Offers& offers) {
   printJSON({{"ok", true}, {"words", words}, {"files", offers.files}, {"folders", offers.folders}});
 }
 
-struct Choices {
+struct CompletionChoices {
   std::string shell;
   std::vector<std::string> words;
 };
@@ -134,7 +134,7 @@ struct Choices {
 }  // namespace
 
 void addCompletion(CLI::App& program, std::function<int()>& chosen) {
-  const auto choices = std::make_shared<Choices>();
+  const auto choices = std::make_shared<CompletionChoices>();
   CLI::App* command =
       program.add_subcommand("completion", "Print what completes this program's words in a shell");
   command->add_option("shell", choices->shell, "The shell; words: what may follow those given")

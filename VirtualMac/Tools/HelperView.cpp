@@ -8,7 +8,7 @@ namespace virtualmac {
 
 namespace {
 
-constexpr std::chrono::milliseconds shortWhile{5};
+constexpr std::chrono::milliseconds betweenLooks{5};
 /// A record and the log around it that change at every look are told as they are.
 constexpr int mostLooks = 5;
 
@@ -52,7 +52,7 @@ void HelperView::waitUntilCounted() {
   while (Clock::now() < deadline) {
     const auto now = enforcementNow(machine);
     if (!now || now->connects > before.connects) return;
-    std::this_thread::sleep_for(shortWhile);
+    std::this_thread::sleep_for(betweenLooks);
   }
 }
 

@@ -17,8 +17,8 @@ namespace {
 
 constexpr const char* serviceName = "com.korvel.app.helper";
 
-int complain(const ProgramLaunch& launch, const std::string& text, int exitCode) {
-  return virtualmac::complain("virtual-mac", launch.asJSON, text, exitCode);
+int complainFor(const ProgramLaunch& launch, const std::string& text, int exitCode) {
+  return complain("virtual-mac", launch.asJSON, text, exitCode);
 }
 
 /// Returns only when the program cannot be run.
@@ -28,7 +28,8 @@ int become(const ProgramLaunch& launch, const std::vector<std::string>& words) {
   arguments.push_back(nullptr);
   std::fflush(nullptr);
   ::execv(arguments.front(), arguments.data());
-  return complain(launch, words.front() + ": " + std::system_category().message(errno), exitFailed);
+  return complainFor(launch, words.front() + ": " + std::system_category().message(errno),
+                     exitFailed);
 }
 
 }  // namespace
@@ -36,13 +37,13 @@ int become(const ProgramLaunch& launch, const std::vector<std::string>& words) {
 int launchProgram(const ProgramLaunch& launch) {
   const RootDirectory root = RootDirectory::at(launch.root);
   auto machine = ControlClient::connect(root);
-  if (!machine) return complain(launch, machine.error(), exitFailed);
+  if (!machine) return complainFor(launch, machine.error(), exitFailed);
   machine->send({{"command", "join"}, {"identity", launch.identity}});
   const auto reply = machine->receive();
-  if (!reply) return complain(launch, "the machine went down", exitFailed);
+  if (!reply) return complainFor(launch, "the machine went down", exitFailed);
   if (!reply->value("ok", false)) {
-    return complain(launch, reply->value("error", std::string("no identity")),
-                    reply->value("usage", false) ? exitUsage : exitFailed);
+    return complainFor(launch, reply->value("error", std::string("no identity")),
+                       reply->value("usage", false) ? exitUsage : exitFailed);
   }
   const int channel = machine->release();
   ::fcntl(channel, F_SETFD, 0);  // The program inherits it.

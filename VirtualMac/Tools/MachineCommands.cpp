@@ -34,7 +34,7 @@ namespace {
 using nlohmann::json;
 
 /// The options of the command line.
-struct Choices {
+struct MachineChoices {
   std::string root;
   bool asJSON = false;
   std::string profile = "newer-keys";
@@ -49,8 +49,8 @@ struct Choices {
   JournalQuery query;
 };
 
-int complain(const Choices& choices, const std::string& text, int exitCode) {
-  return virtualmac::complain("virtual-mac", choices.asJSON, text, exitCode);
+int complainFor(const MachineChoices& choices, const std::string& text, int exitCode) {
+  return complain("virtual-mac", choices.asJSON, text, exitCode);
 }
 
 constexpr int highestPort = 65535;
@@ -67,7 +67,7 @@ std::expected<ComingPage, std::string> pageOf(MachineOptions& options, int port)
   return page;
 }
 
-void tellUp(const Choices& choices, const MachineOptions& options, const std::string& note,
+void tellUp(const MachineChoices& choices, const MachineOptions& options, const std::string& note,
             pid_t pid, pid_t pagePid) {
   if (choices.asJSON) {
     nlohmann::ordered_json answer{
@@ -85,13 +85,13 @@ void tellUp(const Choices& choices, const MachineOptions& options, const std::st
   std::fflush(stdout);
 }
 
-int runInForeground(const Choices& choices, const MachineOptions& options,
+int runInForeground(const MachineChoices& choices, const MachineOptions& options,
                     const std::function<std::optional<std::string>(pid_t)>& announce) {
   bool failed = false;
   const int status = runMachine(options, [&](const std::string& problem) {
     const auto trouble = problem.empty() ? announce(::getpid()) : problem;
     if (!trouble) return;
-    complain(choices, *trouble, exitFailed);
+    complainFor(choices, *trouble, exitFailed);
     failed = true;
     // Its own way to end a machine that is up.
     if (problem.empty()) ::raise(SIGTERM);
@@ -106,28 +106,28 @@ void keepProfile(const RootDirectory& root, const std::string& profile) {
   if (text) static_cast<void>(writeTextFile(profileFileOf(root), *text));
 }
 
-int up(const Choices& choices) {
+int up(const MachineChoices& choices) {
   auto helper = choices.helper.empty() ? helperProgram(choices.tin) : choices.helper;
-  if (!helper) return complain(choices, helper.error(), exitFailed);
+  if (!helper) return complainFor(choices, helper.error(), exitFailed);
   auto profile = loadProfile(choices.profile);
-  if (!profile) return complain(choices, profile.error(), exitUsage);
+  if (!profile) return complainFor(choices, profile.error(), exitUsage);
   MachineOptions options;
   options.profile = *std::move(profile);
   if (isProfileFile(choices.profile))
     options.profileFile = std::filesystem::absolute(choices.profile).lexically_normal().string();
   const auto run = randomName(bytesOfRun);
-  if (!run) return complain(choices, "the system gives no random bytes", exitFailed);
+  if (!run) return complainFor(choices, "the system gives no random bytes", exitFailed);
   options.run = *run;
   options.speed = choices.speed;
   options.root = RootDirectory::at(choices.root);
   options.helperProgram = *std::move(helper);
   options.verboseHelper = choices.verbose;
   const auto made = options.root.make();
-  if (!made) return complain(choices, made.error(), exitFailed);
+  if (!made) return complainFor(choices, made.error(), exitFailed);
   std::optional<ComingPage> page;
   if (choices.pagePort) {
     auto prepared = pageOf(options, *choices.pagePort);
-    if (!prepared) return complain(choices, prepared.error(), exitFailed);
+    if (!prepared) return complainFor(choices, prepared.error(), exitFailed);
     page = *std::move(prepared);
   }
   // None: the machine is up, and so is its page; else its page is not.
@@ -141,32 +141,32 @@ int up(const Choices& choices) {
   };
   if (choices.foreground) return runInForeground(choices, options, announce);
   const auto started = startMachine(options);
-  if (!started) return complain(choices, started.error(), exitFailed);
+  if (!started) return complainFor(choices, started.error(), exitFailed);
   const auto problem = announce(*started);
   if (!problem) return exitDone;
   ::kill(*started, SIGTERM);
-  return complain(choices, *problem, exitFailed);
+  return complainFor(choices, *problem, exitFailed);
 }
 
 /// The list of faults is the same for every machine, so it needs none that runs.
-int listFaults(const Choices& choices) {
+int listFaults(const MachineChoices& choices) {
   const ControlReply list = faultList({});
   fmt::print("{}", choices.asJSON ? list.json + '\n' : list.text);
   return exitDone;
 }
 
 /// Sends one command to the machine and prints its answer.
-int ask(const Choices& choices, const std::string& command) {
+int ask(const MachineChoices& choices, const std::string& command) {
   auto machine = ControlClient::connect(RootDirectory::at(choices.root));
   if (!machine && command == "fault" && choices.words == std::vector<std::string>{"list"})
     return listFaults(choices);
-  if (!machine) return complain(choices, machine.error(), exitFailed);
+  if (!machine) return complainFor(choices, machine.error(), exitFailed);
   machine->send({{"command", command}, {"arguments", choices.words}});
   const auto reply = machine->receive();
-  if (!reply) return complain(choices, "the machine went down", exitFailed);
+  if (!reply) return complainFor(choices, "the machine went down", exitFailed);
   if (!reply->value("ok", false))
-    return complain(choices, reply->value("error", std::string("no answer")),
-                    reply->value("usage", false) ? exitUsage : exitFailed);
+    return complainFor(choices, reply->value("error", std::string("no answer")),
+                       reply->value("usage", false) ? exitUsage : exitFailed);
   // Waits for the end of the machine's process, so that another can start in its place at once.
   if (command == "down")
     while (machine->receive()) {
@@ -181,11 +181,11 @@ int ask(const Choices& choices, const std::string& command) {
   return exitDone;
 }
 
-int listProfiles(const Choices& choices) {
+int listProfiles(const MachineChoices& choices) {
   nlohmann::ordered_json all = nlohmann::ordered_json::array();
   for (const std::string& name : builtInProfileNames()) {
     const auto profile = loadProfile(name);
-    if (!profile) return complain(choices, profile.error(), exitFailed);
+    if (!profile) return complainFor(choices, profile.error(), exitFailed);
     all.push_back({{"name", name}, {"description", profile->description}});
     if (!choices.asJSON) fmt::print("{:<22} {}\n", name, profile->description);
   }
@@ -193,7 +193,7 @@ int listProfiles(const Choices& choices) {
   return exitDone;
 }
 
-void addPageOption(CLI::App& command, Choices& choices) {
+void addPageOption(CLI::App& command, MachineChoices& choices) {
   const auto read = [&choices](const std::string& text) {
     int port = -1;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), port);
@@ -212,7 +212,7 @@ void addPageOption(CLI::App& command, Choices& choices) {
       ->default_str(std::to_string(usualPagePort));
 }
 
-void addUp(CLI::App& program, Choices& choices, std::function<int()>& chosen) {
+void addUp(CLI::App& program, MachineChoices& choices, std::function<int()>& chosen) {
   CLI::App* command = program.add_subcommand("up", "Start a virtual Mac");
   command->add_option("--profile", choices.profile, "Kind of Mac, or a JSON file of one")
       ->type_name("PROFILE")
@@ -230,7 +230,7 @@ void addUp(CLI::App& program, Choices& choices, std::function<int()>& chosen) {
   command->callback([&] { chosen = [&] { return up(choices); }; });
 }
 
-void addLaunch(CLI::App& program, Choices& choices, std::function<int()>& chosen) {
+void addLaunch(CLI::App& program, MachineChoices& choices, std::function<int()>& chosen) {
   CLI::App* command =
       program.add_subcommand("launch", "Run a program as a client: launch [--as IDENTITY] -- ...");
   command->add_option("--as", choices.identity, "Signing identity (virtual-mac identities)")
@@ -246,7 +246,7 @@ void addLaunch(CLI::App& program, Choices& choices, std::function<int()>& chosen
   });
 }
 
-void addJournal(CLI::App& program, Choices& choices, std::function<int()>& chosen) {
+void addJournal(CLI::App& program, MachineChoices& choices, std::function<int()>& chosen) {
   const auto common = [&](CLI::App* command) {
     CLI::Option* follow =
         command->add_flag("-f,--follow", choices.query.follow, "Go on as lines come");
@@ -293,7 +293,7 @@ std::string settings() {
 }
 
 /// Commands that travel to the machine as they are.
-void addForwarded(CLI::App& program, Choices& choices, std::function<int()>& chosen) {
+void addForwarded(CLI::App& program, MachineChoices& choices, std::function<int()>& chosen) {
   const auto add = [&](const char* name, const std::string& description) {
     CLI::App* command = program.add_subcommand(name, description);
     command->callback(
@@ -327,7 +327,7 @@ int runVirtualMac(int argc, char** argv, const std::string& commit,
                   const std::vector<AddCommand>& more) {
   CLI::App program("A virtual Mac: its charging hardware, power management and launchd.",
                    "virtual-mac");
-  Choices choices;
+  MachineChoices choices;
   std::function<int()> chosen;
   program.require_subcommand(1);
   program.fallthrough();

@@ -22,7 +22,7 @@ namespace {
 
 constexpr const char* never = "SMC keys, lid, display, the charge limit of macOS";
 
-struct Choices {
+struct ProfileChoices {
   std::string dump;
   std::string like = "newer-keys";
   std::string output;
@@ -46,13 +46,13 @@ std::string valuesText(const nlohmann::ordered_json& values) {
 }
 
 /// Says where each field is from, on standard error, as the profile may be on standard output.
-void tell(const Choices& choices, const ImportedProfile& made) {
+void tell(const ProfileChoices& choices, const ImportedProfile& made) {
   fmt::print(stderr, "from the dump:   {}\n", valuesText(made.taken));
   fmt::print(stderr, "as in {}: {}; {}\n", choices.like, never, fmt::join(made.kept, ", "));
   for (const std::string& odd : made.odd) fmt::print(stderr, "odd in the dump: {}\n", odd);
 }
 
-int report(const Choices& choices, const ImportedProfile& made) {
+int report(const ProfileChoices& choices, const ImportedProfile& made) {
   const std::string text = made.profile.dump(2) + '\n';
   const auto failed = [&](const std::string& problem) {
     return complain("virtual-mac", choices.asJSON, problem, exitFailed);
@@ -75,7 +75,7 @@ int report(const Choices& choices, const ImportedProfile& made) {
   return exitDone;
 }
 
-int import(const Choices& choices) {
+int import(const ProfileChoices& choices) {
   const auto wrong = [&](const std::string& problem) {
     return complain("virtual-mac", choices.asJSON, problem, exitUsage);
   };
@@ -95,7 +95,7 @@ int import(const Choices& choices) {
 }  // namespace
 
 void addProfile(CLI::App& program, std::function<int()>& chosen) {
-  const auto choices = std::make_shared<Choices>();
+  const auto choices = std::make_shared<ProfileChoices>();
   CLI::App* profile = program.add_subcommand("profile", "Make a kind of Mac: profile import FILE");
   profile->require_subcommand(1);
   CLI::App* command =

@@ -18,7 +18,7 @@ namespace virtualmac {
 
 namespace {
 
-struct Choices {
+struct RecordChoices {
   std::string root;
   std::string journal;
   std::string file;
@@ -33,7 +33,7 @@ bool writeText(const std::string& file, const std::string& text) {
 }
 
 /// One object: the story is in it if it has no file.
-void tellJSON(const Choices& choices, const Recording& recording) {
+void tellJSON(const RecordChoices& choices, const Recording& recording) {
   nlohmann::ordered_json untold = nlohmann::ordered_json::array();
   for (const Unsayable& each : recording.unsayable)
     untold.push_back({{"seconds", each.time}, {"line", each.line}, {"text", each.text}});
@@ -49,7 +49,7 @@ void tellJSON(const Choices& choices, const Recording& recording) {
   printJSON(object);
 }
 
-int recordStory(const Choices& choices) {
+int recordStory(const RecordChoices& choices) {
   const auto journal = chosenJournal(choices.root, choices.journal);
   if (!journal) return complain("virtual-mac", choices.asJSON, journal.error(), exitFailed);
   const Recording recording = record(*journal);
@@ -70,7 +70,7 @@ int recordStory(const Choices& choices) {
 }  // namespace
 
 void addRecord(CLI::App& program, std::function<int()>& chosen) {
-  const auto choices = std::make_shared<Choices>();
+  const auto choices = std::make_shared<RecordChoices>();
   CLI::App* command = program.add_subcommand(
       "record",
       "Make a scenario of the journal, which does the same again and expects what was seen. "

@@ -39,7 +39,7 @@ namespace virtualmac {
 
 namespace {
 
-struct Choices {
+struct RunChoices {
   std::vector<std::string> files;
   std::string timeline;
   std::string trace;
@@ -58,7 +58,7 @@ struct Choices {
 /// The emulated program takes so many times the real time of this build's own helper.
 constexpr double emulatedSlowness = 5;
 
-int failed(const Choices& choices, const std::string& text) {
+int failed(const RunChoices& choices, const std::string& text) {
   return complain("virtual-mac", choices.asJSON, text, exitFailed);
 }
 
@@ -111,7 +111,7 @@ std::expected<std::vector<std::string>, std::string> chosenFiles(
   return files;
 }
 
-std::unique_ptr<Stage> stageFor(const Scenario& scenario, const Choices& choices,
+std::unique_ptr<Stage> stageFor(const Scenario& scenario, const RunChoices& choices,
                                 const StopSignals& signals) {
   if (!choices.processes) return std::make_unique<InProcessStage>(scenario);
   const auto program = helperProgram(choices.tin);
@@ -122,14 +122,14 @@ std::unique_ptr<Stage> stageFor(const Scenario& scenario, const Choices& choices
 }
 
 /// The words that play a story in the same way again.
-std::string howPlayed(const Choices& choices) {
+std::string howPlayed(const RunChoices& choices) {
   if (!choices.processes) return " --in-process";
   return fmt::format(" --processes{} --speed {:g}", choices.tin ? " --tin" : "", choices.speed);
 }
 
 /// The page that shows a run; false: it could not be written, which was told.
 bool writeTraceOf(const Scenario& scenario, const ScenarioOutcome& outcome,
-                  const Choices& choices) {
+                  const RunChoices& choices) {
   TraceRun run;
   run.title = scenario.name;
   run.head = outcome.head;
@@ -144,7 +144,7 @@ bool writeTraceOf(const Scenario& scenario, const ScenarioOutcome& outcome,
 }
 
 /// The last line of a failure's report. It names the page that shows the failure.
-std::string whereToLook(const std::string& again, const Choices& choices) {
+std::string whereToLook(const std::string& again, const RunChoices& choices) {
   return choices.trace.empty()
              ? fmt::format("  see it in a browser: {} --trace trace.html\n", again)
              : fmt::format("  see it in a browser: {}\n", choices.trace);
@@ -170,7 +170,7 @@ std::optional<Scenario> readStory(PlayedStory& story, bool asJSON) {
 }
 
 /// Plays one story; `place` says which one of how many.
-void play(PlayedStory& story, const std::string& place, const Choices& choices,
+void play(PlayedStory& story, const std::string& place, const RunChoices& choices,
           const StopSignals& signals) {
   const auto scenario = readStory(story, choices.asJSON);
   if (!scenario) return;
@@ -209,7 +209,7 @@ void play(PlayedStory& story, const std::string& place, const Choices& choices,
   if (outcome.stopped) story.fate = Fate::Stopped;
 }
 
-std::vector<PlayedStory> playEach(const std::vector<std::string>& files, const Choices& choices,
+std::vector<PlayedStory> playEach(const std::vector<std::string>& files, const RunChoices& choices,
                                   const StopSignals& signals) {
   using Clock = std::chrono::steady_clock;
   std::vector<PlayedStory> stories;
@@ -239,7 +239,7 @@ int statusOf(const std::vector<PlayedStory>& stories) {
 }
 
 /// Reads the files and plays none of them.
-int checkAll(const std::vector<std::string>& files, const Choices& choices) {
+int checkAll(const std::vector<std::string>& files, const RunChoices& choices) {
   std::vector<PlayedStory> stories;
   for (const std::string& file : files) {
     PlayedStory& story = stories.emplace_back(PlayedStory{file});
@@ -263,7 +263,7 @@ int checkAll(const std::vector<std::string>& files, const Choices& choices) {
   return statusOf(stories);
 }
 
-int playAll(const Choices& choices) {
+int playAll(const RunChoices& choices) {
   const auto files = chosenFiles(choices.files);
   if (!files) return complain("virtual-mac", choices.asJSON, files.error(), exitUsage);
   if (choices.checked) return checkAll(*files, choices);
@@ -297,7 +297,7 @@ int playAll(const Choices& choices) {
 }  // namespace
 
 void addRun(CLI::App& program, std::function<int()>& chosen) {
-  const auto choices = std::make_shared<Choices>();
+  const auto choices = std::make_shared<RunChoices>();
   CLI::App* command = program.add_subcommand("run", "Play scenarios and say how they went");
   command->add_option("files", choices->files, "Scenario files (YAML), and directories of them")
       ->required()

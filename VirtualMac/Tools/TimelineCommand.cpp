@@ -17,7 +17,7 @@ namespace virtualmac {
 
 namespace {
 
-struct Choices {
+struct TimelineChoices {
   std::string file;
   std::string journal;
   std::string title = "A virtual Mac";
@@ -43,7 +43,7 @@ TimelineState startOf(const SavedJournal& journal, const std::optional<double>& 
   return start;
 }
 
-int draw(const std::string& root, bool asJSON, const Choices& choices) {
+int draw(const std::string& root, bool asJSON, const TimelineChoices& choices) {
   const auto failed = [asJSON](const std::string& text) {
     return complain("virtual-mac", asJSON, text, exitFailed);
   };
@@ -71,7 +71,7 @@ int draw(const std::string& root, bool asJSON, const Choices& choices) {
 }  // namespace
 
 void addTimeline(CLI::App& program, std::function<int()>& chosen) {
-  const auto choices = std::make_shared<Choices>();
+  const auto choices = std::make_shared<TimelineChoices>();
   CLI::App* command = program.add_subcommand("timeline", "Draw the journal as a picture");
   command->add_option("file", choices->file, "SVG file to write")->required()->type_name("FILE");
   command->add_option("--title", choices->title, "The picture's title")->capture_default_str();

@@ -16,7 +16,7 @@ namespace virtualmac {
 
 namespace {
 
-struct Choices {
+struct TraceChoices {
   std::string file;
   std::string journal;
   std::string beside;
@@ -38,7 +38,7 @@ std::string usualTitle(const SavedJournal& journal, bool isOneOfTwo) {
   return std::filesystem::path(journal.file).filename().string();
 }
 
-int write(const std::string& root, bool asJSON, const Choices& choices) {
+int write(const std::string& root, bool asJSON, const TraceChoices& choices) {
   const auto failed = [asJSON](const std::string& text) {
     return complain("virtual-mac", asJSON, text, exitFailed);
   };
@@ -61,7 +61,7 @@ int write(const std::string& root, bool asJSON, const Choices& choices) {
 }  // namespace
 
 void addTrace(CLI::App& program, std::function<int()>& chosen) {
-  const auto choices = std::make_shared<Choices>();
+  const auto choices = std::make_shared<TraceChoices>();
   CLI::App* command =
       program.add_subcommand("trace", "Write the journal as a page that any browser opens");
   command->add_option("file", choices->file, "HTML file to write")->required()->type_name("FILE");

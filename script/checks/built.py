@@ -18,8 +18,7 @@ ELSEWHERE = ("KorvelHelper/macOS/", "Packaging/", "Tests/macos/", "TinMac/Loader
 
 
 def compiled(root, build):
-    commands = json.loads((build / "compile_commands.json").read_text(encoding="utf-8"))
-    names = (pathlib.Path(c["directory"], c["file"]).resolve() for c in commands)
+    names = (pathlib.Path(command["file"]) for command in tree.commands(build))
     return {n.relative_to(root).as_posix() for n in names if n.is_relative_to(root)}
 
 
@@ -63,7 +62,12 @@ def check(root, build):
 def self_test():
     def check_made(root):
         commands = [{"directory": str(root), "file": "Tests/a.cpp"}]
-        (root / "build").mkdir()
+        (root / "build/Unity").mkdir(parents=True)
+        if (root / "together").exists():
+            together = root / "build/Unity/some.cxx"
+            together.write_text(f'#include "{root}/Tests/c.cpp"\n', encoding="utf-8")
+            commands.append({"directory": str(root), "file": str(together),
+                             "command": f"cc -c {together}"})
         (root / "build/compile_commands.json").write_text(json.dumps(commands), encoding="utf-8")
         on = "ON" if (root / "on").exists() else "OFF"
         (root / "build/CMakeCache.txt").write_text(f"KORVEL_BENCHMARKS:BOOL={on}\n", encoding="utf-8")
@@ -79,6 +83,9 @@ def self_test():
     tree.expect(check_made, clean | {ELSEWHERE[1] + "M.mm": ""}, "M.mm: not in")
     tree.expect(check_made, clean | {mac + "in/I.mm": "", mac + "in/CMakeLists.txt": "I.mm\n"})
     tree.expect(check_made, clean | {"on": ""}, "Benchmarks/b.cpp: no target builds it")
+    tree.expect(check_made, clean | {"Tests/c.cpp": "", "together": ""})
+    tree.expect(check_made, clean | {"Tests/c.cpp": "", "Tests/d.cpp": "", "together": ""},
+                "d.cpp: no target builds it")
 
 
 def main(arguments):

@@ -13,6 +13,8 @@ import subprocess
 import sys
 import tempfile
 
+import tree
+
 TIDY = "clang-tidy-19"
 # clang is told what the commands of another compiler mean.
 WORDS = {"tin": ("--extra-arg=--target=aarch64-linux-gnu",
@@ -24,17 +26,17 @@ FINDING = re.compile(r"^(?=\S+:\d+:\d+: (?:error|warning): )", re.M)
 
 def compiled(root, build):
     """Paths of the tree's own sources that a build compiles."""
-    commands = json.loads((build / "compile_commands.json").read_text(encoding="utf-8"))
-    names = {pathlib.Path(c["directory"], c["file"]).resolve() for c in commands}
+    names = {pathlib.Path(command["file"]) for command in tree.commands(build)}
     return [n for n in names if n.is_relative_to(root) and not n.is_relative_to(root / "build")]
 
 
 def plain_commands(build, folder):
-    """A folder with the build's commands, without precompiled headers."""
+    """A folder with the build's commands: each source by itself, without precompiled headers."""
     place = pathlib.Path(folder, build.name)
     place.mkdir()
-    commands = (build / "compile_commands.json").read_text(encoding="utf-8")
-    (place / "compile_commands.json").write_text(PRECOMPILED.sub("", commands), encoding="utf-8")
+    commands = [command | {"command": PRECOMPILED.sub("", command["command"])}
+                for command in tree.commands(build)]
+    (place / "compile_commands.json").write_text(json.dumps(commands), encoding="utf-8")
     return place
 
 

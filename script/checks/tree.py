@@ -1,6 +1,7 @@
 """What the checks of the tree share: its C++ files, their code without comments and literals, and
 how findings are reported."""
 import contextlib
+import json
 import pathlib
 import re
 import sys
@@ -51,6 +52,18 @@ def scripts(root):
 
 def read(root, name):
     return (root / name).read_text(encoding="utf-8")
+
+
+def commands(build):
+    """The build's commands, one for each source, also of those that are compiled several at once."""
+    for command in json.loads((build / "compile_commands.json").read_text(encoding="utf-8")):
+        whole = pathlib.Path(command["directory"], command["file"]).resolve()
+        if whole.parent.name != "Unity":
+            yield command | {"file": str(whole)}
+            continue
+        for source in re.findall(r'^#include "(.*)"$', whole.read_text(encoding="utf-8"), re.M):
+            yield command | {"file": source,
+                             "command": command["command"].replace(str(whole), source)}
 
 
 def blanked(text):

@@ -6,20 +6,13 @@
 #include <string>
 #include <vector>
 
+#include "Tests/unit/timeline/Count.h"
 #include "VirtualMac/Timeline/TimelineText.h"
 
 namespace virtualmac {
 namespace {
 
 using testing::HasSubstr;
-
-std::size_t count(const std::string& text, const std::string& word) {
-  std::size_t found = 0;
-  for (std::size_t at = text.find(word); at != std::string::npos; at = text.find(word, at + 1)) {
-    ++found;
-  }
-  return found;
-}
 
 TEST(TimelineFlagsTest, EachMarkIsShownOrCountedAndSignsNeverOverlap) {
   std::vector<TimelineMark> marks;

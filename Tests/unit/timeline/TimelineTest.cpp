@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "Tests/unit/timeline/Count.h"
 #include "VirtualMac/Timeline/TimelineText.h"
 
 namespace virtualmac {
@@ -33,14 +34,6 @@ std::vector<TimelineMark> marksOf(const std::vector<Journal::Entry>& entries) {
   TimelineBuilder builder("run", 0, plugged(76));
   for (const Journal::Entry& entry : entries) builder.add(entry);
   return builder.finish(100).marks;
-}
-
-std::size_t count(const std::string& text, const std::string& word) {
-  std::size_t found = 0;
-  for (std::size_t at = text.find(word); at != std::string::npos; at = text.find(word, at + 1)) {
-    ++found;
-  }
-  return found;
 }
 
 /// Returns the first defect of `xml` as XML without comments and sections; empty: none.

@@ -13,7 +13,7 @@ constexpr std::string_view head =
     "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST "
     "1.0//EN\" \"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n<plist version=\"1.0\">\n";
 
-std::string errorOf(const std::string& text) {
+std::string refusalOf(const std::string& text) {
   const auto read = propertyListFrom(text);
   return read ? "read" : read.error();
 }
@@ -41,22 +41,23 @@ TEST(PropertyListTextTest, ReadsEveryTypeThatABatteryHas) {
 TEST(PropertyListTextTest, NoPartOfAListIsTakenForTheWhole) {
   const std::string list =
       std::string(head) + "<array><dict><key>a</key><integer>17</integer></dict></array>";
-  ASSERT_EQ(errorOf(list + "</plist>"), "read");
+  ASSERT_EQ(refusalOf(list + "</plist>"), "read");
   for (std::size_t size = 0; size < list.size(); ++size) {
-    EXPECT_NE(errorOf(list.substr(0, size)), "read") << size;
-    EXPECT_NE(errorOf(list.substr(0, size) + "</plist>"), "read") << size;
+    EXPECT_NE(refusalOf(list.substr(0, size)), "read") << size;
+    EXPECT_NE(refusalOf(list.substr(0, size) + "</plist>"), "read") << size;
   }
 }
 
 TEST(PropertyListTextTest, SaysWhatIsWrong) {
-  EXPECT_THAT(errorOf(" \n"), HasSubstr("is empty: ioreg found no AppleSmartBattery"));
-  EXPECT_THAT(errorOf("+-o AppleSmartBattery  <class AppleSmartBattery>"),
+  EXPECT_THAT(refusalOf(" \n"), HasSubstr("is empty: ioreg found no AppleSmartBattery"));
+  EXPECT_THAT(refusalOf("+-o AppleSmartBattery  <class AppleSmartBattery>"),
               HasSubstr("prints without -a"));
-  EXPECT_THAT(errorOf("bplist00"), HasSubstr("plutil -convert xml1"));
-  EXPECT_THAT(errorOf("{\"a\": 1}"), HasSubstr("no property list in XML"));
-  EXPECT_THAT(errorOf("<plist><array>"), HasSubstr("it was cut"));
-  EXPECT_THAT(errorOf("<plist><array></plist>"), HasSubstr("not closed or not known"));
-  EXPECT_THAT(errorOf("<plist><battery>1</battery></plist>"), HasSubstr("not closed or not known"));
+  EXPECT_THAT(refusalOf("bplist00"), HasSubstr("plutil -convert xml1"));
+  EXPECT_THAT(refusalOf("{\"a\": 1}"), HasSubstr("no property list in XML"));
+  EXPECT_THAT(refusalOf("<plist><array>"), HasSubstr("it was cut"));
+  EXPECT_THAT(refusalOf("<plist><array></plist>"), HasSubstr("not closed or not known"));
+  EXPECT_THAT(refusalOf("<plist><battery>1</battery></plist>"),
+              HasSubstr("not closed or not known"));
 }
 
 std::string nested(std::size_t levels, const std::string& between = "") {
@@ -68,10 +69,10 @@ std::string nested(std::size_t levels, const std::string& between = "") {
 }
 
 TEST(PropertyListTextTest, WhatIsNestedTooDeepIsNotEvenParsed) {
-  EXPECT_EQ(errorOf(nested(512)), "read");
-  EXPECT_THAT(errorOf(nested(513)), HasSubstr("nested more than 512 deep"));
-  EXPECT_THAT(errorOf(nested(50'000)), HasSubstr("nested more than 512 deep"));
-  EXPECT_THAT(errorOf(nested(513, "<!-- </array> -->")), HasSubstr("nested more than 512 deep"));
+  EXPECT_EQ(refusalOf(nested(512)), "read");
+  EXPECT_THAT(refusalOf(nested(513)), HasSubstr("nested more than 512 deep"));
+  EXPECT_THAT(refusalOf(nested(50'000)), HasSubstr("nested more than 512 deep"));
+  EXPECT_THAT(refusalOf(nested(513, "<!-- </array> -->")), HasSubstr("nested more than 512 deep"));
 }
 
 }  // namespace
