@@ -76,9 +76,9 @@ class Soak:
             self.missed[call] += self.mac.until(lambda status: status["callsUnderWay"], HELD) is None
         else:
             time.sleep(self.random.uniform(0, 0.04))
-        self.kill(pid)
-        if call:
+        if call:  # What is held stays so; the next helper must not be.
             self.mac.command("fault", "call-latency", call, FOREVER, "off")
+        self.kill(pid)
 
     def bring(self, aim):
         """Brings the helper to a discharge or a top-off, if the faults of now allow one."""
@@ -146,7 +146,8 @@ class Soak:
                 os.kill(pid, signal.SIGKILL)
         except ProcessLookupError:
             self.mac.gone(pid)
-            return  # It ended by itself, as at a reboot.
+            self.kill(self.mac.running())  # It ended by itself, as at a reboot; its heir may be held.
+            return
         self.mac.gone(pid)
         self.mac.record()
         self.tally[number.name] += 1
