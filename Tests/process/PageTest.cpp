@@ -52,7 +52,7 @@ TEST_F(PageTest, ThePageAndAllThatItNamesNeedNoToken) {
 }
 
 TEST_F(PageTest, EveryAnswerKeepsABrowserFromStoringGuessingAndFraming) {
-  for (const char* path : {"/", "/viewer/app.js", "/api/status", "/none"}) {
+  for (const char* path : {"/", "/viewer/viewer.css", "/api/status", "/none"}) {
     const PageAnswer answer = page.get(path);
     EXPECT_EQ(answer.header("Cache-Control"), "no-store") << path;
     EXPECT_EQ(answer.header("X-Content-Type-Options"), "nosniff") << path;

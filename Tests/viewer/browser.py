@@ -19,7 +19,10 @@ AXE_RULES = ("wcag2a", "wcag2aa", "wcag21a", "wcag21aa", "best-practice")
 WORDS = ("--headless=new", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage",
          "--disable-background-networking", "--disable-component-update", "--disable-extensions",
          "--disable-sync", "--no-first-run", "--no-default-browser-check", "--hide-scrollbars",
-         "--force-color-profile=srgb", "--enable-precise-memory-info", "--js-flags=--expose-gc")
+         "--force-color-profile=srgb", "--enable-precise-memory-info", "--js-flags=--expose-gc",
+         # One process for all pages is enough, and none in reserve.
+         "--process-per-site", "--disable-site-isolation-trials",
+         "--disable-features=SpareRendererForSitePerProcess,BackForwardCache")
 
 
 class NotSeen(AssertionError):

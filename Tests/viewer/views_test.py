@@ -13,14 +13,17 @@ class Views:
     """What the classes of this file share: a look at the page as it is, in every form."""
 
     def look_at(self, name):
-        """Each theme at the greater width, and the light one on a small screen."""
-        for width, scheme in ((WIDE, "light"), (WIDE, "dark"), (NARROW, "light")):
+        """Each theme at the greater width, and the light one on a small screen. The checker, which
+        takes longest, looks at each theme and at each width once."""
+        for width, scheme, is_checked in ((WIDE, "light", False), (WIDE, "dark", True),
+                                          (NARROW, "light", True)):
             with self.subTest(name, width=width, scheme=scheme):
                 self.browser.look(width, HEIGHTS[width], scheme)
                 self.browser.until(lambda: self.is_drawn_at(width), "the chart at this width")
                 self.picture(f"{name}-{width}-{scheme}")
                 self.assertLessEqual(self.browser.overflow(), 0)
-                self.assert_accessible()
+                if is_checked:
+                    self.assert_accessible()
 
     def is_drawn_at(self, width):
         canvas = self.browser.all("#plot canvas")

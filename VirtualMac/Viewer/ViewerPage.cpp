@@ -52,16 +52,16 @@ std::string base64(std::string_view bytes) {
   return text;
 }
 
-/// Modules call each other `viewer/NAME`; this tells the browser where each of them is.
-std::string importMap(std::string_view nonce,
-                      const std::function<std::string(const ViewerFile&)>& address) {
+/// Modules call each other `viewer/NAME`; this gives each of them to the browser, which would need
+/// longer to ask for them one by one. They may run because the module that begins has the nonce.
+std::string importMap(std::string_view nonce) {
   std::string text =
       "<script type=\"importmap\" nonce=\"" + std::string(nonce) + "\">\n{\"imports\": {";
   std::string_view joint = "\n";
   for (const ViewerFile& file : filesThatEnd(".js")) {
     if (!isModule(file)) continue;
     text.append(joint).append("\"viewer/").append(moduleName(file)).append("\": \"");
-    text += address(file) + '"';
+    text.append("data:text/javascript;charset=utf-8;base64,").append(base64(file.content)) += '"';
     joint = ",\n";
   }
   return text + "\n}}\n</script>\n";
@@ -104,9 +104,7 @@ std::string livePage(const std::string& nonce) {
     if (isModule(file)) continue;
     scripts.append("<script src=\"/viewer/").append(file.name).append("\"></script>\n");
   }
-  scripts +=
-      importMap(nonce, [](const ViewerFile& file) { return "/viewer/" + std::string(file.name); });
-  return filled(styles, "", scripts + startOf(nonce));
+  return filled(styles, "", scripts + importMap(nonce) + startOf(nonce));
 }
 
 std::string livePolicy(const std::string& nonce) {
@@ -121,7 +119,7 @@ std::string recordedPage(const std::string& trace) {
       "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; "
       "script-src 'nonce-" +
       nonce +
-      "' data:; style-src 'unsafe-inline'; img-src data:; base-uri 'none'; "
+      "'; style-src 'unsafe-inline'; img-src data:; base-uri 'none'; "
       "form-action 'none'\">\n" +
       std::string(icon);
   for (const ViewerFile& file : filesThatEnd(".css"))
@@ -131,12 +129,9 @@ std::string recordedPage(const std::string& trace) {
     if (isModule(file)) continue;
     scripts.append("<script nonce=\"" + nonce + "\">").append(file.content).append("</script>\n");
   }
-  scripts += importMap(nonce, [](const ViewerFile& file) {
-    return "data:text/javascript;charset=utf-8;base64," + base64(file.content);
-  });
   const std::string data =
       "<script type=\"application/json\" id=\"trace\">" + trace + "</script>\n";
-  return filled(styles, data, scripts + startOf(nonce));
+  return filled(styles, data, scripts + importMap(nonce) + startOf(nonce));
 }
 
 }  // namespace virtualmac
