@@ -75,6 +75,7 @@ class Browser:
             self.driver.switch_to.window(handle)
             self.driver.close()
         self.driver.switch_to.window(first)
+        self.offline(False)
         self.script("try { sessionStorage.clear(); } catch { /* This kind of page has none. */ }")
         self.open("about:blank")
         self.logged("browser")
@@ -91,10 +92,11 @@ class Browser:
             {"name": "prefers-color-scheme", "value": scheme},
             {"name": "prefers-reduced-motion", "value": motion}]})
 
-    def offline(self):
+    def offline(self, is_offline=True):
+        """A cleared browser is online again."""
         self.driver.execute_cdp_cmd("Network.enable", {})
         self.driver.execute_cdp_cmd("Network.emulateNetworkConditions", {
-            "offline": True, "latency": 0, "downloadThroughput": 0, "uploadThroughput": 0})
+            "offline": is_offline, "latency": 0, "downloadThroughput": 0, "uploadThroughput": 0})
 
     def open(self, address):
         self.driver.get(address)

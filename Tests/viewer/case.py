@@ -1,4 +1,6 @@
-"""The base of browser tests: one browser a class, an empty tab a test."""
+"""The base of browser tests: one browser for the classes of a run, an empty tab a test."""
+import atexit
+import functools
 import pathlib
 import tempfile
 import types
@@ -13,6 +15,13 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 SETTINGS = types.SimpleNamespace(programs=None, pictures=None)
 
 
+@functools.cache
+def browser(notes_addresses):
+    started = Browser(notes_addresses)
+    atexit.register(started.end)
+    return started
+
+
 class BrowserTest(unittest.TestCase):
     """A page must not complain: whatever it logs as an error fails the test, unless the test says
     which words it expects."""
@@ -20,8 +29,7 @@ class BrowserTest(unittest.TestCase):
 
     @classmethod
     def setUpClass(cls):
-        cls.browser = Browser(cls.notes_addresses)
-        cls.addClassCleanup(cls.browser.end)
+        cls.browser = browser(cls.notes_addresses)
 
     def setUp(self):
         self.expected_complaints = []

@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
-"""Runs browser tests of the viewer. Pictures of what they look at go to the folder PICTURES.
+"""Runs browser tests of the viewer: classes, one after the other in one browser, or some tests of one
+class. Pictures of what they look at go to the folder PICTURES.
 
-usage: run.py PROGRAMS PICTURES CLASS [TEST...]
+usage: run.py PROGRAMS PICTURES CLASS[.CLASS...] [TEST...]
 """
 import importlib
 import pathlib
@@ -33,13 +34,18 @@ def main(arguments):
     case.SETTINGS.programs = pathlib.Path(arguments[0]).resolve()
     case.SETTINGS.pictures = pathlib.Path(arguments[1]).resolve()
     known = classes()
-    if arguments[2] not in known:
-        sys.exit(f'no class "{arguments[2]}"; there are: {", ".join(sorted(known))}')
-    loader = unittest.TestLoader()
-    names = arguments[3:] or loader.getTestCaseNames(known[arguments[2]])
-    tests = unittest.TestSuite(known[arguments[2]](name) for name in names)
-    if tests.countTestCases() == 0:
-        sys.exit(f"{arguments[2]} has no tests")
+    asked = arguments[2].split(".")
+    for name in asked:
+        if name not in known:
+            sys.exit(f'no class "{name}"; there are: {", ".join(sorted(known))}')
+    if arguments[3:] and len(asked) > 1:
+        sys.exit("tests are named of one class")
+    tests = unittest.TestSuite()
+    for name in asked:
+        chosen = arguments[3:] or unittest.TestLoader().getTestCaseNames(known[name])
+        if not chosen:
+            sys.exit(f"{name} has no tests")
+        tests.addTest(unittest.TestSuite(map(known[name], chosen)))
     done = unittest.TextTestRunner(verbosity=2).run(tests)
     sys.exit(0 if done.wasSuccessful() else 1)
 
