@@ -95,7 +95,7 @@ build() {
 
 # runTests PRESET LOG [CTEST-ARGUMENT...]: runs tests of build/PRESET and copies the output to LOG.
 # When the build cannot be written, the runner keeps its records elsewhere. Many tests wait for real
-# time or for a browser, so two are run for each processor.
+# time or for a browser, so more are run at once than there are processors.
 runTests() {
   local tests=$root/build/$1 log=$2 elsewhere='' status=0
   if ! canBuild "$1"; then
@@ -104,7 +104,7 @@ runTests() {
     tests=$elsewhere
   fi
   shift 2
-  ctest --test-dir "$tests" -j $((jobs * 2)) --output-on-failure --no-tests=error "$@" | tee "$log" ||
+  ctest --test-dir "$tests" -j $((jobs * 2 + 1)) --output-on-failure --no-tests=error "$@" | tee "$log" ||
     status=$?
   [[ -z $elsewhere ]] || rm -rf "$elsewhere"
   return "$status"

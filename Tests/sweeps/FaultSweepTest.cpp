@@ -47,7 +47,7 @@ class FaultSweep : public StoryTest {};
 TEST_P(FaultSweep, ComesThroughAFaultAtEveryCall) {
   const Trace trace = traceStory(GetParam());
   Sweep sweep(GetParam(), "*FaultSweep.*");
-  for (const std::uint64_t k : chosenCalls(trace.calls.size(), 60)) {
+  for (const std::uint64_t k : chosenCalls(trace.calls.size(), 30)) {
     const TracedCall& traced = trace.calls.at(k - 1);
     for (const NamedFault& each : faultsOf(traced.call)) {
       for (const bool lasting : {false, true}) {

@@ -64,7 +64,7 @@ class KillSweep : public StoryTest {};
 TEST_P(KillSweep, RecoversFromAKillAtEveryCall) {
   const Trace trace = traceStory(GetParam());
   Sweep sweep(GetParam(), "*KillSweep.*");
-  for (const std::uint64_t k : chosenCalls(trace.calls.size(), 120)) {
+  for (const std::uint64_t k : chosenCalls(trace.calls.size(), 60)) {
     for (const std::string_view how : {alone, withClient}) {
       sweep.run({k, std::string(how)},
                 [&](Stage& stage, Findings& findings) { killAndRecover(stage, findings, k, how); });

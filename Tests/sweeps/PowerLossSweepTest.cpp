@@ -67,7 +67,7 @@ void losePowerAt(Stage& stage, Findings& findings, const Trace& trace, std::uint
 void sweepStory(const Story& story, std::string_view variant) {
   const Trace trace = traceStory(story);
   Sweep sweep(story, "*PowerLossSweep.*");
-  for (const std::uint64_t k : chosenCalls(trace.calls.size(), 60)) {
+  for (const std::uint64_t k : chosenCalls(trace.calls.size(), 30)) {
     // The seed decides which unsynced changes survive.
     for (const std::uint64_t draw : {1U, 2U}) {
       const Case which{k, std::string(variant) + ":" + std::to_string(draw), 2 * k + draw};
