@@ -7,6 +7,7 @@ option(KORVEL_PRECOMPILED "Read the same headers once for many sources, and comp
   OFF)
 # Twice as many would save little more, and a person who changes one source waits for all of them.
 set(KORVEL_SOURCES_AT_ONCE 6)
+set(KORVEL_APART "" CACHE STRING "Rooms whose sources are compiled one by one nevertheless")
 
 set(KORVEL_STANDARD_HEADERS
   <algorithm> <array> <chrono> <cstdint> <expected> <filesystem> <functional> <map> <memory>
@@ -63,8 +64,10 @@ function(korvel_reuse_headers directory)
       set(kind programs)
     endif()
     target_precompile_headers(${target} REUSE_FROM headers_${kind})
-    set_target_properties(${target} PROPERTIES
-      UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE ${KORVEL_SOURCES_AT_ONCE})
+    if(NOT room IN_LIST KORVEL_APART)
+      set_target_properties(${target} PROPERTIES
+        UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE ${KORVEL_SOURCES_AT_ONCE})
+    endif()
   endforeach()
 endfunction()
 

@@ -1,0 +1,366 @@
+#!/usr/bin/env python3
+"""Makes single changes to the core and looks whether a test notices each.
+
+usage: mutants.py TREE BUILD [--count N] [--seed S] [--shard I/N] [--json FILE] [--list] [--only TEXT]
+       mutants.py --self-test
+
+The tree is not touched: a changed copy of one source is compiled by itself and linked before the rest
+of the core. EQUIVALENT names the changes that nothing can notice, each with its reason.
+"""
+import argparse
+import collections
+import concurrent.futures
+import contextlib
+import dataclasses
+import json
+import os
+import pathlib
+import queue
+import random
+import re
+import shlex
+import subprocess
+import sys
+import tempfile
+import time
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent / "checks"))
+import tree  # noqa: E402  (the folder is known from here on)
+
+EQUIVALENT = "script/mutants-equivalent.txt"
+# The test programs in the order in which they are asked, with their arguments and environment. Most
+# changes are noticed by the first.
+PROGRAMS = (("behaviour", "korvel_behaviour_tests", (), {}),
+            ("unit", "korvel_unit_tests", (), {}),
+            ("model", "korvel_model_tests", ("--gtest_filter=*AgreesWithTheProgram*",), {}),
+            ("seam", "vmac_seam_tests", (), {}),
+            ("properties", "korvel_property_tests", (), {}))
+LIMIT = 10.0     # A program may take so many times as long as without a change,
+SLACK = 10.0     # and so many seconds more.
+NOTICED = 0.97   # Of those that can be noticed, at least.
+MOST_EQUIVALENT = 0.05
+SHELL = re.compile(r" && |^: ")
+
+# What one token may become.
+SWAPS = {"<": ("<=",), "<=": ("<",), ">": (">=",), ">=": (">",), "==": ("!=",), "!=": ("==",),
+         "&&": ("||",), "||": ("&&",), "true": ("false",), "false": ("true",), "+": ("-",),
+         "-": ("+",), "+=": ("-=",), "-=": ("+=",), "*": ("/",), "/": ("*",), "++": ("--",),
+         "--": ("++",)}
+# Spaces tell an operator from a bracket of a template, a reference or a pointer.
+TOKEN = re.compile(r"(?<= )(?:<=|>=|==|!=|&&|\|\||\+=|-=|<|>|\+|-|\*|/)(?= )|\b(?:true|false)\b|\+\+|--")
+NUMBER = re.compile(r"(?<![\w.'])(?:0[xX][0-9a-fA-F]+|\d[\d']*(?:\.\d+)?)(?![\w.'])")
+NEGATION = re.compile(r"(?<![\w)\]!])!(?=[\w(])")
+CONDITION = re.compile(r"\bif \(((?:[^();]|\((?:[^()]|\([^()]*\))*\))+)\)")
+STATEMENT = re.compile(r"^ +(?!return\b|using\b|const\b|auto\b|static|constexpr|case\b|default\b|else\b|throw\b|break\b"
+                       r"|continue\b|if\b|for\b|while\b|do\b|switch\b)[\w:.>\-\[\]*]+(?:\([^{}]*\)| [+\-]?= [^{}]*);$")
+LEVEL = re.compile(r"\.(log|error|fault)\(")
+LEVELS = {"log": "error", "error": "fault", "fault": "error"}
+TEXT = re.compile(r'(?<![<"\w])"(?=[^"\\\n])')
+
+
+@dataclasses.dataclass(frozen=True)
+class Mutant:
+    file: str
+    start: int
+    end: int
+    new: str
+    kind: str
+    line: int
+    where: str  # The line, and which of its like in the file.
+    old: str
+
+    @property
+    def name(self):
+        return f"{self.file}: {self.kind} `{self.old}` -> `{self.new}` in `{self.where}`"
+
+
+def changes(code, plain):
+    """(start, end, new, kind) of everything that may be changed. `plain` is the code without comments
+    and the insides of texts, at the same offsets."""
+    for found in TOKEN.finditer(plain):
+        for new in SWAPS[found[0]]:
+            yield *found.span(), new, "operator" if not new.isalpha() else "truth value"
+    for found in NUMBER.finditer(plain):
+        old = found[0].replace("'", "")
+        if old.lower().startswith("0x"):
+            yield *found.span(), hex(int(old, 16) ^ 1), "number"
+        else:
+            yield *found.span(), str(float(old) + 1 if "." in old else int(old) + 1), "number"
+    for found in NEGATION.finditer(plain):
+        yield *found.span(), "", "negation"
+    for found in CONDITION.finditer(plain):
+        yield *found.span(1), f"!({code[slice(*found.span(1))]})", "condition"
+    for found in LEVEL.finditer(plain):
+        yield *found.span(1), LEVELS[found[1]], "level"
+    for found in TEXT.finditer(code):
+        if plain[found.start()] == '"' and not code[:found.start()].endswith("#include "):
+            letter = found.end()
+            yield letter, letter + 1, "~" if code[letter] != "~" else "-", "text"
+    yield from changed_statements(code, plain)
+
+
+def changed_statements(code, plain):
+    start, last = 0, None
+    for line in plain.splitlines(keepends=True):
+        text, end = line.rstrip("\n"), start + len(line)
+        here = (start, start + len(text)) if STATEMENT.match(text) else None
+        if here:
+            indent = len(text) - len(text.lstrip())
+            yield start + indent, here[1], ";", "statement"
+            if last and code[slice(*last)].strip() != code[slice(*here)].strip():
+                swapped = code[slice(*here)] + code[last[1]:here[0]] + code[slice(*last)]
+                yield last[0], here[1], swapped, "neighbours"
+        start, last = end, here
+
+
+def candidates(root):
+    found = []
+    for file in tree.files(root, (".cpp",)):
+        if not file.startswith("KorvelHelper/") or file.startswith("KorvelHelper/macOS/"):
+            continue
+        code = tree.read(root, file)
+        seen = collections.Counter()
+        for start, end, new, kind in sorted(changes(code, tree.blanked(code))):
+            line = tree.line_of(code, start)
+            text = code.splitlines()[line - 1].strip()
+            old = code[start:end].strip() if kind != "neighbours" else "both"
+            key = (kind, old, text)
+            seen[key] += 1
+            where = text + (f" ({seen[key]})" if seen[key] > 1 else "")
+            shown = new if kind != "neighbours" else "swapped"
+            found.append((Mutant(file, start, end, shown, kind, line, where, old), new))
+    return found
+
+
+def equivalents(root):
+    """{name: reason}."""
+    told = {}
+    path = root / EQUIVALENT
+    for line in path.read_text(encoding="utf-8").splitlines() if path.exists() else ():
+        if line and not line.startswith("#"):
+            name, separator, reason = line.partition("`: equivalent because ")
+            if not separator or not reason:
+                sys.exit(f'{EQUIVALENT}: no "equivalent because": {line}')
+            told[name + "`"] = reason
+    return told
+
+
+class Workshop:
+    """Compiles, links and runs. One for each worker, with a folder of its own."""
+
+    def __init__(self, root, build, folder):
+        self.root, self.build, self.folder = root, build, folder
+        self.compile = {pathlib.Path(each["file"]): each["command"] for each in tree.commands(build)}
+        self.link = {program: self.link_command(program) for _, program, _, _ in PROGRAMS}
+        self.usual = {}
+
+    def link_command(self, program):
+        said = subprocess.run(["ninja", "-C", str(self.build), "-t", "commands", program],
+                              capture_output=True, text=True, check=True).stdout.splitlines()
+        command = next(each for each in SHELL.split(said[-1]) if " -o " in each)
+        place = re.search(r" -o (\S+)", command)[1]
+        return command, place
+
+    def object_of(self, mutant, code):
+        """The changed source's object file; none: it does not compile."""
+        source = self.root / mutant.file
+        changed = self.folder / source.name
+        changed.write_text(code, encoding="utf-8")
+        made = self.folder / "changed.o"
+        command = re.sub(r" -o \S+", f" -o {shlex.quote(str(made))}", self.compile[source])
+        command = re.sub(r" -MF \S+", f" -MF {self.folder}/changed.d", command)
+        command = command.replace(str(source), str(changed)).removeprefix("ccache ")
+        done = subprocess.run(f"{command} -w -Wno-error", shell=True, cwd=self.build, check=False,
+                              capture_output=True, text=True)
+        return made if done.returncode == 0 else None
+
+    def linked(self, program, first):
+        command, place = self.link[program]
+        made = self.folder / program
+        command = command.replace(f" -o {place}", f" -o {made} {first or ''}")
+        done = subprocess.run(command.removeprefix("ccache "), shell=True, cwd=self.build, check=False,
+                              capture_output=True, text=True)
+        return made if done.returncode == 0 else None
+
+    def run(self, program, made, words, environment):
+        """Its status; none: it takes too long."""
+        limit = LIMIT * self.usual[program] + SLACK if program in self.usual else None
+        begun = time.monotonic()
+        process = subprocess.Popen(
+            [str(made), "--gtest_brief=1", "--gtest_fail_fast", *words], cwd=self.folder,
+            env={**os.environ, **environment, "TMPDIR": str(self.folder)}, start_new_session=True,
+            stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        try:
+            status = process.wait(limit)
+        except subprocess.TimeoutExpired:
+            os.killpg(process.pid, 9)
+            process.wait()
+            return None
+        if limit is None:
+            self.usual[program] = time.monotonic() - begun
+        return status
+
+    def prepare(self):
+        """Every program passes when nothing is changed."""
+        for label, program, words, environment in PROGRAMS:
+            made = self.linked(program, None)
+            if made is None or self.run(program, made, words, environment) != 0:
+                sys.exit(f"{label}: {program} does not pass without a change")
+
+    def verdict(self, mutant, new):
+        code = tree.read(self.root, mutant.file)
+        first = self.object_of(mutant, code[:mutant.start] + new + code[mutant.end:])
+        if first is None:
+            return "does not compile", None
+        for label, program, words, environment in PROGRAMS:
+            made = self.linked(program, first)
+            if made is None:
+                return "does not compile", None
+            status = self.run(program, made, words, environment)
+            if status is None:
+                return "timed out", label
+            if status != 0:
+                return "noticed", label
+        return "not noticed", None
+
+
+def chosen(all_of_them, asked):
+    """In the order of a draw; a part takes each one whose turn it is."""
+    drawn = [each for each in all_of_them if not asked.only or asked.only in each[0].name]
+    random.Random(asked.seed).shuffle(drawn)
+    part, parts = map(int, asked.shard.split("/"))
+    return drawn[part - 1::parts], -(-(asked.count - part + 1) // parts)
+
+
+def tried(asked, drawn, count, known):
+    """Verdicts until `count` of them compile."""
+    verdicts, waiting = [], iter(drawn)
+    with tempfile.TemporaryDirectory(prefix="mutants-") as folder:
+        shops = queue.SimpleQueue()
+        for number in range(asked.jobs):
+            place = pathlib.Path(folder, str(number))
+            place.mkdir()
+            shops.put(Workshop(asked.tree, asked.build, place))
+        first = shops.get()
+        first.prepare()
+        shops.put(first)
+
+        def judge(each):
+            shop = shops.get()
+            try:
+                shop.usual = first.usual
+                return each[0], *shop.verdict(*each)
+            finally:
+                shops.put(shop)
+
+        with concurrent.futures.ThreadPoolExecutor(asked.jobs) as pool:
+            under_way = set()
+            begun = time.monotonic()
+            while True:
+                compiled = sum(verdict != "does not compile" for _, verdict, _ in verdicts)
+                while len(under_way) < asked.jobs and compiled + len(under_way) < count:
+                    each = next(waiting, None)
+                    if each is None:
+                        break
+                    under_way.add(pool.submit(judge, each))
+                if not under_way:
+                    return verdicts
+                done, under_way = concurrent.futures.wait(
+                    under_way, return_when=concurrent.futures.FIRST_COMPLETED)
+                for each in done:
+                    mutant, verdict, label = each.result()
+                    if verdict == "not noticed" and mutant.name in known:
+                        verdict = "equivalent"
+                    verdicts.append((mutant, verdict, label))
+                    print(f"{len(verdicts):4} {time.monotonic() - begun:5.0f} s  {verdict}"
+                          f"{' by ' + label if label else ''}: {mutant.file}:{mutant.line} {mutant.kind} "
+                          f"{mutant.old} -> {mutant.new}", flush=True)
+
+
+def summary(asked, verdicts, total):
+    counts = collections.Counter(verdict for _, verdict, _ in verdicts)
+    by = collections.Counter(label for _, verdict, label in verdicts if verdict == "noticed")
+    compiled = len(verdicts) - counts["does not compile"]
+    told = {"seed": asked.seed, "shard": asked.shard, "candidates": total, "compiled": compiled,
+            "verdicts": dict(counts), "noticedBy": dict(by),
+            "kinds": dict(collections.Counter(mutant.kind for mutant, verdict, _ in verdicts
+                                              if verdict != "does not compile")),
+            "notNoticed": [mutant.name for mutant, verdict, _ in verdicts if verdict == "not noticed"]}
+    return told
+
+
+def judged(told):
+    """Prints the figures; whether they are good enough."""
+    counts, compiled = told["verdicts"], told["compiled"]
+    print(f"\n{compiled} of {told['candidates']} possible changes, seed {told['seed']}, part {told['shard']}")
+    for word in ("noticed", "timed out", "equivalent", "not noticed", "does not compile"):
+        print(f"  {word:<18} {counts.get(word, 0):>5}")
+    for label, number in sorted(told["noticedBy"].items(), key=lambda each: -each[1]):
+        print(f"  noticed by {label:<12} {number:>5}")
+    for name in told["notNoticed"]:
+        print(f"NOT NOTICED {name}")
+    real = compiled - counts.get("equivalent", 0)
+    share = (counts.get("noticed", 0) + counts.get("timed out", 0)) / max(1, real)
+    print(f"{100 * share:.1f} % of those that can be noticed are")
+    return share >= NOTICED and counts.get("equivalent", 0) <= MOST_EQUIVALENT * max(1, compiled)
+
+
+def self_test():
+    code = ('#include "a.h"\n// if (no)\nvoid f(int& a) {\n  if (a < 5) return;\n  a = 0x10;\n  g(a, "text");\n'
+            '  h(!b && true);\n  log.error("x");\n}\n')
+    made = {(kind, code[:start] + new + code[end:]) for start, end, new, kind in changes(code, tree.blanked(code))}
+    for kind, old, new in (("operator", "a < 5", "a <= 5"), ("number", "a < 5", "a < 6"),
+                           ("condition", "(a < 5)", "(!(a < 5))"), ("number", "0x10", "0x11"),
+                           ("statement", "  g(a, \"text\");", "  ;"), ("text", '"text"', '"~ext"'),
+                           ("negation", "!b", "b"), ("operator", "&&", "||"),
+                           ("truth value", "true", "false"), ("level", "log.error", "log.fault"),
+                           ("neighbours", '  a = 0x10;\n  g(a, "text");', '  g(a, "text");\n  a = 0x10;')):
+        if (kind, code.replace(old, new, 1)) not in made:
+            sys.exit(f"no change of kind {kind} makes {new} of {old}")
+    if any("yes" in text or "~.h" in text for _, text in made) or len(made) < 14:
+        sys.exit("a comment or an include is changed")
+    for noticed, equivalent, good in ((97, 0, True), (96, 0, False), (94, 3, False), (95, 5, True),
+                                      (94, 6, False)):
+        told = {"seed": 1, "shard": "1/1", "candidates": 100, "compiled": 100, "noticedBy": {},
+                "notNoticed": [], "verdicts": {"noticed": noticed, "equivalent": equivalent}}
+        with contextlib.redirect_stdout(None):
+            is_good = judged(told)
+        if is_good != good:
+            sys.exit(f"{noticed} noticed and {equivalent} equivalent of 100 are judged wrongly")
+    print("every kind of change is made, and the figures are judged as they should be")
+
+
+def main(arguments):
+    if arguments == ["--self-test"]:
+        self_test()
+        return 0
+    reader = argparse.ArgumentParser(description=__doc__)
+    reader.add_argument("tree", type=pathlib.Path)
+    reader.add_argument("build", type=pathlib.Path)
+    reader.add_argument("--count", type=int, default=60)
+    reader.add_argument("--seed", type=int, default=1)
+    reader.add_argument("--shard", default="1/1")
+    reader.add_argument("--jobs", type=int, default=os.cpu_count())
+    reader.add_argument("--json", type=pathlib.Path)
+    reader.add_argument("--only", default="", help="those whose name has this text")
+    reader.add_argument("--list", action="store_true", help="print all possible changes, and try none")
+    asked = reader.parse_args(arguments)
+    asked.tree, asked.build = asked.tree.resolve(), asked.build.resolve()
+    found = candidates(asked.tree)
+    names = {mutant.name for mutant, _ in found}
+    known = equivalents(asked.tree)
+    gone = sorted(set(known) - names)
+    if gone:
+        sys.exit("\n".join(f"{EQUIVALENT}: there is no such change any more: {name}" for name in gone))
+    if asked.list:
+        print("\n".join(sorted(names)))
+        return 0
+    drawn, count = chosen(found, asked)
+    told = summary(asked, tried(asked, drawn, count, known), len(found))
+    if asked.json:
+        asked.json.write_text(json.dumps(told, indent=1) + "\n", encoding="utf-8")
+    return 0 if judged(told) else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv[1:]))
