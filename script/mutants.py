@@ -39,7 +39,7 @@ LIMIT = 10.0     # A program may take so many times as long as without a change,
 SLACK = 10.0     # and so many seconds more.
 NOTICED = 0.97   # Of those that can be noticed, at least.
 MOST_EQUIVALENT = 0.05
-SHELL = re.compile(r" && |^: ")
+SHELL = " && "
 
 # What one token may become.
 SWAPS = {"<": ("<=",), "<=": ("<",), ">": (">=",), ">=": (">",), "==": ("!=",), "!=": ("==",),
@@ -55,7 +55,7 @@ STATEMENT = re.compile(r"^ +(?!return\b|using\b|const\b|auto\b|static|constexpr|
                        r"|continue\b|if\b|for\b|while\b|do\b|switch\b)[\w:.>\-\[\]*]+(?:\([^{}]*\)| [+\-]?= [^{}]*);$")
 LEVEL = re.compile(r"\.(log|error|fault)\(")
 LEVELS = {"log": "error", "error": "fault", "fault": "error"}
-TEXT = re.compile(r'(?<![<"\w])"(?=[^"\\\n])')
+TEXT = re.compile(r'"[^"\n]+"')
 
 
 @dataclasses.dataclass(frozen=True)
@@ -92,10 +92,9 @@ def changes(code, plain):
         yield *found.span(1), f"!({code[slice(*found.span(1))]})", "condition"
     for found in LEVEL.finditer(plain):
         yield *found.span(1), LEVELS[found[1]], "level"
-    for found in TEXT.finditer(code):
-        if plain[found.start()] == '"' and not code[:found.start()].endswith("#include "):
-            letter = found.end()
-            yield letter, letter + 1, "~" if code[letter] != "~" else "-", "text"
+    for found in TEXT.finditer(plain):
+        if code[found.start() + 1] != "\\" and not code[:found.start()].endswith("#include "):
+            yield found.start() + 1, found.start() + 2, "~", "text"
     yield from changed_statements(code, plain)
 
 
@@ -107,7 +106,9 @@ def changed_statements(code, plain):
         if here:
             indent = len(text) - len(text.lstrip())
             yield start + indent, here[1], ";", "statement"
-            if last and code[slice(*last)].strip() != code[slice(*here)].strip():
+            both = code[slice(*last)] + code[slice(*here)] if last else ""
+            # Two plain assignments are one, in whatever order.
+            if last and (both.count(" = ") < 2 or "(" in both):
                 swapped = code[slice(*here)] + code[last[1]:here[0]] + code[slice(*last)]
                 yield last[0], here[1], swapped, "neighbours"
         start, last = end, here
@@ -157,7 +158,7 @@ class Workshop:
     def link_command(self, program):
         said = subprocess.run(["ninja", "-C", str(self.build), "-t", "commands", program],
                               capture_output=True, text=True, check=True).stdout.splitlines()
-        command = next(each for each in SHELL.split(said[-1]) if " -o " in each)
+        command = next(each for each in said[-1].split(SHELL) if " -o " in each)
         place = re.search(r" -o (\S+)", command)[1]
         return command, place
 

@@ -78,6 +78,8 @@ TEST(LogTextTest, AFormatWhoseAnnotationHasNoEndIsTheText) {
   EXPECT_EQ(rendered("100 %% of %{public"), "100 %% of %{public");
 }
 
+TEST(LogTextTest, AnEmptyTextIsEmptyAndNotItsFormat) { EXPECT_EQ(rendered("%{public}s", ""), ""); }
+
 TEST(LogTextTest, ANullTextIsNamed) {
   const char* nothing = nullptr;
   EXPECT_EQ(rendered("%{public}s", nothing), "(null)");

@@ -166,6 +166,25 @@ TEST(StateDecodeTest, ReplyDatesMayBeWholeOrNot) {
   }
 }
 
+TEST(StateDecodeTest, TheFirstWrongFieldOfTheRecordIsNamedWhereverItStands) {
+  Members members;
+  const Members complete = completeFile();
+  for (const char* key :
+       {"chargeLimit", "sailingBand", "forceDischargeActive", "heatPauseActive", "lastWriteAt",
+        "lastWriteVerified", "lastDischargeAbortReason", "lastDischargeAbortAt", "topUpActive",
+        "sleepDisabledByKorvel", "helperVersion"}) {
+    Members rest = complete;
+    for (const auto& [right, value] : members) rest[right] = value;
+    for (auto& [other, value] : rest) {
+      if (!members.contains(other)) value = "[]";
+    }
+    EXPECT_THAT(errorOf(objectOf(rest)),
+                testing::StartsWith("key \"" + std::string(key) + "\" is not a"));
+    members[key] = complete.at(key);
+  }
+  EXPECT_EQ(members.size(), complete.size());
+}
+
 TEST(StateDecodeTest, UnknownKeysAreIgnoredWhateverTheyHold) {
   for (const char* value : {"1", "null", "\"x\"", "[1,[2,{\"chargeLimit\":1}]]",
                             "{\"chargeLimit\":1,\"lastWriteAt\":[]}"}) {

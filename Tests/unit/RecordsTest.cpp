@@ -209,6 +209,18 @@ TEST(CapabilitiesReplyTest, ARecordThatLacksAnyFlagDoesNotDecode) {
   }
 }
 
+TEST(RecordsTest, AReplysDateHasPlainDigitsBelowTenToTheSixteenth) {
+  const auto reply = [](double seconds) {
+    HelperState state;
+    state.lastWriteAt = Date{seconds};
+    return encodeReply(state);
+  };
+  EXPECT_NE(reply(9999999999999998).find("\"lastWriteAt\":9999999999999998,"), std::string::npos);
+  EXPECT_NE(reply(1e16).find("\"lastWriteAt\":1e+16,"), std::string::npos);
+  EXPECT_NE(reply(1e-5).find("\"lastWriteAt\":0.00001,"), std::string::npos);
+  EXPECT_NE(reply(9e-6).find("\"lastWriteAt\":9e-06,"), std::string::npos);
+}
+
 TEST(RecordsTest, DifferWhereOneFieldDoes) {
   HelperState state;
   state.sailingBand += 1;

@@ -24,6 +24,7 @@ using RecordedDomain = test::Recorded<RootPowerDomain>;
 class TestDomain final : public RecordedDomain {
  public:
   using RecordedDomain::RecordedDomain;
+  bool givesConnection = true;
   bool givesPort = true;
   bool givesSource = true;
 
@@ -35,7 +36,7 @@ class TestDomain final : public RecordedDomain {
     registered = callback;
     const auto made = RecordedDomain::registerForSystemPower(refcon, port, callback, notifier);
     if (!givesPort) port = 0;
-    return made;
+    return givesConnection ? made : 0;
   }
   HandleRef notificationPortGetRunLoopSource(HandleRef port) override {
     return givesSource ? RecordedDomain::notificationPortGetRunLoopSource(port) : 0;
@@ -116,6 +117,15 @@ TEST_F(SystemPowerObserverTest, AFailedRegistrationIsAFaultAndLeavesItUnregister
 
 TEST_F(SystemPowerObserverTest, ARegistrationWithoutAPortIsAFailedOne) {
   domain.givesPort = false;
+  auto observer = made();
+  observer->start();
+  observer.reset();
+  EXPECT_THAT(calls, ElementsAre("mainRunLoop", "registerForSystemPower"));
+  EXPECT_EQ(log.lines.size(), 1U);
+}
+
+TEST_F(SystemPowerObserverTest, ARegistrationWithoutAConnectionIsAFailedOne) {
+  domain.givesConnection = false;
   auto observer = made();
   observer->start();
   observer.reset();
