@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "Base/Trap.h"
 #include "Platform/Dispatch.h"
 #include "Platform/Process.h"
 #include "Tests/model/Recorder.h"
@@ -86,6 +87,7 @@ class RecordedProcess final : public korvel::Process {
     recorder.finish(recorder.begin("exit " + std::to_string(status)), {});
     recorder.close();
     process.exit(status);
+    korvel::trap("the process went on after its exit");  // g++ 12 forgets that exit() ends it.
   }
   std::optional<std::string> bundleExecutablePath() override {
     return process.bundleExecutablePath();
