@@ -1,6 +1,5 @@
 #include "ClamshellSleepController.h"
 
-#include <optional>
 #include <string_view>
 
 namespace korvel {
@@ -9,14 +8,9 @@ namespace {
 
 constexpr std::string_view sleepDisabledKey = "SleepDisabled";
 
-/// Booleans, and the numbers that stand for them: other programs have stored either.
-std::optional<bool> asBoolean(const PropertyValue& value) {
-  if (const auto boolean = value.boolean()) return boolean;
-  const auto integer = value.integer();
-  const auto real = value.real();
-  if (integer == 0 || real == 0.0) return false;
-  if (integer == 1 || real == 1.0) return true;
-  return std::nullopt;
+/// A Boolean, or a number that stands for one: other programs have stored either.
+bool isTrue(const PropertyValue& value) {
+  return value.boolean() == true || value.integer() == 1 || value.real() == 1.0;
 }
 
 }  // namespace
@@ -47,7 +41,7 @@ void ClamshellSleepController::disable() {
 }
 
 bool ClamshellSleepController::isEnabled() {
-  return asBoolean(settings.copySystemPowerSettings()[sleepDisabledKey]).value_or(false);
+  return isTrue(settings.copySystemPowerSettings()[sleepDisabledKey]);
 }
 
 }  // namespace korvel
