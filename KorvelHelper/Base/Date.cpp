@@ -1,5 +1,6 @@
 #include "Base/Date.h"
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdint>
@@ -126,7 +127,7 @@ std::optional<std::int64_t> readOffset(FieldReader& reader) {
 std::string iso8601Text(Date date) {
   double seconds = std::floor(date.secondsSinceReference);
   if (!(seconds >= earliestSeconds)) seconds = earliestSeconds;  // also catches "not a number"
-  if (seconds > latestSeconds) seconds = latestSeconds;
+  seconds = std::min(seconds, latestSeconds);
   // Counted from day number 0, so that no division meets a negative.
   const std::int64_t total = static_cast<std::int64_t>(seconds) + referenceDay * secondsPerDay;
   const CivilDay civil = civilDay(total / secondsPerDay);
@@ -155,9 +156,8 @@ std::optional<Date> dateFromISO8601(std::string_view text) {
   const std::int64_t second = reader.number(2);
   const std::optional<std::int64_t> offset = readOffset(reader);
   if (!reader.complete() || !offset) return std::nullopt;
-  if (civil.year < 1 || civil.month < 1 || civil.month > 12 || civil.day < 1) return std::nullopt;
-  if (hour > 23 || minute > 59 || second > 59) return std::nullopt;
-  if (civilDay(dayNumber(civil)) != civil) return std::nullopt;  // a day that never was
+  if (civil.year < 1 || hour > 23 || minute > 59 || second > 59) return std::nullopt;
+  if (civilDay(dayNumber(civil)) != civil) return std::nullopt;  // no such month, or day of it
   const std::int64_t clock = (hour * 60 + minute) * 60 + second;
   return Date{startOf(civil) + static_cast<double>(clock - *offset)};
 }

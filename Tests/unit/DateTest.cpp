@@ -132,6 +132,23 @@ TEST(DateTest, OtherFormsAreNoDates) {
   }
 }
 
+TEST(DateTest, NoOtherMonthsAndDaysOfTwoDigitsAreDates) {
+  constexpr std::array<unsigned, 12> lengths = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+  for (const int year : {1, 4, 1581, 1583, 1900, 2000, 2023, 9999}) {
+    const bool leap = year == 4 || year == 2000;
+    for (unsigned month = 0; month < 100; ++month) {
+      unsigned length = month >= 1 && month <= 12 ? lengths[month - 1] : 0;
+      if (month == 2 && leap) ++length;
+      for (unsigned day = 0; day < 100; ++day) {
+        std::array<char, 32> text{};
+        std::snprintf(text.data(), text.size(), "%04d-%02u-%02uT00:00:00Z", year, month, day);
+        ASSERT_EQ(dateFromISO8601(text.data()).has_value(), day >= 1 && day <= length)
+            << text.data();
+      }
+    }
+  }
+}
+
 TEST(DateTest, NULBytesAreNoDates) {
   EXPECT_EQ(dateFromISO8601(std::string_view("2001-01-01T00:00:00Z\0", 21)), std::nullopt);
   EXPECT_EQ(dateFromISO8601(std::string_view("2001-01-01\0T00:00:00Z", 21)), std::nullopt);

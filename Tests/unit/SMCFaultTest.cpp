@@ -14,15 +14,13 @@
 namespace korvel {
 namespace {
 
+using test::reopened;
+using test::reopenFailed;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::Not;
 using Answer = test::ScriptedSMC::Answer;
 
-constexpr const char* reopened =
-    "default SMCWriter: AppleSMC connection reopened after stale-handle recovery";
-constexpr const char* reopenFailed =
-    "fault SMCWriter: AppleSMC reopen failed — writes will continue to fail until launchd respawns";
 const std::vector<KernReturn> staleCodes = {ioReturnNoDevice, ioReturnNotOpen};
 const std::vector<KernReturn> otherCodes = {
     ioReturnError, ioReturnNotPrivileged, ioReturnBadArgument, 268435459, 1, -1};

@@ -13,13 +13,10 @@
 namespace korvel {
 namespace {
 
+using test::reopened;
+using test::reopenFailed;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-constexpr const char* reopened =
-    "default SMCWriter: AppleSMC connection reopened after stale-handle recovery";
-constexpr const char* reopenFailed =
-    "fault SMCWriter: AppleSMC reopen failed — writes will continue to fail until launchd respawns";
 
 class SMCWriterTest : public testing::Test {
  protected:

@@ -18,6 +18,12 @@
 
 namespace korvel::test {
 
+/// The helper logs these lines about a connection that it had to open anew.
+inline constexpr const char* reopened =
+    "default SMCWriter: AppleSMC connection reopened after stale-handle recovery";
+inline constexpr const char* reopenFailed =
+    "fault SMCWriter: AppleSMC reopen failed — writes will continue to fail until launchd respawns";
+
 /// The SMC of a machine that has no keys at first, as one helper process reaches it. A test's
 /// script can take the place of an answer, also with a kernel code and a result byte at once, which
 /// the machine never gives. Keeps the calls as text ("match", "open", "info CHTE", "read CHTE",
