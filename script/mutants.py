@@ -4,14 +4,14 @@
 usage: mutants.py TREE BUILD [--count N] [--seed S] [--shard I/N] [--json FILE] [--list] [--only TEXT]
        mutants.py --self-test
 
-The tree is not touched: a changed copy of one source is compiled by itself and linked before the rest
-of the core. EQUIVALENT names the changes that nothing can notice, each with its reason.
+The tree is not touched: a changed copy of one source, or what includes a changed header, is compiled by
+itself and linked before the rest of the core. EQUIVALENT names the changes that nothing can notice, each
+with its reason.
 """
 import argparse
 import collections
 import concurrent.futures
 import contextlib
-import dataclasses
 import json
 import os
 import pathlib
@@ -25,7 +25,8 @@ import tempfile
 import time
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent / "checks"))
-import tree  # noqa: E402  (the folder is known from here on)
+import mutations  # noqa: E402  (the folder is known from here on)
+import tree  # noqa: E402
 
 EQUIVALENT = "script/mutants-equivalent.txt"
 # The test programs in the order in which they are asked, with their arguments and environment. Most
@@ -40,97 +41,7 @@ SLACK = 10.0     # and so many seconds more.
 NOTICED = 0.97   # Of those that can be noticed, at least.
 MOST_EQUIVALENT = 0.05
 SHELL = " && "
-
-# What one token may become.
-SWAPS = {"<": ("<=",), "<=": ("<",), ">": (">=",), ">=": (">",), "==": ("!=",), "!=": ("==",),
-         "&&": ("||",), "||": ("&&",), "true": ("false",), "false": ("true",), "+": ("-",),
-         "-": ("+",), "+=": ("-=",), "-=": ("+=",), "*": ("/",), "/": ("*",), "++": ("--",),
-         "--": ("++",)}
-# Spaces tell an operator from a bracket of a template, a reference or a pointer.
-TOKEN = re.compile(r"(?<= )(?:<=|>=|==|!=|&&|\|\||\+=|-=|<|>|\+|-|\*|/)(?= )|\b(?:true|false)\b|\+\+|--")
-NUMBER = re.compile(r"(?<![\w.'])(?:0[xX][0-9a-fA-F]+|\d[\d']*(?:\.\d+)?)(?![\w.'])")
-NEGATION = re.compile(r"(?<![\w)\]!])!(?=[\w(])")
-CONDITION = re.compile(r"\bif \(((?:[^();]|\((?:[^()]|\([^()]*\))*\))+)\)")
-STATEMENT = re.compile(r"^ +(?!return\b|using\b|const\b|auto\b|static|constexpr|case\b|default\b|else\b|throw\b|break\b"
-                       r"|continue\b|if\b|for\b|while\b|do\b|switch\b)[\w:.>\-\[\]*]+(?:\([^{}]*\)| [+\-]?= [^{}]*);$")
-LEVEL = re.compile(r"\.(log|error|fault)\(")
-LEVELS = {"log": "error", "error": "fault", "fault": "error"}
-TEXT = re.compile(r'"[^"\n]+"')
-
-
-@dataclasses.dataclass(frozen=True)
-class Mutant:
-    file: str
-    start: int
-    end: int
-    new: str
-    kind: str
-    line: int
-    where: str  # The line, and which of its like in the file.
-    old: str
-
-    @property
-    def name(self):
-        return f"{self.file}: {self.kind} `{self.old}` -> `{self.new}` in `{self.where}`"
-
-
-def changes(code, plain):
-    """(start, end, new, kind) of everything that may be changed. `plain` is the code without comments
-    and the insides of texts, at the same offsets."""
-    for found in TOKEN.finditer(plain):
-        for new in SWAPS[found[0]]:
-            yield *found.span(), new, "operator" if not new.isalpha() else "truth value"
-    for found in NUMBER.finditer(plain):
-        old = found[0].replace("'", "")
-        if old.lower().startswith("0x"):
-            yield *found.span(), hex(int(old, 16) ^ 1), "number"
-        else:
-            yield *found.span(), str(float(old) + 1 if "." in old else int(old) + 1), "number"
-    for found in NEGATION.finditer(plain):
-        yield *found.span(), "", "negation"
-    for found in CONDITION.finditer(plain):
-        yield *found.span(1), f"!({code[slice(*found.span(1))]})", "condition"
-    for found in LEVEL.finditer(plain):
-        yield *found.span(1), LEVELS[found[1]], "level"
-    for found in TEXT.finditer(plain):
-        if code[found.start() + 1] != "\\" and not code[:found.start()].endswith("#include "):
-            yield found.start() + 1, found.start() + 2, "~", "text"
-    yield from changed_statements(code, plain)
-
-
-def changed_statements(code, plain):
-    start, last = 0, None
-    for line in plain.splitlines(keepends=True):
-        text, end = line.rstrip("\n"), start + len(line)
-        here = (start, start + len(text)) if STATEMENT.match(text) else None
-        if here:
-            indent = len(text) - len(text.lstrip())
-            yield start + indent, here[1], ";", "statement"
-            both = code[slice(*last)] + code[slice(*here)] if last else ""
-            # Two plain assignments are one, in whatever order.
-            if last and (both.count(" = ") < 2 or "(" in both):
-                swapped = code[slice(*here)] + code[last[1]:here[0]] + code[slice(*last)]
-                yield last[0], here[1], swapped, "neighbours"
-        start, last = end, here
-
-
-def candidates(root):
-    found = []
-    for file in tree.files(root, (".cpp",)):
-        if not file.startswith("KorvelHelper/") or file.startswith("KorvelHelper/macOS/"):
-            continue
-        code = tree.read(root, file)
-        seen = collections.Counter()
-        for start, end, new, kind in sorted(changes(code, tree.blanked(code))):
-            line = tree.line_of(code, start)
-            text = code.splitlines()[line - 1].strip()
-            old = code[start:end].strip() if kind != "neighbours" else "both"
-            key = (kind, old, text)
-            seen[key] += 1
-            where = text + (f" ({seen[key]})" if seen[key] > 1 else "")
-            shown = new if kind != "neighbours" else "swapped"
-            found.append((Mutant(file, start, end, shown, kind, line, where, old), new))
-    return found
+NOT_COMPILED, SAME = "does not compile", "compiles to the same"
 
 
 def equivalents(root):
@@ -151,9 +62,17 @@ class Workshop:
 
     def __init__(self, root, build, folder):
         self.root, self.build, self.folder = root, build, folder
-        self.compile = {pathlib.Path(each["file"]): each["command"] for each in tree.commands(build)}
+        self.compile = {pathlib.Path(each["file"]): self.compile_command(each["command"])
+                        for each in tree.commands(build)}
         self.link = {program: self.link_command(program) for _, program, _, _ in PROGRAMS}
         self.usual = {}
+        self.includes = {}
+
+    @staticmethod
+    def compile_command(command):
+        """(the object file, the command that makes it)."""
+        command = command.removeprefix("ccache ")
+        return re.search(r" -o (\S+)", command)[1], command
 
     def link_command(self, program):
         said = subprocess.run(["ninja", "-C", str(self.build), "-t", "commands", program],
@@ -162,18 +81,38 @@ class Workshop:
         place = re.search(r" -o (\S+)", command)[1]
         return command, place
 
-    def object_of(self, mutant, code):
-        """The changed source's object file; none: it does not compile."""
+    def users(self, header):
+        """The core's sources that include it."""
+        if not self.includes:
+            said = subprocess.run(["ninja", "-C", str(self.build), "-t", "deps"], capture_output=True,
+                                  text=True, check=True).stdout
+            for entry in said.split("\n\n"):
+                made, *needed = entry.split("\n")
+                if made.startswith("KorvelHelper/"):
+                    paths = {(self.build / each.strip()).resolve() for each in needed}
+                    self.includes[next(path for path in paths if path.suffix == ".cpp")] = paths
+        return [source for source, paths in self.includes.items() if header in paths] or sys.exit(
+            f"{header}: no source of the core includes it")
+
+    def objects_of(self, mutant, code):
+        """The object files of what is changed, or the verdict: it does not compile, or is the same."""
         source = self.root / mutant.file
         changed = self.folder / source.name
         changed.write_text(code, encoding="utf-8")
-        made = self.folder / "changed.o"
-        command = re.sub(r" -o \S+", f" -o {shlex.quote(str(made))}", self.compile[source])
-        command = re.sub(r" -MF \S+", f" -MF {self.folder}/changed.d", command)
-        command = command.replace(str(source), str(changed)).removeprefix("ccache ")
-        done = subprocess.run(f"{command} -w -Wno-error", shell=True, cwd=self.build, check=False,
-                              capture_output=True, text=True)
-        return made if done.returncode == 0 else None
+        overlay = self.folder / "overlay.json"
+        overlay.write_text(json.dumps({"version": 0, "roots": [
+            {"type": "file", "name": str(source), "external-contents": str(changed)}]}))
+        made, differs = [], False
+        for user in [source] if source.suffix == ".cpp" else self.users(source):
+            usual, command = self.compile[user]
+            made.append(self.folder / f"{user.stem}.o")
+            command = command.replace(f" -o {usual}", f" -o {shlex.quote(str(made[-1]))}")
+            done = subprocess.run(f"{command} -w -Wno-error -ivfsoverlay {overlay}", shell=True, check=False,
+                                  cwd=self.build, capture_output=True)
+            if done.returncode != 0:
+                return [], NOT_COMPILED
+            differs |= made[-1].read_bytes() != (self.build / usual).read_bytes()
+        return made, None if differs else SAME
 
     def linked(self, program, first):
         command, place = self.link[program]
@@ -210,13 +149,14 @@ class Workshop:
 
     def verdict(self, mutant, new):
         code = tree.read(self.root, mutant.file)
-        first = self.object_of(mutant, code[:mutant.start] + new + code[mutant.end:])
-        if first is None:
-            return "does not compile", None
+        made, refusal = self.objects_of(mutant, code[:mutant.start] + new + code[mutant.end:])
+        if refusal:
+            return refusal, None
+        first = shlex.join(map(str, made))
         for label, program, words, environment in PROGRAMS:
             made = self.linked(program, first)
             if made is None:
-                return "does not compile", None
+                return NOT_COMPILED, None
             status = self.run(program, made, words, environment)
             if status is None:
                 return "timed out", label
@@ -258,7 +198,7 @@ def tried(asked, drawn, count, known):
             under_way = set()
             begun = time.monotonic()
             while True:
-                compiled = sum(verdict != "does not compile" for _, verdict, _ in verdicts)
+                compiled = sum(verdict not in (NOT_COMPILED, SAME) for _, verdict, _ in verdicts)
                 while len(under_way) < asked.jobs and compiled + len(under_way) < count:
                     each = next(waiting, None)
                     if each is None:
@@ -281,11 +221,11 @@ def tried(asked, drawn, count, known):
 def summary(asked, verdicts, total):
     counts = collections.Counter(verdict for _, verdict, _ in verdicts)
     by = collections.Counter(label for _, verdict, label in verdicts if verdict == "noticed")
-    compiled = len(verdicts) - counts["does not compile"]
+    compiled = len(verdicts) - counts[NOT_COMPILED] - counts[SAME]
     told = {"seed": asked.seed, "shard": asked.shard, "candidates": total, "compiled": compiled,
             "verdicts": dict(counts), "noticedBy": dict(by),
             "kinds": dict(collections.Counter(mutant.kind for mutant, verdict, _ in verdicts
-                                              if verdict != "does not compile")),
+                                              if verdict not in (NOT_COMPILED, SAME))),
             "notNoticed": [mutant.name for mutant, verdict, _ in verdicts if verdict == "not noticed"]}
     return told
 
@@ -294,10 +234,10 @@ def judged(told):
     """Prints the figures; whether they are good enough."""
     counts, compiled = told["verdicts"], told["compiled"]
     print(f"\n{compiled} of {told['candidates']} possible changes, seed {told['seed']}, part {told['shard']}")
-    for word in ("noticed", "timed out", "equivalent", "not noticed", "does not compile"):
-        print(f"  {word:<18} {counts.get(word, 0):>5}")
+    for word in ("noticed", "timed out", "equivalent", "not noticed", SAME, NOT_COMPILED):
+        print(f"  {word:<20} {counts.get(word, 0):>5}")
     for label, number in sorted(told["noticedBy"].items(), key=lambda each: -each[1]):
-        print(f"  noticed by {label:<12} {number:>5}")
+        print(f"  noticed by {label:<14} {number:>5}")
     for name in told["notNoticed"]:
         print(f"NOT NOTICED {name}")
     real = compiled - counts.get("equivalent", 0)
@@ -309,7 +249,7 @@ def judged(told):
 def self_test():
     code = ('#include "a.h"\n// if (no)\nvoid f(int& a) {\n  if (a < 5) return;\n  a = 0x10;\n  g(a, "text");\n'
             '  h(!b && true);\n  log.error("x");\n}\n')
-    made = {(kind, code[:start] + new + code[end:]) for start, end, new, kind in changes(code, tree.blanked(code))}
+    made = {(kind, code[:start] + new + code[end:]) for start, end, new, kind in mutations.changes(code, tree.blanked(code))}
     for kind, old, new in (("operator", "a < 5", "a <= 5"), ("number", "a < 5", "a < 6"),
                            ("condition", "(a < 5)", "(!(a < 5))"), ("number", "0x10", "0x11"),
                            ("statement", "  g(a, \"text\");", "  ;"), ("text", '"text"', '"~ext"'),
@@ -347,7 +287,7 @@ def main(arguments):
     reader.add_argument("--list", action="store_true", help="print all possible changes, and try none")
     asked = reader.parse_args(arguments)
     asked.tree, asked.build = asked.tree.resolve(), asked.build.resolve()
-    found = candidates(asked.tree)
+    found = mutations.candidates(asked.tree)
     names = {mutant.name for mutant, _ in found}
     known = equivalents(asked.tree)
     gone = sorted(set(known) - names)

@@ -209,6 +209,18 @@ TEST(CapabilitiesReplyTest, ARecordThatLacksAnyFlagDoesNotDecode) {
   }
 }
 
+TEST(CapabilitiesReplyTest, OfSeveralMissingFlagsTheFirstIsNamed) {
+  std::string text = "{";
+  for (const std::string key : {"tahoeCharging", "preTahoeCharging", "tahoeDischarge",
+                                "preTahoeDischarge", "nativeCharging"}) {
+    const auto decoded = decodeCapabilities(text + '}');
+    ASSERT_FALSE(decoded) << key;
+    EXPECT_EQ(decoded.error(), "missing key \"" + key + "\"");
+    text += (text.size() > 1 ? ",\"" : "\"") + key + "\":true";
+  }
+  EXPECT_TRUE(decodeCapabilities(text + '}'));
+}
+
 TEST(RecordsTest, AReplysDateHasPlainDigitsBelowTenToTheSixteenth) {
   const auto reply = [](double seconds) {
     HelperState state;
