@@ -1,9 +1,8 @@
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <fstream>
-#include <stdexcept>
 
+#include "Tests/LongRun.h"
 #include "Tests/model/Story.h"
 
 namespace model {
@@ -12,38 +11,15 @@ namespace {
 
 constexpr std::uint64_t slices = 8;
 
-std::uint64_t number(const char* variable, std::uint64_t otherwise) {
-  // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody changes the environment
-  const char* value = std::getenv(variable);
-  return value == nullptr ? otherwise : std::strtoull(value, nullptr, 10);
-}
-
-/// KORVEL_SEED selects one seed; KORVEL_FIRST_SEED and KORVEL_SEEDS a range, and KORVEL_SHARD "I/N"
-/// every Nth of it, from the Ith on. Each slice gets an equal part of them, so that slices can be
-/// played side by side; one seed is the first slice's.
-std::vector<std::uint64_t> seeds(std::uint64_t usual, std::uint64_t slice) {
-  if (const std::uint64_t one = number("KORVEL_SEED", 0); one != 0) {
-    return slice == 0 ? std::vector{one} : std::vector<std::uint64_t>{};
+/// Slices can be played side by side: each takes an equal part of the seeds.
+std::vector<std::uint64_t> seedsOf(std::uint64_t slice) {
+  const longrun::Shard part{slice + 1, slices};
+  std::vector<std::uint64_t> seeds;
+  for (std::uint64_t number = 0;
+       const std::uint64_t seed : longrun::seedsToPlay(longrun::ownEnvironment, 2000)) {
+    if (part.takes(number++)) seeds.push_back(seed);
   }
-  std::uint64_t shard = 1;
-  std::uint64_t shards = 1;
-  // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody changes the environment
-  if (const char* value = std::getenv("KORVEL_SHARD")) {
-    char* rest = nullptr;
-    shard = std::strtoull(value, &rest, 10);
-    shards = *rest == '/' ? std::strtoull(rest + 1, nullptr, 10) : 0;
-    if (shard == 0 || shard > shards) {
-      throw std::invalid_argument(std::string("KORVEL_SHARD is ") + value +
-                                  ", not I/N with 1 <= I <= N");
-    }
-  }
-  std::vector<std::uint64_t> all;
-  const std::uint64_t first = number("KORVEL_FIRST_SEED", 1);
-  const std::uint64_t end = number("KORVEL_SEEDS", usual);
-  for (std::uint64_t i = shard - 1 + slice * shards; i < end; i += shards * slices) {
-    all.push_back(first + i);
-  }
-  return all;
+  return seeds;
 }
 
 std::string told(const Story& story, const Difference& found) {
@@ -57,8 +33,10 @@ class ModelTest : public testing::TestWithParam<std::uint64_t> {};
 
 TEST_P(ModelTest, AgreesWithTheProgram) {
   int failed = 0;
+  int stories = 0;
   Reach reach;
-  for (const std::uint64_t seed : seeds(2000, GetParam())) {
+  for (const std::uint64_t seed : seedsOf(GetParam())) {
+    ++stories;
     const Story story = storyFor(seed);
     const Played run = played(story);
     reach.add(run);
@@ -67,8 +45,8 @@ TEST_P(ModelTest, AgreesWithTheProgram) {
     ADD_FAILURE() << told(least, *compared(played(least)));
     if (++failed == 3) break;
   }
-  // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody changes the environment
-  if (const char* directory = std::getenv("KORVEL_REACH")) {
+  RecordProperty("stories", stories);
+  if (const char* directory = longrun::ownEnvironment("KORVEL_REACH")) {
     std::ofstream file(std::string(directory) + "/reach." + std::to_string(GetParam()));
     for (const std::string& line : reach.lines) file << line << '\n';
     EXPECT_TRUE(file.flush()) << "KORVEL_REACH is " << directory << ", not a directory";

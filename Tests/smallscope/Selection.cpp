@@ -1,6 +1,5 @@
 #include "Tests/smallscope/Selection.h"
 
-#include <charconv>
 #include <set>
 #include <stdexcept>
 #include <string>
@@ -9,30 +8,11 @@
 
 namespace smallscope {
 
-namespace {
+using longrun::numberOr;
+using longrun::Shard;
+using longrun::textOr;
 
-std::string_view textOr(Environment environment, const char* name, std::string_view otherwise) {
-  const char* const value = environment(name);
-  return value == nullptr || *value == '\0' ? otherwise : std::string_view(value);
-}
-
-std::uint64_t numberOr(Environment environment, const char* name, std::uint64_t otherwise) {
-  const std::string_view text = textOr(environment, name, "");
-  if (text.empty()) return otherwise;
-  std::uint64_t number = 0;
-  const char* const begin = text.data();
-  const char* const end = begin + text.size();
-  const auto read = std::from_chars(begin, end, number);
-  if (read.ec != std::errc() || read.ptr != end || number == 0) {
-    throw std::invalid_argument(std::string(name) + " takes a whole number from 1, not \"" +
-                                std::string(text) + '"');
-  }
-  return number;
-}
-
-}  // namespace
-
-Selection selectionFrom(Environment environment) {
+Selection selectionFrom(longrun::Environment environment) {
   Selection selection;
   selection.full = textOr(environment, "KORVEL_FULL", "") == "1";
   selection.shard = Shard::from(textOr(environment, "KORVEL_SHARD", "1/1"));

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "Tests/Shard.h"
+#include "Tests/LongRun.h"
 #include "Tests/smallscope/Stimuli.h"
 
 namespace smallscope {
@@ -14,15 +14,13 @@ namespace smallscope {
 /// draws.
 struct Selection {
   bool full = false;                 ///< KORVEL_FULL=1: every sequence, and every call.
-  Shard shard;                       ///< KORVEL_SHARD=I/N: one of N parts of them.
+  longrun::Shard shard;              ///< KORVEL_SHARD=I/N: one of N parts of them.
   std::uint64_t seed = 1;            ///< KORVEL_SEED: the seed of the draw.
   std::optional<Sequence> sequence;  ///< KORVEL_SEQUENCE: this sequence alone.
   std::uint64_t killAt = 0;          ///< KORVEL_K: with the kill at this call of its last step.
 };
-/// Reads a variable by its name; null: it is not set.
-using Environment = const char* (*)(const char* name);
 /// Throws std::invalid_argument with the allowed values when a variable has another one.
-Selection selectionFrom(Environment environment);
+Selection selectionFrom(longrun::Environment environment);
 
 /// Returns the numbers below `total` that are to be played, `few` of them in a drawn selection.
 /// `salt` gives each profile a draw of its own.

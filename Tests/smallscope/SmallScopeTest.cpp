@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -21,13 +20,6 @@ constexpr std::size_t longestKilledSequence = 2;
 constexpr std::uint64_t fewSequences = 100;
 constexpr std::uint64_t fewKilledSequences = 8;
 constexpr std::uint64_t fewKills = 6;
-
-Selection selection() {
-  return selectionFrom([](const char* name) -> const char* {
-    // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody changes the environment
-    return std::getenv(name);
-  });
-}
 
 std::vector<std::string> profiles() {
   std::vector<std::string> names;
@@ -60,7 +52,7 @@ class SmallScope : public testing::TestWithParam<std::string> {
  protected:
   void SetUp() override {
     try {
-      selected = selection();
+      selected = selectionFrom(longrun::ownEnvironment);
     } catch (const std::invalid_argument& wrong) {
       FAIL() << wrong.what();
     }

@@ -1,9 +1,9 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <exception>
 
+#include "Tests/LongRun.h"
 #include "Tests/swarm/Swarm.h"
 #include "Tests/sweeps/CurrentCase.h"
 
@@ -31,26 +31,17 @@ Result run(const SwarmPlan& plan) {
   return {swarm.hash(), findings.text(), findings.empty() ? "" : swarm.journalTail()};
 }
 
-std::uint64_t number(const char* variable, std::uint64_t otherwise) {
-  // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody changes the environment
-  const char* value = std::getenv(variable);
-  return value == nullptr ? otherwise : std::strtoull(value, nullptr, 10);
-}
-
-/// KORVEL_SEED selects one seed, KORVEL_SEEDS the number of seeds from 1 on.
 std::vector<std::uint64_t> seeds(std::uint64_t usual) {
-  // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody changes the environment
-  if (std::getenv("KORVEL_SEED") != nullptr) return {number("KORVEL_SEED", 0)};
-  std::vector<std::uint64_t> all;
-  for (std::uint64_t seed = 1; seed <= number("KORVEL_SEEDS", usual); ++seed) all.push_back(seed);
-  return all;
+  return longrun::seedsToPlay(longrun::ownEnvironment, usual);
 }
 
 void tellPlan(const SwarmPlan& plan) { std::printf("%s\n", plan.text().c_str()); }
 
 TEST(SwarmTest, ComesRightAfterAnything) {
   int failed = 0;
+  int runs = 0;
   for (const std::uint64_t seed : seeds(150)) {
+    ++runs;
     const SwarmPlan plan = planFor(seed);
     tellPlan(plan);
     const Result result = run(plan);
@@ -61,6 +52,7 @@ TEST(SwarmTest, ComesRightAfterAnything) {
                   << " korvel_swarm_tests --gtest_filter=SwarmTest.ComesRightAfterAnything";
     if (++failed == 3) break;
   }
+  RecordProperty("runs", runs);
 }
 
 TEST(SwarmTest, RunsTheSameFromTheSameSeed) {
