@@ -5,7 +5,7 @@ import re
 
 import tree
 
-# What one token may become.
+# A token becomes one of these.
 SWAPS = {"<": ("<=",), "<=": ("<",), ">": (">=",), ">=": (">",), "==": ("!=",), "!=": ("==",),
          "&&": ("||",), "||": ("&&",), "true": ("false",), "false": ("true",), "+": ("-",),
          "-": ("+",), "+=": ("-=",), "-=": ("+=",), "*": ("/",), "/": ("*",), "++": ("--",),
@@ -20,7 +20,7 @@ STATEMENT = re.compile(r"^ +(?!return\b|using\b|const\b|auto\b|static|constexpr|
 LEVEL = re.compile(r"\.(log|error|fault)\(")
 LEVELS = {"log": "error", "error": "fault", "fault": "error"}
 TEXT = re.compile(r'"[^"\n]+"')
-# What only asserts what always holds, only saves time, only speaks to the compiler, or does nothing on
+# Code like this only asserts what always holds, saves time, speaks to the compiler, or does nothing on
 # these systems.
 LEFT_ALONE = re.compile(r"\bassertCurrent\(|\btrap\(|\.reserve\(|\bva_end\(|\) (?:const )?= 0;"
                         r"|\b(?:REQUIRES|EXCLUDES|ACQUIRE|RELEASE|GUARDED_BY|CAPABILITY)\(")
