@@ -78,8 +78,8 @@ inline std::vector<std::uint64_t> seedsToPlay(Environment environment, std::uint
   const std::uint64_t count = numberOr(environment, "KORVEL_SEEDS", usual);
   const Shard shard = Shard::from(textOr(environment, "KORVEL_SHARD", "1/1"));
   std::vector<std::uint64_t> seeds;
-  for (std::uint64_t number = shard.part - 1; number < count; number += shard.parts) {
-    seeds.push_back(first + number);
+  for (std::uint64_t number = 0; number < count; ++number) {
+    if (shard.takes(number)) seeds.push_back(first + number);
   }
   return seeds;
 }

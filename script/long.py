@@ -48,7 +48,7 @@ class Games:
             told = folder / f"{number}.json"
             done = subprocess.run(
                 ["nice", str(program), f"--gtest_filter={self.tests}", f"--gtest_output=json:{told}"],
-                env={**os.environ, **seeds, "KORVEL_SHARD": f"{(part - 1) * CHUNKS + number}/{parts * CHUNKS}"},
+                env={**os.environ, **seeds, "KORVEL_SHARD": f"{(number - 1) * parts + part}/{parts * CHUNKS}"},
                 cwd=folder, check=False, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
             if not told.exists():
                 return {FAILURES: [f"{self.program} ended with status {done.returncode}: {done.stdout[-2000:]}"]}

@@ -294,7 +294,7 @@ def main(arguments):
     if gone:
         sys.exit("\n".join(f"{EQUIVALENT}: there is no such change any more: {name}" for name in gone))
     if asked.list:
-        print("\n".join(sorted(names)))
+        print("\n".join(sorted(name for name in names if asked.only in name)))
         return 0
     drawn, count = chosen(found, asked)
     told = summary(asked, tried(asked, drawn, count, known), len(found))
