@@ -111,7 +111,10 @@ void ProfileReader::complain(const std::string& where, const std::string& expect
 }
 
 std::string ProfileReader::keyPath(std::string_view key) const {
-  return path.empty() ? std::string(key) : path + "." + std::string(key);
+  // As the file has it, in one line: a name may hold a line break.
+  const std::string quoted = Json(key).dump();
+  const std::string written = quoted.substr(1, quoted.size() - 2);
+  return path.empty() ? written : path + "." + written;
 }
 
 void ProfileReader::finish() {

@@ -1,5 +1,6 @@
 #include "VirtualMac/Machine/Profile.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -136,6 +137,13 @@ TEST(ProfileTest, ErrorsNameFileKeyAndAllowedValues) {
             "mine.json: identities[0].name must be text that is not empty");
   EXPECT_EQ(errorOf(R"({"identities": [{"name": "x", "leafExtensions": [1]}]})"),
             "mine.json: identities[0].leafExtensions must be a list of object identifiers as text");
+}
+
+TEST(ProfileTest, ANameWithALineBreakIsToldInOneLine) {
+  EXPECT_EQ(errorOf(R"({"smc": {"keys": {"C\n\"HTE": {"size": 1, "type": "ui8 "}}}})"),
+            R"(mine.json: smc.keys.C\n\"HTE must be named by four characters)");
+  EXPECT_THAT(errorOf(R"({"fan\n": 1})"),
+              testing::StartsWith(R"(mine.json: fan\n is not known; known here: )"));
 }
 
 TEST(ProfileTest, AnUnknownKeyListsTheKnownOnes) {
