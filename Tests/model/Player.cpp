@@ -45,7 +45,7 @@ class Player {
     std::string_view name;
     void (*act)(Player&, const Deed&);
   };
-  static const std::array<Act, 37> acts;
+  static const std::array<Act, 38> acts;
 
   virtualmac::WorldOptions options() {
     virtualmac::WorldOptions chosen;
@@ -104,8 +104,15 @@ class Player {
   }
   void failCall(const Deed& deed) {
     const virtualmac::SeamCall call = seamCall(deed.fault);
-    world.faults().failNth(call, static_cast<std::uint64_t>(deed.value),
-                           virtualmac::plainFault(call).value_or(virtualmac::InjectedFault{}));
+    inject(deed, virtualmac::plainFault(call).value_or(virtualmac::InjectedFault{}));
+  }
+  void inject(const Deed& deed, const virtualmac::InjectedFault& fault) {
+    world.faults().failNth(seamCall(deed.fault), static_cast<std::uint64_t>(deed.value), fault);
+  }
+  void changeAnswer(const Deed& deed) {
+    virtualmac::InjectedFault fault;
+    fault.changesAnswer = true;
+    inject(deed, fault);
   }
   void signWithQuote() {
     virtualmac::SigningIdentity identity = *world.machine().signatures.identity("helper");
@@ -123,7 +130,7 @@ class Player {
 };
 
 // clang-format off: one deed a line.
-const std::array<Player::Act, 37> Player::acts{{
+const std::array<Player::Act, 38> Player::acts{{
     {"start", [](Player& to, const Deed&) { to.start(); }},
     {"kill", [](Player& to, const Deed&) { to.world.killHelper(); }},
     {"signal", [](Player& to, const Deed& deed) { to.world.sendSignal(std::array{SIGTERM, SIGINT, SIGABRT}.at(static_cast<std::size_t>(deed.value))); }},
@@ -161,6 +168,7 @@ const std::array<Player::Act, 37> Player::acts{{
     {"oddTeam", [](Player& to, const Deed&) { to.signWithQuote(); }},
     {"latency", [](Player& to, const Deed& deed) { to.world.faults().setLatency(seamCall(deed.fault), static_cast<double>(deed.value) / 100); }},
     {"callFault", [](Player& to, const Deed& deed) { to.failCall(deed); }},
+    {"changedAnswer", [](Player& to, const Deed& deed) { to.changeAnswer(deed); }},
 }};
 // clang-format on
 

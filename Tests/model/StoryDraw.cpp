@@ -52,6 +52,9 @@ constexpr std::array faults{"adapter-hidden",
                             "battery-mistyped",
                             "battery-service-missing",
                             "battery-unreadable",
+                            "connection-breaks after",
+                            "connection-breaks handler",
+                            "connection-breaks resume",
                             "disk-call-fails fsync 5",
                             "disk-call-fails readFile 5",
                             "disk-call-fails mkdir 13",
@@ -154,10 +157,60 @@ Deed drawnFault(Random& random, const std::vector<Deed>& before) {
             .value = random.between(1, 8),
             .fault = std::string(virtualmac::describe(call).id)};
   }
+  if (random.chance(1, 12)) {
+    return {.name = "changedAnswer",
+            .value = random.between(1, 8),
+            .fault = random.chance(1, 3) ? "fileRead" : "smcCallStruct"};
+  }
   if (!before.empty() && before.back().name == "fault" && random.chance(1, 2)) {
     return {.name = "fault", .value = 0, .fault = before.back().fault};
   }
   return {.name = "fault", .value = 1, .fault = faults.at(random.below(faults.size()))};
+}
+
+/// The record goes back to one that tells of no stopped discharge and owns no setting, then to one
+/// that tells of a stopped discharge.
+void addRefusedRecords(Story& story, Random& random) {
+  constexpr std::string_view full = "disk-full";
+  constexpr std::string_view rename = "disk-rename-fails";
+  const auto add = [&story](std::string name, std::int64_t value, double seconds,
+                            std::string_view fault = {}) {
+    story.deeds.push_back({std::move(name), value, std::string(fault), seconds});
+  };
+  const auto discharge = [&] {
+    add("battery", random.between(70, 90), 0);
+    add("discharge", 1, 1);
+    add("battery", random.between(20, 50), 6);
+  };
+  const auto goBack = [&] {
+    add("fault", 0, 0, full);
+    add("fault", 1, 0, rename);
+    add("setLimit", 60, 1);
+    add("fault", 0, 0, rename);
+  };
+  add("plug", 1, 0);
+  add("setLimit", 60, 1);
+  add("fault", 1, 0, full);
+  discharge();
+  add("keepAwake", 1, 0);
+  goBack();
+  add("keepAwake", 0, 0);
+  discharge();
+  add("fault", 1, 0, full);
+  add("kill", 0, 0);
+  add("start", 0, 1);
+  add("connect", 0, 1);
+  goBack();
+}
+
+/// A client is counted in and out by its acceptance, beside one that stays or none.
+void addBrokenConnection(Story& story, Random& random) {
+  const std::string fault = std::string("connection-breaks ") +
+                            std::array{"after", "handler", "resume"}.at(random.below(3));
+  story.deeds.push_back({"fault", 1, fault, 0});
+  story.deeds.push_back({"connect", 0, {}, random.unit()});
+  story.deeds.push_back({"fault", 0, fault, 0});
+  story.deeds.push_back({"connect", 0, {}, 40 * random.unit()});
 }
 
 /// Scenes that chance alone would seldom play to their end.
@@ -173,7 +226,7 @@ void addScene(Story& story, Random& random) {
     add("topOff", 0, 1);
     return add("wait", 0, 7300);
   }
-  switch (random.below(8)) {
+  switch (random.below(10)) {
     case 0:
       add("battery", random.between(40, 99), 0);
       add("topOff", 0, 6 * random.unit());
@@ -216,6 +269,10 @@ void addScene(Story& story, Random& random) {
       add("fault", 1, 0, "powerui-refuses");
       add("reset", 0, 1);
       return add("fault", 0, 0, "powerui-refuses");
+    case 7:
+      return addBrokenConnection(story, random);
+    case 8:
+      return addRefusedRecords(story, random);
     case 3:
       // With a display the Mac stays awake under its closed lid.
       add("display", 1, 0);

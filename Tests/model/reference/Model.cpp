@@ -238,17 +238,19 @@ void Model::connection() {
     return log("Listener", fault,
                "code-signing requirement does not parse — refusing XPC connection");
   }
+  // An end that overtakes the acceptance waits for it; the exact moment is between two locks, so
+  // the run tells which of the two counts.
+  const std::int64_t client = item().number;
+  const auto leaving = std::ranges::find_if(*trace, [&](const Item& each) {
+    return each.cause == Cause::Leaving && each.number == client && each.order > item().order &&
+           (!item().ended || each.order < item().endOrder);
+  });
+  const bool overtaken = leaving != trace->end() &&
+                         (item().ended ? item().events.size() > 2 : leaving->events.size() < 2);
+  if (overtaken) leftEarly.insert(client);
   log("Listener", 0, "accepted XPC connection (requirement set, team=" + team + ")");
   post([this] { clientCame(); });
-  // An end that overtakes the acceptance waits for it; the exact moment is between two locks.
-  const std::int64_t client = item().number;
-  const bool leaves = std::ranges::any_of(*trace, [&](const Item& each) {
-    return each.cause == Cause::Leaving && each.number == client && each.order > item().order &&
-           each.order < item().endOrder;
-  });
-  if (!leaves || !more()) return;
-  leftEarly.insert(client);
-  post([this] { clientLeft(); });
+  if (overtaken) post([this] { clientLeft(); });
 }
 
 void Model::power() {

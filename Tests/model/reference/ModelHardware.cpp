@@ -169,9 +169,9 @@ bool Model::native() {
       !object("runtimeClassMethod alloc")) {
     return false;
   }
-  // Whether an object was made shows only in its initialisation.
-  object("runtimeAlloc");
-  if (!object("runtimeInstanceMethod initWithClientName:") || !object("runtimeInit Korvel")) {
+  const bool made = object("runtimeAlloc");
+  if (!object("runtimeInstanceMethod initWithClientName:") || !made ||
+      !object("runtimeInit Korvel")) {
     return false;
   }
   for (const char* selector : {"isMCLSupported", "isMCLCurrentlyEnabled:", "getMCLLimitWithError:",
