@@ -168,15 +168,19 @@ Deed drawnFault(Random& random, const std::vector<Deed>& before) {
   return {.name = "fault", .value = 1, .fault = faults.at(random.below(faults.size()))};
 }
 
+/// Adds deeds at the end of a story: name, value, seconds that pass after it, fault.
+auto adderTo(Story& story) {
+  return [&story](std::string name, std::int64_t value, double seconds, std::string fault = {}) {
+    story.deeds.push_back({std::move(name), value, std::move(fault), seconds});
+  };
+}
+
 /// The record goes back to one that tells of no stopped discharge and owns no setting, then to one
 /// that tells of a stopped discharge.
 void addRefusedRecords(Story& story, Random& random) {
-  constexpr std::string_view full = "disk-full";
-  constexpr std::string_view rename = "disk-rename-fails";
-  const auto add = [&story](std::string name, std::int64_t value, double seconds,
-                            std::string_view fault = {}) {
-    story.deeds.push_back({std::move(name), value, std::string(fault), seconds});
-  };
+  constexpr auto full = "disk-full";
+  constexpr auto rename = "disk-rename-fails";
+  const auto add = adderTo(story);
   const auto discharge = [&] {
     add("battery", random.between(70, 90), 0);
     add("discharge", 1, 1);
@@ -207,25 +211,25 @@ void addRefusedRecords(Story& story, Random& random) {
 void addBrokenConnection(Story& story, Random& random) {
   const std::string fault = std::string("connection-breaks ") +
                             std::array{"after", "handler", "resume"}.at(random.below(3));
-  story.deeds.push_back({"fault", 1, fault, 0});
-  story.deeds.push_back({"connect", 0, {}, random.unit()});
-  story.deeds.push_back({"fault", 0, fault, 0});
-  story.deeds.push_back({"connect", 0, {}, 40 * random.unit()});
+  const auto add = adderTo(story);
+  add("fault", 1, 0, fault);
+  add("connect", 0, random.unit());
+  add("fault", 0, 0, fault);
+  add("connect", 0, 40 * random.unit());
+}
+
+void addPackThatIsNeverFull(Story& story, Random& random) {
+  const auto add = adderTo(story);
+  add("plug", 0, 0);
+  add("battery", random.between(40, 95), 0);
+  add("topOff", 0, 1);
+  add("wait", 0, 7300);
 }
 
 /// Scenes that chance alone would seldom play to their end.
 void addScene(Story& story, Random& random) {
-  const auto add = [&story](std::string name, std::int64_t value, double seconds,
-                            std::string fault = {}) {
-    story.deeds.push_back({std::move(name), value, std::move(fault), seconds});
-  };
-  if (random.chance(1, 100)) {
-    // A pack that is never full.
-    add("plug", 0, 0);
-    add("battery", random.between(40, 95), 0);
-    add("topOff", 0, 1);
-    return add("wait", 0, 7300);
-  }
+  const auto add = adderTo(story);
+  if (random.chance(1, 100)) return addPackThatIsNeverFull(story, random);
   switch (random.below(10)) {
     case 0:
       add("battery", random.between(40, 99), 0);
