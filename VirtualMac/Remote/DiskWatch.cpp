@@ -62,7 +62,7 @@ std::optional<DiskWatch::State> DiskWatch::stateFile() const {
   if (::lstat(path.c_str(), &facts) != 0 || !S_ISREG(facts.st_mode)) return std::nullopt;
   std::ifstream file(path, std::ios::binary);
   FileCopy copy;
-  copy.bytes.resize(bounds::longestCompared);
+  copy.bytes.resize(std::min(bounds::longestCompared, static_cast<std::size_t>(facts.st_size)));
   file.read(copy.bytes.data(), static_cast<std::streamsize>(copy.bytes.size()));
   copy.bytes.resize(static_cast<std::size_t>(file.gcount()));
   copy.size = std::max<std::uint64_t>(copy.bytes.size(), static_cast<std::uint64_t>(facts.st_size));

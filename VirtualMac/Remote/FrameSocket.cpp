@@ -5,7 +5,6 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 
 #include "VirtualMac/Remote/HostSystem.h"
@@ -127,13 +126,18 @@ FrameSocket::Received FrameSocket::receiveLine(const Deadline& deadline) {
 }
 
 FrameSocket::Received FrameSocket::receiveBytes(const Deadline& deadline) {
-  std::array<char, 16384> chunk{};
+  constexpr std::size_t most = 16384;
+  std::string bytes;
   for (;;) {
     if (deadline && !isReadableBy(deadline)) return std::unexpected(Error{Failure::Late});
-    const ssize_t got = ::recv(handle, chunk.data(), chunk.size(), 0);
+    ssize_t got = 0;
+    bytes.resize_and_overwrite(most, [&](char* room, std::size_t size) {
+      got = ::recv(handle, room, size, 0);
+      return got > 0 ? static_cast<std::size_t>(got) : 0;
+    });
     if (got < 0 && errno == EINTR) continue;
     if (got <= 0) return std::unexpected(Error{Failure::Closed});
-    return std::string(chunk.data(), static_cast<std::size_t>(got));
+    return bytes;
   }
 }
 

@@ -1,28 +1,32 @@
 #include "VirtualMac/Remote/MachineChannel.h"
 
+#include <unistd.h>
+
+#include <asio/buffer.hpp>
 #include <utility>
 
 #include "Base/Trap.h"
+#include "VirtualMac/Remote/DescriptorPassing.h"
+#include "VirtualMac/Remote/EventThread.h"
+#include "VirtualMac/Remote/HostSystem.h"
 
 namespace virtualmac {
 
-MachineChannel::MachineChannel(int descriptor) : socket(descriptor) {}
+MachineChannel::MachineChannel(int descriptor, EventThread& events)
+    : socket(descriptor), news(events.context()) {}
 
-MachineChannel::~MachineChannel() {
-  closing = true;
-  socket.shutDown();
-  if (readingThread.joinable()) readingThread.join();
-}
+MachineChannel::~MachineChannel() = default;
 
 void MachineChannel::start(Listener heard, EndHandler whenOver) {
   listener = std::move(heard);
   endHandler = std::move(whenOver);
-  readingThread = std::thread([this] { readLoop(); });
-}
-
-void MachineChannel::stopListening() {
-  const std::lock_guard lock(listenerMutex);
-  listener = nullptr;
+  std::array<int, 2> ends{};
+  if (!hostsystem::unixSocketPair(ends)) korvel::trap("no socket for the machine's news");
+  news.assign(asio::local::stream_protocol(), ends[0]);
+  const char kind = static_cast<char>(MachineFrame::News);
+  sendWithDescriptor(socket.descriptor(), frameOf({&kind, 1}), ends[1]);
+  ::close(ends[1]);
+  readNews();
 }
 
 std::string MachineChannel::exchange(CallNumber number, std::string_view arguments) {
@@ -35,7 +39,17 @@ std::string MachineChannel::exchange(CallNumber number, std::string_view argumen
   std::unique_lock lock(mutex);
   for (;;) {
     if (const auto answer = answers.extract(ticket)) return std::move(answer.mapped());
-    arrived.wait(lock);
+    if (reading || over) {
+      changed.wait(lock);
+      continue;
+    }
+    reading = true;
+    lock.unlock();
+    const FrameSocket::Received frame = socket.receiveFrame();
+    lock.lock();
+    reading = false;
+    takeAnswer(frame, lock);
+    changed.notify_all();
   }
 }
 
@@ -55,37 +69,53 @@ void MachineChannel::checkAnswer(CallNumber number, WireReader& answer) {
                  " makes no sense: " + answer.failure());
 }
 
-void MachineChannel::readLoop() {
-  const std::string reason = readFrames();
-  if (!closing) endHandler(reason);
+// Called with the lock held; without it when the channel ends.
+void MachineChannel::takeAnswer(const FrameSocket::Received& frame,
+                                std::unique_lock<std::mutex>& lock) {
+  std::string problem = "a frame from the machine that makes no sense";
+  if (frame) {
+    WireReader reader(*frame);
+    const auto kind = static_cast<MachineFrame>(reader.u8());
+    const std::uint32_t ticket = reader.u32();
+    if (kind == MachineFrame::Answer && !reader.failed()) {
+      answers.insert_or_assign(ticket, frame->substr(sizeof(std::uint8_t) + sizeof ticket));
+      return;
+    }
+  } else {
+    problem = frame.error().kind == FrameSocket::Failure::TooLong
+                  ? "an oversized frame from the machine: " + frame.error().text
+                  : "the machine is gone";
+  }
+  lock.unlock();
+  end(problem);
+  lock.lock();
 }
 
-std::string MachineChannel::readFrames() {
-  for (;;) {
-    const auto body = socket.receiveFrame();
-    if (!body && body.error().kind == FrameSocket::Failure::TooLong)
-      return "an oversized frame from the machine: " + body.error().text;
-    if (!body) return "the machine is gone";
-    if (!takeFrame(*body)) return "a frame from the machine that makes no sense";
-  }
+void MachineChannel::readNews() {
+  news.async_read_some(asio::buffer(chunk), [this](const std::error_code& error, std::size_t got) {
+    if (error == asio::error::operation_aborted) return;
+    if (error) return end("the machine is gone");
+    incomingNews.append(chunk.data(), got);
+    for (;;) {
+      const auto frame = takeFrame(incomingNews);
+      if (!frame) return end("an oversized frame from the machine: " + frame.error());
+      if (!*frame) break;
+      if (!takeNews(**frame)) return end("a frame from the machine that makes no sense");
+    }
+    readNews();
+  });
 }
 
-bool MachineChannel::takeFrame(const std::string& body) {
-  WireReader frame(body);
-  const auto kind = static_cast<MachineFrame>(frame.u8());
-  if (kind == MachineFrame::Answer) {
-    const std::uint32_t ticket = frame.u32();
-    if (frame.failed()) return false;
-    const std::lock_guard lock(mutex);
-    answers.insert_or_assign(ticket, body.substr(sizeof(std::uint8_t) + sizeof ticket));
-    arrived.notify_all();
-    return true;
-  }
+bool MachineChannel::takeNews(const std::string& frame) {
+  WireReader body(frame);
+  const auto kind = static_cast<MachineFrame>(body.u8());
   if (kind != MachineFrame::Power && kind != MachineFrame::Clock) return false;
-  const std::lock_guard lock(listenerMutex);
-  if (!listener) return true;
-  listener(kind, frame);
-  return frame.finish();
+  listener(kind, body);
+  return body.finish();
+}
+
+void MachineChannel::end(const std::string& reason) {
+  if (!over.exchange(true)) endHandler(reason);
 }
 
 }  // namespace virtualmac

@@ -1,25 +1,26 @@
 #pragma once
 
-#include <condition_variable>
 #include <cstdint>
 #include <functional>
-#include <map>
-#include <mutex>
-#include <thread>
+#include <memory>
 
 #include "VirtualMac/Remote/MachineTime.h"
 
 namespace virtualmac {
 
-/// The machine's time in the helper's process, and alarms on it. One thread waits for the earliest
-/// alarm; while the machine sleeps it waits for the machine.
+class EventThread;
+
+/// The machine's time in the helper's process, and alarms on it. While the machine sleeps, alarms
+/// wait for it.
 ///
-/// Alarm handlers run on that thread and only post work. Setting the time never waits for them.
+/// Alarm handlers run on the thread of events and only post work. Setting the time never waits for
+/// them. That thread stops before the clock, or else a handler that has begun may outlive it. Any
+/// thread.
 class MachineClock {
  public:
   using AlarmID = std::uint64_t;
 
-  explicit MachineClock(MachineTime now);
+  MachineClock(MachineTime now, EventThread& events);
   ~MachineClock();
   MachineClock(const MachineClock&) = delete;
   MachineClock& operator=(const MachineClock&) = delete;
@@ -35,19 +36,8 @@ class MachineClock {
   void removeAlarm(AlarmID alarm);
 
  private:
-  struct Alarm {
-    AlarmID id;
-    std::function<void()> handler;
-  };
-  void run();
-
-  mutable std::mutex mutex;
-  std::condition_variable changed;
-  MachineTime current;
-  std::multimap<Nanoseconds, Alarm> alarms;
-  AlarmID lastAlarm = 0;
-  bool stopping = false;
-  std::thread thread;
+  struct State;
+  std::shared_ptr<State> state;  ///< Shared with what waits on the thread of events.
 };
 
 }  // namespace virtualmac

@@ -6,14 +6,12 @@
 #include <asio/post.hpp>
 #include <asio/signal_set.hpp>
 #include <condition_variable>
-#include <future>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <utility>
 
 #include "Base/Trap.h"
-#include "VirtualMac/Remote/HostSystem.h"
+#include "VirtualMac/Remote/ProcessQueue.h"
 #include "VirtualMac/Remote/ProcessTimer.h"
 
 namespace virtualmac {
@@ -23,40 +21,6 @@ namespace {
 using WorkGuard = asio::executor_work_guard<asio::io_context::executor_type>;
 
 constexpr std::chrono::milliseconds shortestGroupWait{250};
-
-class ProcessQueue final : public korvel::WorkQueue {
- public:
-  explicit ProcessQueue(std::string_view label)
-      : context(std::make_shared<asio::io_context>(1)), guard(context->get_executor()) {
-    std::thread([name = std::string(label), running = context] {
-      hostsystem::nameThisThread(name);
-      currentContext = running.get();
-      running->run();
-    }).detach();
-  }
-
-  void async(korvel::Task work) override { asio::post(*context, std::move(work)); }
-
-  void sync(korvel::Task work) override {
-    if (isCurrent()) korvel::trap("a queue's own work waits for the queue");
-    std::promise<void> done;
-    asio::post(*context, [&work, &done] {
-      work();
-      done.set_value();
-    });
-    done.get_future().wait();
-  }
-
-  [[nodiscard]] bool isCurrent() const override { return currentContext == context.get(); }
-
- private:
-  static thread_local const asio::io_context* currentContext;
-
-  std::shared_ptr<asio::io_context> context;
-  WorkGuard guard;  ///< Keeps the thread running until the queue is destroyed.
-};
-
-thread_local const asio::io_context* ProcessQueue::currentContext = nullptr;
 
 class ProcessLock final : public korvel::LockPrimitive {
  public:

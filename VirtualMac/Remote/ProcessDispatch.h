@@ -11,10 +11,9 @@ namespace virtualmac {
 
 /// Queues, timers, groups, locks and the main loop with real threads.
 ///
-/// Each serial queue has a thread with an Asio context. The thread outlives the queue until the
-/// posted work is done. Timers are alarms on the machine's clock: they follow its speed, and stand
-/// still while it sleeps. The main loop is an Asio context that the main thread runs; signals and
-/// power messages come to it.
+/// A serial queue is a ProcessQueue. Timers are alarms on the machine's clock: they follow its
+/// speed, and stand still while it sleeps. The main loop is an Asio context that the main thread
+/// runs; signals and power messages come to it.
 ///
 /// Group waits follow the machine's time too, but last at least 250 real milliseconds, however fast
 /// that time runs: real threads need real time. A sleeping machine does not stop them.

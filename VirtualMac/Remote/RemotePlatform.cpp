@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "Platform/Process.h"
+#include "VirtualMac/Remote/EventThread.h"
 #include "VirtualMac/Remote/LocalFileSystem.h"
 #include "VirtualMac/Remote/MachineClock.h"
 #include "VirtualMac/Remote/ProcessDispatch.h"
@@ -72,7 +73,7 @@ class RealProcess final : public korvel::Process {
 
 struct RemotePlatform::Parts {
   explicit Parts(const LaunchOptions& options)
-      : channel(options.machineDescriptor),
+      : channel(options.machineDescriptor, events),
         host(channel),
         rootDomain(channel),
         log(channel, options.verbose),
@@ -86,17 +87,17 @@ struct RemotePlatform::Parts {
         codeSigning(channel),
         files(options.diskRoot, host),
         process(host),
-        clock(MachineTime{.frozen = true}),
+        clock(MachineTime{.frozen = true}, events),
         dispatch(clock),
-        xpc(options.serviceName, options.serviceDescriptor, host) {
+        xpc(options.serviceName, options.serviceDescriptor, host, events) {
     channel.start([this](MachineFrame kind, WireReader& body) { hear(kind, body); },
                   endWithTheMachine);
     clock.setTime(host.time());
   }
 
-  // The listener uses parts that are destroyed before the channel. Calls must work until then: the
-  // queues may be in the middle of one.
-  ~Parts() { channel.stopListening(); }
+  // What runs there uses parts that are destroyed first. Calls work until the end: the queues may
+  // be in the middle of one.
+  ~Parts() { events.stop(); }
   Parts(const Parts&) = delete;
   Parts& operator=(const Parts&) = delete;
 
@@ -116,6 +117,7 @@ struct RemotePlatform::Parts {
     });
   }
 
+  EventThread events;
   MachineChannel channel;
   RemoteHost host;
   PowerCallbacks<RemoteInterface<korvel::RootPowerDomain>> rootDomain;

@@ -6,7 +6,6 @@
 #include <asio/buffer.hpp>
 #include <asio/dispatch.hpp>
 #include <asio/post.hpp>
-#include <asio/read.hpp>
 #include <asio/write.hpp>
 #include <future>
 #include <utility>
@@ -111,9 +110,8 @@ void ServiceConnection::resume() {
   resumed = true;
   if (over) return;
   tell("client " + std::to_string(pid) + " connected");
-  reading = true;
   // From here on only the connection's thread touches it.
-  asio::post(socket.get_executor(), [self = shared_from_this()] { self->readHeader(); });
+  asio::post(socket.get_executor(), [self = shared_from_this()] { self->read(); });
   breakAt(ConnectionBreak::InResume);
   breakAt(ConnectionBreak::AfterResume);
 }
@@ -144,29 +142,33 @@ void ServiceConnection::refuse() {
   static_cast<void>(socket.close(ignored));
 }
 
-void ServiceConnection::readHeader() {
-  if (over) return;
-  asio::async_read(socket, asio::buffer(header),
-                   [self = shared_from_this()](const std::error_code& error, std::size_t got) {
-                     if (!error) return self->readBody();
-                     self->end(got == 0 ? "" : "truncated: the peer stopped inside a message");
-                   });
+void ServiceConnection::read() {
+  if (over || reading || unanswered >= ServiceListener::unansweredLimit) return;
+  reading = true;
+  socket.async_read_some(asio::buffer(chunk), [self = shared_from_this()](
+                                                  const std::error_code& error, std::size_t got) {
+    self->reading = false;
+    if (error) {
+      return self->end(self->incoming.empty() ? ""
+                                              : "truncated: the peer stopped inside a message");
+    }
+    self->incoming.append(self->chunk.data(), got);
+    self->takeMessages();
+  });
 }
 
-void ServiceConnection::readBody() {
-  const auto length = frameLength(header);
-  if (!length) return end("oversized: a message of " + length.error());
-  body.resize(*length);
-  asio::async_read(socket, asio::buffer(body),
-                   [self = shared_from_this()](const std::error_code& error, std::size_t) {
-                     if (!error) return self->take();
-                     self->end("truncated: the peer stopped inside a message");
-                   });
+void ServiceConnection::takeMessages() {
+  while (!over && unanswered < ServiceListener::unansweredLimit) {
+    const auto message = takeFrame(incoming);
+    if (!message) return end("oversized: a message of " + message.error());
+    if (!*message) return read();
+    take(**message);
+  }
 }
 
-void ServiceConnection::take() {
-  if (over || !isAdmitted()) return;
-  const auto call = decodeXPCCall(body);
+void ServiceConnection::take(const std::string& message) {
+  if (!isAdmitted()) return;
+  const auto call = decodeXPCCall(message);
   if (!call) return end("malformed: " + call.error());
   const Operation* operation = korvel::operationWith(&Operation::selector, call->selector);
   if (operation == nullptr) return end("unknown selector \"" + call->selector + '"');
@@ -176,8 +178,6 @@ void ServiceConnection::take() {
   pidOfCurrentCall = pid;
   deliver(*operation, *argument, call->ticket);
   pidOfCurrentCall.reset();
-  reading = false;
-  readOnUnlessWaiting();
 }
 
 bool ServiceConnection::isAdmitted() {
@@ -206,12 +206,6 @@ void ServiceConnection::deliver(const Operation& operation, std::uint8_t argumen
   korvel::callOperation(operation, *exported, argument, makeReply);
 }
 
-void ServiceConnection::readOnUnlessWaiting() {
-  if (over || reading || unanswered >= ServiceListener::unansweredLimit) return;
-  reading = true;
-  readHeader();
-}
-
 void ServiceConnection::reply(const Operation& operation, std::uint32_t ticket,
                               std::vector<XPCValue> values) {
   host.journal(effectOf(operation.method, values));
@@ -238,7 +232,7 @@ void ServiceConnection::writeNext() {
                       self->outgoing.pop_front();
                       --self->unanswered;
                       if (!self->outgoing.empty()) self->writeNext();
-                      self->readOnUnlessWaiting();
+                      self->takeMessages();
                     });
 }
 

@@ -50,13 +50,12 @@ class ServiceConnection final : public korvel::XPCConnection,
   void tell(std::string text);
   /// Ends the connection if a fault of the machine ends new ones at this moment.
   void breakAt(ConnectionBreak moment);
-  void readHeader();
-  void readBody();
-  void take();
+  void read();
+  void takeMessages();
+  void take(const std::string& message);
   bool isAdmitted();
   [[nodiscard]] bool peerHasHungUp();
   void deliver(const korvel::Operation& operation, std::uint8_t argument, std::uint32_t ticket);
-  void readOnUnlessWaiting();
   void sendReply(const korvel::Operation& operation, std::uint32_t ticket,
                  const std::vector<XPCValue>& values);
   void writeNext();
@@ -76,8 +75,8 @@ class ServiceConnection final : public korvel::XPCConnection,
   bool over = false;
   bool reading = false;
   int unanswered = 0;  ///< Calls whose reply was not sent yet.
-  std::array<char, frameHeaderSize> header{};
-  std::string body;
+  std::array<char, 4096> chunk{};
+  std::string incoming;  ///< Messages that were not taken yet.
   std::deque<std::string> outgoing;
 };
 

@@ -8,44 +8,55 @@
 #include <asio/steady_timer.hpp>
 #include <chrono>
 #include <cstddef>
+#include <optional>
 #include <thread>
 #include <utility>
 
+#include "VirtualMac/Remote/EventThread.h"
+#include "VirtualMac/Remote/HostSystem.h"
 #include "VirtualMac/Remote/ServiceConnection.h"
 
 namespace virtualmac {
 
 using Protocol = asio::local::stream_protocol;
 
-/// One thread accepts; the others share the connections, each of which stays with its thread. Each
-/// thread has a context of its own, so that it need not wake another one before it serves a call.
+/// The threads that serve the connections, each of which stays with its thread. A thread has a
+/// context of its own, so that it need not wake another one before it serves a call.
 class ServiceListener::Threads {
  public:
-  Threads() = default;
-  ~Threads() {
-    accepting.end();
-    for (Lane& lane : serving) lane.end();
-  }
-  Threads(const Threads&) = delete;
-  Threads& operator=(const Threads&) = delete;
-
-  asio::io_context& acceptance() { return accepting.context; }
-  /// The context for the next connection. On the accepting thread.
-  asio::io_context& nextConnection() { return serving[connections++ % serving.size()].context; }
-
- private:
-  struct Lane {
-    void end() {
+  class Lane {
+   public:
+    Lane()
+        : thread([this] {
+            hostsystem::nameThisThread("clients");
+            context.run();
+          }) {}
+    ~Lane() {
       context.stop();
       thread.join();
     }
+    Lane(const Lane&) = delete;
+    Lane& operator=(const Lane&) = delete;
 
     asio::io_context context{1};
+
+   private:
     asio::executor_work_guard<asio::io_context::executor_type> guard{context.get_executor()};
-    std::thread thread{[this] { context.run(); }};
+    std::thread thread;
   };
-  std::array<Lane, 4> serving;
-  Lane accepting;
+
+  explicit Threads(EventThread& events) : accepting(events.context()) {}
+
+  asio::io_context& acceptance() { return accepting; }
+  /// The thread of the next connection. On the thread that accepts.
+  Lane& next() {
+    std::optional<Lane>& lane = lanes[connections++ % lanes.size()];
+    return lane ? *lane : lane.emplace();
+  }
+
+ private:
+  asio::io_context& accepting;
+  std::array<std::optional<Lane>, 2> lanes;
   std::size_t connections = 0;
 };
 
@@ -69,7 +80,9 @@ class Listener final : public korvel::XPCListener {
   struct Acceptance {
     Acceptance(ServiceListener::Threads& all, int listeningSocket, HelperHost& machineHost)
         : threads(all), acceptor(all.acceptance()), host(machineHost), retry(all.acceptance()) {
-      if (listeningSocket >= 0) acceptor.assign(Protocol(), listeningSocket);
+      if (listeningSocket < 0) return;
+      acceptor.assign(Protocol(), listeningSocket);
+      acceptor.non_blocking(true);
     }
 
     ServiceListener::Threads& threads;
@@ -81,17 +94,21 @@ class Listener final : public korvel::XPCListener {
 
   static void accept(const std::shared_ptr<Acceptance>& on) {
     if (!on->acceptor.is_open()) return;
-    on->acceptor.async_accept(on->threads.nextConnection(),
-                              [on](const std::error_code& error, Protocol::socket socket) {
-                                if (error) return retryLater(on, error);
-                                decide(*on, std::move(socket));
-                                accept(on);
-                              });
+    on->acceptor.async_wait(Protocol::acceptor::wait_read, [on](const std::error_code& ended) {
+      if (ended) return;
+      ServiceListener::Threads::Lane& lane = on->threads.next();
+      std::error_code error;
+      Protocol::socket socket = on->acceptor.accept(lane.context, error);
+      // The client may have gone meanwhile.
+      if (error == asio::error::would_block) return accept(on);
+      if (error) return retryLater(on);
+      decide(*on, std::move(socket));
+      accept(on);
+    });
   }
 
   // Mostly there are no descriptors left: clients wait until others have gone.
-  static void retryLater(const std::shared_ptr<Acceptance>& on, const std::error_code& error) {
-    if (error == asio::error::operation_aborted) return;
+  static void retryLater(const std::shared_ptr<Acceptance>& on) {
     on->retry.expires_after(std::chrono::milliseconds(50));
     on->retry.async_wait([on](const std::error_code& cancelled) {
       if (!cancelled) accept(on);
@@ -111,11 +128,11 @@ class Listener final : public korvel::XPCListener {
 }  // namespace
 
 ServiceListener::ServiceListener(std::string machServiceName, int listeningSocket,
-                                 HelperHost& machineHost)
+                                 HelperHost& machineHost, EventThread& events)
     : service(std::move(machServiceName)),
       listening(listeningSocket),
       host(machineHost),
-      threads(std::make_unique<Threads>()) {}
+      threads(std::make_unique<Threads>(events)) {}
 
 ServiceListener::~ServiceListener() = default;
 

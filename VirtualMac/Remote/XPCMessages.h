@@ -43,19 +43,8 @@ std::string encode(const XPCReply& reply);
 std::expected<XPCCall, std::string> decodeXPCCall(std::string_view body);
 std::expected<XPCReply, std::string> decodeXPCReply(std::string_view body);
 
-/// The argument of an operation as a person says it: `80`, `on`, nothing where it takes none. 0
-/// stands for none and for off, 1 for on. The error says what is allowed.
-std::expected<std::uint8_t, std::string> argumentFrom(const korvel::Operation& operation,
-                                                      const std::string& word);
-
-/// The word of a request that names a method which the protocol lacks: `call setSchedule`.
-inline constexpr std::string_view foreignCallWord = "call";
-/// Such a method, as a newer client knows it; `selector` must outlive it. The error says why the
-/// selector names none.
-std::expected<korvel::Operation, std::string> foreignOperation(std::string_view selector);
-
-/// The call of an operation with such an argument, and back; else why the operation does not take
-/// what was `given`.
+/// The call of an operation, and back; else why the operation does not take what was `given`. An
+/// argument is a number; 0 stands for none and for off, 1 for on.
 XPCCall callOf(const korvel::Operation& operation, std::uint8_t argument, std::uint32_t ticket);
 std::expected<std::uint8_t, std::string> argumentIn(
     const korvel::Operation& operation, const std::vector<korvel::PropertyValue>& given);

@@ -6,11 +6,14 @@
 #include <asio/write.hpp>
 #include <utility>
 
+#include "VirtualMac/Remote/DescriptorPassing.h"
+
 namespace virtualmac {
 
 HelperLink::HelperLink(Socket connected, Machine& served, RealTimeDriver& keeper,
                        std::shared_ptr<HelperProcess> helper, Journal& journal, DiskWatch& disk)
-    : socket(std::move(connected)),
+    : callWay{std::move(connected)},
+      newsWay{Socket(callWay.socket.get_executor())},
       timeDriver(keeper),
       process(std::move(helper)),
       half(served, *process, journal, disk) {
@@ -20,31 +23,50 @@ HelperLink::HelperLink(Socket connected, Machine& served, RealTimeDriver& keeper
 
 void HelperLink::start(std::function<void(const std::string&)> problem) {
   problemHandler = std::move(problem);
-  readMore();
+  begin();
 }
 
 void HelperLink::close() {
   closed = true;
   std::error_code ignored;
-  static_cast<void>(socket.close(ignored));
+  static_cast<void>(callWay.socket.close(ignored));
+  static_cast<void>(newsWay.socket.close(ignored));
+}
+
+// A process that wants news sends its end of a socket for them first.
+void HelperLink::begin() {
+  callWay.socket.async_wait(
+      Socket::wait_read, [self = shared_from_this()](const std::error_code& error) {
+        if (error) return self->tellEnd();
+        if (self->closed) return;
+        int descriptor = -1;
+        const ssize_t got =
+            receiveWithDescriptor(self->callWay.socket.native_handle(), self->chunk, descriptor);
+        if (descriptor >= 0) self->newsWay.socket.assign(Socket::protocol_type(), descriptor);
+        if (got > 0) self->incoming.append(self->chunk.data(), static_cast<std::size_t>(got));
+        self->takeFrames();
+        self->readMore();
+      });
 }
 
 void HelperLink::readMore() {
   if (closed) return;
-  socket.async_read_some(asio::buffer(chunk), [self = shared_from_this()](
-                                                  const std::error_code& error, std::size_t got) {
-    if (error) return self->tellEnd();
-    if (self->closed) return;
-    self->incoming.append(self->chunk.data(), got);
-    self->takeFrames();
-    self->readMore();
-  });
+  callWay.socket.async_read_some(
+      asio::buffer(chunk),
+      [self = shared_from_this()](const std::error_code& error, std::size_t got) {
+        if (error) return self->tellEnd();
+        if (self->closed) return;
+        self->incoming.append(self->chunk.data(), got);
+        self->takeFrames();
+        self->readMore();
+      });
 }
 
 void HelperLink::drain() {
   std::array<char, 4096> rest{};
   for (;;) {
-    const ssize_t got = ::recv(socket.native_handle(), rest.data(), rest.size(), MSG_DONTWAIT);
+    const ssize_t got =
+        ::recv(callWay.socket.native_handle(), rest.data(), rest.size(), MSG_DONTWAIT);
     if (got <= 0) break;
     incoming.append(rest.data(), static_cast<std::size_t>(got));
   }
@@ -62,7 +84,9 @@ void HelperLink::takeFrames() {
 
 void HelperLink::takeCall(const std::string& body) {
   WireReader frame(body);
-  if (static_cast<MachineFrame>(frame.u8()) != MachineFrame::Call) frame.fail("not a call");
+  const auto kind = static_cast<MachineFrame>(frame.u8());
+  if (kind == MachineFrame::News) return;
+  if (kind != MachineFrame::Call) frame.fail("not a call");
   PendingCall call;
   call.ticket = frame.u32();
   call.number = frame.u16();
@@ -84,7 +108,7 @@ void HelperLink::delayCall(PendingCall call, double seconds) {
   const std::uint64_t order = ++delayedCalls;
   if (const auto made = MachineHalf::seamCall(call.number, call.arguments))
     underWay.emplace(order, *made);
-  const auto alarm = std::make_shared<asio::steady_timer>(socket.get_executor(),
+  const auto alarm = std::make_shared<asio::steady_timer>(callWay.socket.get_executor(),
                                                           timeDriver.real(fromSeconds(seconds)));
   alarm->async_wait([self = weak_from_this(), alarm, order,
                      late = std::move(call)](const std::error_code& cancelled) {
@@ -114,7 +138,7 @@ void HelperLink::answer(const PendingCall& call) {
   half.serve(call.number, arguments, result);
   if (arguments.failed())
     return cutOff("call " + std::to_string(call.number) + ": " + arguments.failure());
-  if (call.ticket != 0) send(result.body());
+  if (call.ticket != 0) send(callWay, result.body());
   timeDriver.settle();
 }
 
@@ -124,28 +148,28 @@ void HelperLink::sendPower(const PowerMessage& message) {
   frame.u32(message.notifier);
   frame.u32(message.messageType);
   frame.i64(message.notificationID);
-  send(frame.body());
+  send(newsWay, frame.body());
 }
 
 void HelperLink::sendClock(const MachineTime& time) {
   WireWriter frame;
   frame.u8(static_cast<std::uint8_t>(MachineFrame::Clock));
   put(frame, time);
-  send(frame.body());
+  send(newsWay, frame.body());
 }
 
-void HelperLink::send(const std::string& frameBody) {
-  if (closed) return;
-  outgoing.push_back(frameOf(frameBody));
-  if (outgoing.size() == 1) writeNext();
+void HelperLink::send(Way& way, const std::string& frameBody) {
+  if (closed || !way.socket.is_open()) return;
+  way.outgoing.push_back(frameOf(frameBody));
+  if (way.outgoing.size() == 1) writeNext(way);
 }
 
-void HelperLink::writeNext() {
-  asio::async_write(socket, asio::buffer(outgoing.front()),
-                    [self = shared_from_this()](const std::error_code& error, std::size_t) {
+void HelperLink::writeNext(Way& way) {
+  asio::async_write(way.socket, asio::buffer(way.outgoing.front()),
+                    [self = shared_from_this(), &way](const std::error_code& error, std::size_t) {
                       if (error) return;
-                      self->outgoing.pop_front();
-                      if (!self->outgoing.empty()) self->writeNext();
+                      way.outgoing.pop_front();
+                      if (!way.outgoing.empty()) self->writeNext(way);
                     });
 }
 

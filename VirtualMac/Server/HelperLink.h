@@ -22,9 +22,10 @@ namespace virtualmac {
 /// one of the machine's programs. Calls are answered in the order in
 /// which their latency has passed; one that takes long keeps nobody else waiting.
 ///
-/// Failure: a frame that makes no sense ends the connection with a text, and with it the helper,
-/// which can't live without its machine. Whatever else the process does is not this object's
-/// concern: its calls are answered for as long as it is connected.
+/// Failure: a frame that makes no sense ends the
+/// connection with a text, and with it the helper, which can't live without its machine. Whatever
+/// else the process does is not this object's concern: its calls are answered for as long as it is
+/// connected.
 class HelperLink final : public std::enable_shared_from_this<HelperLink> {
  public:
   using Socket = asio::local::stream_protocol::socket;
@@ -54,18 +55,25 @@ class HelperLink final : public std::enable_shared_from_this<HelperLink> {
     CallNumber number = 0;
     std::string arguments;
   };
+  /// A socket, and the frames that wait for it.
+  struct Way {
+    Socket socket;
+    std::deque<std::string> outgoing = {};
+  };
   void sendPower(const PowerMessage& message);
+  void begin();
   void readMore();
   void takeFrames();
   void takeCall(const std::string& body);
   void delayCall(PendingCall call, double seconds);
   void answer(const PendingCall& call);
-  void send(const std::string& body);
-  void writeNext();
+  void send(Way& way, const std::string& body);
+  void writeNext(Way& way);
   void cutOff(const std::string& reason);
   void tellEnd();
 
-  Socket socket;
+  Way callWay;
+  Way newsWay;  ///< Closed when the process wants none.
   RealTimeDriver& timeDriver;
   std::shared_ptr<HelperProcess> process;
   MachineHalf half;
@@ -77,7 +85,6 @@ class HelperLink final : public std::enable_shared_from_this<HelperLink> {
   std::optional<SeamCall> last;
   std::map<std::uint64_t, SeamCall> underWay;
   std::uint64_t delayedCalls = 0;
-  std::deque<std::string> outgoing;
   bool closed = false;
 };
 

@@ -42,6 +42,7 @@ void RealTimeDriver::setSpeed(double newSpeed) {
   totalAtBase = machine.totalNanoseconds();
   currentSpeed = newSpeed;
   if (clockHandler) clockHandler(time());
+  alarmAt.reset();
   settle();
 }
 
@@ -63,6 +64,9 @@ std::chrono::nanoseconds RealTimeDriver::real(Nanoseconds virtualDuration) const
 
 void RealTimeDriver::arm() {
   const std::optional<Nanoseconds> next = machine.nextEventNanoseconds();
+  const auto due = next ? std::optional(machine.totalNanoseconds() + *next) : std::nullopt;
+  if (due == alarmAt) return;
+  alarmAt = due;
   if (!next) {
     alarm.cancel();
     return;
@@ -71,6 +75,7 @@ void RealTimeDriver::arm() {
       std::clamp<std::chrono::nanoseconds>(real(*next), shortestPause, longestPause));
   alarm.async_wait([this](const std::error_code& cancelled) {
     if (cancelled) return;
+    alarmAt.reset();
     catchUp();
     settle();
   });

@@ -4,6 +4,7 @@
 #include <asio/steady_timer.hpp>
 #include <chrono>
 #include <functional>
+#include <optional>
 
 #include "VirtualMac/Machine/Machine.h"
 #include "VirtualMac/Remote/MachineTime.h"
@@ -43,6 +44,9 @@ class RealTimeDriver {
 
   Machine& machine;
   asio::steady_timer alarm;
+  /// When the alarm rings, as the machine counts; none: not at all. So a machine whose next event
+  /// stays the same does not set it again.
+  std::optional<Nanoseconds> alarmAt;
   ClockHandler clockHandler;
   std::function<void()> settledHandler;
   double currentSpeed;

@@ -6,6 +6,8 @@
 #include <string>
 
 #include "Tests/fuzz/Target.h"
+#include "VirtualMac/Remote/DescriptorPassing.h"
+#include "VirtualMac/Remote/EventThread.h"
 #include "VirtualMac/Remote/MachineChannel.h"
 
 namespace korvel::fuzz {
@@ -14,6 +16,7 @@ namespace {
 
 using virtualmac::ConnectionBreak;
 using virtualmac::Effect;
+using virtualmac::EventThread;
 using virtualmac::FileVerdict;
 using virtualmac::FrameSocket;
 using virtualmac::get;
@@ -22,6 +25,7 @@ using virtualmac::MachineFrame;
 using virtualmac::MachineTime;
 using virtualmac::put;
 using virtualmac::realDuration;
+using virtualmac::receiveWithDescriptor;
 using virtualmac::uptimeAt;
 using virtualmac::WireReader;
 using virtualmac::WireWriter;
@@ -64,22 +68,28 @@ void hear(MachineFrame kind, WireReader& body) {
   body.u64();
 }
 
-/// Everything comes over a socket that then ends; the channel ends by itself and says why.
+/// All news come over a socket that then ends; the channel ends by itself and says why.
 void channel(std::string_view input) {
   std::array<int, 2> ends{};
   require(::socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()) == 0, "there is no socket");
-  FrameSocket machine(ends[0]);
+  const FrameSocket machine(ends[0]);
   std::promise<std::string> over;
-  MachineChannel helper(ends[1]);
+  EventThread events;
+  MachineChannel helper(ends[1], events);
   helper.start(&hear, [&over](const std::string& reason) { over.set_value(reason); });
-  machine.send(input);
-  ::shutdown(machine.descriptor(), SHUT_WR);
+  std::array<char, 64> first{};
+  int news = -1;
+  require(receiveWithDescriptor(machine.descriptor(), first, news) > 0 && news >= 0,
+          "there is no socket for news");
+  FrameSocket(news).send(input);
   require(!over.get_future().get().empty(), "the end has no reason");
+  events.stop();
 }
 
 }  // namespace
 
-/// The input's first byte chooses: all that a machine sends its helper, or one answer of a type.
+/// The input's first byte chooses: all news that a machine sends its helper, or one answer of a
+/// type.
 void machineAnswers(std::string_view input) {
   if (input.empty()) return;
   const char kind = input.front();

@@ -8,7 +8,11 @@
 #include <atomic>
 #include <future>
 #include <thread>
+#include <utility>
+#include <vector>
 
+#include "VirtualMac/Remote/DescriptorPassing.h"
+#include "VirtualMac/Remote/EventThread.h"
 #include "VirtualMac/Remote/MachineTime.h"
 
 namespace virtualmac {
@@ -19,84 +23,110 @@ class MachineChannelTest : public testing::Test {
  protected:
   MachineChannelTest() {
     EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()), 0);
-    channel.emplace(ends[0]);
+    channel.emplace(ends[0], events);
   }
   void TearDown() override {
+    events.stop();
     channel.reset();
     ::close(ends[1]);
+    if (news >= 0) ::close(news);
   }
 
-  void send(const WireWriter& frame) const {
-    const std::string bytes = frameOf(frame.body());
-    ASSERT_EQ(::send(ends[1], bytes.data(), bytes.size(), 0), static_cast<ssize_t>(bytes.size()));
+  /// Starts the channel and takes what it sends first.
+  void start(MachineChannel::Listener listener, MachineChannel::EndHandler end) {
+    channel->start(std::move(listener), std::move(end));
+    std::array<char, 64> first{};
+    const ssize_t got = receiveWithDescriptor(ends[1], first, news);
+    ASSERT_EQ(std::string(first.data(), static_cast<std::size_t>(got)), frameOf("\x04"));
+    ASSERT_GE(news, 0);
   }
-  void sendClock() const {
+  static void send(int socket, const std::string& bytes) {
+    ASSERT_EQ(::send(socket, bytes.data(), bytes.size(), 0), static_cast<ssize_t>(bytes.size()));
+  }
+  static std::string clockFrame() {
     WireWriter frame;
     frame.u8(static_cast<std::uint8_t>(MachineFrame::Clock));
     put(frame, MachineTime{});
-    send(frame);
+    return frameOf(frame.body());
   }
-  /// Answers the first call, which has no arguments and expects a number.
-  void answer(std::uint32_t number) const {
-    std::array<char, 64> call{};
-    ASSERT_GT(::recv(ends[1], call.data(), call.size(), 0), 0);
+  /// The next `count` calls, which have no arguments; each expects a number.
+  void takeCalls(int count) const {
+    constexpr std::size_t callSize = frameHeaderSize + 7;
+    std::array<char, callSize> call{};
+    for (int each = 0; each < count; ++each)
+      ASSERT_EQ(::recv(ends[1], call.data(), call.size(), MSG_WAITALL), callSize);
+  }
+  void answer(std::uint32_t ticket, std::uint32_t number) const {
     WireWriter frame;
     frame.u8(static_cast<std::uint8_t>(MachineFrame::Answer));
-    frame.u32(1);
+    frame.u32(ticket);
     put(frame, number);
-    send(frame);
+    send(ends[1], frameOf(frame.body()));
   }
 
   std::array<int, 2> ends{};
+  int news = -1;
+  EventThread events;
   std::optional<MachineChannel> channel;
 };
 
+void ignoreNews(MachineFrame, WireReader&) {}
+void failAtEnd(const std::string& reason) { ADD_FAILURE() << reason; }
+
 }  // namespace
 
-TEST_F(MachineChannelTest, NobodyHearsOnceTheListenerWasLetGoAndCallsAreStillAnswered) {
-  std::atomic<int> heard = 0;
-  std::promise<void> first;
-  channel->start(
+TEST_F(MachineChannelTest, NewsAreHeardInTheirOrderWhileACallWaits) {
+  std::promise<std::thread::id> heard;
+  std::atomic<int> count = 0;
+  start(
       [&](MachineFrame, WireReader& body) {
         MachineTime time;
         get(body, time);
-        if (++heard == 1) first.set_value();
+        if (++count == 2) heard.set_value(std::this_thread::get_id());
       },
-      [](const std::string& reason) { ADD_FAILURE() << reason; });
-  sendClock();
-  first.get_future().wait();
-  channel->stopListening();
-  // The clock was sent before the answer, so it is read first.
-  sendClock();
-  sendClock();
-  std::thread machine([this] { answer(7); });
+      failAtEnd);
+  std::thread machine([this, &heard] {
+    takeCalls(1);
+    const std::string clocks = clockFrame() + clockFrame();
+    // In two pieces, of which the first ends inside a frame.
+    send(news, clocks.substr(0, 9));
+    send(news, clocks.substr(9));
+    EXPECT_NE(heard.get_future().get(), std::this_thread::get_id());
+    answer(1, 7);
+  });
   EXPECT_EQ(channel->call<std::uint32_t>(3), 7U);
   machine.join();
-  EXPECT_EQ(heard, 1);
 }
 
-TEST_F(MachineChannelTest, TheListenerIsNotRunningWhenItWasLetGo) {
-  std::promise<void> entered;
-  std::promise<void> leave;
-  std::atomic<bool> left = false;
-  channel->start(
-      [&](MachineFrame, WireReader& body) {
-        MachineTime time;
-        get(body, time);
-        entered.set_value();
-        leave.get_future().wait();
-        left = true;
-      },
-      [](const std::string& reason) { ADD_FAILURE() << reason; });
-  sendClock();
-  entered.get_future().wait();
-  std::thread later([&leave] {
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    leave.set_value();
+// One of the callers reads for all: whichever it is, each gets its own answer.
+TEST_F(MachineChannelTest, CallsOfSeveralThreadsAreAnsweredInAnyOrder) {
+  start(ignoreNews, failAtEnd);
+  constexpr std::uint32_t callers = 3;
+  std::thread machine([this] {
+    takeCalls(callers);
+    for (const std::uint32_t ticket : {2U, 3U, 1U}) answer(ticket, ticket);
   });
-  channel->stopListening();
-  EXPECT_TRUE(left);
-  later.join();
+  std::atomic<std::uint32_t> sum = 0;
+  std::vector<std::thread> threads;
+  for (std::uint32_t each = 0; each < callers; ++each)
+    threads.emplace_back([&] { sum += channel->call<std::uint32_t>(3); });
+  for (std::thread& thread : threads) thread.join();
+  machine.join();
+  EXPECT_EQ(sum, 1U + 2U + 3U);
+}
+
+TEST_F(MachineChannelTest, AMachineThatGoesAwayIsNoticedWithoutACall) {
+  std::promise<std::string> end;
+  start(ignoreNews, [&end](const std::string& reason) { end.set_value(reason); });
+  ::close(std::exchange(news, -1));
+  EXPECT_EQ(end.get_future().get(), "the machine is gone");
+}
+
+TEST_F(MachineChannelTest, NewsThatMakeNoSenseEndTheChannel) {
+  std::promise<std::string> end;
+  start(ignoreNews, [&end](const std::string& reason) { end.set_value(reason); });
+  send(news, frameOf("?"));
+  EXPECT_EQ(end.get_future().get(), "a frame from the machine that makes no sense");
 }
 
 }  // namespace virtualmac

@@ -4,6 +4,8 @@
 
 #include <future>
 
+#include "VirtualMac/Remote/EventThread.h"
+
 namespace virtualmac {
 namespace {
 
@@ -35,7 +37,8 @@ TEST(MachineTimeTest, ARealDurationIsLongEnough) {
 
 // An alarm rings once the time is set past it, and not while the machine sleeps.
 TEST(MachineClockTest, AlarmsFollowTheMachinesTime) {
-  MachineClock clock(MachineTime{.frozen = true});
+  EventThread events;
+  MachineClock clock(MachineTime{.frozen = true}, events);
   std::promise<void> rang;
   std::atomic<bool> did = false;
   clock.addAlarm(3600 * second, [&] {
@@ -51,7 +54,8 @@ TEST(MachineClockTest, AlarmsFollowTheMachinesTime) {
 }
 
 TEST(MachineClockTest, ARemovedAlarmNeverRings) {
-  MachineClock clock(MachineTime{.frozen = true});
+  EventThread events;
+  MachineClock clock(MachineTime{.frozen = true}, events);
   bool wrong = false;
   std::promise<void> rang;
   const auto removed = clock.addAlarm(second, [&] { wrong = true; });
@@ -64,7 +68,8 @@ TEST(MachineClockTest, ARemovedAlarmNeverRings) {
 
 // Two messages about the time may overtake each other on their way through the helper.
 TEST(MachineClockTest, OldNewsAboutTheTimeIsIgnored) {
-  MachineClock clock(MachineTime{.frozen = true});
+  EventThread events;
+  MachineClock clock(MachineTime{.frozen = true}, events);
   clock.setTime({.steadyNanoseconds = 2000, .uptime = 9 * second, .frozen = true});
   clock.setTime({.steadyNanoseconds = 1000, .uptime = 1 * second});
   EXPECT_EQ(clock.time().uptime, 9 * second);

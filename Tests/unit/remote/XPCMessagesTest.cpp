@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "KorvelHelperProtocol.h"
+#include "VirtualMac/Remote/RequestWords.h"
 
 namespace virtualmac {
 namespace {
