@@ -12,7 +12,7 @@
 #include "VirtualMac/Machine/Faults.h"
 #include "VirtualMac/Machine/Machine.h"
 #include "VirtualMac/Machine/Nearest.h"
-#include "VirtualMac/Remote/XPCMessages.h"
+#include "VirtualMac/Remote/RequestWords.h"
 #include "VirtualMac/Scenarios/Phrase.h"
 
 namespace virtualmac {

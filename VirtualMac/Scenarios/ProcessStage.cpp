@@ -18,7 +18,7 @@
 #include "HelperPersistence.h"
 #include "Operations.h"
 #include "VirtualMac/Remote/HostSystem.h"
-#include "VirtualMac/Remote/XPCMessages.h"
+#include "VirtualMac/Remote/RequestWords.h"
 #include "VirtualMac/Server/ProgramBeside.h"
 
 namespace virtualmac {

@@ -13,6 +13,7 @@
 
 #include "HelperRecords.h"
 #include "Operations.h"
+#include "VirtualMac/Remote/RequestWords.h"
 #include "VirtualMac/Tools/AppAnswer.h"
 #include "VirtualMac/Tools/AppConnection.h"
 #include "VirtualMac/Tools/AppSession.h"

@@ -10,6 +10,7 @@
 
 #include "Operations.h"
 #include "VirtualMac/Machine/Nearest.h"
+#include "VirtualMac/Remote/RequestWords.h"
 #include "VirtualMac/Tools/AppAnswer.h"
 #include "VirtualMac/Tools/AppConnection.h"
 #include "VirtualMac/Tools/CommandLine.h"
