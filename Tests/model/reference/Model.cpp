@@ -248,6 +248,10 @@ void Model::connection() {
   const bool overtaken = leaving != trace->end() &&
                          (item().ended ? item().events.size() > 2 : leaving->events.size() < 2);
   if (overtaken) leftEarly.insert(client);
+  // A connection that breaks as it is made keeps its acceptance waiting for its end.
+  if (overtaken && leaving->ended && more() && leaving->endOrder < upcoming()->order) {
+    pass(leaving->endAt);
+  }
   log("Listener", 0, "accepted XPC connection (requirement set, team=" + team + ")");
   post([this] { clientCame(); });
   if (overtaken) post([this] { clientLeft(); });
