@@ -1,6 +1,5 @@
-// These benchmarks run the helper as a process. A request's round trip stands beside a bare
-// ping-pong of two processes, the start to the first answer and the memory beside an empty
-// program's.
+// These benchmarks run the helper as a process, beside two services that people use today and
+// beside bare programs. The services and the helper are measured by the same functions.
 
 #include <benchmark/benchmark.h>
 #include <sys/socket.h>
@@ -9,81 +8,124 @@
 
 #include <array>
 #include <chrono>
-#include <csignal>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <optional>
-#include <string>
-#include <system_error>
 #include <thread>
 
-#include "Operations.h"
-#include "VirtualMac/Server/RootDirectory.h"
-#include "VirtualMac/Tools/AppConnection.h"
+#include "Benchmarks/FloorProgram.h"
+#include "Benchmarks/HelperService.h"
+#include "Benchmarks/PeerService.h"
+#include "Benchmarks/ProcessFigures.h"
 
-namespace virtualmac {
+namespace benchmarks {
 namespace {
 
-constexpr double timeoutSeconds = 5;
+using Clock = std::chrono::steady_clock;
 
-/// Reads one of a process's memory figures, in KiB; 0 when it has none.
-double memoryKiB(pid_t pid, const std::string& name) {
-  std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-  for (std::string line; std::getline(status, line);) {
-    if (line.starts_with(name + ':'))
-      return std::strtod(line.substr(name.size() + 1).c_str(), nullptr);
-  }
-  return 0;
+constexpr int launchdSpeed = 1000;
+/// As many as the helper and the services have with one client.
+constexpr const char* threadsOfAService = "4";
+
+double secondsSince(Clock::time_point begin) {
+  return std::chrono::duration<double>(Clock::now() - begin).count();
 }
 
-/// A virtual Mac that lives as long as the benchmark.
-class MachineProcess {
- public:
-  /// The machine runs `speed` times as fast as real time.
-  explicit MachineProcess(int speed) {
-    std::array<char, 40> name{"/tmp/korvel-benchmark-XXXXXX"};
-    root.path = mkdtemp(name.data());
-    up = run("up --speed " + std::to_string(speed));
-  }
-  ~MachineProcess() {
-    run("down");
-    std::error_code ignored;
-    std::filesystem::remove_all(root.path, ignored);
-  }
-  MachineProcess(const MachineProcess&) = delete;
-  MachineProcess& operator=(const MachineProcess&) = delete;
+// ---- start and end
 
-  bool run(const std::string& command) const {
-    const std::string line =
-        VIRTUAL_MAC_PROGRAM " --root " + root.path + " " + command + " >/dev/null";
-    return std::system(line.c_str()) == 0;
+/// Measures from the connection to a service that is not running to its first answer, and then
+/// from SIGTERM to its end.
+template <class Service>
+void startAndEnd(benchmark::State& state, const Service& service) {
+  double ends = 0;
+  for (auto _ : state) {
+    const auto begin = Clock::now();
+    auto connection = service.connect();
+    if (!connection || !service.ask(*connection)) return state.SkipWithError("no answer");
+    state.SetIterationTime(secondsSince(begin));
+    const auto end = secondsToEnd(service.pid(*connection));
+    if (!end) return state.SkipWithError("it does not end");
+    ends += *end;
+    connection.reset();
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
   }
-  [[nodiscard]] std::optional<AppConnection> connect() const {
-    auto opened = AppConnection::open(root, "app");
-    if (!opened) return std::nullopt;
-    return *std::move(opened);
-  }
-
-  RootDirectory root;
-  bool up = false;
-};
-
-/// Returns the values of one reply; empty when none came.
-std::vector<XPCValue> ask(AppConnection& app, const korvel::Operation& operation) {
-  const auto reply = app.call(operation, 0, timeoutSeconds);
-  return reply ? *reply : std::vector<XPCValue>();
+  state.counters["endMilliseconds"] = 1e3 * ends / static_cast<double>(state.iterations());
 }
+
+void StartToFirstAnswer(benchmark::State& state) {
+  startAndEnd(state, HelperService(launchdSpeed));
+}
+BENCHMARK(StartToFirstAnswer)->UseManualTime()->Iterations(20)->Unit(benchmark::kMillisecond);
+
+void PeerStart(benchmark::State& state, const Peer& peer) { startAndEnd(state, PeerService(peer)); }
+BENCHMARK_CAPTURE(PeerStart, upowerd, upower)
+    ->UseManualTime()
+    ->Iterations(20)
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(PeerStart, powerProfiles, powerProfiles)
+    ->UseManualTime()
+    ->Iterations(20)
+    ->Unit(benchmark::kMillisecond);
+
+void floorStart(benchmark::State& state, const std::vector<std::string>& words) {
+  for (auto _ : state) {
+    const auto begin = Clock::now();
+    const FloorProgram program(words);
+    if (!program.spoke) return state.SkipWithError("the floor's program did not start");
+    state.SetIterationTime(secondsSince(begin));
+  }
+}
+
+void EmptyProgramToFirstByte(benchmark::State& state) { floorStart(state, {EMPTY_PROGRAM}); }
+BENCHMARK(EmptyProgramToFirstByte)->UseManualTime()->Iterations(20)->Unit(benchmark::kMillisecond);
+
+void BareStartToFirstByte(benchmark::State& state) {
+  std::array<char, 40> name{"/tmp/korvel-benchmark-XXXXXX"};
+  const std::string folder = mkdtemp(name.data());
+  floorStart(state, {START_FLOOR, folder});
+  std::filesystem::remove_all(folder);
+}
+BENCHMARK(BareStartToFirstByte)->UseManualTime()->Iterations(20)->Unit(benchmark::kMillisecond);
+
+/// The end of a helper whose hardware does not answer.
+void EndWhileHardwareHangs(benchmark::State& state) {
+  const HelperService helper(1);
+  // launchd lets ten seconds pass between two starts.
+  for (auto _ : state) {
+    auto app = helper.connect();
+    if (!app || !HelperService::ask(*app)) return state.SkipWithError("no answer");
+    const bool hangs = helper.run("fault call-latency smcCallStruct 60 on");
+    const auto end = secondsToEnd(HelperService::pid(*app));
+    if (!hangs || !end) return state.SkipWithError("it does not end");
+    state.SetIterationTime(*end);
+    static_cast<void>(helper.run("fault call-latency smcCallStruct 60 off"));
+  }
+}
+BENCHMARK(EndWhileHardwareHangs)->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
+
+// ---- requests
+
+template <class Service>
+void roundTrips(benchmark::State& state, const Service& service) {
+  auto connection = service.connect();
+  if (!connection || !service.ask(*connection)) return state.SkipWithError("no answer");
+  for (auto _ : state) {
+    if (!service.ask(*connection)) state.SkipWithError("no answer");
+  }
+}
+
+void PropertyRead(benchmark::State& state, const Peer& peer) {
+  roundTrips(state, PeerService(peer));
+}
+BENCHMARK_CAPTURE(PropertyRead, upowerd, upower)->UseRealTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK_CAPTURE(PropertyRead, powerProfiles, powerProfiles)
+    ->UseRealTime()
+    ->Unit(benchmark::kMicrosecond);
 
 void RoundTrip(benchmark::State& state, const korvel::Operation& operation) {
-  const MachineProcess machine(1);
-  std::optional<AppConnection> app = machine.connect();
-  if (!app || ask(*app, operation).empty()) {
-    state.SkipWithError("no helper");
-    return;
-  }
+  const HelperService helper(1);
+  auto app = helper.connect();
+  if (!app || !HelperService::ask(*app)) return state.SkipWithError("no helper");
   for (auto _ : state) {
-    if (ask(*app, operation).empty()) state.SkipWithError("no reply");
+    if (HelperService::answer(*app, operation).empty()) state.SkipWithError("no reply");
   }
 }
 BENCHMARK_CAPTURE(RoundTrip, ping, korvel::operation::ping)
@@ -92,13 +134,15 @@ BENCHMARK_CAPTURE(RoundTrip, ping, korvel::operation::ping)
 BENCHMARK_CAPTURE(RoundTrip, getState, korvel::operation::getState)
     ->UseRealTime()
     ->Unit(benchmark::kMicrosecond);
+BENCHMARK_CAPTURE(RoundTrip, setChargeLimit, korvel::operation::setChargeLimit)
+    ->UseRealTime()
+    ->Unit(benchmark::kMicrosecond);
 
 /// The floor exchanges as many bytes between two processes, with nothing in between.
 void BarePingPong(benchmark::State& state) {
   std::array<int, 2> ends{};
-  if (socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends.data()) != 0) {
-    state.SkipWithError("no sockets");
-    return;
+  if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()) != 0) {
+    return state.SkipWithError("no sockets");
   }
   std::array<char, 64> message{};
   const pid_t child = fork();
@@ -123,94 +167,81 @@ void BarePingPong(benchmark::State& state) {
 }
 BENCHMARK(BarePingPong)->UseRealTime()->Unit(benchmark::kMicrosecond);
 
-/// Measures from the connection to a service that is not running to its first answer.
-void StartToFirstAnswer(benchmark::State& state) {
-  // At this speed launchd's ten seconds between two starts pass quickly.
-  const MachineProcess machine(1000);
-  for (auto _ : state) {
-    const auto begin = std::chrono::steady_clock::now();
-    std::optional<AppConnection> app = machine.connect();
-    if (!app || ask(*app, korvel::operation::ping).empty()) {
-      state.SkipWithError("no answer");
-      return;
-    }
-    state.SetIterationTime(
-        std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count());
-    ask(*app, korvel::operation::quit);
-    app.reset();
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+// ---- memory, threads, and waiting
+
+void tell(benchmark::State& state, const ProcessFigures& figures) {
+  state.counters["residentKiB"] = figures.residentKiB;
+  state.counters["privateKiB"] = figures.privateKiB;
+  state.counters["threads"] = figures.threads;
+}
+
+/// Figures of a service that has answered one client, which stays.
+void footprint(benchmark::State& state, pid_t process) {
+  for (auto _ : state) std::this_thread::sleep_for(std::chrono::seconds(2));
+  if (const auto figures = figuresOf(process)) tell(state, *figures);
+}
+
+void Footprint(benchmark::State& state) {
+  const HelperService helper(1);
+  auto app = helper.connect();
+  if (!app || HelperService::answer(*app, korvel::operation::setChargeLimit).empty()) {
+    return state.SkipWithError("no helper");
+  }
+  footprint(state, HelperService::pid(*app));
+}
+BENCHMARK(Footprint)->Iterations(1);
+
+void PeerFootprint(benchmark::State& state, const Peer& peer) {
+  const PeerService service(peer);
+  const auto connection = service.connect();
+  if (!connection || !service.ask(*connection)) return state.SkipWithError("no answer");
+  footprint(state, service.pid(*connection));
+}
+BENCHMARK_CAPTURE(PeerFootprint, upowerd, upower)->Iterations(1);
+BENCHMARK_CAPTURE(PeerFootprint, powerProfiles, powerProfiles)->Iterations(1);
+
+void EmptyFootprint(benchmark::State& state) {
+  const FloorProgram empty({EMPTY_PROGRAM, threadsOfAService});
+  footprint(state, empty.pid);
+}
+BENCHMARK(EmptyFootprint)->Iterations(1);
+
+/// Three minutes in which nobody asks: a helper that does nothing, one that holds a limit, and the
+/// services, each of which watches a battery. All at the same time.
+void ThreeQuietMinutes(benchmark::State& state) {
+  const HelperService idle(1);
+  const HelperService enforcing(1);
+  const PeerService first(upower);
+  const PeerService second(powerProfiles);
+  auto idleClient = idle.connect();
+  auto enforcingClient = enforcing.connect();
+  const auto firstClient = first.connect();
+  const auto secondClient = second.connect();
+  if (!idleClient || !enforcingClient || !HelperService::ask(*idleClient) ||
+      HelperService::answer(*enforcingClient, korvel::operation::setChargeLimit).empty() ||
+      !first.ask(*firstClient) || !second.ask(*secondClient)) {
+    return state.SkipWithError("no answer");
+  }
+  const std::array watched{std::pair{"idle", HelperService::pid(*idleClient)},
+                           std::pair{"enforcing", HelperService::pid(*enforcingClient)},
+                           std::pair{"upowerd", first.pid(*firstClient)},
+                           std::pair{"powerProfiles", second.pid(*secondClient)}};
+  std::this_thread::sleep_for(std::chrono::seconds(3));
+  std::array<ProcessFigures, watched.size()> before;
+  for (std::size_t each = 0; each < watched.size(); ++each)
+    before[each] = figuresOf(watched[each].second).value_or(ProcessFigures());
+  constexpr int minutes = 3;
+  for (auto _ : state) std::this_thread::sleep_for(std::chrono::minutes(minutes));
+  for (std::size_t each = 0; each < watched.size(); ++each) {
+    const auto& [name, process] = watched[each];
+    const auto after = figuresOf(process);
+    if (!after) return state.SkipWithError("a service is gone");
+    state.counters[std::string(name) + "Wakeups"] = after->wakeups - before[each].wakeups;
+    state.counters[std::string(name) + "MillisecondsAMinute"] =
+        1e3 * (after->processorSeconds - before[each].processorSeconds) / minutes;
   }
 }
-BENCHMARK(StartToFirstAnswer)->UseManualTime()->Iterations(20)->Unit(benchmark::kMillisecond);
-
-/// Starts an empty program and waits for its word; ends it with the object.
-class EmptyProgram {
- public:
-  EmptyProgram() {
-    std::array<int, 2> ends{};
-    if (pipe(ends.data()) != 0) return;
-    pid = fork();
-    if (pid == 0) {
-      dup2(ends[1], STDOUT_FILENO);
-      execl(EMPTY_PROGRAM, EMPTY_PROGRAM, nullptr);
-      _exit(127);
-    }
-    close(ends[1]);
-    char said = 0;
-    spoke = read(ends[0], &said, 1) == 1;
-    close(ends[0]);
-  }
-  ~EmptyProgram() {
-    if (pid <= 0) return;
-    kill(pid, SIGKILL);
-    waitpid(pid, nullptr, 0);
-  }
-  EmptyProgram(const EmptyProgram&) = delete;
-  EmptyProgram& operator=(const EmptyProgram&) = delete;
-
-  pid_t pid = 0;
-  bool spoke = false;
-};
-
-void EmptyProgramToFirstByte(benchmark::State& state) {
-  for (auto _ : state) {
-    const auto begin = std::chrono::steady_clock::now();
-    const EmptyProgram program;
-    if (!program.spoke) state.SkipWithError("the empty program did not start");
-    state.SetIterationTime(
-        std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count());
-  }
-}
-BENCHMARK(EmptyProgramToFirstByte)->UseManualTime()->Iterations(20)->Unit(benchmark::kMillisecond);
-
-/// Reports memory as counters, in KiB, of a helper that holds a limit and of an empty program.
-/// Resident includes pages of shared libraries; private has only pages that the process wrote.
-void ResidentMemory(benchmark::State& state) {
-  const MachineProcess machine(60);
-  std::optional<AppConnection> app = machine.connect();
-  const EmptyProgram empty;
-  if (!app || !empty.spoke) {
-    state.SkipWithError("no helper");
-    return;
-  }
-  const auto limited = app->call(korvel::operation::setChargeLimit, 80, timeoutSeconds);
-  const std::vector<XPCValue> answer = ask(*app, korvel::operation::ping);
-  if (!limited || answer.empty()) {
-    state.SkipWithError("no answer");
-    return;
-  }
-  if (!app->stayConnected(2)) {
-    state.SkipWithError("the helper went away");
-    return;
-  }
-  const auto pid = static_cast<pid_t>(*std::get<korvel::PropertyValue>(answer.front()).integer());
-  for (auto _ : state) benchmark::DoNotOptimize(memoryKiB(pid, "VmRSS"));
-  state.counters["helperKiB"] = memoryKiB(pid, "VmRSS");
-  state.counters["emptyKiB"] = memoryKiB(empty.pid, "VmRSS");
-  state.counters["helperPrivateKiB"] = memoryKiB(pid, "RssAnon");
-  state.counters["emptyPrivateKiB"] = memoryKiB(empty.pid, "RssAnon");
-}
-BENCHMARK(ResidentMemory)->Iterations(1);
+BENCHMARK(ThreeQuietMinutes)->Iterations(1);
 
 }  // namespace
-}  // namespace virtualmac
+}  // namespace benchmarks

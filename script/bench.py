@@ -1,8 +1,9 @@
 #!/usr/bin/env python3
 """Runs the benchmark programs and prints one table; script/bench calls it.
 
-usage: bench.py PROGRAMS [BENCHMARK-ARGUMENT...]
+usage: bench.py PROGRAMS [--picture FILE] [BENCHMARK-ARGUMENT...]
 """
+import datetime
 import json
 import pathlib
 import platform
@@ -10,6 +11,9 @@ import statistics
 import subprocess
 import sys
 import tempfile
+
+import bench_instructions
+import bench_picture
 
 REPETITIONS = 9
 
@@ -20,15 +24,26 @@ ROWS = (
     ("Verified SMC write, value unchanged", "VerifiedWriteUnchanged", "BareCalls/1", None),
     ("Verified SMC write, value changing", "VerifiedWriteChanging", "BareCalls/3", None),
     ("Store write, durable and verified", "StoreWrite", "PlainSystemCallsOfAStoreWrite", 1.15),
-    ("Round trip `ping`", "RoundTrip/ping/real_time", "BarePingPong/real_time", 1.5),
-    ("Round trip `getState`", "RoundTrip/getState/real_time", "BarePingPong/real_time", 1.5),
+    ("Round trip `ping`", "RoundTrip/ping/real_time", "BarePingPong/real_time", 2),
+    ("Round trip `getState`", "RoundTrip/getState/real_time", "BarePingPong/real_time", 2),
     ("Start to first answer", "StartToFirstAnswer/iterations:20/manual_time",
-     "EmptyProgramToFirstByte/iterations:20/manual_time", 2.5),
+     "BareStartToFirstByte/iterations:20/manual_time", 2),
+    ("Start to first answer, empty program", "StartToFirstAnswer/iterations:20/manual_time",
+     "EmptyProgramToFirstByte/iterations:20/manual_time", None),
 )
 RATE = ("Virtual ticks a second", "ThousandSteadyTicks/real_time", "items_per_second", 250_000)
-MEMORY = ("Resident memory", "ResidentMemory/iterations:1", "helperKiB", "emptyKiB", 1.5)
-PRIVATE = ("Private memory", "ResidentMemory/iterations:1", "helperPrivateKiB", "emptyPrivateKiB",
-           None)
+FOOTPRINTS = (("Resident memory", "residentKiB", None), ("Private memory", "privateKiB", 1.5))
+FOOTPRINT, EMPTY_FOOTPRINT = "Footprint/iterations:1", "EmptyFootprint/iterations:1"
+
+# The helper beside two services. Each row has a title, three measurements, how they are shown, and
+# the goal: at most so much of the first service's figure (a ratio), or at most so much at all.
+PEERS = ("upowerd", "power-profiles-daemon")
+STARTS = ("StartToFirstAnswer/iterations:20/manual_time", "PeerStart/upowerd/iterations:20/manual_time",
+          "PeerStart/powerProfiles/iterations:20/manual_time")
+READS = ("RoundTrip/ping/real_time", "PropertyRead/upowerd/real_time", "PropertyRead/powerProfiles/real_time")
+PRINTS = (FOOTPRINT, "PeerFootprint/upowerd/iterations:1", "PeerFootprint/powerProfiles/iterations:1")
+QUIET = "ThreeQuietMinutes/iterations:1"
+ALONE = "--benchmark_filter=ThreeQuietMinutes"
 
 NANOSECONDS = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
 # One iteration of this benchmark does its work many times.
@@ -38,17 +53,17 @@ WORK_PER_ITERATION = {"ThousandSteadyTicks/real_time": 1000}
 # The scheduler's placement of two processes that wait for each other matters more than their work,
 # so these are measured again with everything on one core.
 ON_ONE_CORE = ("taskset", "--cpu-list", "0")
-ONE_CORE_FILTER = "--benchmark_filter=RoundTrip|BarePingPong"
+ONE_CORE_FILTER = "--benchmark_filter=RoundTrip/(ping|getState)|BarePingPong|PropertyRead"
 
 
-def run(program, arguments):
+def run(program, arguments, repetitions=REPETITIONS):
     """One program's measurements: name -> list of entries, one a repetition."""
     with tempfile.TemporaryDirectory() as directory:
         out = pathlib.Path(directory) / "out.json"
         done = subprocess.run(
             [*program, f"--benchmark_out={out}", "--benchmark_out_format=json",
              "--benchmark_enable_random_interleaving=true",
-             f"--benchmark_repetitions={REPETITIONS}", *arguments],
+             f"--benchmark_repetitions={repetitions}", *arguments],
             check=False, capture_output=True, text=True)
         if done.returncode != 0:
             sys.exit(f"{' '.join(program)}: status {done.returncode}\n{done.stdout}{done.stderr}".rstrip())
@@ -111,10 +126,57 @@ def table(measured, on_one_core):
         values = counters(measured, name, counter)
         rows.append([label, cell(values, lambda value: f"{value:,.0f}"), "–", "–",
                      verdict(f"≥ {goal:,}", statistics.median(values) >= goal)])
-    for label, name, counter, floor, goal in (MEMORY, PRIVATE):
-        if name in measured:
-            rows.append(compared(label, counters(measured, name, counter),
-                                 counters(measured, name, floor), goal, mebibytes))
+    for label, counter, goal in FOOTPRINTS:
+        if FOOTPRINT in measured and EMPTY_FOOTPRINT in measured:
+            rows.append(compared(label, counters(measured, FOOTPRINT, counter),
+                                 counters(measured, EMPTY_FOOTPRINT, counter), goal, mebibytes))
+    return drawn(rows)
+
+
+def beside_peers(measured, on_one_core):
+    """Rows of the helper and the services; a row whose measurements were not made is left out."""
+    def row(label, values, show, ratio_goal=None, goal=None):
+        medians = [statistics.median(each) for each in values]
+        ratio = medians[0] / medians[1] if medians[1] else 0
+        told = "–"
+        if ratio_goal is not None:
+            told = verdict(f"≤ {ratio_goal} × {PEERS[0]}", ratio <= ratio_goal)
+        elif goal is not None:
+            told = verdict(f"≤ {show(goal)}", medians[0] <= goal)
+        return [label, *(cell(each, show) for each in values), f"{ratio:.3g}", told]
+
+    def made(names, figures):
+        return all(name in figures for name in names)
+
+    rows = [["What", "KorvelHelper", *PEERS, f"of {PEERS[0]}", "Goal"]]
+    if made(STARTS, measured):
+        rows.append(row("Start to first answer", [times(measured, each) for each in STARTS], duration, 0.45))
+        rows.append(row("End", [[1e6 * value for value in counters(measured, each, "endMilliseconds")]
+                                for each in STARTS], duration, goal=2e6))
+    if made(READS, on_one_core):
+        rows.append(row("A small request, on one core", [times(on_one_core, each) for each in READS],
+                        duration, 0.1))
+    if made(PRINTS, measured):
+        for label, counter, show, ratio_goal, goal in (
+                ("Resident memory", "residentKiB", mebibytes, 0.55, None),
+                ("Private memory", "privateKiB", mebibytes, None, None),
+                ("Threads with one client", "threads", "{:.0f}".format, None, 4)):
+            rows.append(row(label, [counters(measured, each, counter) for each in PRINTS], show, ratio_goal, goal))
+    if QUIET in measured:
+        def quiet(*names):
+            return [counters(measured, QUIET, name) for name in names]
+        rows.append(row("Wakeups in 180 s, idle", quiet("idleWakeups", "upowerdWakeups", "powerProfilesWakeups"),
+                        "{:.0f}".format, goal=0))
+        rows.append(row("Wakeups in 180 s, holding a limit",
+                        quiet("enforcingWakeups", "upowerdWakeups", "powerProfilesWakeups"), "{:.0f}".format))
+        rows.append(row("Processor time a minute, holding a limit",
+                        [[1e6 * value for value in each] for each in quiet(
+                            "enforcingMillisecondsAMinute", "upowerdMillisecondsAMinute",
+                            "powerProfilesMillisecondsAMinute")], duration, goal=2e6))
+    return drawn(rows) if len(rows) > 1 else ""
+
+
+def drawn(rows):
     widths = [max(len(row[column]) for row in rows) for column in range(len(rows[0]))]
     rows.insert(1, ["-" * width for width in widths])
     return "\n".join("| " + " | ".join(text.ljust(width) for text, width in zip(row, widths)) + " |"
@@ -132,24 +194,64 @@ def machine():
     return f"{model}, {cores} cores, Linux {platform.release()}, load {load} before the start"
 
 
+def versions():
+    """The peers, as Debian names their versions."""
+    told = subprocess.run(["dpkg-query", "-W", "-f=${Package} ${Version}\n", "upower", PEERS[1], "umockdev",
+                           "dbus"], capture_output=True, text=True, check=False).stdout
+    return ", ".join(told.splitlines())
+
+
+def picture(measured, on_one_core):
+    """The three rows that tell most."""
+    def medians(names, figures, take):
+        return [statistics.median(take(figures, name)) for name in names]
+
+    groups = [("From the first connection to the first answer", medians(STARTS, measured, times), duration),
+              ("A small request and its answer, on one core", medians(READS, on_one_core, times), duration),
+              ("Resident memory", medians(PRINTS, measured, lambda figures, name: counters(
+                  figures, name, "residentKiB")), mebibytes)]
+    return bench_picture.drawn(groups, ("KorvelHelper", *PEERS), f"Shorter is better. {versions()}")
+
+
 def main():
-    if len(sys.argv) < 2:
+    arguments = sys.argv[1:]
+    if not arguments:
         print(__doc__.strip().splitlines()[-1], file=sys.stderr)
         sys.exit(2)
-    directory = pathlib.Path(sys.argv[1])
-    where = machine()
+    directory = pathlib.Path(arguments.pop(0))
+    drawing = None
+    if "--picture" in arguments:
+        place = arguments.index("--picture")
+        if place + 1 == len(arguments):
+            sys.exit("--picture takes a file")
+        drawing = pathlib.Path(arguments[place + 1])
+        del arguments[place:place + 2]
+    where = f"{datetime.date.today()}: {machine()}"
     measured = {}
+    processes = str(directory / "korvel_process_benchmarks")
+    asked = any(word.startswith("--benchmark_filter") for word in arguments)
     for name in ("korvel_benchmarks", "korvel_process_benchmarks"):
         print(f"{name}: {REPETITIONS} repetitions, interleaved …", flush=True)
-        measured.update(run([str(directory / name)], sys.argv[2:]))
+        usual = [] if asked else ["--benchmark_filter=-ThreeQuietMinutes"]
+        measured.update(run([str(directory / name)], [*usual, *arguments]))
     print("korvel_process_benchmarks once more, all on one core …", flush=True)
     # The last filter counts, so the caller's replaces this one.
-    on_one_core = run([*ON_ONE_CORE, str(directory / "korvel_process_benchmarks")],
-                      [ONE_CORE_FILTER, *sys.argv[2:]])
+    on_one_core = run([*ON_ONE_CORE, processes], [ONE_CORE_FILTER, *arguments])
+    if not asked:
+        print("three quiet minutes …", flush=True)
+        measured.update(run([processes], [ALONE, *arguments], repetitions=1))
     if not measured:
         sys.exit("no benchmark was run")
     print(f"\n{where}\nmedian (smallest … largest) of {REPETITIONS} repetitions\n")
     print(table(measured, on_one_core))
+    print(f"\n{beside_peers(measured, on_one_core)}")
+    if not asked:
+        print("\nCounting instructions …", flush=True)
+        counted = bench_instructions.rows((directory.parent / "bin").resolve())
+        print(drawn([["The helper's instructions", "Count"], *([what, f"{count:,}"] for what, count in counted)]))
+    print(f"\n{versions()}")
+    if drawing:
+        drawing.write_text(picture(measured, on_one_core), encoding="utf-8")
 
 
 if __name__ == "__main__":

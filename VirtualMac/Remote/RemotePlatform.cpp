@@ -95,8 +95,8 @@ struct RemotePlatform::Parts {
     clock.setTime(host.time());
   }
 
-  // What runs there uses parts that are destroyed first. Calls work until the end: the queues may
-  // be in the middle of one.
+  // The thread of events uses parts that are destroyed before it. Calls work until the end: the
+  // queues may be in the middle of one.
   ~Parts() { events.stop(); }
   Parts(const Parts&) = delete;
   Parts& operator=(const Parts&) = delete;

@@ -58,6 +58,7 @@ int refuse(const std::string& why) {
 /// error was printed.
 std::optional<int> statusOfArguments(int argc, char** argv, virtualmac::LaunchOptions& options) {
   for (;;) {
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): there is one thread yet
     const int chosen = ::getopt_long(argc, argv, "", choices.data(), nullptr);
     if (chosen == -1) break;
     switch (chosen) {
