@@ -33,12 +33,24 @@ std::optional<ProcessFigures> figuresOf(pid_t process) {
   if (figures.threads == 0) return std::nullopt;
   std::error_code gone;
   for (const auto& thread : std::filesystem::directory_iterator(directory / "task", gone)) {
-    figures.wakeups += numberIn(thread.path() / "status", "voluntary_ctxt_switches");
     double nanoseconds = 0;
     std::ifstream(thread.path() / "schedstat") >> nanoseconds;
-    figures.processorSeconds += nanoseconds / 1e9;
+    figures.byThread[thread.path().filename()] = {
+        .wakeups = numberIn(thread.path() / "status", "voluntary_ctxt_switches"),
+        .processorSeconds = nanoseconds / 1e9};
   }
   return figures;
+}
+
+ProcessFigures::Thread since(const ProcessFigures& before, const ProcessFigures& now) {
+  ProcessFigures::Thread all;
+  for (const auto& [name, thread] : now.byThread) {
+    const auto found = before.byThread.find(name);
+    const auto begun = found == before.byThread.end() ? ProcessFigures::Thread() : found->second;
+    all.wakeups += thread.wakeups - begun.wakeups;
+    all.processorSeconds += thread.processorSeconds - begun.processorSeconds;
+  }
+  return all;
 }
 
 std::optional<double> secondsToEnd(pid_t process) {

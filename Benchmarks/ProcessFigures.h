@@ -2,7 +2,9 @@
 
 #include <sys/types.h>
 
+#include <map>
 #include <optional>
+#include <string>
 
 namespace benchmarks {
 
@@ -11,9 +13,16 @@ struct ProcessFigures {
   double residentKiB = 0;
   double privateKiB = 0;  ///< Pages that it wrote.
   double threads = 0;
-  double wakeups = 0;           ///< So often one of its threads began to wait.
-  double processorSeconds = 0;  ///< Of all its threads that live.
+  /// Of a thread that lives.
+  struct Thread {
+    double wakeups = 0;  ///< So often it began to wait.
+    double processorSeconds = 0;
+  };
+  std::map<std::string, Thread> byThread = {};
 };
+
+/// Of all threads that live `now`, what came since `before`.
+ProcessFigures::Thread since(const ProcessFigures& before, const ProcessFigures& now);
 
 /// None: there is no such process.
 std::optional<ProcessFigures> figuresOf(pid_t process);

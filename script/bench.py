@@ -210,7 +210,8 @@ def picture(measured, on_one_core):
               ("A small request and its answer, on one core", medians(READS, on_one_core, times), duration),
               ("Resident memory", medians(PRINTS, measured, lambda figures, name: counters(
                   figures, name, "residentKiB")), mebibytes)]
-    return bench_picture.drawn(groups, ("KorvelHelper", *PEERS), f"Shorter is better. {versions()}")
+    return bench_picture.drawn(groups, ("KorvelHelper", *PEERS),
+                               f"Shorter is better. Measured on {datetime.date.today()}.")
 
 
 def main():

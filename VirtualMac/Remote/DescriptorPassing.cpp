@@ -22,7 +22,7 @@ msghdr messageOf(iovec& bytes, Attachment& attachment) {
   message.msg_iov = &bytes;
   message.msg_iovlen = 1;
   message.msg_control = attachment.bytes.data();
-  message.msg_controllen = attachment.bytes.size();
+  message.msg_controllen = static_cast<decltype(message.msg_controllen)>(attachment.bytes.size());
   return message;
 }
 
@@ -35,7 +35,7 @@ bool sendWithDescriptor(int socket, std::string_view bytes, int descriptor) {
   cmsghdr* const header = CMSG_FIRSTHDR(&message);
   header->cmsg_level = SOL_SOCKET;
   header->cmsg_type = SCM_RIGHTS;
-  header->cmsg_len = CMSG_LEN(sizeof descriptor);
+  header->cmsg_len = static_cast<decltype(header->cmsg_len)>(CMSG_LEN(sizeof descriptor));
   std::memcpy(CMSG_DATA(header), &descriptor, sizeof descriptor);
   ssize_t sent = 0;
   do {

@@ -1,5 +1,7 @@
 #include "VirtualMac/Remote/ProcessTimer.h"
 
+#include <mutex>
+#include <optional>
 #include <utility>
 
 namespace virtualmac {
