@@ -32,6 +32,7 @@ ROWS = (
      "EmptyProgramToFirstByte/iterations:20/manual_time", None),
 )
 RATE = ("Virtual ticks a second", "ThousandSteadyTicks/real_time", "items_per_second", 250_000)
+HUNG = ("End while the hardware hangs", "EndWhileHardwareHangs/iterations:1/manual_time", 0.50e9, 0.55e9)
 FOOTPRINTS = (("Resident memory", "residentKiB", None), ("Private memory", "privateKiB", 1.5))
 FOOTPRINT, EMPTY_FOOTPRINT = "Footprint/iterations:1", "EmptyFootprint/iterations:1"
 
@@ -126,6 +127,11 @@ def table(measured, on_one_core):
         values = counters(measured, name, counter)
         rows.append([label, cell(values, lambda value: f"{value:,.0f}"), "–", "–",
                      verdict(f"≥ {goal:,}", statistics.median(values) >= goal)])
+    label, name, least, most = HUNG
+    if name in measured:
+        values = times(measured, name)
+        rows.append([label, cell(values, duration), "–", "–", verdict(
+            f"{duration(least)} to {duration(most)}", least <= min(values) and max(values) <= most)])
     for label, counter, goal in FOOTPRINTS:
         if FOOTPRINT in measured and EMPTY_FOOTPRINT in measured:
             rows.append(compared(label, counters(measured, FOOTPRINT, counter),
