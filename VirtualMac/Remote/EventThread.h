@@ -7,7 +7,7 @@
 namespace virtualmac {
 
 /// The thread of a process for what comes by itself: news of its machine, alarms, new clients.
-/// What runs on it must not take long.
+/// Work on it must not take long.
 class EventThread {
  public:
   EventThread();
