@@ -61,7 +61,6 @@ PeerService::PeerService(const Peer& served) : peer(served) {
       << "[D-BUS Service]\nName=" << peer.bus << "\nExec=" << peer.program << '\n';
   daemon = ::fork();
   if (daemon == 0) {
-    ::setpgid(0, 0);
     ::setenv("DBUS_SYSTEM_BUS_ADDRESS", ("unix:path=" + folder + "/bus").c_str(), 1);
     const std::string device = folder + "/devices";
     const std::string config = "--config-file=" + folder + "/bus.conf";
@@ -77,7 +76,8 @@ PeerService::PeerService(const Peer& served) : peer(served) {
 }
 
 PeerService::~PeerService() {
-  ::kill(-daemon, SIGKILL);
+  // Not SIGKILL: umockdev ends the bus, and its folder goes with it.
+  ::kill(daemon, SIGTERM);
   ::waitpid(daemon, nullptr, 0);
   std::error_code ignored;
   std::filesystem::remove_all(folder, ignored);

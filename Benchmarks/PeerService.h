@@ -12,7 +12,6 @@ namespace benchmarks {
 
 /// A power service of Debian's, and a property that it answers with.
 struct Peer {
-  const char* name;
   const char* program;
   const char* bus;
   const char* path;
@@ -21,15 +20,13 @@ struct Peer {
   const char* type;
 };
 
-inline constexpr Peer upower{"upowerd",
-                             "/usr/libexec/upowerd",
+inline constexpr Peer upower{"/usr/libexec/upowerd",
                              "org.freedesktop.UPower",
                              "/org/freedesktop/UPower",
                              "org.freedesktop.UPower",
                              "OnBattery",
                              "b"};
-inline constexpr Peer powerProfiles{"power-profiles-daemon",
-                                    "/usr/libexec/power-profiles-daemon",
+inline constexpr Peer powerProfiles{"/usr/libexec/power-profiles-daemon",
                                     "net.hadess.PowerProfiles",
                                     "/net/hadess/PowerProfiles",
                                     "net.hadess.PowerProfiles",

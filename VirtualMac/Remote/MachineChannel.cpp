@@ -69,7 +69,7 @@ void MachineChannel::checkAnswer(CallNumber number, WireReader& answer) {
                  " makes no sense: " + answer.failure());
 }
 
-// Called with the lock held; without it when the channel ends.
+// The lock is held before and after; the end handler, which may take any lock, runs without it.
 void MachineChannel::takeAnswer(const FrameSocket::Received& frame,
                                 std::unique_lock<std::mutex>& lock) {
   std::string problem = "a frame from the machine that makes no sense";
