@@ -61,6 +61,7 @@ PeerService::PeerService(const Peer& served) : peer(served) {
       << "[D-BUS Service]\nName=" << peer.bus << "\nExec=" << peer.program << '\n';
   daemon = ::fork();
   if (daemon == 0) {
+    ::setpgid(0, 0);
     ::setenv("DBUS_SYSTEM_BUS_ADDRESS", ("unix:path=" + folder + "/bus").c_str(), 1);
     const std::string device = folder + "/devices";
     const std::string config = "--config-file=" + folder + "/bus.conf";
@@ -79,6 +80,7 @@ PeerService::~PeerService() {
   // Not SIGKILL: umockdev ends the bus, and its folder goes with it.
   ::kill(daemon, SIGTERM);
   ::waitpid(daemon, nullptr, 0);
+  ::kill(-daemon, SIGKILL);  // A service may live on without its bus.
   std::error_code ignored;
   std::filesystem::remove_all(folder, ignored);
 }
