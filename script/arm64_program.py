@@ -4,6 +4,7 @@ import re
 import struct
 import subprocess
 
+PLACE = 0x60_0000_0000  # TinMac/Glue/Launch.cpp puts the program here.
 SEGMENT = 0x19
 POINTER_TARGET = (1 << 36) - 1
 OMITTED, LEB_OFFSETS, WORD_OFFSETS = 0xFF, 0x01, 0x03
@@ -18,6 +19,14 @@ def run(command):
     if done.returncode != 0 or done.stderr:
         raise Unusable(f"{command[0]}: status {done.returncode}\n{done.stderr}".rstrip())
     return done.stdout
+
+
+def build_of(program):
+    """The build's directory, below which the debug map names the object files."""
+    for folder in program.resolve().parents:
+        if (folder / "CMakeCache.txt").is_file():
+            return folder
+    raise Unusable(f"{program} lies in no build, so its object files are not known")
 
 
 class Cursor:
@@ -100,7 +109,7 @@ def successors(at, word):
 class Program:
     def __init__(self, path):
         self.path, self.contents = path, path.read_bytes()
-        self.segments, self.code = {}, range(0)
+        self.segments, self.sections, self.code = {}, {}, range(0)
         count, offset = struct.unpack_from("<I", self.contents, 16)[0], 32
         for _ in range(count):
             kind, size = struct.unpack_from("<II", self.contents, offset)
@@ -113,11 +122,14 @@ class Program:
 
     def read_segment(self, offset):
         name, address, _, at, size = struct.unpack_from("<16sQQQQ", self.contents, offset + 8)
-        self.segments[name.rstrip(b"\0").decode()] = address, at, size
+        name = name.rstrip(b"\0").decode()
+        self.segments[name] = address, at, size
         for index in range(struct.unpack_from("<I", self.contents, offset + 64)[0]):
             section, _, start, length = struct.unpack_from(
                 "<16s16sQQ", self.contents, offset + 72 + 80 * index)
-            if section.rstrip(b"\0") == b"__text":
+            section = section.rstrip(b"\0").decode()
+            self.sections[name, section] = length
+            if section == "__text":
                 self.code = range(start, start + length, 4)
 
     def word(self, address):
