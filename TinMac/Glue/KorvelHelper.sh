@@ -6,7 +6,8 @@
 # helper, which a virtual Mac that is started with --tin calls, or the sample client, which
 # "virtual-mac launch -- korvel-client COMMAND..." calls.
 # With TIN_MAC_LINES the emulator writes the helper's code that is reached into that folder, one
-# file for each process; script/tin-mac-lines reads them.
+# file for each process; script/tin-mac-lines reads them. With TIN_MAC_COUNTS it also writes, in that
+# folder, each run of a piece of code, which script/tin-mac-counts reads.
 build=$(dirname "$(readlink -f "$0")")/../..
 if [ "$(basename "$0")" = korvel-client ]; then
   loader=tin-mac-client
@@ -14,9 +15,10 @@ if [ "$(basename "$0")" = korvel-client ]; then
 else
   loader=tin-mac
   program=${TIN_MAC_PROGRAM:-$build/macos-cross/KorvelHelper/macOS/KorvelHelper}
-  if [ -n "${TIN_MAC_LINES:-}" ]; then
+  logs=${TIN_MAC_COUNTS:-${TIN_MAC_LINES:-}}
+  if [ -n "$logs" ]; then
     # The program lies where Launch.cpp puts it.
-    export QEMU_LOG=in_asm QEMU_LOG_FILENAME="$TIN_MAC_LINES/%d.log"
+    export QEMU_LOG="in_asm${TIN_MAC_COUNTS:+,exec,nochain}" QEMU_LOG_FILENAME="$logs/%d.log"
     export QEMU_DFILTER=0x6000000000+0x1000000
   fi
 fi
