@@ -1,5 +1,7 @@
 // The polling loop that holds the charging gate to a target, and the writers of the gate.
 
+#include <array>
+
 #include "ChargeLimits.h"
 #include "EnforcementDecision.h"
 #include "HelperImpl.h"
@@ -57,8 +59,8 @@ void HelperImpl::handChargingBack() {
 
 /// One value of the gate in the terms of each hardware that has one.
 struct HelperImpl::GatePayload {
-  ByteList tahoe;
-  ByteList preTahoe;
+  std::array<std::uint8_t, 4> tahoe;
+  std::array<std::uint8_t, 1> preTahoe;
   std::int64_t nativeLimit;
 };
 
@@ -105,8 +107,8 @@ WriterResult HelperImpl::writeNativeLimit(PowerUIChargeBackend& backend, std::in
 }
 
 void HelperImpl::reportEnforcement(std::string_view action, const WriterResult& result) {
-  const std::string outcome =
-      std::string(action) + ":" + (result ? std::string("ok") : result.error().description());
+  std::string outcome(action);
+  outcome += result ? ":ok" : ":" + result.error().description();
   if (lastEnforcementOutcome == outcome) return;
   lastEnforcementOutcome = outcome;
   if (result) {

@@ -62,10 +62,7 @@ constexpr std::uint32_t load32(const Block& block, std::size_t offset) {
   return value;
 }
 
-bool isForbidden(std::string_view key) {
-  static constexpr std::array<std::string_view, 3> forbiddenKeys = {"BCLM", "CHWA", "DISC"};
-  return std::ranges::find(forbiddenKeys, key) != forbiddenKeys.end();
-}
+bool isForbidden(std::string_view key) { return key == "BCLM" || key == "CHWA" || key == "DISC"; }
 
 // The user client is gone or was closed; a fresh connection cures either.
 bool isStale(KernReturn code) { return code == ioReturnNoDevice || code == ioReturnNotOpen; }

@@ -3,8 +3,12 @@
 #include <cstdint>
 #include <cstdlib>
 
+#include "HelperImpl.h"
+#include "Platform/PowerSources.h"
 #include "Tests/Allocations.h"
+#include "Tests/LateDispatch.h"
 #include "Tests/behaviour/Bench.h"
+#include "Tests/behaviour/Doubles.h"
 
 namespace korvel::test {
 namespace {
@@ -47,6 +51,37 @@ TEST_F(SteadyTickTest, InsideTheBandAndOnBatteryItOnlyTakesItsReadings) {
   charge(90);
   mac().adapter.disconnect();
   EXPECT_EQ(callsOfATick(*this), readingsOfATick);
+}
+
+TEST_F(SteadyTickTest, AllocatesOnlyThePlatformsListOfPowerSources) {
+  World quiet;  // Nobody checks it: the invariants allocate when they hear of calls.
+  quiet.machine().powerSources.overrideCurrentCapacity(90);
+  Platform& real = quiet.startBareHelper();
+  LateDispatch dispatch(real.dispatch);
+  Platform platform = with(real, dispatch);
+  const auto core = HelperImpl::create(platform);
+  core->clientDidConnect();
+  core->setChargeLimit(60, ignored());
+  quiet.runFor(20);
+  std::int64_t ofATick = 0;
+  std::int64_t ofTheList = 0;
+  const auto [queue, tick] = dispatch.lastTimer();
+  queue->async([&, tick = tick] {
+    const HandleRef snapshot = platform.powerSources.copyInfo();
+    std::int64_t before = allocations::made();
+    const PowerSourceList list = platform.powerSources.copyList(snapshot);
+    ofTheList = allocations::made() - before;
+    platform.powerSources.release(list.handle);
+    platform.powerSources.release(snapshot);
+    before = allocations::made();
+    tick();
+    ofATick = allocations::made() - before;
+  });
+  const auto callsBefore = quiet.callCounts();
+  quiet.runUntilIdle();
+  EXPECT_EQ((quiet.callCounts() - callsBefore)[SeamCall::smcCallStruct], 1U);
+  EXPECT_EQ(ofTheList, 1);
+  EXPECT_EQ(ofATick, ofTheList);
 }
 
 /// KORVEL_TICKS asks for another number of them.
