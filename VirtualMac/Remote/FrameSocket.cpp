@@ -125,11 +125,13 @@ FrameSocket::Received FrameSocket::receiveLine(const Deadline& deadline) {
   }
 }
 
+// It waits in `poll`, not in `recv`: the kernel also wakes a receiver when the peer takes what this
+// side has sent.
 FrameSocket::Received FrameSocket::receiveBytes(const Deadline& deadline) {
   constexpr std::size_t most = 16384;
   std::string bytes;
   for (;;) {
-    if (deadline && !isReadableBy(deadline)) return std::unexpected(Error{Failure::Late});
+    if (!isReadableBy(deadline)) return std::unexpected(Error{Failure::Late});
     ssize_t got = 0;
     bytes.resize_and_overwrite(most, [&](char* room, std::size_t size) {
       got = ::recv(handle, room, size, 0);
@@ -143,9 +145,13 @@ FrameSocket::Received FrameSocket::receiveBytes(const Deadline& deadline) {
 
 bool FrameSocket::isReadableBy(const Deadline& deadline) const {
   for (;;) {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(*deadline - Clock::now());
+    int most = -1;
+    if (deadline) {
+      const auto left = std::chrono::ceil<std::chrono::milliseconds>(*deadline - Clock::now());
+      most = left.count() > 0 ? static_cast<int>(left.count()) : 0;
+    }
     pollfd watched{.fd = handle, .events = POLLIN, .revents = 0};
-    const int ready = ::poll(&watched, 1, left.count() > 0 ? static_cast<int>(left.count()) : 0);
+    const int ready = ::poll(&watched, 1, most);
     if (ready >= 0) return ready > 0;
     if (errno != EINTR) return true;  // Receiving tells the error.
   }

@@ -59,11 +59,12 @@ ProcessQueue::~ProcessQueue() {
 }
 
 void ProcessQueue::async(korvel::Task work) {
-  const std::lock_guard lock(state->mutex);
+  std::unique_lock lock(state->mutex);
   state->waiting.push_back(std::move(work));
   if (!std::exchange(state->hasThread, true)) {
     std::thread([serving = state] { serving->serve(); }).detach();
   } else if (state->isIdle()) {
+    lock.unlock();  // Otherwise the thread would wake to wait for the lock.
     state->changed.notify_one();
   }
 }

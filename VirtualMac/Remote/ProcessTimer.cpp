@@ -64,7 +64,7 @@ void ProcessTimer::arm(const std::shared_ptr<State>& state) {
 }
 
 void ProcessTimer::alarm(const std::shared_ptr<State>& state) {
-  const std::lock_guard lock(state->mutex);
+  std::unique_lock lock(state->mutex);
   if (state->cancelled) return;
   state->pendingAlarm.reset();
   if (state->interval) {
@@ -75,6 +75,7 @@ void ProcessTimer::alarm(const std::shared_ptr<State>& state) {
   }
   if (state->posted) return;
   state->posted = true;
+  lock.unlock();  // The queue's thread takes it as soon as it wakes.
   state->queue->async([state] { fire(state); });
 }
 
