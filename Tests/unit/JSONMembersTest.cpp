@@ -79,6 +79,17 @@ TEST(JSONMembersTest, AValueThatNoDecoderHoldsIsStillAValue) {
   EXPECT_THAT(membersOf("{\"a\":-" + digits + "}"), ElementsAre(Pair("\"a\"", "-" + digits)));
 }
 
+TEST(JSONMembersTest, ACharacterOfMoreThanFourBytesDoesNotFit) {
+  for (const unsigned lead : {0xF8U, 0xFBU, 0xFCU, 0xFDU, 0xFEU, 0xFFU}) {
+    for (const std::string tail :
+         {"\x84\x8F\xBF\xBF", "\x80\x84\x8F\xBF\xBF", "\x80\x80\x80\xA0"}) {
+      const std::string text = "[\"" + std::string(1, static_cast<char>(lead)) + tail + "\"]";
+      EXPECT_FALSE(fits(text)) << lead;
+      EXPECT_FALSE(expectedToFit(text)) << lead;
+    }
+  }
+}
+
 TEST(JSONMembersTest, TheErrorNamesTheFirstByteThatDoesNotFit) {
   EXPECT_EQ(errorOf(""), "not valid JSON at byte 1");
   EXPECT_EQ(errorOf("{"), "not valid JSON at byte 2");
