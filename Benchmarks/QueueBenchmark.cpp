@@ -141,7 +141,10 @@ void PingWhileHardwareHangs(benchmark::State& state) {
   const HelperService hung(1);
   auto wellApp = well.connect();
   auto hungApp = hung.connect();
-  if (!wellApp || !hungApp) return state.SkipWithError("no helper");
+  // One that is still starting would hang in its probe of the hardware, and not answer at all.
+  if (!wellApp || !hungApp || !HelperService::ask(*wellApp) || !HelperService::ask(*hungApp)) {
+    return state.SkipWithError("no helper");
+  }
   // Both hold a limit, and the loop's first tick of one does not come back.
   const bool hangs = hung.run("fault call-latency smcCallStruct 60 on");
   for (HelperService::Connection* app : {&*wellApp, &*hungApp}) {
