@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Runs the benchmark programs and prints their tables; script/bench calls it.
 
-usage: bench.py PROGRAMS [--ends COUNT | --picture FILE] [BENCHMARK-ARGUMENT...]
+usage: bench.py PROGRAMS [--growth | --ends COUNT | --picture FILE] [BENCHMARK-ARGUMENT...]
 """
 import datetime
 import pathlib
@@ -10,6 +10,7 @@ import statistics
 import subprocess
 import sys
 
+import bench_growth
 import bench_instructions
 import bench_picture
 from bench_table import REPETITIONS, cell, counters, drawn, duration, mebibytes, run, times, verdict
@@ -255,6 +256,9 @@ def main():
     drawing = taken(arguments, "--picture", "a file")
     if ends is not None:
         many_ends(str(directory / "korvel_process_benchmarks"), ends, arguments)
+    elif "--growth" in arguments:
+        arguments.remove("--growth")
+        bench_growth.tables([str(directory / "korvel_growth_benchmarks")], arguments)
     else:
         usual(directory, drawing, arguments)
 

@@ -171,7 +171,8 @@ ROOMS = [  # The first that matches a file is its room.
          calls=CORE_CALLS, helper_root=False),
     Room("Tests/", ALL_VIRTUAL + ("Tests/",), ANY_LIBRARY, system=True,
          calls=(CHANCE,) + PORTABLE),
-    Room("Benchmarks/", ALL_VIRTUAL + ("Benchmarks/",), ANY_LIBRARY, system=True, calls=(CHANCE,)),
+    Room("Benchmarks/", ALL_VIRTUAL + ("Benchmarks/", "Tests/swarm/", "Tests/sweeps/"), ANY_LIBRARY, system=True,
+         calls=(CHANCE,)),
     Room("Packaging/samples/cpp/", SEAM + ("VirtualMac/Tools/",)),
     # The Mac's client names the states of the helper in the virtual client's words.
     Room("Packaging/", SEAM + ("VirtualMac/Tools/DoctorStates.def",), system=True),
