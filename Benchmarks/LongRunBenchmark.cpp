@@ -33,7 +33,9 @@ constexpr int days = 30;
 double heapBytes() { return static_cast<double>(mallinfo2().uordblks); }
 
 void tellMemory(benchmark::State& state, const std::string& when) {
-  state.counters["resident" + when] = figuresOf(getpid()).value_or(ProcessFigures()).residentKiB;
+  const ProcessFigures figures = figuresOf(getpid()).value_or(ProcessFigures());
+  state.counters["resident" + when] = figures.residentKiB;
+  state.counters["private" + when] = figures.privateKiB;
   state.counters["heap" + when] = heapBytes();
 }
 
@@ -47,6 +49,8 @@ void millionTicks(benchmark::State& state, bool watched, bool keepsJournal) {
   mac.world.journal().addListener([&](const virtualmac::Journal::Entry&) { ++entries; });
   const auto before = mac.world.callCounts();
   std::uint64_t entriesEarly = 0;
+  // The first look takes pages itself.
+  tellMemory(state, "Early");
   for (auto _ : state) {
     for (int each = 1; each <= thousands; ++each) {
       mac.runThousandTicks();

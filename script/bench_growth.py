@@ -91,6 +91,7 @@ def tick_table(measured):
     for how, name in TICKS:
         if name in measured:
             rows.append(flat_row(f"Resident memory, {how}", *both(name, "resident")))
+            rows.append(flat_row(f"Private memory, {how}", *both(name, "private")))
             rows.append([f"Allocated memory, {how}", *map(kibibytes, both(name, "heap")), "–"])
     if KEPT in measured:
         heap, entries = both(KEPT, "heap"), both(KEPT, "entries")

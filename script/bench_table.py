@@ -45,11 +45,10 @@ def counters(measured, name, counter):
 
 
 def duration(nanoseconds):
-    for unit, factor in (("ms", 1e6), ("µs", 1e3), ("ns", 1)):
+    for unit, factor in (("s", 1e9), ("ms", 1e6), ("µs", 1e3), ("ns", 1)):
         if nanoseconds >= factor:
             break
-    figure = nanoseconds / factor
-    return f"{figure:.0f} {unit}" if figure >= 1000 else f"{figure:.3g} {unit}"
+    return f"{nanoseconds / factor:.3g} {unit}"
 
 
 def mebibytes(kibibytes):
