@@ -3,7 +3,10 @@
 #include <array>
 #include <cstdlib>
 #include <filesystem>
+#include <nlohmann/json.hpp>
 #include <system_error>
+
+#include "VirtualMac/Remote/HostSystem.h"
 
 namespace benchmarks {
 
@@ -38,8 +41,9 @@ std::optional<HelperService::Connection> HelperService::connect() const {
 }
 
 std::vector<virtualmac::XPCValue> HelperService::answer(Connection& app,
-                                                        const korvel::Operation& operation) {
-  const auto reply = app.call(operation, 80, timeoutSeconds);
+                                                        const korvel::Operation& operation,
+                                                        std::uint8_t argument) {
+  const auto reply = app.call(operation, argument, timeoutSeconds);
   return reply ? *reply : std::vector<virtualmac::XPCValue>();
 }
 
@@ -47,6 +51,18 @@ pid_t HelperService::pid(Connection& app) {
   const auto values = answer(app, korvel::operation::ping);
   if (values.empty()) return 0;
   return static_cast<pid_t>(*std::get<korvel::PropertyValue>(values.front()).integer());
+}
+
+// The machine listens for the helper.
+pid_t HelperService::machinePid(const Connection& app) {
+  return virtualmac::hostsystem::peerProcess(app.descriptor());
+}
+
+nlohmann::json HelperService::status() const {
+  auto door = virtualmac::ControlClient::connect(root);
+  if (!door || !door->send({{"command", "status"}})) return nullptr;
+  const auto reply = door->receive(timeoutSeconds);
+  return reply ? nlohmann::json::parse(reply->value("json", std::string("null"))) : nullptr;
 }
 
 }  // namespace benchmarks

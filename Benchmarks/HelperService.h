@@ -2,6 +2,8 @@
 
 #include <sys/types.h>
 
+#include <cstdint>
+#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
 #include <vector>
@@ -32,8 +34,15 @@ class HelperService {
   static bool ask(Connection& app) { return !answer(app, korvel::operation::ping).empty(); }
   /// The values of a reply; empty when none came.
   static std::vector<virtualmac::XPCValue> answer(Connection& app,
-                                                  const korvel::Operation& operation);
+                                                  const korvel::Operation& operation,
+                                                  std::uint8_t argument = 80);
   static pid_t pid(Connection& app);
+  /// The virtual Mac's process.
+  static pid_t machinePid(const Connection& app);
+  /// Asks for what `virtual-mac status --json` tells; null: the machine is gone.
+  [[nodiscard]] nlohmann::json status() const;
+
+  [[nodiscard]] const virtualmac::RootDirectory& folder() const { return root; }
 
  private:
   virtualmac::RootDirectory root;

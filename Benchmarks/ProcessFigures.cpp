@@ -8,6 +8,7 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <string>
 
 namespace benchmarks {
@@ -32,6 +33,9 @@ std::optional<ProcessFigures> figuresOf(pid_t process) {
                          .threads = numberIn(directory / "status", "Threads")};
   if (figures.threads == 0) return std::nullopt;
   std::error_code gone;
+  figures.descriptors =
+      static_cast<double>(std::distance(std::filesystem::directory_iterator(directory / "fd", gone),
+                                        std::filesystem::directory_iterator()));
   for (const auto& thread : std::filesystem::directory_iterator(directory / "task", gone)) {
     double nanoseconds = 0;
     std::ifstream(thread.path() / "schedstat") >> nanoseconds;

@@ -13,6 +13,7 @@ struct ProcessFigures {
   double residentKiB = 0;
   double privateKiB = 0;  ///< Pages that it wrote.
   double threads = 0;
+  double descriptors = 0;
   /// Of a thread that lives.
   struct Thread {
     double wakeups = 0;  ///< So often it began to wait.

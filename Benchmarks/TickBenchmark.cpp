@@ -6,6 +6,7 @@
 #include <array>
 #include <memory>
 
+#include "Benchmarks/SteadyMac.h"
 #include "HelperImpl.h"
 #include "Platform/Dispatch.h"
 #include "Platform/IORegistry.h"
@@ -21,37 +22,17 @@
 namespace virtualmac {
 namespace {
 
-constexpr double tickSeconds = 5;
+using benchmarks::SteadyMac;
 
-/// A Mac above its limit of 80 %, on the adapter, with charging paused. Ticks stay steady while the
-/// battery is refilled now and then, because it drains slowly even so.
-class SteadyMac {
- public:
-  SteadyMac() {
-    fillUp();
-    world.machine().adapter.connect();
-    app = world.connectApp();
-    app->await(app->setChargeLimit(80));
-    world.runFor(60);
-  }
-
-  void fillUp() { world.machine().battery.setPercent(95); }
-
-  World world;
-  std::unique_ptr<AppClient> app;
-};
-
-/// Runs a thousand ticks at a time, as a simulation of days does; one costs a thousandth.
+/// One tick costs a thousandth.
 void ThousandSteadyTicks(benchmark::State& state) {
   SteadyMac mac;
-  constexpr int ticks = 1000;
   const CallCounts before = mac.world.callCounts();
   for (auto _ : state) {
-    mac.fillUp();
-    mac.world.runFor(tickSeconds * ticks);
+    mac.runThousandTicks();
   }
   const CallCounts made = mac.world.callCounts() - before;
-  const auto expected = static_cast<std::uint64_t>(state.iterations()) * ticks;
+  const auto expected = static_cast<std::uint64_t>(state.iterations()) * 1000;
   if (made[SeamCall::smcCallStruct] != expected || made[SeamCall::logEmit] != 0) {
     state.SkipWithError(("the ticks were not steady: " + made.text()).c_str());
   }

@@ -1,39 +1,46 @@
 #!/usr/bin/env python3
-"""Runs the benchmark programs and prints one table; script/bench calls it.
+"""Runs the benchmark programs and prints their tables; script/bench calls it.
 
-usage: bench.py PROGRAMS [--picture FILE] [BENCHMARK-ARGUMENT...]
+usage: bench.py PROGRAMS [--growth | --ends COUNT | --picture FILE] [BENCHMARK-ARGUMENT...]
 """
 import datetime
-import json
 import pathlib
 import platform
 import statistics
 import subprocess
 import sys
-import tempfile
 
+import bench_growth
 import bench_instructions
 import bench_picture
+from bench_table import REPETITIONS, cell, counters, drawn, duration, mebibytes, run, times, verdict
 
-REPETITIONS = 9
+HOP, PING_PONG = "BareWorkerHop/real_time", "BarePingPong/real_time"
 
-# Each row has a title, the benchmark, the floor's benchmark or none, and the goal: at most so many
-# times the floor, or at least so many a second.
+# Each row has a title, the benchmark, the floor's benchmarks, which are added up, and the goal: at
+# most so many times the floor.
 ROWS = (
-    ("Steady tick of the core", "SteadyTickOfTheCore", "BarePlatformCallsOfATick", 1.5),
-    ("Steady tick in virtual time, journal on", "ThousandSteadyTicks/real_time", "BarePlatformCallsOfATick", None),
-    ("Verified SMC write, value unchanged", "VerifiedWriteUnchanged", "BareCalls/1", None),
-    ("Verified SMC write, value changing", "VerifiedWriteChanging", "BareCalls/3", None),
-    ("Store write, durable and verified", "StoreWrite", "PlainSystemCallsOfAStoreWrite", 1.15),
-    ("Round trip `ping`", "RoundTrip/ping/real_time", "BarePingPong/real_time", 2),
-    ("Round trip `getState`", "RoundTrip/getState/real_time", "BarePingPong/real_time", 2),
+    ("Steady tick of the core", "SteadyTickOfTheCore", ("BarePlatformCallsOfATick",), 1.5),
+    ("Steady tick in virtual time, journal on", "ThousandSteadyTicks/real_time", ("BarePlatformCallsOfATick",), None),
+    ("Verified SMC write, value unchanged", "VerifiedWriteUnchanged", ("BareCalls/1",), None),
+    ("Verified SMC write, value changing", "VerifiedWriteChanging", ("BareCalls/3",), None),
+    ("Store write, durable and verified", "StoreWrite", ("PlainSystemCallsOfAStoreWrite",), 1.15),
+    ("Round trip `ping`", "RoundTrip/ping/real_time", (PING_PONG,), 2),
+    ("Round trip `getState`", "RoundTrip/getState/real_time", (PING_PONG,), 2),
+    ("Hop to the queue's thread and back", "QueueHop/real_time", (HOP,), None),
+    ("Queued request, `cancelTopUp`", "QueuedRequest/real_time", (HOP, PING_PONG), None),
+    ("`setChargeLimit`, durable", "DurableLimit/real_time", ("BareStoreWrite/real_time", HOP, PING_PONG), 1.3),
     ("Start to first answer", "StartToFirstAnswer/iterations:20/manual_time",
-     "BareStartToFirstByte/iterations:20/manual_time", 2),
+     ("BareStartToFirstByte/iterations:20/manual_time",), 2),
     ("Start to first answer, empty program", "StartToFirstAnswer/iterations:20/manual_time",
-     "EmptyProgramToFirstByte/iterations:20/manual_time", None),
+     ("EmptyProgramToFirstByte/iterations:20/manual_time",), None),
 )
+# Goals of rows that have none while the scheduler may place the processes.
+ONE_CORE_GOALS = {"QueuedRequest/real_time": 1.5}
 RATE = ("Virtual ticks a second", "ThousandSteadyTicks/real_time", "items_per_second", 250_000)
 HUNG = ("End while the hardware hangs", "EndWhileHardwareHangs/iterations:1/manual_time", 0.50e9, 0.55e9)
+WHILE_HUNG = ("`ping` while the hardware hangs, 99 of 100 within", "PingWhileHardwareHangs/iterations:1", 2)
+GALLERY = ("Gallery/real_time", 2e9)
 FOOTPRINTS = (("Resident memory", "residentKiB", None), ("Private memory", "privateKiB", 1.5))
 FOOTPRINT, EMPTY_FOOTPRINT = "Footprint/iterations:1", "EmptyFootprint/iterations:1"
 
@@ -47,66 +54,11 @@ PRINTS = (FOOTPRINT, "PeerFootprint/upowerd/iterations:1", "PeerFootprint/powerP
 QUIET = "ThreeQuietMinutes/iterations:1"
 ALONE = "--benchmark_filter=ThreeQuietMinutes"
 
-NANOSECONDS = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
-# One iteration of this benchmark does its work many times.
-WORK_PER_ITERATION = {"ThousandSteadyTicks/real_time": 1000}
-
-
 # The scheduler's placement of two processes that wait for each other matters more than their work,
 # so these are measured again with everything on one core.
 ON_ONE_CORE = ("taskset", "--cpu-list", "0")
-ONE_CORE_FILTER = "--benchmark_filter=RoundTrip/(ping|getState)|BarePingPong|PropertyRead"
-
-
-def run(program, arguments, repetitions=REPETITIONS):
-    """One program's measurements: name -> list of entries, one a repetition."""
-    with tempfile.TemporaryDirectory() as directory:
-        out = pathlib.Path(directory) / "out.json"
-        done = subprocess.run(
-            [*program, f"--benchmark_out={out}", "--benchmark_out_format=json",
-             "--benchmark_enable_random_interleaving=true",
-             f"--benchmark_repetitions={repetitions}", *arguments],
-            check=False, capture_output=True, text=True)
-        if done.returncode != 0:
-            sys.exit(f"{' '.join(program)}: status {done.returncode}\n{done.stdout}{done.stderr}".rstrip())
-        measured = {}
-        # A program writes nothing at all when no benchmark matches the filter.
-        text = out.read_text(encoding="utf-8") if out.exists() else ""
-        for entry in json.loads(text)["benchmarks"] if text.strip() else ():
-            if entry.get("error_occurred"):
-                sys.exit(f"{entry['name']}: {entry['error_message']}")
-            if entry["run_type"] == "iteration":
-                measured.setdefault(entry["run_name"], []).append(entry)
-        return measured
-
-
-def times(measured, name):
-    return [entry["real_time"] * NANOSECONDS[entry["time_unit"]] / WORK_PER_ITERATION.get(name, 1)
-            for entry in measured[name]]
-
-
-def counters(measured, name, counter):
-    return [entry[counter] for entry in measured[name]]
-
-
-def duration(nanoseconds):
-    for unit, factor in (("ms", 1e6), ("µs", 1e3), ("ns", 1)):
-        if nanoseconds >= factor:
-            break
-    return f"{nanoseconds / factor:.3g} {unit}"
-
-
-def mebibytes(kibibytes):
-    return f"{kibibytes / 1024:.2f} MiB"
-
-
-def cell(values, show):
-    """Median and, in brackets, the smallest and the largest."""
-    return f"{show(statistics.median(values))} ({show(min(values))} … {show(max(values))})"
-
-
-def verdict(goal, met):
-    return f"{goal}, {'met' if met else 'missed'}"
+ONE_CORE_FILTER = ("--benchmark_filter=RoundTrip/(ping|getState)|BarePingPong|PropertyRead|Hop|QueuedRequest"
+                   "|DurableLimit|BareStoreWrite|PingWhileHardwareHangs")
 
 
 def compared(label, values, floor, goal, show):
@@ -115,19 +67,41 @@ def compared(label, values, floor, goal, show):
     return [label, cell(values, show), cell(floor, show), f"{ratio:.3g}", told]
 
 
-def timed_rows(measured, where=""):
-    return [compared(label + where, times(measured, name), times(measured, floor), goal, duration)
-            for label, name, floor, goal in ROWS if name in measured and floor in measured]
+def added_up(measured, floors):
+    return [sum(each) for each in zip(*(times(measured, floor) for floor in floors))]
+
+
+def timed_rows(measured, where="", goals=None):
+    rows = []
+    for label, name, floors, goal in ROWS:
+        if all(each in measured for each in (name, *floors)):
+            rows.append(compared(label + where, times(measured, name), added_up(measured, floors),
+                                 (goals or {}).get(name, goal), duration))
+    label, name, goal = WHILE_HUNG
+    if name in measured:
+        rows.append(compared(label + where, counters(measured, name, "hungMost"),
+                             counters(measured, name, "usualMost"), goal, duration))
+    return rows
+
+
+def gallery_row(measured):
+    name, most = GALLERY
+    values = times(measured, name)
+    stories, days = (counters(measured, name, each)[0] for each in ("stories", "virtualDays"))
+    return [f"The gallery: {stories:.0f} stories, {days:.1f} virtual days", cell(values, duration), "–", "–",
+            verdict(f"≤ {duration(most)}", statistics.median(values) <= most)]
 
 
 def table(measured, on_one_core):
     rows = [["What", "Measured", "Floor", "Ratio", "Goal"]]
-    rows += timed_rows(measured) + timed_rows(on_one_core, ", on one core")
+    rows += timed_rows(measured) + timed_rows(on_one_core, ", on one core", ONE_CORE_GOALS)
     label, name, counter, goal = RATE
     if name in measured:
         values = counters(measured, name, counter)
         rows.append([label, cell(values, lambda value: f"{value:,.0f}"), "–", "–",
                      verdict(f"≥ {goal:,}", statistics.median(values) >= goal)])
+    if GALLERY[0] in measured:
+        rows.append(gallery_row(measured))
     label, name, least, most = HUNG
     if name in measured:
         values = times(measured, name)
@@ -183,13 +157,6 @@ def beside_peers(measured, on_one_core):
     return drawn(rows) if len(rows) > 1 else ""
 
 
-def drawn(rows):
-    widths = [max(len(row[column]) for row in rows) for column in range(len(rows[0]))]
-    rows.insert(1, ["-" * width for width in widths])
-    return "\n".join("| " + " | ".join(text.ljust(width) for text, width in zip(row, widths)) + " |"
-                     for row in rows)
-
-
 def machine():
     model = "unknown processor"
     for line in pathlib.Path("/proc/cpuinfo").read_text().splitlines():
@@ -221,27 +188,44 @@ def picture(measured, on_one_core):
                                f"Shorter is better. Measured on {datetime.date.today()}.")
 
 
-def main():
-    arguments = sys.argv[1:]
-    if not arguments:
-        print(__doc__.strip().splitlines()[-1], file=sys.stderr)
-        sys.exit(2)
-    directory = pathlib.Path(arguments.pop(0))
-    drawing = None
-    if "--picture" in arguments:
-        place = arguments.index("--picture")
-        if place + 1 == len(arguments):
-            sys.exit("--picture takes a file")
-        drawing = pathlib.Path(arguments[place + 1])
-        del arguments[place:place + 2]
-    where = f"{datetime.date.today()}: {machine()}"
+def taken(arguments, option, takes):
+    """Takes an option and its value out of the arguments; none: it is not among them."""
+    if option not in arguments:
+        return None
+    place = arguments.index(option)
+    if place + 1 == len(arguments):
+        sys.exit(f"{option} takes {takes}")
+    value = arguments[place + 1]
+    del arguments[place:place + 2]
+    return value
+
+
+def many_ends(program, count, arguments):
+    """How many of so many ends came in time, each of a helper on a machine of its own."""
+    if not count.isdigit() or int(count) == 0:
+        sys.exit("--ends takes a number of ends")
+    label, name, least, most = HUNG
+    print(f"{count} ends while the hardware hangs, one after the other …", flush=True)
+    values = times(run([program], [f"--benchmark_filter={name.split('/')[0]}", *arguments], int(count)), name)
+    within = sum(least <= value <= most for value in values)
+
+    def exact(value):
+        return f"{value / 1e6:.1f} ms"
+
+    head = ["What", "Shortest", "Median", "Longest", f"Within {duration(least)} to {duration(most)}", "Goal"]
+    told = [label, exact(min(values)), exact(statistics.median(values)), exact(max(values)),
+            f"{within} of {len(values)}", verdict("all", within == len(values))]
+    print(f"\n{drawn([head, told])}")
+
+
+def usual(directory, drawing, arguments):
     measured = {}
     processes = str(directory / "korvel_process_benchmarks")
     asked = any(word.startswith("--benchmark_filter") for word in arguments)
     for name in ("korvel_benchmarks", "korvel_process_benchmarks"):
         print(f"{name}: {REPETITIONS} repetitions, interleaved …", flush=True)
-        usual = [] if asked else ["--benchmark_filter=-ThreeQuietMinutes"]
-        measured.update(run([str(directory / name)], [*usual, *arguments]))
+        without = [] if asked else ["--benchmark_filter=-ThreeQuietMinutes"]
+        measured.update(run([str(directory / name)], [*without, *arguments]))
     print("korvel_process_benchmarks once more, all on one core …", flush=True)
     # The last filter counts, so the caller's replaces this one.
     on_one_core = run([*ON_ONE_CORE, processes], [ONE_CORE_FILTER, *arguments])
@@ -250,7 +234,7 @@ def main():
         measured.update(run([processes], [ALONE, *arguments], repetitions=1))
     if not measured:
         sys.exit("no benchmark was run")
-    print(f"\n{where}\nmedian (smallest … largest) of {REPETITIONS} repetitions\n")
+    print(f"\nmedian (smallest … largest) of {REPETITIONS} repetitions\n")
     print(table(measured, on_one_core))
     print(f"\n{beside_peers(measured, on_one_core)}")
     if not asked:
@@ -259,7 +243,25 @@ def main():
         print(drawn([["The helper's instructions", "Count"], *([what, f"{count:,}"] for what, count in counted)]))
     print(f"\n{versions()}")
     if drawing:
-        drawing.write_text(picture(measured, on_one_core), encoding="utf-8")
+        pathlib.Path(drawing).write_text(picture(measured, on_one_core), encoding="utf-8")
+
+
+def main():
+    arguments = sys.argv[1:]
+    if not arguments:
+        print(__doc__.strip().splitlines()[-1], file=sys.stderr)
+        sys.exit(2)
+    directory = pathlib.Path(arguments.pop(0))
+    print(f"{datetime.date.today()}: {machine()}", flush=True)
+    ends = taken(arguments, "--ends", "a number of ends")
+    drawing = taken(arguments, "--picture", "a file")
+    if ends is not None:
+        many_ends(str(directory / "korvel_process_benchmarks"), ends, arguments)
+    elif "--growth" in arguments:
+        arguments.remove("--growth")
+        bench_growth.tables([str(directory / "korvel_growth_benchmarks")], arguments)
+    else:
+        usual(directory, drawing, arguments)
 
 
 if __name__ == "__main__":
