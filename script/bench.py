@@ -21,7 +21,7 @@ HOP, PING_PONG = "BareWorkerHop/real_time", "BarePingPong/real_time"
 # most so many times the floor.
 ROWS = (
     ("Steady tick of the core", "SteadyTickOfTheCore", ("BarePlatformCallsOfATick",), 1.5),
-    ("Steady tick in virtual time, journal on", "ThousandSteadyTicks/real_time", ("BarePlatformCallsOfATick",), None),
+    ("Steady tick in virtual time, invariants on", "ThousandSteadyTicks/real_time", ("BarePlatformCallsOfATick",), None),
     ("Verified SMC write, value unchanged", "VerifiedWriteUnchanged", ("BareCalls/1",), None),
     ("Verified SMC write, value changing", "VerifiedWriteChanging", ("BareCalls/3",), None),
     ("Store write, durable and verified", "StoreWrite", ("PlainSystemCallsOfAStoreWrite",), 1.15),
@@ -37,7 +37,7 @@ ROWS = (
 )
 # Goals of rows that have none while the scheduler may place the processes.
 ONE_CORE_GOALS = {"QueuedRequest/real_time": 1.5}
-RATE = ("Virtual ticks a second", "ThousandSteadyTicks/real_time", "items_per_second", 250_000)
+RATE = ("Virtual ticks a second, all invariants on", "ThousandSteadyTicks/real_time", "items_per_second", 250_000)
 HUNG = ("End while the hardware hangs", "EndWhileHardwareHangs/iterations:1/manual_time", 0.50e9, 0.55e9)
 WHILE_HUNG = ("`ping` while the hardware hangs, 99 of 100 within", "PingWhileHardwareHangs/iterations:1", 2)
 GALLERY = ("Gallery/real_time", 2e9)
