@@ -40,8 +40,8 @@ void tellMemory(benchmark::State& state, const std::string& when) {
 }
 
 void millionTicks(benchmark::State& state, bool watched, bool keepsJournal) {
-  constexpr int early = 100;
-  constexpr int thousands = 1000;
+  constexpr std::uint64_t early = 100;
+  constexpr std::uint64_t thousands = 1000;
   virtualmac::WorldOptions options;
   options.keepJournal = keepsJournal;
   SteadyMac mac(watched, options);
@@ -52,7 +52,7 @@ void millionTicks(benchmark::State& state, bool watched, bool keepsJournal) {
   // The first look takes pages itself.
   tellMemory(state, "Early");
   for (auto _ : state) {
-    for (int each = 1; each <= thousands; ++each) {
+    for (std::uint64_t each = 1; each <= thousands; ++each) {
       mac.runThousandTicks();
       if (each != early) continue;
       tellMemory(state, "Early");
