@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
-#include <cstdio>
 #include <utility>
 
 namespace virtualmac {
@@ -96,9 +95,8 @@ std::string Journal::text(std::string_view kinds) const {
 std::string journalTime(double seconds) {
   // Rounded to whole milliseconds first, so that the text is the same on every C library.
   const auto milliseconds = static_cast<long long>(std::llround(seconds * 1000.0));
-  char time[40];
-  std::snprintf(time, sizeof time, "%lld.%03lld", milliseconds / 1000, milliseconds % 1000);
-  return time;
+  const std::string beyond = std::to_string(milliseconds % 1000);
+  return std::to_string(milliseconds / 1000) + '.' + std::string(3 - beyond.size(), '0') + beyond;
 }
 
 std::string journalLine(const Journal::Entry& entry) {
