@@ -32,9 +32,11 @@ struct MachineClock::State : std::enable_shared_from_this<State> {
       if (ahead > 0) return wait(realDuration(current, ahead));
       const std::function<void()> handler = std::move(first->second.handler);
       alarms.erase(first);
+      looking = true;
       lock.unlock();
       handler();
       lock.lock();
+      looking = false;
     }
     timer.cancel();
   }
@@ -50,6 +52,7 @@ struct MachineClock::State : std::enable_shared_from_this<State> {
   MachineTime current;
   std::multimap<Nanoseconds, Alarm> alarms;
   AlarmID lastAlarm = 0;
+  bool looking = false;      ///< A handler runs; after it, the alarms are looked at again.
   asio::steady_timer timer;  ///< Of the next alarm. On the thread of events.
 };
 
@@ -76,7 +79,7 @@ MachineClock::AlarmID MachineClock::addAlarm(Nanoseconds uptime, std::function<v
   const std::lock_guard lock(state->mutex);
   const AlarmID id = ++state->lastAlarm;
   const auto added = state->alarms.emplace(uptime, State::Alarm{id, std::move(handler)});
-  if (added == state->alarms.begin()) state->lookSoon();
+  if (added == state->alarms.begin() && !state->looking) state->lookSoon();
   return id;
 }
 
