@@ -206,11 +206,12 @@ void EmptyFootprint(benchmark::State& state) {
 }
 BENCHMARK(EmptyFootprint)->Iterations(1);
 
-/// Three minutes in which nobody asks: a helper that does nothing, one that holds a limit, and the
-/// services, each of which watches a battery. All at the same time.
+/// Three minutes in which nobody asks: a helper that does nothing, one that holds a limit, the
+/// floor of that one, and the services, each of which watches a battery. All at the same time.
 void ThreeQuietMinutes(benchmark::State& state) {
   const HelperService idle(1);
   const HelperService enforcing(1);
+  const FloorProgram floor({TICK_FLOOR});
   const PeerService first(upower);
   const PeerService second(powerProfiles);
   auto idleClient = idle.connect();
@@ -224,6 +225,7 @@ void ThreeQuietMinutes(benchmark::State& state) {
   }
   const std::array watched{std::pair{"idle", HelperService::pid(*idleClient)},
                            std::pair{"enforcing", HelperService::pid(*enforcingClient)},
+                           std::pair{"floor", floor.pid},
                            std::pair{"upowerd", first.pid(*firstClient)},
                            std::pair{"powerProfiles", second.pid(*secondClient)}};
   std::this_thread::sleep_for(std::chrono::seconds(3));

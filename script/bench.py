@@ -52,6 +52,8 @@ STARTS = ("StartToFirstAnswer/iterations:20/manual_time", "PeerStart/upowerd/ite
 READS = ("RoundTrip/ping/real_time", "PropertyRead/upowerd/real_time", "PropertyRead/powerProfiles/real_time")
 PRINTS = (FOOTPRINT, "PeerFootprint/upowerd/iterations:1", "PeerFootprint/powerProfiles/iterations:1")
 QUIET = "ThreeQuietMinutes/iterations:1"
+QUIET_TICKS = 36
+TICK_WAKEUPS = 7  # One of the tick, and one of each call that it waits for.
 ALONE = "--benchmark_filter=ThreeQuietMinutes"
 
 # The scheduler's placement of two processes that wait for each other matters more than their work,
@@ -92,6 +94,18 @@ def gallery_row(measured):
             verdict(f"≤ {duration(most)}", statistics.median(values) <= most)]
 
 
+def holding_rows(measured):
+    """A helper that holds a limit beside a program that wakes as often and computes nothing."""
+    def quiet(name):
+        return counters(measured, QUIET, name)
+    wakeups = compared("Wakeups in 180 s, holding a limit", quiet("enforcingWakeups"), quiet("floorWakeups"), None,
+                       "{:.0f}".format)
+    wakeups[-1] = verdict(f"≤ {TICK_WAKEUPS} a tick", quiet("enforcingWakeups")[0] <= TICK_WAKEUPS * QUIET_TICKS)
+    return [wakeups, compared("Processor time a minute, holding a limit", *(
+        [1e6 * value for value in quiet(name)] for name in (
+            "enforcingMillisecondsAMinute", "floorMillisecondsAMinute")), None, duration)]
+
+
 def table(measured, on_one_core):
     rows = [["What", "Measured", "Floor", "Ratio", "Goal"]]
     rows += timed_rows(measured) + timed_rows(on_one_core, ", on one core", ONE_CORE_GOALS)
@@ -107,6 +121,8 @@ def table(measured, on_one_core):
         values = times(measured, name)
         rows.append([label, cell(values, duration), "–", "–", verdict(
             f"{duration(least)} to {duration(most)}", least <= min(values) and max(values) <= most)])
+    if QUIET in measured:
+        rows += holding_rows(measured)
     for label, counter, goal in FOOTPRINTS:
         if FOOTPRINT in measured and EMPTY_FOOTPRINT in measured:
             rows.append(compared(label, counters(measured, FOOTPRINT, counter),
