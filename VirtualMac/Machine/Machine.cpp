@@ -212,4 +212,10 @@ void Machine::setLatencySeconds(SeamCall call, double seconds) {
   latencies[static_cast<std::size_t>(call)] = seconds;
 }
 
+bool Machine::givingBackTakesTime() const {
+  for (std::size_t i = 0; i < seamCallCount; ++i)
+    if (seamCalls[i].kind == FailureKind::Release && latencies[i] > 0) return true;
+  return false;
+}
+
 }  // namespace virtualmac

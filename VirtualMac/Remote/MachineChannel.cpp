@@ -77,8 +77,11 @@ void MachineChannel::takeAnswer(const FrameSocket::Received& frame,
     WireReader reader(*frame);
     const auto kind = static_cast<MachineFrame>(reader.u8());
     const std::uint32_t ticket = reader.u32();
+    const bool slow = reader.boolean();
     if (kind == MachineFrame::Answer && !reader.failed()) {
-      answers.insert_or_assign(ticket, frame->substr(sizeof(std::uint8_t) + sizeof ticket));
+      givingBackTakesTime = slow;
+      constexpr std::size_t head = sizeof(std::uint8_t) + sizeof ticket + sizeof(std::uint8_t);
+      answers.insert_or_assign(ticket, frame->substr(head));
       return;
     }
   } else {

@@ -22,7 +22,7 @@ class EventThread;
 /// socket, news over another one, whose end the helper sends with its first frame.
 enum class MachineFrame : std::uint8_t {
   Call,    ///< To the machine: ticket, call number, arguments. Ticket 0 wants no answer.
-  Answer,  ///< To the helper: ticket, result and out-arguments.
+  Answer,  ///< To the helper: ticket, whether giving back takes time, result and out-arguments.
   Power,   ///< News: notifier, message type, notification id.
   Clock,   ///< News: the rate at which its machine's time runs from now on.
   News     ///< To the machine, first: the news socket's end comes with it.
@@ -72,6 +72,18 @@ class MachineChannel {
     }
   }
 
+  /// Makes a call that gives something back. Nothing is learned from its answer, so it is awaited
+  /// only while the machine says that such calls take time.
+  template <class... Arguments>
+  void giveBack(CallNumber number, const Arguments&... arguments) {
+    WireWriter request;
+    putArguments(request, arguments...);
+    if (givingBackTakesTime)
+      exchange(number, request.body());
+    else
+      send(0, number, request.body());
+  }
+
   /// Makes a call without waiting for its answer. Later calls come after it.
   template <class... Arguments>
   void tell(CallNumber number, const Arguments&... arguments) {
@@ -96,6 +108,7 @@ class MachineChannel {
   Listener listener;
   EndHandler endHandler;
   std::atomic<bool> over = false;
+  std::atomic<bool> givingBackTakesTime = false;  ///< As the last answer says.
   std::mutex sendMutex;  ///< One frame at a time; never held while waiting for an answer.
   std::mutex mutex;      ///< Guards the fields below.
   std::condition_variable changed;

@@ -135,6 +135,8 @@ double MachineHalf::latencySeconds(CallNumber number, std::string_view arguments
   return call ? parts->machine.latencySeconds(*call) : 0;
 }
 
+bool MachineHalf::givingBackTakesTime() const { return parts->machine.givingBackTakesTime(); }
+
 void MachineHalf::serve(CallNumber number, WireReader& arguments, WireWriter& result) {
   switch (number) {
 #define SEAM_CALL(id, interface, method, kind) \

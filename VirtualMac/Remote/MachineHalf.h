@@ -40,6 +40,8 @@ class MachineHalf {
                                                         std::string_view arguments);
   /// The virtual seconds that must pass before a call may be served.
   [[nodiscard]] double latencySeconds(CallNumber number, std::string_view arguments) const;
+  /// True: a call that gives something back takes time, so the helper must wait for it.
+  [[nodiscard]] bool givingBackTakesTime() const;
   /// Makes the call and writes its result.
   void serve(CallNumber number, WireReader& arguments, WireWriter& result);
 

@@ -31,6 +31,10 @@ constexpr CallNumber callNumber(HostCall call) {
   return static_cast<CallNumber>(seamCallCount + static_cast<CallNumber>(call));
 }
 
+/// True: the call gives something back. It cannot fail, so its result says nothing.
+constexpr bool givesBack(SeamCall call) { return describe(call).kind == FailureKind::Release; }
+constexpr bool givesBack(HostCall) { return false; }
+
 /// Makes a call over the channel. The arguments and the result are those of the declaration.
 template <class SeamHeader>
 class ChannelCalls : public SeamHeader {
@@ -41,7 +45,12 @@ class ChannelCalls : public SeamHeader {
  protected:
   template <auto Call, class Result, class... Arguments>
   Result make(std::remove_reference_t<Arguments>&... arguments) {
-    return channel.call<Result, Arguments...>(callNumber(Call), arguments...);
+    if constexpr (givesBack(Call) && !(isOutArgument<Arguments> || ...)) {
+      channel.giveBack(callNumber(Call), arguments...);
+      return Result();
+    } else {
+      return channel.call<Result, Arguments...>(callNumber(Call), arguments...);
+    }
   }
 
   MachineChannel& channel;

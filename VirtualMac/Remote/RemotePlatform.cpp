@@ -37,11 +37,17 @@ class RemoteLog final : public korvel::UnifiedLog {
   bool verbose;
 };
 
-/// The helper does not wait for the machine to write a journal line.
+/// The helper does not wait for what it learns nothing from: the machine has written a journal
+/// line, or knows of a file call that gives something back.
 class RemoteHost final : public RemoteHostInterface {
  public:
   using RemoteHostInterface::RemoteHostInterface;
 
+  FileVerdict announceFileCall(SeamCall call) override {
+    if (!givesBack(call)) return RemoteHostInterface::announceFileCall(call);
+    channel.giveBack(callNumber(HostCall::announceFileCall), call);
+    return {};
+  }
   void journal(const Effect& effect) override {
     channel.tell(callNumber(HostCall::journal), effect);
   }

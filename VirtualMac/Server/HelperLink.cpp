@@ -135,6 +135,7 @@ void HelperLink::answer(const PendingCall& call) {
   WireWriter result;
   result.u8(static_cast<std::uint8_t>(MachineFrame::Answer));
   result.u32(call.ticket);
+  result.boolean(half.givingBackTakesTime());
   half.serve(call.number, arguments, result);
   if (arguments.failed())
     return cutOff("call " + std::to_string(call.number) + ": " + arguments.failure());

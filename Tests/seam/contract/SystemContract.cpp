@@ -155,6 +155,17 @@ TEST_P(CodeSigningContract, AnUnsignedProgramHasNeitherIdentifierNorTeam) {
   EXPECT_EQ(textAt(information, korvel::codeInfoTeamIdentifierKey), "none");
 }
 
+TEST_P(CodeSigningContract, AReleaseTakesTheTimeThatItIsSaidToTake) {
+  rig->machine([](Machine& mac) { mac.setLatencySeconds(SeamCall::codeRelease, 0.3); });
+  korvel::HandleRef code = 0;
+  const std::string path = platform().process.bundleExecutablePath().value();
+  ASSERT_EQ(platform().codeSigning.staticCodeCreateWithPath(path, code), 0);
+  const korvel::Date before = platform().clock.now();
+  platform().codeSigning.release(code);
+  const double passed = platform().clock.now().secondsSinceReference - before.secondsSinceReference;
+  EXPECT_GE(passed, 0.299);
+}
+
 // ---- Process
 
 TEST_P(ProcessContract, HasOnePidAllItsLife) {

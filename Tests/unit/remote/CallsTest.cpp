@@ -178,6 +178,18 @@ TEST_F(CallsTest, ALatencyBelongsToTheCallThatItIsSetFor) {
   EXPECT_EQ(half.latencySeconds(callNumber(HostCall::time), ""), 0);
 }
 
+TEST_F(CallsTest, GivingBackTakesTimeWhileACallThatGivesBackDoes) {
+  EXPECT_FALSE(half.givingBackTakesTime());
+  machine.setLatencySeconds(SeamCall::smcOpen, 3);
+  EXPECT_FALSE(half.givingBackTakesTime());
+  machine.setLatencySeconds(SeamCall::codeRelease, 1);
+  machine.setLatencySeconds(SeamCall::fileUmask, 2);
+  machine.setLatencySeconds(SeamCall::codeRelease, 0);
+  EXPECT_TRUE(half.givingBackTakesTime());
+  machine.setLatencySeconds(SeamCall::fileUmask, 0);
+  EXPECT_FALSE(half.givingBackTakesTime());
+}
+
 TEST_F(CallsTest, RequirementsAreJudgedByTheMachinesSignatures) {
   machine.signatures.setPid(77, "app");
   machine.signatures.setPid(78, "other-team");

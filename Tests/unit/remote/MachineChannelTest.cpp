@@ -56,10 +56,11 @@ class MachineChannelTest : public testing::Test {
     for (int each = 0; each < count; ++each)
       ASSERT_EQ(::recv(ends[1], call.data(), call.size(), MSG_WAITALL), callSize);
   }
-  void answer(std::uint32_t ticket, std::uint32_t number) const {
+  void answer(std::uint32_t ticket, std::uint32_t number, bool givingBackTakesTime = false) const {
     WireWriter frame;
     frame.u8(static_cast<std::uint8_t>(MachineFrame::Answer));
     frame.u32(ticket);
+    frame.boolean(givingBackTakesTime);
     put(frame, number);
     send(ends[1], frameOf(frame.body()));
   }
@@ -113,6 +114,25 @@ TEST_F(MachineChannelTest, CallsOfSeveralThreadsAreAnsweredInAnyOrder) {
   for (std::thread& thread : threads) thread.join();
   machine.join();
   EXPECT_EQ(sum, 1U + 2U + 3U);
+}
+
+TEST_F(MachineChannelTest, WhatIsGivenBackIsAwaitedOnlyWhileTheMachineSaysThatItTakesTime) {
+  start(ignoreNews, failAtEnd);
+  std::atomic<bool> answered = false;
+  std::thread machine([this, &answered] {
+    takeCalls(2);
+    answer(1, 7, true);
+    takeCalls(1);
+    answered = true;
+    answer(2, 7);
+    takeCalls(1);
+  });
+  channel->giveBack(4);
+  EXPECT_EQ(channel->call<std::uint32_t>(3), 7U);
+  channel->giveBack(4);
+  EXPECT_TRUE(answered);
+  channel->giveBack(4);
+  machine.join();
 }
 
 TEST_F(MachineChannelTest, AMachineThatGoesAwayIsNoticedWithoutACall) {
