@@ -65,8 +65,8 @@ TEST_F(SteadyTickTest, AllocatesOnlyThePlatformsListOfPowerSources) {
   quiet.runFor(20);
   std::int64_t ofATick = 0;
   std::int64_t ofTheList = 0;
-  const auto [queue, tick] = dispatch.lastTimer();
-  queue->async([&, tick = tick] {
+  const auto [queue, due] = dispatch.lastTimer();
+  queue->async([&, tick = due] {
     const HandleRef snapshot = platform.powerSources.copyInfo();
     std::int64_t before = allocations::made();
     const PowerSourceList list = platform.powerSources.copyList(snapshot);
