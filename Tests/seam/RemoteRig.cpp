@@ -109,13 +109,14 @@ int listenAt(const std::string& path) {
 
 class RemoteRig final : public SeamRig {
  public:
-  explicit RemoteRig(const std::string& profile)
+  explicit RemoteRig(const std::string& profile, bool decisionsMayWait = false)
       : ends(socketPair()),
         mac(profile, folder.path, ends[0]),
         remote({.machineDescriptor = ends[1],
                 .serviceDescriptor = listenAt(servicePath()),
                 .serviceName = std::string(korvel::KorvelHelperMachServiceName),
-                .diskRoot = folder.path}),
+                .diskRoot = folder.path,
+                .decisionsMayWait = decisionsMayWait}),
         mainThread([this] { remote.platform().dispatch.runMainLoop(); }) {}
   ~RemoteRig() override {
     remote.dispatch().stopMainLoop();
@@ -202,6 +203,10 @@ class RemoteRig final : public SeamRig {
 
 std::unique_ptr<SeamRig> makeRemoteRig(const std::string& profile) {
   return std::make_unique<RemoteRig>(profile);
+}
+
+std::unique_ptr<SeamRig> makeRemoteRigWhoseDecisionsMayWait(const std::string& profile) {
+  return std::make_unique<RemoteRig>(profile, true);
 }
 
 }  // namespace virtualmac

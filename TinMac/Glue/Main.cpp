@@ -9,6 +9,7 @@ int main(int argc, char** argv) {
   tinmac::Launch launch;
   tinmac::addImages(arguments, launch);
   virtualmac::addLaunchOptions(arguments, launch.options);
+  launch.options.decisionsMayWait = true;
   arguments.add_option("words", launch.words, "The program's own arguments, behind --");
   if (const auto status = virtualmac::statusOfArguments(arguments, argc, argv)) return *status;
   return tinmac::run(launch);

@@ -7,7 +7,7 @@
 namespace virtualmac {
 
 /// The thread of a process for what comes by itself: news of its machine, alarms, new clients.
-/// Work on it must not take long.
+/// Work on it must not take long, and must wait for none of these.
 class EventThread {
  public:
   EventThread();

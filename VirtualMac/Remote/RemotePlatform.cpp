@@ -95,15 +95,20 @@ struct RemotePlatform::Parts {
         process(host),
         clock(MachineTime{.frozen = true}, events),
         dispatch(clock),
-        xpc(options.serviceName, options.serviceDescriptor, host, events) {
+        acceptance(options.decisionsMayWait ? std::make_unique<EventThread>() : nullptr),
+        xpc(options.serviceName, options.serviceDescriptor, host,
+            acceptance ? *acceptance : events) {
     channel.start([this](MachineFrame kind, WireReader& body) { hear(kind, body); },
                   endWithTheMachine);
     clock.setTime(host.time());
   }
 
-  // The thread of events uses parts that are destroyed before it. Calls work until the end: the
+  // The threads of events use parts that are destroyed before them. Calls work until the end: the
   // queues may be in the middle of one.
-  ~Parts() { events.stop(); }
+  ~Parts() {
+    if (acceptance) acceptance->stop();
+    events.stop();
+  }
   Parts(const Parts&) = delete;
   Parts& operator=(const Parts&) = delete;
 
@@ -140,6 +145,7 @@ struct RemotePlatform::Parts {
   RealProcess process;
   MachineClock clock;
   ProcessDispatch dispatch;
+  std::unique_ptr<EventThread> acceptance;  ///< Of new clients; none: they come on `events`.
   ServiceListener xpc;
   korvel::Platform platform{.smc = smc,
                             .registry = registry,

@@ -18,6 +18,9 @@ struct LaunchOptions {
   std::string serviceName;     ///< The Mach service that the socket stands for.
   std::string diskRoot;        ///< The directory that stands for the machine's root directory.
   bool verbose = false;        ///< Log lines go to standard error too.
+  /// The program's delegate may wait for time or for the machine before it decides on a client; so
+  /// new clients come on a thread of their own.
+  bool decisionsMayWait = false;
 };
 
 /// The seam of a helper that is a process of its own: hardware, registry, power, signatures and log

@@ -12,12 +12,12 @@ class EventThread;
 
 /// The helper's service over the listening socket that the machine's launchd owns and hands in.
 ///
-/// The thread of events accepts. From `resume` on each connection belongs to one of two other
-/// threads, which reads, delivers and answers its messages in order and runs its handlers. The
-/// first client starts the one of them, the second the other. A call that blocks holds up the other
-/// connections of its thread; on a Mac each connection has a queue of its own. The kernel tells the
-/// peer's pid, and the machine knows the program with that pid. The requirement is evaluated when
-/// the first message comes, before it is delivered.
+/// The thread of events accepts, and the delegate decides there. From `resume` on each connection
+/// belongs to one of two other threads, which reads, delivers and answers its messages in order and
+/// runs its handlers. The first client starts the one of them, the second the other. A call that
+/// blocks holds up the other connections of its thread; on a Mac each connection has a queue of its
+/// own. The kernel tells the peer's pid, and the machine knows the program with that pid. The
+/// requirement is evaluated when the first message comes, before it is delivered.
 ///
 /// Failure. One connection ends, with a line in the machine's journal, when its peer goes away,
 /// does not satisfy the requirement, or sends a message that is malformed, oversized, unknown to
