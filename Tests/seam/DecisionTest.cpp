@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <future>
+#include <memory>
+#include <optional>
 
 #include "KorvelHelperProtocol.h"
 #include "Platform/XPCListener.h"
@@ -16,12 +18,12 @@ class WaitingDelegate final : public korvel::XPCListenerDelegate {
       : dispatch(owner), queue(owner.makeSerialQueue("timers")) {}
 
   bool shouldAcceptNewConnection(korvel::XPCConnection&) override {
-    std::promise<void> fired;
+    const auto fired = std::make_shared<std::promise<void>>();
     const auto timer = dispatch.makeTimer(queue);
-    timer->setEventHandler([&fired] { fired.set_value(); });
+    timer->setEventHandler([fired] { fired->set_value(); });
     timer->schedule(0.01, std::nullopt, 0);
     timer->resume();
-    fired.get_future().wait();
+    fired->get_future().wait();
     decisions.add("decided");
     return false;
   }
