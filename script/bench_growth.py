@@ -6,7 +6,7 @@ from bench_table import REPETITIONS, cell, counters, drawn, duration, mebibytes,
 # These take minutes, and are run once.
 LONG = "Million|MonthAmongProcesses"
 THREADS_GOAL = (64, 5)
-# What a process may have more after ten times the work, and still be called flat.
+# A process may have so much more after ten times the work, and still be called flat.
 FLAT_KIB = 64
 MONTH_HERE, MONTH_THERE = "MonthInProcess/real_time", "MonthAmongProcesses/iterations:1/real_time"
 REQUESTS = "MillionRequests/iterations:1"
