@@ -24,8 +24,9 @@ bool replaceRecord(const std::string& directory) {
       file >= 0 && write(file, bytes.data(), bytes.size()) == recordSize && fsync(file) == 0;
   close(file);
   const int folder = open(directory.c_str(), O_RDONLY | O_DIRECTORY);
-  const bool replaced =
-      rename(temporary.c_str(), (directory + "/state.json").c_str()) == 0 && fsync(folder) == 0;
+  const bool replaced = folder >= 0 &&
+                        rename(temporary.c_str(), (directory + "/state.json").c_str()) == 0 &&
+                        fsync(folder) == 0;
   close(folder);
   return written && replaced;
 }

@@ -24,16 +24,18 @@ struct Ticks {
   int due = 0;
 };
 
-void serve(Ticks& ticks, int machine) {
+void takeNext(Ticks& ticks) {
   std::unique_lock lock(ticks.mutex);
+  ticks.changed.wait(lock, [&ticks] { return ticks.due > 0; });
+  --ticks.due;
+}
+
+void serve(Ticks& ticks, int machine) {
   for (;;) {
-    ticks.changed.wait(lock, [&ticks] { return ticks.due > 0; });
-    --ticks.due;
-    lock.unlock();
+    takeNext(ticks);
     for (int each = 0; each < calls; ++each) {
       if (!benchmarks::bareCall(machine)) _exit(1);
     }
-    lock.lock();
   }
 }
 
