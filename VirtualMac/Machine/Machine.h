@@ -118,7 +118,7 @@ class Machine {
   /// Seconds that a call takes, for the gate.
   [[nodiscard]] double latencySeconds(SeamCall call) const;
   void setLatencySeconds(SeamCall call, double seconds);
-  [[nodiscard]] bool givingBackTakesTime() const;  ///< Of any call that gives something back.
+  [[nodiscard]] bool givingBackTakesTime() const;  ///< Some call that gives back has a latency.
 
   /// The main bundle's information; at first it holds "CFBundleShortVersionString" alone.
   korvel::PropertyValue::Dictionary bundleInformation;
