@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
 #include <future>
 
 #include "VirtualMac/Remote/EventThread.h"
@@ -64,6 +66,20 @@ TEST(MachineClockTest, ARemovedAlarmNeverRings) {
   clock.setTime({.steadyNanoseconds = steadyNow(), .uptime = 10 * second});
   rang.get_future().wait();
   EXPECT_FALSE(wrong);
+}
+
+// Nothing else looks at the alarms afterwards: the first came from outside, the others do not.
+TEST(MachineClockTest, AlarmsThatAHandlerSetsRingWhetherDueOrNot) {
+  EventThread events;
+  MachineClock clock(MachineTime{.frozen = true}, events);
+  std::promise<void> rang;
+  clock.addAlarm(second, [&] {
+    clock.addAlarm(2 * second, [&] {
+      clock.addAlarm(clock.uptime() + second / 100, [&] { rang.set_value(); });
+    });
+  });
+  clock.setTime({.steadyNanoseconds = steadyNow(), .uptime = 10 * second});
+  EXPECT_EQ(rang.get_future().wait_for(std::chrono::seconds(10)), std::future_status::ready);
 }
 
 // Two messages about the time may overtake each other on their way through the helper.
