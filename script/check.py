@@ -63,7 +63,10 @@ def tests(preset, selection=NORMAL, environment=""):
 
 
 STEPS = {
-    "clang": Step("clang 19: every test, full sweeps and long tests included", tests("clang", "--label-exclude '^tin$'")),
+    "clang": Step("clang 19: every test, full sweeps included, but for long ones",
+                  tests("clang", "--label-exclude '^(long|tin)$'")),
+    # They mostly sleep, and each fails if it wakes up late.
+    "long-tests": Step("clang 19: long tests, beside one another only", tests("clang", "-L '^long$' -j $((jobs * 4))")),
     "g++": Step("g++ 12: normal tests", tests("debug")),
     "asan": Step("address and undefined-behaviour sanitizers: normal tests", tests("asan")),
     # By default every program under the thread sanitizer ends a second late, and so would the helper.
