@@ -5,8 +5,10 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <iterator>
 #include <limits>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
@@ -19,6 +21,7 @@ namespace {
 
 using test::directory;
 using test::fullState;
+using test::RecordedFiles;
 using test::statePath;
 using test::temporaryPath;
 using testing::ElementsAre;
@@ -59,6 +62,43 @@ TEST_F(HelperPersistenceTest, AWrittenFileHoldsTheRecordForItsOwnerOnly) {
   EXPECT_EQ(content(statePath), encodeFile(fullState()));
   EXPECT_FALSE(exists(temporaryPath));
   EXPECT_TRUE(process.openDescriptors() == 0);
+  EXPECT_THAT(log.lines, IsEmpty());
+}
+
+/// The files of a process that was started without standard input, output and error: its own begin
+/// with 0, not with 3.
+class FilesFromDescriptor0 final : public RecordedFiles {
+ public:
+  using RecordedFiles::RecordedFiles;
+
+  PosixResult openExclusive(const std::string& path, std::uint32_t mode) override {
+    return lowered(RecordedFiles::openExclusive(path, mode));
+  }
+  PosixResult openReadOnly(const std::string& path) override {
+    return lowered(RecordedFiles::openReadOnly(path));
+  }
+  PosixResult write(int descriptor, std::span<const char> bytes) override {
+    return RecordedFiles::write(descriptor + 3, bytes);
+  }
+  PosixResult fsync(int descriptor) override { return RecordedFiles::fsync(descriptor + 3); }
+  PosixResult close(int descriptor) override { return RecordedFiles::close(descriptor + 3); }
+
+ private:
+  static PosixResult lowered(PosixResult opened) {
+    if (opened.value >= 0) opened.value -= 3;
+    return opened;
+  }
+};
+
+TEST_F(HelperPersistenceTest, AFileWhoseDescriptorIs0IsWrittenAndFlushedLikeAnyOther) {
+  FilesFromDescriptor0 low{mac.seam.files, mac.calls};
+  HelperPersistence lowStore{low, Logger(log, "Persistence")};
+  EXPECT_TRUE(lowStore.write(fullState()).has_value());
+  EXPECT_THAT(mac.names(),
+              ElementsAre("umask", "mkdir", "unlink", "openExclusive", "write", "fsync", "close",
+                          "replaceItem", "openReadOnly", "fsync", "close", "readFile", "umask"));
+  EXPECT_EQ(content(statePath), encodeFile(fullState()));
+  EXPECT_EQ(process.openDescriptors(), 0U);
   EXPECT_THAT(log.lines, IsEmpty());
 }
 
