@@ -25,7 +25,8 @@ std::vector<std::string_view> partsOf(std::string_view text, char separator) {
 
 /// A type is the kind of a value and the checks of it, `TEXT:{first,second}`.
 Offers valuesOf(const CLI::Option& option, Words before, const ValueKinds& kinds) {
-  for (const std::string_view part : partsOf(option.get_type_name(), ':')) {
+  const std::string type = option.get_type_name();
+  for (const std::string_view part : partsOf(type, ':')) {
     if (const auto kind = kinds.find(part); kind != kinds.end()) return kind->second(before);
     if (!part.starts_with('{') || !part.ends_with('}')) continue;
     Offers offers;

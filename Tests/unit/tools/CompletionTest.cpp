@@ -22,7 +22,9 @@ class Completion : public testing::Test {
     paint->add_option("colours", words)->type_name("COLOUR");
     CLI::Option* fast = paint->add_flag("--fast");
     paint->add_flag("--slow")->excludes(fast);
-    paint->add_option("--kinds", kindsGiven)->delimiter(',')->check(CLI::IsMember({"oil", "ink"}));
+    paint->add_option("--kinds", kindsGiven)
+        ->delimiter(',')
+        ->check(CLI::IsMember({"oil", "ink", "gouache", "tempera"}));
     CLI::App* shop = program.add_subcommand("shop", "Buys");
     shop->add_subcommand("brush", "Buys one");
   }
@@ -66,7 +68,7 @@ TEST_F(Completion, LeavesOutOptionsThatWereGivenOrAreExcluded) {
 }
 
 TEST_F(Completion, OffersAValueInItsPlaceOnly) {
-  EXPECT_THAT(offered({"paint", "--kinds", ""}), ElementsAre("oil", "ink"));
+  EXPECT_THAT(offered({"paint", "--kinds", ""}), ElementsAre("oil", "ink", "gouache", "tempera"));
   EXPECT_THAT(offered({"paint", "--kinds=i"}), ElementsAre("--kinds=ink"));
   EXPECT_THAT(offered({"paint", "--kinds", "oil", "r"}), ElementsAre("red"));
   EXPECT_TRUE(offersFor(program, std::vector<std::string>{"--root", ""}, kinds).folders);
