@@ -34,8 +34,9 @@ std::vector<std::string> actionsOf(const std::string& lines,
                                    std::optional<double> speed = std::nullopt) {
   const Recording recording = recordingOf(lines, speed);
   EXPECT_TRUE(recording.unsayable.empty()) << recording.unsayable.front().text;
+  const auto scenario = parseScenario(recording.story, "a.yaml");
   std::vector<std::string> actions;
-  for (const Step& step : parseScenario(recording.story, "a.yaml")->steps) {
+  for (const Step& step : scenario->steps) {
     for (const ToldAction& told : step.actions) actions.push_back(told.action.text());
   }
   return actions;
