@@ -4,6 +4,7 @@
 
 #include "Tests/LongRun.h"
 #include "Tests/model/Story.h"
+#include "Tests/model/reference/Record.h"
 
 namespace model {
 
@@ -73,6 +74,16 @@ TEST_P(PlantedMistakeTest, IsFound) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Each, PlantedMistakeTest, testing::Range(1, 11));
+
+TEST(ForeignRecordTest, OfThoseThatAreDrawnSomeCanBeReadAndSomeCannot) {
+  constexpr int drawn = 1000;
+  int read = 0;
+  for (std::uint64_t seed = 0; seed < drawn; ++seed) {
+    if (recordFrom(foreignRecord(seed))) ++read;
+  }
+  EXPECT_GT(read, drawn / 4);
+  EXPECT_LT(read, drawn * 3 / 4);
+}
 
 }  // namespace
 

@@ -45,7 +45,7 @@ class Player {
     std::string_view name;
     void (*act)(Player&, const Deed&);
   };
-  static const std::array<Act, 38> acts;
+  static const std::array<Act, 39> acts;
 
   virtualmac::WorldOptions options() {
     virtualmac::WorldOptions chosen;
@@ -91,10 +91,13 @@ class Player {
     record.toppingOff = !record.discharging;
     record.reason = "Discharge stopped.";
     record.reasonAt = 780000000;
+    leaveFiles(whole ? fileText(record) : "{");
+  }
+  void leaveFiles(const std::string& record) {
     virtualmac::Machine& mac = world.machine();
     const std::string directory = "/Library/Application Support/com.korvel.app.helper";
     mac.disk.makeDirectory(directory, 0755);
-    mac.disk.writeFile(directory + "/state.json", whole ? fileText(record) : "{", 0600);
+    mac.disk.writeFile(directory + "/state.json", record, 0600);
     mac.disk.writeFile(directory + "/state.json.tmp", "{", 0600);
   }
   static virtualmac::SeamCall seamCall(std::string_view id) {
@@ -130,7 +133,7 @@ class Player {
 };
 
 // clang-format off: one deed a line.
-const std::array<Player::Act, 38> Player::acts{{
+const std::array<Player::Act, 39> Player::acts{{
     {"start", [](Player& to, const Deed&) { to.start(); }},
     {"kill", [](Player& to, const Deed&) { to.world.killHelper(); }},
     {"signal", [](Player& to, const Deed& deed) { to.world.sendSignal(std::array{SIGTERM, SIGINT, SIGABRT}.at(static_cast<std::size_t>(deed.value))); }},
@@ -163,6 +166,7 @@ const std::array<Player::Act, 38> Player::acts{{
     {"idle", [](Player& to, const Deed& deed) { to.world.machine().power.setIdleSleepMinutes(deed.value); }},
     {"activity", [](Player& to, const Deed&) { to.world.machine().power.userActivity(); }},
     {"record", [](Player& to, const Deed& deed) { to.leaveRecord(static_cast<std::uint64_t>(deed.value)); }},
+    {"foreignRecord", [](Player& to, const Deed& deed) { to.leaveFiles(foreignRecord(static_cast<std::uint64_t>(deed.value))); }},
     {"fault", [](Player& to, const Deed& deed) { static_cast<void>(virtualmac::setFault(to.world.machine(), deed.fault, deed.value != 0)); }},
     {"interrupt", [](Player& to, const Deed&) { if (!to.clients.empty()) to.clients.back()->interrupt(); }},
     {"oddTeam", [](Player& to, const Deed&) { to.signWithQuote(); }},

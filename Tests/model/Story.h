@@ -34,6 +34,10 @@ struct Story {
 
 Story storyFor(std::uint64_t seed);
 
+/// A record as the helper would not write it: in another layout, and with members that are missing,
+/// wrong, unknown or given twice. It can be read all the same, or not.
+std::string foreignRecord(std::uint64_t seed);
+
 /// Everything that one playing gave.
 struct Played {
   Trace trace = {};

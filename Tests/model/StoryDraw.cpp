@@ -306,6 +306,10 @@ Story storyFor(std::uint64_t seed) {
   story.anyOrder = random.chance(1, 3);
   const bool slow = random.chance(1, 20);
   if (random.chance(1, 4)) story.deeds.push_back({"record", random.between(0, 1023), {}, 0});
+  // It is drawn by itself, so that a story is the same with and without it.
+  if (Random ofRecord(~seed); ofRecord.chance(1, 6)) {
+    story.deeds.push_back({"foreignRecord", ofRecord.between(0, 1'000'000'000), {}, 0});
+  }
   if (random.chance(1, 60)) story.deeds.push_back({"oddTeam", 0, {}, 0});
   story.deeds.push_back({"start", 0, {}, 0.1});
   story.deeds.push_back({"connect", 0, {}, 0.1});

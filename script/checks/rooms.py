@@ -167,7 +167,7 @@ ROOMS = [  # The first that matches a file is its room.
     Room("Tests/files/", ALL_VIRTUAL + ("Tests/", "macOS/"), ANY_LIBRARY, system=True,
          calls=PORTABLE),
     # The second opinion must not know the program.
-    Room("Tests/model/reference/", ("Tests/model/reference/",), banned=SYSTEM_OF_CORE,
+    Room("Tests/model/reference/", ("Tests/model/reference/",), ("nlohmann/",), banned=SYSTEM_OF_CORE,
          calls=CORE_CALLS, helper_root=False),
     Room("Tests/", ALL_VIRTUAL + ("Tests/",), ANY_LIBRARY, system=True,
          calls=(CHANCE,) + PORTABLE),

@@ -1,13 +1,23 @@
 #include "Tests/model/reference/Record.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <map>
+#include <nlohmann/json.hpp>
+#include <set>
 
 namespace model {
 
 namespace {
+
+using Json = nlohmann::json;
+
+const std::string farPast = "0001-01-01T00:00:00Z";
+/// From here on, a number may stand for its neighbour.
+constexpr double mostExact = 9007199254740992.0;
 
 std::string quoted(const std::string& text) { return '"' + text + '"'; }
 std::string word(bool value) { return value ? "true" : "false"; }
@@ -32,7 +42,7 @@ std::int64_t monthLength(std::int64_t year, int month) {
 }
 
 std::string dateText(double date) {
-  if (date == never) return "0001-01-01T00:00:00Z";
+  if (date == never) return farPast;
   const auto seconds = static_cast<std::int64_t>(std::floor(date));
   std::int64_t days = (seconds - ((seconds % 86400) + 86400) % 86400) / 86400;
   const std::int64_t rest = seconds - days * 86400;
@@ -48,12 +58,30 @@ std::string dateText(double date) {
   return text;
 }
 
-double dateFrom(const std::string& text) {
-  if (text == "0001-01-01T00:00:00Z") return never;
+/// The moment that a text names, from 1583 on; none: it names none.
+std::optional<double> dateFrom(const std::string& text) {
+  if (text == farPast) return never;
+  std::string form = text;
+  std::ranges::replace_if(form, [](char each) { return each >= '0' && each <= '9'; }, '0');
+  const std::set<std::string> zones{"Z", "+00:00", "-00:00", "+0000", "-0000"};
+  constexpr std::size_t local = 19;  // The length of the text without its zone.
+  if (!form.starts_with("0000-00-00T00:00:00") || !zones.contains(form.substr(local))) {
+    return std::nullopt;
+  }
   int year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0;
-  std::sscanf(text.c_str(), "%d-%d-%dT%d:%d:%d", &year, &month, &day, &hour, &minute, &second);
+  std::sscanf(text.c_str(), "%4d-%2d-%2dT%2d:%2d:%2d", &year, &month, &day, &hour, &minute,
+              &second);
+  char sign = '+';
+  int ahead = 0, more = 0;
+  std::sscanf(text.c_str() + local, form.ends_with(":00") ? "%c%2d:%2d" : "%c%2d%2d", &sign, &ahead,
+              &more);
+  if (month < 1 || month > 12 || day < 1 || day > monthLength(year, month - 1) || hour > 23 ||
+      minute > 59 || second > 59 || ahead > 23 || more > 59) {
+    return std::nullopt;
+  }
   std::int64_t days = daysTo(year) + day - 1;
   for (int before = 0; before + 1 < month; ++before) days += monthLength(year, before);
+  minute += (sign == '-' ? 1 : -1) * (ahead * 60 + more);
   return static_cast<double>(((days * 24 + hour) * 60 + minute) * 60 + second);
 }
 
@@ -101,33 +129,55 @@ std::string replyText(const Record& record) {
 }
 
 std::optional<Record> recordFrom(const std::string& file) {
-  const auto value = [&file](const std::string& key) -> std::optional<std::string> {
-    const std::string head = '"' + key + "\" : ";
-    const std::size_t at = file.find(head);
-    if (at == std::string::npos) return std::nullopt;
-    const std::size_t from = at + head.size();
-    std::string found = file.substr(from, file.find('\n', from) - from);
-    if (found.back() == ',') found.pop_back();
-    return found.front() == '"' ? found.substr(1, found.size() - 2) : found;
+  std::set<std::string> seen;
+  const auto first = [&seen](int depth, Json::parse_event_t event, const Json& name) {
+    return depth != 1 || event != Json::parse_event_t::key ||
+           seen.insert(name.get<std::string>()).second;
   };
-  const auto limit = value("chargeLimit");
-  const auto band = value("sailingBand");
-  const auto writtenAt = value("lastWriteAt");
-  if (!limit || !band || !writtenAt) return std::nullopt;
+  const Json members = Json::parse(file, first, false);
+  bool good = members.is_object();
+  // Returns null where a member is not given; then `good` is lost if it is required.
+  const auto member = [&](const char* name, bool required) -> const Json* {
+    const auto found = members.find(name);
+    const bool given = found != members.end() && !found->is_null();
+    good = good && (given || !required);
+    return given ? &*found : nullptr;
+  };
+  const auto whole = [&](const char* name, std::int64_t& field) {
+    const Json* value = member(name, true);
+    good = good && value->is_number() && std::abs(value->get<double>()) < mostExact &&
+           std::floor(value->get<double>()) == value->get<double>();
+    if (good) field = value->get<std::int64_t>();
+  };
+  const auto truth = [&](const char* name, bool& field, bool required) {
+    const Json* value = member(name, required);
+    good = good && (value == nullptr || value->is_boolean());
+    if (good && value != nullptr) field = value->get<bool>();
+  };
+  const auto word = [&](const char* name, bool required = false) -> std::optional<std::string> {
+    const Json* value = member(name, required);
+    good = good && (value == nullptr || value->is_string());
+    return good && value != nullptr ? std::optional(value->get<std::string>()) : std::nullopt;
+  };
+  const auto date = [&](const char* name, bool required = false) -> std::optional<double> {
+    const auto text = word(name, required);
+    const auto found = text ? dateFrom(*text) : std::nullopt;
+    good = good && (!text || found);
+    return found;
+  };
   Record record;
-  record.limit = std::stoll(*limit);
-  record.band = std::stoll(*band);
-  record.discharging = value("forceDischargeActive") == "true";
-  record.heatPause = value("heatPauseActive") == "true";
-  record.writtenAt = dateFrom(*writtenAt);
-  record.verified = value("lastWriteVerified").value_or("true") == "true";
-  record.reason = value("lastDischargeAbortReason");
-  if (const auto at = value("lastDischargeAbortAt")) record.reasonAt = dateFrom(*at);
-  record.toppingOff = value("topUpActive") == "true";
-  record.ownsSleepDisabled = value("sleepDisabledByKorvel") == "true";
-  record.version = value("helperVersion");
-  // Any other text is a record that somebody else wrote: the model does not read those.
-  return fileText(record) == file ? std::optional(record) : std::nullopt;
+  whole("chargeLimit", record.limit);
+  whole("sailingBand", record.band);
+  truth("forceDischargeActive", record.discharging, true);
+  truth("heatPauseActive", record.heatPause, true);
+  record.writtenAt = date("lastWriteAt", true).value_or(never);
+  truth("lastWriteVerified", record.verified, false);
+  record.reason = word("lastDischargeAbortReason");
+  record.reasonAt = date("lastDischargeAbortAt");
+  truth("topUpActive", record.toppingOff, false);
+  truth("sleepDisabledByKorvel", record.ownsSleepDisabled, false);
+  record.version = word("helperVersion");
+  return good ? std::optional(record) : std::nullopt;
 }
 
 }  // namespace model
