@@ -25,6 +25,8 @@ const Target* targetOf(std::string_view name) {
 
 }  // namespace korvel::fuzz
 
+// The fuzzer looks for its own names.
+// NOLINTNEXTLINE(readability-identifier-naming)
 extern "C" int LLVMFuzzerInitialize(int* count, char*** words) {
   using namespace std::string_view_literals;
   constexpr auto option = "--target="sv;
@@ -36,9 +38,11 @@ extern "C" int LLVMFuzzerInitialize(int* count, char*** words) {
   if (korvel::fuzz::chosen != nullptr) return 0;
   std::cerr << "korvel-fuzz: --target=NAME is one of:\n";
   for (const auto& each : korvel::fuzz::targets) std::cerr << each.name << '\n';
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): there is no other thread yet
   std::exit(2);
 }
 
+// NOLINTNEXTLINE(readability-identifier-naming)
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
   // A misbehaviour leaves through here and ends the program, which the fuzzer takes for a crash.
   korvel::fuzz::chosen->run({reinterpret_cast<const char*>(bytes), size});

@@ -14,7 +14,8 @@ Replayed replay(const Target& target, const std::filesystem::path& folder) {
   std::ranges::sort(files);
   Replayed result;
   for (const std::filesystem::path& file : files) {
-    std::cout << target.name << ": " << file.filename().string() << std::endl;
+    // The last name before a crash tells whose it was.
+    std::cout << target.name << ": " << file.filename().string() << '\n' << std::flush;
     std::ifstream stream(file, std::ios::binary);
     const std::string input{std::istreambuf_iterator<char>(stream), {}};
     ++result.inputs;

@@ -93,7 +93,7 @@ std::string foreignRecord(std::uint64_t seed) {
   std::string text = random.chance(1, 8) ? "\xEF\xBB\xBF{" : "{";
   for (const auto& [name, value] : members) {
     text += text.ends_with('{') ? space : "," + space;
-    text += '"' + name + '"' + space + ":" + value;
+    text.append("\"").append(name).append("\"").append(space).append(":").append(value);
   }
   text += space + "}" + space;
   if (random.chance(1, 16))

@@ -24,19 +24,13 @@ class Fields {
   void whole(const char* key, std::int64_t& target) {
     const Json value = required(key);
     constexpr double exact = 9007199254740992.0;
-    if (value.is_number_float()) {
-      const double number = value.get<double>();
-      if (std::abs(number) < exact && number == std::trunc(number))
-        target = static_cast<std::int64_t>(number);
-      else
-        wrong = true;
-    } else if (value.is_number_unsigned() && value.get<std::uint64_t>() > INT64_MAX) {
-      wrong = true;
-    } else if (value.is_number_integer()) {
+    const bool isBeyond = value.is_number_unsigned() && value.get<std::uint64_t>() > INT64_MAX;
+    const double number = value.is_number() ? value.get<double>() : 0.5;
+    const bool isWhole = std::abs(number) < exact && number == std::trunc(number);
+    if (value.is_number_float() ? isWhole : value.is_number_integer() && !isBeyond)
       target = value.get<std::int64_t>();
-    } else {
+    else
       wrong = true;
-    }
   }
   void truth(const char* key, bool& target, bool optional = false) {
     if (optional && !has(key)) return;
