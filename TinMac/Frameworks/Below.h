@@ -16,6 +16,7 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+// NOLINTBEGIN(modernize-use-using): a name across the wall is C's
 
 // --- The process
 
@@ -95,6 +96,7 @@ uint64_t tinMainRunLoop(void);
 void tinRunLoopAddSource(uint64_t runLoop, uint64_t source);
 void tinRunLoopRemoveSource(uint64_t runLoop, uint64_t source);
 
+// NOLINTEND(modernize-use-using)
 #ifdef __cplusplus
 }
 #endif

@@ -9,6 +9,7 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+// NOLINTBEGIN(modernize-use-using): a name across the wall is C's
 
 /// A connection as the glue knows it. Everything that it tells comes on a thread of its own, one
 /// thing after the other.
@@ -52,6 +53,7 @@ void tinAnswerTell(const TinAnswer* answer, const struct TinValueSink* sink);
 /// The process ends: waits until no connection tells anything, and lets none tell more.
 void tinClientsQuiet(void);
 
+// NOLINTEND(modernize-use-using)
 #ifdef __cplusplus
 }
 #endif

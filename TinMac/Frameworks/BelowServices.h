@@ -10,6 +10,7 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+// NOLINTBEGIN(modernize-use-using): a name across the wall is C's
 
 // --- Code objects
 
@@ -100,6 +101,7 @@ void tinReplySend(TinReply* reply);
 /// The block went away uncalled.
 void tinReplyDrop(TinReply* reply);
 
+// NOLINTEND(modernize-use-using)
 #ifdef __cplusplus
 }
 #endif
