@@ -46,12 +46,13 @@ TEST(LongRunTest, PartsOfARangeAreAllOfItAndShareNothing) {
 TEST(LongRunTest, RefusesWhatIsNoNumber) {
   for (const std::string name : {"KORVEL_SEED", "KORVEL_FIRST_SEED", "KORVEL_SEEDS"}) {
     for (const std::string wrong : {"0", "-1", "ten", "10x"}) {
+      std::string wanted = name;
+      wanted.append(" takes a whole number from 1, not \"").append(wrong).append("\"");
       try {
         seedsFor({{name, wrong}});
         FAIL() << name << '=' << wrong << " was taken";
       } catch (const std::invalid_argument& refusal) {
-        EXPECT_EQ(std::string(refusal.what()),
-                  name + " takes a whole number from 1, not \"" + wrong + '"');
+        EXPECT_EQ(std::string(refusal.what()), wanted);
       }
     }
   }

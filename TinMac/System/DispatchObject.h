@@ -12,6 +12,7 @@ using DispatchFunction = void (*)(void* context);
 
 /// An object of libdispatch. The program's references and those of pending work are counted apart:
 /// the object goes when both are gone. Any thread.
+// NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor): the object deletes itself
 class DispatchObject {
  public:
   DispatchObject(const DispatchObject&) = delete;

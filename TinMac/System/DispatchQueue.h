@@ -11,6 +11,7 @@ namespace tinmac {
 using Work = std::function<void()>;
 
 /// A queue of work, run one piece at a time, in order. Work that is queued keeps its queue alive.
+// NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor): the object deletes itself
 class DispatchQueue : public DispatchObject {
  public:
   virtual void async(Work work) = 0;

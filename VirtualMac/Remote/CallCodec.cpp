@@ -69,8 +69,8 @@ void get(WireReader& from, MachineTime& value) {
   const auto isMoment = [](std::int64_t nanoseconds) {
     return nanoseconds >= 0 && nanoseconds <= latestMoment;
   };
-  if (!(value.speed >= bounds::slowest && value.speed <= bounds::fastest))
-    from.fail("a speed that no machine has");
+  const bool isSpeed = value.speed >= bounds::slowest && value.speed <= bounds::fastest;
+  if (!isSpeed) from.fail("a speed that no machine has");
   if (!isMoment(value.steadyNanoseconds) || !isMoment(value.uptime))
     from.fail("a moment that no clock tells");
 }

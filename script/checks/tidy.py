@@ -31,6 +31,7 @@ WORDS = {"tin": ("--target=aarch64-linux-gnu", "-Wno-unknown-warning-option")}
 PRECOMPILED = re.compile(r" -Winvalid-pch| -Xclang -include(?:-pch)? -Xclang \S+/cmake_pch\.hxx\S*")
 OUTPUT = re.compile(r"(?<=\s)(?:-o \S+|-c)(?=\s)")
 TARGET = re.compile(r" -o (\S+?\.dir)/")
+INCLUDE = re.compile(r"^#include .*$", re.M)
 FINDING = re.compile(r"^(?=\S+:\d+:\d+: (?:error|warning): )", re.M)
 
 
@@ -49,7 +50,8 @@ class Batch:
         return [dataclasses.replace(self, sources=(each,)) for each in self.sources]
 
     def words(self):
-        return [*shlex.split(self.command), *WORDS.get(self.build, ())]
+        beside = f"-iquote{self.sources[0].parent}"
+        return [*shlex.split(self.command), *WORDS.get(self.build, ()), beside]
 
 
 def batches(root, builds, asked=()):
@@ -70,6 +72,18 @@ def batches(root, builds, asked=()):
                               build.name, command["directory"], words), []).append(source)
     return [Batch(*key[3:], tuple(sources[first:first + SOURCES_AT_ONCE])) for key, sources in alike.items()
             for first in range(0, len(sources), SOURCES_AT_ONCE)]
+
+
+def joined(sources):
+    """The text of all of them: some rules are only for the file that is read first. A line that includes
+    what an earlier source does is left out, since it would be a finding. What none of them should have
+    declared for itself alone (misc-unused-using-decls) is found only if no other uses the same name."""
+    parts, included = [], set()
+    for source in sources:
+        text = source.read_text(encoding="utf-8")
+        parts.append(INCLUDE.sub(lambda line: "" if line[0] in included else line[0], text))
+        included.update(INCLUDE.findall(text))
+    return "\n".join(parts)
 
 
 class Tidier:
@@ -96,11 +110,9 @@ class Tidier:
             copy = place / rules.relative_to(self.root)
             copy.parent.mkdir(parents=True, exist_ok=True)
             copy.write_bytes(rules.read_bytes())
-        lines = [f'#include "{source}"' for source in batch.sources]
         together = place / first.relative_to(self.root).with_stem("together")
         together.parent.mkdir(parents=True, exist_ok=True)
-        # That one source includes another is meant, just here.
-        together.write_text("\n".join(["// NOLINTBEGIN", *lines, "// NOLINTEND", ""]), encoding="utf-8")
+        together.write_text(joined(batch.sources), encoding="utf-8")
         return together
 
     def place_of(self, batch, source):
